@@ -1,0 +1,33 @@
+// The one clock of the process. Findings, events and the camera follow it; it includes nothing of ours.
+//
+// Live (the default): the system clock and the GLib timer. Replay (VELMOR_CLOCK=replay in the environment): time stands
+// still while a cycle runs and steps one period between cycles; the first cycle runs one period after the epoch.
+#pragma once
+
+#include <glib.h>
+
+#include <chrono>
+
+/// A point in time with nanosecond resolution. Live: wall time. Replay: time since the recording's first picture.
+using TimeStamp = std::chrono::time_point<std::chrono::system_clock, std::chrono::nanoseconds>;
+
+namespace ticker_clock {
+
+/// True when the process replays a recording.
+bool isReplay();
+
+/// Now, on the process's clock.
+TimeStamp now();
+
+/// Calls `callback(data)` every `interval_ms` from the default GLib main loop; returns the GLib source id (positive),
+/// to be ended with g_source_remove. Replay: as fast as the loop turns, stepping now() by the interval before each call.
+guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data);
+
+/// Replay only: the last moment at which there is a picture. A ticker that would step past it raises SIGTERM instead of
+/// calling back, so the run ends as an orderly stop does.
+void setEnd(TimeStamp last);
+
+/// For tests and for tools that drive the analysis themselves: switches to replay and sets now().
+void setReplayTime(TimeStamp time);
+
+}  // namespace ticker_clock
