@@ -1,0 +1,77 @@
+#include "config/parameter_io.h"
+
+#include "analysis/area_of_interest.h"
+#include "app/detection_params.h"
+
+namespace {
+
+constexpr int kCorners = 4;
+
+t_Polygon polygonOf(const int* coordinates) {
+  t_Polygon polygon;
+  for (int corner = 0; corner < kCorners; ++corner) {
+    polygon.emplace_back(coordinates[2 * corner], coordinates[2 * corner + 1]);
+  }
+  return polygon;
+}
+
+}  // namespace
+
+void parameter_io::store_points_into_AOI() {
+  g_AreaofInterest.set_detection(1, polygonOf(g_DetectionParams.i_Detection1));
+  g_AreaofInterest.set_detection_active(1, g_DetectionParams.b_Detection1Active);
+  g_AreaofInterest.set_detection(2, polygonOf(g_DetectionParams.i_Detection2));
+  g_AreaofInterest.set_detection_active(2, g_DetectionParams.b_Detection2Active);
+  g_AreaofInterest.set_detection(3, polygonOf(g_DetectionParams.i_Detection3));
+  g_AreaofInterest.set_detection_active(3, g_DetectionParams.b_Detection3Active);
+}
+
+void parameter_io::store_points_into_exclusions() {
+  g_AreaofInterest.set_exclusion_active(1, g_DetectionParams.b_Exclusion1Active);
+  g_AreaofInterest.set_exclusion(1, polygonOf(g_DetectionParams.i_Exclusion1));
+  g_AreaofInterest.set_exclusion_active(2, g_DetectionParams.b_Exclusion2Active);
+  g_AreaofInterest.set_exclusion(2, polygonOf(g_DetectionParams.i_Exclusion2));
+  g_AreaofInterest.set_exclusion_active(3, g_DetectionParams.b_Exclusion3Active);
+  g_AreaofInterest.set_exclusion(3, polygonOf(g_DetectionParams.i_Exclusion3));
+}
+
+std::string parameter_io::status_to_string(int code) {
+  switch (code) {
+    case 50:
+      return "Unknown status";
+    case 100:
+      return "Starting";
+    case 200:
+      return "AI";
+    case 300:
+      return "Stopped";
+    case 400:
+      return "Data error";
+    case 401:
+      return "AI error";
+    case 402:
+      return "Locations error";
+    case 403:
+      return "AOI error";
+    case 405:
+      return "Findings error";
+    case 406:
+      return "Events error";
+    case 407:
+      return "3D calibration error";
+    case 500:
+      return "Patient not in bed, event active";
+    case 501:
+      return "Occupancy event active";
+    case 502:
+      return "Patient out of bed";
+    case 503:
+      return "Fall detected";
+    case 600:
+      return "Slow";
+    case 700:
+      return "No connection error";
+    default:
+      return "Unknown default status";
+  }
+}

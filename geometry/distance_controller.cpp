@@ -1,0 +1,149 @@
+#include "geometry/distance_controller.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <opencv2/calib3d.hpp>
+#include <stdexcept>
+#include <vector>
+
+#include "app/process_state.h"
+
+namespace {
+
+constexpr float kSmallestDeterminant = 0.0001F;
+constexpr const char* kFocalLengthQuery =
+    "busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength";
+
+bool isFinite(const Matrix3x3& m) {
+  return std::all_of(m.p.begin(), m.p.end(), [](float value) { return std::isfinite(value); });
+}
+
+bool isFinite(const cv::Mat& m) { return cv::checkRange(m); }
+
+/// solvePnP of the four corners; false when it finds no pose or refuses its input.
+bool findPose(const std::vector<cv::Point3f>& objectPoints, const std::vector<cv::Point2f>& imagePoints,
+              const cv::Mat& cameraMatrix, const cv::Mat& distCoeffs, cv::Mat& rotation, cv::Mat& translation) {
+  try {
+    return cv::solvePnP(objectPoints, imagePoints, cameraMatrix, distCoeffs, rotation, translation);
+  } catch (const cv::Exception& e) {
+    syslog(LOG_INFO, "calculate_world_to_screen_transformations: %s", e.what());
+    return false;
+  }
+}
+
+}  // namespace
+
+Distance_Controller::Distance_Controller()
+    : m_sensorDimensions{{"AXIS P3255-LVE", {6.34F, 3.53F}}, {"AXIS Q1615 Mk III", {6.34F, 3.53F}},
+                         {"AXIS Q1715", {6.34F, 3.53F}},     {"AXIS Q1656", {8.1F, 4.51F}},
+                         {"AXIS Q1656-B", {8.1F, 4.51F}},    {"AXIS Q1656-BE", {8.1F, 4.51F}},
+                         {"AXIS Q1656-BLE", {8.1F, 4.51F}},  {"AXIS Q1656-LE", {8.1F, 4.51F}},
+                         {"AXIS P3268-LV", {8.1F, 4.51F}},   {"AXIS P3268-LVE", {8.1F, 4.51F}},
+                         {"AXIS P3265-LV", {6.34F, 4.51F}},  {"AXIS P3265-LVE", {6.34F, 4.51F}},
+                         {"AXIS P3265-V", {6.34F, 4.51F}},   {"AXIS Q3536-LVE", {8.1F, 4.51F}},
+                         {"AXIS Q3538-LVE", {10.67F, 8.0F}}} {}
+
+std::string Distance_Controller::exec(const char* command) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command, "r"), pclose);
+  if (!pipe) {
+    throw std::runtime_error("popen() failed!");
+  }
+  std::array<char, 128> chunk{};
+  std::string output;
+  while (fgets(chunk.data(), static_cast<int>(chunk.size()), pipe.get()) != nullptr) {
+    output += chunk.data();
+  }
+  return output;
+}
+
+int Distance_Controller::getFocalLength() {
+  // "UINT32 3700;" and a line feed: the type goes, the number's end is found by the conversion.
+  const std::string output = exec(kFocalLengthQuery);
+  return std::stoi(output.substr(7, output.size() - 8));
+}
+
+Quad Distance_Controller::get_target(float w, float h) { return {0, 0, 0, h, w, h, w, 0}; }
+
+float Distance_Controller::determinant_check(Quad q) {
+  return q.x0 * (q.y1 - q.y3) - q.x1 * (q.y0 - q.y3) + q.x2 * (q.y0 - q.y1);
+}
+
+bool Distance_Controller::calibrate(const std::string& prodShortName, Quad source, float wRectM, float hRectM) {
+  const int focalLength = getFocalLength();
+  syslog(LOG_INFO, "Distance_Controller::calibrate focalLength %d", focalLength);
+  const Quad target = get_target(wRectM, hRectM);
+  const Matrix3x3 transform = CreatePerspectiveTransformMatrix(source, target);
+  if (std::abs(determinant_check(source)) < kSmallestDeterminant || !isFinite(transform)) {
+    syslog(LOG_ERR, "Degenerate Matrix");
+    return false;
+  }
+  homography = transform;
+  const auto whole = [](float value) { return static_cast<int>(value); };
+  syslog(LOG_INFO, "Calibrating... source(%d, %d, %d, %d, %d, %d, %d, %d) target(%d, %d, %d, %d, %d, %d, %d, %d)",
+         whole(source.x0), whole(source.y0), whole(source.x1), whole(source.y1), whole(source.x2), whole(source.y2),
+         whole(source.x3), whole(source.y3), whole(target.x0), whole(target.y0), whole(target.x1), whole(target.y1),
+         whole(target.x2), whole(target.y2), whole(target.x3), whole(target.y3));
+  calculate_camera_matrix(prodShortName, focalLength);
+  if (!calculate_world_to_screen_transformations(source, wRectM, hRectM)) {
+    syslog(LOG_ERR, "Distance_Controller::calibrate failed to calculate_world_to_screen_transformations.");
+    return false;
+  }
+  m_calibrated = true;
+  return true;
+}
+
+void Distance_Controller::calculate_camera_matrix(const std::string& prodShortName, int focalLengthMicrons) {
+  std::pair<float, float> sensor{6.2F, 3.5F};
+  if (const auto entry = m_sensorDimensions.find(prodShortName); entry != m_sensorDimensions.end()) {
+    sensor = entry->second;
+  }
+  const auto [sensorWidth, sensorHeight] = sensor;
+  syslog(LOG_INFO, "calculate_camera_matrix: sensorDimensions found for %s, width=%f, height=%f", prodShortName.c_str(),
+         static_cast<double>(sensorWidth), static_cast<double>(sensorHeight));
+  const double focalLengthMm = focalLengthMicrons / 1000.0;
+  // A camera turned by a quarter lays its sensor's height along the picture's width.
+  const double fx = g_StreamWidth * focalLengthMm / static_cast<double>(g_IsPortrait ? sensorHeight : sensorWidth);
+  const double fy = g_StreamHeight * focalLengthMm / static_cast<double>(g_IsPortrait ? sensorWidth : sensorHeight);
+  syslog(LOG_INFO, "FocalLengthInMicrons : %d", focalLengthMicrons);
+  syslog(LOG_INFO, "FocalLengthInMM      : %f", focalLengthMm);
+  syslog(LOG_INFO, "X_FocalLengthInPixels  : %f", fx);
+  syslog(LOG_INFO, "Y_FocalLengthInPixels  : %f", fy);
+  m_cameraMatrix = (cv::Mat_<float>(3, 3) << static_cast<float>(fx), 0.0F, static_cast<float>(g_StreamWidth) / 2.0F,
+                    0.0F, static_cast<float>(fy), static_cast<float>(g_StreamHeight) / 2.0F, 0.0F, 0.0F, 1.0F);
+  m_distCoeffs = cv::Mat::zeros(1, 5, CV_32F);
+}
+
+bool Distance_Controller::calculate_world_to_screen_transformations(const Quad& source, float wRectM, float hRectM) {
+  const std::vector<cv::Point3f> objectPoints{{0, 0, 0}, {wRectM, 0, 0}, {wRectM, hRectM, 0}, {0, hRectM, 0}};
+  const std::vector<cv::Point2f> imagePoints{
+      {source.x0, source.y0}, {source.x3, source.y3}, {source.x2, source.y2}, {source.x1, source.y1}};
+  cv::Mat rotation;
+  cv::Mat translation;
+  if (!findPose(objectPoints, imagePoints, m_cameraMatrix, m_distCoeffs, rotation, translation)) {
+    return false;
+  }
+  if (!isFinite(rotation) || !isFinite(translation)) {
+    syslog(LOG_ERR, "Degenerate Matrix");
+    return false;
+  }
+  m_rotationVec = rotation;
+  m_translationVec = translation;
+  return true;
+}
+
+cv::Point3f Distance_Controller::screen_point_to_world_floor(const cv::Point2f& screenPoint) const {
+  const Vector3 v = ApplyTransform(homography, screenPoint.x, screenPoint.y);
+  return {v(0), v(1), v(2)};
+}
+
+cv::Point2f Distance_Controller::world_to_screen_point(const cv::Point3f& worldPoint) const {
+  std::vector<cv::Point2f> projected;
+  cv::projectPoints(std::vector<cv::Point3f>{worldPoint}, m_rotationVec, m_translationVec, m_cameraMatrix, m_distCoeffs,
+                    projected, cv::noArray(), 0);
+  return projected.front();
+}
