@@ -1,0 +1,87 @@
+#include "app/analysis_cycle.h"
+
+#include <syslog.h>
+
+#include <chrono>
+
+#include "analysis/detection_processing.h"
+#include "app/calibration_params.h"
+#include "app/process_state.h"
+#include "events/event_manager.h"
+#include "pose/BodypixPoseEstimator.h"
+#include "pose/skeleton_fusion.h"
+#include "validation/Validator.h"
+#include "video/VideoStreamSource.h"
+
+namespace {
+
+/// The cycles completed so far; numbers the pictures in error messages.
+int nFrames = 0;
+
+/// A cycle that takes this many timer periods counts as too slow.
+constexpr int kOverloadPeriods = 3;
+
+/// Runs a model at one rotation; false after logging `failure`, a format for the picture's number.
+bool findSkeletons(BodypixPoseEstimator& estimator, int rotation, const char* failure, Skeletons& skeletons) {
+  if (!estimator.runModel(*g_videoStreamSource, rotation)) {
+    syslog(LOG_ERR, failure, nFrames);
+    g_StatusCode = 401;
+    return false;
+  }
+  skeletons = estimator.getSkeletons();
+  return true;
+}
+
+/// The fused skeletons of the four rotations go into g_skeletons.
+bool findPeople() {
+  Skeletons northSkeletons;
+  Skeletons southSkeletons;
+  Skeletons westSkeletons;
+  Skeletons eastSkeletons;
+  g_videoStreamSource->setDirty();
+  if (!findSkeletons(*g_bodypixPoseEstimatorNS, 0, "Error running model for frame %d", northSkeletons) ||
+      !findSkeletons(*g_bodypixPoseEstimatorNS, 180, "Error running model for 180 degree rotated frame %d",
+                     southSkeletons)) {
+    return false;
+  }
+  g_validator.validateAndRemove(southSkeletons, g_StreamWidth, g_StreamHeight);
+  if (!findSkeletons(*g_bodypixPoseEstimatorEW, 90, "Error running portrait model for 90 degree rotated frame %d",
+                     westSkeletons) ||
+      !findSkeletons(*g_bodypixPoseEstimatorEW, 270, "Error running portrait model for 270 degree rotated frame %d",
+                     eastSkeletons)) {
+    return false;
+  }
+  g_skeletons.clear();
+  g_skeletons = combineSkeletons(northSkeletons, eastSkeletons, southSkeletons, westSkeletons,
+                                 g_CalibrationParams.f_Sensitivity, g_modelWidth, g_modelHeight);
+  return true;
+}
+
+/// The status after a complete cycle; g_ExecutionTime is still that of the cycle before.
+int decideStatus() {
+  if (g_ExecutionTime >= kOverloadPeriods * g_main_loop_time) {
+    return 600;
+  }
+  if (g_EventManager->isEventStarted("Patient Out of Bed")) {
+    return 502;
+  }
+  return g_EventManager->isEventStarted("Fall Detected") ? 503 : 200;
+}
+
+}  // namespace
+
+int do_one_analysis() {
+  using std::chrono::system_clock;
+  const auto tInitial = system_clock::now();
+  if (!findPeople()) {
+    return 1;
+  }
+  DetectionProcessing::monitor_AOI();
+  DetectionProcessing::fallen_detection();
+  DetectionProcessing::manage_events();
+  g_StatusCode = decideStatus();
+  g_ExecutionTime =
+      static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(system_clock::now() - tInitial).count());
+  ++nFrames;
+  return 0;
+}

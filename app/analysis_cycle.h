@@ -1,0 +1,6 @@
+// One full pass: take a picture, find the people in it, decide, publish.
+#pragma once
+
+/// Runs one analysis cycle on the main loop's thread. 0 when it completed; 1 when a model could not be run: what the
+/// last complete cycle left then stays, but for g_StatusCode.
+int do_one_analysis();

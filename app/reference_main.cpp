@@ -1,0 +1,98 @@
+// velmor_reference: the analysis of velmor_care on the true people of a recording instead of what the networks see.
+// The file named by VELMOR_TRUTH holds one picture a line; see app/truth.h. Everything else is as for velmor_care.
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "analysis/detection_processing.h"
+#include "app/process_state.h"
+#include "app/shutdown.h"
+#include "app/startup.h"
+#include "app/truth.h"
+#include "platform/clock/clock.h"
+
+namespace {
+
+constexpr int kBadInput = 2;
+
+/// Whether the networks' path would have kept the person: seen from the run at the body's own rotation it is plausible,
+/// and it has a top.
+bool isPlausible(const Skeleton& skeleton) {
+  int rotation = 0;
+  if (!skeleton.hasSuperior || !skeleton.getRotation(rotation)) {
+    return false;
+  }
+  return Skeleton(skeleton.keypoints, rotation, skeleton.score).isValid(g_StreamWidth, g_StreamHeight);
+}
+
+void analyse(TruthPicture picture) {
+  ticker_clock::setReplayTime(picture.time);
+  g_skeletons = std::move(picture.skeletons);
+  std::erase_if(g_skeletons, [](const Skeleton& skeleton) { return !isPlausible(skeleton); });
+  DetectionProcessing::monitor_AOI();
+  DetectionProcessing::fallen_detection();
+  DetectionProcessing::manage_events();
+}
+
+/// Throws std::runtime_error naming the file and the line that is wrong.
+void analyseAll(std::ifstream& file, const std::string& path) {
+  TimeStamp previous = TimeStamp::min();
+  std::string line;
+  for (long number = 1; std::getline(file, line); ++number) {
+    try {
+      TruthPicture picture = parseTruth(line);
+      if (picture.time <= previous) {
+        throw std::runtime_error("\"t\" must be later than in the line before");
+      }
+      previous = picture.time;
+      analyse(std::move(picture));
+    } catch (const std::runtime_error& e) {
+      throw std::runtime_error(path + " line " + std::to_string(number) + ": " + e.what());
+    }
+  }
+  if (previous == TimeStamp::min()) {
+    throw std::runtime_error(path + ": no picture in it; one JSON object a line is needed");
+  }
+}
+
+int fail(const std::string& text) {
+  std::fprintf(stderr, "velmor_reference: %s\n", text.c_str());
+  return kBadInput;
+}
+
+}  // namespace
+
+int main() {
+  openlog(g_app_name.c_str(), LOG_PID | LOG_CONS, LOG_USER);
+  init_terminate();
+  init_signals();
+  const char* path = std::getenv("VELMOR_TRUTH");
+  if (path == nullptr) {
+    return fail("VELMOR_TRUTH is not set; name the file of true people in it");
+  }
+  std::ifstream file(path);
+  if (!file) {
+    return fail(std::string(path) + ": cannot be read");
+  }
+  ticker_clock::setReplayTime(TimeStamp());
+  init_parameter_controller();
+  init_stream_size();
+  init_event_manager();
+  if (!init_3D()) {
+    return fail("the floor points and the rectangle in the settings do not calibrate");
+  }
+  init_tracking();
+  try {
+    analyseAll(file, path);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
+  closelog();
+  return 0;
+}

@@ -1,0 +1,18 @@
+// How the process ends: on SIGTERM, and on an exception that nobody caught.
+#pragma once
+
+#include <glib.h>
+
+/// The main loop; null until main creates it.
+extern GMainLoop* gp_Loop;
+
+/// Ignores SIGPIPE and ends the program on SIGTERM: with status 1 at once while there is no main loop, else by removing
+/// the analysis timer and quitting the loop.
+void init_signals();
+
+/// From here on SIGTERM is delivered only while the main loop waits for its next event, so that its handler never
+/// interrupts GLib or a cycle. Call on the main thread, just before the loop is created.
+void deliverSigtermWhileWaiting();
+
+/// An exception that leaves main ends the process with status 255 and one line, without a core.
+void init_terminate();

@@ -1,0 +1,56 @@
+#include "app/startup.h"
+
+#include <string>
+
+#include "analysis/area_of_interest.h"
+#include "analysis/tracker.h"
+#include "app/process_state.h"
+#include "config/parameter_controller.h"
+#include "config/parameter_io.h"
+#include "events/event_manager.h"
+#include "geometry/distance_controller.h"
+
+namespace {
+
+bool isPortrait(int rotation) { return rotation == 90 || rotation == 270; }
+
+}  // namespace
+
+void init_parameter_controller() {
+  g_ParameterController.init_controller(g_app_name);
+  g_CalibrationParams = g_ParameterController.load_calibration();
+  g_InitialParams = g_ParameterController.load_initial_params();
+  g_DetectionParams = g_ParameterController.load_detection_params();
+  g_FloorParams = g_ParameterController.load_floor_params();
+  parameter_io::store_points_into_AOI();
+  parameter_io::store_points_into_exclusions();
+  if (isPortrait(g_ParameterController.get_rotation())) {
+    g_IsPortrait = true;
+  }
+  g_IsDevMode = false;
+}
+
+void init_stream_size() {
+  const bool portrait = isPortrait(g_ParameterController.get_rotation());
+  g_StreamWidth = portrait ? 720 : 1280;
+  g_StreamHeight = portrait ? 1280 : 720;
+}
+
+void init_event_manager() {
+  g_EventManager = new EventManager;
+  g_EventManager->addEvent("Patient Out of Bed");
+  g_EventManager->addEvent("Fall Detected");
+}
+
+bool init_3D() {
+  // The stored points go clockwise from red; the calibration goes the other way around from the same first corner.
+  const auto corner = [](int element) { return static_cast<float>(g_DetectionParams.i_FallCalibration[element]); };
+  const Quad quad(corner(0), corner(1), corner(6), corner(7), corner(4), corner(5), corner(2), corner(3));
+  const std::string prod = g_ParameterController.findProdShortName();
+  return g_DistanceController.calibrate(prod, quad, g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
+}
+
+void init_tracking() {
+  g_Tracker.init(g_CalibrationParams.i_MaxDisappeared);
+  g_AreaofInterest.init();
+}

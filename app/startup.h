@@ -1,0 +1,13 @@
+// The steps of start-up that need no camera picture and no model.
+#pragma once
+
+/// Loads all settings from the parameter store and hands the areas on.
+void init_parameter_controller();
+/// Sets the analysis picture's size from the camera's rotation.
+void init_stream_size();
+/// Declares the two events.
+void init_event_manager();
+/// Calibrates the floor from the settings; false after a log line when it cannot be.
+bool init_3D();
+/// Prepares tracking.
+void init_tracking();
