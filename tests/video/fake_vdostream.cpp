@@ -1,0 +1,62 @@
+#include "tests/video/fake_vdostream.h"
+
+#include <vdostream.h>
+
+FakeCamera& fakeCamera() {
+  static FakeCamera camera;
+  return camera;
+}
+
+namespace {
+
+bool fails(const char* call, GError** error) {
+  if (fakeCamera().failingCall != call) return false;
+  g_set_error_literal(error, g_quark_from_static_string("camera"), 1, fakeCamera().errorText.c_str());
+  return true;
+}
+
+void onStreamReleased(gpointer, GObject*) { --fakeCamera().liveStreams; }
+
+}  // namespace
+
+extern "C" {
+VdoMap* vdo_map_new() { return static_cast<VdoMap*>(g_object_new(G_TYPE_OBJECT, nullptr)); }
+void vdo_map_set_uint32(VdoMap* self, const gchar* name, guint32 value) {
+  g_object_set_data(G_OBJECT(self), name, GUINT_TO_POINTER(value));
+}
+guint32 vdo_map_get_uint32(const VdoMap* self, const gchar* name, guint32 fallback) {
+  gpointer value = g_object_get_data(G_OBJECT(const_cast<VdoMap*>(self)), name);
+  return value != nullptr ? GPOINTER_TO_UINT(value) : fallback;
+}
+VdoStream* vdo_stream_new(VdoMap* settings, VdoBufferFinalizer, GError** error) {
+  for (const char* name : {"channel", "format", "width", "height", "rotation"}) {
+    fakeCamera().settings[name] = vdo_map_get_uint32(settings, name, 0);
+  }
+  if (fails("vdo_stream_new", error)) return nullptr;
+  auto* const stream = G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr));
+  g_object_weak_ref(stream, onStreamReleased, nullptr);
+  ++fakeCamera().liveStreams;
+  return reinterpret_cast<VdoStream*>(stream);
+}
+gboolean vdo_stream_attach(VdoStream*, VdoMap*, GError** error) { return !fails("vdo_stream_attach", error); }
+VdoMap* vdo_stream_get_settings(VdoStream*, GError** error) {
+  if (fails("vdo_stream_get_settings", error)) return nullptr;
+  VdoMap* const actual = vdo_map_new();
+  vdo_map_set_uint32(actual, "width", fakeCamera().settings["width"]);
+  vdo_map_set_uint32(actual, "framerate", 25);
+  return actual;
+}
+gboolean vdo_stream_start(VdoStream*, GError** error) { return !fails("vdo_stream_start", error); }
+VdoBuffer* vdo_stream_get_buffer(VdoStream*, GError** error) {
+  if (fails("vdo_stream_get_buffer", error)) return nullptr;
+  ++fakeCamera().buffersTaken;
+  return reinterpret_cast<VdoBuffer*>(&fakeCamera());
+}
+gpointer vdo_buffer_get_data(VdoBuffer*) { return fakeCamera().frame.data(); }
+gboolean vdo_stream_buffer_unref(VdoStream*, VdoBuffer** buffer, GError** error) {
+  *buffer = nullptr;
+  if (fails("vdo_stream_buffer_unref", error)) return FALSE;
+  ++fakeCamera().buffersReturned;
+  return TRUE;
+}
+}
