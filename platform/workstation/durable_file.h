@@ -1,0 +1,43 @@
+// Files that survive a power cut: read with a limit, replaced or appended to as a whole.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace workstation {
+
+/// Owns a file descriptor; -1 is none.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd = -1) : m_fd(fd) {}
+  ~FileDescriptor();
+  FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  int get() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+/// Writes all bytes at the descriptor's position; false with errno set when that is impossible.
+bool writeAll(int fd, const void* bytes, size_t size);
+
+/// The content of a regular file of at most `limit` bytes, none when there is no such file. Throws std::runtime_error
+/// with one line that names the file for any other reason why it cannot be had.
+std::optional<std::string> readFile(const std::filesystem::path& path, size_t limit);
+
+/// Replaces `path` by `content`: whatever happens, the old or the new content stands there. With `previous`, the old
+/// file stays under that name. On disk on return. Throws std::runtime_error with one line.
+void replaceFile(const std::filesystem::path& path, std::string_view content,
+                 const std::filesystem::path& previous = {});
+
+/// Makes created and renamed names in the directory durable. Throws std::runtime_error with one line.
+void syncDirectory(const std::filesystem::path& directory);
+
+}  // namespace workstation

@@ -1,0 +1,134 @@
+#include "platform/workstation/model_sidecar.h"
+
+#include <cmath>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <set>
+#include <stdexcept>
+
+namespace workstation {
+namespace {
+
+using nlohmann::json;
+
+constexpr size_t kMaxTensorElements = size_t{1} << 26;
+constexpr size_t kMaxOutputs = 16;
+
+/// One tensor's entry; every mistake names the file and the key.
+class TensorReader {
+ public:
+  TensorReader(const json& entry, std::string where) : m_entry(entry), m_where(std::move(where)) {
+    if (!entry.is_object()) {
+      throw std::runtime_error(m_where + ": must be an object");
+    }
+  }
+
+  TensorSpec readInput() const {
+    TensorSpec spec = readCommon();
+    if (spec.type != LAROD_TENSOR_DATA_TYPE_UINT8 || spec.shape.size() != 4 || spec.shape[0] != 1 ||
+        spec.shape[3] != 3) {
+      throw std::runtime_error(m_where + ": must be of type \"uint8\" and shape [1, height, width, 3]");
+    }
+    return spec;
+  }
+
+  TensorSpec readOutput() const {
+    TensorSpec spec = readCommon();
+    const std::string layer = text("layer");
+    const bool constant = layer == "constant";
+    spec.layer = constant ? "" : layer;
+    if (spec.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
+      readQuantization(spec);
+      if (!constant && (spec.shape.size() != 4 || spec.shape[0] != 1)) {
+        fail("shape", "must be [1, height, width, channels] for a byte tensor");
+      }
+    } else if (constant) {
+      fail("layer", "\"constant\" is for byte tensors only");
+    }
+    return spec;
+  }
+
+ private:
+  [[noreturn]] void fail(const char* key, const std::string& rule) const {
+    throw std::runtime_error(m_where + "." + key + ": " + rule);
+  }
+
+  std::string text(const char* key) const {
+    const auto found = m_entry.find(key);
+    if (found == m_entry.end() || !found->is_string() || *found == "") {
+      fail(key, "must be a text that is not empty");
+    }
+    return *found;
+  }
+
+  TensorSpec readCommon() const {
+    TensorSpec spec;
+    spec.name = text("name");
+    const std::string type = text("type");
+    if (type != "uint8" && type != "float32") {
+      fail("type", "must be \"uint8\" or \"float32\"");
+    }
+    spec.type = type == "uint8" ? LAROD_TENSOR_DATA_TYPE_UINT8 : LAROD_TENSOR_DATA_TYPE_FLOAT32;
+    const json shape = m_entry.value("shape", json());
+    if (!shape.is_array() || shape.empty() || shape.size() > LAROD_TENSOR_MAX_LEN) {
+      fail("shape", "must be a list of 1 to " + std::to_string(LAROD_TENSOR_MAX_LEN) + " sizes");
+    }
+    for (const json& size : shape) {
+      if (!size.is_number_unsigned() || size == 0 || size > kMaxTensorElements / spec.elements()) {
+        fail("shape",
+             "must hold whole numbers from 1, together at most " + std::to_string(kMaxTensorElements) + " elements");
+      }
+      spec.shape.push_back(size);
+    }
+    return spec;
+  }
+
+  void readQuantization(TensorSpec& spec) const {
+    const json scale = m_entry.value("scale", json());
+    if (scale.is_number()) {
+      spec.scale = scale;
+    }
+    if (!scale.is_number() || !std::isnormal(spec.scale) || spec.scale < 0) {
+      fail("scale", "must be a positive number");
+    }
+    const json zero_point = m_entry.value("zero_point", json());
+    if (!zero_point.is_number_unsigned() || zero_point > UINT8_MAX) {
+      fail("zero_point", "must be a whole number from 0 to 255");
+    }
+    spec.zero_point = zero_point;
+  }
+
+  const json& m_entry;
+  std::string m_where;
+};
+
+}  // namespace
+
+size_t TensorSpec::elements() const {
+  return std::accumulate(shape.begin(), shape.end(), size_t{1}, std::multiplies<>());
+}
+
+size_t TensorSpec::bytes() const {
+  return elements() * (type == LAROD_TENSOR_DATA_TYPE_FLOAT32 ? sizeof(float) : sizeof(std::uint8_t));
+}
+
+ModelSidecar parseModelSidecar(std::string_view text, const std::string& file) {
+  const json document = json::parse(text, nullptr, false);
+  if (!document.is_object()) {
+    throw std::runtime_error(file + ": is not a JSON object that describes a model's tensors");
+  }
+  ModelSidecar sidecar;
+  sidecar.input = TensorReader(document.value("input", json()), file + ": input").readInput();
+  const json outputs = document.value("outputs", json());
+  if (!outputs.is_array() || outputs.empty() || outputs.size() > kMaxOutputs) {
+    throw std::runtime_error(file + ": outputs: must be a list of 1 to " + std::to_string(kMaxOutputs) + " tensors");
+  }
+  for (const json& entry : outputs) {
+    const std::string where = file + ": outputs[" + std::to_string(sidecar.outputs.size()) + "]";
+    sidecar.outputs.push_back(TensorReader(entry, where).readOutput());
+  }
+  return sidecar;
+}
+
+}  // namespace workstation

@@ -1,0 +1,75 @@
+#!/usr/bin/python3
+"""Writes the small networks that the inference tests run (Debian's python3-onnx; not needed to run the tests).
+
+Both take a 4x6 RGB picture as one wide channel, [1, 1, 4, 18], and look at 2x2-pixel cells: a 2x3 grid.
+tiny_pose:     heatmaps  [1, 2, 2, 3] = (red of the cell's top left pixel, minus its green)
+               offsets   [1, 1, 2, 3] = sum of the blue of all four pixels, less 100
+tiny_detector: scores [1, 6], locations [1, 6, 4], count [1], classes [1, 6] from the same cells
+tiny_nan:      as tiny_pose's offsets, with a weight that is not a number
+tiny_branches: one convolution whose channels are split into the two outputs of tiny_pose
+"""
+import pathlib
+
+import numpy as np
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+HERE = pathlib.Path(__file__).parent
+
+
+def weights(*channels):
+    """One 2x6 kernel per channel from {(row, pixel, colour): weight}."""
+    kernel = np.zeros((len(channels), 1, 2, 6), np.float32)
+    for index, taps in enumerate(channels):
+        for (row, pixel, colour), weight in taps.items():
+            kernel[index, 0, row, pixel * 3 + colour] = weight
+    return kernel
+
+
+def conv(name, output, kernel, bias):
+    tensors = [numpy_helper.from_array(kernel, name + "_w"),
+               numpy_helper.from_array(np.array(bias, np.float32), name + "_b")]
+    node = helper.make_node("Conv", ["picture", name + "_w", name + "_b"], [output], name=name,
+                            kernel_shape=[2, 6], strides=[2, 6])
+    return node, tensors
+
+
+def save(name, nodes, tensors, outputs):
+    graph = helper.make_graph(
+        nodes, name, [helper.make_tensor_value_info("picture", TensorProto.FLOAT, [1, 1, 4, 18])],
+        [helper.make_tensor_value_info(n, TensorProto.FLOAT, s) for n, s in outputs], tensors)
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 10)])
+    model.ir_version = 5
+    onnx.checker.check_model(model)
+    onnx.save(model, HERE / f"{name}.onnx")
+
+
+RED, MINUS_GREEN = {(0, 0, 0): 1.0}, {(0, 0, 1): -1.0}
+BLUE_SUM = {(r, p, 2): 1.0 for r in range(2) for p in range(2)}
+
+heat, heat_tensors = conv("heat", "heatmaps", weights(RED, MINUS_GREEN), [0, 0])
+off, off_tensors = conv("off", "offsets", weights(BLUE_SUM), [-100])
+save("tiny_pose", [heat, off], heat_tensors + off_tensors, [("heatmaps", [1, 2, 2, 3]), ("offsets", [1, 1, 2, 3])])
+
+nan, nan_tensors = conv("off", "offsets", weights({(0, 0, 0): np.nan}), [0])
+save("tiny_nan", [nan], nan_tensors, [("offsets", [1, 1, 2, 3])])
+
+both, both_tensors = conv("both", "all", weights(RED, MINUS_GREEN, BLUE_SUM), [0, 0, -100])
+split = helper.make_node("Split", ["all"], ["heatmaps", "offsets"], axis=1, split=[2, 1])
+save("tiny_branches", [both, split], both_tensors, [("heatmaps", [1, 2, 2, 3]), ("offsets", [1, 1, 2, 3])])
+
+score, score_tensors = conv("score", "score_map", weights(RED), [0])
+place, place_tensors = conv("place", "place_map", weights(RED, MINUS_GREEN, BLUE_SUM, {}), [0, 0, 0, 7])
+kind, kind_tensors = conv("kind", "kind_map", weights({}), [3])
+shapes = [numpy_helper.from_array(np.array(s, np.int64), n)
+          for n, s in (("flat", [1, 6]), ("boxes", [1, 4, 6]), ("one", [1]))]
+save("tiny_detector",
+     [score, place, kind,
+      helper.make_node("Reshape", ["score_map", "flat"], ["scores"]),
+      helper.make_node("Reshape", ["place_map", "boxes"], ["boxes_first"]),
+      helper.make_node("Transpose", ["boxes_first"], ["locations"], perm=[0, 2, 1]),
+      helper.make_node("Reshape", ["kind_map", "flat"], ["classes"]),
+      helper.make_node("GlobalMaxPool", ["kind_map"], ["most"]),
+      helper.make_node("Reshape", ["most", "one"], ["count"])],
+     score_tensors + place_tensors + kind_tensors + shapes,
+     [("scores", [1, 6]), ("locations", [1, 6, 4]), ("count", [1]), ("classes", [1, 6])])

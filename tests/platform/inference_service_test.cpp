@@ -1,0 +1,266 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <larod.h>
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "platform/workstation/tensor_quantizer.h"
+#include "tests/platform/state_folder.h"
+
+namespace {
+
+using workstation::quantizeChannelsLast;
+
+constexpr const char* kPicture = R"({"name": "picture", "shape": [1, 4, 6, 3], "type": "uint8"})";
+constexpr const char* kHeatmaps =
+    R"({"name": "heat", "layer": "heatmaps", "shape": [1, 2, 3, 2], "type": "uint8", "scale": 2, "zero_point": 10})";
+constexpr const char* kOffsets =
+    R"({"name": "off", "layer": "offsets", "shape": [1, 2, 3, 1], "type": "uint8", "scale": 4, "zero_point": 25})";
+constexpr const char* kUnread =
+    R"({"name": "unread", "layer": "constant", "shape": [1, 5], "type": "uint8", "scale": 1, "zero_point": 77})";
+
+std::string sidecar(const std::string& outputs, const std::string& input = kPicture) {
+  return R"({"input": )" + input + R"(, "outputs": [)" + outputs + "]}";
+}
+
+std::string poseSidecar() { return sidecar(std::string(kUnread) + "," + kHeatmaps + "," + kOffsets); }
+
+std::string floatOutput(const std::string& name, const std::string& shape) {
+  return R"({"name": ")" + name + R"(", "layer": ")" + name + R"(", "shape": )" + shape + R"(, "type": "float32"})";
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+/// Models lie in a folder of their own with the sidecar that a test gives them.
+class InferenceService : public testing::Test {
+ protected:
+  InferenceService() { EXPECT_TRUE(larodConnect(&m_connection, nullptr)); }
+  ~InferenceService() override {
+    larodDestroyModel(&m_model);
+    larodClearError(&m_error);
+    EXPECT_TRUE(larodDisconnect(&m_connection, nullptr));
+  }
+
+  larodModel* load(const std::string& network, const std::string& description, larodChip chip = LAROD_CHIP_CPU) {
+    m_folder.write("m.onnx", network);
+    m_folder.write("m.onnx.json", description);
+    const int fd = ::open((m_folder / "m.onnx").c_str(), O_RDONLY);
+    m_model = larodLoadModel(m_connection, fd, chip, LAROD_ACCESS_PUBLIC, "m", nullptr, &m_error);
+    ::close(fd);
+    return m_model;
+  }
+
+  static std::string network(const std::string& name) {
+    const auto tests = std::filesystem::path(__FILE__).parent_path().parent_path();
+    std::ifstream file(tests / "data" / (name + ".onnx"), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  int file(const std::string& name, const std::string& content = "") {
+    m_folder.write(name, content);
+    return ::open((m_folder / name).c_str(), O_RDWR);
+  }
+
+  StateFolder m_folder;
+  larodConnection* m_connection = nullptr;
+  larodModel* m_model = nullptr;
+  larodError* m_error = nullptr;
+};
+
+/// A loaded model with a file behind every tensor: "in", "out0", "out1", ...
+class Job : public InferenceService {
+ protected:
+  void bind(const std::string& picture) {
+    ASSERT_NE(m_model, nullptr) << m_error->msg;
+    m_inputs = larodCreateModelInputs(m_model, &m_input_count, nullptr);
+    m_outputs = larodCreateModelOutputs(m_model, &m_output_count, nullptr);
+    m_files.push_back(file("in", picture));
+    ASSERT_TRUE(larodSetTensorFd(m_inputs[0], m_files.back(), nullptr));
+    for (size_t i = 0; i < m_output_count; ++i) {
+      m_files.push_back(file("out" + std::to_string(i)));
+      ASSERT_TRUE(larodSetTensorFd(m_outputs[i], m_files.back(), nullptr));
+    }
+    m_request = larodCreateJobRequest(m_model, m_inputs, 1, m_outputs, m_output_count, nullptr, &m_error);
+    ASSERT_NE(m_request, nullptr) << m_error->msg;
+  }
+  ~Job() override {
+    larodDestroyJobRequest(&m_request);
+    larodDestroyTensors(m_connection, &m_inputs, m_input_count, nullptr);
+    larodDestroyTensors(m_connection, &m_outputs, m_output_count, nullptr);
+    for (const int fd : m_files) ::close(fd);
+  }
+
+  std::vector<int> bytes(const std::string& name) {
+    const std::string content = m_folder.read(name);
+    return {reinterpret_cast<const uint8_t*>(content.data()),
+            reinterpret_cast<const uint8_t*>(content.data()) + content.size()};
+  }
+  std::vector<float> floats(const std::string& name) {
+    const std::string content = m_folder.read(name);
+    std::vector<float> values(content.size() / sizeof(float));
+    std::copy(content.begin(), content.end(), reinterpret_cast<char*>(values.data()));
+    return values;
+  }
+
+  larodTensor **m_inputs = nullptr, **m_outputs = nullptr;
+  size_t m_input_count = 0, m_output_count = 0;
+  larodJobRequest* m_request = nullptr;
+  std::vector<int> m_files;
+};
+
+/// A 4x6 picture whose bytes count up: the byte at (row, column, colour) is (row * 6 + column) * 3 + colour.
+std::string countingPicture() {
+  std::string picture(72, '\0');
+  for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<char>(i);
+  return picture;
+}
+
+class PoseJob : public Job, public testing::WithParamInterface<const char*> {};
+
+TEST_P(PoseJob, WritesQuantizedMapsChannelLastInTheSidecarsOrder) {
+  load(network(GetParam()), poseSidecar());
+  bind(countingPicture());
+  for (int run = 0; run < 2; ++run) {
+    ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
+  }
+  // Cells begin at columns 0, 2, 4 of rows 0 and 2: red 0, 6, 12, 36, 42, 48 and green one more; the sum of the blues
+  // is 4 * (red + 2) + 3 + 18 + 21, less 100. Red halves come with .0, green halves with .5, which rounds up.
+  const std::vector<int> heat = {10, 10, 13, 7, 16, 4, 28, 0, 31, 0, 34, 0};
+  const std::vector<int> offsets = {13, 19, 25, 49, 55, 61};
+  const auto twice = [](std::vector<int> once) {
+    once.insert(once.end(), once.begin(), once.begin() + static_cast<long>(once.size()));
+    return once;
+  };
+  EXPECT_EQ(bytes("out0"), std::vector<int>(10, 77));
+  EXPECT_EQ(bytes("out1"), twice(heat)) << "the second run goes on at the descriptor's position";
+  EXPECT_EQ(bytes("out2"), twice(offsets));
+}
+INSTANTIATE_TEST_SUITE_P(Networks, PoseJob, testing::Values("tiny_pose", "tiny_branches"));
+
+TEST_F(Job, FollowsThePictureAndWritesFloatsForTheDetector) {
+  load(network("tiny_detector"), sidecar(floatOutput("scores", "[1, 6]") + "," + floatOutput("locations", "[1, 6, 4]") +
+                                         "," + floatOutput("count", "[1]") + "," + floatOutput("classes", "[1, 6]")));
+  bind(std::string(72, '\x09'));
+  ASSERT_TRUE(larodRunJob(m_connection, m_request, nullptr));
+  const std::string bright(72, '\xff');
+  ASSERT_EQ(::pwrite(m_files[0], bright.data(), bright.size(), 0), 72);
+  for (const int fd : m_files) ::lseek(fd, 0, SEEK_SET);
+  ASSERT_TRUE(larodRunJob(m_connection, m_request, nullptr));
+  EXPECT_EQ(floats("out0"), std::vector<float>(6, 255));
+  const std::vector<float> locations = floats("out1");
+  ASSERT_EQ(locations.size(), 24U);
+  EXPECT_EQ(std::vector<float>(locations.begin() + 20, locations.end()), (std::vector<float>{255, -255, 1020, 7}));
+  EXPECT_EQ(floats("out2"), std::vector<float>{3});
+  EXPECT_EQ(floats("out3"), std::vector<float>(6, 3));
+}
+
+TEST_F(Job, TellsWhatATensorIs) {
+  load(network("tiny_pose"), poseSidecar());
+  bind(countingPicture());
+  const larodTensorDims* dims = larodGetTensorDims(m_outputs[1], nullptr);
+  EXPECT_EQ(std::vector<size_t>(dims->dims, dims->dims + dims->len), (std::vector<size_t>{1, 2, 3, 2}));
+  EXPECT_EQ(larodGetTensorDims(m_inputs[0], nullptr)->dims[2], 6U);
+  EXPECT_STREQ(larodGetTensorName(m_outputs[2], nullptr), "off");
+  EXPECT_EQ(larodGetTensorDataType(m_outputs[0], nullptr), LAROD_TENSOR_DATA_TYPE_UINT8);
+  EXPECT_EQ(larodGetTensorFd(m_inputs[0], nullptr), m_files[0]);
+  size_t size = 0;
+  EXPECT_TRUE(larodGetTensorFdSize(m_outputs[1], &size, nullptr));
+  EXPECT_EQ(size, 12U);
+}
+
+TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
+  load(network("tiny_pose"), poseSidecar());
+  bind(countingPicture().substr(1));
+  EXPECT_FALSE(larodRunJob(m_connection, m_request, &m_error));
+  EXPECT_STREQ(m_error->msg, "the input tensor's file holds less than 72 bytes");
+  larodClearError(&m_error);
+  EXPECT_EQ(m_error, nullptr);
+  EXPECT_FALSE(larodSetTensorFd(m_outputs[0], 9999, nullptr));
+  EXPECT_EQ(larodCreateJobRequest(m_model, m_inputs, 1, m_outputs, 2, nullptr, nullptr), nullptr);
+  std::swap(m_outputs[1], m_outputs[2]);
+  EXPECT_EQ(larodCreateJobRequest(m_model, m_inputs, 1, m_outputs, 3, nullptr, nullptr), nullptr);
+  EXPECT_TRUE(larodDeleteModel(m_connection, m_model, nullptr));
+  EXPECT_FALSE(larodDeleteModel(m_connection, m_model, nullptr));
+  larodDestroyModel(&m_model);
+  EXPECT_FALSE(larodRunJob(m_connection, m_request, &m_error));
+  EXPECT_EQ(m_error->code, LAROD_ERROR_MODEL_NOT_FOUND);
+}
+
+struct BadModel {
+  const char* name;
+  std::function<std::string(const std::string&)> spoilNetwork;
+  std::string description;
+  const char* message;  ///< what stands in the error's one line
+};
+
+class RefusedModel : public InferenceService, public testing::WithParamInterface<BadModel> {};
+
+TEST_P(RefusedModel, IsOneClearLine) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(load(GetParam().spoilNetwork(network("tiny_pose")), GetParam().description), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  ASSERT_NE(m_error, nullptr);
+  const std::string message = m_error->msg;
+  EXPECT_EQ(message.rfind((m_folder / "m.onnx").string(), 0), 0U) << message;
+  EXPECT_NE(message.find(GetParam().message), std::string::npos) << message;
+  EXPECT_EQ(message.find('\n'), std::string::npos);
+}
+
+const auto kWhole = [](const std::string& network) { return network; };
+INSTANTIATE_TEST_SUITE_P(
+    Mistakes, RefusedModel,
+    testing::Values(
+        BadModel{"Empty", [](const std::string&) { return std::string(); }, poseSidecar(), ": is empty"},
+        BadModel{"Torn", [](const std::string& n) { return n.substr(0, n.size() / 2); }, poseSidecar(), "not an ONNX"},
+        BadModel{"Noise", [](const std::string&) { return std::string(500, 'x'); }, poseSidecar(), "not an ONNX"},
+        BadModel{"NoSidecarText", kWhole, "", ".json: is not a JSON object"},
+        BadModel{"Layer", kWhole, replaced(poseSidecar(), "\"heatmaps\"", "\"hands\""), "no output \"hands\""},
+        BadModel{"Input", kWhole, replaced(poseSidecar(), "[1, 4, 6, 3]", "[1, 1, 6, 3]"), "does not run"},
+        BadModel{"Grid", kWhole, replaced(poseSidecar(), "[1, 2, 3, 2]", "[1, 3, 2, 2]"), "\"heatmaps\" has not the"},
+        BadModel{"Channels", kWhole, replaced(poseSidecar(), "[1, 2, 3, 1]", "[1, 2, 3, 3]"), "\"offsets\" has not"},
+        BadModel{"Huge", kWhole, replaced(poseSidecar(), "[1, 5]", "[99999999, 99999999]"), "[0].shape: must hold"},
+        BadModel{"Negative", kWhole, replaced(poseSidecar(), "[1, 5]", "[1, -5]"), "outputs[0].shape: must hold"},
+        BadModel{"Scale", kWhole, replaced(poseSidecar(), "\"scale\": 4", "\"scale\": 0"), "outputs[2].scale: must"},
+        BadModel{"ZeroPoint", kWhole, replaced(poseSidecar(), "25", "256"), "outputs[2].zero_point: must"},
+        BadModel{"Type", kWhole, replaced(poseSidecar(), "uint8\", \"scale\": 2", "int8\", \"scale\": 2"), "[1].type"},
+        BadModel{"NoOutputs", kWhole, sidecar(""), "outputs: must be a list"},
+        BadModel{"ConstantFloats", kWhole,
+                 sidecar(replaced(floatOutput("x", "[1]"), "\"layer\": \"x\"", "\"layer\": \"constant\"")),
+                 "outputs[0].layer"}),
+    [](const auto& mistake) { return mistake.param.name; });
+
+TEST_F(InferenceService, RefusesANetworkThatIsNotFiniteAndOtherChips) {
+  EXPECT_EQ(load(network("tiny_nan"), sidecar(kOffsets)), nullptr);
+  EXPECT_NE(std::string(m_error->msg).find("\"offsets\" is not finite"), std::string::npos) << m_error->msg;
+  larodClearError(&m_error);
+  EXPECT_EQ(load(network("tiny_pose"), poseSidecar(), LAROD_CHIP_INVALID), nullptr);
+  EXPECT_EQ(m_error->code, LAROD_ERROR_INVALID_CHIP_ID);
+}
+
+TEST(TensorQuantizer, ClampsAndIsDefinedForEveryFloat) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  const std::vector<float> values = {-kInfinity, -1e38F, -5.26F, -5.24F, 0,         0.25F,
+                                     0.24F,      122.2F, 122.6F, 1e38F,  kInfinity, NAN};
+  std::vector<uint8_t> bytes(values.size(), 99);
+  quantizeChannelsLast(values, 1, {0.5F, 10}, bytes);
+  EXPECT_EQ(bytes, (std::vector<uint8_t>{0, 0, 0, 0, 10, 11, 10, 254, 255, 255, 255, 0}));
+}
+
+TEST(TensorQuantizer, TurnsGridsThatAreNoWholeNumberOfBlocks) {
+  constexpr size_t kCells = 131, kChannels = 3;
+  std::vector<float> maps;
+  for (size_t i = 0; i < kCells * kChannels; ++i) maps.push_back(static_cast<float>(i % kCells + i / kCells));
+  std::vector<uint8_t> bytes(maps.size());
+  quantizeChannelsLast(maps, kChannels, {1.0F, 0}, bytes);
+  for (size_t i = 0; i < bytes.size(); ++i) ASSERT_EQ(bytes[i], i / kChannels + i % kChannels) << i;
+}
+
+}  // namespace
