@@ -1,0 +1,169 @@
+#include "platform/workstation/stored_parameters.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "platform/workstation/durable_file.h"
+
+namespace workstation {
+namespace {
+
+constexpr size_t kMaxFileBytes = 1 << 20;
+constexpr size_t kMaxNameLength = 64;
+constexpr std::string_view kChecksumMark = "# sha256 of what follows: ";
+
+struct GLibDeleter {
+  void operator()(GKeyFile* keyFile) const { g_key_file_unref(keyFile); }
+  void operator()(GError* error) const { g_error_free(error); }
+  void operator()(gchar* text) const { g_free(text); }
+  void operator()(gchar** texts) const { g_strfreev(texts); }
+};
+template <typename T>
+using GLibOwner = std::unique_ptr<T, GLibDeleter>;
+
+std::string checksum(std::string_view body) {
+  const GLibOwner<gchar> sum(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(body.data()), body.size()));
+  return sum.get();
+}
+
+/// The text without its checksum line, which must be right.
+std::string_view checkedBody(std::string_view text) {
+  const size_t end = text.find('\n');
+  if (!text.starts_with(kChecksumMark) || end == std::string_view::npos) {
+    throw std::runtime_error("it has no checksum line");
+  }
+  const std::string_view body = text.substr(end + 1);
+  if (text.substr(kChecksumMark.size(), end - kChecksumMark.size()) != checksum(body)) {
+    throw std::runtime_error("its checksum is wrong");
+  }
+  return body;
+}
+
+Parameters parse(std::string_view body, const std::string& group) {
+  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  GError* raw = nullptr;
+  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, &raw) == FALSE) {
+    throw std::runtime_error(GLibOwner<GError>(raw)->message);
+  }
+  const GLibOwner<gchar*> names(g_key_file_get_keys(keyFile.get(), group.c_str(), nullptr, nullptr));
+  if (names == nullptr) {
+    throw std::runtime_error("it has no group [" + group + "]");
+  }
+  Parameters values;
+  for (gchar** name = names.get(); *name != nullptr; ++name) {
+    const GLibOwner<gchar> value(g_key_file_get_string(keyFile.get(), group.c_str(), *name, &raw));
+    if (value == nullptr) {
+      throw std::runtime_error(GLibOwner<GError>(raw)->message);
+    }
+    values.emplace(*name, value.get());
+  }
+  return values;
+}
+
+std::string format(const Parameters& values, const std::string& group) {
+  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  g_key_file_set_comment(keyFile.get(), nullptr, nullptr, " Written by the program.", nullptr);
+  for (const auto& [name, value] : values) {
+    g_key_file_set_string(keyFile.get(), group.c_str(), name.c_str(), value.c_str());
+  }
+  gsize size = 0;
+  const GLibOwner<gchar> data(g_key_file_to_data(keyFile.get(), &size, nullptr));
+  const std::string body(data.get(), size);
+  return std::string(kChecksumMark) + checksum(body) + "\n" + body;
+}
+
+}  // namespace
+
+bool isParameterName(const std::string& name) {
+  const auto allowed = [](char c) { return g_ascii_isalnum(c) || c == '.' || c == '-' || c == '_'; };
+  return !name.empty() && name.size() <= kMaxNameLength && std::all_of(name.begin(), name.end(), allowed);
+}
+
+Parameters manifestDefaults(const std::filesystem::path& manifest) {
+  const auto text = readFile(manifest, kMaxFileBytes);
+  if (!text) {
+    throw std::runtime_error(manifest.string() + ": the package's manifest is missing");
+  }
+  const auto json = nlohmann::json::parse(*text, nullptr, false);
+  if (!json.is_object() || !json.contains("parameters") || !json["parameters"].is_array()) {
+    throw std::runtime_error(manifest.string() + ": is not a manifest: it needs a list \"parameters\"");
+  }
+  Parameters defaults;
+  for (const auto& entry : json["parameters"]) {
+    const bool complete = entry.is_object() && entry.contains("name") && entry["name"].is_string() &&
+                          entry.contains("default") && entry["default"].is_string();
+    if (!complete || !isParameterName(entry["name"])) {
+      throw std::runtime_error(manifest.string() +
+                               ": parameters: every entry needs the texts \"name\" and \"default\"");
+    }
+    if (!defaults.emplace(entry["name"], entry["default"]).second) {
+      throw std::runtime_error(manifest.string() + ": parameters: \"" + std::string(entry["name"]) + "\" stands twice");
+    }
+  }
+  if (defaults.empty()) {
+    throw std::runtime_error(manifest.string() + ": parameters: the list is empty");
+  }
+  return defaults;
+}
+
+StoredParameters::StoredParameters(std::filesystem::path directory, std::string group)
+    : m_file(directory / "parameters.conf"), m_previous(directory / "parameters.conf.1"), m_group(std::move(group)) {}
+
+std::optional<Parameters> StoredParameters::readGeneration(const std::filesystem::path& path) const {
+  const auto text = readFile(path, kMaxFileBytes);
+  if (!text) {
+    return std::nullopt;
+  }
+  try {
+    return parse(checkedBody(*text), m_group);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path.string() + ": is damaged: " + error.what());
+  }
+}
+
+std::optional<Parameters> StoredParameters::load() {
+  m_damage.clear();
+  try {
+    if (auto values = readGeneration(m_file)) {
+      return values;
+    }
+    m_damage = m_file.string() + ": is missing";
+  } catch (const std::runtime_error& error) {
+    m_damage = error.what();
+  }
+  std::optional<Parameters> values;
+  try {
+    values = readGeneration(m_previous);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(m_damage + "; so is the generation before: " + error.what() +
+                             "; remove both files to start from the defaults");
+  }
+  if (!values && !std::filesystem::exists(m_file)) {
+    m_damage.clear();
+    return std::nullopt;
+  }
+  if (!values) {
+    throw std::runtime_error(m_damage + "; there is no generation before it; remove it to start from the defaults");
+  }
+  m_damage += "; the values of the generation before are used";
+  return values;
+}
+
+void StoredParameters::save(const Parameters& values) {
+  const std::string text = format(values, m_group);
+  const bool damaged = !m_damage.empty();
+  replaceFile(m_file, text, damaged ? std::filesystem::path(m_file.string() + ".damaged") : m_previous);
+  m_damage.clear();
+  if (!std::filesystem::exists(m_previous)) {
+    replaceFile(m_previous, text);
+  }
+}
+
+}  // namespace workstation

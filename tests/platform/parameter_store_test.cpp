@@ -1,0 +1,176 @@
+#include <axparameter.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/workstation/stored_parameters.h"
+#include "tests/platform/state_folder.h"
+
+namespace {
+
+constexpr const char* kManifest = R"({"parameters": [{"name": "Sensitivity", "default": "0.38", "type": "float"},
+                                                      {"name": "Name", "default": ""}]})";
+constexpr const char* kCamera = R"({"source": "x.mp4", "rotation": 90, "product_name": "AXIS P1"})";
+
+struct StoreCloser {
+  void operator()(AXParameter* store) const { ax_parameter_free(store); }
+};
+using Store = std::unique_ptr<AXParameter, StoreCloser>;
+
+class ParameterStore : public testing::Test {
+ protected:
+  ParameterStore() {
+    m_folder.write("manifest.json", kManifest);
+    m_folder.write("camera.json", kCamera);
+  }
+  ~ParameterStore() override { g_clear_error(&m_error); }
+
+  Store open() {
+    g_clear_error(&m_error);
+    return Store(ax_parameter_new("velmor_care", &m_error));
+  }
+  bool set(const Store& store, const std::string& name, const std::string& value, bool sync = true) {
+    g_clear_error(&m_error);
+    return ax_parameter_set(store.get(), name.c_str(), value.c_str(), sync ? TRUE : FALSE, &m_error) == TRUE;
+  }
+  std::string get(const Store& store, const std::string& name) {
+    gchar* value = nullptr;
+    if (ax_parameter_get(store.get(), name.c_str(), &value, nullptr) == FALSE) return "(none)";
+    const std::unique_ptr<gchar, decltype(&g_free)> owner(value, &g_free);
+    return value;
+  }
+  /// What a run started now would find.
+  std::string stored(const std::string& name) { return get(open(), name); }
+  int code() const { return m_error == nullptr ? 0 : m_error->code; }
+
+  StateFolder m_folder;
+  GError* m_error = nullptr;
+};
+
+TEST_F(ParameterStore, StartsFromTheManifestAndTheCamera) {
+  const Store store = open();
+  EXPECT_EQ(get(store, "Sensitivity"), "0.38");
+  EXPECT_EQ(get(store, "Name"), "");
+  EXPECT_EQ(get(store, "root.Image.I0.Appearance.Rotation"), "90");
+  EXPECT_EQ(get(store, "root.Brand.ProdShortName"), "AXIS P1");
+  GList* names = ax_parameter_list(store.get(), nullptr);
+  EXPECT_EQ(g_list_length(names), 2U) << "the camera's own parameters are not the application's";
+  EXPECT_STREQ(static_cast<const char*>(names->data), "Name");
+  g_list_free_full(names, g_free);
+}
+
+TEST_F(ParameterStore, KeepsEveryTextAsItIs) {
+  const char* texts[] = {
+      "",      " lead", "trail \t ", "two\nlines\r\n", "100 %s %% ; # = [x]", "back\\slash\\n\\s", "Bett 窓 ü",
+      "\"q\"", "\n",    "  "};
+  for (const char* text : texts) {
+    ASSERT_TRUE(set(open(), "Name", text)) << text;
+    EXPECT_EQ(stored("Name"), text);
+  }
+  EXPECT_FALSE(set(open(), "Name", "\xff\xfe"));
+  EXPECT_EQ(stored("Name"), "  ");
+}
+
+TEST_F(ParameterStore, AddsOnceAndRefusesWhatItDoesNotHold) {
+  {
+    const Store store = open();
+    EXPECT_TRUE(ax_parameter_add(store.get(), "Extra", "0", nullptr, nullptr));
+    EXPECT_FALSE(ax_parameter_add(store.get(), "Extra", "1", nullptr, &m_error));
+    EXPECT_EQ(code(), 13);
+    EXPECT_FALSE(set(store, "Unknown", "1"));
+    EXPECT_EQ(code(), AX_PARAMETER_PARAM_NOT_FOUND_ERROR);
+    EXPECT_FALSE(set(store, "root.Brand.ProdShortName", "Other"));
+    EXPECT_EQ(code(), AX_PARAMETER_PARAM_NOT_FOUND_ERROR);
+    for (const char* name : {"", "a=b", "a\nb", "[x]", " a"}) {
+      EXPECT_FALSE(ax_parameter_add(store.get(), name, "0", nullptr, nullptr)) << name;
+    }
+    EXPECT_EQ(get(store, "Unknown"), "(none)");
+  }
+  EXPECT_EQ(stored("Extra"), "0");
+  EXPECT_EQ(stored("root.Brand.ProdShortName"), "AXIS P1");
+}
+
+TEST_F(ParameterStore, LaysTheCamerasParametersOverTheStoredOnesAtEveryStart) {
+  set(open(), "Sensitivity", "0.9");
+  set(open(), "Name", "kept");
+  // A file of its own: a running process reads a camera once.
+  m_folder.write("other.json", R"({"source": "x.mp4", "parameters": {"Sensitivity": "0.5"}})");
+  ::setenv("VELMOR_CAMERA", (m_folder / "other.json").c_str(), 1);
+  m_folder.write("manifest.json", R"({"parameters": [{"name": "Sensitivity", "default": "0.1"},
+                                                     {"name": "Later", "default": "new"}]})");
+  EXPECT_EQ(stored("Sensitivity"), "0.5");
+  EXPECT_EQ(stored("Name"), "kept") << "an update of the package loses nothing";
+  EXPECT_EQ(stored("Later"), "new");
+}
+
+TEST_F(ParameterStore, WritesAtOnceOnlyWhenAskedTo) {
+  Store store = open();
+  const std::string before = m_folder.read("parameters.conf");
+  set(store, "Name", "later", false);
+  EXPECT_EQ(m_folder.read("parameters.conf"), before);
+  store.reset();
+  EXPECT_EQ(stored("Name"), "later");
+  store = open();
+  set(store, "Name", "now");
+  EXPECT_EQ(stored("Name"), "now");
+}
+
+TEST_F(ParameterStore, FallsBackOneGenerationWhenTheFileIsDamaged) {
+  set(open(), "Name", "older");
+  set(open(), "Name", "newer");
+  const std::string good = m_folder.read("parameters.conf");
+  std::string flipped = good;
+  flipped[flipped.find("newer")] = 'N';
+  for (const std::string& damaged :
+       {flipped, good.substr(0, good.size() - 3), std::string("garbage\n"), std::string()}) {
+    m_folder.write("parameters.conf", damaged);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(stored("Name"), "older");
+    EXPECT_EQ(m_folder.read("parameters.conf.damaged"), damaged);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(stored("Name"), "older") << "whole again";
+  }
+  std::filesystem::remove(m_folder / "parameters.conf");
+  EXPECT_EQ(stored("Name"), "older");
+}
+
+TEST_F(ParameterStore, SurvivesDamageToTheVeryFirstFile) {
+  open();
+  m_folder.write("parameters.conf", "");
+  EXPECT_EQ(stored("Sensitivity"), "0.38");
+}
+
+TEST_F(ParameterStore, SaysInOneLineWhyItCannotOpen) {
+  open();
+  const std::string good = m_folder.read("parameters.conf");
+  const std::map<std::string, std::string> damages = {{"parameters.conf.1", "so is the generation before"},
+                                                      {"manifest.json", "is not a manifest"}};
+  for (const auto& [file, message] : damages) {
+    m_folder.write("parameters.conf", "damaged");
+    m_folder.write(file, "damaged");
+    EXPECT_EQ(open(), nullptr);
+    ASSERT_EQ(code(), AX_PARAMETER_STORE_ERROR);
+    EXPECT_NE(std::string(m_error->message).find(message), std::string::npos) << m_error->message;
+    EXPECT_EQ(std::string(m_error->message).find('\n'), std::string::npos);
+    EXPECT_EQ(m_folder.read("parameters.conf"), "damaged") << "nothing is overwritten";
+    m_folder.write("parameters.conf.1", good);
+  }
+  for (const char* manifest : {R"({"parameters": [{"name": "A"}]})", R"({"parameters": [{"name": "A", "default": 1}]})",
+                               R"({"parameters": [{"name": "a b", "default": "1"}]})", R"({"parameters": []})"}) {
+    m_folder.write("manifest.json", manifest);
+    EXPECT_EQ(open(), nullptr) << manifest;
+  }
+}
+
+TEST_F(ParameterStore, LeavesTheValueWhenItCannotBeWritten) {
+  const Store store = open();
+  std::filesystem::create_directory(m_folder / "parameters.conf.new");
+  EXPECT_FALSE(set(store, "Name", "lost"));
+  EXPECT_EQ(code(), AX_PARAMETER_STORE_ERROR);
+  EXPECT_EQ(get(store, "Name"), "");
+  EXPECT_FALSE(ax_parameter_set(nullptr, "Name", "x", TRUE, nullptr)) << "a store that could not be opened";
+}
+
+}  // namespace
