@@ -1,0 +1,157 @@
+#include <functional>
+
+#include "tests/analysis/room.h"
+
+namespace {
+
+TEST_F(Room, OutOfBedStartsOnTheEleventhCycleAndStopsOnReturn) {
+  drawBed(1, inBed1());
+  run(30, {inBed1()});
+  EXPECT_FALSE(outOfBed());
+  run(10, {standing(0.5, 3)});
+  EXPECT_FALSE(outOfBed());
+  run(1, {standing(0.5, 3)});
+  EXPECT_TRUE(outOfBed());
+  run(3, {standing(0.5, 3)});
+  EXPECT_TRUE(outOfBed());
+  run(1, {inBed1()});
+  EXPECT_FALSE(outOfBed());
+  run(10, {});  // the count begins anew, and 8 cycles out of sight still count as in bed
+  EXPECT_FALSE(outOfBed());
+}
+
+TEST_F(Room, SomebodyOutOfSightStaysWhereLastSeenForEightCycles) {
+  drawBed(1, inBed1());
+  run(1, {inBed1()});
+  run(8 + 10, {});
+  EXPECT_FALSE(outOfBed());
+  EXPECT_EQ(g_findingsHistory.getNumberOfEntries(), 0);
+  run(1, {});
+  EXPECT_TRUE(outOfBed());
+}
+
+TEST_F(Room, EveryActiveBedMustHoldSomebody) {
+  drawBed(1, inBed1());
+  drawBed(2, inBed2());
+  run(12, {inBed1(), inBed2()});
+  EXPECT_FALSE(outOfBed());
+  run(11, {inBed1(), standing(0.5, 2.5)});
+  EXPECT_TRUE(outOfBed());
+  // A point in both areas marks the first only.
+  g_AreaofInterest.set_detection(2, g_AreaofInterest.get_detection(1));
+  run(1, {inBed1(), standing(0.5, 2.5)});
+  EXPECT_TRUE(outOfBed());
+  g_DetectionParams.b_Detection2Active = false;
+  run(1, {inBed1(), standing(0.5, 2.5)});
+  EXPECT_FALSE(outOfBed());
+}
+
+TEST_F(Room, AFallIsConfirmedAtTheSixteenthFindingOfSomebodyWhoLies) {
+  run(10, {lying(0.3, 3.2)});
+  EXPECT_EQ(activity(), Activity::unknownActivity);
+  run(1, {lying(0.3, 3.2)});
+  EXPECT_EQ(activity(), Activity::lying_down);
+  run(4, {lying(0.3, 3.2)});
+  EXPECT_FALSE(fall());
+  run(1, {lying(0.3, 3.2)});
+  EXPECT_EQ(activity(), Activity::fallen);
+  EXPECT_TRUE(fall());
+  run(1, {standing(0.3, 3.2)});  // averaged over six seconds, one cycle changes little, but the finding is a new one
+  g_DetectionParams.b_DetectFallenPersons = false;
+  run(1, {lying(0.3, 3.2)});
+  EXPECT_FALSE(fall());
+}
+
+/// What the sixth finding of somebody who lies shows that rules a fall out for as long as it is among the newest six.
+TEST_F(Room, OneFindingThatSpeaksAgainstAFallDelaysItBySixCycles) {
+  const Skeleton person = lying(0.3, 3.2);
+  const auto bed = g_AreaofInterest;
+  const auto runsUntilFall = [&](const std::function<void()>& disturb) {
+    g_findingsHistory = FindingsHistory(12);
+    g_Tracker = tracker();
+    run(14, {person});
+    disturb();
+    g_AreaofInterest = bed;
+    int cycles = 15;
+    for (; !fall() && cycles < 40; ++cycles) run(1, {person});
+    run(1, {});
+    return cycles;
+  };
+  EXPECT_EQ(runsUntilFall([&] { run(1, {person}); }), 16);
+  EXPECT_EQ(runsUntilFall([&] {
+              drawBed(1, person);
+              g_DetectionParams.b_Detection1Active = false;
+              run(1, {person});
+            }),
+            21);
+  EXPECT_EQ(runsUntilFall([&] {
+              const auto [x, y] = person.superior;
+              g_AreaofInterest.set_exclusion(3, {{x - 9, y - 9}, {x + 9, y - 9}, {x + 9, y + 9}, {x - 9, y + 9}});
+              g_AreaofInterest.set_exclusion_active(3, true);
+              run(1, {person});
+            }),
+            21);
+  EXPECT_EQ(runsUntilFall([&] {
+              Skeleton atTheEdge = person;
+              atTheEdge.boundingBox.topLeft.y = 0;
+              run(1, {atTheEdge});
+            }),
+            21);
+  EXPECT_EQ(runsUntilFall([&] {
+              Skeleton unseen = person;
+              unseen.hasInferior = false;
+              run(1, {unseen});
+            }),
+            21);
+}
+
+TEST_F(Room, WhoMovesAcrossTheFloorHasNotFallenUntilLyingStill) {
+  for (int i = 0; i < 24; ++i) run(1, {lying(-1.2 + 0.1 * i, 3.2)});
+  EXPECT_EQ(activity(), Activity::lying_down);
+  EXPECT_FALSE(fall());
+  run(24, {lying(1.1, 3.2)});
+  EXPECT_TRUE(fall());
+}
+
+TEST_F(Room, FeetOnTheFloorTellStandingFromLying) {
+  for (const double away : {2.0, 2.5, 3.0, 3.5, 4.0, 4.5}) {
+    for (const double x : {-1.2, -0.6, 0.0, 0.6, 1.2}) {
+      for (const bool feetOnFloor : {true, false}) {
+        g_FloorParams.b_FeetOnFloor = feetOnFloor;
+        g_findingsHistory = FindingsHistory(12);
+        run(16, {standing(x, away)});
+        EXPECT_EQ(activity(), feetOnFloor ? Activity::standing : Activity::fallen) << x << " " << away;
+        g_findingsHistory = FindingsHistory(12);
+        run(16, {lying(x, away)});
+        EXPECT_EQ(activity(), Activity::fallen) << x << " " << away;
+      }
+    }
+  }
+}
+
+TEST_F(Room, SwitchedOffDetectionsStopTheirEventsAndStartNone) {
+  drawBed(1, inBed1());
+  const Skeletons people{lying(0.3, 3)};
+  run(16, people);
+  EXPECT_TRUE(outOfBed());
+  EXPECT_TRUE(fall());
+  g_DetectionParams.b_DetectPatientOutOfBed = g_DetectionParams.b_DetectFallenPersons = false;
+  run(1, people);
+  EXPECT_FALSE(outOfBed());
+  EXPECT_FALSE(fall());
+  run(20, people);
+  EXPECT_FALSE(outOfBed());
+  EXPECT_FALSE(fall());
+}
+
+TEST_F(Room, SomebodyWithoutATopIsTrackedButOccupiesNoBed) {
+  Skeleton patient = inBed1();
+  drawBed(1, patient);
+  patient.hasSuperior = false;
+  run(11, {patient});
+  EXPECT_TRUE(outOfBed());
+  EXPECT_EQ(g_findingsHistory.getNumberOfEntries(), 0);
+  EXPECT_EQ(g_Tracker.list_object_keys(), t_IDs{0});
+}
+
+}  // namespace
