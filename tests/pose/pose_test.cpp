@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <random>
+#include <stdexcept>
+
+#include "app/initial_params.h"
+#include "app/process_state.h"
+#include "pose/BodypixPoseEstimator.h"
+#include "tests/pose/fake_larod.h"
+#include "tests/pose/synthetic_grid.h"
+#include "tests/video/captured_log.h"
+
+bool g_IsDevMode;
+_InitialParams g_InitialParams;
+
+namespace {
+
+using enum BodyPart;
+using PosenetDecoder::kNumKeypoints;
+
+std::vector<float> dequantized(const std::vector<uint8_t>& bytes, const Dequantizer& dequantizer) {
+  std::vector<float> values;
+  std::transform(bytes.begin(), bytes.end(), std::back_inserter(values), dequantizer);
+  return values;
+}
+
+struct Decoded {
+  explicit Decoded(const SyntheticGrid& grid)
+      : Decoded(grid, dequantized(grid.heatmaps, heatmapDequantizer),
+                dequantized(grid.shortOffsets, shortOffsetDequantizer),
+                dequantized(grid.midOffsets, midOffsetDequantizer)) {}
+  Decoded(const SyntheticGrid& grid, const std::vector<float>& heat, const std::vector<float>& near,
+          const std::vector<float>& mid) {
+    count = PosenetDecoder::DecodeAllPoses(heat.data(), near.data(), mid.data(), grid.height, grid.width, 20, 0.01F, 5,
+                                           2.0F, 16, keypoints.data(), keypointScores.data(), scores.data());
+  }
+
+  int count;
+  std::array<PosenetDecoder::PoseKeypoints, 20> keypoints;
+  std::array<PosenetDecoder::PoseKeypointScores, 20> keypointScores;
+  std::array<float, 20> scores;
+};
+
+void expectAt(const PosenetDecoder::Point& actual, const PosenetDecoder::Point& expected) {
+  EXPECT_NEAR(actual.y, expected.y, 2.0F);
+  EXPECT_NEAR(actual.x, expected.x, 2.0F);
+}
+
+TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
+  for (const std::size_t root : {0U, 9U, 15U, 16U}) {
+    SyntheticGrid grid(46, 81);
+    const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
+    grid.add(person, 2.0F, root);
+    const Decoded decoded(grid);
+    ASSERT_EQ(decoded.count, 1);
+    EXPECT_GT(decoded.scores[0], 0.8F);
+    for (std::size_t k = 0; k < person.size(); ++k) expectAt(decoded.keypoints[0].keypoint[k], person[k]);
+  }
+}
+
+TEST(Decoder, OrdersPeopleByScoreAndSuppressesDoubles) {
+  SyntheticGrid grid(46, 81);
+  const PersonPixels weak = standingPerson(300.0F, 200.0F, 350.0F);
+  const PersonPixels strong = standingPerson(900.0F, 200.0F, 350.0F);
+  grid.add(weak, -1.0F);
+  grid.add(strong, 2.5F);
+  const Decoded decoded(grid);
+  ASSERT_EQ(decoded.count, 2);
+  expectAt(decoded.keypoints[0].keypoint[0], strong[0]);
+  expectAt(decoded.keypoints[1].keypoint[0], weak[0]);
+  EXPECT_GT(decoded.scores[0], decoded.scores[1]);
+  EXPECT_EQ(Decoded(SyntheticGrid(46, 81)).count, 0);
+}
+
+TEST(Decoder, RootsAreLocalMaximaMovedIntoTheGrid) {
+  const std::vector<float> heat = {1.0F, 1.0F, 0.5F, -9.0F};  // one row, one keypoint type
+  const std::vector<float> offsets = {-3.0F, 0.25F, 0, 0.5F, 0, 0, 0, 0};
+  PosenetDecoder::KeypointQueue queue;
+  PosenetDecoder::BuildKeypointWithScoreQueue(heat.data(), offsets.data(), 1, 4, 1, 0.5F, 1, &queue);
+  ASSERT_EQ(queue.size(), 2U) << "equals both count, their lesser neighbour does not";
+  EXPECT_EQ(queue.top().point.y, 0.0F);
+  std::vector<float> columns = {queue.top().point.x};
+  queue.pop();
+  columns.push_back(queue.top().point.x);
+  std::sort(columns.begin(), columns.end());
+  EXPECT_EQ(columns, (std::vector<float>{0.25F, 1.5F}));
+}
+
+TEST(Decoder, SamplingExtrapolatesFromTheBorder) {
+  const std::vector<float> tensor = {0, 10, 1, 20, 2, 40, 4, 80};  // 2 x 2 cells of two channels
+  const auto sample = [&](float y, float x, int channel) {
+    return PosenetDecoder::SampleTensorAtSingleChannel(tensor.data(), 2, 2, 2, {y, x}, channel);
+  };
+  EXPECT_FLOAT_EQ(sample(0.5F, 0.25F, 0), 0.5F * 0.25F + 0.5F * 2.5F);
+  EXPECT_FLOAT_EQ(sample(0.0F, 1.0F, 1), 20.0F);
+  EXPECT_FLOAT_EQ(sample(-1.0F, 0.0F, 0), 0.0F) << "floor and ceiling are the same border cell";
+  int low = 0;
+  int high = 0;
+  float fraction = 0.0F;
+  PosenetDecoder::BuildLinearInterpolation(7.5F, 4, &low, &high, &fraction);
+  EXPECT_EQ(low, 3);
+  EXPECT_EQ(high, 3);
+  EXPECT_EQ(fraction, 4.5F);
+}
+
+TEST(Decoder, SoftSuppressionCountsOnlyWhatNoBetterPoseCovers) {
+  std::vector<PosenetDecoder::PoseKeypoints> poses(2);
+  std::vector<PosenetDecoder::PoseKeypointScores> scores(2);
+  for (std::size_t k = 0; k < kNumKeypoints; ++k) {
+    poses[1].keypoint[k] = {k < 2 ? 2.0F : 3.0F, 0.0F};  // the first two lie exactly on the radius
+    scores[0].keypoint[k] = 0.5F;
+    scores[1].keypoint[k] = k == 0 ? 1.0F : 0.25F;
+  }
+  std::vector<float> result;
+  PosenetDecoder::PerformSoftKeypointNMS({0, 1}, poses, scores, kNumKeypoints, 4.0F, kNumKeypoints, &result);
+  EXPECT_FLOAT_EQ(result[0], 0.5F);
+  EXPECT_FLOAT_EQ(result[1], 15.0F * 0.25F / 17.0F);
+  const PosenetDecoder::KeypointWithScore candidate = {{0.0F, 2.0F}, 0, 9.0F};
+  EXPECT_FALSE(PosenetDecoder::PassKeypointNMS(poses, 1, candidate, 4.0F));
+  EXPECT_TRUE(PosenetDecoder::PassKeypointNMS(poses, 0, candidate, 4.0F));
+  EXPECT_TRUE(PosenetDecoder::PassKeypointNMS(poses, 1, candidate, 3.9F));
+  EXPECT_NEAR(PosenetDecoder::Logodds(0.01F), -4.5950F, 1e-4F);
+  EXPECT_EQ(PosenetDecoder::Sigmoid(-100000.0F), 0.0F);
+}
+
+TEST(Decoder, SurvivesAnyNumbers) {
+  const float inf = std::numeric_limits<float>::infinity();
+  const std::array<float, 8> harmful = {inf, -inf, std::nanf(""), 1e30F, -1e30F, 3.0F, 0.0F, -2.0F};
+  std::mt19937 random(7);
+  const auto fill = [&](std::size_t size) {
+    std::vector<float> values(size);
+    std::generate(values.begin(), values.end(), [&] { return harmful[random() % harmful.size()]; });
+    return values;
+  };
+  for (int round = 0; round < 20; ++round) {
+    const SyntheticGrid size(5, 9);
+    const Decoded decoded(size, fill(45 * 17), fill(45 * 34), fill(45 * 64));
+    for (std::size_t i = 0; i < static_cast<std::size_t>(decoded.count); ++i) {
+      EXPECT_TRUE(decoded.scores[i] >= 0.01F && decoded.scores[i] <= 1.0F);
+      for (const auto& point : decoded.keypoints[i].keypoint) {
+        EXPECT_TRUE(point.y >= 0.0F && point.y <= 64.0F && point.x >= 0.0F && point.x <= 128.0F);
+      }
+    }
+  }
+}
+
+/// Answers with a picture of one value, or not at all, and remembers the question.
+class Source : public ImageFrameSource {
+ public:
+  bool getFrame(int height, int width, int rotation, uint8_t* pixels) override {
+    asked = {height, width, rotation};
+    std::fill_n(pixels, height * width * 3, uint8_t{90});
+    return works;
+  }
+  std::array<int, 3> asked = {};
+  bool works = true;
+};
+
+class Estimator : public testing::Test {
+ protected:
+  Estimator() {
+    std::ofstream(m_modelPath) << "model";
+    fakeLarod() = {};
+    describeModel(720, 1280, 46, 81);
+    capturedLog().clear();
+  }
+  ~Estimator() override { EXPECT_EQ(fakeLarod().liveHandles, 0); }
+
+  static void describeModel(std::size_t height, std::size_t width, std::size_t rows, std::size_t columns) {
+    fakeLarod().inputs = {{1, height, width, 3}};
+    fakeLarod().outputs.clear();
+    for (const std::size_t channels : {17U, 34U, 64U, 1U, 24U, 34U}) {
+      fakeLarod().outputs.push_back({1, rows, columns, channels});
+    }
+  }
+
+  /// Shows two people, given in pixels of the upright picture, to a run of that rotation.
+  static void show(const PersonPixels& strong, const PersonPixels& weak, int rotation) {
+    const bool isTurned = rotation % 180 == 90;
+    SyntheticGrid grid(isTurned ? 81 : 46, isTurned ? 46 : 81);
+    describeModel(isTurned ? 1280 : 720, isTurned ? 720 : 1280, isTurned ? 81 : 46, isTurned ? 46 : 81);
+    for (const auto& [person, logit] : {std::pair{weak, 0.0F}, std::pair{strong, 2.5F}}) {
+      PersonPixels turned;
+      std::transform(person.begin(), person.end(), turned.begin(), [&](const PosenetDecoder::Point& p) {
+        return turnedPixel(p, rotation, isTurned ? 1280.0F : 720.0F, isTurned ? 720.0F : 1280.0F);
+      });
+      grid.add(turned, logit);
+    }
+    fakeLarod().outputBytes = grid.outputs();
+  }
+
+  const std::string m_modelPath = testing::TempDir() + "pose_model";
+  const PersonPixels m_strong = standingPerson(400.0F, 150.0F, 400.0F);
+  const PersonPixels m_weak = standingPerson(850.0F, 250.0F, 350.0F);
+  Source m_source;
+};
+
+TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
+  for (const int rotation : {0, 90, 180, 270}) {
+    SCOPED_TRACE(rotation);
+    show(m_strong, m_weak, rotation);
+    const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
+    for (int run = 0; run < 2; ++run) {
+      ASSERT_TRUE(estimator->runModel(m_source, rotation));
+      const auto& shape = fakeLarod().inputs[0];
+      EXPECT_EQ(m_source.asked, (std::array{static_cast<int>(shape[1]), static_cast<int>(shape[2]), rotation}));
+      EXPECT_EQ(fakeLarod().lastInput, std::vector<uint8_t>(shape[1] * shape[2] * 3, 90));
+      for (const BodyPart part : BodyParts) {
+        const auto k = static_cast<std::size_t>(part);
+        const Point first = estimator->getKeypoint(0, part);
+        const Point second = estimator->getKeypoint(1, part);
+        expectAt({static_cast<float>(first.y), static_cast<float>(first.x)}, m_strong[k]);
+        expectAt({static_cast<float>(second.y), static_cast<float>(second.x)}, m_weak[k]);
+      }
+    }
+    const Skeletons skeletons = estimator->getSkeletons();
+    ASSERT_EQ(skeletons.size(), rotation == 180 ? 0U : 2U) << "upside-down to the run is not valid";
+    for (const Skeleton& skeleton : skeletons) EXPECT_EQ(skeleton.detectorRotation, rotation);
+  }
+}
+
+TEST_F(Estimator, ThresholdsCutPosesBelowAndEdgesUpToThem) {
+  show(m_strong, m_weak, 0);
+  const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
+  ASSERT_TRUE(estimator->runModel(m_source, 0));
+  const float weakScore = estimator->getPoseScore(1);
+  for (const auto& [threshold, count] : {std::pair{weakScore, 2U}, std::pair{std::nextafter(weakScore, 1.0F), 1U}}) {
+    estimator->setPoseThreshold(threshold);
+    ASSERT_TRUE(estimator->runModel(m_source, 0));
+    EXPECT_EQ(estimator->getSkeletons().size(), count);
+  }
+  const float elbow = estimator->getKeypointScore(0, LeftElbow);
+  const auto hasEdgeAtElbow = [&] {
+    const Edges edges = estimator->getEdges(0);
+    return std::any_of(edges.begin(), edges.end(), [](const Edge& edge) { return edge.b.bodyPart == LeftElbow; });
+  };
+  estimator->setKeypointThreshold(std::nextafter(elbow, 0.0F));
+  EXPECT_TRUE(hasEdgeAtElbow());
+  estimator->setKeypointThreshold(elbow);
+  EXPECT_FALSE(hasEdgeAtElbow());
+}
+
+TEST_F(Estimator, AFailedRunKeepsTheLastResults) {
+  show(m_strong, m_weak, 0);
+  const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
+  ASSERT_TRUE(estimator->runModel(m_source, 0));
+  m_source.works = false;
+  EXPECT_FALSE(estimator->runModel(m_source, 0));
+  EXPECT_TRUE(hasLogged(LOG_ERR, "BodypixPoseEstimator::runModel Unable to getFrame"));
+  m_source.works = true;
+  fakeLarod().failingCall = "larodRunJob";
+  EXPECT_FALSE(estimator->runModel(m_source, 0));
+  EXPECT_TRUE(hasLogged(LOG_ERR, "BodypixPoseEstimator::runModel Unable to run inference: out of order"));
+  EXPECT_EQ(estimator->getSkeletons().size(), 2U);
+
+  const std::string prefix = testing::TempDir() + "pose_dump";
+  estimator->writePoseData(prefix);
+  estimator->writeInputTensor(prefix + ".pgm");
+  float score = 0.0F;
+  std::ifstream(prefix + "_poseScores.txt") >> score;
+  EXPECT_NEAR(score, estimator->getPoseScore(0), 1e-4F);
+  std::string magic;
+  int width = 0, height = 0, highest = 0, grey = 0;
+  std::ifstream(prefix + ".pgm") >> magic >> width >> height >> highest >> grey;
+  EXPECT_EQ(magic + " " + std::to_string(width) + "x" + std::to_string(height), "P2 1280x720");
+  EXPECT_EQ(grey, 90);
+}
+
+TEST_F(Estimator, ConstructionFailsWithTheReasonAndLeavesNothingBehind) {
+  const std::vector<std::pair<std::string, std::string>> failures = {
+      {"larodConnect", "Failed to create larod connection. out of order"},
+      {"larodLoadModel", "Failed to load model " + m_modelPath + ". out of order"},
+      {"larodCreateModelInputs", "Failed to create model input tensor array. out of order"},
+      {"larodCreateModelOutputs", "Failed to create model output tensor array. out of order"},
+      {"larodSetTensorFd", "Failed to set tensor file descriptor for Input Image. out of order"},
+      {"larodCreateJobRequest", "Failed to create larod job request. out of order"},
+      {"no output", "Model " + m_modelPath + " has 1 inputs and 0 outputs"},
+      {"wide input", "Model " + m_modelPath + " takes no RGB picture"},
+      {"larger grid", "Model " + m_modelPath + " has not the output grid of 3726 cells"},
+      {"no file", "Failed to open model file /nowhere. No such file or directory"}};
+  for (const auto& [failure, text] : failures) {
+    describeModel(720, failure == "wide input" ? 9999 : 1280, 46, failure == "larger grid" ? 82 : 81);
+    if (failure == "no output") fakeLarod().outputs.clear();
+    fakeLarod().failingCall = failure;
+    try {
+      std::make_unique<BodypixPoseEstimator>(failure == "no file" ? "/nowhere" : m_modelPath);
+      ADD_FAILURE() << failure;
+    } catch (const std::runtime_error& error) {
+      EXPECT_TRUE(std::string(error.what()).starts_with(text)) << error.what();
+      EXPECT_EQ(capturedLog().back(), (LogLine{LOG_ERR, error.what()}));
+    }
+    EXPECT_EQ(fakeLarod().liveHandles, 0) << failure;
+  }
+  EXPECT_THROW(MemoryMappedFile("/nowhere/file-XXXXXX", 1), const char*);
+  EXPECT_THROW(MemoryMappedFile("/tmp/velmor.test-XXXXXX", 0), const char*);
+}
+
+}  // namespace

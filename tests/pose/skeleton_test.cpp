@@ -1,0 +1,257 @@
+#include "pose/skeleton.h"
+
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+#include "app/process_state.h"
+#include "pose/skeleton_fusion.h"
+#include "tests/video/captured_log.h"
+
+namespace {
+
+using enum BodyPart;
+
+/// All 17 keypoints in one place.
+Keypoints everywhere(const Point& point, float score) {
+  Keypoints keypoints;
+  for (const BodyPart part : BodyParts) keypoints[part] = {point, part, score};
+  return keypoints;
+}
+
+void place(Keypoints& keypoints, BodyPart part, int x, int y, float score) { keypoints[part] = {{x, y}, part, score}; }
+
+/// Head at (x, top), feet at (x, bottom), shoulders as wide as `width`.
+Skeleton person(int x, int top, int bottom, int width, int detectorRotation, float score = 0.5F) {
+  Keypoints keypoints = everywhere({x, top}, 0.5F);
+  for (const BodyPart part : {LeftAnkle, RightAnkle}) place(keypoints, part, x, bottom, 0.5F);
+  place(keypoints, LeftShoulder, x + width / 2, top, 0.5F);
+  place(keypoints, RightShoulder, x - width / 2, top, 0.5F);
+  return {keypoints, detectorRotation, score};
+}
+
+bool operator==(const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }
+
+TEST(SkeletonPoints, TheSuperiorPointGoesDownTheRanking) {
+  Keypoints keypoints = everywhere({1, 1}, 0.1F);  // a score of exactly 0.1 does not count
+  Point point(-1, -1);
+  EXPECT_FALSE(getSuperior(keypoints, point));
+  EXPECT_TRUE(point == Point(-1, -1));
+  int x = 100;
+  for (const BodyPart part : {LeftShoulder, RightEar, LeftEar, RightEye, LeftEye, Nose}) {
+    place(keypoints, part, ++x, 5, 0.11F);
+    ASSERT_TRUE(getSuperior(keypoints, point));
+    EXPECT_TRUE(point == Point(x, 5)) << bodyPartToName(part);
+  }
+  place(keypoints, RightShoulder, -104, -8, 0.11F);  // with the left one at (101, 5)
+  ASSERT_TRUE(getSuperior(keypoints, point));
+  EXPECT_TRUE(point == Point(-1, -1)) << "the middle is truncated toward zero";
+  const Keypoints shoulder = {{RightShoulder, {{7, 8}, RightShoulder, 0.2F}}};
+  ASSERT_TRUE(getSuperior(shoulder, point));
+  EXPECT_TRUE(point == Point(7, 8));
+}
+
+TEST(SkeletonPoints, FeetAndHipsNeedNoScore) {
+  for (const auto& [find, left, right] :
+       {std::tuple{&getInferior, LeftAnkle, RightAnkle}, std::tuple{&getHipMedian, LeftHip, RightHip}}) {
+    Keypoints keypoints;
+    Point point;
+    EXPECT_FALSE(find(keypoints, point));
+    place(keypoints, left, 3, 10, 0.0F);
+    EXPECT_TRUE(find(keypoints, point) && point == Point(3, 10));
+    place(keypoints, right, 4, 11, 0.0F);
+    EXPECT_TRUE(find(keypoints, point) && point == Point(3, 10));
+    keypoints.erase(left);
+    EXPECT_TRUE(find(keypoints, point) && point == Point(4, 11));
+  }
+}
+
+TEST(SkeletonShape, TheBoxLeavesOutArmsAndTheEdgesWeakEnds) {
+  Keypoints keypoints = everywhere({50, 60}, 0.5F);
+  for (const BodyPart arm : {LeftElbow, RightElbow, LeftWrist, RightWrist}) place(keypoints, arm, 900, 900, 1.0F);
+  place(keypoints, Nose, 10, 70, 0.0F);
+  place(keypoints, LeftKnee, 55, 90, 0.0F);
+  const Skeleton skeleton(keypoints, 0, 0.5F);
+  EXPECT_TRUE(skeleton.boundingBox.topLeft == Point(10, 60) && skeleton.boundingBox.bottomRight == Point(55, 90));
+  ASSERT_EQ(skeleton.edges.size(), 19U - 4U - 2U);  // four start at the nose, two meet at the left knee
+  EXPECT_EQ(skeleton.edges.front().a.bodyPart, LeftEar);
+  EXPECT_EQ(skeleton.edges.back().b.bodyPart, RightAnkle);
+  EXPECT_TRUE(isHead(skeleton.edges.front()));
+  EXPECT_FALSE(isHead(skeleton.edges.back()));
+  keypoints.erase(RightAnkle);
+  EXPECT_THROW(getEdges(keypoints), std::out_of_range);
+  EXPECT_EQ(getBoundingBox({}).topLeft.x, std::numeric_limits<int>::max());
+}
+
+TEST(SkeletonShape, HeightAngleAndRotationFollowTheAxis) {
+  struct Case {
+    Point head, feet;
+    float height;
+    int rotation;
+  };
+  for (const Case& c : {Case{{100, 50}, {100, 250}, 200.0F, 0}, Case{{100, 250}, {100, 50}, 200.0F, 180},
+                        Case{{40, 80}, {340, 80}, 300.0F, 90}, Case{{340, 80}, {40, 80}, 300.0F, 270},
+                        Case{{30, 40}, {0, 0}, 50.0F, 180}}) {
+    Keypoints keypoints = everywhere(c.head, 0.5F);
+    for (const BodyPart part : {LeftAnkle, RightAnkle}) place(keypoints, part, c.feet.x, c.feet.y, 0.0F);
+    const Skeleton skeleton(keypoints, 0, 0.5F);
+    EXPECT_EQ(skeleton.skeletonHeight, c.height);
+    int rotation = -7;
+    EXPECT_TRUE(skeleton.getRotation(rotation));
+    EXPECT_EQ(rotation, c.rotation);
+  }
+  int rotation = -7;
+  EXPECT_FALSE(Skeleton().getRotation(rotation));
+  EXPECT_EQ(rotation, -7);
+  EXPECT_EQ(Skeleton().detectorRotation, -2);
+}
+
+TEST(SkeletonShape, BoundariesBelongToTheRangeAbove) {
+  const std::vector<std::pair<float, int>> expected = {
+      {0.7853982F, 180}, {0.7853981F, 270}, {-0.7853982F, 270}, {-0.7853983F, 0},    {2.3561945F, 90}, {3.1415927F, 90},
+      {-3.1415927F, 90}, {-2.3561945F, 0},  {-2.3561947F, 90},  {std::nanf(""), -1}, {4.0F, -1}};
+  for (const auto& [angle, rotation] : expected) EXPECT_EQ(skeletonAngleToRotation(angle), rotation) << angle;
+  for (const int d : {0, 90, 180, 270, -1}) {
+    for (const int r : {0, 90, 180, 270, -1}) {
+      EXPECT_EQ(isAdjacentDetector(d, r), d >= 0 && r >= 0 && std::abs(d - r) % 180 == 90) << d << " " << r;
+    }
+  }
+}
+
+TEST(SkeletonValidity, RejectsWhatIsNoPersonAndSaysSoToDevelopers) {
+  struct Case {
+    Skeleton skeleton;
+    bool isValid;
+    const char* log;
+  };
+  const Case cases[] = {
+      {person(500, 100, 300, 100, 0), true, ""},
+      {person(500, 100, 300, 100, 90), true, ""},
+      {person(500, 100, 300, 100, 180), false,
+       "Rejecting detected skeleton due to rotation mismatch: detector rotation=180 skeleton rotation=0"},
+      {person(500, 100, 150, 100, 0), false, "thisArea 5000.000000, sceneArea 1000000.000000"},
+      {person(500, 50, 950, 800, 0), false, "Rejecting skeleton due to incorrect size"},
+      {person(500, 349, 49, 100, 180), false,
+       "Rejecting detected skeleton due to inferior to close to top of viewport"},
+      {person(500, 350, 50, 100, 180), true, ""},
+      {Skeleton(), false, "Skeleton::isValid rejecting skeleton with no Superior nor Inferior"},
+      {Skeleton({{Nose, {{5, 5}, Nose, 0.5F}}}, Edges(), 0, 0.5F), true, ""}};  // no feet: no size, no angle
+  for (const Case& c : cases) {
+    for (const bool isDevMode : {false, true}) {
+      g_IsDevMode = isDevMode;
+      capturedLog().clear();
+      EXPECT_EQ(c.skeleton.isValid(1000, 1000), c.isValid) << c.log;
+      EXPECT_EQ(hasLogged(LOG_INFO, c.log) || hasLogged(LOG_ERR, c.log), isDevMode && *c.log != '\0') << c.log;
+    }
+  }
+  g_IsDevMode = false;
+}
+
+TEST(SkeletonValidity, TheMarginToThePictureEdgeGrowsWithTheBox) {
+  const auto boxed = [](int left, int top, int right, int bottom) {
+    Skeleton skeleton;
+    skeleton.boundingBox = {{left, top}, {right, bottom}};
+    return skeleton.isNearEdge(200, 200);
+  };
+  EXPECT_FALSE(boxed(10, 10, 90, 170));
+  EXPECT_TRUE(boxed(9, 10, 90, 170));
+  EXPECT_TRUE(boxed(10, 9, 90, 170));
+  EXPECT_FALSE(boxed(110, 110, 190, 190));
+  EXPECT_TRUE(boxed(110, 110, 191, 190));
+  EXPECT_TRUE(boxed(110, 110, 190, 191));
+}
+
+TEST(SkeletonLog, NamesWhatIsKnown) {
+  capturedLog().clear();
+  logSkeleton(person(100, 50, 250, 40, 90), "tag");
+  logSkeleton(Skeleton(), "none");
+  for (const char* text :
+       {"[tag] Superior          : (100,50)", "[tag] Inferior          : (100,250)",
+        "[tag] Skeleton Angle    : -1.570796 (-0.500004)", "[tag] Skeleton Rotation : 0",
+        "[tag] Detector Rotation : 90", "[tag] Score             : 0.500000", "[tag] BBox Area          : 8000.000000",
+        "[none] Superior          : N/A", "[none] Skeleton Angle    : N/A", "[none] Detector Rotation : -2"}) {
+    EXPECT_TRUE(hasLogged(LOG_INFO, text)) << text;
+  }
+  EXPECT_EQ(bodyPartToName(RightAnkle) + bodyPartToName(Nose), "Right AnkleNose");
+  EXPECT_EQ(bodyPartToName(static_cast<BodyPart>(17)) + bodyPartToName(static_cast<BodyPart>(-1)), "UnknownUnknown");
+}
+
+/// Skeletons `apart` pixels from each other sideways, with boxes that do not overlap.
+Skeletons row(int apart, const std::vector<std::pair<int, float>>& rotationsAndScores) {
+  Skeletons skeletons;
+  for (const auto& [rotation, score] : rotationsAndScores) {
+    skeletons.push_back(person(100 + apart * static_cast<int>(skeletons.size()), 50, 250, 0, rotation, score));
+  }
+  return skeletons;
+}
+
+TEST(Fusion, MergesQuarterTurnsAndKeepsTheStrongerOtherwise) {
+  using Found = std::vector<std::pair<int, float>>;  // detector rotation, score
+  struct Case {
+    int apart;
+    Found given;
+    Found expected;
+  };
+  const Case cases[] = {{50, {}, {}},
+                        {50, {{0, 0.5F}, {0, 0.75F}}, {{0, 0.75F}}},
+                        {50, {{0, 0.75F}, {180, 0.5F}}, {{0, 0.75F}}},
+                        {50, {{180, 0.5F}, {0, 0.5F}}, {{0, 0.5F}}},  // of equals the earlier goes
+                        {100, {{0, 0.5F}, {90, 0.25F}}, {{-1, 0.75F}}},
+                        {101, {{0, 0.5F}, {90, 0.25F}}, {{0, 0.5F}, {90, 0.25F}}},
+                        {50, {{0, 0.25F}, {90, 0.25F}, {180, 0.75F}}, {{180, 0.75F}}},  // a merged one never merges
+                        {50, {{90, 0.5F}, {0, 0.25F}, {270, 0.5F}}, {{-1, 0.75F}}}};
+  for (const Case& c : cases) {
+    Skeletons skeletons = row(c.apart, c.given);
+    clusterSkeletons(skeletons);
+    Found found;
+    for (const Skeleton& one : skeletons) found.emplace_back(one.detectorRotation, one.score);
+    EXPECT_EQ(found, c.expected);
+  }
+}
+
+TEST(Fusion, CombinesInOrderAndKeepsTheConfident) {
+  const Skeletons far = row(400, {{0, 0.5F}, {270, 0.25F}, {180, 0.75F}, {90, 0.625F}});
+  Skeletons headless = {far[3]};
+  headless[0].hasSuperior = false;
+  const Skeletons all = combineSkeletons({far[0]}, {far[1]}, {far[2]}, {far[3]}, 0.25F, 1, 1);
+  ASSERT_EQ(all.size(), 3U) << "a score equal to the threshold is not enough";
+  EXPECT_EQ(all[1].detectorRotation, 180);
+  EXPECT_EQ(all[2].detectorRotation, 90);
+  EXPECT_TRUE(combineSkeletons({}, {}, {}, headless, 0.25F, 1, 1).empty());
+}
+
+TEST(Fusion, WeighsDistanceByScoresPartsAndOverlap) {
+  Skeleton a(everywhere({0, 0}, 0.0F), 0, 0.5F);
+  Skeleton b = a;
+  EXPECT_TRUE(std::isnan(getDistance(a, b))) << "no score, no distance";
+  place(a.keypoints, Nose, 0, 0, 0.5F);
+  place(b.keypoints, Nose, 30, 40, 0.25F);         // 50 away, weight 0.75 * 2
+  place(b.keypoints, LeftShoulder, 10, 0, 0.25F);  // 10 away, weight 0.25 * 8
+  EXPECT_FLOAT_EQ(getDistance(a, b), (1.5F * 50.0F + 2.0F * 10.0F) / 3.5F);
+  a.boundingBox = {{0, 0}, {40, 10}};
+  b.boundingBox = {{30, 5}, {50, 15}};  // 10 x 5 in common, the smaller has 200
+  EXPECT_FLOAT_EQ(getDistance(a, b), (1.5F * 50.0F + 2.0F * 10.0F) / 3.5F * 0.75F);
+  EXPECT_EQ(getIOS({{0, 0}, {100, 100}}, {{20, 20}, {30, 30}}), 1.0F);
+  EXPECT_EQ(getIOS({{0, 0}, {10, 10}}, {{10, 0}, {20, 10}}), 0.0F);
+  b.keypoints.erase(RightAnkle);
+  EXPECT_THROW(getDistance(a, b), std::out_of_range);
+}
+
+TEST(Fusion, MergedKeypointsLieAtTheWeightedMean) {
+  Keypoints first = everywhere({10, 10}, 0.3F);
+  place(first, LeftWrist, 90, 90, 0.0F);
+  Keypoints second = everywhere({20, 20}, 0.1F);
+  place(second, LeftWrist, 90, 90, 0.0F);
+  const Skeleton merged = merge(Skeleton(first, 0, 0.5F), Skeleton(second, 90, 0.75F));
+  EXPECT_TRUE(merged.keypoints.at(Nose).point == Point(12, 12));
+  EXPECT_FLOAT_EQ(merged.keypoints.at(Nose).score, 0.4F);
+  EXPECT_TRUE(merged.keypoints.at(LeftWrist).point == Point(0, 0));
+  EXPECT_EQ(merged.detectorRotation, -1);
+  EXPECT_EQ(merged.score, 1.25F);
+  EXPECT_TRUE(merged.superior == Point(12, 12));
+}
+
+}  // namespace

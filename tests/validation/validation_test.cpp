@@ -1,0 +1,215 @@
+#include <axparameter.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "app/calibration_params.h"
+#include "app/initial_params.h"
+#include "app/process_state.h"
+#include "config/parameter_controller.h"
+#include "tests/pose/fake_larod.h"
+#include "tests/video/captured_log.h"
+#include "tests/video/fake_vdostream.h"
+#include "validation/Validator.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr int kSide = 60;  // of the detector's input
+
+/// Four outputs of 20 floats: the given class and score in the last place, elsewhere a certain chair (class 56).
+std::vector<Bytes> detections(float personClass, float score) {
+  std::vector<float> classes(20, 56.0F);
+  std::vector<float> scores(20, 0.99F);
+  classes.back() = personClass;
+  scores.back() = score;
+  const auto bytes = [](const std::vector<float>& values) {
+    Bytes raw(values.size() * sizeof(float));
+    std::memcpy(raw.data(), values.data(), raw.size());
+    return raw;
+  };
+  return {bytes(scores), Bytes(320), Bytes(4), bytes(classes)};
+}
+
+/// A body of 250 x 500 pixels in a picture of 1280 x 720; upside down when its feet are on top.
+Skeleton body(int left, int headY, int feetY) {
+  Keypoints keypoints;
+  for (const BodyPart part : BodyParts) keypoints[part] = {{left, headY}, part, 0.5F};
+  for (const BodyPart part : {BodyPart::LeftAnkle, BodyPart::RightAnkle}) {
+    keypoints[part] = {{left + 250, feetY}, part, 0.5F};
+  }
+  return {keypoints, 180, 0.5F};
+}
+
+class Validation : public testing::Test {
+ protected:
+  Validation() {
+    fakeCamera() = {};
+    fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
+    fakeLarod() = {};
+    fakeLarod().inputs = {{1, kSide, kSide, 3}};
+    fakeLarod().outputs.assign(4, {1, 20});
+    fakeLarod().outputBytes = detections(0.0F, 0.9F);
+    capturedLog().clear();
+    g_CalibrationParams.f_Sensitivity = 0.5F;
+    g_InitialParams.l_LarodChipType = LAROD_CHIP_CPU;
+    g_InitialParams.s_mobilenetModelFileName = "detector.onnx";
+    g_InitialParams.i_mobilenetModelWidth = kSide;
+    g_InitialParams.i_mobilenetModelHeight = kSide;
+    const std::string root = testing::TempDir() + "validation";
+    const std::string package = root + "/mnt/flash/usr/local/packages/velmor_care";
+    std::filesystem::create_directories(package);
+    std::ofstream(package + "/detector.onnx") << "model";
+    setenv("VELMOR_ROOT", root.c_str(), 1);
+  }
+  ~Validation() override {
+    g_videoHQStreamSource.reset();
+    m_validator.reset();
+    EXPECT_EQ(fakeLarod().liveHandles, 0);
+  }
+
+  bool init() { return m_validator->init("velmor_care"); }
+
+  std::unique_ptr<Validator> m_validator = std::make_unique<Validator>();
+};
+
+TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
+  // Luma tells the column, in bands of 10 pixels. The body's square is 1079 pixels wide and starts at column 0.
+  for (std::size_t i = 0; i < 1920 * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
+  ASSERT_TRUE(init());
+  Skeletons skeletons = {body(250, 600, 100)};
+  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  EXPECT_EQ(skeletons.size(), 1U);
+  const auto grey = [](std::size_t column) { return static_cast<int>(fakeLarod().lastInput[column * 3]); };
+  // 1079 columns of the picture on 60 of the detector, mirrored: 1.164 is the gain from luma to RGB.
+  EXPECT_NEAR(grey(kSide - 1), 0, 1);
+  EXPECT_NEAR(grey(0), 1.164 * (59 * 1079 / kSide / 10), 2);
+  EXPECT_NEAR(grey(20), 1.164 * (39 * 1079 / kSide / 10), 2);
+
+  const Bytes before = fakeLarod().lastInput;
+  std::fill(fakeCamera().frame.begin(), fakeCamera().frame.begin() + 1920 * 1080, uint8_t{235});
+  skeletons = {body(250, 100, 600)};
+  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  EXPECT_EQ(fakeLarod().lastInput, before) << "an upright body is judged on the previous picture";
+  skeletons = {body(250, 600, 100)};
+  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  EXPECT_EQ(fakeLarod().lastInput, Bytes(kSide * kSide * 3, 255));
+}
+
+TEST_F(Validation, KeepsOnlyWhatIsAPersonAboveTheSensitivity) {
+  ASSERT_TRUE(init());
+  struct Case {
+    float personClass, score;
+    bool isConfirmed;
+  };
+  for (const Case& c : {Case{0.0F, 0.51F, true}, Case{0.0F, 0.5F, false}, Case{0.9F, 0.9F, true},
+                        Case{-0.9F, 0.9F, true}, Case{1.0F, 0.9F, false}}) {
+    fakeLarod().outputBytes = detections(c.personClass, c.score);
+    Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
+    EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+    EXPECT_EQ(skeletons.size(), c.isConfirmed ? 2U : 0U) << c.personClass << " " << c.score;
+  }
+  fakeLarod().outputBytes = detections(0.0F, 0.9F);
+  fakeLarod().failingCall = "larodRunJob";
+  fakeLarod().callsBeforeFailure = 1;
+  Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
+  EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  ASSERT_EQ(skeletons.size(), 1U);
+  EXPECT_EQ(skeletons[0].superior.x, 250);
+  EXPECT_TRUE(hasLogged(LOG_ERR, "Unable to run job on model " + testing::TempDir() + "validation/mnt/flash"));
+  fakeCamera().failingCall = "vdo_stream_get_buffer";
+  EXPECT_FALSE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  EXPECT_EQ(skeletons.size(), 1U);
+}
+
+TEST_F(Validation, CropSquareStaysInThePicture) {
+  ASSERT_TRUE(init());
+  struct Case {
+    std::array<int, 4> box;     // x, y, w, h
+    std::array<int, 4> square;  // x, y, w, h
+  };
+  for (const Case& c :
+       {Case{{100, 100, 50, 200}, {0, 50, 300, 300}}, Case{{800, 300, 50, 200}, {663, 250, 300, 300}},
+        Case{{800, 300, 201, 50}, {750, 163, 301, 301}}, Case{{1800, 900, 100, 100}, {1750, 875, 150, 150}},
+        Case{{1850, 990, 100, 100}, {1769, 929, 150, 150}}, Case{{900, 0, 300, 1000}, {225, 0, 1079, 1079}}}) {
+    std::array<int, 4> square = {};
+    EXPECT_TRUE(m_validator->findBestCropParameters(c.box[0], c.box[1], c.box[2], c.box[3], square[0], square[1],
+                                                    square[2], square[3]));
+    EXPECT_EQ(square, c.square);
+  }
+  Skeletons skeletons = {Skeleton()};
+  EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+  EXPECT_TRUE(skeletons.empty()) << "no box, no square";
+  EXPECT_TRUE(hasLogged(LOG_INFO, "Invalid crop square: x1=0, y1=0, x2=0, y2=0 from a stream of: 1920x1080"));
+}
+
+TEST_F(Validation, InitNamesWhatFails) {
+  struct Case {
+    const char* failure;
+    int callsBefore, level;
+    const char* text;
+  };
+  for (const Case& c :
+       {Case{"larodConnect", 0, LOG_ERR, "larodSetup: Could not connect to larod: out of order"},
+        Case{"larodLoadModel", 0, LOG_INFO, "larodSetup: Unable to load model: out of order"},
+        Case{"larodCreateModelInputs", 0, LOG_INFO,
+             "Failed retrieving m_ClassificationInputTensors input tensors: out of order"},
+        Case{"larodSetTensorFd", 0, LOG_INFO, "Failed setting Classification input tensor fd: out of order"},
+        Case{"larodCreateModelOutputs", 0, LOG_INFO, "Failed retrieving output tensors: out of order"},
+        Case{"larodSetTensorFd", 1, LOG_ERR, "Failed setting scores (0) tensor fd: out of order"},
+        Case{"larodSetTensorFd", 4, LOG_ERR, "Failed setting classes (3) tensor fd: out of order"},
+        Case{"larodCreateJobRequest", 0, LOG_ERR, "Failed to create job request: out of order"},
+        Case{"chip", 0, LOG_ERR, "Chip type is invalid"},
+        Case{"file", 0, LOG_ERR, "Unable to open mobilenet model file "},
+        Case{"size", 0, LOG_ERR, "Parameters mobilenetModelWidth and mobilenetModelHeight are 301 and 60"},
+        Case{"outputs", 0, LOG_INFO, "Classification Model has 3 outputs, need 4 output tensor."}}) {
+    const std::string failure = c.failure;
+    g_InitialParams.l_LarodChipType = failure == "chip" ? LAROD_CHIP_INVALID : LAROD_CHIP_CPU;
+    g_InitialParams.s_mobilenetModelFileName = failure == "file" ? "other.onnx" : "detector.onnx";
+    g_InitialParams.i_mobilenetModelWidth = failure == "size" ? 301 : kSide;
+    fakeLarod().outputs.assign(failure == "outputs" ? 3 : 4, {1, 20});
+    fakeLarod().failingCall = failure;
+    fakeLarod().callsBeforeFailure = c.callsBefore;
+    m_validator = std::make_unique<Validator>();
+    EXPECT_FALSE(init()) << failure;
+    EXPECT_TRUE(hasLogged(c.level, c.text)) << c.text;
+    capturedLog().clear();
+  }
+}
+
+TEST_F(Validation, ATurnedCameraGivesAPortraitPicture) {
+  g_ParameterController.init_controller("velmor_care");  // reads 270 degrees
+  ASSERT_TRUE(init());
+  EXPECT_EQ(fakeCamera().settings["rotation"], 270U);
+  int x = 0, y = 0, w = 0, h = 0;
+  EXPECT_TRUE(m_validator->findBestCropParameters(0, 1500, 200, 200, x, y, w, h));
+  EXPECT_EQ(y, 1450);
+  Skeletons skeletons = {body(250, 600, 100)};
+  EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 720, 1280));
+}
+
+}  // namespace
+
+bool g_IsDevMode;
+_CalibrationParams g_CalibrationParams;
+_InitialParams g_InitialParams;
+parameter_controller g_ParameterController;
+
+// A parameter store in which the camera is turned by 270 degrees.
+extern "C" {
+AXParameter* ax_parameter_new(const gchar*, GError**) { return reinterpret_cast<AXParameter*>(&g_ParameterController); }
+void ax_parameter_free(AXParameter*) {}
+gboolean ax_parameter_add(AXParameter*, const gchar*, const gchar*, const gchar*, GError**) { return TRUE; }
+gboolean ax_parameter_set(AXParameter*, const gchar*, const gchar*, gboolean, GError**) { return TRUE; }
+gboolean ax_parameter_get(AXParameter*, const gchar*, gchar** value, GError**) {
+  *value = g_strdup("270");
+  return TRUE;
+}
+GList* ax_parameter_list(AXParameter*, GError**) { return nullptr; }
+GQuark ax_parameter_error_quark() { return g_quark_from_static_string("parameter"); }
+}
