@@ -11,6 +11,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <queue>
 #include <utility>
 #include <vector>
@@ -42,7 +43,7 @@ inline constexpr int kNumEdges = 16;
 inline constexpr int kLocalMaximumRadius = 1;  ///< cells
 
 /// (parent, child) pairs of the body tree rooted at the nose, then the same pairs reversed.
-inline constexpr std::array<std::pair<int, int>, 2 * kNumEdges> kEdgeList = {{
+inline constexpr std::array<std::pair<int, int>, std::size_t{2}* kNumEdges> kEdgeList = {{
     {kNose, kLeftEye},          {kLeftEye, kLeftEar},        {kNose, kRightEye},       {kRightEye, kRightEar},
     {kNose, kLeftShoulder},     {kLeftShoulder, kLeftElbow}, {kLeftElbow, kLeftWrist}, {kLeftShoulder, kLeftHip},
     {kLeftHip, kLeftKnee},      {kLeftKnee, kLeftAnkle},     {kNose, kRightShoulder},  {kRightShoulder, kRightElbow},

@@ -235,7 +235,7 @@ bool Validator::validateOne(Skeleton& skeleton, int width, int height) {
 }
 
 void Validator::fillInput(const Skeleton& skeleton, const unsigned char* crop, int cropW, int cropH) {
-  std::array<unsigned char, kLargestSide * kLargestSide * kChannels> scratch;
+  std::array<unsigned char, std::size_t{kLargestSide} * kLargestSide * kChannels> scratch;
   resizeImage(crop, scratch.data(), cropH, cropW, m_ClassificationModelHeight, m_ClassificationModelWidth);
   int rotation = 0;
   skeleton.getRotation(rotation);

@@ -139,7 +139,7 @@ TEST(Decoder, SurvivesAnyNumbers) {
   };
   for (int round = 0; round < 20; ++round) {
     const SyntheticGrid size(5, 9);
-    const Decoded decoded(size, fill(45 * 17), fill(45 * 34), fill(45 * 64));
+    const Decoded decoded(size, fill(45UL * 17), fill(45UL * 34), fill(45UL * 64));
     for (std::size_t i = 0; i < static_cast<std::size_t>(decoded.count); ++i) {
       EXPECT_TRUE(decoded.scores[i] >= 0.01F && decoded.scores[i] <= 1.0F);
       for (const auto& point : decoded.keypoints[i].keypoint) {

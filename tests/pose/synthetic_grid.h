@@ -48,7 +48,7 @@ inline PosenetDecoder::Point turnedPixel(const PosenetDecoder::Point& p, int rot
 
 struct SyntheticGrid {
   SyntheticGrid(int gridHeight, int gridWidth) : height(gridHeight), width(gridWidth) {
-    const auto cells = static_cast<std::size_t>(height * width);
+    const auto cells = static_cast<std::size_t>(height) * static_cast<std::size_t>(width);
     heatmaps.assign(cells * 17, 0);
     shortOffsets.assign(cells * 34, 142);
     midOffsets.assign(cells * 64, 123);

@@ -80,25 +80,26 @@ class Validation : public testing::Test {
 
 TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
   // Luma tells the column, in bands of 10 pixels. The body's square is 1079 pixels wide and starts at column 0.
-  for (std::size_t i = 0; i < 1920 * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
+  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
   ASSERT_TRUE(init());
   Skeletons skeletons = {body(250, 600, 100)};
   ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
   EXPECT_EQ(skeletons.size(), 1U);
   const auto grey = [](std::size_t column) { return static_cast<int>(fakeLarod().lastInput[column * 3]); };
-  // 1079 columns of the picture on 60 of the detector, mirrored: 1.164 is the gain from luma to RGB.
+  // 1079 columns of the picture on 60 of the detector, mirrored: bands 0, 106 and 70. 1.164 is the gain from luma to
+  // RGB.
   EXPECT_NEAR(grey(kSide - 1), 0, 1);
-  EXPECT_NEAR(grey(0), 1.164 * (59 * 1079 / kSide / 10), 2);
-  EXPECT_NEAR(grey(20), 1.164 * (39 * 1079 / kSide / 10), 2);
+  EXPECT_NEAR(grey(0), 1.164 * 106, 2);
+  EXPECT_NEAR(grey(20), 1.164 * 70, 2);
 
   const Bytes before = fakeLarod().lastInput;
-  std::fill(fakeCamera().frame.begin(), fakeCamera().frame.begin() + 1920 * 1080, uint8_t{235});
+  std::fill(fakeCamera().frame.begin(), fakeCamera().frame.begin() + 1920L * 1080, uint8_t{235});
   skeletons = {body(250, 100, 600)};
   ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
   EXPECT_EQ(fakeLarod().lastInput, before) << "an upright body is judged on the previous picture";
   skeletons = {body(250, 600, 100)};
   ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
-  EXPECT_EQ(fakeLarod().lastInput, Bytes(kSide * kSide * 3, 255));
+  EXPECT_EQ(fakeLarod().lastInput, Bytes(std::size_t{kSide} * kSide * 3, 255));
 }
 
 TEST_F(Validation, KeepsOnlyWhatIsAPersonAboveTheSensitivity) {

@@ -18,7 +18,7 @@ using Bytes = std::vector<uint8_t>;
 // Larger than a tile of the turning copy in both directions, and no multiple of one.
 constexpr int kHeight = 36;
 constexpr int kWidth = 70;
-constexpr std::size_t kPictureBytes = kHeight * kWidth * 3;
+constexpr std::size_t kPictureBytes = std::size_t{kHeight} * kWidth * 3;
 
 Bytes randomFrame(unsigned seed) {
   std::mt19937 random(seed);
@@ -169,7 +169,8 @@ TEST(ImageConverter, CutsTheCentredRectangleOfTheDestinationsShape) {
     Bytes rgb(std::size_t{c.width} * c.height * 3);
     ASSERT_TRUE(convertCropScaleU8yuvToRGB(frame.data(), 1280, 720, rgb.data(), c.width, c.height));
     EXPECT_GE(*std::min_element(rgb.begin(), rgb.end()), 253);
-    std::fill_n(frame.begin() + c.top * 1280 + c.left, 8, uint8_t{16});  // the crop's first pixels
+    std::fill_n(frame.begin() + static_cast<std::ptrdiff_t>(c.top * 1280 + c.left), 8,
+                uint8_t{16});  // the crop's first pixels
     ASSERT_TRUE(convertCropScaleU8yuvToRGB(frame.data(), 1280, 720, rgb.data(), c.width, c.height));
     EXPECT_LT(rgb[0], 250);
   }

@@ -1,0 +1,115 @@
+// What a cycle spends outside the networks: conversion and turning of a 1280 x 720 frame, decoding, fusion.
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "app/process_state.h"
+#include "pose/BodypixPoseEstimator.h"
+#include "pose/skeleton_fusion.h"
+#include "tests/pose/synthetic_grid.h"
+#include "tests/video/fake_vdostream.h"
+#include "video/VideoStreamSource.h"
+#include "video/imgconverter.h"
+
+bool g_IsDevMode;
+
+namespace {
+
+constexpr int kWidth = 1280;
+constexpr int kHeight = 720;
+constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
+
+SyntheticGrid threePeople() {
+  SyntheticGrid grid(46, 81);
+  grid.add(standingPerson(250.0F, 150.0F, 400.0F), 2.5F);
+  grid.add(standingPerson(600.0F, 200.0F, 380.0F), 1.5F);
+  grid.add(standingPerson(950.0F, 250.0F, 350.0F), 0.5F);
+  return grid;
+}
+
+template <std::size_t N>
+void dequantize(const std::vector<uint8_t>& bytes, const Dequantizer& dequantizer, std::array<float, N>& values) {
+  for (std::size_t i = 0; i < N; ++i) values[i] = dequantizer(bytes[i]);
+}
+
+struct Grids {
+  std::array<float, 63342> heatmaps;
+  std::array<float, 126684> shortOffsets;
+  std::array<float, 238464> midOffsets;
+
+  void fill(const SyntheticGrid& grid) {
+    dequantize(grid.heatmaps, heatmapDequantizer, heatmaps);
+    dequantize(grid.shortOffsets, shortOffsetDequantizer, shortOffsets);
+    dequantize(grid.midOffsets, midOffsetDequantizer, midOffsets);
+  }
+};
+
+void DecodeThreePeople(benchmark::State& state) {
+  const SyntheticGrid grid = threePeople();
+  const auto grids = std::make_unique<Grids>();
+  grids->fill(grid);
+  std::vector<PosenetDecoder::PoseKeypoints> poses(20);
+  std::vector<PosenetDecoder::PoseKeypointScores> keypointScores(20);
+  std::vector<float> scores(20);
+  for (auto unused : state) {
+    benchmark::DoNotOptimize(PosenetDecoder::DecodeAllPoses(
+        grids->heatmaps.data(), grids->shortOffsets.data(), grids->midOffsets.data(), grid.height, grid.width, 20,
+        0.01F, 5, 2.0F, 16, poses.data(), keypointScores.data(), scores.data()));
+  }
+}
+BENCHMARK(DecodeThreePeople)->Unit(benchmark::kMicrosecond);
+
+Skeletons fivePeople(int rotation) {
+  Skeletons skeletons;
+  for (int i = 0; i < 5; ++i) {
+    Keypoints keypoints;
+    const PersonPixels person = standingPerson(150.0F + 240.0F * static_cast<float>(i), 200.0F, 400.0F);
+    for (const BodyPart part : BodyParts) {
+      const auto& at = person[static_cast<std::size_t>(part)];
+      keypoints[part] = {{static_cast<int>(at.x) + rotation / 30, static_cast<int>(at.y)}, part, 0.5F};
+    }
+    skeletons.emplace_back(keypoints, rotation, 0.5F);
+  }
+  return skeletons;
+}
+
+void FuseFourTimesFive(benchmark::State& state) {
+  const Skeletons north = fivePeople(0);
+  const Skeletons east = fivePeople(270);
+  const Skeletons south = fivePeople(180);
+  const Skeletons west = fivePeople(90);
+  for (auto unused : state) {
+    benchmark::DoNotOptimize(combineSkeletons(north, east, south, west, 0.4F, kWidth, kHeight));
+  }
+}
+BENCHMARK(FuseFourTimesFive)->Unit(benchmark::kMicrosecond);
+
+void ConvertNv12(benchmark::State& state) {
+  std::vector<uint8_t> frame(kPixels * 3 / 2, 90);
+  std::vector<uint8_t> rgb(kPixels * 3);
+  for (auto unused : state) {
+    convertU8yuvToRGBlibYuv(kWidth, kHeight, frame.data(), rgb.data());
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(ConvertNv12)->Unit(benchmark::kMicrosecond);
+
+template <void (VideoStreamSource::*Turn)(const uint8_t*, uint8_t*) const>
+void TurnPicture(benchmark::State& state) {
+  const VideoStreamSource source(kHeight, kWidth, 0);
+  const std::vector<uint8_t> picture(kPixels * 3, 90);
+  std::vector<uint8_t> turned(kPixels * 3);
+  for (auto unused : state) {
+    (source.*Turn)(picture.data(), turned.data());
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(TurnPicture<&VideoStreamSource::rotate0>)->Unit(benchmark::kMicrosecond);
+BENCHMARK(TurnPicture<&VideoStreamSource::rotate90>)->Unit(benchmark::kMicrosecond);
+BENCHMARK(TurnPicture<&VideoStreamSource::rotate180>)->Unit(benchmark::kMicrosecond);
+BENCHMARK(TurnPicture<&VideoStreamSource::rotate270>)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
