@@ -80,8 +80,8 @@ class Room : public ::testing::Test {
   static Skeleton lying(double x, double away, double up = 0.1) {
     return body([=](double along, double aside) { return Place{x - 0.85 + along, away + aside, up}; });
   }
-  static Skeleton inBed1() { return lying(-1.2, 4, 0.6); }
-  static Skeleton inBed2() { return lying(1.2, 4, 0.6); }
+  static Skeleton inBed1() { return lying(-1.4, 3, 0.6); }
+  static Skeleton inBed2() { return lying(1.4, 3, 0.6); }
 
   /// A bed area around somebody who lies in it.
   static void drawBed(int bed, const Skeleton& patient) {
@@ -92,9 +92,9 @@ class Room : public ::testing::Test {
   }
 
   /// Analysis cycles, half a second each, that see these people.
-  void run(int cycles, const Skeletons& people) {
+  void run(int cycles, const Skeletons& people, int period_ms = 500) {
     for (int i = 0; i < cycles; ++i) {
-      ticker_clock::setReplayTime(m_now += std::chrono::milliseconds(500));
+      ticker_clock::setReplayTime(m_now += std::chrono::milliseconds(period_ms));
       g_skeletons = people;
       DetectionProcessing::monitor_AOI();
       DetectionProcessing::fallen_detection();

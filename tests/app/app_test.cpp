@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <syslog.h>
+
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "analysis/FindingsHistory.h"
+#include "analysis/area_of_interest.h"
+#include "analysis/tracker.h"
+#include "app/analysis_cycle.h"
+#include "app/process_state.h"
+#include "app/shutdown.h"
+#include "app/startup.h"
+#include "config/parameter_controller.h"
+#include "events/event_manager.h"
+#include "geometry/distance_controller.h"
+#include "pose/BodypixPoseEstimator.h"
+#include "tests/geometry/lens.h"
+#include "tests/platform/state_folder.h"
+#include "tests/pose/fake_larod.h"
+#include "tests/video/fake_vdostream.h"
+#include "validation/Validator.h"
+#include "video/VideoStreamSource.h"
+
+namespace {
+
+/// Runs the main loop as main does; SIGTERM is pending before its first turn if asked for.
+[[noreturn]] void runLoop(bool pendingAtStart, GSourceFunc tick) {
+  init_signals();
+  deliverSigtermWhileWaiting();
+  gp_Loop = g_main_loop_new(nullptr, FALSE);
+  g_ThreadID = g_timeout_add(0, tick, nullptr);  // always ready, as a replay's ticker is
+  if (pendingAtStart) raise(SIGTERM);
+  g_main_loop_run(gp_Loop);
+  _exit(g_ThreadID == 0 ? 0 : 7);
+}
+
+gboolean raiseHere(gpointer) {
+  raise(SIGTERM);
+  return G_SOURCE_CONTINUE;
+}
+
+gboolean raiseElsewhere(gpointer) {
+  std::thread([] {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    pthread_kill(pthread_self(), SIGTERM);
+  }).join();
+  return G_SOURCE_CONTINUE;
+}
+
+TEST(Shutdown, SigtermEndsTheLoopWithZeroAndAStartWithOne) {
+  EXPECT_EXIT((init_signals(), raise(SIGTERM), _exit(7)), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT((init_signals(), raiseElsewhere(nullptr), _exit(7)), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT((init_signals(), raise(SIGPIPE), _exit(3)), testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(runLoop(true, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(runLoop(false, raiseHere), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(runLoop(false, raiseElsewhere), testing::ExitedWithCode(0), "");
+}
+
+void leave(const std::function<void()>& thrower) noexcept {
+  init_terminate();
+  thrower();
+}
+
+TEST(Shutdown, AnExceptionThatLeavesMainIsOneLineAndStatus255) {
+  const StateFolder state;
+  EXPECT_EXIT(leave([] { throw std::runtime_error("no stream"); }), testing::ExitedWithCode(255),
+              "velmor_care: cannot go on: no stream\n$");
+  EXPECT_EXIT(leave([] { throw "no file"; }), testing::ExitedWithCode(255), "cannot go on: no file\n$");
+  EXPECT_EXIT(leave([] { throw 7; }), testing::ExitedWithCode(255), "cannot go on: an exception of unknown type\n$");
+}
+
+/// Cycles on an inference service that sees nobody.
+class Cycle : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    const StateFolder package;
+    const std::string model = "mnt/flash/usr/local/packages/velmor_care/model";
+    std::filesystem::create_directories((package / model).parent_path());
+    package.write(model, "model");
+    setenv("VELMOR_ROOT", package.path().c_str(), 1);
+    g_InitialParams = {LAROD_CHIP_CPU, "model", "model", "model", 300, 300};
+    fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
+    const auto estimator = [&](std::size_t height, std::size_t width) {
+      fakeLarod().inputs = {{1, height, width, 3}};
+      fakeLarod().outputs.assign(6, {1, height / 16 + 1, width / 16 + 1, 17});
+      return std::make_unique<BodypixPoseEstimator>(package / model);
+    };
+    g_bodypixPoseEstimatorNS = estimator(720, 1280);
+    g_bodypixPoseEstimatorEW = estimator(1280, 720);
+    g_videoStreamSource = std::make_unique<VideoStreamSource>(720, 1280, 0);
+    fakeLarod().outputs.resize(4);
+    EXPECT_TRUE(g_validator.init("velmor_care"));
+    unsetenv("VELMOR_ROOT");
+  }
+  Cycle() {
+    openlog("cycle_test", 0, LOG_USER);
+    fakeLarod().failingCall = "";
+    g_DetectionParams = {};
+    g_DetectionParams.b_DetectPatientOutOfBed = g_DetectionParams.b_DetectFallenPersons = true;
+    g_StreamWidth = 1280;
+    g_StreamHeight = 720;
+    g_findingsHistory = FindingsHistory(12);
+    init_event_manager();
+  }
+  ~Cycle() override { delete g_EventManager; }
+  /// The status after a cycle that follows one of that length.
+  static int statusAfter(int executionTime_ms) {
+    g_ExecutionTime = executionTime_ms;
+    EXPECT_EQ(do_one_analysis(), 0);
+    return g_StatusCode;
+  }
+
+  StateFolder state;
+};
+
+TEST_F(Cycle, StatusTellsEventsAndOverload) {
+  EXPECT_EQ(statusAfter(0), 200);
+  EXPECT_EQ(statusAfter(1499), 200);
+  EXPECT_EQ(statusAfter(1500), 600);
+  EXPECT_LT(g_ExecutionTime, 1500 * 100);
+  EXPECT_NE(g_ExecutionTime, 1500);
+  Finding fallen(5, {0, 0}, {}, Footings::floor);
+  fallen.activity = Activity::fallen;
+  g_findingsHistory.add(fallen);
+  EXPECT_EQ(statusAfter(0), 503);
+  g_DetectionParams.b_Detection1Active = true;
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(statusAfter(0), 503);
+  EXPECT_EQ(statusAfter(0), 502);
+  EXPECT_EQ(statusAfter(1500), 600);
+}
+
+TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
+  ASSERT_EQ(do_one_analysis(), 0);
+  const char* lines[] = {"Error running model for frame ", "Error running model for 180 degree rotated frame ",
+                         "Error running portrait model for 90 degree rotated frame ",
+                         "Error running portrait model for 270 degree rotated frame "};
+  g_skeletons.resize(3);
+  for (int run = 0; run < 4; ++run) {
+    g_ExecutionTime = 77;
+    fakeLarod().failingCall = "larodRunJob";
+    fakeLarod().callsBeforeFailure = run;
+    EXPECT_EQ(do_one_analysis(), 1);
+    EXPECT_EQ(g_StatusCode, 401);
+    EXPECT_EQ(g_ExecutionTime, 77);
+    EXPECT_EQ(g_skeletons.size(), 3U);
+    EXPECT_NE(state.read("system.log").find(lines[run]), std::string::npos) << lines[run];
+  }
+  fakeLarod().failingCall = "";
+  EXPECT_EQ(do_one_analysis(), 0);
+  EXPECT_EQ(g_StatusCode, 200);
+  EXPECT_TRUE(g_skeletons.empty());
+}
+
+TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
+  const StateFolder state;
+  state.write("video.mp4", "");
+  state.write("camera.json", R"({"source": "video.mp4", "rotation": 270, "parameters": {"Detection2Active": "true"}})");
+  setenv("VELMOR_MANIFEST", VELMOR_SOURCE_DIR "/package/manifest.json", 1);
+  g_IsDevMode = true;
+  init_parameter_controller();
+  EXPECT_TRUE(g_IsPortrait && g_FloorParams.b_FeetOnFloor && !g_IsDevMode);
+  EXPECT_EQ(g_CalibrationParams.i_MaxDisappeared, 8);
+  EXPECT_EQ(g_InitialParams.s_mobilenetModelFileName, "person_detector.onnx");
+  EXPECT_TRUE(g_AreaofInterest.is_detected(2, {300, 300}));
+  EXPECT_FALSE(g_AreaofInterest.is_detected(1, {300, 300}));
+  init_stream_size();
+  EXPECT_EQ(g_StreamWidth, 720);
+  EXPECT_EQ(g_StreamHeight, 1280);
+  const Lens lens("UINT32 3700;\n");
+  ASSERT_TRUE(init_3D());
+  const int* points = g_DetectionParams.i_FallCalibration;
+  const auto green =
+      g_DistanceController.screen_point_to_world_floor({static_cast<float>(points[2]), static_cast<float>(points[3])});
+  EXPECT_NEAR(green.x, g_DetectionParams.f_WRectM, 1e-3);
+  EXPECT_NEAR(green.y, 0, 1e-3);
+  g_DetectionParams.i_FallCalibration[2] = g_DetectionParams.i_FallCalibration[0];
+  g_DetectionParams.i_FallCalibration[3] = g_DetectionParams.i_FallCalibration[1];
+  EXPECT_FALSE(init_3D());
+  g_IsPortrait = false;
+}
+
+}  // namespace

@@ -1,0 +1,217 @@
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+
+#include "analysis/area_of_interest.h"
+#include "app/process_state.h"
+#include "config/parameter_controller.h"
+#include "config/parameter_io.h"
+#include "geometry/distance_controller.h"
+#include "tests/geometry/lens.h"
+#include "tests/platform/state_folder.h"
+
+namespace {
+
+const std::string kManifest = VELMOR_SOURCE_DIR "/package/manifest.json";
+
+nlohmann::json manifestParameters() { return nlohmann::json::parse(std::ifstream(kManifest)).at("parameters"); }
+
+/// The controller on the workstation's store, in a folder and with a log of its own.
+class Store : public ::testing::Test {
+ protected:
+  Store() {
+    state.write("video.mp4", "");
+    state.write("camera.json", R"({"source": "video.mp4", "rotation": 90, "product_name": "AXIS Q1715"})");
+    setenv("VELMOR_MANIFEST", kManifest.c_str(), 1);
+    openlog("config_test", 0, LOG_USER);
+  }
+  ~Store() override { g_IsDevMode = g_IsPortrait = false; }
+
+  void open() { controller.init_controller("velmor_care"); }
+  bool logged(const std::string& text) { return state.read("system.log").find(text) != std::string::npos; }
+
+  StateFolder state;
+  parameter_controller controller;
+};
+
+TEST_F(Store, TheManifestHoldsExactlyTheParametersThatAreRead) {
+  g_IsDevMode = true;
+  open();
+  controller.load_calibration();
+  controller.load_initial_params();
+  controller.load_detection_params();
+  controller.load_floor_params();
+  const std::string log = state.read("system.log");
+  const std::regex line("Retrieving ([^:]+): ");
+  std::set<std::string> read;
+  for (std::sregex_iterator match(log.begin(), log.end(), line), end; match != end; ++match) read.insert((*match)[1]);
+  std::set<std::string> declared;
+  for (const auto& parameter : manifestParameters()) {
+    declared.insert(parameter.at("name"));
+    if (parameter.contains("min")) {
+      const double value = std::stod(parameter.at("default").get<std::string>());
+      EXPECT_TRUE(value >= parameter.at("min") && value <= parameter.at("max")) << parameter;
+    } else if (parameter.contains("values")) {
+      EXPECT_NE(parameter.at("values").dump().find(parameter.at("default").dump()), std::string::npos) << parameter;
+    }
+  }
+  EXPECT_EQ(read, declared);
+  EXPECT_EQ(read.size(), 80U);
+}
+
+TEST_F(Store, TheDefaultsCalibrateInBothOrientationsAndActivateNoArea) {
+  open();
+  const _DetectionParams params = controller.load_detection_params();
+  EXPECT_FALSE(params.b_Detection1Active || params.b_Detection2Active || params.b_Detection3Active);
+  EXPECT_FALSE(params.b_Exclusion1Active || params.b_Exclusion2Active || params.b_Exclusion3Active);
+  EXPECT_TRUE(params.b_DetectPatientOutOfBed && params.b_DetectFallenPersons);
+  EXPECT_TRUE(controller.load_floor_params().b_FeetOnFloor);
+  const auto p = [&params](int i) { return static_cast<float>(params.i_FallCalibration[i]); };
+  for (int i = 0; i < 8; ++i) EXPECT_TRUE(p(i) >= 0 && p(i) < 720);
+  const Quad quad(p(0), p(1), p(6), p(7), p(4), p(5), p(2), p(3));
+  const Lens lens("UINT32 3700;\n");
+  for (const bool portrait : {false, true}) {
+    g_IsPortrait = portrait;
+    g_StreamWidth = portrait ? 720 : 1280;
+    g_StreamHeight = portrait ? 1280 : 720;
+    Distance_Controller floor;
+    ASSERT_TRUE(floor.calibrate("AXIS Q1656", quad, params.f_WRectM, params.f_HRectM));
+    const float feet = floor.world_to_screen_point({0.75F, 1, 0}).y;
+    EXPECT_LT(floor.world_to_screen_point({0.75F, 1, -1.7F}).y, feet - 100) << "people stand upright";
+  }
+}
+
+/// Every coordinate in the order of its parameters.
+std::vector<int> coordinates(const _DetectionParams& params) {
+  std::vector<int> all;
+  for (const int* polygon : {params.i_Detection1, params.i_Detection2, params.i_Detection3, params.i_Exclusion1,
+                             params.i_Exclusion2, params.i_Exclusion3, params.i_FallCalibration}) {
+    all.insert(all.end(), polygon, polygon + 8);
+  }
+  return all;
+}
+
+/// Every coordinate another one, beginning with a negative one.
+void numberCoordinates(_DetectionParams& params) {
+  int value = -20;
+  for (int* polygon : {params.i_Detection1, params.i_Detection2, params.i_Detection3, params.i_Exclusion1,
+                       params.i_Exclusion2, params.i_Exclusion3, params.i_FallCalibration}) {
+    for (int i = 0; i < 8; ++i) polygon[i] = value += 17;
+  }
+}
+
+TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
+  open();
+  _DetectionParams saved;
+  numberCoordinates(saved);
+  saved.i_Detection1[8] = 99;  // reserved: neither saved nor loaded
+  saved.b_Detection1Active = saved.b_Detection3Active = saved.b_Exclusion2Active = saved.b_DetectFallenPersons = true;
+  saved.f_WRectM = 2.25F;
+  saved.f_HRectM = 0.123456F;
+  EXPECT_EQ(controller.save_detection(saved), 1);
+  EXPECT_EQ(controller.save_calibration({0.05F, 6, true, false, "640x360", "800x450", true}), 1);
+  open();  // anew: everything exists
+  EXPECT_FALSE(logged("add_parameter"));
+  const _DetectionParams loaded = controller.load_detection_params();
+  EXPECT_EQ(coordinates(loaded), coordinates(saved));
+  EXPECT_EQ(loaded.i_Detection1[8], 0);
+  EXPECT_TRUE(loaded.b_Detection1Active && loaded.b_Detection3Active && loaded.b_Exclusion2Active);
+  EXPECT_FALSE(loaded.b_Detection2Active || loaded.b_Exclusion1Active || loaded.b_Exclusion3Active);
+  EXPECT_TRUE(loaded.b_DetectFallenPersons && !loaded.b_DetectPatientOutOfBed);
+  EXPECT_FLOAT_EQ(loaded.f_WRectM, 2.25F);
+  EXPECT_FLOAT_EQ(loaded.f_HRectM, 0.123456F);
+  EXPECT_EQ(controller.get_string_parameter("HRectM"), "0.123456");
+  const _CalibrationParams read = controller.load_calibration();
+  EXPECT_FLOAT_EQ(read.f_Sensitivity, 0.05F);
+  EXPECT_EQ(read.i_MaxDisappeared, 6);
+  EXPECT_TRUE(read.b_DetectionOverlaysOn && !read.b_AnonOverlaysOn && read.b_ShowCalibrationMarkers);
+  EXPECT_EQ(read.str_DetectionOverlay + read.str_AnonOverlay, "640x360800x450");
+}
+
+TEST_F(Store, ReadsTheCameraTheModelsAndOnlyTrueAsTrue) {
+  open();
+  EXPECT_EQ(controller.get_rotation(), 90);
+  EXPECT_EQ(controller.findProdShortName(), "AXIS Q1715");
+  const _InitialParams params = controller.load_initial_params();
+  EXPECT_EQ(params.l_LarodChipType, LAROD_CHIP_CPU);
+  EXPECT_EQ(params.s_LandscapeModelFileName + params.s_PortraitModelFileName, "pose_landscape.onnxpose_portrait.onnx");
+  EXPECT_EQ(params.s_mobilenetModelFileName, "person_detector.onnx");
+  EXPECT_EQ(params.i_mobilenetModelWidth * params.i_mobilenetModelHeight, 90000U);
+  for (const char* text : {"1", "TRUE", "yes", "", "true "}) {
+    controller.set_string_parameter("Exclusion1Active", text);
+    EXPECT_FALSE(controller.get_boolean_parameter("Exclusion1Active")) << text;
+  }
+}
+
+TEST_F(Store, WhatThePackageDoesNotDeclareIsCreatedAsZero) {
+  state.write("manifest.json", R"({"parameters": [{"name": "LandscapeModelFileName", "default": "7"}]})");
+  setenv("VELMOR_MANIFEST", (state / "manifest.json").c_str(), 1);
+  open();
+  for (const auto& parameter : manifestParameters()) {
+    const std::string name = parameter.at("name");
+    if (name.ends_with("ModelFileName") || (name.starts_with("Detection") && !name.ends_with("On"))) continue;
+    EXPECT_EQ(controller.get_string_parameter(name), "0") << name;
+  }
+  EXPECT_EQ(controller.get_string_parameter("mobilenetModelFileName"), "0");
+  controller.list_params();
+  EXPECT_TRUE(logged("list_params: Parameter in list: \"LandscapeModelFileName\""));
+  EXPECT_EQ(controller.get_gint_parameter("Detection10x"), 0);
+  EXPECT_TRUE(logged("emergency: get_gint_parameter: failed to load Detection10x -> Detection10x is not a parameter"));
+}
+
+TEST_F(Store, AFailureIsLoggedAndClosesTheStore) {
+  const std::string no = "Missing";
+  const std::vector<std::pair<std::string, std::function<void()>>> failures{
+      {"emergency: get_gfloat_parameter: Failed to get Missing", [&] { controller.get_gfloat_parameter(no); }},
+      {"emergency: get_boolean_parameter: Failed to get Missing", [&] { controller.get_boolean_parameter(no); }},
+      {"emergency: get_string_parameter: Failed to get (null)", [&] { controller.get_string_parameter(no); }},
+      {"emergency: get_larodchiptype_parameter: failed to load Missing",
+       [&] { EXPECT_EQ(controller.get_larodchiptype_parameter(no), LAROD_CHIP_INVALID); }},
+      {"emergency: set_guint_parameter: Failed to save Missing", [&] { controller.set_guint_parameter(no, 1); }},
+      {"emergency: set_gfloat_parameter: Failed to save Missing", [&] { controller.set_gfloat_parameter(no, 1); }},
+      {"emergency: set_boolean_parameter Failed to save Missing", [&] { controller.set_boolean_parameter(no, true); }},
+      {"emergency: set_string_parameter: Failed to save Missing", [&] { controller.set_string_parameter(no, ""); }},
+      {"error: add_parameter: Failed to add parameter a b. Error: ", [&] { controller.add_parameter("a b"); }}};
+  for (const auto& [line, tryIt] : failures) {
+    open();
+    EXPECT_EQ(controller.get_gint_parameter("MaxDisappeared"), 8);
+    tryIt();
+    EXPECT_TRUE(logged(line)) << line;
+    EXPECT_EQ(controller.get_gint_parameter("MaxDisappeared"), 0) << line;
+  }
+  EXPECT_EQ(controller.findProdShortName(), "");
+  EXPECT_TRUE(logged("error: findProdShortName: Unknown ProdShortName value"));
+  setenv("VELMOR_MANIFEST", "/nowhere/manifest.json", 1);
+  open();
+  EXPECT_TRUE(logged("emergency: init_controller: Error Initializng Parameter of velmor_care"));
+  EXPECT_TRUE(logged("error: find_rotation_parameter: Unknown rotation value"));
+  EXPECT_EQ(controller.get_rotation(), 0);
+}
+
+TEST(ParameterIo, PolygonsAndSwitchesReachTheAreas) {
+  numberCoordinates(g_DetectionParams);
+  g_DetectionParams.b_Detection2Active = g_DetectionParams.b_Exclusion3Active = true;
+  parameter_io::store_points_into_AOI();
+  parameter_io::store_points_into_exclusions();
+  std::vector<int> stored;
+  const auto append = [&stored](const t_Polygon& polygon) {
+    for (const auto& [x, y] : polygon) stored.insert(stored.end(), {x, y});
+  };
+  for (int id = 1; id <= 3; ++id) append(g_AreaofInterest.get_detection(id));
+  for (int id = 1; id <= 3; ++id) append(g_AreaofInterest.get_exclusion(id));
+  std::vector<int> expected = coordinates(g_DetectionParams);
+  expected.resize(48);
+  EXPECT_EQ(stored, expected);
+  for (int id = 1; id <= 3; ++id) {
+    EXPECT_EQ(g_AreaofInterest.get_detection_active(id), id == 2);
+    EXPECT_EQ(g_AreaofInterest.get_exclusion_active(id), id == 3);
+  }
+  EXPECT_EQ(parameter_io::status_to_string(503), "Fall detected");
+  EXPECT_EQ(parameter_io::status_to_string(404), "Unknown default status");
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <chrono>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "events/event_manager.h"
+#include "platform/clock/clock.h"
+#include "tests/platform/state_folder.h"
+
+namespace {
+
+/// The publisher on the workstation's event system, with a journal and a log of its own.
+class Events : public ::testing::Test {
+ protected:
+  Events() {
+    openlog("events_test", 0, LOG_USER);  // the log moves into this test's folder
+    ticker_clock::setReplayTime(TimeStamp(std::chrono::milliseconds(31500)));
+    manager = std::make_unique<EventManager>();
+    manager->addEvent("Patient Out of Bed");
+    manager->addEvent("Fall Detected");
+  }
+  ~Events() override { closelog(); }
+
+  /// From the n-th line of the journal on: what happened to which event.
+  std::vector<std::string> journal(int from) {
+    std::vector<std::string> changes;
+    std::istringstream lines(state.read("events.jsonl"));
+    for (std::string line; std::getline(lines, line); --from) {
+      const auto field = [&line](const std::string& key) {
+        const auto begin = line.find("\"" + key + "\":") + key.size() + 3;
+        return line.substr(begin, line.find_first_of(",}", begin) - begin);
+      };
+      if (from <= 0) changes.push_back(field("kind") + " " + field("event") + " " + field("active") + " " + field("t"));
+    }
+    return changes;
+  }
+  bool logged(const std::string& text) { return state.read("system.log").find(text) != std::string::npos; }
+
+  StateFolder state;
+  std::unique_ptr<EventManager> manager;
+};
+
+using Changes = std::vector<std::string>;
+
+TEST_F(Events, DeclaredUnderTheirTopicsThenOnlyChangesAreSent) {
+  EXPECT_EQ(friendlyToKey("a-b_c 1"), "abc1");
+  EXPECT_EQ(friendlyToKey("B\xc3\xa4tt \xff[Z]"), "BttZ");
+  const std::string text = state.read("events.jsonl");
+  EXPECT_NE(text.find("tnsaxis:CameraApplicationPlatform/VelmorQuilnApplication/PatientOutofBed"), std::string::npos);
+  EXPECT_NE(text.find("tnsaxis:CameraApplicationPlatform/VelmorQuilnApplication/FallDetected"), std::string::npos);
+  EXPECT_EQ(journal(0),
+            (Changes{"\"declared\" \"Patient Out of Bed\" false 31.5", "\"declared\" \"Fall Detected\" false 31.5"}));
+  manager->sendEventStopped("Fall Detected");
+  EXPECT_FALSE(manager->isEventStarted("Fall Detected"));
+  manager->sendEventStarted("Fall Detected");
+  manager->sendEventStarted("Fall Detected");
+  EXPECT_TRUE(manager->isEventStarted("Fall Detected"));
+  EXPECT_FALSE(manager->isEventStarted("Patient Out of Bed"));
+  manager->sendEventStopped("Fall Detected");
+  manager->sendEventStopped("Fall Detected");
+  EXPECT_EQ(journal(2),
+            (Changes{"\"changed\" \"Fall Detected\" true 31.5", "\"changed\" \"Fall Detected\" false 31.5"}));
+  EXPECT_TRUE(logged("info: Starting event Fall Detected"));
+}
+
+TEST_F(Events, TheDestructorUndeclaresInNameOrder) {
+  manager->registerEvent("Nothing", 77);
+  manager.reset();
+  EXPECT_EQ(journal(2), (Changes{"\"undeclared\" \"Fall Detected\" false 31.5",
+                                 "\"undeclared\" \"Patient Out of Bed\" false 31.5"}));
+  EXPECT_TRUE(logged("successfully undeclared event Fall Detected : DeclarationID=2"));
+  EXPECT_TRUE(logged("failed to undeclare event Nothing : DeclarationID=77"));
+  EXPECT_TRUE(logged("EventManager destructor complete"));
+}
+
+TEST_F(Events, FailuresAreLoggedAndTheStateFollowsTheRequest) {
+  manager->sendEventStarted("Never Added");
+  EXPECT_TRUE(logged("error: No declaration for event Never Added"));
+  EXPECT_TRUE(manager->isEventStarted("Never Added"));
+  EXPECT_EQ(manager->getDeclarationID("Never Added"), 0U);
+
+  const std::string tooLong(5000, 'x');  // the journal refuses it
+  manager->addEvent(tooLong);
+  EXPECT_TRUE(logged("error: Failed to declare event xxx"));
+  EXPECT_EQ(manager->getDeclarationID(tooLong), 0U);
+
+  manager->registerEvent("Fall Detected", 77);
+  manager->sendEventStarted("Fall Detected");
+  EXPECT_TRUE(logged("error: Failed to send event Fall Detected activeValue=1"));
+  manager->sendEventStarted("Fall Detected");  // a lost start is not sent again
+  manager->sendEventStopped("Fall Detected");
+  EXPECT_TRUE(logged("error: Failed to send event Fall Detected activeValue=0"));
+  EXPECT_EQ(journal(2), Changes{});
+}
+
+}  // namespace
