@@ -1,0 +1,30 @@
+// From a decoded frame to the picture that a stream delivers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/workstation/camera_description.h"
+
+namespace workstation {
+
+/// A planar 4:2:0 frame in somebody else's memory; chroma planes are half as wide and high, rounded up.
+struct I420View {
+  const std::uint8_t* y = nullptr;
+  const std::uint8_t* u = nullptr;
+  const std::uint8_t* v = nullptr;
+  int y_stride = 0;  ///< bytes from row to row
+  int u_stride = 0;
+  int v_stride = 0;
+  int width = 0;  ///< pixels
+  int height = 0;
+  bool full_range = false;  ///< luma 0 to 255 as in JPEG, instead of 16 to 235
+};
+
+/// Cuts the frame's middle to the aspect of `size`, scales it to `size` and turns it clockwise by `rotation` (0, 90,
+/// 180 or 270 degrees; 90 and 270 exchange width and height). The result is NV12 in video range, strides equal to the
+/// width. `size` has even sides. Throws std::runtime_error for a frame that cannot be scaled.
+std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation);
+
+}  // namespace workstation

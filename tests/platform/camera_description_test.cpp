@@ -1,0 +1,101 @@
+#include "platform/workstation/camera_description.h"
+
+#include <gtest/gtest.h>
+
+#include "scratch_directory.h"
+
+namespace {
+
+using workstation::DescriptionError;
+using workstation::StreamSize;
+
+std::string mistakesIn(const std::string& text) {
+  try {
+    workstation::parseCameraDescription(text, "room.json");
+    return "";
+  } catch (const DescriptionError& error) {
+    return error.what();
+  }
+}
+
+TEST(CameraDescription, EveryKeyIsReadAndRelativePathsBeginAtTheFile) {
+  const auto full = workstation::parseCameraDescription(
+      R"({"source": "../films/a.mp4", "loop": true, "rotation": 270, "product_name": "AXIS P3265-LV",
+          "focal_length_um": 1000000, "stream_sizes": ["1280x720", "2x4096"], "parameters": {"Sensitivity": "0.4"}})",
+      "/data/rooms/room.json");
+  EXPECT_EQ(full.source, "/data/films/a.mp4");
+  EXPECT_TRUE(full.loop);
+  EXPECT_EQ(full.rotation, 270u);
+  EXPECT_EQ(full.product_name, "AXIS P3265-LV");
+  EXPECT_EQ(full.focal_length_um, 1'000'000u);
+  EXPECT_EQ(full.stream_sizes, (std::vector<StreamSize>{{1280, 720}, {2, 4096}}));
+  EXPECT_EQ(full.parameters, (std::map<std::string, std::string>{{"Sensitivity", "0.4"}}));
+}
+
+TEST(CameraDescription, OnlyTheSourceIsRequired) {
+  const auto least = workstation::parseCameraDescription(R"({"source": "rtsp://camera/1"})", "/data/room.json");
+  EXPECT_EQ(least.source, "rtsp://camera/1");
+  EXPECT_FALSE(least.loop);
+  EXPECT_EQ(least.rotation, 0u);
+  EXPECT_EQ(least.product_name, "AXIS Q1656");
+  EXPECT_EQ(least.focal_length_um, 3700u);
+  EXPECT_EQ(least.stream_sizes, (std::vector<StreamSize>{{640, 360}, {800, 450}, {1280, 720}, {1920, 1080}}));
+}
+
+TEST(CameraDescription, MistakesNameFileKeyAndWhatIsAllowed) {
+  const std::string sizes =
+      "; allowed is a list of 1 to 32 different texts \"WIDTHxHEIGHT\" of even numbers from 2 to 4096";
+  const std::string focal = "; allowed is a whole number from 1 to 1000000";
+  const std::string rotation = "; allowed are 0, 90, 180 and 270";
+  const std::pair<const char*, std::string> cases[] = {
+      {R"("rotation": 45)", "rotation: cannot be 45" + rotation},
+      {R"("rotation": 90.0)", "rotation: cannot be 90.0" + rotation},
+      {R"("rotation": "90")", "rotation: cannot be \"90\"" + rotation},
+      {R"("loop": 1)", "loop: cannot be 1; allowed are true and false"},
+      {R"("product_name": "")", "product_name: cannot be \"\"; allowed is a text that is not empty"},
+      {R"("focal_length_um": 0)", "focal_length_um: cannot be 0" + focal},
+      {R"("focal_length_um": 1000001)", "focal_length_um: cannot be 1000001" + focal},
+      {R"("focal_length_um": -3700)", "focal_length_um: cannot be -3700" + focal},
+      {R"("focal_length_um": 18446744073709551615)", "focal_length_um: cannot be 18446744073709551615" + focal},
+      {R"("stream_sizes": [])", "stream_sizes: cannot be []" + sizes},
+      {R"("stream_sizes": ["640x360", "640x360"])", "stream_sizes: cannot be \"640x360\"" + sizes},
+      {R"("stream_sizes": ["641x360"])", "stream_sizes: cannot be \"641x360\"" + sizes},
+      {R"("stream_sizes": ["640x360x"])", "stream_sizes: cannot be \"640x360x\"" + sizes},
+      {R"("stream_sizes": ["0x360"])", "stream_sizes: cannot be \"0x360\"" + sizes},
+      {R"("stream_sizes": ["4098x360"])", "stream_sizes: cannot be \"4098x360\"" + sizes},
+      {R"("stream_sizes": [640])", "stream_sizes: cannot be 640" + sizes},
+      {R"("parameters": {"Sensitivity": 0.4})",
+       "parameters.Sensitivity: cannot be 0.4; allowed is an object of parameter names with texts as values"},
+  };
+  for (const auto& [entry, mistake] : cases) {
+    EXPECT_EQ(mistakesIn(R"({"source": "a.mp4", )" + std::string(entry) + "}"), "room.json: " + mistake);
+  }
+  for (const char* text : {"", "{", R"({"source": "a.mp4"} x)"}) {
+    EXPECT_EQ(mistakesIn(text), "room.json: the file: is not valid JSON; allowed is one JSON object");
+  }
+}
+
+TEST(CameraDescription, AllMistakesAreFoundInOnePass) {
+  EXPECT_EQ(mistakesIn(R"({"loop": "no", "lens": 1})"),
+            "room.json: source: is missing; allowed is a text: the path of a video file or a URI\n"
+            "room.json: \"lens\": is not a key of a camera; allowed are source, loop, rotation, product_name, "
+            "focal_length_um, stream_sizes and parameters\n"
+            "room.json: loop: cannot be \"no\"; allowed are true and false");
+}
+
+TEST(CameraDescription, UnreadableAndHugeFilesAreRefused) {
+  const ScratchDirectory scratch;
+  const std::string huge = scratch.write("huge.json", std::string(workstation::kDescriptionLimitBytes + 1, ' '));
+  for (const auto& [file, mistake] :
+       {std::pair{scratch.path("absent.json"), "No such file or directory"},
+        std::pair{scratch.path(), "is not a regular file"}, std::pair{huge, "is too large"}}) {
+    try {
+      workstation::loadCameraDescription(file);
+      ADD_FAILURE() << file;
+    } catch (const DescriptionError& error) {
+      EXPECT_EQ(error.what(), file + ": the file: " + mistake + "; allowed is a readable JSON file of at most 1 MiB");
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#include "platform/workstation/lens_service.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+#include "scratch_directory.h"
+
+namespace {
+
+std::string outputOf(const char* command) {
+  FILE* pipe = popen(command, "r");
+  std::array<char, 128> chunk{};
+  std::string output;
+  while (fgets(chunk.data(), chunk.size(), pipe) != nullptr) output += chunk.data();
+  pclose(pipe);
+  return output;
+}
+
+std::string askForFocalLength() {
+  return outputOf("busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength 2>&1");
+}
+
+TEST(LensServiceDeathTest, BusctlReadsTheFocalLengthThatWasGivenFirst) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const bool started = workstation::startLensService(3700) && workstation::startLensService(2800);
+        std::cerr << askForFocalLength() << askForFocalLength() << "end";
+        std::_Exit(started ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "^UINT32 3700;\nUINT32 3700;\nend$");
+}
+
+TEST(LensServiceDeathTest, AMissingDaemonIsSaidOnce) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const ScratchDirectory scratch;
+        setenv("VELMOR_STATE", scratch.path().c_str(), 1);
+        setenv("PATH", scratch.path().c_str(), 1);
+        std::_Exit(workstation::startLensService(3700) || workstation::startLensService(3700) ? 1 : 0);
+      },
+      testing::ExitedWithCode(0),
+      "^[^\n]*the camera's lens cannot be asked for its focal length: dbus-daemon is missing; install the package "
+      "dbus-daemon\n$");
+}
+
+/// The daemon holds the pipe's end that the killed process leaves behind, until it dies itself.
+TEST(LensService, TheDaemonDiesWithAKilledProcess) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool served = workstation::startLensService(3700) && askForFocalLength() == "UINT32 3700;\n";
+    if (write(ends[1], served ? "y" : "n", 1) != 1) std::_Exit(1);
+    for (;;) pause();
+  }
+  close(ends[1]);
+  char answer = '\0';
+  ASSERT_EQ(read(ends[0], &answer, 1), 1);
+  EXPECT_EQ(answer, 'y');
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  pollfd ended{ends[0], POLLIN, 0};
+  EXPECT_EQ(poll(&ended, 1, 30'000), 1) << "dbus-daemon is still there";
+  close(ends[0]);
+}
+
+}  // namespace

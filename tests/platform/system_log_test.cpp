@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <regex.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "scratch_directory.h"
+
+namespace {
+
+bool matches(const std::string& line, const std::string& pattern) {
+  regex_t compiled;
+  if (regcomp(&compiled, ("^" + pattern + "$").c_str(), REG_EXTENDED | REG_NOSUB) != 0) return false;
+  const bool found = regexec(&compiled, line.c_str(), 0, nullptr, 0) == 0;
+  regfree(&compiled);
+  return found;
+}
+
+class SystemLogTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("VELMOR_STATE", m_scratch.path().c_str(), 1);
+    openlog("velmor_test", LOG_PID | LOG_CONS, LOG_USER);
+  }
+  void TearDown() override { closelog(); }
+
+  std::vector<std::string> lines() const {
+    std::istringstream file(m_scratch.read("system.log"));
+    std::vector<std::string> found;
+    for (std::string line; std::getline(file, line);) found.push_back(line);
+    return found;
+  }
+
+  ScratchDirectory m_scratch;
+};
+
+TEST_F(SystemLogTest, EveryEntryIsOneLineWithTimeProcessAndLevel) {
+  testing::internal::CaptureStderr();
+  errno = ENOENT;
+  const std::string format = "size %dx%d: %m\n";
+  syslog(LOG_INFO, format.c_str(), 1280, 720);
+  EXPECT_EQ(errno, ENOENT);
+  syslog(LOG_WARNING, "two\nlines\x1b");
+  syslog(LOG_USER | LOG_ERR, "Failed init_3D\n");
+  syslog(LOG_CRIT, "%s", std::string(10'000, 'x').c_str());
+  const std::string shown = testing::internal::GetCapturedStderr();
+  const std::string head =
+      R"([0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\.[0-9]{3}Z velmor_test\[)" + std::to_string(getpid()) + R"(\] )";
+  const auto found = lines();
+  ASSERT_EQ(found.size(), 4u);
+  EXPECT_TRUE(matches(found[0], (head + "info: size 1280x720: No such file or directory"))) << found[0];
+  EXPECT_TRUE(matches(found[1], (head + "warning: two lines "))) << found[1];
+  EXPECT_TRUE(matches(found[2], (head + "error: Failed init_3D"))) << found[2];
+  EXPECT_GT(found[3].size(), 4'000u);
+  EXPECT_TRUE(shown.starts_with("velmor_test: Failed init_3D\nvelmor_test: xxx")) << shown.substr(0, 200);
+}
+
+TEST_F(SystemLogTest, EntriesOfManyThreadsStayWhole) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([i] {
+      for (int line = 0; line < 200; ++line)
+        syslog(LOG_INFO, "%s", std::string(100, static_cast<char>('a' + i)).c_str());
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  const auto found = lines();
+  EXPECT_EQ(found.size(), 800u);
+  for (const auto& line : found) {
+    const std::string message = line.substr(line.find("info: ") + 6);
+    ASSERT_EQ(message, std::string(100, message.front()));
+  }
+}
+
+TEST_F(SystemLogTest, AFullFileMakesRoomOnce) {
+  m_scratch.write("system.log", "");
+  std::filesystem::resize_file(m_scratch.path("system.log"), 10'000'000);
+  syslog(LOG_INFO, "first of the new file");
+  syslog(LOG_INFO, "second");
+  EXPECT_EQ(lines().size(), 2u);
+  EXPECT_EQ(std::filesystem::file_size(m_scratch.path("system.log.1")), 10'000'000u);
+}
+
+TEST_F(SystemLogTest, WithoutAFileEverythingGoesToStandardErrorAndThatIsSaidOnce) {
+  std::filesystem::create_directory(m_scratch.path("system.log"));
+  testing::internal::CaptureStderr();
+  syslog(LOG_INFO, "one");
+  syslog(LOG_ERR, "two");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "velmor_test: cannot write " + m_scratch.path("system.log") +
+                                                        ": Is a directory; the system log goes to standard error\n"
+                                                        "velmor_test: one\nvelmor_test: two\n");
+}
+
+}  // namespace

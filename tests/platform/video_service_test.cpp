@@ -1,0 +1,287 @@
+#include <glib-unix.h>
+#include <gtest/gtest.h>
+#include <vdostream.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+#include "platform/clock/clock.h"
+#include "recording_writer.h"
+#include "scratch_directory.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Unref {
+  void operator()(gpointer object) const { g_object_unref(object); }
+};
+using StreamPtr = std::unique_ptr<VdoStream, Unref>;
+using MapPtr = std::unique_ptr<VdoMap, Unref>;
+
+MapPtr settingsOf(guint32 width, guint32 height, guint32 rotation) {
+  MapPtr settings(vdo_map_new());
+  vdo_map_set_uint32(settings.get(), "channel", 1);
+  vdo_map_set_uint32(settings.get(), "format", VDO_FORMAT_YUV);
+  vdo_map_set_uint32(settings.get(), "width", width);
+  vdo_map_set_uint32(settings.get(), "height", height);
+  vdo_map_set_uint32(settings.get(), "rotation", rotation);
+  return settings;
+}
+
+class CameraTest : public testing::Test {
+ protected:
+  void SetUp() override { setenv("VELMOR_STATE", m_scratch.path("state").c_str(), 1); }
+
+  void useCamera(const std::string& source, const std::string& more = "") {
+    const std::string description =
+        m_scratch.write("camera" + std::to_string(++m_cameras) + ".json",
+                        R"({"stream_sizes": ["64x36", "128x72", "32x32"], "source": ")" + source + "\"" + more + "}");
+    setenv("VELMOR_CAMERA", description.c_str(), 1);
+  }
+
+  void film(const Recording& recording, const std::string& more = "") {
+    ASSERT_TRUE(writeRecording(recording, m_scratch.path("film")));
+    useCamera("film", more);
+  }
+
+  static StreamPtr open(guint32 width = 64, guint32 height = 36, guint32 rotation = 0) {
+    GError* error = nullptr;
+    StreamPtr stream(vdo_stream_new(settingsOf(width, height, rotation).get(), nullptr, &error));
+    if (!stream) throw std::runtime_error(error->message);
+    vdo_stream_start(stream.get(), nullptr);
+    return stream;
+  }
+
+  /// The stream's bytes now; `size` of them must be readable.
+  static std::vector<std::uint8_t> picture(const StreamPtr& stream, std::size_t size = 64 * 36 * 3 / 2) {
+    VdoBuffer* buffer = vdo_stream_get_buffer(stream.get(), nullptr);
+    if (buffer == nullptr) return {};
+    const auto* data = static_cast<const std::uint8_t*>(vdo_buffer_get_data(buffer));
+    std::vector<std::uint8_t> bytes(data, data + size);
+    EXPECT_TRUE(vdo_stream_buffer_unref(stream.get(), &buffer, nullptr));
+    EXPECT_EQ(buffer, nullptr);
+    return bytes;
+  }
+
+  static int grey(const StreamPtr& stream) {
+    const auto bytes = picture(stream, 1);
+    return bytes.empty() ? -1 : bytes.front();
+  }
+
+  ScratchDirectory m_scratch;
+
+ private:
+  int m_cameras = 0;
+};
+
+class VideoServiceTest : public CameraTest {
+ protected:
+  void SetUp() override {
+    CameraTest::SetUp();
+    showTime(0ms);
+    ticker_clock::setEnd(TimeStamp::max());
+  }
+
+  static void showTime(std::chrono::milliseconds time) { ticker_clock::setReplayTime(TimeStamp(time)); }
+
+  static std::string errorOf(guint32 width, guint32 height, guint32 rotation) {
+    GError* error = nullptr;
+    const StreamPtr stream(vdo_stream_new(settingsOf(width, height, rotation).get(), nullptr, &error));
+    EXPECT_EQ(stream == nullptr, error != nullptr);
+    const std::string message = error != nullptr ? error->message : "";
+    g_clear_error(&error);
+    return message;
+  }
+
+  /// Lets the clock tick from its beginning to the end that the camera has set; the grey level of every cycle.
+  static std::vector<int> greysOfARun(const StreamPtr& stream) {
+    struct Run {
+      const StreamPtr& stream;
+      std::vector<int> greys;
+      bool over = false;
+    } run{stream, {}};
+    const guint ended = g_unix_signal_add(
+        SIGTERM, [](gpointer data) -> gboolean { return static_cast<Run*>(data)->over = true; }, &run);
+    const guint ticker = ticker_clock::addTicker(
+        500,
+        [](gpointer data) -> gboolean {
+          static_cast<Run*>(data)->greys.push_back(grey(static_cast<Run*>(data)->stream));
+          return TRUE;
+        },
+        &run);
+    while (!run.over) g_main_context_iteration(nullptr, TRUE);
+    g_source_remove(ticker);
+    g_source_remove(ended);
+    return run.greys;
+  }
+};
+
+TEST_F(VideoServiceTest, ServesTheNewestFrameAtTheClocksTimeToEveryStream) {
+  film({.first_ms = 300});
+  const auto small = open();
+  const auto large = open(128, 72);
+  const std::pair<std::chrono::milliseconds, int> expected[] = {{0ms, 0},   {99ms, 0},  {100ms, 1},
+                                                                {500ms, 5}, {500ms, 5}, {1'999ms, 19}};
+  for (const auto& [time, index] : expected) {
+    showTime(time);
+    EXPECT_EQ(grey(large), greyOf(index)) << time.count();
+    EXPECT_EQ(grey(small), greyOf(index)) << time.count();
+  }
+  const MapPtr settings(vdo_stream_get_settings(large.get(), nullptr));
+  EXPECT_EQ(vdo_map_get_uint32(settings.get(), "width", 0), 128u);
+  EXPECT_EQ(vdo_map_get_uint32(settings.get(), "height", 0), 72u);
+  EXPECT_EQ(vdo_map_get_uint32(settings.get(), "rotation", 7), 0u);
+  EXPECT_EQ(vdo_map_get_uint32(settings.get(), "framerate", 0), 10u);
+}
+
+TEST_F(VideoServiceTest, TheRunEndsWithTheLastPicture) {
+  const std::string sound = "audiotestsrc num-buffers=200 ! mux.";  // more than twice as long as the pictures
+  const std::pair<Recording, std::vector<int>> runs[] = {
+      {{.frames = 20}, {5, 10, 15, 19}},
+      {{.frames = 19}, {5, 10, 15}},
+      {{.fps = 15, .frames = 15}, {7, 14}},  // 66.7 ms a frame: the container's rounding must not cost the last cycle
+      {{.frames = 12, .more = sound}, {5, 10}},
+      {{.frames = 20, .format = "vp8enc deadline=1 cq-level=0 min-quantizer=0 max-quantizer=0 ! webmmux"},
+       {5, 10, 15, 19}}};
+  for (const auto& [recording, indices] : runs) {
+    showTime(0ms);
+    const std::string name = "film" + std::to_string(&recording - &runs[0].first);
+    film(recording);
+    std::vector<int> expected;
+    for (const int index : indices) expected.push_back(greyOf(index));
+    EXPECT_EQ(greysOfARun(open()), expected) << recording.format << recording.more;
+  }
+}
+
+TEST_F(VideoServiceTest, RotationTurnsClockwise) {
+  film({.corners = true});
+  // The dark quarter, left top in the recording, as seen in each turned picture.
+  struct Case {
+    guint32 rotation;
+    std::size_t width, height;
+    bool right, bottom;
+  };
+  for (const Case& turned : {Case{0, 64, 36, false, false}, Case{90, 36, 64, true, false},
+                             Case{180, 64, 36, true, true}, Case{270, 36, 64, false, true}}) {
+    const auto bytes = picture(open(64, 36, turned.rotation));
+    for (const bool right : {false, true}) {
+      for (const bool bottom : {false, true}) {
+        const std::size_t x = turned.width / 4 + (right ? turned.width / 2 : 0);
+        const std::size_t y = turned.height / 4 + (bottom ? turned.height / 2 : 0);
+        const bool dark = right == turned.right && bottom == turned.bottom;
+        EXPECT_EQ(bytes.at(y * turned.width + x), dark ? 16 : greyOf(0)) << turned.rotation << " " << right << bottom;
+      }
+    }
+  }
+}
+
+TEST_F(VideoServiceTest, AStreamOfAnotherAspectShowsTheMiddle) {
+  film({.corners = true});
+  const auto square = picture(open(32, 32), 32 * 32 * 3 / 2);  // of columns 14 to 49: the dark quarter ends at 16
+  EXPECT_EQ(square.at(4 * 32 + 10), 16);
+  EXPECT_EQ(square.at(4 * 32 + 20), greyOf(0));
+}
+
+TEST_F(VideoServiceTest, OddSizesAndFullRangeAreBroughtToEvenVideoRange) {
+  film({.width = 33, .height = 17, .format = "jpegenc quality=100 ! avimux"});
+  const auto bytes = picture(open());
+  // JPEG's luma 40 of 0..255 is 50 of 16..235.
+  EXPECT_NEAR(bytes.at(64 * 18 + 32), 50, 1);
+  EXPECT_NEAR(bytes.back(), 128, 1);
+}
+
+TEST_F(VideoServiceTest, ASourceThatCannotBePlayedIsNamedWithTheReason) {
+  ASSERT_TRUE(writeRecording({.format = "fakesink audiotestsrc num-buffers=5 ! wavenc"}, m_scratch.path("sound.wav")));
+  ASSERT_TRUE(writeRecording({.format = "avenc_ffv1 ! matroskamux"}, m_scratch.path("rare.mkv")));
+  m_scratch.write("empty", "");
+  m_scratch.write("letter.txt", "Dear patient,\nthis is no video.\n");
+  for (const auto& [source, reason] :
+       {std::pair{"absent", "there is no such file"}, std::pair{"empty", "the file is empty"},
+        std::pair{"letter.txt", ""}, std::pair{"sound.wav", "it holds no picture"},
+        std::pair{"rare.mkv", "it holds no picture that can be decoded here, but FFMpeg v1"},
+        std::pair{".", "it is a directory"}}) {
+    useCamera(source);
+    const std::string message = errorOf(64, 36, 0);
+    const std::string file = std::filesystem::path(m_scratch.path(source)).lexically_normal().string();
+    EXPECT_TRUE(message.starts_with("cannot play " + file + ": " + reason)) << message;
+    EXPECT_GT(message.size(), ("cannot play " + file + ": ").size());
+  }
+}
+
+TEST_F(VideoServiceTest, WrongSettingsAreRefused) {
+  film({.frames = 2});
+  EXPECT_EQ(errorOf(64, 38, 0), "the camera offers no stream of 64x38; it offers 64x36, 128x72, 32x32");
+  EXPECT_EQ(errorOf(64, 36, 45), "the rotation of a stream is 0, 90, 180 or 270");
+  const MapPtr other = settingsOf(64, 36, 0);
+  vdo_map_set_uint32(other.get(), "format", 1);
+  EXPECT_EQ(vdo_stream_new(other.get(), nullptr, nullptr), nullptr);
+  const StreamPtr idle(vdo_stream_new(settingsOf(64, 36, 0).get(), nullptr, nullptr));
+  EXPECT_EQ(vdo_stream_get_buffer(idle.get(), nullptr), nullptr) << "not started";
+}
+
+TEST_F(VideoServiceTest, ADamagedRecordingEndsEarlyAndStillGivesPictures) {
+  film({.frames = 40});
+  std::string bytes = m_scratch.read("film");
+  const std::string whole = bytes;
+  for (std::size_t i = bytes.size() / 2; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 131 >> 3);
+  for (const std::string& damaged : {bytes, whole.substr(0, whole.size() / 2)}) {
+    showTime(0ms);
+    m_scratch.write("film", damaged);
+    const auto greys = greysOfARun(open());
+    ASSERT_GE(greys.size(), 2u);
+    EXPECT_LE(greys.size(), 8u);
+    EXPECT_EQ(greys.front(), greyOf(5));
+  }
+}
+
+TEST_F(VideoServiceTest, BuffersOutliveTheirStreamAndTellWhenTheyGo) {
+  film({});
+  static int released = 0;
+  StreamPtr stream(vdo_stream_new(
+      settingsOf(64, 36, 0).get(), [](VdoBuffer*) { ++released; }, nullptr));
+  vdo_stream_start(stream.get(), nullptr);
+  VdoBuffer* buffer = vdo_stream_get_buffer(stream.get(), nullptr);
+  stream.reset();
+  EXPECT_EQ(*static_cast<const std::uint8_t*>(vdo_buffer_get_data(buffer)), greyOf(0));
+  EXPECT_EQ(released, 0);
+  g_object_unref(buffer);
+  EXPECT_EQ(released, 1);
+}
+
+/// In processes of their own, since the clock of this one is set to replay.
+class LiveVideoDeathTest : public CameraTest {
+ protected:
+  LiveVideoDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+  /// Shows what a live camera shows, each grey level once, until the process is told to end or the film has begun
+  /// again twice.
+  static void watch() {
+    const auto stream = open();
+    int shown = -1;
+    for (int beginnings = 0; beginnings < 3;) {
+      const int now = grey(stream);
+      if (now < shown || shown < 0) ++beginnings;
+      if (now != shown) std::cerr << now << ' ';
+      shown = now;
+      std::this_thread::yield();
+    }
+    std::_Exit(0);
+  }
+};
+
+TEST_F(LiveVideoDeathTest, AFilmPlaysOnceThenTheProcessIsToldToEnd) {
+  film({.frames = 5});
+  EXPECT_EXIT(watch(), testing::KilledBySignal(SIGTERM), "40 .*56 $");
+}
+
+TEST_F(LiveVideoDeathTest, ALoopingFilmBeginsAgain) {
+  film({.frames = 5}, R"(, "loop": true)");
+  EXPECT_EXIT(watch(), testing::ExitedWithCode(0), "40 .*56 40 .*56 40 ");
+}
+
+}  // namespace
