@@ -199,7 +199,8 @@ void FindingsHistory::setAverageSkeletonHeight(Findings& findings) const {
   }
   current.hasValidAverageSkeletonHeight = n >= 1;
   if (n >= 1) {
-    current.averageSkeletonHeight = static_cast<float>(sumH / n);
+    const int wholePixels = sumH / n;
+    current.averageSkeletonHeight = static_cast<float>(wholePixels);
   }
 }
 

@@ -20,11 +20,11 @@ Field* fieldOf(int id, Field& first, Field& second, Field& third) {
 }
 
 template <typename Field>
-bool assign(Field* field, Field&& value) {
+bool assign(Field* field, Field value) {
   if (field == nullptr) {
     return false;
   }
-  *field = std::forward<Field>(value);
+  std::swap(*field, value);
   return true;
 }
 
@@ -35,7 +35,7 @@ bool area_of_interest::set_detection(int id, t_Polygon points) {
 }
 
 bool area_of_interest::set_detection_active(int id, bool active) {
-  return assign(fieldOf(id, m_Detection1Active, m_Detection2Active, m_Detection3Active), std::move(active));
+  return assign(fieldOf(id, m_Detection1Active, m_Detection2Active, m_Detection3Active), active);
 }
 
 bool area_of_interest::set_exclusion(int id, t_Polygon points) {
@@ -43,7 +43,7 @@ bool area_of_interest::set_exclusion(int id, t_Polygon points) {
 }
 
 bool area_of_interest::set_exclusion_active(int id, bool active) {
-  return assign(fieldOf(id, m_Exclusion1Active, m_Exclusion2Active, m_Exclusion3Active), std::move(active));
+  return assign(fieldOf(id, m_Exclusion1Active, m_Exclusion2Active, m_Exclusion3Active), active);
 }
 
 t_Polygon area_of_interest::get_detection(int id) const {

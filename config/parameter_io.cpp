@@ -5,15 +5,8 @@
 
 namespace {
 
-constexpr int kCorners = 4;
-
-t_Polygon polygonOf(const int* coordinates) {
-  t_Polygon polygon;
-  for (int corner = 0; corner < kCorners; ++corner) {
-    polygon.emplace_back(coordinates[2 * corner], coordinates[2 * corner + 1]);
-  }
-  return polygon;
-}
+/// The first four corners.
+t_Polygon polygonOf(const int* c) { return {{c[0], c[1]}, {c[2], c[3]}, {c[4], c[5]}, {c[6], c[7]}}; }
 
 }  // namespace
 
