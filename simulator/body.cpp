@@ -1,0 +1,307 @@
+#include "simulator/body.h"
+
+#include <algorithm>
+#include <cmath>
+#include <glm/gtc/constants.hpp>
+
+namespace simulator {
+namespace {
+
+constexpr glm::vec3 kX{1, 0, 0};
+constexpr glm::vec3 kY{0, 1, 0};
+constexpr glm::vec3 kZ{0, 0, 1};
+
+glm::quat turn(float angle, const glm::vec3& axis) { return glm::angleAxis(angle, axis); }
+
+/// Builds the pieces of one body from its joint frames.
+class FigureBuilder {
+ public:
+  FigureBuilder(const BodyShape& shape, const Pose& pose) : shape_(shape), pose_(pose), h_(shape.height) {
+    chest_ = pose.orientation * turn(pose.spineTwist, kZ) * turn(-pose.spineBend, kX) * turn(pose.spineSide, kY);
+    neck_ = pose.root + chest_ * glm::vec3(0, 0, 0.288F * h_);
+  }
+
+  Figure build() {
+    torso();
+    head();
+    for (std::size_t side = 0; side < 2; ++side) {
+      arm(side);
+      leg(side);
+    }
+    return std::move(figure_);
+  }
+
+ private:
+  void keypoint(std::size_t index, const glm::vec3& place, float depth) {
+    figure_.keypoints[index] = place;
+    figure_.keypointDepth[index] = depth;
+  }
+
+  void capsule(const glm::vec3& a, const glm::vec3& b, float radiusA, float radiusB, const glm::vec3& color,
+               const glm::vec3& flatAxis = kY, float flat = 1, Surface surface = Surface::kPlain) {
+    figure_.capsules.push_back({a, b, radiusA, radiusB, flatAxis, flat, color, surface});
+  }
+
+  void torso() {
+    const glm::vec3 forward = chest_ * kY;
+    const float wide = 0.088F * h_ * shape_.girth;
+    const Surface cloth = shape_.stripedTop ? Surface::kStripes : Surface::kFabric;
+    const glm::vec3 hipAxis = pose_.orientation * kX * (0.04F * h_);
+    capsule(pose_.root - hipAxis, pose_.root + hipAxis, 0.068F * h_ * shape_.girth, 0.068F * h_ * shape_.girth,
+            shape_.trousers, pose_.orientation * kY, 0.95F, Surface::kFabric);
+    const glm::vec3 waist = pose_.root + chest_ * glm::vec3(0, 0, 0.07F * h_);
+    const glm::vec3 ribs = pose_.root + chest_ * glm::vec3(0, 0, 0.21F * h_);
+    capsule(waist, ribs, wide, wide * 1.12F, shape_.top, forward, 0.72F, cloth);
+    const glm::vec3 shoulders = chest_ * kX * (0.078F * h_);
+    const glm::vec3 yoke = neck_ - chest_ * kZ * (0.03F * h_);
+    capsule(yoke - shoulders, yoke + shoulders, 0.05F * h_, 0.05F * h_, shape_.top, forward, 0.95F, cloth);
+  }
+
+  void head() {
+    const glm::quat frame = chest_ * turn(pose_.neckTurn, kZ) * turn(-pose_.neckBend, kX);
+    const glm::vec3 centre =
+        neck_ + chest_ * glm::vec3(0, 0.01F * h_, 0.04F * h_) + frame * glm::vec3(0, 0.01F * h_, 0.075F * h_);
+    const auto at = [&](float x, float y, float z) { return centre + frame * (glm::vec3(x, y, z) * h_); };
+    capsule(neck_ - chest_ * kZ * (0.01F * h_), centre - frame * kZ * (0.03F * h_), 0.034F * h_, 0.032F * h_,
+            shape_.skin);
+    capsule(at(0, 0.006F, -0.022F), at(0, 0, 0.02F), 0.044F * h_, 0.052F * h_, shape_.skin, frame * kX, 0.88F);
+    capsule(at(0, -0.014F, 0.006F), at(0, -0.008F, 0.03F), 0.052F * h_, 0.053F * h_, shape_.hair, frame * kX, 0.95F);
+    if (shape_.longHair) capsule(at(0, -0.03F, 0.0F), at(0, -0.036F, -0.06F), 0.042F * h_, 0.034F * h_, shape_.hair);
+    const glm::vec3 dark = shape_.skin * 0.75F;
+    capsule(at(0, 0.05F, -0.008F), at(0, 0.053F, -0.014F), 0.009F * h_, 0.012F * h_, dark);
+    for (const float side : {-1.0F, 1.0F}) {
+      capsule(at(side * 0.019F, 0.046F, 0.006F), at(side * 0.019F, 0.047F, 0.006F), 0.009F * h_, 0.009F * h_,
+              glm::vec3(0.08F));
+      capsule(at(side * 0.046F, -0.002F, -0.012F), at(side * 0.046F, -0.002F, 0.008F), 0.011F * h_, 0.013F * h_, dark);
+    }
+    capsule(at(-0.014F, 0.043F, -0.034F), at(0.014F, 0.043F, -0.034F), 0.007F * h_, 0.007F * h_,
+            glm::vec3(0.55F, 0.2F, 0.2F));
+    keypoint(0, at(0, 0.06F, -0.012F), 0.03F);
+    keypoint(1, at(-0.019F, 0.052F, 0.006F), 0.03F);
+    keypoint(2, at(0.019F, 0.052F, 0.006F), 0.03F);
+    keypoint(3, at(-0.05F, -0.002F, -0.002F), 0.03F);
+    keypoint(4, at(0.05F, -0.002F, -0.002F), 0.03F);
+  }
+
+  void arm(std::size_t side) {
+    const float out = side == 0 ? -1.0F : 1.0F;
+    const Limb& angles = pose_.arms[side];
+    const glm::vec3 shoulder = neck_ + chest_ * glm::vec3(out * 0.105F * h_, 0, -0.025F * h_);
+    const glm::quat upper =
+        chest_ * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
+    const glm::vec3 elbow = shoulder + upper * glm::vec3(0, 0, -0.172F * h_);
+    const glm::quat lower = upper * turn(angles.bend, kX);
+    const glm::vec3 wrist = elbow + lower * glm::vec3(0, 0, -0.15F * h_);
+    const glm::vec3 hand = wrist + lower * glm::vec3(0, 0, -0.045F * h_);
+    const float thick = 0.5F + 0.5F * shape_.girth;
+    capsule(shoulder, elbow, 0.04F * h_ * thick, 0.03F * h_ * thick, shape_.top, kY, 1, Surface::kFabric);
+    capsule(elbow, wrist, 0.028F * h_ * thick, 0.02F * h_ * thick, shape_.longSleeves ? shape_.top : shape_.skin);
+    capsule(wrist, hand, 0.019F * h_, 0.024F * h_, shape_.skin, lower * kX, 0.6F);
+    keypoint(5 + side, shoulder, 0.1F);
+    keypoint(7 + side, elbow, 0.09F);
+    keypoint(9 + side, wrist, 0.08F);
+  }
+
+  void leg(std::size_t side) {
+    const float out = side == 0 ? -1.0F : 1.0F;
+    const Limb& angles = pose_.legs[side];
+    const glm::vec3 hip = pose_.root + pose_.orientation * glm::vec3(out * 0.054F * h_, 0, -0.01F * h_);
+    const glm::quat upper =
+        pose_.orientation * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
+    const glm::vec3 knee = hip + upper * glm::vec3(0, 0, -0.245F * h_);
+    const glm::quat lower = upper * turn(-angles.bend, kX);
+    const glm::vec3 ankle = knee + lower * glm::vec3(0, 0, -0.235F * h_);
+    const glm::vec3 toe = ankle + lower * glm::vec3(0, 0.095F * h_, -0.028F * h_);
+    const float thick = 0.4F + 0.6F * shape_.girth;
+    capsule(hip, knee, 0.06F * h_ * thick, 0.041F * h_ * thick, shape_.trousers, kY, 1, Surface::kFabric);
+    capsule(knee, ankle, 0.04F * h_ * thick, 0.027F * h_ * thick, shape_.trousers, kY, 1, Surface::kFabric);
+    capsule(ankle + lower * glm::vec3(0, -0.012F * h_, -0.018F * h_), toe, 0.027F * h_, 0.022F * h_, shape_.shoes);
+    keypoint(11 + side, hip, 0.16F);
+    keypoint(13 + side, knee, 0.12F);
+    keypoint(15 + side, ankle, 0.1F);
+  }
+
+  const BodyShape& shape_;
+  const Pose& pose_;
+  float h_;
+  glm::quat chest_{1, 0, 0, 0};
+  glm::vec3 neck_{0};
+  Figure figure_;
+};
+
+/// Body axes for someone upright who faces `heading` (radians, counter-clockwise from world x).
+glm::quat upright(float heading) { return turn(heading - glm::half_pi<float>(), kZ); }
+
+float mix(float a, float b, float t) { return a + (b - a) * t; }
+
+Limb blend(const Limb& a, const Limb& b, float t) {
+  return {mix(a.flex, b.flex, t), mix(a.abduct, b.abduct, t), mix(a.twist, b.twist, t), mix(a.bend, b.bend, t)};
+}
+
+}  // namespace
+
+float uniform(Random& random, float low, float high) {
+  return std::uniform_real_distribution<float>(low, high)(random);
+}
+
+bool chance(Random& random, float probability) { return uniform(random, 0, 1) < probability; }
+
+float Figure::lowest() const {
+  float z = 1e9F;
+  for (const Capsule& piece : capsules) {
+    z = std::min({z, piece.a.z - piece.radiusA * piece.flat, piece.b.z - piece.radiusB * piece.flat});
+  }
+  return z;
+}
+
+BodyShape makeBody(unsigned number) {
+  Random random(7919U * (number + 1));
+  random.discard(16);
+  static constexpr std::array<glm::vec3, 5> kSkins = {{{0.86F, 0.65F, 0.52F},
+                                                       {0.75F, 0.53F, 0.4F},
+                                                       {0.9F, 0.72F, 0.62F},
+                                                       {0.52F, 0.34F, 0.24F},
+                                                       {0.36F, 0.23F, 0.16F}}};
+  static constexpr std::array<glm::vec3, 5> kHair = {
+      {{0.1F, 0.07F, 0.05F}, {0.35F, 0.22F, 0.12F}, {0.6F, 0.6F, 0.6F}, {0.8F, 0.8F, 0.78F}, {0.6F, 0.42F, 0.2F}}};
+  static constexpr std::array<glm::vec3, 6> kPyjamas = {{{0.42F, 0.58F, 0.8F},
+                                                         {0.5F, 0.75F, 0.6F},
+                                                         {0.75F, 0.45F, 0.5F},
+                                                         {0.55F, 0.45F, 0.7F},
+                                                         {0.8F, 0.68F, 0.35F},
+                                                         {0.35F, 0.42F, 0.5F}}};
+  static constexpr std::array<glm::vec3, 4> kTunics = {
+      {{0.1F, 0.45F, 0.5F}, {0.12F, 0.25F, 0.5F}, {0.5F, 0.12F, 0.22F}, {0.2F, 0.5F, 0.25F}}};
+  BodyShape body;
+  body.height = uniform(random, 1.56F, 1.86F);
+  body.girth = uniform(random, 0.9F, 1.3F);
+  body.skin = kSkins[number % kSkins.size()] * uniform(random, 0.92F, 1.05F);
+  body.hair = kHair[(number * 3 + 1) % kHair.size()];
+  body.longHair = number % 3 == 1;
+  const bool carer = number % 3 == 2;
+  if (carer) {
+    body.top = kTunics[(number / 3) % kTunics.size()];
+    body.trousers = glm::vec3(uniform(random, 0.1F, 0.3F)) + glm::vec3(0, 0, 0.06F);
+    body.shoes = glm::vec3(0.85F);
+    body.longSleeves = false;
+  } else {
+    body.top = kPyjamas[number % kPyjamas.size()];
+    body.trousers = chance(random, 0.6F) ? body.top * 0.85F : kPyjamas[(number + 3) % kPyjamas.size()] * 0.7F;
+    body.shoes = chance(random, 0.5F) ? body.skin : glm::vec3(0.35F, 0.2F, 0.15F);
+    body.longSleeves = chance(random, 0.6F);
+    body.stripedTop = number % 2 == 0;
+  }
+  return body;
+}
+
+Figure makeFigure(const BodyShape& shape, const Pose& pose) { return FigureBuilder(shape, pose).build(); }
+
+Pose blend(const Pose& from, const Pose& to, float t) {
+  Pose pose;
+  pose.root = glm::mix(from.root, to.root, t);
+  pose.orientation = glm::slerp(from.orientation, to.orientation, t);
+  pose.spineBend = mix(from.spineBend, to.spineBend, t);
+  pose.spineSide = mix(from.spineSide, to.spineSide, t);
+  pose.spineTwist = mix(from.spineTwist, to.spineTwist, t);
+  pose.neckBend = mix(from.neckBend, to.neckBend, t);
+  pose.neckTurn = mix(from.neckTurn, to.neckTurn, t);
+  for (std::size_t side = 0; side < 2; ++side) {
+    pose.arms[side] = blend(from.arms[side], to.arms[side], t);
+    pose.legs[side] = blend(from.legs[side], to.legs[side], t);
+  }
+  return pose;
+}
+
+Pose standingPose(glm::vec2 place, float heading) {
+  Pose pose;
+  pose.root = {place, 0.9F};
+  pose.orientation = upright(heading);
+  pose.spineBend = 0.05F;
+  for (Limb& arm : pose.arms) arm = {0.05F, 0.12F, 0, 0.2F};
+  for (Limb& leg : pose.legs) leg = {0.02F, 0.04F, -0.1F, 0.04F};
+  return pose;
+}
+
+Pose walkingPose(glm::vec2 place, float heading, float phase) {
+  Pose pose = standingPose(place, heading);
+  for (std::size_t side = 0; side < 2; ++side) {
+    const float own = phase + (side == 0 ? 0.0F : glm::pi<float>());
+    pose.legs[side].flex = 0.08F + 0.38F * std::sin(own);
+    pose.legs[side].bend = 0.1F + 0.45F * std::max(0.0F, std::cos(own));
+    pose.arms[side].flex = -0.32F * std::sin(own);
+    pose.arms[side].bend = 0.3F + 0.1F * std::cos(own);
+  }
+  return pose;
+}
+
+Pose sittingPose(glm::vec2 place, float heading) {
+  Pose pose = standingPose(place, heading);
+  pose.spineBend = 0.15F;
+  for (Limb& leg : pose.legs) leg = {1.45F, 0.12F, 0, 1.4F};
+  for (Limb& arm : pose.arms) arm = {0.5F, 0.15F, 0.2F, 0.7F};
+  return pose;
+}
+
+Pose kneelingPose(glm::vec2 place, float heading) {
+  Pose pose = standingPose(place, heading);
+  pose.spineBend = 0.5F;
+  pose.legs[0] = {1.35F, 0.1F, 0, 1.6F};
+  pose.legs[1] = {0.1F, 0.1F, 0, 1.6F};
+  for (Limb& arm : pose.arms) arm = {1.0F, 0.15F, 0.1F, 0.4F};
+  return pose;
+}
+
+Pose bendingPose(glm::vec2 place, float heading) {
+  Pose pose = standingPose(place, heading);
+  pose.spineBend = 0.85F;
+  for (Limb& leg : pose.legs) leg = {0.3F, 0.1F, 0, 0.4F};
+  for (Limb& arm : pose.arms) arm = {1.0F, 0.1F, 0.1F, 0.3F};
+  return pose;
+}
+
+Pose lyingPose(glm::vec2 place, float heading, float roll) {
+  Pose pose;
+  pose.root = {place, 0.15F};
+  // Face down with the head towards world y, turned about the body's length, then towards the heading.
+  const glm::quat faceDown = turn(-glm::half_pi<float>(), kX);
+  pose.orientation = turn(heading - glm::half_pi<float>(), kZ) * turn(roll + glm::pi<float>(), kY) * faceDown;
+  for (Limb& arm : pose.arms) arm = {0.1F, 0.35F, 0, 0.35F};
+  for (Limb& leg : pose.legs) leg = {0.12F, 0.1F, 0, 0.2F};
+  return pose;
+}
+
+void disturb(Pose& pose, Random& random, float amount) {
+  std::normal_distribution<float> normal(0, amount);
+  const auto nudge = [&](float& angle, float scale) {
+    angle += scale * std::clamp(normal(random), -2.5F * amount, 2.5F * amount);
+  };
+  nudge(pose.spineBend, 0.6F);
+  nudge(pose.spineSide, 0.5F);
+  nudge(pose.spineTwist, 0.5F);
+  nudge(pose.neckBend, 1);
+  nudge(pose.neckTurn, 1.6F);
+  for (Limb& arm : pose.arms) {
+    nudge(arm.flex, 2);
+    nudge(arm.abduct, 1.2F);
+    nudge(arm.twist, 1.5F);
+    nudge(arm.bend, 2);
+    arm.abduct = std::max(arm.abduct, -0.1F);
+    arm.bend = std::clamp(arm.bend, 0.0F, 2.3F);
+  }
+  for (Limb& leg : pose.legs) {
+    nudge(leg.flex, 1);
+    nudge(leg.abduct, 0.5F);
+    nudge(leg.twist, 0.6F);
+    nudge(leg.bend, 1.2F);
+    leg.abduct = std::max(leg.abduct, -0.1F);
+    leg.bend = std::clamp(leg.bend, 0.0F, 2.3F);
+  }
+  pose.orientation =
+      glm::normalize(pose.orientation * turn(0.3F * normal(random), kX) * turn(0.3F * normal(random), kY));
+}
+
+void settle(const BodyShape& shape, Pose& pose, float surface) {
+  pose.root.z += surface - makeFigure(shape, pose).lowest();
+}
+
+}  // namespace simulator

@@ -1,0 +1,166 @@
+// The files of a recording: video, truth, settings.
+#include <gst/app/gstappsrc.h>
+#include <gst/gst.h>
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "simulator/scenario.h"
+
+namespace simulator {
+namespace {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+
+/// Encodes pictures of one size into an H.264 file.
+class VideoFile {
+ public:
+  VideoFile(const std::filesystem::path& file, int width, int height, int framesPerSecond) : rate_(framesPerSecond) {
+    gst_init(nullptr, nullptr);
+    GError* error = nullptr;
+    pipeline_ = gst_parse_launch_full(
+        "appsrc name=in format=time block=true max-bytes=30000000 ! videoconvert ! video/x-raw,format=I420 ! "
+        "x264enc pass=qual quantizer=21 speed-preset=slow key-int-max=40 threads=2 ! "
+        "mp4mux faststart=true ! filesink name=out",
+        nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
+    if (pipeline_ == nullptr) {
+      const std::string why = error != nullptr ? error->message : "unknown error";
+      g_clear_error(&error);
+      throw std::runtime_error("cannot encode video (" + why + "): install gstreamer1.0-plugins-ugly");
+    }
+    GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline_), "out");
+    g_object_set(sink, "location", file.c_str(), nullptr);
+    gst_object_unref(sink);
+    source_ = gst_bin_get_by_name(GST_BIN(pipeline_), "in");
+    GstCaps* caps =
+        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGB", "width", G_TYPE_INT, width, "height",
+                            G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, rate_, 1, nullptr);
+    gst_app_src_set_caps(GST_APP_SRC(source_), caps);
+    gst_caps_unref(caps);
+    gst_element_set_state(pipeline_, GST_STATE_PLAYING);
+  }
+
+  ~VideoFile() {
+    gst_element_set_state(pipeline_, GST_STATE_NULL);
+    gst_object_unref(source_);
+    gst_object_unref(pipeline_);
+  }
+  VideoFile(const VideoFile&) = delete;
+  VideoFile& operator=(const VideoFile&) = delete;
+
+  void add(const Picture& picture) {
+    failOnError();
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, picture.rgb.size(), nullptr);
+    gst_buffer_fill(buffer, 0, picture.rgb.data(), picture.rgb.size());
+    const auto rate = static_cast<guint64>(rate_);
+    GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(count_, GST_SECOND, rate);
+    GST_BUFFER_DURATION(buffer) = GST_SECOND / rate;
+    ++count_;
+    if (gst_app_src_push_buffer(GST_APP_SRC(source_), buffer) != GST_FLOW_OK)
+      throw std::runtime_error("the video encoder stopped");
+  }
+
+  void finish() {
+    gst_app_src_end_of_stream(GST_APP_SRC(source_));
+    GstBus* bus = gst_element_get_bus(pipeline_);
+    GstMessage* message = gst_bus_timed_pop_filtered(bus, 120 * GST_SECOND,
+                                                     static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    const bool good = message != nullptr && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
+    if (message != nullptr) gst_message_unref(message);
+    gst_object_unref(bus);
+    if (!good) throw std::runtime_error("the video could not be written");
+  }
+
+ private:
+  /// A failed encoder takes no more pictures; without this, add() would wait for it for ever.
+  void failOnError() {
+    GstBus* bus = gst_element_get_bus(pipeline_);
+    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    gst_object_unref(bus);
+    if (message == nullptr) return;
+    gst_message_unref(message);
+    throw std::runtime_error("the video encoder failed: is there room on the disk?");
+  }
+
+  int rate_;
+  guint64 count_ = 0;
+  GstElement* pipeline_ = nullptr;
+  GstElement* source_ = nullptr;
+};
+
+json truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, double time) {
+  ordered_json people = ordered_json::array();
+  for (std::size_t i = 0; i < truth.size(); ++i) {
+    ordered_json keypoints = ordered_json::array();
+    for (const TrueKeypoint& keypoint : truth[i]) {
+      keypoints.push_back(
+          {std::round(keypoint.x * 10) / 10, std::round(keypoint.y * 10) / 10, static_cast<int>(keypoint.visibility)});
+    }
+    const Person& person = scene.people[i];
+    people.push_back({{"id", person.id},
+                      {"in_bed", person.inBed},
+                      {"standing", person.standing},
+                      {"lying_on_floor", person.lyingOnFloor},
+                      {"keypoints", keypoints}});
+  }
+  return {{"t", time}, {"people", people}};
+}
+
+/// What an installer would have set: areas and floor points in pixels of the picture.
+ordered_json settings(const Scenario& scenario) {
+  const Scene& scene = scenario.scene;
+  ordered_json parameters;
+  const auto put = [&](const std::string& name, float value) { parameters[name] = std::to_string(std::lround(value)); };
+  // The bed's outline at mattress height, a tenth longer and wider.
+  const std::array<glm::vec2, 4> corners = {{{1.05F, 1.05F}, {1.05F, -0.05F}, {-0.05F, -0.05F}, {-0.05F, 1.05F}}};
+  for (std::size_t k = 0; k < corners.size(); ++k) {
+    const glm::vec3 seen = scene.camera.project(scene.room.bed.at(corners[k].x, corners[k].y));
+    put("Detection1" + std::to_string(k) + "x", std::clamp(seen.x, 0.0F, static_cast<float>(scene.camera.width - 1)));
+    put("Detection1" + std::to_string(k) + "y", std::clamp(seen.y, 0.0F, static_cast<float>(scene.camera.height - 1)));
+  }
+  parameters["Detection1Active"] = "true";
+  // Clockwise in the picture: far left, far right, near right, near left.
+  const FloorRectangle& floor = scenario.floor;
+  const std::array<glm::vec2, 4> points = {{{0, 0}, {floor.width, 0}, {floor.width, -floor.depth}, {0, -floor.depth}}};
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    const glm::vec3 seen = scene.camera.project({floor.corner + points[k], 0});
+    put("FallCalibration" + std::to_string(k) + "x", seen.x);
+    put("FallCalibration" + std::to_string(k) + "y", seen.y);
+  }
+  parameters["WRectM"] = std::to_string(floor.width);
+  parameters["HRectM"] = std::to_string(floor.depth);
+  return {{"product_name", scenario.productName},
+          {"focal_length_um", scenario.optics.focalLength},
+          {"rotation", 0},
+          {"parameters", parameters}};
+}
+
+}  // namespace
+
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name) {
+  std::filesystem::create_directories(folder);
+  std::ofstream truth(folder / (name + ".truth.jsonl"));
+  std::ofstream(folder / (name + ".settings.json")) << settings(scenario).dump(2) << '\n';
+  const Camera& camera = scenario.scene.camera;
+  VideoFile video(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
+  Renderer renderer;
+  const Window whole{0, 0, static_cast<float>(camera.width), static_cast<float>(camera.height)};
+  const int frames = static_cast<int>(scenario.seconds * static_cast<float>(scenario.framesPerSecond));
+  const int analysed = scenario.framesPerSecond / 2;
+  for (int frame = 0; frame < frames; ++frame) {
+    const double time = static_cast<double>(frame) / scenario.framesPerSecond;
+    const Scene scene = scenario.at(static_cast<float>(time));
+    const std::vector<TrueKeypoints> people = scene.draw(renderer, whole, camera.width, camera.height);
+    video.add(renderer.picture());
+    if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time).dump() << '\n';
+    if (frame % 100 == 0) std::cerr << name << ": " << frame << " of " << frames << " pictures\n";
+  }
+  video.finish();
+  if (!truth.flush()) throw std::runtime_error("cannot write all of " + folder.string());
+}
+
+}  // namespace simulator

@@ -1,0 +1,313 @@
+#include "simulator/renderer.h"
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#define GL_GLEXT_PROTOTYPES
+#include <GL/gl.h>
+#include <GL/glext.h>
+
+#include <algorithm>
+#include <cmath>
+#include <glm/gtc/matrix_transform.hpp>
+#include <glm/gtc/type_ptr.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace simulator {
+namespace {
+
+constexpr float kNear = 0.1F;
+constexpr float kFar = 12.0F;
+constexpr int kShadowSize = 1024;
+constexpr int kSamples = 4;
+
+constexpr const char* kVertexShader = R"(#version 330 core
+layout(location = 0) in vec3 position;
+layout(location = 1) in vec3 normal;
+layout(location = 2) in vec3 color;
+layout(location = 3) in float surface;
+uniform mat4 view;
+uniform mat4 shadowView;
+out vec3 place;
+out vec3 facing;
+out vec3 tint;
+out vec3 inShadow;
+flat out int kind;
+void main() {
+  gl_Position = view * vec4(position, 1);
+  place = position;
+  facing = normal;
+  tint = color;
+  kind = int(surface + 0.5);
+  inShadow = (shadowView * vec4(position, 1)).xyz * 0.5 + 0.5;
+})";
+
+constexpr const char* kFragmentShader = R"(#version 330 core
+in vec3 place;
+in vec3 facing;
+in vec3 tint;
+in vec3 inShadow;
+flat in int kind;
+uniform vec3 eye;
+uniform vec3 towards;
+uniform vec3 lamp;
+uniform vec3 sky;
+uniform vec3 ground;
+uniform sampler2DShadow shadow;
+out vec4 result;
+float hash(vec3 p) { return fract(sin(dot(p, vec3(12.9898, 78.233, 37.719))) * 43758.5453); }
+float noise(vec3 p) {
+  vec3 i = floor(p), f = fract(p);
+  f = f * f * (3.0 - 2.0 * f);
+  return mix(mix(mix(hash(i), hash(i + vec3(1, 0, 0)), f.x), mix(hash(i + vec3(0, 1, 0)), hash(i + vec3(1, 1, 0)), f.x), f.y),
+             mix(mix(hash(i + vec3(0, 0, 1)), hash(i + vec3(1, 0, 1)), f.x),
+                 mix(hash(i + vec3(0, 1, 1)), hash(i + vec3(1, 1, 1)), f.x), f.y), f.z);
+}
+vec3 pattern() {
+  if (kind == 1) {
+    float plank = floor(place.x / 0.16);
+    return tint * (0.82 + 0.14 * hash(vec3(plank, floor(place.y / 1.1 + hash(vec3(plank))), floor(place.z / 0.5))) +
+                   0.1 * noise(vec3(place.x * 40.0, place.y * 3.0, place.z * 3.0)));
+  }
+  if (kind == 2) {
+    vec3 cell = fract(place / 0.4);
+    float joint = step(0.03, cell.x) * step(0.03, cell.y);
+    return tint * (0.8 + 0.2 * joint) * (0.95 + 0.1 * hash(floor(place / 0.4)));
+  }
+  if (kind == 3) return tint * (fract(dot(place, vec3(9.0, 9.0, 7.0))) < 0.5 ? 0.78 : 1.08);
+  if (kind == 4) return tint * (0.93 + 0.14 * noise(place * 28.0));
+  return tint * (0.97 + 0.06 * noise(place * 9.0));
+}
+void main() {
+  vec3 n = normalize(facing);
+  if (dot(n, eye - place) < 0.0) n = -n;
+  vec3 albedo = pattern();
+  if (kind == 5) { result = vec4(pow(albedo, vec3(0.4545)), 1); return; }
+  float lit = 0.0;
+  if (dot(n, towards) > 0.0) {
+    for (int i = 0; i < 4; ++i) {
+      vec2 offset = vec2(float(i & 1) - 0.5, float(i >> 1) - 0.5) * 0.003;
+      lit += 0.25 * texture(shadow, vec3(inShadow.xy + offset, inShadow.z - 0.004));
+    }
+    lit *= dot(n, towards);
+  }
+  vec3 light = mix(ground, sky, 0.5 + 0.5 * n.z) + lamp * lit;
+  result = vec4(pow(min(albedo * light, vec3(1)), vec3(0.4545)), 1);
+})";
+
+constexpr const char* kEmptyShader = "#version 330 core\nvoid main() {}";
+
+GLuint compile(GLenum kind, const char* source) {
+  const GLuint shader = glCreateShader(kind);
+  glShaderSource(shader, 1, &source, nullptr);
+  glCompileShader(shader);
+  GLint good = 0;
+  glGetShaderiv(shader, GL_COMPILE_STATUS, &good);
+  if (good == 0) {
+    std::string text(2048, '\0');
+    glGetShaderInfoLog(shader, static_cast<GLsizei>(text.size()), nullptr, text.data());
+    throw std::runtime_error("the renderer's shader does not compile: " + text);
+  }
+  return shader;
+}
+
+GLuint link(const char* vertex, const char* fragment) {
+  const GLuint program = glCreateProgram();
+  const GLuint a = compile(GL_VERTEX_SHADER, vertex);
+  const GLuint b = compile(GL_FRAGMENT_SHADER, fragment);
+  glAttachShader(program, a);
+  glAttachShader(program, b);
+  glLinkProgram(program);
+  glDeleteShader(a);
+  glDeleteShader(b);
+  return program;
+}
+
+/// Clip coordinates of a window; rows run downwards so that the first row read back is the top one.
+glm::mat4 windowProjection(const Camera& camera, const Window& window) {
+  const float sx = 2 / window.width;
+  const float sy = 2 / window.height;
+  glm::mat4 projection(0);
+  projection[0][0] = camera.fx * sx;
+  projection[2][0] = (camera.cx - window.x) * sx - 1;
+  projection[1][1] = camera.fy * sy;
+  projection[2][1] = (camera.cy - window.y) * sy - 1;
+  projection[2][2] = (kFar + kNear) / (kFar - kNear);
+  projection[3][2] = -2 * kFar * kNear / (kFar - kNear);
+  projection[2][3] = 1;
+  const glm::mat4 axes(camera.axes());
+  return projection * axes * glm::translate(glm::mat4(1), -camera.position);
+}
+
+glm::mat4 shadowProjection(const Light& light) {
+  const glm::vec3 middle(2.3F, 2.2F, 0.6F);
+  const glm::mat4 view = glm::lookAt(middle + light.towards * 6.0F, middle, glm::vec3(0, 1, 0));
+  return glm::ortho(-3.4F, 3.4F, -3.4F, 3.4F, 1.0F, 11.0F) * view;
+}
+
+}  // namespace
+
+struct Renderer::Implementation {
+  EGLDisplay display = EGL_NO_DISPLAY;
+  EGLContext context = EGL_NO_CONTEXT;
+  GLuint program = 0, shadowProgram = 0;
+  GLuint array = 0, buffer = 0;
+  GLuint shadowTexture = 0, shadowTarget = 0;
+  GLuint drawTarget = 0, drawColor = 0, drawDepth = 0;
+  GLuint readTarget = 0, readColor = 0, readDepth = 0;
+  int width = 0, height = 0;
+  Picture picture;
+  std::vector<float> depth;
+  std::vector<std::uint8_t> pixels;
+
+  void openContext() {
+    display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+    if (display == EGL_NO_DISPLAY || eglInitialize(display, nullptr, nullptr) == EGL_FALSE) {
+      throw std::runtime_error("no EGL without a display: install libegl-mesa0 and libgl1-mesa-dri");
+    }
+    eglBindAPI(EGL_OPENGL_API);
+    constexpr std::array<EGLint, 7> kAttributes = {
+        EGL_CONTEXT_MAJOR_VERSION,           3,       EGL_CONTEXT_MINOR_VERSION, 3, EGL_CONTEXT_OPENGL_PROFILE_MASK,
+        EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
+    context = eglCreateContext(display, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, kAttributes.data());
+    if (context == EGL_NO_CONTEXT || eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context) == EGL_FALSE) {
+      throw std::runtime_error("no OpenGL 3.3 context: install libgl1-mesa-dri");
+    }
+  }
+
+  void createObjects() {
+    program = link(kVertexShader, kFragmentShader);
+    shadowProgram = link(kVertexShader, kEmptyShader);
+    glGenVertexArrays(1, &array);
+    glBindVertexArray(array);
+    glGenBuffers(1, &buffer);
+    glBindBuffer(GL_ARRAY_BUFFER, buffer);
+    const auto attribute = [](GLuint index, GLint size, std::size_t offset) {
+      glEnableVertexAttribArray(index);
+      glVertexAttribPointer(index, size, GL_FLOAT, GL_FALSE, sizeof(Vertex), reinterpret_cast<const void*>(offset));
+    };
+    attribute(0, 3, offsetof(Vertex, position));
+    attribute(1, 3, offsetof(Vertex, normal));
+    attribute(2, 3, offsetof(Vertex, color));
+    attribute(3, 1, offsetof(Vertex, surface));
+    glGenTextures(1, &shadowTexture);
+    glBindTexture(GL_TEXTURE_2D, shadowTexture);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_DEPTH_COMPONENT24, kShadowSize, kShadowSize, 0, GL_DEPTH_COMPONENT, GL_FLOAT,
+                 nullptr);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_COMPARE_MODE, GL_COMPARE_REF_TO_TEXTURE);
+    glGenFramebuffers(1, &shadowTarget);
+    glBindFramebuffer(GL_FRAMEBUFFER, shadowTarget);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_TEXTURE_2D, shadowTexture, 0);
+    glDrawBuffer(GL_NONE);
+    glGenFramebuffers(1, &drawTarget);
+    glGenFramebuffers(1, &readTarget);
+    glGenRenderbuffers(1, &drawColor);
+    glGenRenderbuffers(1, &drawDepth);
+    glGenRenderbuffers(1, &readColor);
+    glGenRenderbuffers(1, &readDepth);
+    glEnable(GL_DEPTH_TEST);
+  }
+
+  void attach(GLuint target, GLuint color, GLuint depthBuffer, int samples) const {
+    glBindFramebuffer(GL_FRAMEBUFFER, target);
+    glBindRenderbuffer(GL_RENDERBUFFER, color);
+    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_RGBA8, width, height);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, color);
+    glBindRenderbuffer(GL_RENDERBUFFER, depthBuffer);
+    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_DEPTH_COMPONENT24, width, height);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depthBuffer);
+    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+      throw std::runtime_error("the renderer cannot draw pictures of " + std::to_string(width) + "x" +
+                               std::to_string(height));
+    }
+  }
+
+  void resize(int newWidth, int newHeight) {
+    if (newWidth == width && newHeight == height) return;
+    width = newWidth;
+    height = newHeight;
+    attach(drawTarget, drawColor, drawDepth, kSamples);
+    attach(readTarget, readColor, readDepth, 0);
+    const auto count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    pixels.resize(count * 4);
+    depth.resize(count);
+    picture = {width, height, std::vector<std::uint8_t>(count * 3)};
+  }
+
+  void readBack() {
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, drawTarget);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, readTarget);
+    glBlitFramebuffer(0, 0, width, height, 0, 0, width, height, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBlitFramebuffer(0, 0, width, height, 0, 0, width, height, GL_DEPTH_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, readTarget);
+    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    glReadPixels(0, 0, width, height, GL_DEPTH_COMPONENT, GL_FLOAT, depth.data());
+    for (std::size_t i = 0; i < depth.size(); ++i) {
+      std::copy_n(&pixels[i * 4], 3, &picture.rgb[i * 3]);
+    }
+  }
+};
+
+Renderer::Renderer() : implementation_(std::make_unique<Implementation>()) {
+  implementation_->openContext();
+  implementation_->createObjects();
+}
+
+Renderer::~Renderer() {
+  eglMakeCurrent(implementation_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+  eglDestroyContext(implementation_->display, implementation_->context);
+  eglTerminate(implementation_->display);
+}
+
+void Renderer::draw(const Camera& camera, const Window& window, const Light& light, const Room& room,
+                    const Mesh& moving, int width, int height) {
+  Implementation& gl = *implementation_;
+  const Mesh& fixed = room.mesh;
+  gl.resize(width, height);
+  const auto bytes = [](const Mesh& mesh) { return static_cast<GLsizeiptr>(mesh.size() * sizeof(Vertex)); };
+  glBufferData(GL_ARRAY_BUFFER, bytes(fixed) + bytes(moving), nullptr, GL_STREAM_DRAW);
+  glBufferSubData(GL_ARRAY_BUFFER, 0, bytes(fixed), fixed.data());
+  glBufferSubData(GL_ARRAY_BUFFER, bytes(fixed), bytes(moving), moving.data());
+  const auto count = static_cast<GLsizei>(fixed.size() + moving.size());
+  const glm::mat4 shadowView = shadowProjection(light);
+
+  glBindFramebuffer(GL_FRAMEBUFFER, gl.shadowTarget);
+  glViewport(0, 0, kShadowSize, kShadowSize);
+  glClear(GL_DEPTH_BUFFER_BIT);
+  glUseProgram(gl.shadowProgram);
+  glUniformMatrix4fv(glGetUniformLocation(gl.shadowProgram, "view"), 1, GL_FALSE, glm::value_ptr(shadowView));
+  const auto walls = static_cast<GLsizei>(room.wallVertices);
+  glDrawArrays(GL_TRIANGLES, walls, count - walls);
+
+  glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
+  glViewport(0, 0, width, height);
+  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+  glUseProgram(gl.program);
+  const auto vector = [&](const char* name, const glm::vec3& value) {
+    glUniform3fv(glGetUniformLocation(gl.program, name), 1, glm::value_ptr(value));
+  };
+  const glm::mat4 view = windowProjection(camera, window);
+  glUniformMatrix4fv(glGetUniformLocation(gl.program, "view"), 1, GL_FALSE, glm::value_ptr(view));
+  glUniformMatrix4fv(glGetUniformLocation(gl.program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
+  vector("eye", camera.position);
+  vector("towards", light.towards);
+  vector("lamp", light.lamp);
+  vector("sky", light.sky);
+  vector("ground", light.ground);
+  glDrawArrays(GL_TRIANGLES, 0, count);
+  gl.readBack();
+}
+
+const Picture& Renderer::picture() const { return implementation_->picture; }
+
+float Renderer::depthAt(float x, float y) const {
+  const Implementation& gl = *implementation_;
+  if (!(x >= 0 && y >= 0 && x < static_cast<float>(gl.width) && y < static_cast<float>(gl.height))) return kFar;
+  const auto index = static_cast<std::size_t>(y) * static_cast<std::size_t>(gl.width) + static_cast<std::size_t>(x);
+  const float ndc = 2 * gl.depth[index] - 1;
+  return 2 * kFar * kNear / (kFar + kNear - ndc * (kFar - kNear));
+}
+
+}  // namespace simulator

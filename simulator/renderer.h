@@ -1,0 +1,44 @@
+// Draws a room and the people in it without a display: OpenGL 3.3 through EGL, Mesa's software renderer will do.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "simulator/room.h"
+
+namespace simulator {
+
+/// Packed 8-bit RGB, rows top to bottom.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> rgb;
+};
+
+/// A part of the camera's picture, in its pixels; it may reach beyond the picture.
+struct Window {
+  float x = 0, y = 0, width = 1280, height = 720;
+};
+
+class Renderer {
+ public:
+  /// Throws std::runtime_error when no OpenGL can be had.
+  Renderer();
+  ~Renderer();
+  Renderer(const Renderer&) = delete;
+  Renderer& operator=(const Renderer&) = delete;
+
+  /// Draws `window` of the camera's picture into width x height pixels. `moving` is what is not part of the room.
+  void draw(const Camera& camera, const Window& window, const Light& light, const Room& room, const Mesh& moving,
+            int width, int height);
+  /// The picture drawn last.
+  const Picture& picture() const;
+  /// Distance in metres along the viewing axis to what the last picture shows at (x, y); far beyond its borders.
+  float depthAt(float x, float y) const;
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,100 @@
+// A patient's room: furniture, light and the camera on its wall. Metres; x to the right along the camera's wall, y away
+// from it, z up; the floor is z = 0.
+#pragma once
+
+#include <vector>
+
+#include "simulator/body.h"
+
+namespace simulator {
+
+/// One corner of a triangle as the renderer takes it.
+struct Vertex {
+  glm::vec3 position{0};
+  glm::vec3 normal{0, 0, 1};
+  glm::vec3 color{1};
+  float surface = 0;  ///< a Surface
+};
+
+/// Triangles, three vertices each.
+using Mesh = std::vector<Vertex>;
+
+struct Bed {
+  glm::vec2 centre{0};
+  float heading = 0;  ///< direction of the head end, radians counter-clockwise from x
+  float length = 2.05F;
+  float width = 0.95F;
+  float mattress = 0.55F;  ///< height of its upper side
+  glm::vec3 frame{0.5F, 0.35F, 0.2F};
+  glm::vec3 sheet{0.85F};
+  glm::vec3 blanket{0.3F, 0.45F, 0.6F};
+
+  /// A point of the mattress: `along` from the foot (0) to the head (1), `across` from the right (0) to the left (1).
+  glm::vec3 at(float along, float across) const;
+};
+
+/// Pinhole camera without distortion. Focal lengths and centre in pixels of a width x height picture.
+struct Camera {
+  glm::vec3 position{0};
+  float heading = 0;  ///< viewing direction in plan, radians counter-clockwise from x
+  float pitch = 0;    ///< downwards, radians
+  float roll = 0;
+  float fx = 1, fy = 1, cx = 640, cy = 360;
+  int width = 1280, height = 720;
+
+  /// Rows: the camera's right, down and forward axes in the world.
+  glm::mat3 axes() const;
+  /// Pixel (x, y) and depth (z, metres along the viewing axis).
+  glm::vec3 project(const glm::vec3& world) const;
+};
+
+struct Light {
+  glm::vec3 towards{0.2F, -0.3F, 1};  ///< direction to the lamp
+  glm::vec3 lamp{0.6F};
+  glm::vec3 sky{0.5F};     ///< from above
+  glm::vec3 ground{0.3F};  ///< from below
+};
+
+struct Room {
+  float width = 4.6F;
+  float depth = 4.3F;
+  float height = 2.7F;
+  Bed bed;
+  glm::vec2 door{4.6F, 2.0F};        ///< where people come in
+  Mesh mesh;                         ///< walls, floor and furniture, without the bedding
+  std::size_t wallVertices = 0;      ///< the mesh's first vertices: walls, which cast no shadow
+  std::vector<glm::vec3> obstacles;  ///< x, y, radius of furniture on the floor
+
+  /// Whether somebody of that radius can be at the place.
+  bool isFree(glm::vec2 place, float radius) const;
+};
+
+/// One of the fixed rooms. Rooms from kHeldOutRooms on are never trained on.
+Room makeRoom(unsigned number);
+inline constexpr unsigned kHeldOutRooms = 24;
+inline constexpr unsigned kAllRooms = 28;
+
+/// Sensor width and height in millimetres, focal length in micrometres.
+struct Optics {
+  float sensorWidth = 6.34F;
+  float sensorHeight = 3.53F;
+  unsigned focalLength = 3700;
+};
+
+/// A camera on the room's near wall, 2 to 3.5 m up, that sees the bed. Viewpoints whose place along the wall falls into
+/// every fifth 20 cm are set aside: heldOut chooses which kind.
+Camera makeCamera(const Room& room, Random& random, bool heldOut);
+void setOptics(Camera& camera, const Optics& optics);
+
+Light makeLight(Random& random);
+
+/// How far the blanket reaches from the foot (0) to the head (1) of the bed when it is pulled up by `cover`.
+float blanketReach(float cover);
+
+/// The mattress's bedding: pillow and, over the body from the waist down (or flat if nobody lies there), the blanket.
+/// `cover` 0 is folded away, 1 up to the chest.
+void addBedding(const Bed& bed, const Figure* patient, float cover, Mesh& mesh);
+
+void addFigure(const Figure& figure, Mesh& mesh);
+
+}  // namespace simulator

@@ -1,0 +1,57 @@
+// A script of what happens in a room, read from a small JSON file, and the recording made of it. docs:
+// simulator/README.md.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "simulator/scene.h"
+
+namespace simulator {
+
+/// What somebody does from one key of the script to the next.
+enum class Posture : std::uint8_t { kInBed, kSitUp, kSitEdge, kStand, kLieFloor, kKneel, kBend };
+
+struct Key {
+  float time = 0;  ///< seconds
+  Posture posture = Posture::kStand;
+  glm::vec2 place{0};  ///< metres; unused in bed
+  float heading = 0;   ///< radians; where the face (upright) or the head (lying) points
+  float roll = 0;      ///< radians; lying: 0 on the back
+};
+
+struct Actor {
+  int id = 0;
+  BodyShape shape;
+  std::vector<Key> keys;  ///< in order of time; the person is in the room from the first to the last
+};
+
+/// The floor rectangle that an installer would have measured: `corner` is its far left corner.
+struct FloorRectangle {
+  glm::vec2 corner{1, 3};
+  float width = 2;
+  float depth = 1.5F;
+};
+
+struct Scenario {
+  float seconds = 60;
+  int framesPerSecond = 10;
+  std::string productName = "AXIS P3255-LVE";
+  Optics optics;
+  Scene scene;  ///< the room, camera and light; its people are the actors at a moment
+  FloorRectangle floor;
+  std::vector<Actor> actors;
+
+  /// The scene at a moment.
+  Scene at(float time) const;
+};
+
+/// Reads a script. Throws std::runtime_error with one line that names file, key and what is allowed.
+Scenario readScenario(const std::filesystem::path& file);
+
+/// Writes NAME.mp4, NAME.truth.jsonl (one line per analysed picture, every half second) and NAME.settings.json (what an
+/// installer would have set) into the folder. Throws std::runtime_error.
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name);
+
+}  // namespace simulator
