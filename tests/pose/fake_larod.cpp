@@ -17,7 +17,27 @@ struct larodTensor {
 
 namespace {
 
-char handle;  // stands for every opaque object
+struct Tensors {
+  std::vector<larodTensor> tensors;
+  std::vector<larodTensor*> array;
+
+  larodTensor** make(const std::vector<std::vector<std::size_t>>& shapes, std::size_t* count) {
+    tensors.assign(shapes.size(), {});
+    array.assign(shapes.size(), nullptr);
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+      tensors[i].dims.len = shapes[i].size();
+      std::copy(shapes[i].begin(), shapes[i].end(), tensors[i].dims.dims);
+      array[i] = &tensors[i];
+    }
+    array.push_back(nullptr);
+    *count = shapes.size();
+    ++fakeLarod().liveHandles;
+    return array.data();
+  }
+};
+
+Tensors inputs;
+Tensors outputs;
 
 bool fails(const char* call, larodError** error) {
   if (fakeLarod().failingCall != call || fakeLarod().callsBeforeFailure-- > 0) return false;
@@ -28,31 +48,13 @@ bool fails(const char* call, larodError** error) {
 template <typename T>
 T* acquire() {
   ++fakeLarod().liveHandles;
-  return reinterpret_cast<T*>(&handle);
+  return reinterpret_cast<T*>(&fakeLarod());
 }
 
 template <typename T>
 void release(T** object) {
   if (*object != nullptr) --fakeLarod().liveHandles;
   *object = nullptr;
-}
-
-std::vector<larodTensor*> lastInputs;
-std::vector<larodTensor*> lastOutputs;
-
-larodTensor** makeTensors(const std::vector<std::vector<std::size_t>>& shapes, std::size_t* count,
-                          std::vector<larodTensor*>& last) {
-  last.clear();
-  for (const auto& shape : shapes) {
-    auto* const tensor = new larodTensor{{{}, shape.size()}, -1};
-    std::copy(shape.begin(), shape.end(), tensor->dims.dims);
-    last.push_back(tensor);
-  }
-  *count = last.size();
-  ++fakeLarod().liveHandles;
-  auto** const array = new larodTensor*[last.size()];
-  std::copy(last.begin(), last.end(), array);
-  return array;
 }
 
 }  // namespace
@@ -67,38 +69,31 @@ bool larodConnect(larodConnection** connection, larodError** error) {
   *connection = acquire<larodConnection>();
   return true;
 }
-bool larodDisconnect(larodConnection** connection, larodError** error) {
+bool larodDisconnect(larodConnection** connection, larodError**) {
   release(connection);
-  return !fails("larodDisconnect", error);
+  return true;
 }
 larodModel* larodLoadModel(larodConnection*, int, larodChip, larodAccess, const char*, const larodMap*,
                            larodError** error) {
   return fails("larodLoadModel", error) ? nullptr : acquire<larodModel>();
 }
-bool larodDeleteModel(larodConnection*, larodModel*, larodError** error) { return !fails("larodDeleteModel", error); }
+bool larodDeleteModel(larodConnection*, larodModel*, larodError**) { return true; }
 void larodDestroyModel(larodModel** model) { release(model); }
 larodTensor** larodCreateModelInputs(const larodModel*, size_t* count, larodError** error) {
-  if (fails("larodCreateModelInputs", error)) return nullptr;
-  return makeTensors(fakeLarod().inputs, count, lastInputs);
+  return fails("larodCreateModelInputs", error) ? nullptr : inputs.make(fakeLarod().inputs, count);
 }
 larodTensor** larodCreateModelOutputs(const larodModel*, size_t* count, larodError** error) {
-  if (fails("larodCreateModelOutputs", error)) return nullptr;
-  return makeTensors(fakeLarod().outputs, count, lastOutputs);
+  return fails("larodCreateModelOutputs", error) ? nullptr : outputs.make(fakeLarod().outputs, count);
 }
-bool larodDestroyTensors(larodConnection*, larodTensor*** tensors, size_t count, larodError**) {
-  std::for_each(*tensors, *tensors + count, [](larodTensor* tensor) { delete tensor; });
-  delete[] * tensors;
-  *tensors = nullptr;
-  --fakeLarod().liveHandles;
+bool larodDestroyTensors(larodConnection*, larodTensor*** tensors, size_t, larodError**) {
+  release(tensors);
   return true;
 }
 bool larodSetTensorFd(larodTensor* tensor, int fd, larodError** error) {
   tensor->fd = fd;
   return !fails("larodSetTensorFd", error);
 }
-const larodTensorDims* larodGetTensorDims(const larodTensor* tensor, larodError** error) {
-  return fails("larodGetTensorDims", error) ? nullptr : &tensor->dims;
-}
+const larodTensorDims* larodGetTensorDims(const larodTensor* tensor, larodError**) { return &tensor->dims; }
 const char* larodGetTensorName(const larodTensor*, larodError**) { return "picture"; }
 larodTensorDataType larodGetTensorDataType(const larodTensor*, larodError**) { return LAROD_TENSOR_DATA_TYPE_UINT8; }
 larodTensorLayout larodGetTensorLayout(const larodTensor*, larodError**) { return LAROD_TENSOR_LAYOUT_NHWC; }
@@ -114,13 +109,12 @@ void larodDestroyJobRequest(larodJobRequest** request) { release(request); }
 bool larodRunJob(larodConnection*, const larodJobRequest*, larodError** error) {
   if (fails("larodRunJob", error)) return false;
   FakeLarod& fake = fakeLarod();
-  ++fake.runs;
   const auto& shape = fake.inputs[0];
   fake.lastInput.resize(shape[1] * shape[2] * shape[3]);
-  bool isDone = pread(lastInputs[0]->fd, fake.lastInput.data(), fake.lastInput.size(), 0) > 0;
+  bool isDone = pread(inputs.tensors[0].fd, fake.lastInput.data(), fake.lastInput.size(), 0) > 0;
   for (std::size_t i = 0; i < fake.outputBytes.size(); ++i) {
     const auto& bytes = fake.outputBytes[i];
-    isDone &= write(lastOutputs[i]->fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    isDone &= write(outputs.tensors[i].fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
   }
   return isDone;
 }

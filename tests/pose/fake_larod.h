@@ -13,8 +13,7 @@ struct FakeLarod {
   std::string failingCall;                        ///< the call that fails, "larodRunJob"
   int callsBeforeFailure = 0;                     ///< how many calls of that name succeed first
   std::vector<uint8_t> lastInput;                 ///< the input file at the last run
-  int runs = 0;
-  int liveHandles = 0;  ///< connections, models, tensor arrays and requests
+  int liveHandles = 0;                            ///< connections, models, tensor arrays and requests
 };
 
 FakeLarod& fakeLarod();

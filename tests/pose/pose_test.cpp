@@ -7,6 +7,7 @@
 #include <limits>
 #include <random>
 #include <stdexcept>
+#include <tuple>
 
 #include "app/initial_params.h"
 #include "app/process_state.h"
@@ -52,15 +53,31 @@ void expectAt(const PosenetDecoder::Point& actual, const PosenetDecoder::Point& 
 }
 
 TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
-  for (const std::size_t root : {0U, 9U, 15U, 16U}) {
-    SyntheticGrid grid(46, 81);
-    const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
-    grid.add(person, 2.0F, root);
-    const Decoded decoded(grid);
-    ASSERT_EQ(decoded.count, 1);
-    EXPECT_GT(decoded.scores[0], 0.8F);
-    for (std::size_t k = 0; k < person.size(); ++k) expectAt(decoded.keypoints[0].keypoint[k], person[k]);
+  const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
+  SyntheticGrid grid(46, 81);
+  grid.add(person, 2.0F);
+  const auto heat = dequantized(grid.heatmaps, heatmapDequantizer);
+  const auto near = dequantized(grid.shortOffsets, shortOffsetDequantizer);
+  const auto mid = dequantized(grid.midOffsets, midOffsetDequantizer);
+  for (int root = 0; root < kNumKeypoints; ++root) {
+    const auto& from = person[static_cast<std::size_t>(root)];
+    PosenetDecoder::PoseKeypoints pose;
+    PosenetDecoder::PoseKeypointScores scores;
+    PosenetDecoder::BacktrackDecodePose(heat.data(), near.data(), mid.data(), 46, 81, kNumKeypoints, 16,
+                                        {{from.y / 16.0F, from.x / 16.0F}, root, 0.0F},
+                                        PosenetDecoder::BuildAdjacencyList(), 5, &pose, &scores);
+    for (std::size_t k = 0; k < person.size(); ++k) {
+      expectAt({pose.keypoint[k].y * 16.0F, pose.keypoint[k].x * 16.0F}, person[k]);
+      EXPECT_GT(scores.keypoint[k], 1.5F);
+    }
   }
+}
+
+TEST(Decoder, LoneKeypointsTakeNoPlaceFromPeople) {
+  SyntheticGrid grid(46, 81);
+  grid.add(standingPerson(640.0F, 250.0F, 400.0F), -4.2F);
+  for (std::size_t x = 0; x < 25; ++x) grid.heatmaps[(2 * 81 + 3 * x) * 17 + 5] = 173;  // logit -3
+  EXPECT_EQ(Decoded(grid).count, 1);
 }
 
 TEST(Decoder, OrdersPeopleByScoreAndSuppressesDoubles) {
@@ -75,6 +92,18 @@ TEST(Decoder, OrdersPeopleByScoreAndSuppressesDoubles) {
   expectAt(decoded.keypoints[1].keypoint[0], weak[0]);
   EXPECT_GT(decoded.scores[0], decoded.scores[1]);
   EXPECT_EQ(Decoded(SyntheticGrid(46, 81)).count, 0);
+}
+
+TEST(Decoder, APoseThatABetterOneCoversIsDropped) {
+  SyntheticGrid grid(46, 81);
+  const PersonPixels person = standingPerson(640.0F, 200.0F, 400.0F);
+  grid.add(person, 2.0F, 7);
+  for (std::size_t cell = 0; cell < 46UL * 81; ++cell) {
+    for (const std::size_t channel : {37U, 53U}) grid.midOffsets[cell * 64 + channel] = 123;
+  }  // the left elbow, found first, does not lead to its shoulder
+  const Decoded decoded(grid);
+  ASSERT_EQ(decoded.count, 1);
+  expectAt(decoded.keypoints[0].keypoint[0], person[0]);
 }
 
 TEST(Decoder, RootsAreLocalMaximaMovedIntoTheGrid) {
@@ -93,19 +122,13 @@ TEST(Decoder, RootsAreLocalMaximaMovedIntoTheGrid) {
 
 TEST(Decoder, SamplingExtrapolatesFromTheBorder) {
   const std::vector<float> tensor = {0, 10, 1, 20, 2, 40, 4, 80};  // 2 x 2 cells of two channels
-  const auto sample = [&](float y, float x, int channel) {
-    return PosenetDecoder::SampleTensorAtSingleChannel(tensor.data(), 2, 2, 2, {y, x}, channel);
-  };
-  EXPECT_FLOAT_EQ(sample(0.5F, 0.25F, 0), 0.5F * 0.25F + 0.5F * 2.5F);
-  EXPECT_FLOAT_EQ(sample(0.0F, 1.0F, 1), 20.0F);
-  EXPECT_FLOAT_EQ(sample(-1.0F, 0.0F, 0), 0.0F) << "floor and ceiling are the same border cell";
+  EXPECT_FLOAT_EQ(PosenetDecoder::SampleTensorAtSingleChannel(tensor.data(), 2, 2, 2, {0.5F, 0.25F}, 1),
+                  0.5F * 12.5F + 0.5F * 50.0F);
   int low = 0;
   int high = 0;
   float fraction = 0.0F;
   PosenetDecoder::BuildLinearInterpolation(7.5F, 4, &low, &high, &fraction);
-  EXPECT_EQ(low, 3);
-  EXPECT_EQ(high, 3);
-  EXPECT_EQ(fraction, 4.5F);
+  EXPECT_EQ(std::tuple(low, high, fraction), std::tuple(3, 3, 4.5F));
 }
 
 TEST(Decoder, SoftSuppressionCountsOnlyWhatNoBetterPoseCovers) {
@@ -224,7 +247,7 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
   }
 }
 
-TEST_F(Estimator, ThresholdsCutPosesBelowAndEdgesUpToThem) {
+TEST_F(Estimator, TheThresholdCutsPosesBelowIt) {
   show(m_strong, m_weak, 0);
   const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
   ASSERT_TRUE(estimator->runModel(m_source, 0));
@@ -234,6 +257,16 @@ TEST_F(Estimator, ThresholdsCutPosesBelowAndEdgesUpToThem) {
     ASSERT_TRUE(estimator->runModel(m_source, 0));
     EXPECT_EQ(estimator->getSkeletons().size(), count);
   }
+  fakeLarod().outputBytes = SyntheticGrid(46, 81).outputs();
+  ASSERT_TRUE(estimator->runModel(m_source, 0));
+  EXPECT_EQ(estimator->getPoseScore(0), 0.0F) << "nothing is left of the previous run";
+  EXPECT_TRUE(estimator->getSkeletons().empty());
+}
+
+TEST_F(Estimator, EdgesNeedMoreThanTheThresholdAtBothEnds) {
+  show(m_strong, m_weak, 0);
+  const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
+  ASSERT_TRUE(estimator->runModel(m_source, 0));
   const float elbow = estimator->getKeypointScore(0, LeftElbow);
   const auto hasEdgeAtElbow = [&] {
     const Edges edges = estimator->getEdges(0);
@@ -259,11 +292,7 @@ TEST_F(Estimator, AFailedRunKeepsTheLastResults) {
   EXPECT_EQ(estimator->getSkeletons().size(), 2U);
 
   const std::string prefix = testing::TempDir() + "pose_dump";
-  estimator->writePoseData(prefix);
   estimator->writeInputTensor(prefix + ".pgm");
-  float score = 0.0F;
-  std::ifstream(prefix + "_poseScores.txt") >> score;
-  EXPECT_NEAR(score, estimator->getPoseScore(0), 1e-4F);
   std::string magic;
   int width = 0, height = 0, highest = 0, grey = 0;
   std::ifstream(prefix + ".pgm") >> magic >> width >> height >> highest >> grey;

@@ -69,8 +69,8 @@ struct SyntheticGrid {
       const auto to = person[static_cast<std::size_t>(PosenetDecoder::kEdgeList[e].second)];
       const std::size_t channel = e < 16 ? e : e + 16;  // y of forward edges, x of them, y of backward edges, x
       forCellsAround(from, [&](std::size_t cell, float y, float x) {
-        put(midOffsets, cell * 64 + channel, midOffsetDequantizer, (to.y - from.y) / 16.0F - y);
-        put(midOffsets, cell * 64 + channel + 16, midOffsetDequantizer, (to.x - from.x) / 16.0F - x);
+        put(midOffsets, cell * 64 + channel, midOffsetDequantizer, coarse((to.y - from.y) / 16.0F - y));
+        put(midOffsets, cell * 64 + channel + 16, midOffsetDequantizer, coarse((to.x - from.x) / 16.0F - x));
       });
     }
   }
@@ -84,6 +84,9 @@ struct SyntheticGrid {
   std::vector<uint8_t> midOffsets;
 
  private:
+  /// Long displacements are seen to half a cell only; the short offsets correct them.
+  static float coarse(float cells) { return std::round(cells * 2.0F) / 2.0F; }
+
   static void put(std::vector<uint8_t>& bytes, std::size_t index, const Dequantizer& dequantizer, float value) {
     const float step = dequantizer(1) - dequantizer(0);
     bytes[index] = static_cast<uint8_t>(std::clamp(std::round((value - dequantizer(0)) / step), 0.0F, 255.0F));
