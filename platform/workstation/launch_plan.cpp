@@ -1,0 +1,283 @@
+#include "platform/workstation/launch_plan.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "platform/workstation/launch_media.h"
+#include "platform/workstation/state_directory.h"
+#include "platform/workstation/stored_parameters.h"
+
+namespace workstation {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr const char* kAppName = "velmor_care";
+constexpr const char* kPackageFolders[] = {"usr/local/packages", "mnt/flash/usr/local/packages"};
+constexpr const char* kModelParameters[] = {"LandscapeModelFileName", "PortraitModelFileName",
+                                            "mobilenetModelFileName"};
+
+/// A program that was killed a moment ago may leave a helper that still holds the lock.
+constexpr std::chrono::milliseconds kLockPatience{500}, kLockPause{50};
+
+bool isUri(const std::string& source) { return source.find("://") != std::string::npos; }
+
+bool isDescription(const std::string& source) { return !isUri(source) && fs::path(source).extension() == ".json"; }
+
+std::string fullName(const std::string& source) {
+  return isUri(source) ? source : fs::absolute(source).lexically_normal().string();
+}
+
+/// The demo's video, whatever container it is in.
+fs::path demoVideo(const fs::path& folder) {
+  for (const char* suffix : {".mp4", ".webm", ".mkv"}) {
+    if (const fs::path video = folder / (std::string("demo") + suffix); fs::exists(video)) {
+      return video;
+    }
+  }
+  throw std::runtime_error((folder / "demo.mp4").string() + ": the demo's video is missing");
+}
+
+json toJson(const CameraDescription& camera) {
+  json sizes = json::array();
+  for (const StreamSize size : camera.stream_sizes) {
+    sizes.push_back(toString(size));
+  }
+  return {{"source", camera.source},
+          {"loop", camera.loop},
+          {"rotation", camera.rotation},
+          {"product_name", camera.product_name},
+          {"focal_length_um", camera.focal_length_um},
+          {"stream_sizes", sizes},
+          {"parameters", camera.parameters}};
+}
+
+/// One line for each parameter that the package does not have.
+void checkParameterNames(const CameraDescription& camera, const Parameters& defaults, const std::string& file) {
+  std::string mistakes;
+  for (const auto& [name, value] : camera.parameters) {
+    if (!defaults.contains(name)) {
+      mistakes += (mistakes.empty() ? "" : "\n") + file + ": parameters: \"" + name +
+                  "\" is not a parameter; allowed are those of package/manifest.json";
+    }
+  }
+  if (!mistakes.empty()) {
+    throw std::runtime_error(mistakes);
+  }
+}
+
+void linkFiles(const fs::path& from, const fs::path& to, std::initializer_list<const char*> suffixes) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(from, error)) {
+    const auto has = [&](const char* suffix) { return entry.path().extension() == suffix; };
+    if (std::any_of(suffixes.begin(), suffixes.end(), has)) {
+      fs::create_symlink(fs::absolute(entry.path()), to / entry.path().filename());
+    }
+  }
+}
+
+/// The package directories of the camera below `root`, as links into the source tree.
+void layOutPackage(const fs::path& root, const fs::path& source_tree) {
+  fs::remove_all(root);
+  for (const char* folder : kPackageFolders) {
+    const fs::path package = root / folder / kAppName;
+    fs::create_directories(package);
+    linkFiles(source_tree / "models", package, {".onnx", ".json"});
+    linkFiles(source_tree / "package", package, {".json"});
+  }
+}
+
+/// The models that the program will ask for, and the descriptions of their tensors.
+void checkModels(const fs::path& root, const Parameters& values) {
+  for (const char* parameter : kModelParameters) {
+    const auto name = values.find(parameter);
+    if (name == values.end() || name->second.empty()) {
+      throw std::runtime_error(std::string(parameter) + ": names no model file");
+    }
+    std::error_code error;
+    const fs::path link = root / kPackageFolders[0] / kAppName / name->second;
+    const fs::path model = fs::canonical(link, error);
+    if (error || !fs::is_regular_file(model)) {
+      throw std::runtime_error("models/" + name->second + ": the model that " + parameter + " names is missing");
+    }
+    if (!fs::is_regular_file(model.string() + ".json")) {
+      throw std::runtime_error(model.string() + ".json: is missing; it describes the model's tensors");
+    }
+  }
+}
+
+/// What the program's parameter store will hold.
+Parameters effectiveParameters(const fs::path& state, const Parameters& defaults, const CameraDescription& camera) {
+  Parameters values = StoredParameters(state, kAppName).load().value_or(Parameters());
+  values.insert(defaults.begin(), defaults.end());
+  for (const auto& [name, value] : camera.parameters) {
+    values.insert_or_assign(name, value);
+  }
+  return values;
+}
+
+StatePlace temporaryPlace() {
+  std::string name = (fs::temp_directory_path() / "velmor-replay-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error(name + ": cannot be created: " + std::strerror(errno));
+  }
+  return {name, true};
+}
+
+StatePlace placeFor(const LaunchRequest& request) {
+  if (request.state) {
+    return {fs::absolute(*request.state).lexically_normal(), false};
+  }
+  return request.replay ? temporaryPlace() : StatePlace(stateHome() / stateName(request), false);
+}
+
+void checkTruth(const LaunchRequest& request) {
+  if (request.truth && !fs::is_regular_file(*request.truth)) {
+    throw std::runtime_error(*request.truth + ": there is no such file");
+  }
+}
+
+}  // namespace
+
+StatePlace::StatePlace(fs::path directory, bool temporary)
+    : m_directory(std::move(directory)), m_removed_at_end(temporary ? m_directory : fs::path()) {
+  std::error_code error;
+  fs::create_directories(m_directory, error);
+  if (error) {
+    throw std::runtime_error(m_directory.string() + ": cannot be used as the state directory: " + error.message());
+  }
+  const fs::path file = m_directory / "lock";
+  m_lock = FileDescriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (m_lock.get() < 0) {
+    throw std::runtime_error(file.string() + ": cannot be opened: " + std::strerror(errno));
+  }
+  for (auto waited = kLockPause; ::flock(m_lock.get(), LOCK_EX | LOCK_NB) != 0; waited += kLockPause) {
+    if (waited > kLockPatience) {
+      throw std::runtime_error(m_directory.string() + ": another run is using this state directory; end it first");
+    }
+    std::this_thread::sleep_for(kLockPause);
+  }
+}
+
+StatePlace::~StatePlace() {
+  if (!m_removed_at_end.empty()) {
+    std::error_code ignored;
+    fs::remove_all(m_removed_at_end, ignored);
+  }
+}
+
+void layOver(CameraDescription& camera, const fs::path& settings) {
+  const auto text = readFile(settings, kDescriptionLimitBytes);
+  if (!text) {
+    throw DescriptionError(settings.string() + ": there is no such file");
+  }
+  json document = json::parse(*text, nullptr, false);
+  if (!document.is_object()) {
+    throw DescriptionError(settings.string() + ": is not a JSON object of settings");
+  }
+  for (const auto& [key, value] : document.items()) {
+    if (key != "rotation" && key != "product_name" && key != "focal_length_um" && key != "parameters") {
+      throw DescriptionError(settings.string() + ": " + key +
+                             ": is not a setting; allowed are rotation, product_name, focal_length_um and parameters");
+    }
+  }
+  document["source"] = "-";
+  const std::string composed = document.dump(-1, ' ', false, json::error_handler_t::replace);
+  const CameraDescription set = parseCameraDescription(composed, settings.string());
+  camera.rotation = document.contains("rotation") ? set.rotation : camera.rotation;
+  camera.product_name = document.contains("product_name") ? set.product_name : camera.product_name;
+  camera.focal_length_um = document.contains("focal_length_um") ? set.focal_length_um : camera.focal_length_um;
+  for (const auto& [name, value] : set.parameters) {
+    camera.parameters.insert_or_assign(name, value);
+  }
+}
+
+CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& source_tree) {
+  CameraDescription camera;
+  if (!request.source) {
+    const fs::path demo = source_tree / "simulator" / "demo";
+    camera.source = demoVideo(demo).string();
+    camera.loop = true;
+    layOver(camera, demo / "demo.settings.json");
+    return camera;
+  }
+  if (isDescription(*request.source)) {
+    camera = loadCameraDescription(*request.source);
+  } else {
+    camera.source = fullName(*request.source);
+  }
+  if (request.settings) {
+    layOver(camera, *request.settings);
+  }
+  return camera;
+}
+
+std::string stateName(const LaunchRequest& request) {
+  constexpr int kHashLength = 8;
+  if (!request.source) {
+    return "demo";
+  }
+  std::string stem = fs::path(*request.source).stem().string();
+  std::replace_if(
+      stem.begin(), stem.end(), [](char c) { return !g_ascii_isalnum(c) && !std::strchr("._-", c); }, '_');
+  const std::unique_ptr<gchar, decltype(&g_free)> hash(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, fullName(*request.source).c_str(), -1), &g_free);
+  return stem + "-" + std::string(hash.get(), kHashLength);
+}
+
+LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
+  const fs::path manifest = source_tree / "package" / "manifest.json";
+  const CameraDescription camera = requestedCamera(request, source_tree);
+  const Parameters defaults = manifestDefaults(manifest);
+  checkParameterNames(camera, defaults, request.settings.value_or(request.source.value_or("demo.settings.json")));
+  if (std::string problem = videoProblem(camera.source); !problem.empty()) {
+    throw std::runtime_error(problem);
+  }
+  checkTruth(request);
+
+  LaunchPlan plan;
+  plan.program = request.truth ? "velmor_reference" : "velmor_care";
+  plan.place = placeFor(request);
+  const fs::path state = plan.place.directory();
+  const fs::path root = state / "root";
+  layOutPackage(root, source_tree);
+  const Parameters values = effectiveParameters(state, defaults, camera);
+  if (!request.truth) {
+    checkModels(root, values);
+  }
+  replaceFile(state / "camera.json", toJson(camera).dump(2) + "\n");
+
+  plan.environment = {{"VELMOR_ROOT", root.string()},
+                      {"VELMOR_STATE", state.string()},
+                      {"VELMOR_CAMERA", (state / "camera.json").string()},
+                      {"VELMOR_MANIFEST", manifest.string()},
+                      {"VELMOR_OUTPUT", !request.replay ? "text"
+                                        : request.json  ? "json"
+                                                        : "replay"}};
+  if (request.replay) {
+    plan.environment["VELMOR_CLOCK"] = "replay";
+  }
+  if (request.replay && on_terminal) {
+    plan.environment["VELMOR_PROGRESS"] = "1";
+  }
+  if (request.truth) {
+    plan.environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
+  }
+  return plan;
+}
+
+}  // namespace workstation

@@ -1,0 +1,76 @@
+#include "platform/workstation/launch_request.h"
+
+#include <cstddef>
+
+namespace workstation {
+namespace {
+
+void checkCombination(const LaunchRequest& request) {
+  if (!request.replay && (request.json || request.truth)) {
+    throw UsageError(std::string(request.json ? "--json" : "--truth") + " is for replays: replay demo|FILE ...");
+  }
+  if (!request.source && request.settings) {
+    throw UsageError("--settings is for a source of yours; the demo has its own");
+  }
+}
+
+}  // namespace
+
+LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
+  LaunchRequest request;
+  size_t next = 0;
+  const auto value = [&](std::optional<std::string>& target, const std::string& option) {
+    if (target) {
+      throw UsageError(option + " was given twice");
+    }
+    if (next == arguments.size() || arguments[next].empty()) {
+      throw UsageError(option + " needs a value; see --help");
+    }
+    target = arguments[next++];
+  };
+  if (!arguments.empty() && arguments[0] == "replay") {
+    request.replay = true;
+    ++next;
+    value(request.source, "replay");
+    if (request.source->starts_with("--")) {
+      throw UsageError("replay needs demo or a file first; see --help");
+    }
+    if (request.source == "demo") {
+      request.source.reset();
+    }
+  }
+  while (next < arguments.size()) {
+    const std::string& option = arguments[next++];
+    if (option == "--help") {
+      request.help = true;
+    } else if (option == "--json") {
+      request.json = true;
+    } else if (option == "--source" && !request.replay) {
+      value(request.source, option);
+    } else if (option == "--settings") {
+      value(request.settings, option);
+    } else if (option == "--truth") {
+      value(request.truth, option);
+    } else if (option == "--state") {
+      value(request.state, option);
+    } else {
+      throw UsageError("\"" + option + "\" is not understood here; see --help");
+    }
+  }
+  checkCombination(request);
+  return request;
+}
+
+const char* usage() {
+  return R"(./run                       watches the demo in real time
+./run --source FILE         watches a video of yours, or what a camera's description (*.json) names
+./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
+  --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
+  --state DIR               keeps parameters, events and log there
+  --json                    replay: one JSON object a line on standard output, nothing else
+  --truth FILE              replay: the true people of a rendered recording instead of what the networks see
+Ctrl-C ends a run.
+)";
+}
+
+}  // namespace workstation

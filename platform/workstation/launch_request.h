@@ -1,0 +1,32 @@
+// What somebody asked for on the command line of velmor_run.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace workstation {
+
+/// A command line that cannot be obeyed: one line that says why.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct LaunchRequest {
+  bool help = false;
+  bool replay = false;                  ///< as fast as the machine can, on the recording's clock
+  bool json = false;                    ///< replay only: one JSON object a line on standard output
+  std::optional<std::string> source;    ///< a video, a URI or a camera's description (*.json); none: the demo
+  std::optional<std::string> settings;  ///< JSON file of what the installer has set
+  std::optional<std::string> truth;     ///< replay only: the true people instead of the networks'
+  std::optional<std::string> state;     ///< state directory instead of the usual one
+};
+
+/// The command line without the program's name. Throws UsageError.
+LaunchRequest parseCommandLine(const std::vector<std::string>& arguments);
+
+/// What --help prints.
+const char* usage();
+
+}  // namespace workstation

@@ -1,0 +1,169 @@
+// velmor_run: checks a source and its settings, lays out the files and runs the program on them.
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/workstation/launch_plan.h"
+#include "platform/workstation/launch_request.h"
+
+namespace {
+
+using workstation::LaunchPlan;
+using workstation::LaunchRequest;
+
+constexpr int kBadInput = 2;
+constexpr int kSignalBase = 128;
+constexpr std::array kPassedOn{SIGINT, SIGTERM, SIGHUP};
+
+volatile sig_atomic_t g_child = 0;
+
+/// Whatever asks us to end asks the program to end in order.
+void passOn(int signal) {
+  const int caller_errno = errno;
+  if (g_child > 0) {
+    ::kill(static_cast<pid_t>(g_child), SIGTERM);
+  } else {
+    _exit(kSignalBase + signal);
+  }
+  errno = caller_errno;
+}
+
+std::filesystem::path sourceTree() {
+  const char* tree = std::getenv("VELMOR_SOURCE_DIR");
+  if (tree == nullptr || !std::filesystem::is_directory(tree)) {
+    throw std::runtime_error("VELMOR_SOURCE_DIR must name the source tree; start the program with ./run");
+  }
+  return tree;
+}
+
+/// Our own environment with the plan's variables in the place of all that begin with VELMOR_.
+std::vector<std::string> environmentFor(const LaunchPlan& plan) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::strncmp(*variable, "VELMOR_", std::strlen("VELMOR_")) != 0) {
+      variables.emplace_back(*variable);
+    }
+  }
+  for (const auto& [name, value] : plan.environment) {
+    variables.push_back(name + "=" + value);
+  }
+  return variables;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  std::transform(texts.begin(), texts.end(), std::back_inserter(pointers),
+                 [](std::string& text) { return text.data(); });
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+sigset_t passedOnSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  std::for_each(kPassedOn.begin(), kPassedOn.end(), [&set](int signal) { sigaddset(&set, signal); });
+  return set;
+}
+
+/// In the child: only calls that are safe between fork and exec in a process with threads.
+[[noreturn]] void become(const char* program, char* const* arguments, char* const* environment, int lock,
+                         pid_t launcher, const sigset_t& mask) {
+  ::setpgid(0, 0);
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != launcher) {
+    _exit(1);
+  }
+  for (const int signal : kPassedOn) {
+    ::signal(signal, SIG_DFL);
+  }
+  ::sigprocmask(SIG_SETMASK, &mask, nullptr);
+  ::fcntl(lock, F_SETFD, 0);
+  ::execve(program, arguments, environment);
+  _exit(kSignalBase - 1);
+}
+
+pid_t start(const LaunchPlan& plan) {
+  const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / plan.program;
+  if (::access(program.c_str(), X_OK) != 0) {
+    throw std::runtime_error(program.string() + ": the program is missing; build it with ./run");
+  }
+  std::vector<std::string> arguments{program.string()};
+  std::vector<std::string> variables = environmentFor(plan);
+  const auto argument_pointers = pointersTo(arguments);
+  const auto variable_pointers = pointersTo(variables);
+  // A signal that comes between fork and g_child would be lost.
+  const sigset_t blocked = passedOnSignals();
+  sigset_t before;
+  ::sigprocmask(SIG_BLOCK, &blocked, &before);
+  const pid_t launcher = ::getpid();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    become(program.c_str(), argument_pointers.data(), variable_pointers.data(), plan.place.lock(), launcher, before);
+  }
+  g_child = child;
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  if (child < 0) {
+    throw std::runtime_error(std::string("the program cannot be started: ") + std::strerror(errno));
+  }
+  return child;
+}
+
+/// The child's exit status; 128 and the signal's number when a signal ended it.
+int waitFor(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) {
+      throw std::runtime_error(std::string("the program's end cannot be learned: ") + std::strerror(errno));
+    }
+  }
+  return WIFSIGNALED(status) ? kSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+/// What a user must know before the first event, and where to look afterwards.
+void announce(const LaunchRequest& request, const LaunchPlan& plan) {
+  if (!request.truth) {
+    std::fputs("The networks know this simulator's rendered rooms only: not for the care of people.\n", stderr);
+  }
+  std::FILE* const out = request.replay ? stderr : stdout;
+  std::fprintf(out, "State: %s\n", plan.place.directory().c_str());
+  std::fflush(out);
+}
+
+int run(const std::vector<std::string>& arguments) {
+  const LaunchRequest request = workstation::parseCommandLine(arguments);
+  if (request.help) {
+    std::fputs(workstation::usage(), stdout);
+    return 0;
+  }
+  const LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
+  announce(request, plan);
+  return waitFor(start(plan));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  struct sigaction action {};
+  action.sa_handler = passOn;
+  std::for_each(kPassedOn.begin(), kPassedOn.end(), [&](int signal) { ::sigaction(signal, &action, nullptr); });
+  try {
+    return run({argv + 1, argv + argc});
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "%s\n", exception.what());
+    return kBadInput;
+  }
+}

@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/workstation/launch_media.h"
+#include "platform/workstation/launch_plan.h"
+#include "platform/workstation/launch_request.h"
+#include "platform/workstation/stored_parameters.h"
+#include "tests/platform/recording_writer.h"
+#include "tests/platform/state_folder.h"
+
+namespace {
+
+using namespace workstation;
+
+std::vector<std::string> words(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+TEST(CommandLine, NamesSourceAndMode) {
+  EXPECT_FALSE(parseCommandLine({}).source);
+  EXPECT_FALSE(parseCommandLine({}).replay);
+  EXPECT_TRUE(parseCommandLine({"--help"}).help);
+  const LaunchRequest live = parseCommandLine(words("--source a.mp4 --settings s.json --state dir"));
+  EXPECT_EQ(live.source, "a.mp4");
+  EXPECT_EQ(live.settings, "s.json");
+  EXPECT_EQ(live.state, "dir");
+  const LaunchRequest replay = parseCommandLine(words("replay a.mp4 --json --truth t.jsonl"));
+  EXPECT_TRUE(replay.replay && replay.json);
+  EXPECT_EQ(replay.source, "a.mp4");
+  EXPECT_EQ(replay.truth, "t.jsonl");
+  EXPECT_FALSE(parseCommandLine(words("replay demo")).source) << "none is the demo";
+}
+
+TEST(CommandLine, RefusesWhatItCannotObey) {
+  for (const char* line : {"replay", "replay --json", "--json", "--truth t", "--source", "--source a --source b",
+                           "demo", "replay a --source b", "--settings s", "replay demo --settings s", "--state"}) {
+    EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
+  }
+}
+
+TEST(StateName, TellsSourcesApart) {
+  const auto name = [](const std::string& source) {
+    LaunchRequest request;
+    request.source = source;
+    return stateName(request);
+  };
+  EXPECT_EQ(stateName({}), "demo");
+  EXPECT_EQ(name("/a/ward 3.mp4").substr(0, 7), "ward_3-");
+  EXPECT_NE(name("/a/x.mp4"), name("/b/x.mp4"));
+  EXPECT_EQ(name("/a/x.mp4"), name("/a/../a/./x.mp4"));
+}
+
+/// A source tree with a demo, a manifest and three models, and a place for state.
+class Launch : public testing::Test {
+ protected:
+  Launch() {
+    for (const char* folder : {"simulator/demo", "package", "models", "state"}) {
+      std::filesystem::create_directories(m_tree / folder);
+    }
+    Recording recording;
+    recording.format = "vp8enc deadline=1 ! webmmux name=mux";
+    EXPECT_TRUE(writeRecording(recording, (m_tree / "simulator/demo/demo.webm").string()));
+    m_tree.write("simulator/demo/demo.settings.json",
+                 R"({"focal_length_um": 5000, "parameters": {"Sensitivity": "0.5"}})");
+    m_tree.write("package/manifest.json", R"({"parameters": [{"name": "Sensitivity", "default": "0.38"},
+        {"name": "LandscapeModelFileName", "default": "l.onnx"}, {"name": "PortraitModelFileName", "default": "p.onnx"},
+        {"name": "mobilenetModelFileName", "default": "d.onnx"}]})");
+    for (const char* model : {"l", "p", "d"}) {
+      m_tree.write("models/" + std::string(model) + ".onnx", "network");
+      m_tree.write("models/" + std::string(model) + ".onnx.json", "{}");
+    }
+    m_request.state = (m_tree / "state").string();
+  }
+
+  LaunchPlan prepare() const { return prepareLaunch(m_request, m_tree.path(), false); }
+  /// The lines that a user gets to read.
+  std::string refusal() const {
+    try {
+      prepare();
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "(none)";
+  }
+  std::string demo() const { return (m_tree / "simulator/demo/demo.webm").string(); }
+
+  StateFolder m_tree;
+  LaunchRequest m_request;
+};
+
+TEST_F(Launch, LaysOutTheDemo) {
+  const LaunchPlan plan = prepare();
+  EXPECT_EQ(plan.program, "velmor_care");
+  EXPECT_EQ(plan.environment.at("VELMOR_OUTPUT"), "text");
+  EXPECT_FALSE(plan.environment.contains("VELMOR_CLOCK"));
+  const CameraDescription camera = loadCameraDescription(plan.environment.at("VELMOR_CAMERA"));
+  EXPECT_EQ(camera.source, demo());
+  EXPECT_TRUE(camera.loop);
+  EXPECT_EQ(camera.focal_length_um, 5000U);
+  EXPECT_EQ(camera.product_name, CameraDescription().product_name);
+  EXPECT_EQ(camera.parameters.at("Sensitivity"), "0.5");
+  for (const char* folder : {"/usr/local/packages/velmor_care/", "/mnt/flash/usr/local/packages/velmor_care/"}) {
+    const std::filesystem::path package = plan.environment.at("VELMOR_ROOT") + folder;
+    EXPECT_EQ(std::filesystem::canonical(package / "d.onnx"), m_tree / "models/d.onnx");
+    EXPECT_TRUE(std::filesystem::exists(package / "manifest.json"));
+  }
+}
+
+TEST_F(Launch, ReplaysInAPlaceThatGoesAgain) {
+  m_tree.write("t.jsonl", "{}");
+  m_request = parseCommandLine({"replay", demo(), "--json", "--truth", (m_tree / "t.jsonl").string()});
+  std::filesystem::remove(m_tree / "models/l.onnx");
+  std::string state;
+  {
+    LaunchPlan plan = prepare();
+    state = plan.place.directory();
+    EXPECT_TRUE(std::filesystem::exists(state));
+    EXPECT_EQ(plan.program, "velmor_reference") << "which needs no network";
+    EXPECT_EQ(plan.environment.at("VELMOR_CLOCK"), "replay");
+    EXPECT_EQ(plan.environment.at("VELMOR_OUTPUT"), "json");
+    EXPECT_EQ(plan.environment.at("VELMOR_TRUTH"), m_tree / "t.jsonl");
+    EXPECT_FALSE(loadCameraDescription(plan.environment.at("VELMOR_CAMERA")).loop) << "a file ends";
+    const LaunchPlan moved = std::move(plan);
+    EXPECT_TRUE(std::filesystem::exists(state));
+  }
+  EXPECT_FALSE(std::filesystem::exists(state));
+}
+
+TEST_F(Launch, TakesADescriptionAndSettingsOverIt) {
+  m_tree.write("cam.json", R"({"source": "simulator/demo/demo.webm", "loop": true, "rotation": 90,
+                               "focal_length_um": 2800, "parameters": {"Sensitivity": "0.1"}})");
+  m_tree.write("s.json", R"({"rotation": 180, "product_name": "AXIS P1", "parameters": {"Sensitivity": "0.2"}})");
+  m_request.source = (m_tree / "cam.json").string();
+  m_request.settings = (m_tree / "s.json").string();
+  const CameraDescription camera = requestedCamera(m_request, m_tree.path());
+  EXPECT_EQ(camera.source, demo());
+  EXPECT_TRUE(camera.loop);
+  EXPECT_EQ(camera.rotation, 180U);
+  EXPECT_EQ(camera.focal_length_um, 2800U);
+  EXPECT_EQ(camera.product_name, "AXIS P1");
+  EXPECT_EQ(camera.parameters.at("Sensitivity"), "0.2");
+}
+
+TEST_F(Launch, RefusesSourcesInOneLine) {
+  m_tree.write("empty.mp4", "");
+  m_tree.write("text.mp4", "this is no video, whatever its name says\n");
+  const std::map<std::string, std::string> problems = {{"none.mp4", "there is no such file"},
+                                                       {"empty.mp4", "is empty"},
+                                                       {"models", "is a directory"},
+                                                       {"text.mp4", "is not a video that can be played"}};
+  for (const auto& [file, problem] : problems) {
+    m_request.source = (m_tree / file).string();
+    EXPECT_EQ(refusal().rfind(*m_request.source + ": " + problem, 0), 0U) << refusal();
+    EXPECT_EQ(refusal().find('\n'), std::string::npos);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(m_tree / "state"));
+}
+
+TEST_F(Launch, RefusesSettingsModelsAndStoresInOneLineEach) {
+  const auto refusesSettings = [this](const std::string& settings, const std::string& line) {
+    m_tree.write("s.json", settings);
+    m_request.source = demo();
+    m_request.settings = (m_tree / "s.json").string();
+    EXPECT_EQ(refusal().rfind(*m_request.settings + ": " + line, 0), 0U) << refusal();
+  };
+  refusesSettings("[]", "is not a JSON object");
+  refusesSettings(R"({"source": "x"})", "source: is not a setting");
+  refusesSettings(R"({"rotation": 45})", "rotation: ");
+  refusesSettings(R"({"parameters": {"Sensitivty": "1"}})", "parameters: \"Sensitivty\" is not a parameter");
+  m_request.settings.reset();
+  std::filesystem::remove(m_tree / "models/p.onnx.json");
+  EXPECT_EQ(refusal(), (m_tree / "models/p.onnx.json").string() + ": is missing; it describes the model's tensors");
+  std::filesystem::remove(m_tree / "models/p.onnx");
+  EXPECT_EQ(refusal(), "models/p.onnx: the model that PortraitModelFileName names is missing");
+  m_tree.write("state/parameters.conf", "damaged");
+  EXPECT_NE(refusal().find("parameters.conf: is damaged"), std::string::npos) << refusal();
+}
+
+TEST_F(Launch, KeepsAPlaceForOneRunAtATime) {
+  const LaunchPlan first = prepare();
+  EXPECT_NE(refusal().find("another run is using this state directory"), std::string::npos) << refusal();
+}
+
+}  // namespace
