@@ -1,0 +1,62 @@
+# Functions that ./run and ./test share. Notes go to standard error, so that standard output is the program's alone.
+
+readonly BUILD_PACKAGES=(
+  g++ cmake ninja-build ccache pkg-config
+  libopencv-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
+)
+readonly RUN_PACKAGES=(
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
+  dbus-daemon systemd                                                     # the lens's bus, and busctl to ask it
+)
+
+# ensure_packages PACKAGE...: installs those that are missing; says nothing when none is.
+ensure_packages() {
+  local missing=() package
+  for package in "$@"; do
+    if [[ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]]; then
+      missing+=("$package")
+    fi
+  done
+  if ((${#missing[@]} == 0)); then
+    return
+  fi
+  local as_root=()
+  if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+      echo "missing packages, and no sudo to install them with: apt-get install ${missing[*]}" >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "Installing ${missing[*]}" >&2
+  local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y)
+  logged build/install.log "${apt[@]}" update
+  logged build/install.log "${apt[@]}" install --no-install-recommends "${missing[@]}"
+}
+
+# logged FILE COMMAND...: the command's output goes to the file, and to the user when the command fails.
+logged() {
+  local log=$1
+  shift
+  mkdir -p "$(dirname "$log")"
+  if ! "$@" >"$log" 2>&1 </dev/null; then
+    cat "$log" >&2
+    echo "failed: $* (this log: $log)" >&2
+    return 1
+  fi
+}
+
+# build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time.
+build() {
+  local folder=$1
+  shift
+  mkdir -p "$folder"
+  exec 9>"$folder.lock"
+  flock 9
+  logged "$folder.log" cmake -S . -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
+  if ! ninja -C "$folder" -n | grep -q 'no work to do'; then
+    echo "Building $folder (a few minutes the first time)" >&2
+    logged "$folder.log" ninja -C "$folder" -j "$(nproc)"
+  fi
+  exec 9>&-
+}
