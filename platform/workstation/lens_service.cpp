@@ -189,7 +189,7 @@ void serve(std::uint32_t focal_um, std::promise<std::string> started) {
     std::string address = startDaemon();
     const auto bus = exportLens(address, focal_um);
     started.set_value(std::move(address));
-    for (;;) g_main_context_iteration(context, TRUE);
+    while (g_dbus_connection_is_closed(bus.get()) == FALSE) g_main_context_iteration(context, TRUE);
   } catch (const std::exception&) {
     started.set_exception(std::current_exception());
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <stdexcept>
 
 namespace workstation {
@@ -88,11 +89,11 @@ std::vector<std::uint8_t> packed(const I420View& from) {
   return nv12;
 }
 
-/// One byte's way from full range (0 to 255) to a range of `steps` around `centre` or above `floor`.
-std::array<std::uint8_t, 256> rangeTable(double middle_in, double middle_out, double steps) {
+/// A byte's way from full range, with `zero_in` as its zero, to a range of `steps` with `zero_out` as its zero.
+std::array<std::uint8_t, 256> rangeTable(double zero_in, double zero_out, double steps) {
   std::array<std::uint8_t, 256> table{};
   for (std::size_t i = 0; i < table.size(); ++i) {
-    table.at(i) = static_cast<std::uint8_t>((static_cast<double>(i) - middle_in) * steps / 255.0 + middle_out + 0.5);
+    table.at(i) = static_cast<std::uint8_t>(std::lround((static_cast<double>(i) - zero_in) * steps / 255.0 + zero_out));
   }
   return table;
 }

@@ -64,7 +64,9 @@ class SystemLog {
   }
 
  private:
-  const char* ident() const { return m_ident[0] != '\0' ? m_ident.data() : program_invocation_short_name; }
+  [[nodiscard]] const char* ident() const {
+    return m_ident[0] != '\0' ? m_ident.data() : program_invocation_short_name;
+  }
 
   /// "2026-01-31T08:15:00.250Z velmor_care[123] error: "; returns its length.
   std::size_t writeHead(int priority, std::array<char, kLongestLine>& line) const {
@@ -186,6 +188,8 @@ void syslog(int priority, const char* format, ...) {
   va_end(arguments);
 }
 
+// The C library's own names for fortified builds.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 void __vsyslog_chk(int priority, int /*flag*/, const char* format, va_list arguments) {
   the_log.write(priority, format, arguments);
 }
@@ -196,5 +200,6 @@ void __syslog_chk(int priority, int /*flag*/, const char* format, ...) {
   the_log.write(priority, format, arguments);
   va_end(arguments);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"

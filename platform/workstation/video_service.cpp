@@ -37,14 +37,14 @@ struct _VdoMap {
   GObject parent_instance;
   std::map<std::string, guint32> values;
 };
-struct _VdoMapClass {
+struct VdoMapClass {
   GObjectClass parent_class;
 };
 struct _VdoStream {
   GObject parent_instance;
   StreamState state;
 };
-struct _VdoStreamClass {
+struct VdoStreamClass {
   GObjectClass parent_class;
 };
 struct _VdoBuffer {
@@ -52,12 +52,9 @@ struct _VdoBuffer {
   std::shared_ptr<Picture> picture;
   VdoBufferFinalizer finalizer;
 };
-struct _VdoBufferClass {
+struct VdoBufferClass {
   GObjectClass parent_class;
 };
-using VdoMapClass = _VdoMapClass;
-using VdoStreamClass = _VdoStreamClass;
-using VdoBufferClass = _VdoBufferClass;
 
 G_DEFINE_TYPE(VdoMap, vdo_map, G_TYPE_OBJECT)
 G_DEFINE_TYPE(VdoStream, vdo_stream, G_TYPE_OBJECT)

@@ -35,16 +35,6 @@ TEST(ReplayClock, StepsBeforeEachCallAndEndsWithOneSigterm) {
   g_source_remove(ended);
 }
 
-TEST(ReplayClock, ATickerThatReturnsFalseIsOver) {
-  ticker_clock::setReplayTime(TimeStamp(0s));
-  ticker_clock::setEnd(TimeStamp::max());
-  int calls = 0;
-  ticker_clock::addTicker(
-      500, [](gpointer data) -> gboolean { return ++*static_cast<int*>(data) < 2; }, &calls);
-  for (int i = 0; i < 5; ++i) g_main_context_iteration(nullptr, FALSE);
-  EXPECT_EQ(calls, 2);
-}
-
 /// In processes of their own, since the clock is chosen once.
 int timeIsOfTheSystem() {
   const auto before = std::chrono::system_clock::now();

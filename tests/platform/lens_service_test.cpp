@@ -10,21 +10,17 @@
 #include <cstdio>
 #include <string>
 
-#include "scratch_directory.h"
+#include "state_folder.h"
 
 namespace {
 
-std::string outputOf(const char* command) {
-  FILE* pipe = popen(command, "r");
-  std::array<char, 128> chunk{};
-  std::string output;
-  while (fgets(chunk.data(), chunk.size(), pipe) != nullptr) output += chunk.data();
-  pclose(pipe);
-  return output;
-}
-
 std::string askForFocalLength() {
-  return outputOf("busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength 2>&1");
+  FILE* pipe =
+      popen("busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength 2>&1", "r");
+  std::array<char, 128> output{};
+  output.at(fread(output.data(), 1, output.size() - 1, pipe)) = '\0';
+  pclose(pipe);
+  return output.data();
 }
 
 TEST(LensServiceDeathTest, BusctlReadsTheFocalLengthThatWasGivenFirst) {
@@ -42,9 +38,8 @@ TEST(LensServiceDeathTest, AMissingDaemonIsSaidOnce) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
       {
-        const ScratchDirectory scratch;
-        setenv("VELMOR_STATE", scratch.path().c_str(), 1);
-        setenv("PATH", scratch.path().c_str(), 1);
+        const StateFolder folder;
+        setenv("PATH", folder.path().c_str(), 1);
         std::_Exit(workstation::startLensService(3700) || workstation::startLensService(3700) ? 1 : 0);
       },
       testing::ExitedWithCode(0),
