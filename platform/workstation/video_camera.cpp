@@ -161,7 +161,7 @@ VideoCamera::~VideoCamera() {
 void VideoCamera::buildPipeline(const std::string& uri) {
   GError* error = nullptr;
   m_pipeline.reset(gst_parse_launch(
-      "uridecodebin name=decoder caps=video/x-raw expose-all-streams=false "
+      "uridecodebin name=decoder "
       "videoconvert name=converter ! videoflip video-direction=auto ! appsink name=sink caps=video/x-raw,format=I420",
       &error));
   if (error != nullptr) throw std::runtime_error(takeMessage(error, ""));
