@@ -45,7 +45,7 @@ std::string fullName(const std::string& source) {
 /// The demo's video, whatever container it is in.
 fs::path demoVideo(const fs::path& folder) {
   for (const char* suffix : {".mp4", ".webm", ".mkv"}) {
-    if (const fs::path video = folder / (std::string("demo") + suffix); fs::exists(video)) {
+    if (fs::path video = folder / (std::string("demo") + suffix); fs::exists(video)) {
       return video;
     }
   }
@@ -71,8 +71,8 @@ void checkParameterNames(const CameraDescription& camera, const Parameters& defa
   std::string mistakes;
   for (const auto& [name, value] : camera.parameters) {
     if (!defaults.contains(name)) {
-      mistakes += (mistakes.empty() ? "" : "\n") + file + ": parameters: \"" + name +
-                  "\" is not a parameter; allowed are those of package/manifest.json";
+      mistakes.append(mistakes.empty() ? "" : "\n").append(file).append(": parameters: \"").append(name);
+      mistakes += "\" is not a parameter; allowed are those of package/manifest.json";
     }
   }
   if (!mistakes.empty()) {

@@ -59,7 +59,8 @@ std::vector<std::string> environmentFor(const LaunchPlan& plan) {
     }
   }
   for (const auto& [name, value] : plan.environment) {
-    variables.push_back(name + "=" + value);
+    variables.push_back(name);
+    variables.back().append("=").append(value);
   }
   return variables;
 }

@@ -7,6 +7,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <ranges>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -86,12 +87,16 @@ gboolean failUnopened(GError** error) {
   return fail(error, AX_PARAMETER_STORE_ERROR, "the parameter store is not open, or no name was given");
 }
 
-/// Runs what may throw; an exception becomes the caller's GError and `failed` the result.
+/// Runs what may throw; an exception becomes the caller's GError and `failed` the result. A caller who takes no GError
+/// would lose the reason: it is logged.
 template <typename Result, typename Function>
 Result guarded(GError** error, Result failed, Function function) {
   try {
     return function();
   } catch (const std::exception& exception) {
+    if (error == nullptr) {
+      syslog(LOG_ERR, "%s", exception.what());
+    }
     fail(error, AX_PARAMETER_STORE_ERROR, exception.what());
     return failed;
   }
@@ -191,8 +196,8 @@ GList* ax_parameter_list(AXParameter* parameter, GError** error) {
     return nullptr;
   }
   GList* names = nullptr;
-  for (auto entry = parameter->values.rbegin(); entry != parameter->values.rend(); ++entry) {
-    names = g_list_prepend(names, g_strdup(entry->first.c_str()));
+  for (const auto& [name, value] : std::views::reverse(parameter->values)) {
+    names = g_list_prepend(names, g_strdup(name.c_str()));
   }
   return names;
 }

@@ -113,7 +113,7 @@ Parameters manifestDefaults(const std::filesystem::path& manifest) {
   return defaults;
 }
 
-StoredParameters::StoredParameters(std::filesystem::path directory, std::string group)
+StoredParameters::StoredParameters(const std::filesystem::path& directory, std::string group)
     : m_file(directory / "parameters.conf"), m_previous(directory / "parameters.conf.1"), m_group(std::move(group)) {}
 
 std::optional<Parameters> StoredParameters::readGeneration(const std::filesystem::path& path) const {
@@ -158,6 +158,9 @@ std::optional<Parameters> StoredParameters::load() {
 
 void StoredParameters::save(const Parameters& values) {
   const std::string text = format(values, m_group);
+  if (text.size() > kMaxFileBytes) {
+    throw std::runtime_error(m_file.string() + ": cannot hold more than " + std::to_string(kMaxFileBytes) + " bytes");
+  }
   const bool damaged = !m_damage.empty();
   replaceFile(m_file, text, damaged ? std::filesystem::path(m_file.string() + ".damaged") : m_previous);
   m_damage.clear();

@@ -20,7 +20,7 @@ Parameters manifestDefaults(const std::filesystem::path& manifest);
 class StoredParameters {
  public:
   /// Nothing is read or created yet.
-  StoredParameters(std::filesystem::path directory, std::string group);
+  StoredParameters(const std::filesystem::path& directory, std::string group);
 
   /// The stored values; none when nothing was ever stored. When the newest generation is damaged the one before is
   /// taken and `damage()` says so; throws std::runtime_error with one line when that is damaged too.
