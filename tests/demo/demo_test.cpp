@@ -1,0 +1,151 @@
+// The demo from its video to its events, through the launcher, the program and the networks.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status = -1;
+  std::string output;  ///< standard output
+  std::string errors;  ///< standard error
+};
+
+std::string contents(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Runs the launcher with these words, in the source folder `source`.
+Outcome run(const std::string& words, const fs::path& source = SOURCE_DIRECTORY) {
+  const fs::path errors = fs::path(testing::TempDir()) / ("demo-errors-" + std::to_string(getpid()));
+  const std::string command = "VELMOR_SOURCE_DIR='" + source.string() + "' " PROGRAM_DIRECTORY "/velmor_run " + words +
+                              " 2>'" + errors.string() + "'";
+  Outcome outcome;
+  FILE* pipe = popen(command.c_str(), "r");
+  std::array<char, 4096> chunk{};
+  while (const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), pipe)) {
+    outcome.output.append(chunk.data(), count);
+  }
+  const int status = pclose(pipe);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  outcome.errors = contents(errors);
+  fs::remove(errors);
+  return outcome;
+}
+
+struct Transition {
+  double time;
+  std::string event;
+  bool active;
+};
+
+std::vector<Transition> transitionsOf(const std::string& lines) {
+  std::vector<Transition> transitions;
+  std::istringstream in(lines);
+  for (std::string line; std::getline(in, line);) {
+    const auto object = nlohmann::json::parse(line);
+    transitions.push_back({object.at("t"), object.at("event"), object.at("active")});
+  }
+  return transitions;
+}
+
+const fs::path kDemo = fs::path(SOURCE_DIRECTORY) / "simulator/demo";
+const fs::path kGolden = fs::path(SOURCE_DIRECTORY) / "tests/demo/demo.golden.jsonl";
+
+TEST(Demo, TrueKeypointsLeadToTheGoldenEvents) {
+  const Outcome outcome = run("replay demo --json --truth '" + (kDemo / "demo.truth.jsonl").string() + "'");
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output, contents(kGolden));
+}
+
+/// The second replay takes the files one by one, as a user's own recording.
+TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
+  const Outcome outcome = run("replay demo --json");
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  const auto seen = transitionsOf(outcome.output);
+  const auto wanted = transitionsOf(contents(kGolden));
+  ASSERT_EQ(seen.size(), wanted.size()) << outcome.output;
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    EXPECT_EQ(seen[i].event, wanted[i].event) << outcome.output;
+    EXPECT_EQ(seen[i].active, wanted[i].active) << outcome.output;
+    EXPECT_NEAR(seen[i].time, wanted[i].time, 1.5) << outcome.output;
+  }
+  const std::string files =
+      "'" + (kDemo / "demo.mp4").string() + "' --settings '" + (kDemo / "demo.settings.json").string() + "'";
+  EXPECT_EQ(run("replay " + files + " --json").output, outcome.output);
+}
+
+class Refused : public testing::Test {
+ protected:
+  void SetUp() override { fs::create_directories(folder_); }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  fs::path write(const std::string& name, const std::string& text) const {
+    std::ofstream(folder_ / name) << text;
+    return folder_ / name;
+  }
+
+  /// One line on standard error that contains `words`, nothing on standard output, and a status of failure.
+  static void expectOneLine(const Outcome& outcome, const std::string& words) {
+    EXPECT_GT(outcome.status, 0);
+    EXPECT_LT(outcome.status, 128) << "ended by a signal";
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+    EXPECT_NE(outcome.errors.find(words), std::string::npos) << outcome.errors;
+  }
+
+  fs::path folder_ = fs::path(testing::TempDir()) / ("demo-refused-" + std::to_string(getpid()));
+};
+
+TEST_F(Refused, FilesThatHoldNoVideoEndInOneLine) {
+  const std::vector<std::pair<fs::path, std::string>> files = {{folder_ / "missing.mp4", "missing.mp4"},
+                                                               {write("empty.mp4", ""), "empty"},
+                                                               {write("text.mp4", std::string(5000, 'x')), "text.mp4"}};
+  for (const auto& [file, words] : files) {
+    SCOPED_TRACE(file);
+    expectOneLine(run("replay '" + file.string() + "' --json"), words);
+  }
+}
+
+TEST_F(Refused, AMissingModelEndsInOneLine) {
+  const fs::path source = folder_ / "source";
+  fs::create_directories(source / "models");
+  fs::create_directory_symlink(fs::path(SOURCE_DIRECTORY) / "package", source / "package");
+  fs::create_directory_symlink(fs::path(SOURCE_DIRECTORY) / "simulator", source / "simulator");
+  for (const auto& entry : fs::directory_iterator(fs::path(SOURCE_DIRECTORY) / "models")) {
+    if (entry.path().filename() != "pose_portrait.onnx")
+      fs::create_symlink(entry.path(), source / "models" / entry.path().filename());
+  }
+  expectOneLine(run("replay demo --json", source), "pose_portrait.onnx");
+}
+
+TEST_F(Refused, ADamagedStoreIsReplacedByTheLastGoodOneOrRefused) {
+  const std::string words =
+      "replay demo --json --state '" + folder_.string() + "' --truth '" + (kDemo / "demo.truth.jsonl").string() + "'";
+  const Outcome good = run(words);
+  ASSERT_EQ(good.status, 0) << good.errors;
+  ASSERT_TRUE(fs::exists(folder_ / "parameters.conf"));
+  write("parameters.conf", "no parameters at all");
+  const Outcome mended = run(words);
+  EXPECT_EQ(mended.status, 0) << mended.errors;
+  EXPECT_EQ(mended.output, good.output);
+  EXPECT_NE(mended.errors.find("parameters.conf"), std::string::npos) << mended.errors;
+  for (const char* name : {"parameters.conf", "parameters.conf.1"}) write(name, "no parameters at all");
+  expectOneLine(run(words), "parameters.conf");
+}
+
+}  // namespace
