@@ -38,6 +38,15 @@ void checkFile(const std::string& path) {
   if (fs::is_regular_file(status) && fs::file_size(path, error) == 0) throw std::runtime_error("the file is empty");
 }
 
+/// All tracks are known: without pictures among them nothing would ever reach the converter.
+void refuseWithoutVideo(GstElement* decoder, gpointer converter) {
+  GstPad* input = gst_element_get_static_pad(GST_ELEMENT(converter), "sink");
+  if (gst_pad_is_linked(input) == FALSE) {
+    GST_ELEMENT_ERROR(decoder, STREAM, WRONG_TYPE, ("it holds no picture"), (nullptr));
+  }
+  gst_object_unref(input);
+}
+
 std::string takeMessage(GError* error, const char* otherwise) {
   if (error == nullptr) return otherwise;
   std::string message = error->message;
@@ -160,16 +169,17 @@ VideoCamera::~VideoCamera() {
 /// as turned are turned.
 void VideoCamera::buildPipeline(const std::string& uri) {
   GError* error = nullptr;
-  m_pipeline.reset(gst_parse_launch(
-      "uridecodebin name=decoder "
-      "videoconvert name=converter ! videoflip video-direction=auto ! appsink name=sink caps=video/x-raw,format=I420",
-      &error));
+  m_pipeline.reset(
+      gst_parse_launch("uridecodebin name=decoder videoconvert name=converter ! videoflip video-direction=auto ! "
+                       "appsink name=sink caps=video/x-raw,format=I420",
+                       &error));
   if (error != nullptr) throw std::runtime_error(takeMessage(error, ""));
   m_sink.reset(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "sink"));
   const GstPtr<GstElement> decoder(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "decoder"));
   const GstPtr<GstElement> converter(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "converter"));
   g_object_set(decoder.get(), "uri", uri.c_str(), nullptr);
   g_signal_connect(decoder.get(), "pad-added", G_CALLBACK(linkVideo), converter.get());
+  g_signal_connect(decoder.get(), "no-more-pads", G_CALLBACK(refuseWithoutVideo), converter.get());
   const gboolean live = m_replay ? FALSE : TRUE;
   const guint frames_kept = m_replay ? kFramesAhead : 1;
   g_object_set(m_sink.get(), "sync", live, "drop", live, "max-buffers", frames_kept, nullptr);
@@ -280,7 +290,9 @@ std::shared_ptr<const DecodedFrame> VideoCamera::pull(Nanoseconds wait) {
 std::shared_ptr<const DecodedFrame> VideoCamera::pullWithin(Nanoseconds after_error) {
   for (Nanoseconds waited{}; waited < kLongestWait; waited += kPatience) {
     readMessages();
-    const bool over = m_at_end || (!m_error.empty() && waited >= after_error);
+    // At its end the sink answers at once, a moment before the message of it arrives.
+    const bool at_end = m_at_end || gst_app_sink_is_eos(GST_APP_SINK(m_sink.get())) != FALSE;
+    const bool over = at_end || (!m_error.empty() && waited >= after_error);
     if (auto frame = pull(over ? 0ns : kPatience)) return frame;
     if (over) return nullptr;
   }
@@ -289,8 +301,8 @@ std::shared_ptr<const DecodedFrame> VideoCamera::pullWithin(Nanoseconds after_er
   return nullptr;
 }
 
-/// Notes whether the pipeline has come to its end, and its first complaint. (The sink's own flag for the end would stay
-/// up when the source begins again.)
+/// Notes whether the pipeline has come to its end, and its first complaint. (The sink's own flag for the end stays up
+/// when the source begins again, so it serves recordings only.)
 void VideoCamera::readMessages() {
   constexpr auto kKinds = static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS);
   const GstPtr<GstBus> bus(gst_element_get_bus(m_pipeline.get()));

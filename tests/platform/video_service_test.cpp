@@ -142,6 +142,7 @@ TEST_F(VideoServiceTest, TheRunEndsWithTheLastPicture) {
       {{.frames = 19}, {5, 10, 15}},
       {{.fps = 15, .frames = 15}, {7, 14}},  // 66.7 ms a frame: the container's rounding must not cost the last cycle
       {{.frames = 12, .more = sound}, {5, 10}},
+      {{.frames = 19, .format = "avenc_ffv1 ! matroskamux"}, {5, 10, 15}},  // decoded by libav, as H.264 is
       {{.frames = 20, .format = "vp8enc deadline=1 cq-level=0 min-quantizer=0 max-quantizer=0 ! webmmux"},
        {5, 10, 15, 19}}};
   for (const auto& [recording, indices] : runs) {
@@ -185,14 +186,15 @@ TEST_F(VideoServiceTest, OddSizesAndFullRangeAreBroughtToEvenVideoRange) {
 
 TEST_F(VideoServiceTest, ASourceThatCannotBePlayedIsNamedWithTheReason) {
   ASSERT_TRUE(writeRecording({.format = "fakesink audiotestsrc num-buffers=5 ! wavenc"}, m_folder / "sound.wav"));
-  ASSERT_TRUE(writeRecording({.format = "avenc_ffv1 ! matroskamux"}, m_folder / "rare.mkv"));
+  ASSERT_TRUE(writeRecording({}, m_folder / "rare.mkv"));
+  std::string rare = m_folder.read("rare.mkv");
+  m_folder.write("rare.mkv", rare.replace(rare.find("V_UNCOMPRESSED"), 14, "V_UNKNOWNCODEC"));
   m_folder.write("empty", "");
   m_folder.write("letter.txt", "Dear patient,\nthis is no video.\n");
   for (const auto& [source, reason] :
        {std::pair{"absent", "there is no such file"}, std::pair{"empty", "the file is empty"},
         std::pair{"letter.txt", ""}, std::pair{"sound.wav", "it holds no picture"},
-        std::pair{"rare.mkv", "it holds no picture that can be decoded here, but FFMpeg v1"},
-        std::pair{".", "it is a directory"}}) {
+        std::pair{"rare.mkv", "it holds no picture"}, std::pair{".", "it is a directory"}}) {
     useCamera(source);
     const std::string message = errorOf(64, 36, 0);
     const std::string file = std::filesystem::path(m_folder / source).lexically_normal().string();
