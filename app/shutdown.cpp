@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <string>
@@ -66,8 +65,8 @@ std::string currentExceptionText() {
 
 [[noreturn]] void terminateWithLine() {
   const std::string text = std::current_exception() ? currentExceptionText() : "terminated without an exception";
+  openlog(g_app_name.c_str(), LOG_PID | LOG_CONS | LOG_PERROR, LOG_USER);  // to standard error too
   syslog(LOG_ERR, "%s", text.c_str());
-  std::fprintf(stderr, "%s: cannot go on: %s\n", g_app_name.c_str(), text.c_str());
   _exit(kFailureStatus);
 }
 

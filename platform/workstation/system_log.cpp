@@ -1,5 +1,6 @@
 // The C library's system log calls, for a machine that may have no log daemon: every line goes to "system.log" in the
-// state directory, errors and worse also to standard error. Usable before openlog and after main, from any thread.
+// state directory, errors and worse also to standard error, there not twice in a row. Usable before openlog and after
+// main, from any thread.
 
 // Fortified builds turn these calls into the __..._chk ones within the header itself; we define both kinds here.
 #undef _FORTIFY_SOURCE
@@ -59,7 +60,8 @@ class SystemLog {
     const int printed = vsnprintf(line.data() + head, line.size() - 1 - head, format, arguments);
     const std::size_t length = finish(line, head, head + clampLength(printed, line.size() - 1 - head));
     const bool stored = writeFile(line.data(), length);
-    if (!stored || LOG_PRI(priority) <= LOG_ERR || (m_options & LOG_PERROR) != 0) echo(line, head, length);
+    const bool shown = LOG_PRI(priority) <= LOG_ERR || (m_options & LOG_PERROR) != 0;
+    if (!stored || (shown && !isRepetition({line.data() + head, length - head}))) echo(line, head, length);
     errno = caller_errno;
   }
 
@@ -148,6 +150,13 @@ class SystemLog {
     m_given_up = false;
   }
 
+  /// Whether the message is the one shown last: who looks at the terminal need not read it again. Keeps it if not.
+  bool isRepetition(std::string_view message) {
+    if (message == std::string_view(m_shown.data(), m_shown_length)) return true;
+    m_shown_length = message.copy(m_shown.data(), m_shown.size());
+    return false;
+  }
+
   /// "velmor_care: message": the time and the process are of no use to somebody who looks at the terminal.
   void echo(const std::array<char, kLongestLine>& line, std::size_t head, std::size_t length) const {
     std::array<char, kLongestLine + 72> text{};
@@ -163,6 +172,8 @@ class SystemLog {
   std::mutex m_mutex;
   std::array<char, 65> m_ident{};
   std::array<char, 4096> m_path{};
+  std::array<char, kLongestLine> m_shown{};  ///< the last message on standard error
+  std::size_t m_shown_length = 0;
   int m_options = 0;
   int m_fd = -1;
   off_t m_size = 0;
