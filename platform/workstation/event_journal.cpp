@@ -218,12 +218,15 @@ void EventJournal::append(const EventRecord& record) {
   if (line.size() > kMaxLineBytes) {
     throw std::runtime_error(m_path.string() + ": the event's names are too long");
   }
-  if (!writeAll(m_file.get(), line.data(), line.size()) || ::fdatasync(m_file.get()) != 0) {
+  // What a failed write left goes first, or this line would be glued to it.
+  if (m_torn && ::ftruncate(m_file.get(), m_size) != 0) {
+    throw std::runtime_error(m_path.string() + ": a torn line cannot be cut off: " + std::strerror(errno));
+  }
+  m_torn = !writeAll(m_file.get(), line.data(), line.size()) || ::fdatasync(m_file.get()) != 0;
+  if (m_torn) {
     const int reason = errno;
-    // Nothing of the line may stay, or the next one would be glued to it.
-    const bool cut = ::ftruncate(m_file.get(), m_size) == 0;
-    throw std::runtime_error(m_path.string() + ": cannot be written: " + std::strerror(reason) +
-                             (cut ? "" : "; nor can the torn line be cut off"));
+    m_torn = ::ftruncate(m_file.get(), m_size) != 0;
+    throw std::runtime_error(m_path.string() + ": cannot be written: " + std::strerror(reason));
   }
   m_size += static_cast<std::int64_t>(line.size());
   ++m_last;

@@ -51,6 +51,7 @@ class EventJournal {
   std::filesystem::path m_path;
   FileDescriptor m_file;
   std::int64_t m_size = 0;   ///< bytes of whole lines
+  bool m_torn = false;       ///< more than that stands in the file
   std::uint64_t m_last = 0;  ///< the last number given
   std::string m_damage;
   std::vector<EventRecord> m_closed;

@@ -170,13 +170,17 @@ DeclaredEvent describe(std::vector<KeyValue> entries) {
   return declared;
 }
 
-/// Runs what may throw; an exception becomes the caller's GError.
+/// Runs what may throw; an exception becomes the caller's GError. A caller who takes none would lose the reason: it is
+/// logged.
 template <typename Function>
 gboolean guarded(GError** error, Function function) {
   try {
     function();
     return TRUE;
   } catch (const std::exception& exception) {
+    if (error == nullptr) {
+      syslog(LOG_ERR, "%s", exception.what());
+    }
     return fail(error, exception.what());
   }
 }

@@ -1,7 +1,9 @@
 #include <axevent.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -208,6 +210,26 @@ TEST_F(EventService, GivesNoNumberToWhatCannotBeSent) {
   EXPECT_FALSE(ax_event_handler_undeclare(handler.get(), id, nullptr));
   EXPECT_FALSE(send(handler, id, true));
   EXPECT_EQ(numbers(), (std::vector<std::uint64_t>{1, 2})) << "declared, undeclared";
+}
+
+/// As on a full disk, room is left for a part of the next line only.
+TEST_F(EventService, ALineThatFindsNoRoomLeavesNothingBehindAndSaysWhy) {
+  const Handler handler(ax_event_handler_new());
+  const guint id = declare(handler, "Bed", "Patient Out of Bed");
+  rlimit unlimited{};
+  ::getrlimit(RLIMIT_FSIZE, &unlimited);
+  const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit full{m_folder.read("events.jsonl").size() + 50, unlimited.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  testing::internal::CaptureStderr();
+  const bool sent = send(handler, id, true);
+  const std::string shown = testing::internal::GetCapturedStderr();
+  ::setrlimit(RLIMIT_FSIZE, &unlimited);
+  std::signal(SIGXFSZ, ignored);
+  EXPECT_FALSE(sent);
+  EXPECT_NE(shown.find("events.jsonl: cannot be written: File too large\n"), std::string::npos) << shown;
+  EXPECT_TRUE(send(handler, id, true));
+  EXPECT_EQ(numbers(), (std::vector<std::uint64_t>{1, 2}));
 }
 
 TEST_F(EventService, LetsOnlyOneProgramWriteAJournal) {

@@ -155,6 +155,9 @@ TEST_F(ParameterStore, SaysInOneLineWhyItCannotOpen) {
     EXPECT_NE(std::string(m_error->message).find(message), std::string::npos) << m_error->message;
     EXPECT_EQ(std::string(m_error->message).find('\n'), std::string::npos);
     EXPECT_EQ(m_folder.read("parameters.conf"), "damaged") << "nothing is overwritten";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ax_parameter_new("velmor_care", nullptr), nullptr) << "whoever takes no reason finds it in the log";
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(message), std::string::npos);
     m_folder.write("parameters.conf.1", good);
   }
   for (const char* manifest : {R"({"parameters": [{"name": "A"}]})", R"({"parameters": [{"name": "A", "default": 1}]})",
@@ -170,6 +173,9 @@ TEST_F(ParameterStore, LeavesTheValueWhenItCannotBeWritten) {
   EXPECT_FALSE(set(store, "Name", "lost"));
   EXPECT_EQ(code(), AX_PARAMETER_STORE_ERROR);
   EXPECT_EQ(get(store, "Name"), "");
+  std::filesystem::remove(m_folder / "parameters.conf.new");
+  EXPECT_FALSE(set(store, "Name", std::string(1 << 20, 'x'))) << "more than the next start would read";
+  EXPECT_EQ(stored("Name"), "");
   EXPECT_FALSE(ax_parameter_set(nullptr, "Name", "x", TRUE, nullptr)) << "a store that could not be opened";
 }
 
