@@ -29,11 +29,12 @@ namespace {
 
 constexpr int kDaemonStart_ms = 20'000;
 
-constexpr std::string_view kBusConfiguration = R"(<!DOCTYPE busconfig PUBLIC
+constexpr std::string_view kBusConfigurationBegin = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN" "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>velmor_care</type>
-  <listen>unix:tmpdir=/tmp</listen>
+  <listen>unix:abstract=velmor_care-)";
+constexpr std::string_view kBusConfigurationEnd = R"(</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*"/>
@@ -81,11 +82,13 @@ void check(GError* error) {
   throw std::runtime_error(message);
 }
 
-/// The configuration as an anonymous file, so that nothing is left behind on disk.
+/// An anonymous file for a bus on an abstract socket: nothing is left behind on disk when the daemon is killed.
 int configurationFile() {
+  const std::unique_ptr<char, Releaser<g_free>> name(g_uuid_string_random());
+  const std::string text = std::string(kBusConfigurationBegin).append(name.get()).append(kBusConfigurationEnd);
   const int fd = memfd_create("velmor_care-dbus", MFD_CLOEXEC);
   if (fd < 0) fail("no memory for the bus configuration", errno);
-  if (write(fd, kBusConfiguration.data(), kBusConfiguration.size()) != static_cast<ssize_t>(kBusConfiguration.size())) {
+  if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
     const int reason = errno;
     close(fd);
     fail("cannot write the bus configuration", reason);

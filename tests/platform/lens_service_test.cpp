@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "state_folder.h"
@@ -48,24 +49,29 @@ TEST(LensServiceDeathTest, AMissingDaemonIsSaidOnce) {
 }
 
 /// The daemon holds the pipe's end that the killed process leaves behind, until it dies itself.
-TEST(LensService, TheDaemonDiesWithAKilledProcess) {
+TEST(LensService, TheDaemonDiesWithAKilledProcessAndLeavesNoSocketBehind) {
   std::array<int, 2> ends{};
   ASSERT_EQ(pipe(ends.data()), 0);
   const pid_t child = fork();
   if (child == 0) {
     const bool served = workstation::startLensService(3700) && askForFocalLength() == "UINT32 3700;\n";
-    if (write(ends[1], served ? "y" : "n", 1) != 1) std::_Exit(1);
+    const std::string address = served ? getenv("DBUS_SYSTEM_BUS_ADDRESS") : "none";
+    if (write(ends[1], address.data(), address.size()) < 0) std::_Exit(1);
     for (;;) pause();
   }
   close(ends[1]);
-  char answer = '\0';
-  ASSERT_EQ(read(ends[0], &answer, 1), 1);
-  EXPECT_EQ(answer, 'y');
+  std::array<char, 256> answer{};
+  ASSERT_GT(read(ends[0], answer.data(), answer.size() - 1), 0);
+  const std::string address = answer.data();
+  EXPECT_TRUE(address.starts_with("unix:")) << address;
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   pollfd ended{ends[0], POLLIN, 0};
   EXPECT_EQ(poll(&ended, 1, 30'000), 1) << "dbus-daemon is still there";
   close(ends[0]);
+  if (const auto path = address.find("path="); path != std::string::npos) {
+    EXPECT_FALSE(std::filesystem::exists(address.substr(path + 5, address.find(',') - path - 5))) << address;
+  }
 }
 
 }  // namespace
