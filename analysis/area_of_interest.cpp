@@ -1,7 +1,5 @@
 #include "analysis/area_of_interest.h"
 
-#include <cstdint>
-
 namespace {
 
 /// The one of three fields that an id from 1 to 3 names; nullptr for any other id.
@@ -83,14 +81,13 @@ bool area_of_interest::is_winding_number_nonzero(t_XYPoint p, const t_Polygon& p
   if (poly.empty()) {
     return false;
   }
-  // 64 bits: a stored coordinate may be any int.
-  const auto [px, py] = std::pair<std::int64_t, std::int64_t>(p);
+  // Double precision: a stored coordinate may be any int, and those of a picture stay exact.
+  const auto [px, py] = std::pair<double, double>(p);
   int i_WindingNumber = 0;
   t_XYPoint previous = poly.back();
   for (const t_XYPoint& current : poly) {
     // Positive when p lies to the left of the edge from previous to current.
-    const std::int64_t cross =
-        (previous.first - px) * (current.second - py) - (previous.second - py) * (current.first - px);
+    const double cross = (previous.first - px) * (current.second - py) - (previous.second - py) * (current.first - px);
     if (previous.second <= py) {
       if (current.second > py && cross > 0) {
         ++i_WindingNumber;

@@ -91,7 +91,9 @@ TEST(AreaOfInterest, InsideABoundaryAndAPentagram) {
   EXPECT_TRUE(areas.is_winding_number_nonzero({50, 20}, pentagram));
   EXPECT_FALSE(areas.is_winding_number_nonzero({5, 5}, {}));
   constexpr int kMost = std::numeric_limits<int>::max();
-  EXPECT_TRUE(areas.is_winding_number_nonzero({0, 0}, {{-kMost, -kMost}, {kMost, -kMost}, {0, kMost}}));
+  constexpr int kLeast = std::numeric_limits<int>::min();
+  EXPECT_TRUE(areas.is_winding_number_nonzero({0, 0}, {{kLeast, kLeast}, {kMost, kLeast}, {0, kMost}}));
+  EXPECT_TRUE(areas.is_winding_number_nonzero({9, 9}, {{kLeast, kMost}, {kLeast, kLeast}, {kMost, 0}}));
 }
 
 TEST(AreaOfInterest, IdsAndSwitches) {
