@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "app/process_state.h"
+#include "app/truncate.h"
 
 namespace {
 
@@ -62,9 +63,16 @@ std::string Distance_Controller::exec(const char* command) {
 }
 
 int Distance_Controller::getFocalLength() {
-  // "UINT32 3700;" and a line feed: the type goes, the number's end is found by the conversion.
   const std::string output = exec(kFocalLengthQuery);
-  return std::stoi(output.substr(7, output.size() - 8));
+  const auto problem = [&output] { return "busctl tells no focal length of the lens but \"" + output + "\""; };
+  try {
+    // "UINT32 3700;" and a line feed: the type goes, the number's end is found by the conversion.
+    return std::stoi(output.substr(7, output.size() - 8));
+  } catch (const std::invalid_argument&) {
+    throw std::invalid_argument(problem());
+  } catch (const std::out_of_range&) {
+    throw std::out_of_range(problem());
+  }
 }
 
 Quad Distance_Controller::get_target(float w, float h) { return {0, 0, 0, h, w, h, w, 0}; }
@@ -83,11 +91,11 @@ bool Distance_Controller::calibrate(const std::string& prodShortName, Quad sourc
     return false;
   }
   homography = transform;
-  const auto whole = [](float value) { return static_cast<int>(value); };
   syslog(LOG_INFO, "Calibrating... source(%d, %d, %d, %d, %d, %d, %d, %d) target(%d, %d, %d, %d, %d, %d, %d, %d)",
-         whole(source.x0), whole(source.y0), whole(source.x1), whole(source.y1), whole(source.x2), whole(source.y2),
-         whole(source.x3), whole(source.y3), whole(target.x0), whole(target.y0), whole(target.x1), whole(target.y1),
-         whole(target.x2), whole(target.y2), whole(target.x3), whole(target.y3));
+         truncateToInt(source.x0), truncateToInt(source.y0), truncateToInt(source.x1), truncateToInt(source.y1),
+         truncateToInt(source.x2), truncateToInt(source.y2), truncateToInt(source.x3), truncateToInt(source.y3),
+         truncateToInt(target.x0), truncateToInt(target.y0), truncateToInt(target.x1), truncateToInt(target.y1),
+         truncateToInt(target.x2), truncateToInt(target.y2), truncateToInt(target.x3), truncateToInt(target.y3));
   calculate_camera_matrix(prodShortName, focalLength);
   if (!calculate_world_to_screen_transformations(source, wRectM, hRectM)) {
     syslog(LOG_ERR, "Distance_Controller::calibrate failed to calculate_world_to_screen_transformations.");

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <syslog.h>
 
 #include <cmath>
 #include <limits>
@@ -7,6 +8,7 @@
 #include "app/process_state.h"
 #include "geometry/distance_controller.h"
 #include "tests/geometry/lens.h"
+#include "tests/platform/state_folder.h"
 
 namespace {
 
@@ -70,6 +72,24 @@ TEST_F(Calibration, MapsFloorAndPictureOntoEachOther) {
   }
 }
 
+TEST_F(Calibration, TheLogShowsWhatItIsMadeOf) {
+  const StateFolder state;
+  openlog("geometry_test", 0, LOG_USER);
+  const Lens lens("UINT32 3700;\n");
+  EXPECT_TRUE(controller.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
+  controller.calibrate("none", kFloor, 1e30F, 2.0F);  // no int holds this width
+  const std::string log = state.read("system.log");
+  const std::string source = "Calibrating... source(479, 381, 385, 591, 679, 591, 665, 381) target(0, 0, 0, 2, ";
+  for (const std::string& line :
+       {std::string("info: Distance_Controller::calibrate focalLength 3700\n"), source + "1, 2, 1, 0)\n",
+        source + "536870912, 2, 536870912, 0)\n",
+        std::string("calculate_camera_matrix: sensorDimensions found for none, width=6.200000, height=3.500000\n"),
+        std::string("FocalLengthInMicrons : 3700\n"), std::string("FocalLengthInMM      : 3.700000\n"),
+        std::string("X_FocalLengthInPixels  : 584.69"), std::string("Y_FocalLengthInPixels  : 590.68")}) {
+    EXPECT_NE(log.find(line), std::string::npos) << line;
+  }
+}
+
 TEST_F(Calibration, SensorAndOrientationDecideTheFocalLengthInPixels) {
   const Lens lens("UINT32 3700;\n");
   const auto heightOfOneMetre = [this](const char* product) {
@@ -110,7 +130,11 @@ TEST_F(Calibration, FocalLengthComesFromTheLens) {
   }
   for (const char* noNumber : {"", "UINT", "UINT32 ", "UINT32 ;\n", "UINT32 many;\n", "UINT32 4294967295;\n"}) {
     const Lens lens(noNumber);
-    EXPECT_THROW(controller.getFocalLength(), std::logic_error) << noNumber;
+    try {
+      ADD_FAILURE() << noNumber << controller.getFocalLength();
+    } catch (const std::logic_error& e) {
+      EXPECT_EQ(e.what(), "busctl tells no focal length of the lens but \"" + std::string(noNumber) + "\"");
+    }
   }
 }
 
