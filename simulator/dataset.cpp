@@ -230,6 +230,7 @@ void writeDataset(const DatasetRequest& request) {
     const std::vector<std::uint8_t>& rgb = renderer.picture().rgb;
     images.write(reinterpret_cast<const char*>(rgb.data()), static_cast<std::streamsize>(rgb.size()));
     writeLabels(labels, truth, window, static_cast<float>(width) / window.width);
+    if (!images || !labels) break;
     if ((i + 1) % 500 == 0) std::cerr << request.folder.string() << ": " << i + 1 << " of " << request.count << '\n';
   }
   if (!images.flush() || !labels.flush()) throw std::runtime_error("cannot write all of " + request.folder.string());

@@ -23,7 +23,7 @@ class VideoFile {
     gst_init(nullptr, nullptr);
     GError* error = nullptr;
     pipeline_ = gst_parse_launch_full(
-        "appsrc name=in format=time block=true max-bytes=30000000 ! videoconvert ! video/x-raw,format=I420 ! "
+        "appsrc name=in format=time max-bytes=0 ! videoconvert ! video/x-raw,format=I420 ! "
         "x264enc pass=qual quantizer=21 speed-preset=slow key-int-max=40 threads=2 ! "
         "mp4mux faststart=true ! filesink name=out",
         nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
@@ -53,7 +53,8 @@ class VideoFile {
   VideoFile& operator=(const VideoFile&) = delete;
 
   void add(const Picture& picture) {
-    failOnError();
+    failOnError(0);
+    while (gst_app_src_get_current_level_bytes(GST_APP_SRC(source_)) > kMostWaiting) failOnError(5 * GST_MSECOND);
     GstBuffer* buffer = gst_buffer_new_allocate(nullptr, picture.rgb.size(), nullptr);
     gst_buffer_fill(buffer, 0, picture.rgb.data(), picture.rgb.size());
     const auto rate = static_cast<guint64>(rate_);
@@ -76,10 +77,12 @@ class VideoFile {
   }
 
  private:
-  /// A failed encoder takes no more pictures; without this, add() would wait for it for ever.
-  void failOnError() {
+  static constexpr guint64 kMostWaiting = 30'000'000;  ///< bytes of pictures that the encoder has not taken yet
+
+  /// A failed encoder takes no more pictures, so that waiting for it must end here.
+  void failOnError(GstClockTime patience) {
     GstBus* bus = gst_element_get_bus(pipeline_);
-    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    GstMessage* message = gst_bus_timed_pop_filtered(bus, patience, GST_MESSAGE_ERROR);
     gst_object_unref(bus);
     if (message == nullptr) return;
     gst_message_unref(message);
@@ -92,13 +95,17 @@ class VideoFile {
   GstElement* source_ = nullptr;
 };
 
-json truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, double time) {
+/// As a double, so that it is written with one decimal.
+double tenths(float value) { return std::round(static_cast<double>(value) * 10) / 10; }
+
+}  // namespace
+
+std::string truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, double time) {
   ordered_json people = ordered_json::array();
   for (std::size_t i = 0; i < truth.size(); ++i) {
     ordered_json keypoints = ordered_json::array();
     for (const TrueKeypoint& keypoint : truth[i]) {
-      keypoints.push_back(
-          {std::round(keypoint.x * 10) / 10, std::round(keypoint.y * 10) / 10, static_cast<int>(keypoint.visibility)});
+      keypoints.push_back({tenths(keypoint.x), tenths(keypoint.y), static_cast<int>(keypoint.visibility)});
     }
     const Person& person = scene.people[i];
     people.push_back({{"id", person.id},
@@ -107,11 +114,10 @@ json truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, doub
                       {"lying_on_floor", person.lyingOnFloor},
                       {"keypoints", keypoints}});
   }
-  return {{"t", time}, {"people", people}};
+  return json{{"t", time}, {"people", people}}.dump();
 }
 
-/// What an installer would have set: areas and floor points in pixels of the picture.
-ordered_json settings(const Scenario& scenario) {
+std::string settingsText(const Scenario& scenario) {
   const Scene& scene = scenario.scene;
   ordered_json parameters;
   const auto put = [&](const std::string& name, float value) { parameters[name] = std::to_string(std::lround(value)); };
@@ -123,28 +129,28 @@ ordered_json settings(const Scenario& scenario) {
     put("Detection1" + std::to_string(k) + "y", std::clamp(seen.y, 0.0F, static_cast<float>(scene.camera.height - 1)));
   }
   parameters["Detection1Active"] = "true";
-  // Clockwise in the picture: far left, far right, near right, near left.
-  const FloorRectangle& floor = scenario.floor;
-  const std::array<glm::vec2, 4> points = {{{0, 0}, {floor.width, 0}, {floor.width, -floor.depth}, {0, -floor.depth}}};
+  const std::array<glm::vec2, 4> points = scenario.floor.corners();
   for (std::size_t k = 0; k < points.size(); ++k) {
-    const glm::vec3 seen = scene.camera.project({floor.corner + points[k], 0});
+    const glm::vec3 seen = scene.camera.project({points[k], 0});
     put("FallCalibration" + std::to_string(k) + "x", seen.x);
     put("FallCalibration" + std::to_string(k) + "y", seen.y);
   }
-  parameters["WRectM"] = std::to_string(floor.width);
-  parameters["HRectM"] = std::to_string(floor.depth);
-  return {{"product_name", scenario.productName},
-          {"focal_length_um", scenario.optics.focalLength},
-          {"rotation", 0},
-          {"parameters", parameters}};
+  parameters["WRectM"] = std::to_string(scenario.floor.width);
+  parameters["HRectM"] = std::to_string(scenario.floor.depth);
+  const ordered_json settings = {{"product_name", scenario.productName},
+                                 {"focal_length_um", scenario.optics.focalLength},
+                                 {"rotation", 0},
+                                 {"parameters", parameters}};
+  return settings.dump(2) + "\n";
 }
-
-}  // namespace
 
 void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name) {
   std::filesystem::create_directories(folder);
   std::ofstream truth(folder / (name + ".truth.jsonl"));
-  std::ofstream(folder / (name + ".settings.json")) << settings(scenario).dump(2) << '\n';
+  std::ofstream settings(folder / (name + ".settings.json"));
+  if (!(settings << settingsText(scenario)).flush() || !truth) {
+    throw std::runtime_error("cannot write into " + folder.string());
+  }
   const Camera& camera = scenario.scene.camera;
   VideoFile video(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
   Renderer renderer;
@@ -156,7 +162,7 @@ void record(const Scenario& scenario, const std::filesystem::path& folder, const
     const Scene scene = scenario.at(static_cast<float>(time));
     const std::vector<TrueKeypoints> people = scene.draw(renderer, whole, camera.width, camera.height);
     video.add(renderer.picture());
-    if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time).dump() << '\n';
+    if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time) << '\n';
     if (frame % 100 == 0) std::cerr << name << ": " << frame << " of " << frames << " pictures\n";
   }
   video.finish();

@@ -120,6 +120,9 @@ GLuint link(const char* vertex, const char* fragment) {
   glLinkProgram(program);
   glDeleteShader(a);
   glDeleteShader(b);
+  GLint good = 0;
+  glGetProgramiv(program, GL_LINK_STATUS, &good);
+  if (good == 0) throw std::runtime_error("the renderer's shaders do not fit together");
   return program;
 }
 
@@ -159,6 +162,16 @@ struct Renderer::Implementation {
   Picture picture;
   std::vector<float> depth;
   std::vector<std::uint8_t> pixels;
+
+  Implementation() = default;
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+  ~Implementation() {
+    if (display == EGL_NO_DISPLAY) return;
+    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    if (context != EGL_NO_CONTEXT) eglDestroyContext(display, context);
+    eglTerminate(display);
+  }
 
   void openContext() {
     display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
@@ -210,26 +223,32 @@ struct Renderer::Implementation {
     glEnable(GL_DEPTH_TEST);
   }
 
-  void attach(GLuint target, GLuint color, GLuint depthBuffer, int samples) const {
+  static void attach(GLuint target, GLuint color, GLuint depthBuffer, int samples, int columns, int rows) {
     glBindFramebuffer(GL_FRAMEBUFFER, target);
     glBindRenderbuffer(GL_RENDERBUFFER, color);
-    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_RGBA8, width, height);
+    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_RGBA8, columns, rows);
     glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, color);
     glBindRenderbuffer(GL_RENDERBUFFER, depthBuffer);
-    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_DEPTH_COMPONENT24, width, height);
+    glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, GL_DEPTH_COMPONENT24, columns, rows);
     glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depthBuffer);
-    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
-      throw std::runtime_error("the renderer cannot draw pictures of " + std::to_string(width) + "x" +
-                               std::to_string(height));
-    }
+    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) refuse(columns, rows);
+  }
+
+  [[noreturn]] static void refuse(int columns, int rows) {
+    throw std::runtime_error("the renderer cannot draw pictures of " + std::to_string(columns) + "x" +
+                             std::to_string(rows) + ": too small or too large for this OpenGL");
   }
 
   void resize(int newWidth, int newHeight) {
     if (newWidth == width && newHeight == height) return;
+    GLint limit = 0;
+    glGetIntegerv(GL_MAX_RENDERBUFFER_SIZE, &limit);
+    if (newWidth < 1 || newHeight < 1 || newWidth > limit || newHeight > limit) refuse(newWidth, newHeight);
+    width = height = 0;  // until all of it has gone well
+    attach(drawTarget, drawColor, drawDepth, kSamples, newWidth, newHeight);
+    attach(readTarget, readColor, readDepth, 0, newWidth, newHeight);
     width = newWidth;
     height = newHeight;
-    attach(drawTarget, drawColor, drawDepth, kSamples);
-    attach(readTarget, readColor, readDepth, 0);
     const auto count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     pixels.resize(count * 4);
     depth.resize(count);
@@ -255,11 +274,7 @@ Renderer::Renderer() : implementation_(std::make_unique<Implementation>()) {
   implementation_->createObjects();
 }
 
-Renderer::~Renderer() {
-  eglMakeCurrent(implementation_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-  eglDestroyContext(implementation_->display, implementation_->context);
-  eglTerminate(implementation_->display);
-}
+Renderer::~Renderer() = default;
 
 void Renderer::draw(const Camera& camera, const Window& window, const Light& light, const Room& room,
                     const Mesh& moving, int width, int height) {

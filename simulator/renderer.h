@@ -20,6 +20,7 @@ struct Window {
   float x = 0, y = 0, width = 1280, height = 720;
 };
 
+/// One at a time in a process, used by the thread that made it.
 class Renderer {
  public:
   /// Throws std::runtime_error when no OpenGL can be had.
@@ -29,6 +30,7 @@ class Renderer {
   Renderer& operator=(const Renderer&) = delete;
 
   /// Draws `window` of the camera's picture into width x height pixels. `moving` is what is not part of the room.
+  /// Throws std::runtime_error when the picture is larger than can be drawn.
   void draw(const Camera& camera, const Window& window, const Light& light, const Room& room, const Mesh& moving,
             int width, int height);
   /// The picture drawn last.

@@ -2,6 +2,7 @@
 // simulator/README.md.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,6 +13,9 @@ namespace simulator {
 
 /// What somebody does from one key of the script to the next.
 enum class Posture : std::uint8_t { kInBed, kSitUp, kSitEdge, kStand, kLieFloor, kKneel, kBend };
+
+/// Whether that is done on the bed, so that the script gives no place for it.
+bool isOnBed(Posture posture);
 
 struct Key {
   float time = 0;  ///< seconds
@@ -24,7 +28,9 @@ struct Key {
 struct Actor {
   int id = 0;
   BodyShape shape;
-  std::vector<Key> keys;  ///< in order of time; the person is in the room from the first to the last
+  /// In order of time, at least one. The person comes with the first; who stands at the last leaves with it, everybody
+  /// else stays until the end.
+  std::vector<Key> keys;
 };
 
 /// The floor rectangle that an installer would have measured: `corner` is its far left corner.
@@ -32,6 +38,9 @@ struct FloorRectangle {
   glm::vec2 corner{1, 3};
   float width = 2;
   float depth = 1.5F;
+
+  /// Clockwise from the far left one, as a camera on the near wall sees it.
+  std::array<glm::vec2, 4> corners() const;
 };
 
 struct Scenario {
@@ -47,8 +56,15 @@ struct Scenario {
   Scene at(float time) const;
 };
 
-/// Reads a script. Throws std::runtime_error with one line that names file, key and what is allowed.
+/// Reads a script. Throws std::runtime_error with one line that names file, key ("people[0].keys[3].at") and what is
+/// allowed.
 Scenario readScenario(const std::filesystem::path& file);
+
+/// One line of the truth file: who is where at `time` seconds. `truth` belongs to the scene's people one by one.
+std::string truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, double time);
+
+/// The settings file: what an installer would have set, areas and floor points in pixels of the picture.
+std::string settingsText(const Scenario& scenario);
 
 /// Writes NAME.mp4, NAME.truth.jsonl (one line per analysed picture, every half second) and NAME.settings.json (what an
 /// installer would have set) into the folder. Throws std::runtime_error.

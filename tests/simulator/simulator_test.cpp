@@ -1,0 +1,382 @@
+// Bodies, rooms and the pictures drawn of them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <glm/gtc/constants.hpp>
+#include <set>
+#include <utility>
+
+#include "simulator/dataset.h"
+#include "simulator/scene.h"
+
+namespace simulator {
+namespace {
+
+constexpr std::size_t kNose = 0;
+constexpr std::size_t kLeftEar = 3;
+constexpr std::size_t kRightEar = 4;
+constexpr std::size_t kLeftShoulder = 5;
+constexpr std::size_t kRightShoulder = 6;
+constexpr std::size_t kLeftHip = 11;
+constexpr std::size_t kRightHip = 12;
+constexpr std::size_t kLeftKnee = 13;
+constexpr std::size_t kLeftAnkle = 15;
+
+/// Keypoints that one rigid piece of the body holds together: limbs, shoulders, hips, face.
+constexpr std::array<std::pair<std::size_t, std::size_t>, 15> kBones = {{{5, 7},
+                                                                         {7, 9},
+                                                                         {6, 8},
+                                                                         {8, 10},
+                                                                         {5, 6},
+                                                                         {11, 12},
+                                                                         {11, 13},
+                                                                         {13, 15},
+                                                                         {12, 14},
+                                                                         {14, 16},
+                                                                         {0, 1},
+                                                                         {0, 2},
+                                                                         {1, 3},
+                                                                         {2, 4},
+                                                                         {3, 4}}};
+
+std::vector<Pose> allPostures() {
+  return {standingPose({1, 2}, 0.3F),      walkingPose({1, 2}, 2, 1),
+          sittingPose({1, 2}, -1),         kneelingPose({1, 2}, 3),
+          bendingPose({1, 2}, 1),          lyingPose({1, 2}, 0.5F, 0),
+          lyingPose({1, 2}, -2.5F, -1.4F), blend(standingPose({1, 2}, 0), lyingPose({1, 2}, 2, 1), 0.4F)};
+}
+
+/// Lowest and highest drawn point.
+std::pair<float, float> extent(const Figure& figure) {
+  Mesh mesh;
+  addFigure(figure, mesh);
+  const auto [low, high] = std::minmax_element(
+      mesh.begin(), mesh.end(), [](const Vertex& a, const Vertex& b) { return a.position.z < b.position.z; });
+  return {low->position.z, high->position.z};
+}
+
+glm::vec3 middle(const Figure& figure, std::size_t a, std::size_t b) {
+  return (figure.keypoints[a] + figure.keypoints[b]) / 2.0F;
+}
+
+TEST(Body, BonesKeepTheirLengthsHoweverThePoseIsDisturbed) {
+  Random random(5);
+  for (unsigned number = 0; number < kAllBodies; ++number) {
+    const BodyShape shape = makeBody(number);
+    const Figure upright = makeFigure(shape, standingPose({0, 0}, 0));
+    for (Pose pose : allPostures()) {
+      disturb(pose, random, 0.3F);
+      const Figure figure = makeFigure(shape, pose);
+      for (const auto& [a, b] : kBones) {
+        const float length = glm::distance(upright.keypoints[a], upright.keypoints[b]);
+        EXPECT_GT(length, 0.01F);
+        EXPECT_NEAR(glm::distance(figure.keypoints[a], figure.keypoints[b]), length, 1e-4F) << a << " to " << b;
+      }
+    }
+  }
+}
+
+TEST(Body, BodiesDifferAndStandAsTallAsTheySay) {
+  std::set<float> heights;
+  for (unsigned number = 0; number < kAllBodies; ++number) {
+    const BodyShape shape = makeBody(number);
+    EXPECT_TRUE(heights.insert(shape.height).second) << "body " << number << " is there twice";
+    const auto [low, high] = extent(makeFigure(shape, standingPose({0, 0}, 0)));
+    EXPECT_NEAR(high - low, shape.height, 0.06F * shape.height);
+    for (const glm::vec3& color : {shape.skin, shape.hair, shape.top, shape.trousers, shape.shoes}) {
+      EXPECT_TRUE(glm::all(glm::greaterThanEqual(color, glm::vec3(0))) &&
+                  glm::all(glm::lessThanEqual(color, glm::vec3(1))));
+    }
+  }
+}
+
+TEST(Body, SettlingPutsTheLowestPointOnTheSurface) {
+  Random random(6);
+  const BodyShape shape = makeBody(3);
+  for (const float surface : {0.0F, 0.55F}) {
+    for (Pose pose : allPostures()) {
+      disturb(pose, random, 0.2F);
+      pose.root.z = uniform(random, -1, 2);
+      settle(shape, pose, surface);
+      EXPECT_NEAR(extent(makeFigure(shape, pose)).first, surface, 0.02F);
+    }
+  }
+}
+
+TEST(Body, NosePointsForwardWithTheLeftSideOnTheLeft) {
+  for (const Pose& pose : allPostures()) {
+    const Figure figure = makeFigure(makeBody(1), pose);
+    const glm::vec3 up = middle(figure, kLeftShoulder, kRightShoulder) - middle(figure, kLeftHip, kRightHip);
+    const glm::vec3 right = figure.keypoints[kRightShoulder] - figure.keypoints[kLeftShoulder];
+    const glm::vec3 face = figure.keypoints[kNose] - middle(figure, kLeftEar, kRightEar);
+    EXPECT_GT(glm::dot(glm::cross(up, right), face), 0);
+    EXPECT_GT(glm::dot(right, figure.keypoints[kRightHip] - figure.keypoints[kLeftHip]), 0);
+  }
+}
+
+TEST(Body, LiesWithTheHeadTowardsTheHeadingAndTheFaceAsRolled) {
+  for (const float heading : {0.0F, 1.0F, -2.0F}) {
+    for (const auto& [roll, up] : {std::pair{0.0F, 1.0F}, {glm::pi<float>(), -1.0F}, {glm::half_pi<float>(), 0.0F}}) {
+      const Figure figure = makeFigure(makeBody(2), lyingPose({1, 1}, heading, roll));
+      const glm::vec3 shoulders = middle(figure, kLeftShoulder, kRightShoulder);
+      const glm::vec3 along = shoulders - middle(figure, kLeftHip, kRightHip);
+      EXPECT_GT(glm::dot(along, glm::vec3(std::cos(heading), std::sin(heading), 0)), 0.35F);
+      const float above = figure.keypoints[kNose].z - shoulders.z;
+      EXPECT_NEAR(above, up * 0.11F, 0.05F);
+      const float tilt = std::abs(figure.keypoints[kLeftShoulder].z - figure.keypoints[kRightShoulder].z);
+      EXPECT_EQ(tilt > 0.25F, up == 0) << "only somebody on the side has one shoulder above the other";
+    }
+  }
+}
+
+TEST(Body, MirroredAnglesGiveTheMirroredFigure) {
+  Pose pose;
+  pose.spineSide = 0.3F;
+  pose.spineTwist = 0.4F;
+  pose.neckTurn = -0.5F;
+  pose.arms = {Limb{0.7F, 0.5F, 0.3F, 1.1F}, Limb{-0.2F, 0.2F, -0.4F, 0.4F}};
+  pose.legs = {Limb{0.6F, 0.3F, 0.2F, 0.9F}, Limb{-0.1F, 0.1F, -0.2F, 0.3F}};
+  Pose mirrored = pose;
+  for (float* angle : {&mirrored.spineSide, &mirrored.spineTwist, &mirrored.neckTurn}) *angle = -*angle;
+  std::swap(mirrored.arms[0], mirrored.arms[1]);
+  std::swap(mirrored.legs[0], mirrored.legs[1]);
+  const Figure figure = makeFigure(makeBody(4), pose);
+  const Figure image = makeFigure(makeBody(4), mirrored);
+  for (std::size_t k = 0; k < kKeypoints; ++k) {
+    const std::size_t other = k == kNose ? kNose : k % 2 == 1 ? k + 1 : k - 1;
+    EXPECT_LT(glm::distance(figure.keypoints[k], image.keypoints[other] * glm::vec3(-1, 1, 1)), 1e-5F) << k;
+  }
+}
+
+TEST(Body, WalksWithOneFootOnTheFloorAndTheBentKneeSwingingForward) {
+  constexpr int kPhases = 40;
+  const BodyShape shape = makeBody(0);
+  std::vector<Figure> steps;
+  for (int i = 0; i <= kPhases; ++i) {
+    const float phase = glm::two_pi<float>() * static_cast<float>(i) / kPhases;
+    Pose pose = walkingPose({0, 0}, glm::half_pi<float>(), phase);
+    settle(shape, pose, 0);
+    steps.push_back(makeFigure(shape, pose));
+  }
+  for (std::size_t side = 0; side < 2; ++side) {
+    int standing = 0;
+    float front = 0;
+    float back = 0;
+    for (std::size_t i = 0; i + 1 < steps.size(); ++i) {
+      const auto& now = steps[i].keypoints;
+      const glm::vec3 ankle = now[kLeftAnkle + side];
+      EXPECT_LT(ankle.z, 0.4F);
+      if (ankle.z <= now[kLeftAnkle + 1 - side].z) ++standing;
+      front = std::max(front, ankle.y);
+      back = std::min(back, ankle.y);
+      const glm::vec3 thigh = glm::normalize(now[kLeftKnee + side] - now[kLeftHip + side]);
+      const glm::vec3 shin = glm::normalize(ankle - now[kLeftKnee + side]);
+      const bool bent = glm::dot(thigh, shin) < std::cos(0.35F);
+      if (bent) {
+        EXPECT_GT(steps[i + 1].keypoints[kLeftKnee + side].y, now[kLeftKnee + side].y) << "at step " << i;
+      }
+    }
+    EXPECT_NEAR(standing, kPhases / 2, 4);
+    EXPECT_GT(front, 0.15F);
+    EXPECT_LT(back, -0.15F);
+  }
+}
+
+TEST(Camera, ProjectsAsAPinholeLooksAtTheWorld) {
+  Camera camera;
+  camera.position = {2, 0.1F, 2.5F};
+  camera.heading = 1.8F;
+  camera.pitch = 0.5F;
+  setOptics(camera, {6.34F, 3.53F, 3700});
+  const glm::vec3 ahead(std::cos(1.8F) * std::cos(0.5F), std::sin(1.8F) * std::cos(0.5F), -std::sin(0.5F));
+  const glm::vec3 right(std::sin(1.8F), -std::cos(1.8F), 0);
+  const auto expectNear = [](const glm::vec3& seen, const glm::vec3& expected) {
+    EXPECT_LT(glm::distance(seen, expected), 0.05F) << seen.x << ' ' << seen.y << ' ' << seen.z;
+  };
+  expectNear(camera.project(camera.position + ahead * 3.0F), {640, 360, 3});
+  // Half the sensor's sides at the focal length lie on the picture's borders.
+  expectNear(camera.project(camera.position + ahead * 3.7F + right * 3.17F), {1280, 360, 3.7F});
+  expectNear(camera.project(camera.position + ahead * 3.7F - glm::cross(right, ahead) * 1.765F), {640, 720, 3.7F});
+  expectNear(camera.project(camera.position + (ahead * 3.7F + right * 3.17F) * 0.5F), {1280, 360, 1.85F});
+  EXPECT_LT(camera.project(camera.position - ahead).z, 0) << "behind";
+
+  camera.roll = 0.2F;
+  expectNear(camera.project(camera.position + ahead * 3.0F), {640, 360, 3});
+  const glm::vec3 turned = camera.project(camera.position + ahead * 3.7F + right * 1.0F);
+  EXPECT_NEAR(std::atan2(turned.y - 360, turned.x - 640), -0.2F, 0.01F) << "rolled clockwise, the picture turns back";
+}
+
+TEST(Room, EveryFixedRoomIsShallowAndKeepsFurnitureOffTheBed) {
+  for (unsigned number = 0; number < kAllRooms; ++number) {
+    const Room room = makeRoom(number);
+    SCOPED_TRACE(number);
+    EXPECT_LE(room.depth, 4.5F);
+    const Bed& bed = room.bed;
+    for (const auto& [along, across] : {std::pair{0.0F, 0.0F}, {0.0F, 1.0F}, {1.0F, 0.0F}, {1.0F, 1.0F}}) {
+      const glm::vec3 corner = bed.at(along, across);
+      EXPECT_TRUE(corner.x > 0 && corner.y > 0 && corner.x < room.width && corner.y < room.depth);
+    }
+    const glm::vec2 length = glm::vec2(bed.at(1, 0.5F) - bed.at(0, 0.5F)) / bed.length;
+    const glm::vec2 width = glm::vec2(bed.at(0.5F, 1) - bed.at(0.5F, 0)) / bed.width;
+    const auto beside = [&](glm::vec2 place) {  // metres from the bed's nearest side, negative on it
+      const glm::vec2 local = place - bed.centre;
+      return std::max(std::abs(glm::dot(local, length)) - bed.length / 2,
+                      std::abs(glm::dot(local, width)) - bed.width / 2);
+    };
+    for (const glm::vec3& piece : room.obstacles) {
+      EXPECT_GE(beside(glm::vec2(piece)), piece.z);
+      EXPECT_FALSE(room.isFree(glm::vec2(piece), 0.1F));
+    }
+    for (const Vertex& vertex : room.mesh) {
+      EXPECT_TRUE(vertex.position.z < bed.mattress + 0.01F || vertex.position.z >= room.height ||
+                  beside(glm::vec2(vertex.position)) > -0.05F);
+    }
+    EXPECT_FALSE(room.isFree(bed.centre, 0));
+    EXPECT_FALSE(room.isFree({0.1F, room.depth / 2}, 0.2F)) << "in the wall";
+    EXPECT_TRUE(room.isFree(room.door, 0.3F)) << "people come in through the door";
+    EXPECT_TRUE(room.mesh.size() % 3 == 0 && room.wallVertices % 3 == 0 && room.wallVertices < room.mesh.size());
+  }
+}
+
+TEST(Room, ViewpointsSetAsideAreNeverTrainedOnAndAllSeeTheBed) {
+  Random random(1);
+  std::array<std::set<int>, 2> slots;  // of 20 cm along the wall: trained on, set aside
+  for (unsigned i = 0; i < 280; ++i) {
+    const Room room = makeRoom(i % kAllRooms);
+    const bool heldOut = i % 8 < 4;
+    const Camera camera = makeCamera(room, random, heldOut);
+    slots[heldOut ? 1 : 0].insert(static_cast<int>(camera.position.x / 0.2F));
+    EXPECT_TRUE(camera.position.x > 0 && camera.position.x < room.width && camera.position.z >= 2 &&
+                camera.position.z <= std::min(3.5F, room.height));
+    const glm::vec3 seen = camera.project(room.bed.at(0.5F, 0.5F));
+    EXPECT_TRUE(seen.z > 0 && seen.x > 0 && seen.x < 1280 && seen.y > 0 && seen.y < 720) << "room " << i % kAllRooms;
+  }
+  EXPECT_GE(slots[1].size(), 3U);
+  EXPECT_GE(slots[0].size(), 12U);
+  for (const int slot : slots[1]) EXPECT_FALSE(slots[0].contains(slot));
+}
+
+TEST(Dataset, RandomScenesKeepToTheirSideOfWhatIsSetAside) {
+  std::set<float> heldOutRooms;
+  std::set<float> heldOutBodies;
+  for (unsigned n = kHeldOutRooms; n < kAllRooms; ++n) heldOutRooms.insert(makeRoom(n).width);
+  for (unsigned n = kHeldOutBodies; n < kAllBodies; ++n) heldOutBodies.insert(makeBody(n).height);
+  Random random(2);
+  std::size_t inBed = 0;
+  for (int i = 0; i < 200; ++i) {
+    const bool heldOut = i % 2 == 0;
+    const Scene scene = randomScene(random, heldOut);
+    EXPECT_EQ(heldOutRooms.contains(scene.room.width), heldOut);
+    for (const Person& person : scene.people) {
+      EXPECT_EQ(heldOutBodies.contains(person.shape.height), heldOut);
+      if (person.inBed) {
+        ++inBed;
+      } else {
+        EXPECT_NEAR(extent(makeFigure(person.shape, person.pose)).first, 0, 0.03F);
+      }
+    }
+  }
+  EXPECT_GT(inBed, 60U);
+}
+
+class Drawing : public testing::Test {
+ protected:
+  Drawing() {
+    scene_.room = makeRoom(0);
+    scene_.camera.position = {scene_.room.width / 2, 0.15F, 2.4F};
+    scene_.camera.heading = glm::half_pi<float>();
+    scene_.camera.pitch = 0.65F;
+    setOptics(scene_.camera, {});
+  }
+
+  void stand(glm::vec2 place) {
+    Person person;
+    person.pose = standingPose(place, -glm::half_pi<float>());
+    settle(person.shape, person.pose, 0);
+    scene_.people.push_back(person);
+  }
+
+  std::vector<TrueKeypoints> draw() { return scene_.draw(renderer_, {}, 640, 360); }
+
+  /// One for all tests and never destroyed: what Mesa keeps is no leak while its driver stays loaded.
+  static Renderer& renderer() {
+    static auto& once = *new Renderer;
+    return once;
+  }
+
+  Renderer& renderer_ = renderer();
+  Scene scene_;
+};
+
+TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
+  const glm::vec3 place(scene_.room.width / 2 + 0.5F, 2, 1);
+  Mesh ball;
+  addFigure({{}, {}, {{place, place, 0.05F, 0.05F, {0, 1, 0}, 1, {1, 0, 1}, Surface::kLight}}}, ball);
+  const glm::vec3 seen = scene_.camera.project(place);
+  for (const Window& window : {Window{}, Window{500, 100, 640, 360}, Window{-100, -50, 1280, 720}}) {
+    renderer_.draw(scene_.camera, window, scene_.light, scene_.room, ball, 640, 360);
+    const Picture& picture = renderer_.picture();
+    ASSERT_EQ(picture.rgb.size(), 640U * 360 * 3);
+    glm::vec2 sum(0);
+    float count = 0;
+    for (std::size_t i = 0; i < picture.rgb.size(); i += 3) {
+      if (picture.rgb[i] < 200 || picture.rgb[i + 1] > 60 || picture.rgb[i + 2] < 200) continue;
+      sum += glm::vec2(static_cast<float>(i / 3 % 640) + 0.5F, static_cast<float>(i / 3 / 640) + 0.5F);
+      ++count;
+    }
+    const float scale = 640 / window.width;
+    const glm::vec2 expected = (glm::vec2(seen) - glm::vec2(window.x, window.y)) * scale;
+    ASSERT_GT(count, 50);
+    EXPECT_LT(glm::distance(sum / count, expected), 1.5F);
+    EXPECT_NEAR(renderer_.depthAt(expected.x, expected.y), seen.z - 0.05F, 0.02F);
+    EXPECT_GT(renderer_.depthAt(-1, 10), 10) << "beyond the border";
+    EXPECT_GT(renderer_.depthAt(10, 360), 10) << "beyond the border";
+  }
+}
+
+TEST_F(Drawing, TheBlanketHidesWhatItCovers) {
+  const Bed& bed = scene_.room.bed;
+  Person patient;
+  patient.inBed = true;
+  patient.pose = lyingPose(glm::vec2(bed.at(0.48F, 0.5F)), bed.heading, 0);
+  settle(patient.shape, patient.pose, bed.mattress - 0.02F);
+  scene_.people = {patient};
+  for (const auto& [cover, knees] : {std::pair{0.7F, Visibility::kHidden}, {0.0F, Visibility::kVisible}}) {
+    scene_.cover = cover;
+    const TrueKeypoints truth = draw().at(0);
+    EXPECT_EQ(truth[kNose].visibility, Visibility::kVisible) << cover;
+    EXPECT_EQ(truth[kLeftKnee].visibility, knees) << cover;
+    EXPECT_EQ(truth[kLeftKnee + 1].visibility, knees) << cover;
+  }
+}
+
+TEST_F(Drawing, PeopleHideWhoIsBehindThemAndNobodyIsSeenOutsideThePicture) {
+  const float x = scene_.camera.position.x;
+  stand({x, 3});
+  std::vector<TrueKeypoints> truth = draw();
+  for (const TrueKeypoint& keypoint : truth.at(0)) EXPECT_NE(keypoint.visibility, Visibility::kOutside);
+  EXPECT_EQ(truth[0][kLeftHip].visibility, Visibility::kVisible);
+  EXPECT_EQ(truth[0][kNose].visibility, Visibility::kVisible);
+  stand({x, 2.4F});
+  stand({x, -1});
+  truth = draw();
+  EXPECT_EQ(truth[0][kLeftHip].visibility, Visibility::kHidden);
+  EXPECT_EQ(truth[0][kRightHip].visibility, Visibility::kHidden);
+  EXPECT_EQ(truth[1][kLeftHip].visibility, Visibility::kVisible);
+  for (const TrueKeypoint& keypoint : truth[2]) EXPECT_EQ(keypoint.visibility, Visibility::kOutside) << "behind us";
+}
+
+TEST_F(Drawing, RefusesImpossibleSizesAndGoesOn) {
+  for (const int side : {0, -4, 1 << 20}) {
+    EXPECT_THROW(renderer_.draw(scene_.camera, {}, scene_.light, scene_.room, {}, side, 100), std::runtime_error);
+    EXPECT_THROW(renderer_.draw(scene_.camera, {}, scene_.light, scene_.room, {}, 100, side), std::runtime_error);
+  }
+  renderer_.draw(scene_.camera, {}, scene_.light, scene_.room, {}, 64, 36);
+  EXPECT_EQ(renderer_.picture().width, 64);
+  EXPECT_LT(renderer_.depthAt(32, 18), 6);
+}
+
+}  // namespace
+}  // namespace simulator
