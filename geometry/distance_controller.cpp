@@ -64,7 +64,9 @@ std::string Distance_Controller::exec(const char* command) {
 
 int Distance_Controller::getFocalLength() {
   const std::string output = exec(kFocalLengthQuery);
-  const auto problem = [&output] { return "busctl tells no focal length of the lens but \"" + output + "\""; };
+  const auto problem = [&output] {
+    return "busctl answers \"" + output + "\" instead of the focal length of the lens";
+  };
   try {
     // "UINT32 3700;" and a line feed: the type goes, the number's end is found by the conversion.
     return std::stoi(output.substr(7, output.size() - 8));

@@ -133,7 +133,7 @@ TEST_F(Calibration, FocalLengthComesFromTheLens) {
     try {
       ADD_FAILURE() << noNumber << controller.getFocalLength();
     } catch (const std::logic_error& e) {
-      EXPECT_EQ(e.what(), "busctl tells no focal length of the lens but \"" + std::string(noNumber) + "\"");
+      EXPECT_EQ(e.what(), "busctl answers \"" + std::string(noNumber) + "\" instead of the focal length of the lens");
     }
   }
 }
