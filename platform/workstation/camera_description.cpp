@@ -166,7 +166,7 @@ class Reader {
     if (!value.is_object()) return refuse("parameters", value, kParametersRule);
     for (const auto& [name, text] : value.items()) {
       if (name.empty() || !text.is_string()) {
-        refuse("parameters." + name, text, kParametersRule);
+        refuse("parameters." + shown(name), text, kParametersRule);
       } else {
         m_description.parameters[name] = text.get<std::string>();
       }

@@ -55,8 +55,8 @@ TEST(CameraDescription, MistakesNameFileKeyAndWhatIsAllowed) {
       {R"("stream_sizes": ["0x360"])", "stream_sizes: cannot be \"0x360\"" + sizes},
       {R"("stream_sizes": ["4098x360"])", "stream_sizes: cannot be \"4098x360\"" + sizes},
       {R"("stream_sizes": [640])", "stream_sizes: cannot be 640" + sizes},
-      {R"("parameters": {"Sensitivity": 0.4})",
-       "parameters.Sensitivity: cannot be 0.4; allowed is an object of parameter names with texts as values"},
+      {R"("parameters": {"a\nb": 0.4})",
+       R"(parameters."a\nb": cannot be 0.4; allowed is an object of parameter names with texts as values)"},
   };
   for (const auto& [entry, mistake] : cases) {
     EXPECT_EQ(mistakesIn(R"({"source": "a.mp4", )" + std::string(entry) + "}"), "room.json: " + mistake);
