@@ -110,6 +110,40 @@ TEST_F(Room, FeetOnTheFloorTellStandingFromLying) {
   }
 }
 
+TEST_F(Room, ExpectedPlacesStandUprightAboveTheFeet) {
+  const Point feet = seen({0.9, 3, 0}), below = seen({0.9, 3, -1}), neck = seen({0.9, 3, 1.4});
+  const double toNeck = std::hypot(neck.x - feet.x, neck.y - feet.y);
+  const Point tall{static_cast<int>(feet.x + (neck.x - feet.x) / toNeck * 200),
+                   static_cast<int>(feet.y + (neck.y - feet.y) / toNeck * 200)};
+  const float upright = -1.5F, across = 3.0F;
+  for (const auto& [feetOnFloor, hasHeight, angle, topOfBox, inferior, superior] :
+       {std::tuple{true, true, across, 9, feet, tall},
+        {true, false, across, 9, feet, neck},
+        {false, false, across, 9, below, neck},
+        {true, false, upright, 9, feet, Point(neck.x, 9 + 30)},
+        {true, false, upright, neck.y - 20, feet, neck}}) {
+    g_FloorParams.b_FeetOnFloor = feetOnFloor;
+    Skeleton person;
+    person.hasInferior = person.hasAngle = true;
+    person.angle = angle;
+    person.boundingBox = {{500, topOfBox}, {560, topOfBox + 100}};
+    Findings findings(1, Finding(0, {0, 0}, person, Footings::floor));
+    Finding& finding = findings.back();
+    finding.averageInferior = feet;
+    finding.averageSuperior = {700, 300};
+    finding.averageSkeletonHeight = 200.0F;
+    finding.hasValidAverageSkeletonHeight = hasHeight;
+    FindingsHistory(12).setExpectedLocations(findings);
+    for (const auto& [found, expected] :
+         {std::pair{finding.expectedInferior, inferior}, {finding.expectedSuperior, superior}}) {
+      EXPECT_NEAR(found.x, expected.x, 3) << topOfBox;
+      EXPECT_NEAR(found.y, expected.y, 3) << topOfBox;
+    }
+    EXPECT_EQ(finding.averageSuperior.x - 700, finding.expectedInferior.x - feet.x);
+    EXPECT_EQ(finding.averageSuperior.y - 300, finding.expectedInferior.y - feet.y);
+  }
+}
+
 TEST_F(Room, SwitchedOffDetectionsStopTheirEventsAndStartNone) {
   drawBed(1, inBed1());
   const Skeletons people{lying(0.3, 3)};
