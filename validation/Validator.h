@@ -61,7 +61,7 @@ class Validator {
   static void logTensorInfo(const larodTensor* tensor, const std::string& tag);
 
  private:
-  static constexpr int kLargestSide = 300;  ///< pixels of the detector's input; its scratch picture is on the stack
+  static constexpr int kLargestSide = 640;  ///< pixels of the detector's input; its scratch picture is on the stack
 
   bool openModelFile();
   void openFullResolutionStream();
@@ -92,8 +92,8 @@ class Validator {
   std::unique_ptr<MemoryMappedFile> m_cropFile;
   const int m_NumberofResults = 20;
   const int m_Person = 0;  ///< class id
-  int m_ClassificationModelWidth = kLargestSide;
-  int m_ClassificationModelHeight = kLargestSide;
+  int m_ClassificationModelWidth = 300;
+  int m_ClassificationModelHeight = 300;
   unsigned int m_HQStreamWidth = 0;
   unsigned int m_HQStreamHeight = 0;
   larodConnection* m_larodConn = nullptr;

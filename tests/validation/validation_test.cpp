@@ -167,12 +167,13 @@ TEST_F(Validation, InitNamesWhatFails) {
         Case{"larodCreateJobRequest", 0, LOG_ERR, "Failed to create job request: out of order"},
         Case{"chip", 0, LOG_ERR, "Chip type is invalid"},
         Case{"file", 0, LOG_ERR, "Unable to open mobilenet model file "},
-        Case{"size", 0, LOG_ERR, "Parameters mobilenetModelWidth and mobilenetModelHeight are 301 and 60"},
+        Case{"size", 0, LOG_ERR,
+             "Parameters mobilenetModelWidth and mobilenetModelHeight are 641 and 60: set both to 1 to 640"},
         Case{"outputs", 0, LOG_INFO, "Classification Model has 3 outputs, need 4 output tensor."}}) {
     const std::string failure = c.failure;
     g_InitialParams.l_LarodChipType = failure == "chip" ? LAROD_CHIP_INVALID : LAROD_CHIP_CPU;
     g_InitialParams.s_mobilenetModelFileName = failure == "file" ? "other.onnx" : "detector.onnx";
-    g_InitialParams.i_mobilenetModelWidth = failure == "size" ? 301 : kSide;
+    g_InitialParams.i_mobilenetModelWidth = failure == "size" ? 641 : kSide;
     fakeLarod().outputs.assign(failure == "outputs" ? 3 : 4, {1, 20});
     fakeLarod().failingCall = failure;
     fakeLarod().callsBeforeFailure = c.callsBefore;
@@ -185,6 +186,7 @@ TEST_F(Validation, InitNamesWhatFails) {
 
 TEST_F(Validation, ATurnedCameraGivesAPortraitPicture) {
   g_ParameterController.init_controller("velmor_care");  // reads 270 degrees
+  g_InitialParams.i_mobilenetModelWidth = 640;           // the widest that is taken
   ASSERT_TRUE(init());
   EXPECT_EQ(fakeCamera().settings["rotation"], 270U);
   int x = 0, y = 0, w = 0, h = 0;
