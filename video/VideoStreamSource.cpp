@@ -64,10 +64,8 @@ void copyTransposed(const uint8_t* source, uint8_t* dest, int rows, int columns,
   forEachTileRow(columns, rows, [=](int row, int begin, int end) {
     const uint8_t* in = source + (first + row * rowStep + begin * columnStep) * kBytesPerPixel;
     uint8_t* out = dest + (std::ptrdiff_t{row} * rows + begin) * kBytesPerPixel;
-    for (int i = begin; i < end; ++i) {
-      std::memcpy(out, in, kBytesPerPixel);
-      in += columnStep * kBytesPerPixel;
-      out += kBytesPerPixel;
+    for (std::ptrdiff_t i = 0; i < end - begin; ++i) {
+      std::memcpy(out + i * kBytesPerPixel, in + i * columnStep * kBytesPerPixel, kBytesPerPixel);
     }
   });
 }
