@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 FakeLarod& fakeLarod() {
   static FakeLarod service;
@@ -15,29 +16,23 @@ struct larodTensor {
   int fd;
 };
 
-namespace {
-
-struct Tensors {
-  std::vector<larodTensor> tensors;
-  std::vector<larodTensor*> array;
-
-  larodTensor** make(const std::vector<std::vector<std::size_t>>& shapes, std::size_t* count) {
-    tensors.assign(shapes.size(), {});
-    array.assign(shapes.size(), nullptr);
-    for (std::size_t i = 0; i < shapes.size(); ++i) {
-      tensors[i].dims.len = shapes[i].size();
-      std::copy(shapes[i].begin(), shapes[i].end(), tensors[i].dims.dims);
-      array[i] = &tensors[i];
-    }
-    array.push_back(nullptr);
-    *count = shapes.size();
-    ++fakeLarod().liveHandles;
-    return array.data();
-  }
+struct larodJobRequest {
+  larodTensor** inputs;
+  larodTensor** outputs;
 };
 
-Tensors inputs;
-Tensors outputs;
+namespace {
+
+larodTensor** makeTensors(const std::vector<std::vector<std::size_t>>& shapes, std::size_t* count) {
+  auto** const array = new larodTensor*[shapes.size()];
+  for (std::size_t i = 0; i < shapes.size(); ++i) {
+    array[i] = new larodTensor{{{}, shapes[i].size()}, -1};
+    std::copy(shapes[i].begin(), shapes[i].end(), array[i]->dims.dims);
+  }
+  *count = shapes.size();
+  ++fakeLarod().liveHandles;
+  return array;
+}
 
 bool fails(const char* call, larodError** error) {
   if (fakeLarod().failingCall != call || fakeLarod().callsBeforeFailure-- > 0) return false;
@@ -73,19 +68,23 @@ bool larodDisconnect(larodConnection** connection, larodError**) {
   release(connection);
   return true;
 }
-larodModel* larodLoadModel(larodConnection*, int, larodChip, larodAccess, const char*, const larodMap*,
+larodModel* larodLoadModel(larodConnection*, int, larodChip, larodAccess, const char* name, const larodMap*,
                            larodError** error) {
+  if (fakeLarod().onLoad) fakeLarod().onLoad(name);
   return fails("larodLoadModel", error) ? nullptr : acquire<larodModel>();
 }
 bool larodDeleteModel(larodConnection*, larodModel*, larodError**) { return true; }
 void larodDestroyModel(larodModel** model) { release(model); }
 larodTensor** larodCreateModelInputs(const larodModel*, size_t* count, larodError** error) {
-  return fails("larodCreateModelInputs", error) ? nullptr : inputs.make(fakeLarod().inputs, count);
+  return fails("larodCreateModelInputs", error) ? nullptr : makeTensors(fakeLarod().inputs, count);
 }
 larodTensor** larodCreateModelOutputs(const larodModel*, size_t* count, larodError** error) {
-  return fails("larodCreateModelOutputs", error) ? nullptr : outputs.make(fakeLarod().outputs, count);
+  return fails("larodCreateModelOutputs", error) ? nullptr : makeTensors(fakeLarod().outputs, count);
 }
-bool larodDestroyTensors(larodConnection*, larodTensor*** tensors, size_t, larodError**) {
+bool larodDestroyTensors(larodConnection*, larodTensor*** tensors, size_t count, larodError**) {
+  larodTensor** const array = *tensors;
+  std::for_each_n(array, count, [](larodTensor* tensor) { delete tensor; });
+  delete[] array;
   release(tensors);
   return true;
 }
@@ -101,20 +100,30 @@ int larodGetTensorFd(const larodTensor* tensor, larodError**) { return tensor->f
 int64_t larodGetTensorFdOffset(const larodTensor*, larodError**) { return 0; }
 bool larodGetTensorFdProps(const larodTensor*, uint32_t* props, larodError**) { return (*props = 3) != 0; }
 bool larodGetTensorFdSize(const larodTensor*, size_t* size, larodError**) { return (*size = 12) != 0; }
-larodJobRequest* larodCreateJobRequest(const larodModel*, larodTensor**, size_t, larodTensor**, size_t, larodMap*,
-                                       larodError** error) {
-  return fails("larodCreateJobRequest", error) ? nullptr : acquire<larodJobRequest>();
+larodJobRequest* larodCreateJobRequest(const larodModel*, larodTensor** inputs, size_t, larodTensor** outputs, size_t,
+                                       larodMap*, larodError** error) {
+  if (fails("larodCreateJobRequest", error)) return nullptr;
+  ++fakeLarod().liveHandles;
+  return new larodJobRequest{inputs, outputs};
 }
-void larodDestroyJobRequest(larodJobRequest** request) { release(request); }
-bool larodRunJob(larodConnection*, const larodJobRequest*, larodError** error) {
+void larodDestroyJobRequest(larodJobRequest** request) {
+  delete *request;
+  release(request);
+}
+bool larodRunJob(larodConnection*, const larodJobRequest* request, larodError** error) {
   if (fails("larodRunJob", error)) return false;
   FakeLarod& fake = fakeLarod();
-  const auto& shape = fake.inputs[0];
+  const std::size_t* const shape = request->inputs[0]->dims.dims;
   fake.lastInput.resize(shape[1] * shape[2] * shape[3]);
-  bool isDone = pread(inputs.tensors[0].fd, fake.lastInput.data(), fake.lastInput.size(), 0) > 0;
-  for (std::size_t i = 0; i < fake.outputBytes.size(); ++i) {
-    const auto& bytes = fake.outputBytes[i];
-    isDone &= write(outputs.tensors[i].fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  bool isDone = pread(request->inputs[0]->fd, fake.lastInput.data(), fake.lastInput.size(), 0) > 0;
+  auto outputs = fake.outputBytes;
+  if (!fake.nextOutputs.empty()) {
+    outputs = std::move(fake.nextOutputs.front());
+    fake.nextOutputs.pop_front();
+  }
+  for (std::size_t i = 0; i < outputs.size(); ++i) {
+    const auto size = static_cast<ssize_t>(outputs[i].size());
+    isDone &= write(request->outputs[i]->fd, outputs[i].data(), outputs[i].size()) == size;
   }
   return isDone;
 }

@@ -52,6 +52,22 @@ void expectAt(const PosenetDecoder::Point& actual, const PosenetDecoder::Point& 
   EXPECT_NEAR(actual.x, expected.x, 2.0F);
 }
 
+TEST(Decoder, ReadsTheModelsQuantizationAndBodyTree) {
+  EXPECT_FLOAT_EQ(heatmapDequantizer(0), -17.1659523F);
+  EXPECT_FLOAT_EQ(heatmapDequantizer(255), 3.67841835F);
+  EXPECT_FLOAT_EQ(shortOffsetDequantizer(0), -6.53928016F);
+  EXPECT_FLOAT_EQ(shortOffsetDequantizer(255), 5.20379337F);
+  EXPECT_FLOAT_EQ(midOffsetDequantizer(0), -11.0754443F);
+  EXPECT_FLOAT_EQ(midOffsetDequantizer(255), 11.8858427F);
+  std::string tree;
+  for (const auto& [parent, child] : PosenetDecoder::kEdgeList) {
+    tree += std::to_string(parent) + "-" + std::to_string(child) + " ";
+  }
+  EXPECT_EQ(tree,
+            "0-1 1-3 0-2 2-4 0-5 5-7 7-9 5-11 11-13 13-15 0-6 6-8 8-10 6-12 12-14 14-16 "
+            "1-0 3-1 2-0 4-2 5-0 7-5 9-7 11-5 13-11 15-13 6-0 8-6 10-8 12-6 14-12 16-14 ");
+}
+
 TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
   const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
   SyntheticGrid grid(46, 81);
@@ -244,6 +260,22 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
     const Skeletons skeletons = estimator->getSkeletons();
     ASSERT_EQ(skeletons.size(), rotation == 180 ? 0U : 2U) << "upside-down to the run is not valid";
     for (const Skeleton& skeleton : skeletons) EXPECT_EQ(skeleton.detectorRotation, rotation);
+  }
+}
+
+TEST_F(Estimator, TurnsKeypointsBackAndTruncatesThem) {
+  describeModel(721, 1281, 46, 81);
+  SyntheticGrid grid(46, 81);
+  grid.heatmaps[(5 * 81 + 10) * 17] = 255;           // a nose
+  grid.shortOffsets[(5 * 81 + 10) * 34] = 143;       // 80.74 pixels down
+  grid.shortOffsets[(5 * 81 + 10) * 34 + 17] = 141;  // 159.26 pixels to the right
+  fakeLarod().outputBytes = grid.outputs();
+  const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
+  for (const auto& [rotation, x, y] :
+       {std::tuple(0, 159, 80), std::tuple(90, 80, 1121), std::tuple(180, 1121, 640), std::tuple(270, 640, 159)}) {
+    ASSERT_TRUE(estimator->runModel(m_source, rotation));
+    const Point nose = estimator->getKeypoint(0, Nose);
+    EXPECT_EQ(std::tuple(nose.x, nose.y), std::tuple(x, y)) << rotation;
   }
 }
 

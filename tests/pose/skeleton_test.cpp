@@ -231,6 +231,9 @@ TEST(Fusion, WeighsDistanceByScoresPartsAndOverlap) {
   b.boundingBox = {{30, 5}, {50, 15}};  // 10 x 5 in common, the smaller has 200
   EXPECT_FLOAT_EQ(getDistance(a, b), (1.5F * 50.0F + 2.0F * 10.0F) / 3.5F * 0.75F);
   EXPECT_EQ(getIOS({{0, 0}, {100, 100}}, {{20, 20}, {30, 30}}), 1.0F);
+  std::vector<float> weights;
+  for (const auto& [part, weight] : bodyPartWeights) weights.push_back(weight);
+  EXPECT_EQ(weights, (std::vector<float>{2, 1, 1, 1, 1, 8, 8, 1, 1, 1, 1, 8, 8, 4, 4, 2, 2}));
   EXPECT_EQ(getIOS({{0, 0}, {10, 10}}, {{10, 0}, {20, 10}}), 0.0F);
   b.keypoints.erase(RightAnkle);
   EXPECT_THROW(getDistance(a, b), std::out_of_range);
