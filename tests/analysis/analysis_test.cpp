@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <syslog.h>
 
 #include <chrono>
 #include <limits>
@@ -8,6 +9,8 @@
 #include "analysis/area_of_interest.h"
 #include "analysis/detection_processing.h"
 #include "analysis/tracker.h"
+#include "app/process_state.h"
+#include "tests/platform/state_folder.h"
 
 namespace {
 
@@ -55,9 +58,10 @@ TEST(Tracker, DropsAfterTooManyCyclesWithoutReusingIds) {
   }
   EXPECT_EQ(track(people, {at(1)}).size(), 3U);
   EXPECT_EQ(track(people, {}).size(), 3U);
-  EXPECT_EQ(track(people, {}), (Seen{{0, 1}}));  // a match had begun the first one's count anew
+  EXPECT_EQ(track(people, {}), (Seen{{0, 1}}));
   EXPECT_EQ(g_findingsHistory.getIDs(), IDVector{0});
   EXPECT_EQ(track(people, {at(1), at(500)}), (Seen{{0, 1}, {3, 500}}));
+  EXPECT_EQ(track(people, {}).size(), 2U) << "the count began anew";
   people.set_max_disappeared(0);
   EXPECT_TRUE(track(people, {}).empty());
   EXPECT_EQ(track(people, {at(7)}), (Seen{{4, 7}}));
@@ -223,6 +227,27 @@ TEST(Duplicates, TheSmallerOfTwoOverlappingBoxesGoes) {
   }
   g_skeletons = {boxed(0, 0, 100, 100), boxed(10, 0, 100, 100)};
   EXPECT_EQ(DetectionProcessing::findDuplicateSkeletons(0), std::set<int>{0});  // of two equals the first
+}
+
+TEST(Duplicates, DeveloperModeSaysHowManyEachComparisonRemoves) {
+  const StateFolder state;
+  openlog("analysis_test", 0, LOG_USER);
+  for (const bool devMode : {false, true}) {
+    g_IsDevMode = devMode;
+    g_skeletons = {boxed(0, 0, 100, 100), boxed(10, 0, 80, 100), boxed(20, 0, 60, 100)};
+    DetectionProcessing::applyNonMaximumSuppression();
+    const std::string log = state.read("system.log");
+    EXPECT_EQ(log.find("info: applyNonMaximumSuppression deleting 2 skeletons") != std::string::npos, devMode);
+    EXPECT_EQ(log.find("info: applyNonMaximumSuppression deleting 1 skeletons") != std::string::npos, devMode);
+  }
+  g_IsDevMode = false;
+}
+
+TEST(Milliseconds, BothTimesAreTruncatedBeforeTheyAreSubtracted) {
+  EXPECT_EQ(getMillisecondsBetween({1, 999'999}, {3, 1'000}), 1002);
+  EXPECT_EQ(getMillisecondsBetween({3, 0}, {1, 0}), -2000);
+  ticker_clock::setReplayTime(TimeStamp(std::chrono::microseconds(2'000'999)));
+  EXPECT_EQ(getMillisecondsSince({1, 999}), 1000);
 }
 
 }  // namespace

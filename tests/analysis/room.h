@@ -88,7 +88,9 @@ class Room : public ::testing::Test {
     const auto [x, y] = patient.superior;
     g_AreaofInterest.set_detection(bed, {{x - 90, y - 40}, {x + 60, y - 40}, {x + 60, y + 40}, {x - 90, y + 40}});
     g_AreaofInterest.set_detection_active(bed, true);
-    (bed == 1 ? g_DetectionParams.b_Detection1Active : g_DetectionParams.b_Detection2Active) = true;
+    bool* const inUse[] = {&g_DetectionParams.b_Detection1Active, &g_DetectionParams.b_Detection2Active,
+                           &g_DetectionParams.b_Detection3Active};
+    *inUse[bed - 1] = true;
   }
 
   /// Analysis cycles, half a second each, that see these people.

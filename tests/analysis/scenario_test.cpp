@@ -35,6 +35,11 @@ TEST_F(Room, EveryActiveBedMustHoldSomebody) {
   g_DetectionParams.b_Detection2Active = false;
   run(1, {inBed1(), standing(0.5, 2.5)});
   EXPECT_FALSE(outOfBed());
+  drawBed(3, inBed2());
+  run(11, {inBed1(), standing(0.5, 2.5)});
+  EXPECT_TRUE(outOfBed());
+  run(1, {inBed1(), inBed2()});
+  EXPECT_FALSE(outOfBed());
 }
 
 TEST_F(Room, AFallIsConfirmedAtTheSixteenthFindingOfSomebodyWhoLies) {
