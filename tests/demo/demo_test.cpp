@@ -29,11 +29,15 @@ std::string contents(const fs::path& file) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
+/// For programs built with sanitizers: leaks are told apart by their whole call stacks.
+const std::string kSanitizers = "ASAN_OPTIONS=fast_unwind_on_malloc=0 LSAN_OPTIONS='suppressions=" SOURCE_DIRECTORY
+                                "/tests/demo/leaks.supp:print_suppressions=0' ";
+
 /// Runs the launcher with these words, in the source folder `source`.
 Outcome run(const std::string& words, const fs::path& source = SOURCE_DIRECTORY) {
   const fs::path errors = fs::path(testing::TempDir()) / ("demo-errors-" + std::to_string(getpid()));
-  const std::string command = "VELMOR_SOURCE_DIR='" + source.string() + "' " PROGRAM_DIRECTORY "/velmor_run " + words +
-                              " 2>'" + errors.string() + "'";
+  const std::string command = kSanitizers + "VELMOR_SOURCE_DIR='" + source.string() +
+                              "' " PROGRAM_DIRECTORY "/velmor_run " + words + " 2>'" + errors.string() + "'";
   Outcome outcome;
   FILE* pipe = popen(command.c_str(), "r");
   std::array<char, 4096> chunk{};
