@@ -54,7 +54,7 @@ void DecodeThreePeople(benchmark::State& state) {
   std::vector<PosenetDecoder::PoseKeypoints> poses(20);
   std::vector<PosenetDecoder::PoseKeypointScores> keypointScores(20);
   std::vector<float> scores(20);
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(PosenetDecoder::DecodeAllPoses(
         grids->heatmaps.data(), grids->shortOffsets.data(), grids->midOffsets.data(), grid.height, grid.width, 20,
         0.01F, 5, 2.0F, 16, poses.data(), keypointScores.data(), scores.data()));
@@ -81,7 +81,7 @@ void FuseFourTimesFive(benchmark::State& state) {
   const Skeletons east = fivePeople(270);
   const Skeletons south = fivePeople(180);
   const Skeletons west = fivePeople(90);
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     benchmark::DoNotOptimize(combineSkeletons(north, east, south, west, 0.4F, kWidth, kHeight));
   }
 }
@@ -90,7 +90,7 @@ BENCHMARK(FuseFourTimesFive)->Unit(benchmark::kMicrosecond);
 void ConvertNv12(benchmark::State& state) {
   std::vector<uint8_t> frame(kPixels * 3 / 2, 90);
   std::vector<uint8_t> rgb(kPixels * 3);
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     convertU8yuvToRGBlibYuv(kWidth, kHeight, frame.data(), rgb.data());
     benchmark::ClobberMemory();
   }
@@ -102,7 +102,7 @@ void TurnPicture(benchmark::State& state) {
   const VideoStreamSource source(kHeight, kWidth, 0);
   const std::vector<uint8_t> picture(kPixels * 3, 90);
   std::vector<uint8_t> turned(kPixels * 3);
-  for (auto unused : state) {
+  while (state.KeepRunning()) {
     (source.*Turn)(picture.data(), turned.data());
     benchmark::ClobberMemory();
   }

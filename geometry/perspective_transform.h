@@ -20,8 +20,8 @@ struct Vector3 {
 struct Matrix3x3 {
   std::array<float, 9> p{};
 
-  float operator()(int r, int c) const { return p[static_cast<std::size_t>(r * 3 + c)]; }
-  float& operator()(int r, int c) { return p[static_cast<std::size_t>(r * 3 + c)]; }
+  float operator()(int r, int c) const { return p[static_cast<std::size_t>(r) * 3 + static_cast<std::size_t>(c)]; }
+  float& operator()(int r, int c) { return p[static_cast<std::size_t>(r) * 3 + static_cast<std::size_t>(c)]; }
 
   float determinant() const;
   /// The adjugate divided by the determinant.

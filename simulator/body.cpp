@@ -155,7 +155,7 @@ float Figure::lowest() const {
 }
 
 BodyShape makeBody(unsigned number) {
-  Random random(7919U * (number + 1));
+  Random random(Random::result_type{7919} * (number + 1));
   random.discard(16);
   static constexpr std::array<glm::vec3, 5> kSkins = {{{0.86F, 0.65F, 0.52F},
                                                        {0.75F, 0.53F, 0.4F},
@@ -196,18 +196,18 @@ BodyShape makeBody(unsigned number) {
 
 Figure makeFigure(const BodyShape& shape, const Pose& pose) { return FigureBuilder(shape, pose).build(); }
 
-Pose blend(const Pose& from, const Pose& to, float t) {
+Pose blend(const Pose& from, const Pose& to, float fraction) {
   Pose pose;
-  pose.root = glm::mix(from.root, to.root, t);
-  pose.orientation = glm::slerp(from.orientation, to.orientation, t);
-  pose.spineBend = mix(from.spineBend, to.spineBend, t);
-  pose.spineSide = mix(from.spineSide, to.spineSide, t);
-  pose.spineTwist = mix(from.spineTwist, to.spineTwist, t);
-  pose.neckBend = mix(from.neckBend, to.neckBend, t);
-  pose.neckTurn = mix(from.neckTurn, to.neckTurn, t);
+  pose.root = glm::mix(from.root, to.root, fraction);
+  pose.orientation = glm::slerp(from.orientation, to.orientation, fraction);
+  pose.spineBend = mix(from.spineBend, to.spineBend, fraction);
+  pose.spineSide = mix(from.spineSide, to.spineSide, fraction);
+  pose.spineTwist = mix(from.spineTwist, to.spineTwist, fraction);
+  pose.neckBend = mix(from.neckBend, to.neckBend, fraction);
+  pose.neckTurn = mix(from.neckTurn, to.neckTurn, fraction);
   for (std::size_t side = 0; side < 2; ++side) {
-    pose.arms[side] = blend(from.arms[side], to.arms[side], t);
-    pose.legs[side] = blend(from.legs[side], to.legs[side], t);
+    pose.arms[side] = blend(from.arms[side], to.arms[side], fraction);
+    pose.legs[side] = blend(from.legs[side], to.legs[side], fraction);
   }
   return pose;
 }

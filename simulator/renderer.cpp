@@ -197,6 +197,7 @@ struct Renderer::Implementation {
     glBindBuffer(GL_ARRAY_BUFFER, buffer);
     const auto attribute = [](GLuint index, GLint size, std::size_t offset) {
       glEnableVertexAttribArray(index);
+      // OpenGL takes an offset into the buffer as a pointer. NOLINTNEXTLINE(performance-no-int-to-ptr)
       glVertexAttribPointer(index, size, GL_FLOAT, GL_FALSE, sizeof(Vertex), reinterpret_cast<const void*>(offset));
     };
     attribute(0, 3, offsetof(Vertex, position));

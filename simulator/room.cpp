@@ -73,7 +73,7 @@ void addWalls(Room& room, Random& random) {
   static constexpr std::array<glm::vec3, 4> kFloors = {
       {{0.5F, 0.36F, 0.22F}, {0.45F, 0.45F, 0.44F}, {0.6F, 0.5F, 0.38F}, {0.36F, 0.4F, 0.42F}}};
   const glm::vec3 wall = kWalls[random() % kWalls.size()] * uniform(random, 0.85F, 1.1F);
-  const unsigned floor = static_cast<unsigned>(random() % kFloors.size());
+  const auto floor = static_cast<unsigned>(random() % kFloors.size());
   const float w = room.width;
   const float d = room.depth;
   const float h = room.height;
@@ -134,7 +134,7 @@ void addBedFrame(Room& room) {
 /// Tries to stand a piece of furniture on a free place along the walls.
 bool findWallPlace(const Room& room, Random& random, float radius, glm::vec2& place) {
   for (int attempt = 0; attempt < 12; ++attempt) {
-    const unsigned wall = static_cast<unsigned>(random() % 3);
+    const auto wall = static_cast<unsigned>(random() % 3);
     const float margin = radius * 0.75F;
     if (wall == 0) place = {uniform(random, margin, room.width - margin), room.depth - margin};
     if (wall == 1) place = {margin, uniform(random, 1.3F, room.depth - margin)};
@@ -150,7 +150,7 @@ void addFurniture(Room& room, Random& random) {
   };
   const std::size_t pieces = 2 + random() % 4;
   for (std::size_t i = 0; i < pieces; ++i) {
-    const unsigned kind = static_cast<unsigned>(random() % 5);
+    const auto kind = static_cast<unsigned>(random() % 5);
     const float radius = kind == 0 ? 0.5F : 0.35F;
     glm::vec2 place;
     if (!findWallPlace(room, random, radius, place)) continue;
@@ -237,7 +237,7 @@ bool Room::isFree(glm::vec2 place, float radius) const {
 }
 
 Room makeRoom(unsigned number) {
-  Random random(104729U * (number + 3));
+  Random random(Random::result_type{104729} * (number + 3));
   random.discard(16);
   Room room;
   room.width = uniform(random, 4.1F, 5.0F);

@@ -81,7 +81,7 @@ class Field {
   }
 
   std::string text() const {
-    if (!value_.is_string() || value_ == "") refuse("a text that is not empty");
+    if (!value_.is_string() || value_.get_ref<const std::string&>().empty()) refuse("a text that is not empty");
     return value_.get<std::string>();
   }
 

@@ -135,7 +135,8 @@ class Reader {
   }
 
   void takeProductName(const json& value) {
-    if (!value.is_string() || value == "") return refuse("product_name", value, kProductRule);
+    if (!value.is_string() || value.get_ref<const std::string&>().empty())
+      return refuse("product_name", value, kProductRule);
     value.get_to(m_description.product_name);
   }
 

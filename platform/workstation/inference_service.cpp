@@ -132,10 +132,10 @@ Network::Network(const std::string& file, const std::vector<uchar>& onnx, ModelS
       m_layers.push_back(output.layer);
     }
   }
-  for (const std::string& layer : m_layers) {
-    if (m_net.getLayerId(layer) < 0) {
-      throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": has no output \"" + layer + "\", which its sidecar names");
-    }
+  const auto missing = std::find_if(m_layers.begin(), m_layers.end(),
+                                    [this](const std::string& layer) { return m_net.getLayerId(layer) < 0; });
+  if (missing != m_layers.end()) {
+    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": has no output \"" + *missing + "\", which its sidecar names");
   }
   std::vector<std::uint8_t> black(m_sidecar.input.bytes());
   try {

@@ -56,7 +56,7 @@ class TensorReader {
 
   std::string text(const char* key) const {
     const auto found = m_entry.find(key);
-    if (found == m_entry.end() || !found->is_string() || *found == "") {
+    if (found == m_entry.end() || !found->is_string() || found->get_ref<const std::string&>().empty()) {
       fail(key, "must be a text that is not empty");
     }
     return *found;

@@ -7,7 +7,6 @@
 #include <exception>
 #include <memory>
 #include <optional>
-#include <ranges>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -196,8 +195,6 @@ GList* ax_parameter_list(AXParameter* parameter, GError** error) {
     return nullptr;
   }
   GList* names = nullptr;
-  for (const auto& [name, value] : std::views::reverse(parameter->values)) {
-    names = g_list_prepend(names, g_strdup(name.c_str()));
-  }
-  return names;
+  for (const auto& [name, value] : parameter->values) names = g_list_prepend(names, g_strdup(name.c_str()));
+  return g_list_reverse(names);
 }

@@ -186,21 +186,20 @@ constinit SystemLog the_log;
 
 extern "C" {
 
-void openlog(const char* ident, int options, int /*facility*/) { the_log.open(ident, options); }
+void openlog(const char* ident, int option, int /*facility*/) { the_log.open(ident, option); }
 
 void closelog() { the_log.close(); }
 
-void vsyslog(int priority, const char* format, va_list arguments) { the_log.write(priority, format, arguments); }
+void vsyslog(int pri, const char* fmt, va_list ap) { the_log.write(pri, fmt, ap); }
 
-void syslog(int priority, const char* format, ...) {
+void syslog(int pri, const char* fmt, ...) {
   va_list arguments;
-  va_start(arguments, format);
-  the_log.write(priority, format, arguments);
+  va_start(arguments, fmt);
+  the_log.write(pri, fmt, arguments);
   va_end(arguments);
 }
 
 // The C library's own names for fortified builds.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 void __vsyslog_chk(int priority, int /*flag*/, const char* format, va_list arguments) {
   the_log.write(priority, format, arguments);
 }
@@ -211,6 +210,5 @@ void __syslog_chk(int priority, int /*flag*/, const char* format, ...) {
   the_log.write(priority, format, arguments);
   va_end(arguments);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"

@@ -1,8 +1,7 @@
 // A lens that gives the answer a test wants.
 #pragma once
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -10,7 +9,8 @@
 /// While it lives, the busctl that the shell finds first prints the given text.
 class Lens {
  public:
-  explicit Lens(const std::string& answer) : m_path(getenv("PATH")) {
+  explicit Lens(const std::string& answer) {
+    if (const char* path = std::getenv("PATH")) m_path = path;
     std::string name = (std::filesystem::temp_directory_path() / "velmor-lens-XXXXXX").string();
     m_folder = mkdtemp(name.data());
     std::ofstream(m_folder / "answer") << answer;

@@ -186,7 +186,7 @@ TEST_F(EventService, PutsADamagedJournalAsideAndGoesOnCounting) {
   }
   // Killed between the two steps: the old file has gone, the new one is still empty.
   m_folder.write("events.jsonl", "");
-  EventJournal(m_folder.path(), at(0ms));
+  const EventJournal restarted(m_folder.path(), at(0ms));
   EXPECT_EQ(numbers(), std::vector<std::uint64_t>{4});
 }
 
@@ -215,7 +215,7 @@ TEST_F(EventService, GivesNoNumberToWhatCannotBeSent) {
 /// As on a full disk, room is left for a part of the next line only.
 TEST_F(EventService, ALineThatFindsNoRoomLeavesNothingBehindAndSaysWhy) {
   const Handler handler(ax_event_handler_new());
-  const guint id = declare(handler, "Bed", "Patient Out of Bed");
+  const guint id = declare(handler, "Bed", std::string(3'000, 'x').c_str());  // no other file grows as large
   rlimit unlimited{};
   ::getrlimit(RLIMIT_FSIZE, &unlimited);
   const auto ignored = std::signal(SIGXFSZ, SIG_IGN);

@@ -257,7 +257,9 @@ TEST(TensorQuantizer, ClampsAndIsDefinedForEveryFloat) {
 TEST(TensorQuantizer, TurnsGridsThatAreNoWholeNumberOfBlocks) {
   constexpr size_t kCells = 131, kChannels = 3;
   std::vector<float> maps;
-  for (size_t i = 0; i < kCells * kChannels; ++i) maps.push_back(static_cast<float>(i % kCells + i / kCells));
+  for (size_t channel = 0; channel < kChannels; ++channel) {
+    for (size_t cell = 0; cell < kCells; ++cell) maps.push_back(static_cast<float>(cell + channel));
+  }
   std::vector<uint8_t> bytes(maps.size());
   quantizeChannelsLast(maps, kChannels, {1.0F, 0}, bytes);
   for (size_t i = 0; i < bytes.size(); ++i) ASSERT_EQ(bytes[i], i / kChannels + i % kChannels) << i;

@@ -55,7 +55,8 @@ TEST(LensService, TheDaemonDiesWithAKilledProcessAndLeavesNoSocketBehind) {
   const pid_t child = fork();
   if (child == 0) {
     const bool served = workstation::startLensService(3700) && askForFocalLength() == "UINT32 3700;\n";
-    const std::string address = served ? getenv("DBUS_SYSTEM_BUS_ADDRESS") : "none";
+    const char* served_at = served ? getenv("DBUS_SYSTEM_BUS_ADDRESS") : nullptr;
+    const std::string address = served_at != nullptr ? served_at : "none";
     if (write(ends[1], address.data(), address.size()) < 0) std::_Exit(1);
     for (;;) pause();
   }

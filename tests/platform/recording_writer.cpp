@@ -8,9 +8,9 @@
 namespace {
 
 GstBuffer* frameOf(const Recording& recording, int index) {
-  const auto even = [](int length) { return static_cast<std::size_t>((length + 3) / 4 * 4); };
+  const auto even = [](int length) { return (static_cast<std::size_t>(length) + 3) / 4 * 4; };
   const std::size_t stride = even(recording.width);
-  const auto rows = static_cast<std::size_t>((recording.height + 1) / 2 * 2);
+  const std::size_t rows = (static_cast<std::size_t>(recording.height) + 1) / 2 * 2;
   std::vector<std::uint8_t> bytes(stride * rows + 2 * even((recording.width + 1) / 2) * (rows / 2), 128);
   std::memset(bytes.data(), greyOf(index), stride * rows);
   for (std::size_t row = 0; recording.corners && row < rows / 2; ++row) {

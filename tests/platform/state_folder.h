@@ -1,8 +1,7 @@
 // A place of its own for each test: an empty state directory, a camera's description and a manifest, all removed again.
 #pragma once
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

@@ -92,7 +92,7 @@ TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
 TEST(Decoder, LoneKeypointsTakeNoPlaceFromPeople) {
   SyntheticGrid grid(46, 81);
   grid.add(standingPerson(640.0F, 250.0F, 400.0F), -4.2F);
-  for (std::size_t x = 0; x < 25; ++x) grid.heatmaps[(2 * 81 + 3 * x) * 17 + 5] = 173;  // logit -3
+  for (std::size_t x = 0; x < 25; ++x) grid.heatmaps[(2 * std::size_t{81} + 3 * x) * 17 + 5] = 173;  // logit -3
   EXPECT_EQ(Decoded(grid).count, 1);
 }
 
@@ -266,9 +266,10 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
 TEST_F(Estimator, TurnsKeypointsBackAndTruncatesThem) {
   describeModel(721, 1281, 46, 81);
   SyntheticGrid grid(46, 81);
-  grid.heatmaps[(5 * 81 + 10) * 17] = 255;           // a nose
-  grid.shortOffsets[(5 * 81 + 10) * 34] = 143;       // 80.74 pixels down
-  grid.shortOffsets[(5 * 81 + 10) * 34 + 17] = 141;  // 159.26 pixels to the right
+  constexpr std::size_t kCell = 5 * std::size_t{81} + 10;
+  grid.heatmaps[kCell * 17] = 255;           // a nose
+  grid.shortOffsets[kCell * 34] = 143;       // 80.74 pixels down
+  grid.shortOffsets[kCell * 34 + 17] = 141;  // 159.26 pixels to the right
   fakeLarod().outputBytes = grid.outputs();
   const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
   for (const auto& [rotation, x, y] :

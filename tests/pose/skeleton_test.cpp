@@ -232,6 +232,7 @@ TEST(Fusion, WeighsDistanceByScoresPartsAndOverlap) {
   EXPECT_FLOAT_EQ(getDistance(a, b), (1.5F * 50.0F + 2.0F * 10.0F) / 3.5F * 0.75F);
   EXPECT_EQ(getIOS({{0, 0}, {100, 100}}, {{20, 20}, {30, 30}}), 1.0F);
   std::vector<float> weights;
+  weights.reserve(bodyPartWeights.size());
   for (const auto& [part, weight] : bodyPartWeights) weights.push_back(weight);
   EXPECT_EQ(weights, (std::vector<float>{2, 1, 1, 1, 1, 8, 8, 1, 1, 1, 1, 8, 8, 4, 4, 2, 2}));
   EXPECT_EQ(getIOS({{0, 0}, {10, 10}}, {{10, 0}, {20, 10}}), 0.0F);

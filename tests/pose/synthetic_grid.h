@@ -102,7 +102,8 @@ struct SyntheticGrid {
          ++y) {
       for (int x = std::max(0, static_cast<int>(cellX) - 2); x <= std::min(width - 1, static_cast<int>(cellX) + 3);
            ++x) {
-        visit(static_cast<std::size_t>(y * width + x), static_cast<float>(y) - cellY, static_cast<float>(x) - cellX);
+        visit(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x),
+              static_cast<float>(y) - cellY, static_cast<float>(x) - cellX);
       }
     }
   }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <ostream>
 
 namespace simulator {
 namespace {
@@ -45,6 +46,10 @@ struct Broken {
   const char* value;  ///< JSON, nullptr to take it out
   const char* key;    ///< that the message must name
   const char* says;
+
+  friend void PrintTo(const Broken& broken, std::ostream* out) {
+    *out << broken.place << " " << (broken.value != nullptr ? broken.value : "missing");
+  }
 };
 
 class BrokenScript : public testing::TestWithParam<Broken> {};

@@ -178,7 +178,7 @@ TEST(Body, WalksWithOneFootOnTheFloorAndTheBentKneeSwingingForward) {
         EXPECT_GT(steps[i + 1].keypoints[kLeftKnee + side].y, now[kLeftKnee + side].y) << "at step " << i;
       }
     }
-    EXPECT_NEAR(standing, kPhases / 2, 4);
+    EXPECT_NEAR(2 * standing, kPhases, 8);
     EXPECT_GT(front, 0.15F);
     EXPECT_LT(back, -0.15F);
   }
@@ -323,7 +323,9 @@ TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
     float count = 0;
     for (std::size_t i = 0; i < picture.rgb.size(); i += 3) {
       if (picture.rgb[i] < 200 || picture.rgb[i + 1] > 60 || picture.rgb[i + 2] < 200) continue;
-      sum += glm::vec2(static_cast<float>(i / 3 % 640) + 0.5F, static_cast<float>(i / 3 / 640) + 0.5F);
+      const std::size_t column = i / 3 % 640;
+      const std::size_t row = i / 3 / 640;
+      sum += glm::vec2(static_cast<float>(column) + 0.5F, static_cast<float>(row) + 0.5F);
       ++count;
     }
     const float scale = 640 / window.width;

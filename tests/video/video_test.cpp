@@ -38,14 +38,15 @@ Bytes turned(const Bytes& source, int rows, int columns, int rotation) {
   Bytes result(source.size());
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < columns; ++c) {
-      int to = r * columns + c;
+      const int from = r * columns + c;
+      int to = from;
       if (rotation == 90) to = c * rows + rows - 1 - r;
       if (rotation == 180) to = (rows - 1 - r) * columns + columns - 1 - c;
       if (rotation == 270) to = (columns - 1 - c) * rows + r;
       for (int channel = 0; channel < 3; ++channel) {
         const int toChannel = rotation == 180 ? 2 - channel : channel;
-        result[static_cast<std::size_t>(to * 3 + toChannel)] =
-            source[static_cast<std::size_t>((r * columns + c) * 3 + channel)];
+        result[static_cast<std::size_t>(to) * 3 + static_cast<std::size_t>(toChannel)] =
+            source[static_cast<std::size_t>(from) * 3 + static_cast<std::size_t>(channel)];
       }
     }
   }
