@@ -2,7 +2,10 @@
 #include <pthread.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -12,6 +15,8 @@
 #include "analysis/area_of_interest.h"
 #include "analysis/tracker.h"
 #include "app/analysis_cycle.h"
+#include "app/calibration_params.h"
+#include "app/init_ai.h"
 #include "app/process_state.h"
 #include "app/shutdown.h"
 #include "app/startup.h"
@@ -22,6 +27,7 @@
 #include "tests/geometry/lens.h"
 #include "tests/platform/state_folder.h"
 #include "tests/pose/fake_larod.h"
+#include "tests/pose/synthetic_grid.h"
 #include "tests/video/fake_vdostream.h"
 #include "validation/Validator.h"
 #include "video/VideoStreamSource.h"
@@ -49,7 +55,7 @@ gboolean raiseElsewhere(gpointer) {
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
-    pthread_kill(pthread_self(), SIGTERM);
+    raise(SIGTERM);
   }).join();
   return G_SOURCE_CONTINUE;
 }
@@ -79,36 +85,40 @@ TEST(Shutdown, AnExceptionThatLeavesMainIsOneLineAndStatus255) {
       << "what was logged on the way is not said again";
 }
 
-/// Cycles on an inference service that sees nobody.
+/// Puts the pose models into a package, and lets the inference service describe each model by its name.
+void provideModels(const StateFolder& package) {
+  const std::filesystem::path folder = "usr/local/packages/velmor_care";
+  std::filesystem::create_directories(package / folder);
+  for (const char* model : {"pose_landscape.onnx", "pose_portrait.onnx"}) package.write(folder / model, "model");
+  setenv("VELMOR_ROOT", package.path().c_str(), 1);
+  fakeLarod().onLoad = [](const std::string& name) {
+    const bool isUpright = name.ends_with("portrait.onnx");
+    const std::size_t height = isUpright ? 1280 : 720;
+    const std::size_t width = isUpright ? 720 : 1280;
+    fakeLarod().inputs = {{1, height, width, 3}};
+    fakeLarod().outputs.assign(name.ends_with("detector.onnx") ? 4 : 6, {1, height / 16 + 1, width / 16 + 1, 17});
+  };
+}
+
+/// Cycles on an inference service that sees nobody unless told otherwise.
 class Cycle : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     const StateFolder package;
-    const std::string model = "mnt/flash/usr/local/packages/velmor_care/model";
-    std::filesystem::create_directories((package / model).parent_path());
-    package.write(model, "model");
-    setenv("VELMOR_ROOT", package.path().c_str(), 1);
-    g_InitialParams = {LAROD_CHIP_CPU, "model", "model", "model", 300, 300};
+    provideModels(package);
+    const std::string detectors = "mnt/flash/usr/local/packages/velmor_care";
+    std::filesystem::create_directories(package / detectors);
+    package.write(detectors + "/person_detector.onnx", "model");
+    g_InitialParams = {LAROD_CHIP_CPU, "pose_landscape.onnx", "pose_portrait.onnx", "person_detector.onnx", 300, 300};
     fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
-    const auto estimator = [&](std::size_t height, std::size_t width) {
-      fakeLarod().inputs = {{1, height, width, 3}};
-      fakeLarod().outputs.assign(6, {1, height / 16 + 1, width / 16 + 1, 17});
-      return std::make_unique<BodypixPoseEstimator>(package / model);
-    };
-    g_bodypixPoseEstimatorNS = estimator(720, 1280);
-    g_bodypixPoseEstimatorEW = estimator(1280, 720);
-    g_videoStreamSource = std::make_unique<VideoStreamSource>(720, 1280, 0);
-    fakeLarod().outputs.resize(4);
-    EXPECT_TRUE(g_validator.init("velmor_care"));
-    unsetenv("VELMOR_ROOT");
+    EXPECT_EQ(init_ai(), 0);
   }
   Cycle() {
     openlog("cycle_test", 0, LOG_USER);
     fakeLarod().failingCall = "";
+    fakeLarod().outputBytes = SyntheticGrid(46, 81).outputs();
     g_DetectionParams = {};
     g_DetectionParams.b_DetectPatientOutOfBed = g_DetectionParams.b_DetectFallenPersons = true;
-    g_StreamWidth = 1280;
-    g_StreamHeight = 720;
     g_findingsHistory = FindingsHistory(12);
     init_event_manager();
   }
@@ -138,13 +148,39 @@ TEST_F(Cycle, StatusTellsEventsAndOverload) {
   EXPECT_EQ(statusAfter(1500), 600);
 }
 
+TEST_F(Cycle, FusesTheFourTurnsOfOneFreshPicture) {
+  g_CalibrationParams.f_Sensitivity = 0.4F;
+  // One person a run, upright in the turned picture and apart from the others in the upright one.
+  SyntheticGrid north(46, 81);
+  SyntheticGrid west(81, 46);
+  SyntheticGrid east(81, 46);
+  north.add(standingPerson(300, 100, 400), 2.0F);
+  west.add(standingPerson(600, 700, 400), 2.0F);
+  east.add(standingPerson(650, 800, 400), 2.0F);
+  const auto rotationsFound = [&](float detectorScore, uint8_t luma) {
+    std::fill_n(fakeCamera().frame.begin(), 1280 * 720, luma);
+    std::vector<uint8_t> scores(20 * sizeof(float));
+    for (std::size_t i = 0; i < 20; ++i) std::memcpy(&scores[i * sizeof(float)], &detectorScore, sizeof(float));
+    const std::vector<std::vector<uint8_t>> detections = {scores, {}, {}, std::vector<uint8_t>(scores.size())};
+    fakeLarod().nextOutputs = {north.outputs(), north.outputs(), detections, west.outputs(), east.outputs()};
+    EXPECT_EQ(do_one_analysis(), 0);
+    std::vector<int> rotations;
+    for (const Skeleton& one : g_skeletons) rotations.push_back(one.detectorRotation);
+    return rotations;
+  };
+  EXPECT_EQ(rotationsFound(0.5F, 16), (std::vector{0, 270, 180, 90}));
+  EXPECT_EQ(fakeLarod().lastInput[0], 0);
+  EXPECT_EQ(rotationsFound(0.4F, 235), (std::vector{0, 270, 90})) << "only those upside down need confirmation";
+  EXPECT_EQ(fakeLarod().lastInput[0], 255);
+}
+
 TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
   ASSERT_EQ(do_one_analysis(), 0);
   const char* lines[] = {"Error running model for frame ", "Error running model for 180 degree rotated frame ",
                          "Error running portrait model for 90 degree rotated frame ",
                          "Error running portrait model for 270 degree rotated frame "};
-  g_skeletons.resize(3);
-  for (int run = 0; run < 4; ++run) {
+  const auto failAt = [&](int run) {
+    g_skeletons.resize(3);
     g_ExecutionTime = 77;
     fakeLarod().failingCall = "larodRunJob";
     fakeLarod().callsBeforeFailure = run;
@@ -152,12 +188,18 @@ TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
     EXPECT_EQ(g_StatusCode, 401);
     EXPECT_EQ(g_ExecutionTime, 77);
     EXPECT_EQ(g_skeletons.size(), 3U);
-    EXPECT_NE(state.read("system.log").find(lines[run]), std::string::npos) << lines[run];
-  }
+    const std::string log = state.read("system.log");
+    const std::string line = lines[run];
+    EXPECT_NE(log.rfind(line), std::string::npos) << line;
+    return std::stoi(log.substr(log.rfind(line) + line.size()));
+  };
+  const int frame = failAt(0);
+  for (const int run : {1, 2, 3}) EXPECT_EQ(failAt(run), frame) << "numbers count complete cycles";
   fakeLarod().failingCall = "";
   EXPECT_EQ(do_one_analysis(), 0);
   EXPECT_EQ(g_StatusCode, 200);
   EXPECT_TRUE(g_skeletons.empty());
+  EXPECT_EQ(failAt(0), frame + 1);
 }
 
 TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
@@ -169,9 +211,16 @@ TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   EXPECT_TRUE(g_IsPortrait && g_FloorParams.b_FeetOnFloor);
   EXPECT_EQ(g_InitialParams.s_mobilenetModelFileName, "person_detector.onnx");
   EXPECT_TRUE(g_AreaofInterest.is_detected(2, {300, 300}));
-  init_stream_size();
-  EXPECT_EQ(g_StreamWidth, 720);
-  EXPECT_EQ(g_StreamHeight, 1280);
+  provideModels(state);
+  openlog("startup_test", 0, LOG_USER);
+  EXPECT_EQ(init_ai(), -1) << "there is no detector";
+  EXPECT_NE(state.read("system.log").find("init_ai Validator init failed"), std::string::npos);
+  int width = 0, height = 0;
+  g_bodypixPoseEstimatorEW->getModelSize(width, height);
+  EXPECT_EQ((std::array{g_modelWidth, g_modelHeight, width, height}), (std::array{720, 1280, 1280, 720}));
+  EXPECT_EQ((std::array{g_StreamWidth, g_StreamHeight}), (std::array{720, 1280}));
+  const auto& stream = fakeCamera().settings;
+  EXPECT_TRUE(stream.at("width") == 1280 && stream.at("height") == 720 && stream.at("rotation") == 270);
   const Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(init_3D());
   const int* points = g_DetectionParams.i_FallCalibration;

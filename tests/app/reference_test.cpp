@@ -40,9 +40,9 @@ class Reference : public Room {
     }
   }
   /// Exit status, and what was printed.
-  std::pair<int, std::string> runOn(const std::string& lines) {
+  std::pair<int, std::string> runOn(const std::string& lines, const std::string& command = VELMOR_REFERENCE) {
     folder.write("truth.jsonl", lines);
-    FILE* program = popen((VELMOR_REFERENCE " 2>" + (folder / "errors").string()).c_str(), "r");
+    FILE* program = popen((command + " 2>" + (folder / "errors").string()).c_str(), "r");
     std::string output;
     for (int c = 0; (c = fgetc(program)) != EOF;) output += static_cast<char>(c);
     return {WEXITSTATUS(pclose(program)), output};
@@ -94,6 +94,14 @@ TEST_F(Reference, ABadLineIsNamed) {
     EXPECT_NE(errors.find("velmor_reference: " + (folder / "truth.jsonl").string()), std::string::npos) << errors;
     EXPECT_NE(errors.find(complaint), std::string::npos) << errors << lines;
   }
+}
+
+TEST_F(Reference, TheProgramItselfEndsWithoutItsModels) {
+  setenv("VELMOR_ROOT", folder.path().c_str(), 1);
+  EXPECT_EQ(runOn("", VELMOR_CARE).first, 255);
+  EXPECT_EQ(folder.read("errors"),
+            "velmor_care: Failed to open model file " + folder.path().string() +
+                "/usr/local/packages/velmor_care/pose_landscape.onnx. No such file or directory\n");
 }
 
 }  // namespace
