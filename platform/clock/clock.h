@@ -20,7 +20,8 @@ bool isReplay();
 TimeStamp now();
 
 /// Calls `callback(data)` every `interval_ms` from the default GLib main loop; returns the GLib source id (positive),
-/// to be ended with g_source_remove. Replay: as fast as the loop turns, stepping now() by the interval before each call.
+/// to be ended with g_source_remove. Replay: as fast as the loop turns, stepping now() by the interval before each
+/// call.
 guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data);
 
 /// Replay only: the last moment at which there is a picture. A ticker that would step past it raises SIGTERM instead of

@@ -32,7 +32,7 @@
 namespace {
 
 using workstation::ModelSidecar;
-using workstation::TensorSpec;
+using workstation::TensorLayout;
 
 constexpr size_t kMaxModelBytes = size_t{64} << 20;
 constexpr size_t kMaxSidecarBytes = size_t{1} << 20;
@@ -125,7 +125,7 @@ Network::Network(const std::string& file, const std::vector<uchar>& onnx, ModelS
   } catch (const std::exception&) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is not an ONNX network that OpenCV can read");
   }
-  for (const TensorSpec& output : m_sidecar.outputs) {
+  for (const TensorLayout& output : m_sidecar.outputs) {
     m_result_of.push_back(m_layers.size());
     m_bytes.emplace_back(output.type == LAROD_TENSOR_DATA_TYPE_UINT8 ? output.bytes() : 0, output.zero_point);
     if (!output.layer.empty()) {
@@ -149,24 +149,25 @@ Network::Network(const std::string& file, const std::vector<uchar>& onnx, ModelS
 }
 
 void Network::check(const std::string& file, size_t output) const {
-  const TensorSpec& spec = m_sidecar.outputs[output];
-  if (spec.layer.empty()) {
+  const TensorLayout& layout = m_sidecar.outputs[output];
+  if (layout.layer.empty()) {
     return;
   }
   const cv::Mat& result = m_results[m_result_of[output]];
-  bool matches = result.type() == CV_32F && result.isContinuous() && result.total() == spec.elements();
-  if (matches && spec.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
+  bool matches = result.type() == CV_32F && result.isContinuous() && result.total() == layout.elements();
+  if (matches && layout.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
     const auto size = [&result](int axis) { return static_cast<size_t>(result.size[axis]); };
-    matches = result.dims == 4 && size(1) == spec.shape[3] && size(2) == spec.shape[1] && size(3) == spec.shape[2];
+    matches =
+        result.dims == 4 && size(1) == layout.shape[3] && size(2) == layout.shape[1] && size(3) == layout.shape[2];
   }
   if (!matches) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL,
-                       file + ": output \"" + spec.layer + "\" has not the shape that its sidecar gives");
+                       file + ": output \"" + layout.layer + "\" has not the shape that its sidecar gives");
   }
   const float* values = mapsOf(output);
-  if (!std::all_of(values, values + spec.elements(), [](float value) { return std::isfinite(value); })) {
+  if (!std::all_of(values, values + layout.elements(), [](float value) { return std::isfinite(value); })) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL,
-                       file + ": output \"" + spec.layer + "\" is not finite on a black picture");
+                       file + ": output \"" + layout.layer + "\" is not finite on a black picture");
   }
 }
 
@@ -184,13 +185,13 @@ void Network::forward(void* picture) {
 }
 
 std::span<const std::uint8_t> Network::encode(size_t output) {
-  const TensorSpec& spec = m_sidecar.outputs[output];
-  if (spec.type == LAROD_TENSOR_DATA_TYPE_FLOAT32) {
-    return {reinterpret_cast<const std::uint8_t*>(mapsOf(output)), spec.bytes()};
+  const TensorLayout& layout = m_sidecar.outputs[output];
+  if (layout.type == LAROD_TENSOR_DATA_TYPE_FLOAT32) {
+    return {reinterpret_cast<const std::uint8_t*>(mapsOf(output)), layout.bytes()};
   }
-  if (!spec.layer.empty()) {
-    workstation::quantizeChannelsLast({mapsOf(output), spec.elements()}, spec.shape[3], {spec.scale, spec.zero_point},
-                                      m_bytes[output]);
+  if (!layout.layer.empty()) {
+    workstation::quantizeChannelsLast({mapsOf(output), layout.elements()}, layout.shape[3],
+                                      {layout.scale, layout.zero_point}, m_bytes[output]);
   }
   return m_bytes[output];
 }
@@ -290,18 +291,18 @@ struct larodJobRequest {
 
 namespace {
 
-larodTensor* newTensor(const TensorSpec& spec) {
-  auto tensor = std::make_unique<larodTensor>(larodTensor{spec.name, {}, spec.type, spec.bytes()});
-  tensor->dims.len = spec.shape.size();
-  std::copy(spec.shape.begin(), spec.shape.end(), tensor->dims.dims);
+larodTensor* newTensor(const TensorLayout& layout) {
+  auto tensor = std::make_unique<larodTensor>(larodTensor{layout.name, {}, layout.type, layout.bytes()});
+  tensor->dims.len = layout.shape.size();
+  std::copy(layout.shape.begin(), layout.shape.end(), tensor->dims.dims);
   return tensor.release();
 }
 
-/// As many tensors as specs, in their order.
-larodTensor** newTensors(std::span<const TensorSpec> specs, size_t* count) {
-  auto tensors = std::make_unique<larodTensor*[]>(specs.size());
-  std::transform(specs.begin(), specs.end(), tensors.get(), newTensor);
-  *count = specs.size();
+/// As many tensors as layouts, in their order.
+larodTensor** newTensors(std::span<const TensorLayout> layouts, size_t* count) {
+  auto tensors = std::make_unique<larodTensor*[]>(layouts.size());
+  std::transform(layouts.begin(), layouts.end(), tensors.get(), newTensor);
+  *count = layouts.size();
   return tensors.release();
 }
 
@@ -313,9 +314,9 @@ bool isTensor(const larodTensor* tensor, larodError** error) {
 }
 
 /// Each tensor must be the one that the network has at its place.
-bool fits(const larodTensor* tensor, const TensorSpec& spec) {
-  return tensor != nullptr && tensor->type == spec.type && tensor->dims.len == spec.shape.size() &&
-         std::equal(spec.shape.begin(), spec.shape.end(), tensor->dims.dims);
+bool fits(const larodTensor* tensor, const TensorLayout& layout) {
+  return tensor != nullptr && tensor->type == layout.type && tensor->dims.len == layout.shape.size() &&
+         std::equal(layout.shape.begin(), layout.shape.end(), tensor->dims.dims);
 }
 
 }  // namespace

@@ -24,29 +24,29 @@ class TensorReader {
     }
   }
 
-  TensorSpec readInput() const {
-    TensorSpec spec = readCommon();
-    if (spec.type != LAROD_TENSOR_DATA_TYPE_UINT8 || spec.shape.size() != 4 || spec.shape[0] != 1 ||
-        spec.shape[3] != 3) {
+  TensorLayout readInput() const {
+    TensorLayout layout = readCommon();
+    if (layout.type != LAROD_TENSOR_DATA_TYPE_UINT8 || layout.shape.size() != 4 || layout.shape[0] != 1 ||
+        layout.shape[3] != 3) {
       throw std::runtime_error(m_where + ": must be of type \"uint8\" and shape [1, height, width, 3]");
     }
-    return spec;
+    return layout;
   }
 
-  TensorSpec readOutput() const {
-    TensorSpec spec = readCommon();
+  TensorLayout readOutput() const {
+    TensorLayout layout = readCommon();
     const std::string layer = text("layer");
     const bool constant = layer == "constant";
-    spec.layer = constant ? "" : layer;
-    if (spec.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
-      readQuantization(spec);
-      if (!constant && (spec.shape.size() != 4 || spec.shape[0] != 1)) {
+    layout.layer = constant ? "" : layer;
+    if (layout.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
+      readQuantization(layout);
+      if (!constant && (layout.shape.size() != 4 || layout.shape[0] != 1)) {
         fail("shape", "must be [1, height, width, channels] for a byte tensor");
       }
     } else if (constant) {
       fail("layer", "\"constant\" is for byte tensors only");
     }
-    return spec;
+    return layout;
   }
 
  private:
@@ -62,41 +62,41 @@ class TensorReader {
     return *found;
   }
 
-  TensorSpec readCommon() const {
-    TensorSpec spec;
-    spec.name = text("name");
+  TensorLayout readCommon() const {
+    TensorLayout layout;
+    layout.name = text("name");
     const std::string type = text("type");
     if (type != "uint8" && type != "float32") {
       fail("type", "must be \"uint8\" or \"float32\"");
     }
-    spec.type = type == "uint8" ? LAROD_TENSOR_DATA_TYPE_UINT8 : LAROD_TENSOR_DATA_TYPE_FLOAT32;
+    layout.type = type == "uint8" ? LAROD_TENSOR_DATA_TYPE_UINT8 : LAROD_TENSOR_DATA_TYPE_FLOAT32;
     const json shape = m_entry.value("shape", json());
     if (!shape.is_array() || shape.empty() || shape.size() > LAROD_TENSOR_MAX_LEN) {
       fail("shape", "must be a list of 1 to " + std::to_string(LAROD_TENSOR_MAX_LEN) + " sizes");
     }
     for (const json& size : shape) {
-      if (!size.is_number_unsigned() || size == 0 || size > kMaxTensorElements / spec.elements()) {
+      if (!size.is_number_unsigned() || size == 0 || size > kMaxTensorElements / layout.elements()) {
         fail("shape",
              "must hold whole numbers from 1, together at most " + std::to_string(kMaxTensorElements) + " elements");
       }
-      spec.shape.push_back(size);
+      layout.shape.push_back(size);
     }
-    return spec;
+    return layout;
   }
 
-  void readQuantization(TensorSpec& spec) const {
+  void readQuantization(TensorLayout& layout) const {
     const json scale = m_entry.value("scale", json());
     if (scale.is_number()) {
-      spec.scale = scale;
+      layout.scale = scale;
     }
-    if (!scale.is_number() || !std::isnormal(spec.scale) || spec.scale < 0) {
+    if (!scale.is_number() || !std::isnormal(layout.scale) || layout.scale < 0) {
       fail("scale", "must be a positive number");
     }
     const json zero_point = m_entry.value("zero_point", json());
     if (!zero_point.is_number_unsigned() || zero_point > UINT8_MAX) {
       fail("zero_point", "must be a whole number from 0 to 255");
     }
-    spec.zero_point = zero_point;
+    layout.zero_point = zero_point;
   }
 
   const json& m_entry;
@@ -105,11 +105,11 @@ class TensorReader {
 
 }  // namespace
 
-size_t TensorSpec::elements() const {
+size_t TensorLayout::elements() const {
   return std::accumulate(shape.begin(), shape.end(), size_t{1}, std::multiplies<>());
 }
 
-size_t TensorSpec::bytes() const {
+size_t TensorLayout::bytes() const {
   return elements() * (type == LAROD_TENSOR_DATA_TYPE_FLOAT32 ? sizeof(float) : sizeof(std::uint8_t));
 }
 

@@ -18,7 +18,7 @@
 
 namespace workstation {
 
-struct TensorSpec {
+struct TensorLayout {
   std::string name;
   std::string layer;          ///< empty for a constant tensor and for the input
   std::vector<size_t> shape;  ///< batch first; a picture or a grid is batch, height, width, channels
@@ -31,8 +31,8 @@ struct TensorSpec {
 };
 
 struct ModelSidecar {
-  TensorSpec input;
-  std::vector<TensorSpec> outputs;
+  TensorLayout input;
+  std::vector<TensorLayout> outputs;
 };
 
 /// Checks everything that can be known without the network. `file` names the sidecar in messages. Throws
