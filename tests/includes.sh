@@ -1,0 +1,33 @@
+#!/bin/bash
+# No include points up: each folder names the folders and the camera's headers that it may use. From the source tree.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+
+declare -A allowed=(
+  [platform]="app/package_path.h larod vdostream axparameter axevent"
+  [video]="vdostream"
+  [pose]="app/initial_params.h app/process_state.h video larod"
+  [geometry]="app/process_state.h app/truncate.h"
+  [events]="platform/clock axevent"
+  [config]="app/.*_params.h app/process_state.h analysis/area_of_interest.h axparameter"
+  [analysis]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock"
+  [validation]="app/.*_params.h app/package_path.h config/parameter_controller.h pose video larod"
+  [app]="analysis config events geometry pose validation video platform/clock larod"
+  [simulator]=""
+  [training]="app pose"
+)
+
+failed=0
+for folder in "${!allowed[@]}"; do
+  pattern="^($folder/"
+  for place in ${allowed[$folder]}; do pattern+="|$place"; done
+  pattern+=")"
+  while IFS=: read -r file include; do
+    if ! [[ "$include" =~ $pattern ]]; then
+      echo "$file includes $include, which $folder may not use"
+      failed=1
+    fi
+  done < <(grep -roE '#include ("[a-z_]+/[^"]*"|<(larod|vdostream|axparameter|axevent)\.h>)' --include='*.cpp' --include='*.h' "$folder" |
+    sed -E 's/#include [<"]//; s/[>"]$//' | grep -v '^platform/include/')
+done
+exit "$failed"
