@@ -42,7 +42,7 @@ void bareNetwork(benchmark::State& state) {
   cv::Mat blob(static_cast<int>(shape.size()), shape.data(), CV_32F);
   noise(kHeight, kWidth * 3, CV_32F).reshape(1, 4, shape.data()).copyTo(blob);
   const std::vector<std::string> names = network.getUnconnectedOutLayersNames();
-  for (auto _ : state) benchmark::DoNotOptimize(forward(network, blob, names));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(forward(network, blob, names));
 }
 BENCHMARK(bareNetwork)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -50,7 +50,7 @@ BENCHMARK(bareNetwork)->Unit(benchmark::kMillisecond)->UseRealTime();
 void blobFromPackedPicture(benchmark::State& state) {
   const cv::Mat picture = noise(kHeight, kWidth, CV_8UC3);
   cv::Mat blob;
-  for (auto _ : state) cv::dnn::blobFromImage(picture, blob, 1.0 / 255);
+  while (state.KeepRunning()) cv::dnn::blobFromImage(picture, blob, 1.0 / 255);
 }
 BENCHMARK(blobFromPackedPicture)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -111,7 +111,7 @@ class Service {
 
 void inferenceService(benchmark::State& state) {
   Service service;
-  for (auto _ : state) service.run();
+  while (state.KeepRunning()) service.run();
 }
 BENCHMARK(inferenceService)->Unit(benchmark::kMillisecond)->UseRealTime();
 
