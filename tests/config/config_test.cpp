@@ -106,7 +106,10 @@ TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
   saved.b_Detection1Active = saved.b_Exclusion2Active = saved.b_DetectFallenPersons = true;
   saved.f_WRectM = 2.25F;
   saved.f_HRectM = 0.123456F;
+  g_IsDevMode = true;
   EXPECT_EQ(controller.save_detection(saved), 1);
+  EXPECT_TRUE(logged("info: set_gfloat_parameter: HRectM saved with 0.123456"));
+  EXPECT_TRUE(logged("info: set_boolean_parameter: Detection1Active saved with true"));
   EXPECT_EQ(controller.save_calibration({0.05F, 6, true, false, "640x360", "800x450", true}), 1);
   open();  // anew: everything exists
   EXPECT_FALSE(logged("add_parameter"));
@@ -122,6 +125,7 @@ TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
   EXPECT_EQ(controller.get_string_parameter("HRectM"), "0.123456");
   const _CalibrationParams read = controller.load_calibration();
   EXPECT_EQ(read.i_MaxDisappeared, 6);
+  EXPECT_FLOAT_EQ(read.f_Sensitivity, 0.05F);
   EXPECT_TRUE(read.b_DetectionOverlaysOn && !read.b_AnonOverlaysOn && read.b_ShowCalibrationMarkers);
   EXPECT_EQ(read.str_DetectionOverlay + read.str_AnonOverlay, "640x360800x450");
 }
@@ -130,8 +134,15 @@ TEST_F(Store, ReadsTheCameraTheModelsAndOnlyTrueAsTrue) {
   open();
   EXPECT_EQ(controller.get_rotation(), 90);
   EXPECT_EQ(controller.findProdShortName(), "AXIS Q1715");
+  controller.list_params();
+  for (const char* line : {"info: find_rotation_parameter: About to return rotation number: 90",
+                           "info: findProdShortName: About to return ProdShortName: AXIS Q1715",
+                           "info: list_params: Parameter in list: \"WRectM\""}) {
+    EXPECT_TRUE(logged(line)) << line;
+  }
   const _InitialParams params = controller.load_initial_params();
   EXPECT_EQ(params.l_LarodChipType, LAROD_CHIP_CPU);
+  EXPECT_TRUE(params.i_mobilenetModelWidth == 300 && params.i_mobilenetModelHeight == 300);
   EXPECT_EQ(params.s_LandscapeModelFileName + params.s_PortraitModelFileName, "pose_landscape.onnxpose_portrait.onnx");
   for (const char* text : {"1", "TRUE", "yes", "", "true "}) {
     controller.set_string_parameter("Exclusion1Active", text);

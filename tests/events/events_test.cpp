@@ -60,7 +60,8 @@ TEST_F(Events, DeclaredUnderTheirTopicsThenOnlyChangesAreSent) {
   manager->sendEventStopped("Fall Detected");
   EXPECT_EQ(journal(2),
             (Changes{"\"changed\" \"Fall Detected\" true 31.5", "\"changed\" \"Fall Detected\" false 31.5"}));
-  EXPECT_TRUE(logged("info: Starting event Fall Detected"));
+  EXPECT_TRUE(logged("info: EventManager registering event Fall Detected to DeclarationID=2"));
+  EXPECT_TRUE(logged("info: Starting event Fall Detected") && logged("info: Stopping event Fall Detected"));
 }
 
 TEST_F(Events, TheDestructorUndeclaresInNameOrder) {

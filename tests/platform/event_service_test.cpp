@@ -170,8 +170,11 @@ TEST_F(EventService, PutsADamagedJournalAsideAndGoesOnCounting) {
   runAndDie();
   const std::string whole = m_folder.read("events.jsonl");
   const std::string first_line = whole.substr(0, whole.find('\n') + 1);
-  const std::string damages[] = {"not a record\n" + whole, first_line + std::string(9000, 'x') + "\n" + whole,
-                                 first_line + whole, whole.substr(first_line.size() / 2),
+  const std::string damages[] = {"not a record\n" + whole,
+                                 first_line + std::string(9000, 'x') + "\n" + whole,
+                                 first_line + whole,
+                                 whole.substr(first_line.size() / 2),
+                                 first_line + whole.substr(whole.find('\n', first_line.size()) + 1),
                                  whole + R"({"seq": 18446744073709551615, "event": "e", "topic": "t", "active": true})"
                                          "\n"};
   int aside = 0;

@@ -1,5 +1,6 @@
 #include <axparameter.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <memory>
@@ -165,6 +166,16 @@ TEST_F(ParameterStore, SaysInOneLineWhyItCannotOpen) {
     m_folder.write("manifest.json", manifest);
     EXPECT_EQ(open(), nullptr) << manifest;
   }
+}
+
+TEST_F(ParameterStore, NeitherHangsNorSwallowsWhatIsNoFile) {
+  m_folder.write("manifest.json", kManifest + std::string(1 << 20, ' '));
+  EXPECT_EQ(open(), nullptr);
+  EXPECT_NE(std::string(m_error->message).find("manifest.json: is larger than 1048576 bytes"), std::string::npos);
+  std::filesystem::remove(m_folder / "manifest.json");
+  ASSERT_EQ(::mkfifo((m_folder / "manifest.json").c_str(), 0600), 0);
+  EXPECT_EQ(open(), nullptr);
+  EXPECT_NE(std::string(m_error->message).find("manifest.json: is not a file"), std::string::npos);
 }
 
 TEST_F(ParameterStore, LeavesTheValueWhenItCannotBeWritten) {
