@@ -2,13 +2,14 @@
 
 #include <fcntl.h>
 #include <glib.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -66,14 +67,32 @@ json toJson(const CameraDescription& camera) {
           {"parameters", camera.parameters}};
 }
 
-/// One line for each parameter that the package does not have.
-void checkParameterNames(const CameraDescription& camera, const Parameters& defaults, const std::string& file) {
+bool isNumber(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  return !text.empty() && end == text.c_str() + text.size() && std::isfinite(value);
+}
+
+bool isSwitch(const std::string& text) { return text == "true" || text == "false"; }
+
+/// What is wrong with a parameter, nothing if it is good. The kind of its default is the kind of its value: the program
+/// would take anything else for 0 or false without a word.
+std::string mistakeIn(const std::string& name, const std::string& value, const Parameters& defaults) {
+  const auto fallback = defaults.find(name);
+  if (fallback == defaults.end()) return "is not a parameter; allowed are those of package/manifest.json";
+  if (isSwitch(fallback->second) && !isSwitch(value)) return "must be \"true\" or \"false\"";
+  if (isNumber(fallback->second) && !isNumber(value)) return "must be a number, as text";
+  return "";
+}
+
+/// One line for each parameter that the package does not have or that has the wrong kind of value.
+void checkParameters(const CameraDescription& camera, const Parameters& defaults, const std::string& file) {
   std::string mistakes;
   for (const auto& [name, value] : camera.parameters) {
-    if (!defaults.contains(name)) {
-      mistakes.append(mistakes.empty() ? "" : "\n").append(file).append(": parameters: \"").append(name);
-      mistakes += "\" is not a parameter; allowed are those of package/manifest.json";
-    }
+    const std::string mistake = mistakeIn(name, value, defaults);
+    if (mistake.empty()) continue;
+    mistakes.append(mistakes.empty() ? "" : "\n").append(file).append(": parameters: \"").append(name);
+    mistakes.append("\" ").append(mistake);
   }
   if (!mistakes.empty()) {
     throw std::runtime_error(mistakes);
@@ -243,7 +262,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   const fs::path manifest = source_tree / "package" / "manifest.json";
   const CameraDescription camera = requestedCamera(request, source_tree);
   const Parameters defaults = manifestDefaults(manifest);
-  checkParameterNames(camera, defaults, request.settings.value_or(request.source.value_or("demo.settings.json")));
+  checkParameters(camera, defaults, request.settings.value_or(request.source.value_or("demo.settings.json")));
   if (std::string problem = videoProblem(camera.source); !problem.empty()) {
     throw std::runtime_error(problem);
   }

@@ -68,7 +68,7 @@ class Launch : public testing::Test {
                  R"({"focal_length_um": 5000, "parameters": {"Sensitivity": "0.5"}})");
     m_tree.write("package/manifest.json", R"({"parameters": [{"name": "Sensitivity", "default": "0.38"},
         {"name": "LandscapeModelFileName", "default": "l.onnx"}, {"name": "PortraitModelFileName", "default": "p.onnx"},
-        {"name": "mobilenetModelFileName", "default": "d.onnx"}]})");
+        {"name": "mobilenetModelFileName", "default": "d.onnx"}, {"name": "Detection1Active", "default": "false"}]})");
     for (const char* model : {"l", "p", "d"}) {
       m_tree.write("models/" + std::string(model) + ".onnx", "network");
       m_tree.write("models/" + std::string(model) + ".onnx.json", "{}");
@@ -171,6 +171,11 @@ TEST_F(Launch, RefusesSettingsModelsAndStoresInOneLineEach) {
   refusesSettings(R"({"source": "x"})", "source: is not a setting");
   refusesSettings(R"({"rotation": 45})", "rotation: ");
   refusesSettings(R"({"parameters": {"Sensitivty": "1"}})", "parameters: \"Sensitivty\" is not a parameter");
+  for (const char* value : {"", "abc", "0.5x", "nan"}) {
+    refusesSettings(R"({"parameters": {"Sensitivity": ")" + std::string(value) + R"("}})",
+                    "parameters: \"Sensitivity\" must be a number");
+  }
+  refusesSettings(R"({"parameters": {"Detection1Active": "yes"}})", "parameters: \"Detection1Active\" must be");
   m_request.settings.reset();
   std::filesystem::remove(m_tree / "models/p.onnx.json");
   EXPECT_EQ(refusal(), (m_tree / "models/p.onnx.json").string() + ": is missing; it describes the model's tensors");
