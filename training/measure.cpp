@@ -133,7 +133,8 @@ void measure(const std::string& models, const std::string& dataset, int limit) {
   cv::Mat picture(kHeight, kWidth, CV_8UC3);
   Labels truth;
   int pictures = 0;
-  while (pictures < limit && images.read(reinterpret_cast<char*>(picture.data), kWidth * kHeight * 3) &&
+  while (pictures < limit &&
+         images.read(reinterpret_cast<char*>(picture.data), std::streamsize{kWidth} * kHeight * 3) &&
          labels.read(reinterpret_cast<char*>(truth.data()), sizeof truth)) {
     MemorySource source(picture);
     const Skeletons north = run(*landscape, source, 0);

@@ -89,7 +89,7 @@ class VideoServiceTest : public CameraTest {
     GError* error = nullptr;
     const StreamPtr stream(vdo_stream_new(settingsOf(width, height, rotation).get(), nullptr, &error));
     EXPECT_EQ(stream == nullptr, error != nullptr);
-    const std::string message = error != nullptr ? error->message : "";
+    std::string message = error != nullptr ? error->message : "";
     g_clear_error(&error);
     return message;
   }
