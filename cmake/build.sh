@@ -3,10 +3,12 @@
 readonly BUILD_PACKAGES=(
   g++ cmake ninja-build ccache pkg-config
   libopencv-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
+  libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev
 )
 readonly RUN_PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
   dbus-daemon systemd                                                     # the lens's bus, and busctl to ask it
+  fonts-dejavu-core                                                       # the overlays' text
 )
 
 # ensure_packages PACKAGE...: installs those that are missing; says nothing when none is.

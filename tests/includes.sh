@@ -4,15 +4,16 @@ set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
 declare -A allowed=(
-  [platform]="app/package_path.h larod vdostream axparameter axevent"
+  [platform]="app/package_path.h larod vdostream axparameter axevent axhttp axoverlay"
   [video]="vdostream"
   [pose]="app/initial_params.h app/process_state.h video larod"
-  [geometry]="app/process_state.h app/truncate.h"
+  [geometry]="app/process_state.h app/truncate.h video/VideoStreamSource.h"
   [events]="platform/clock axevent"
-  [config]="app/.*_params.h app/process_state.h analysis/area_of_interest.h axparameter"
+  [config]="app/.*_params.h app/process_state.h app/truncate.h analysis/area_of_interest.h geometry overlay/overlay_manager.h video/VideoStreamSource.h axparameter axhttp"
   [analysis]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock"
+  [overlay]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h analysis/FindingsHistory.h app/status_text.h geometry pose/skeleton.h axoverlay vdostream"
   [validation]="app/.*_params.h app/package_path.h config/parameter_controller.h pose video larod"
-  [app]="analysis config events geometry pose validation video platform/clock larod"
+  [app]="analysis config events geometry overlay pose validation video platform/clock larod axhttp"
   [simulator]=""
   [training]="app pose"
 )
@@ -27,7 +28,7 @@ for folder in "${!allowed[@]}"; do
       echo "$file includes $include, which $folder may not use"
       failed=1
     fi
-  done < <(grep -roE '#include ("[a-z_]+/[^"]*"|<(larod|vdostream|axparameter|axevent)\.h>)' --include='*.cpp' --include='*.h' "$folder" |
+  done < <(grep -roE '#include ("[a-z_]+/[^"]*"|<(larod|vdostream|axparameter|axevent|axhttp|axoverlay)\.h>)' --include='*.cpp' --include='*.h' "$folder" |
     sed -E 's/#include [<"]//; s/[>"]$//' | grep -v '^platform/include/')
 done
 exit "$failed"
