@@ -9,6 +9,7 @@
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "events/event_manager.h"
+#include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton.h"
@@ -41,4 +42,5 @@ std::unique_ptr<BodypixPoseEstimator> g_bodypixPoseEstimatorEW;
 std::unique_ptr<VideoStreamSource> g_videoStreamSource;
 Skeletons g_skeletons;
 FindingsHistory g_findingsHistory(12);
+Calibrator g_calibrator;
 Validator g_validator;

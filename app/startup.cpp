@@ -8,6 +8,7 @@
 #include "config/parameter_controller.h"
 #include "config/parameter_io.h"
 #include "events/event_manager.h"
+#include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 
 namespace {
@@ -28,6 +29,8 @@ void init_parameter_controller() {
     g_IsPortrait = true;
   }
   g_IsDevMode = false;
+  g_calibrator.setSize(g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
+  g_calibrator.setRender(g_CalibrationParams.b_ShowCalibrationMarkers);
 }
 
 void init_stream_size() {

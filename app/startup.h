@@ -1,7 +1,7 @@
 // The steps of start-up that need no camera picture and no model.
 #pragma once
 
-/// Loads all settings from the parameter store and hands the areas on.
+/// Loads all settings from the parameter store and hands areas and stakes on.
 void init_parameter_controller();
 /// Sets the analysis picture's size from the camera's rotation.
 void init_stream_size();

@@ -2,6 +2,7 @@
 
 #include "analysis/area_of_interest.h"
 #include "app/detection_params.h"
+#include "app/status_text.h"
 
 namespace {
 
@@ -28,43 +29,4 @@ void parameter_io::store_points_into_exclusions() {
   g_AreaofInterest.set_exclusion(3, polygonOf(g_DetectionParams.i_Exclusion3));
 }
 
-std::string parameter_io::status_to_string(int code) {
-  switch (code) {
-    case 50:
-      return "Unknown status";
-    case 100:
-      return "Starting";
-    case 200:
-      return "AI";
-    case 300:
-      return "Stopped";
-    case 400:
-      return "Data error";
-    case 401:
-      return "AI error";
-    case 402:
-      return "Locations error";
-    case 403:
-      return "AOI error";
-    case 405:
-      return "Findings error";
-    case 406:
-      return "Events error";
-    case 407:
-      return "3D calibration error";
-    case 500:
-      return "Patient not in bed, event active";
-    case 501:
-      return "Occupancy event active";
-    case 502:
-      return "Patient out of bed";
-    case 503:
-      return "Fall detected";
-    case 600:
-      return "Slow";
-    case 700:
-      return "No connection error";
-    default:
-      return "Unknown default status";
-  }
-}
+std::string parameter_io::status_to_string(int code) { return statusText(code); }
