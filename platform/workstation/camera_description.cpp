@@ -23,7 +23,7 @@ constexpr std::uint32_t kMaxStreamSide = 4096;
 constexpr std::size_t kMaxStreamSizes = 32;
 
 constexpr const char* kSourceRule = "allowed is a text: the path of a video file or a URI";
-constexpr const char* kLoopRule = "allowed are true and false";
+constexpr const char* kSwitchRule = "allowed are true and false";
 constexpr const char* kRotationRule = "allowed are 0, 90, 180 and 270";
 constexpr const char* kProductRule = "allowed is a text that is not empty";
 constexpr const char* kFocalRule = "allowed is a whole number from 1 to 1000000";
@@ -31,7 +31,7 @@ constexpr const char* kSizesRule =
     "allowed is a list of 1 to 32 different texts \"WIDTHxHEIGHT\" of even numbers from 2 to 4096";
 constexpr const char* kParametersRule = "allowed is an object of parameter names with texts as values";
 constexpr const char* kKeysRule =
-    "allowed are source, loop, rotation, product_name, focal_length_um, stream_sizes and parameters";
+    "allowed are source, loop, rotation, mirrored, product_name, focal_length_um, stream_sizes and parameters";
 
 /// A value as it stands in the file, cut to a length that fits a line.
 std::string shown(const json& value) {
@@ -90,9 +90,11 @@ class Reader {
     if (key == "source") {
       takeSource(value);
     } else if (key == "loop") {
-      takeLoop(value);
+      takeSwitch(key, value, m_description.loop);
     } else if (key == "rotation") {
       takeRotation(value);
+    } else if (key == "mirrored") {
+      takeSwitch(key, value, m_description.mirrored);
     } else if (key == "product_name") {
       takeProductName(value);
     } else if (key == "focal_length_um") {
@@ -122,9 +124,9 @@ class Reader {
     m_description.source = (folder / *source).lexically_normal().string();
   }
 
-  void takeLoop(const json& value) {
-    if (!value.is_boolean()) return refuse("loop", value, kLoopRule);
-    value.get_to(m_description.loop);
+  void takeSwitch(const std::string& key, const json& value, bool& target) {
+    if (!value.is_boolean()) return refuse(key, value, kSwitchRule);
+    value.get_to(target);
   }
 
   void takeRotation(const json& value) {

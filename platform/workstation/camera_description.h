@@ -26,6 +26,7 @@ struct CameraDescription {
   std::string source;                       ///< absolute path, or a URI ("rtsp://...")
   bool loop = false;                        ///< live only: begin again at the end of the file
   std::uint32_t rotation = 0;               ///< degrees clockwise: 0, 90, 180 or 270
+  bool mirrored = false;                    ///< viewers see left and right exchanged, after the turning
   std::string product_name = "AXIS Q1656";  ///< short product name
   std::uint32_t focal_length_um = 3700;     ///< of the lens, in micrometres
   std::vector<StreamSize> stream_sizes{{640, 360}, {800, 450}, {1280, 720}, {1920, 1080}};

@@ -61,6 +61,7 @@ json toJson(const CameraDescription& camera) {
   return {{"source", camera.source},
           {"loop", camera.loop},
           {"rotation", camera.rotation},
+          {"mirrored", camera.mirrored},
           {"product_name", camera.product_name},
           {"focal_length_um", camera.focal_length_um},
           {"stream_sizes", sizes},
@@ -209,15 +210,17 @@ void layOver(CameraDescription& camera, const fs::path& settings) {
     throw DescriptionError(settings.string() + ": is not a JSON object of settings");
   }
   for (const auto& [key, value] : document.items()) {
-    if (key != "rotation" && key != "product_name" && key != "focal_length_um" && key != "parameters") {
-      throw DescriptionError(settings.string() + ": " + key +
-                             ": is not a setting; allowed are rotation, product_name, focal_length_um and parameters");
+    if (key != "rotation" && key != "mirrored" && key != "product_name" && key != "focal_length_um" &&
+        key != "parameters") {
+      throw DescriptionError(settings.string() + ": " + key + ": is not a setting; allowed are rotation, mirrored, " +
+                             "product_name, focal_length_um and parameters");
     }
   }
   document["source"] = "-";
   const std::string composed = document.dump(-1, ' ', false, json::error_handler_t::replace);
   const CameraDescription set = parseCameraDescription(composed, settings.string());
   camera.rotation = document.contains("rotation") ? set.rotation : camera.rotation;
+  camera.mirrored = document.contains("mirrored") ? set.mirrored : camera.mirrored;
   camera.product_name = document.contains("product_name") ? set.product_name : camera.product_name;
   camera.focal_length_um = document.contains("focal_length_um") ? set.focal_length_um : camera.focal_length_um;
   for (const auto& [name, value] : set.parameters) {

@@ -1,6 +1,7 @@
 // The camera's video service on a workstation: streams, settings and buffers over one shared decoder.
 #include <vdostream.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -47,6 +48,12 @@ struct _VdoStream {
 struct VdoStreamClass {
   GObjectClass parent_class;
 };
+struct _VdoChannel {
+  GObject parent_instance;
+};
+struct VdoChannelClass {
+  GObjectClass parent_class;
+};
 struct _VdoBuffer {
   GObject parent_instance;
   std::shared_ptr<Picture> picture;
@@ -59,6 +66,7 @@ struct VdoBufferClass {
 G_DEFINE_TYPE(VdoMap, vdo_map, G_TYPE_OBJECT)
 G_DEFINE_TYPE(VdoStream, vdo_stream, G_TYPE_OBJECT)
 G_DEFINE_TYPE(VdoBuffer, vdo_buffer, G_TYPE_OBJECT)
+G_DEFINE_TYPE(VdoChannel, vdo_channel, G_TYPE_OBJECT)
 
 // GObject hands out zeroed memory; the C++ members in it are built and taken down by hand.
 
@@ -84,6 +92,10 @@ static void vdo_buffer_finalize(GObject* object) {
   G_OBJECT_CLASS(vdo_buffer_parent_class)->finalize(object);
 }
 static void vdo_buffer_class_init(VdoBufferClass* klass) { G_OBJECT_CLASS(klass)->finalize = vdo_buffer_finalize; }
+
+// A channel needs no state: the camera has one only.
+static void vdo_channel_init(VdoChannel* /*self*/) {}
+static void vdo_channel_class_init(VdoChannelClass* /*klass*/) {}
 
 namespace {
 
@@ -150,6 +162,28 @@ void vdo_map_set_uint32(VdoMap* self, const gchar* name, guint32 value) { self->
 guint32 vdo_map_get_uint32(const VdoMap* self, const gchar* name, guint32 fallback) {
   const auto entry = self->values.find(name);
   return entry == self->values.end() ? fallback : entry->second;
+}
+
+GList* vdo_channel_get_all(GError** error) try {
+  workstation::startedCamera();
+  return g_list_append(nullptr, g_object_new(vdo_channel_get_type(), nullptr));
+} catch (const std::exception& problem) {
+  setError(error, problem.what());
+  return nullptr;
+}
+
+VdoResolutionSet* vdo_channel_get_resolutions(VdoChannel* /*self*/, VdoMap* /*filter*/, GError** error) try {
+  const auto& sizes = workstation::startedCamera().stream_sizes;
+  const std::size_t bytes = sizeof(VdoResolutionSet) + sizes.size() * sizeof(VdoResolution);
+  auto* const set = static_cast<VdoResolutionSet*>(g_malloc0(bytes));
+  set->count = sizes.size();
+  std::transform(sizes.begin(), sizes.end(), set->resolutions, [](StreamSize size) {
+    return VdoResolution{size.width, size.height};
+  });
+  return set;
+} catch (const std::exception& problem) {
+  setError(error, problem.what());
+  return nullptr;
 }
 
 VdoStream* vdo_stream_new(VdoMap* settings, VdoBufferFinalizer finalizer, GError** error) try {

@@ -20,12 +20,14 @@ std::string mistakesIn(const std::string& text) {
 
 TEST(CameraDescription, EveryKeyIsReadAndRelativePathsBeginAtTheFile) {
   const auto full = workstation::parseCameraDescription(
-      R"({"source": "../films/a.mp4", "loop": true, "rotation": 270, "product_name": "AXIS P3265-LV",
-          "focal_length_um": 1000000, "stream_sizes": ["1280x720", "2x4096"], "parameters": {"Sensitivity": "0.4"}})",
+      R"({"source": "../films/a.mp4", "loop": true, "rotation": 270, "mirrored": true,
+          "product_name": "AXIS P3265-LV", "focal_length_um": 1000000, "stream_sizes": ["1280x720", "2x4096"],
+          "parameters": {"Sensitivity": "0.4"}})",
       "/data/rooms/room.json");
   EXPECT_EQ(full.source, "/data/films/a.mp4");
   EXPECT_TRUE(full.loop);
   EXPECT_EQ(full.rotation, 270u);
+  EXPECT_TRUE(full.mirrored);
   EXPECT_EQ(full.product_name, "AXIS P3265-LV");
   EXPECT_EQ(full.focal_length_um, 1'000'000u);
   EXPECT_EQ(full.stream_sizes, (std::vector<StreamSize>{{1280, 720}, {2, 4096}}));
@@ -69,8 +71,8 @@ TEST(CameraDescription, MistakesNameFileKeyAndWhatIsAllowed) {
 TEST(CameraDescription, AllMistakesAreFoundInOnePass) {
   EXPECT_EQ(mistakesIn(R"({"loop": "no", "lens": 1})"),
             "room.json: source: is missing; allowed is a text: the path of a video file or a URI\n"
-            "room.json: \"lens\": is not a key of a camera; allowed are source, loop, rotation, product_name, "
-            "focal_length_um, stream_sizes and parameters\n"
+            "room.json: \"lens\": is not a key of a camera; allowed are source, loop, rotation, mirrored, "
+            "product_name, focal_length_um, stream_sizes and parameters\n"
             "room.json: loop: cannot be \"no\"; allowed are true and false");
 }
 

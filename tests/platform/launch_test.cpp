@@ -133,13 +133,15 @@ TEST_F(Launch, ReplaysInAPlaceThatGoesAgain) {
 TEST_F(Launch, TakesADescriptionAndSettingsOverIt) {
   m_tree.write("cam.json", R"({"source": "simulator/demo/demo.webm", "loop": true, "rotation": 90,
                                "focal_length_um": 2800, "parameters": {"Sensitivity": "0.1"}})");
-  m_tree.write("s.json", R"({"rotation": 180, "product_name": "AXIS P1", "parameters": {"Sensitivity": "0.2"}})");
+  m_tree.write("s.json", R"({"rotation": 180, "mirrored": true, "product_name": "AXIS P1",
+                             "parameters": {"Sensitivity": "0.2"}})");
   m_request.source = (m_tree / "cam.json").string();
   m_request.settings = (m_tree / "s.json").string();
   const CameraDescription camera = requestedCamera(m_request, m_tree.path());
   EXPECT_EQ(camera.source, demo());
   EXPECT_TRUE(camera.loop);
   EXPECT_EQ(camera.rotation, 180U);
+  EXPECT_TRUE(camera.mirrored);
   EXPECT_EQ(camera.focal_length_um, 2800U);
   EXPECT_EQ(camera.product_name, "AXIS P1");
   EXPECT_EQ(camera.parameters.at("Sensitivity"), "0.2");

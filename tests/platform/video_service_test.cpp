@@ -214,6 +214,18 @@ TEST_F(VideoServiceTest, WrongSettingsAreRefused) {
   EXPECT_EQ(vdo_stream_get_buffer(idle.get(), nullptr), nullptr) << "not started";
 }
 
+TEST_F(VideoServiceTest, TheOneChannelTellsTheStreamsSizes) {
+  useCamera("absent");
+  GList* channels = vdo_channel_get_all(nullptr);
+  ASSERT_EQ(g_list_length(channels), 1U);
+  const std::unique_ptr<VdoResolutionSet, decltype(&g_free)> sizes(
+      vdo_channel_get_resolutions(static_cast<VdoChannel*>(channels->data), nullptr, nullptr), &g_free);
+  g_list_free_full(channels, g_object_unref);
+  ASSERT_EQ(sizes->count, 3U);
+  EXPECT_EQ(sizes->resolutions[1].width, 128U);
+  EXPECT_EQ(sizes->resolutions[2].height, 32U);
+}
+
 TEST_F(VideoServiceTest, ADamagedRecordingEndsEarlyAndStillGivesPictures) {
   film({.frames = 40});
   std::string bytes = m_folder.read("film");
