@@ -1,0 +1,102 @@
+/** The guide for the first visit: a few steps beside the page, which stays usable; skipped and found again. */
+import { html, useEffect, useRef } from "./vendor/preact.js";
+
+const KEEP = "velmor-guide";
+
+/** True until the guide was finished or skipped in this browser. */
+export const guideIsNew = () => localStorage.getItem(KEEP) !== "done";
+
+const STEPS = [
+  {
+    view: "#watch",
+    title: "See the picture",
+    texts: [
+      "This is the room, live, with what the program finds drawn into it. Turn the camera until the bed and the floor around it are in view.",
+      "Keep the way between camera and bed free: what hides a person hides a fall as well.",
+    ],
+    done: ({ connected }) => connected && "The camera answers.",
+    open: "Waiting for the camera.",
+  },
+  {
+    view: "#setup",
+    title: "Draw the bed",
+    texts: [
+      "Switch on “Bed area 1” and drag its four corners onto the bed in the picture.",
+      "Draw it about a tenth larger than the bed. People are judged by the middle of their shoulders: whoever has it inside is in bed.",
+      "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area.",
+    ],
+    done: ({ draft }) => draft?.beds.some((bed) => bed.on) && "A bed area is switched on.",
+    open: "No bed area is switched on yet.",
+  },
+  {
+    view: "#setup",
+    title: "Place the floor points",
+    texts: [
+      "Lay out a rectangle on the floor, or take one that is there, such as tiles or a rug, and measure it in metres.",
+      "Put the red, green, blue and yellow points on its corners, going around it clockwise, and enter its width (red to green) and depth (green to blue).",
+      "It is right when the grid lies flat on the floor and the figure looks as tall as a person. Then press Save.",
+    ],
+    done: ({ dirty, draft }) => draft && !dirty && "Everything is saved.",
+    open: "Changes are not saved yet.",
+  },
+  {
+    view: "#watch",
+    title: "Watch an event",
+    texts: [
+      "Leave the bed empty: after some seconds “Patient Out of Bed” becomes active, and it ends when somebody is back in it.",
+      "Lie down still on the floor, away from the picture's edge: “Fall Detected” becomes active, until you get up.",
+    ],
+    done: ({ seen }) => seen && `Seen: ${seen}.`,
+    open: "No event has been seen yet.",
+  },
+];
+
+function Progress({ step }) {
+  return html`<ol class="guide-steps" aria-hidden="true">
+    ${STEPS.map(
+      ({ title }, index) =>
+        html`<li key=${title} class=${index === step ? "here" : index < step ? "past" : ""}>
+          <span>${index + 1}</span>${title}
+        </li>`,
+    )}
+  </ol>`;
+}
+
+/**
+ * @param {object} props {step, onStep(number or null), facts}: null ends the guide; facts {connected, draft, dirty,
+ *   seen}: what a step's sign of success is told from; seen: name of an event that was active, or null
+ */
+export function Guide({ step, onStep, facts }) {
+  const heading = useRef(null);
+  const { view, title, texts, done, open } = STEPS[step];
+  useEffect(() => {
+    location.hash = view;
+    heading.current.focus({ preventScroll: true });
+    heading.current.scrollIntoView({ block: "nearest" });
+  }, [step]);
+  const end = () => {
+    localStorage.setItem(KEEP, "done");
+    onStep(null);
+  };
+  const last = step === STEPS.length - 1;
+  const success = done(facts);
+  return html`<section class="guide" aria-labelledby="guide-heading">
+    <${Progress} step=${step} />
+    <h2 id="guide-heading" tabindex="-1" ref=${heading}>
+      <span class="hidden">Guide, step ${step + 1} of ${STEPS.length}: </span>${title}
+    </h2>
+    <div class="guide-texts">${texts.map((text) => html`<p key=${text}>${text}</p>`)}</div>
+    <p class=${success ? "guide-done" : "guide-open"} role="status">
+      <span class="sign" aria-hidden="true">${success ? "✓" : "◌"}</span>${success || open}
+    </p>
+    <div class="row guide-buttons">
+      ${step > 0 && html`<button type="button" class="quiet" onClick=${() => onStep(step - 1)}>Back</button>`}
+      ${
+        last
+          ? html`<button type="button" class="primary" onClick=${end}>Finish</button>`
+          : html`<button type="button" class="primary" onClick=${() => onStep(step + 1)}>Next</button>
+              <button type="button" class="quiet" onClick=${end}>Skip the guide</button>`
+      }
+    </div>
+  </section>`;
+}

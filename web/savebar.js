@@ -1,0 +1,119 @@
+/** The bar at the window's lower edge: unsaved changes, Save, and what became of the last save. */
+import { html } from "./vendor/preact.js";
+import { clockTime } from "./words.js";
+
+function Texts({ texts }) {
+  return html`<ul>
+    ${texts.map((text) => html`<li key=${text}>${text}</li>`)}
+  </ul>`;
+}
+
+function Differences({ differences }) {
+  return html`<div class="scroll" tabindex="0" role="region" aria-label="Differences">
+    <table>
+      <thead>
+        <tr>
+          <th scope="col">Setting</th>
+          <th scope="col">Entered</th>
+          <th scope="col">The program holds</th>
+        </tr>
+      </thead>
+      <tbody>
+        ${differences.map(
+          ({ what, wanted, found }) =>
+            html`<tr key=${what}>
+              <th scope="row">${what}</th>
+              <td>${String(wanted)}</td>
+              <td>${String(found)}</td>
+            </tr>`,
+        )}
+      </tbody>
+    </table>
+  </div>`;
+}
+
+function outcomeParts(outcome) {
+  switch (outcome.kind) {
+    case "saved":
+      return outcome.warnings.length
+        ? { tone: "warn", sign: "!", title: `Saved and read back at ${clockTime(outcome.at)}, but look at this:` }
+        : { tone: "ok", sign: "✓", title: `Saved and read back at ${clockTime(outcome.at)}.` };
+    case "refused":
+      return { tone: "alarm", sign: "✕", title: "Not saved, nothing was sent:" };
+    case "differs":
+      return {
+        tone: "warn",
+        sign: "!",
+        title: "The program holds something else than what was entered. Somebody else may have saved as well.",
+      };
+    case "kept":
+      return {
+        tone: "warn",
+        sign: "!",
+        title: "The program's settings have changed meanwhile. Your changes are kept, and are not saved yet.",
+      };
+    default:
+      return { tone: "alarm", sign: "✕", title: `Not saved: ${outcome.error || "the program did not take it."}` };
+  }
+}
+
+function Outcome({ outcome, onDiscard, onDismiss }) {
+  const { tone, sign, title } = outcomeParts(outcome);
+  const texts = outcome.texts ?? outcome.warnings ?? [];
+  return html`<div class=${`outcome tone-${tone}`}>
+    <div class="outcome-head">
+      <span class="sign" aria-hidden="true">${sign}</span>
+      <p>${title} ${outcome.kind === "failed" && "What you entered is kept."}</p>
+      <button type="button" class="quiet small-button" aria-label="Close the message" onClick=${onDismiss}>✕</button>
+    </div>
+    ${texts.length > 0 && html`<${Texts} texts=${texts} />`}
+    ${
+      outcome.kind === "differs" &&
+      html`<${Differences} differences=${outcome.differences} />
+        <p><button type="button" class="quiet" onClick=${onDiscard}>Take over what the program holds</button></p>`
+    }
+  </div>`;
+}
+
+function Before({ review }) {
+  const texts = [...review.refusals, ...review.warnings];
+  if (!texts.length) return null;
+  const words = texts.length === 1 ? "1 thing to look at" : `${texts.length} things to look at`;
+  return html`<details class="before">
+    <summary>
+      <span class=${`sign tone-${review.refusals.length ? "alarm" : "warn"}`} aria-hidden="true">
+        ${review.refusals.length ? "✕" : "!"}
+      </span>
+      ${words}
+    </summary>
+    <${Texts} texts=${texts} />
+  </details>`;
+}
+
+function state(draft) {
+  if (draft.busy) return "Saving …";
+  return draft.dirty ? "Changes are not saved yet." : "Everything is saved.";
+}
+
+/** @param {{draft: object, review: object}} props the SettingsDraft and what reviewSettings says of it */
+export function SaveBar({ draft, review }) {
+  const { outcome, dirty, busy } = draft;
+  return html`<section class="savebar" aria-label="Saving">
+    <div aria-live="polite">
+      ${
+        outcome &&
+        html`<${Outcome} outcome=${outcome} onDiscard=${() => draft.discard()} onDismiss=${() => draft.dismiss()} />`
+      }
+    </div>
+    <div class="savebar-row">
+      <p class="savebar-state" role="status">${state(draft)}</p>
+      ${!outcome && html`<${Before} review=${review} />`}
+      <div class="row">
+        <button type="button" class="quiet" disabled=${!dirty || busy} onClick=${() => draft.discard()}>
+          Discard changes
+        </button>
+        <button type="button" class="primary" disabled=${busy} onClick=${() => draft.save()}>Save</button>
+      </div>
+    </div>
+  </section>`;
+}

@@ -1,0 +1,151 @@
+/** The last hours as bars: one lane for each event, and the same as a table. */
+import { html, useState } from "./vendor/preact.js";
+import { EVENT_NAMES, clockTime, durationInWords } from "./words.js";
+
+const HOUR = 3600000;
+const SPANS = [
+  { hours: 1, tick: HOUR / 6 },
+  { hours: 4, tick: HOUR },
+  { hours: 12, tick: 2 * HOUR },
+];
+
+/**
+ * The times in which an event was active, within [from, now] and oldest first.
+ * @param {{name: string, active: boolean, time: string}[]} history changes, oldest first
+ * @param {{name: string, active: boolean, since: ?string}[]} events the state now
+ * @param {number} from milliseconds since 1970, as `now`
+ * @returns {{from: number, to: ?number, known: boolean}[]} `to` null: still active; `known` false: it began earlier
+ */
+export function activeTimes(history, events, name, from, now) {
+  const state = events.find((event) => event.name === name);
+  const times = [];
+  let open = null;
+  let first = true;
+  for (const change of history) {
+    if (change.name !== name) continue;
+    const time = Date.parse(change.time);
+    if (change.active) open ??= time;
+    else if (open !== null || first) {
+      times.push({ from: open ?? -Infinity, to: time });
+      open = null;
+    }
+    first = false;
+  }
+  if (state?.active) times.push({ from: open ?? (state.since ? Date.parse(state.since) : -Infinity), to: null });
+  else if (open !== null && !state) times.push({ from: open, to: null });
+  return times
+    .filter((time) => (time.to ?? now) > from && time.from <= now)
+    .map((time) => ({ from: Math.max(time.from, from), to: time.to, known: time.from >= from }));
+}
+
+function ticksBetween(from, now, step) {
+  const offset = new Date(now).getTimezoneOffset() * 60000;
+  const ticks = [];
+  for (let time = Math.ceil((from - offset) / step) * step + offset; time <= now; time += step) ticks.push(time);
+  return ticks;
+}
+
+/** Share of the width beside the word "now" that the hours leave free. */
+const CLEAR_OF_NOW = 0.12;
+
+function Lane({ name, times, at, ticks }) {
+  return html`<span class="lane-name">${name}<span class="hidden">: ${summary(times)}</span></span>
+    <svg class="lane" aria-hidden="true">
+      <rect class="lane-back" width="100%" y="8" height="18" rx="4" />
+      ${ticks.map((time) => html`<line key=${time} class="tick" x1=${at(time)} x2=${at(time)} y1="0" y2="34" />`)}
+      ${times.map(({ from, width }) => html`<rect key=${from} class="bar" x=${at(from)} width=${width} y="4" height="26" rx="3" />`)}
+    </svg>`;
+}
+
+function Lanes({ lanes, from, now, tick }) {
+  const percent = (length) => `${((length / (now - from)) * 100).toFixed(3)}%`;
+  const at = (time) => percent(time - from);
+  const ticks = ticksBetween(from, now, tick);
+  const drawn = (times) => times.map((time) => ({ ...time, width: percent((time.to ?? now) - time.from) }));
+  const hours = ticks.filter((time) => now - time > (now - from) * CLEAR_OF_NOW);
+  return html`<div class="lanes">
+    ${lanes.map(
+      ({ name, times }) => html`<${Lane} key=${name} name=${name} times=${drawn(times)} at=${at} ticks=${ticks} />`,
+    )}
+    <svg class="axis" aria-hidden="true">
+      ${hours.map(
+        (time) =>
+          html`<text key=${time} x=${at(time)} y="13">${clockTime(new Date(time), new Date(time)).slice(0, 5)}</text>`,
+      )}
+      <text class="axis-now" x="100%" y="13">now</text>
+    </svg>
+  </div>`;
+}
+
+function lasted(time, now) {
+  const words = durationInWords((time.to ?? now) - time.from);
+  return time.known ? words : `more than ${words}`;
+}
+
+function List({ rows, now }) {
+  if (!rows.length) return html`<p class="muted">No event in this time.</p>`;
+  const clock = (time) => clockTime(new Date(time), new Date(now));
+  return html`<div class="scroll" tabindex="0" role="region" aria-label="Events as a list">
+    <table>
+      <thead>
+        <tr>
+          <th scope="col">Event</th>
+          <th scope="col">Began</th>
+          <th scope="col">Ended</th>
+          <th scope="col">Lasted</th>
+        </tr>
+      </thead>
+      <tbody>
+        ${rows.map(
+          (row) =>
+            html`<tr key=${row.name + row.from}>
+              <th scope="row">${row.name}</th>
+              <td>${row.known ? clock(row.from) : `before ${clock(row.from)}`}</td>
+              <td>${row.to === null ? "still active" : clock(row.to)}</td>
+              <td>${lasted(row, now)}</td>
+            </tr>`,
+        )}
+      </tbody>
+    </table>
+  </div>`;
+}
+
+function summary(times) {
+  if (!times.length) return "never";
+  const now = times.some((time) => time.to === null) ? ", active now" : "";
+  return `${times.length === 1 ? "once" : `${times.length} times`}${now}`;
+}
+
+/** The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second. */
+export function Timeline({ history, events, now }) {
+  const [hours, setHours] = useState(4);
+  const span = SPANS.find((entry) => entry.hours === hours);
+  const from = now - hours * HOUR;
+  const lanes = EVENT_NAMES.map((name) => ({ name, times: activeTimes(history, events, name, from, now) }));
+  const rows = lanes.flatMap(({ name, times }) => times.map((time) => ({ name, ...time })));
+  rows.sort((a, b) => b.from - a.from);
+  return html`<section class="panel timeline" aria-labelledby="timeline-heading">
+    <div class="panel-head">
+      <h2 id="timeline-heading">The last hours</h2>
+      <fieldset class="segments">
+        <legend class="hidden">Hours shown</legend>
+        ${SPANS.map(
+          (entry) =>
+            html`<label key=${entry.hours}>
+              <input
+                type="radio"
+                name="hours"
+                checked=${hours === entry.hours}
+                onChange=${() => setHours(entry.hours)}
+              /><span>${entry.hours} h</span>
+            </label>`,
+        )}
+      </fieldset>
+    </div>
+    <${Lanes} lanes=${lanes} from=${from} now=${now} tick=${span.tick} />
+    <details>
+      <summary>As a list${rows.length ? ` (${rows.length})` : ""}</summary>
+      <${List} rows=${rows} now=${now} />
+    </details>
+  </section>`;
+}
