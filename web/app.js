@@ -23,12 +23,10 @@ function useView() {
   return view;
 }
 
-const UNKNOWN = { connected: false, code: null, text: null, executionTime: null };
-
 /** The program's state, followed for the page's life. `epoch` grows each time the connection is back. */
 function useProgram(program) {
   const [state, update] = useReducer((before, change) => ({ ...before, ...change(before) }), {
-    status: UNKNOWN,
+    status: null,
     lostSince: null,
     epoch: 0,
   });
@@ -51,7 +49,7 @@ const EMPTY = { events: [], history: [], limited: false };
 function useEvents(feed) {
   const [state, setState] = useState({ ...EMPTY, offset: 0, seen: null, begun: "", ended: "" });
   useEffect(() => {
-    const take = ({ type, detail }) =>
+    const take = ({ detail }) =>
       setState((before) => ({ ...before, ...detail, ...spoken(before.events, detail.events, before.seen) }));
     feed.addEventListener("state", take);
     feed.addEventListener("change", take);
@@ -113,7 +111,7 @@ function Header({ view, state, dirty, guiding, onGuide }) {
         ${Object.entries(VIEWS).map(
           ([hash, name]) =>
             html`<a key=${hash} href=${hash} aria-current=${view === hash ? "page" : null}>
-              ${name}${hash === "#setup" && dirty && html`<span class="dot" title="Unsaved changes">*</span>`}
+              ${name}${hash === "#setup" && dirty && html`<span class="dot"><span aria-hidden="true">*</span><span class="hidden">, with unsaved changes</span></span>`}
             </a>`,
         )}
       </nav>
@@ -130,7 +128,7 @@ function SetupView({ draft, appearance, epoch, control }) {
   const edit = (next, label) => draft.edit(next, label);
   return html`<div class="setup">
     <h1 tabindex="-1">Set up</h1>
-    <h2>On the picture</h2>
+    <h2 class="hidden">On the picture</h2>
     <${Setup}
       size=${size}
       mirrored=${appearance.mirrored}
@@ -149,9 +147,10 @@ function SetupView({ draft, appearance, epoch, control }) {
 }
 
 function Waiting({ draft, connected }) {
-  return html`<p class="loading" role="status">
-    ${connected && draft.loadError ? `The settings cannot be read: ${draft.loadError}` : "Asking the camera …"}
-  </p>`;
+  return html`<h1 class="hidden" tabindex="-1">Set up</h1>
+    <p class="loading" role="status">
+      ${connected && draft.loadError ? `The settings cannot be read: ${draft.loadError}` : "Asking the camera …"}
+    </p>`;
 }
 
 /** Moves the focus to a view's heading when the view changes, so that the keyboard starts there. */
@@ -169,8 +168,9 @@ function App({ control, program, feed }) {
   const view = useView();
   const { status, lostSince, epoch } = useProgram(program);
   const events = useEvents(feed);
-  const draft = useDraft(control, status.connected, epoch, view);
-  const appearance = useAppearance(status.connected);
+  const connected = status?.connected ?? false;
+  const draft = useDraft(control, connected, epoch, view);
+  const appearance = useAppearance(connected);
   const [step, setStep] = useState(() => (guideIsNew() ? 0 : null));
   const main = useRef(null);
   useFocusOnChange(view, main);
@@ -179,7 +179,7 @@ function App({ control, program, feed }) {
     document.title = `${state.sign} ${state.title} · Velmor Care`;
   }, [state.sign, state.title]);
   const { present, size, dirty, outcome } = draft;
-  const facts = { connected: status.connected, draft: present, dirty, seen: events.seen };
+  const facts = { connected, draft: present, dirty, seen: events.seen };
   return html`
     <a class="skip" href="#main">Skip to the content</a>
     <${Header}
@@ -202,7 +202,7 @@ function App({ control, program, feed }) {
         view === "#setup" &&
         (present
           ? html`<${SetupView} draft=${draft} appearance=${appearance} epoch=${epoch} control=${control} />`
-          : html`<${Waiting} draft=${draft} connected=${status.connected} />`)
+          : html`<${Waiting} draft=${draft} connected=${connected} />`)
       }
     </main>
     ${

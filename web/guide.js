@@ -1,10 +1,9 @@
 /** The guide for the first visit: a few steps beside the page, which stays usable; skipped and found again. */
+import { recall, remember } from "./memory.js";
 import { html, useEffect, useRef } from "./vendor/preact.js";
 
-const KEEP = "velmor-guide";
-
 /** True until the guide was finished or skipped in this browser. */
-export const guideIsNew = () => localStorage.getItem(KEEP) !== "done";
+export const guideIsNew = () => recall("guide") !== "done";
 
 const STEPS = [
   {
@@ -75,7 +74,7 @@ export function Guide({ step, onStep, facts }) {
     heading.current.scrollIntoView({ block: "nearest" });
   }, [step]);
   const end = () => {
-    localStorage.setItem(KEEP, "done");
+    remember("guide", "done");
     onStep(null);
   };
   const last = step === STEPS.length - 1;

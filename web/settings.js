@@ -108,7 +108,7 @@ function Streams({ settings, set }) {
         label="Size of the overlay stream"
         value=${settings.overlaySize}
         sizes=${settings.sizes}
-        onChange=${(size) => set({ overlaySize: size }, "Size of the overlay stream")}
+        onChange=${(size) => set({ overlaySize: size, problems: [] }, "Size of the overlay stream")}
       />
     </div>
     <div class="pair">
@@ -123,7 +123,7 @@ function Streams({ settings, set }) {
         label="Size of the anonymised stream"
         value=${settings.anonymisedSize}
         sizes=${settings.sizes}
-        onChange=${(size) => set({ anonymisedSize: size }, "Size of the anonymised stream")}
+        onChange=${(size) => set({ anonymisedSize: size, problems: [] }, "Size of the anonymised stream")}
       />
     </div>
     ${problem && html`<p class="note"><span aria-hidden="true">! </span>${problem}</p>`}

@@ -1,12 +1,11 @@
 /** The Watch view: the live picture, the program's state, both events, the last hours. */
-import { html, useEffect, useState } from "./vendor/preact.js";
+import { html, useEffect, useMemo, useState } from "./vendor/preact.js";
 import { streamUrl } from "./api.js";
+import { recall, remember } from "./memory.js";
 import { LivePicture } from "./picture.js";
 import { APPLICATION_SIZE, anonymisedProblem } from "./review.js";
 import { Timeline } from "./timeline.js";
 import { EVENT_NAMES, clockTime, durationInWords, whyNever } from "./words.js";
-
-const KEEP = "velmor-anonymise";
 
 const area = (size) => size.split("x").reduce((product, side) => product * Number(side), 1);
 
@@ -47,15 +46,20 @@ function NoAnonymised({ reason, onShow }) {
   </div>`;
 }
 
+function OpenAlone({ size }) {
+  const address = useMemo(() => streamUrl(size), [size]);
+  return html`<a href=${address} target="_blank" rel="noopener">Open alone</a>`;
+}
+
 function pictureTitle(anonymise, lostSince) {
   if (lostSince) return `Not live: the picture of ${clockTime(lostSince)}`;
   return anonymise ? "Live, anonymised" : "Live";
 }
 
 function Picture({ settings, epoch, lostSince }) {
-  const [anonymise, setAnonymise] = useState(() => localStorage.getItem(KEEP) === "1");
+  const [anonymise, setAnonymise] = useState(() => recall("anonymise") === "on");
   const choose = (on) => {
-    localStorage.setItem(KEEP, on ? "1" : "0");
+    remember("anonymise", on ? "on" : "off");
     setAnonymise(on);
   };
   const reason = whyNotAnonymised(settings);
@@ -88,7 +92,7 @@ function Picture({ settings, epoch, lostSince }) {
             ? html`<span>People that the program follows are covered, the rest is coarsened.</span>`
             : html`<span>${settings.overlayOn ? "Overlay stream" : "The application's own stream"}</span>`
         }
-        <a href=${streamUrl(size)} target="_blank" rel="noopener">Open alone</a>
+        <${OpenAlone} size=${size} />
       </p>`
     }
   </section>`;

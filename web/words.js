@@ -32,12 +32,12 @@ function ownWords({ code, text, executionTime }) {
 /**
  * The state that the header and the Watch view show. Active events come first because the status code hides some of
  * them (502 hides 503, 600 hides both); what else is wrong follows in `more`.
- * @param {{connected: boolean, code: ?number, text: ?string, executionTime: ?number}} status
+ * @param {?{connected: boolean, code: number, text: string, executionTime: number}} status null until there is one
  * @param {{name: string, active: boolean}[]} events
  * @returns {{tone: "ok"|"warn"|"alarm"|"idle", sign: string, title: string, more: string, program: string}}
  */
 export function describeState(status, events) {
-  if (!status.connected && status.code === null) {
+  if (!status) {
     return { tone: "idle", sign: "◌", title: "Connecting", more: "", program: "" };
   }
   if (!status.connected) {
@@ -45,7 +45,7 @@ export function describeState(status, events) {
   }
   const program = ownWords(status);
   const active = new Set(events.filter((event) => event.active).map((event) => event.name));
-  if (ALARM_OF_CODE[status.code] && !events.length) active.add(ALARM_OF_CODE[status.code]);
+  if (ALARM_OF_CODE[status.code]) active.add(ALARM_OF_CODE[status.code]);
   const other = status.code === 200 || ALARM_OF_CODE[status.code] ? null : trouble(status.code, status.text);
   if (active.size) {
     const [first, ...rest] = EVENT_NAMES.filter((name) => active.has(name)).map((name) => ALARMS[name]);
