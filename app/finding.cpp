@@ -18,8 +18,9 @@ double distanceBetween(const Point& a, const Point& b) {
 
 float one_find::getExpectedSuperiorAreaRadius() const {
   const BoundingBox& box = skeleton.boundingBox;
-  const auto bbWidth = static_cast<float>(box.bottomRight.x - box.topLeft.x);
-  const auto bbHeight = static_cast<float>(box.bottomRight.y - box.topLeft.y);
+  // In double precision, because the box of no keypoints is wider than an int.
+  const auto bbWidth = static_cast<float>(static_cast<double>(box.bottomRight.x) - box.topLeft.x);
+  const auto bbHeight = static_cast<float>(static_cast<double>(box.bottomRight.y) - box.topLeft.y);
   const float aspect = bbWidth / bbHeight;
   if (aspect < 0.5F) {
     return bbWidth;

@@ -52,6 +52,26 @@ VdoBuffer* vdo_stream_get_buffer(VdoStream*, GError** error) {
   ++fakeCamera().buffersTaken;
   return reinterpret_cast<VdoBuffer*>(&fakeCamera());
 }
+GList* vdo_channel_get_all(GError** error) {
+  GList* channels = nullptr;
+  if (fails("vdo_channel_get_all", error)) return channels;
+  for (auto& sizes : fakeCamera().channels) {
+    auto* const channel = G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr));
+    g_object_set_data(channel, "sizes", &sizes);
+    channels = g_list_append(channels, channel);
+  }
+  return channels;
+}
+VdoResolutionSet* vdo_channel_get_resolutions(VdoChannel* self, VdoMap*, GError** error) {
+  if (fails("vdo_channel_get_resolutions", error)) return nullptr;
+  const auto& sizes =
+      *static_cast<std::vector<std::pair<unsigned, unsigned>>*>(g_object_get_data(G_OBJECT(self), "sizes"));
+  auto* const set =
+      static_cast<VdoResolutionSet*>(g_malloc(sizeof(VdoResolutionSet) + sizes.size() * sizeof(VdoResolution)));
+  set->count = 0;
+  for (const auto& [width, height] : sizes) set->resolutions[set->count++] = {width, height};
+  return set;
+}
 gpointer vdo_buffer_get_data(VdoBuffer*) { return fakeCamera().frame.data(); }
 gboolean vdo_stream_buffer_unref(VdoStream*, VdoBuffer** buffer, GError** error) {
   *buffer = nullptr;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct FakeCamera {
@@ -11,6 +12,7 @@ struct FakeCamera {
   std::string failingCall;                   ///< the call that fails, "vdo_stream_start"
   std::string errorText = "camera is gone";  ///< what it says
   std::map<std::string, unsigned> settings;  ///< of the last stream created
+  std::vector<std::vector<std::pair<unsigned, unsigned>>> channels;  ///< stream sizes of each
   int buffersTaken = 0;
   int buffersReturned = 0;
   int liveStreams = 0;

@@ -1,0 +1,487 @@
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <tuple>
+
+#include "analysis/FindingsHistory.h"
+#include "app/process_state.h"
+#include "geometry/calibrator.h"
+#include "geometry/distance_controller.h"
+#include "overlay/overlay_manager.h"
+#include "tests/geometry/lens.h"
+#include "tests/overlay/fake_axoverlay.h"
+#include "tests/overlay/picture.h"
+#include "tests/video/captured_log.h"
+#include "tests/video/fake_vdostream.h"
+
+namespace {
+
+using P = Picture;
+
+constexpr axoverlay_stream_data kOverlayStream = {1, 1, 1280, 720, 0, FALSE, AXOVERLAY_STREAM_JPEG};
+constexpr axoverlay_stream_data kAnonymizedStream = {2, 1, 640, 360, 0, FALSE, AXOVERLAY_STREAM_JPEG};
+constexpr axoverlay_stream_data kApplicationStream = {3, 1, 800, 450, 0, FALSE, AXOVERLAY_STREAM_JPEG};
+constexpr axoverlay_stream_data kOtherStream = {4, 1, 1920, 1080, 0, FALSE, AXOVERLAY_STREAM_JPEG};
+
+/// Somebody upright in the middle: shoulders at 200, feet at 560, box from (600, 150) to (680, 560).
+Skeleton standing(int rotation = 0) {
+  constexpr std::array<std::array<int, 2>, 17> at = {{{640, 150},
+                                                      {644, 150},
+                                                      {636, 150},
+                                                      {650, 150},
+                                                      {630, 150},
+                                                      {680, 200},
+                                                      {600, 200},
+                                                      {720, 280},
+                                                      {560, 280},
+                                                      {780, 280},
+                                                      {540, 340},
+                                                      {670, 360},
+                                                      {610, 360},
+                                                      {670, 460},
+                                                      {610, 460},
+                                                      {670, 560},
+                                                      {610, 560}}};
+  Keypoints keypoints;
+  for (std::size_t i = 0; i < at.size(); ++i) keypoints[BodyParts[i]] = {{at[i][0], at[i][1]}, BodyParts[i], 1.0F};
+  return {keypoints, rotation, 0.875F};
+}
+
+Finding findingOf(const Skeleton& skeleton, Footings footing = Footings::floor) {
+  return {5, {skeleton.superior.x, skeleton.superior.y}, skeleton, footing};
+}
+
+class Overlay : public ::testing::Test {
+ protected:
+  Overlay() {
+    g_StreamWidth = 1280;
+    g_StreamHeight = 720;
+    g_IsDevMode = false;
+    g_StatusCode = 200;
+    g_findingsHistory = FindingsHistory(12);
+    g_calibrator = Calibrator();
+    g_OverlayInfo = OverlayInfo();
+    OverlayManager::SetOverlayStreamResolution(1280, 720);
+    OverlayManager::SetAnonymizedStreamResolution(640, 360);
+    OverlayManager::clearUserOverlays();
+    fakeOverlays() = FakeOverlays();
+    fakeCamera() = FakeCamera();
+    capturedLog().clear();
+    m_manager = std::make_unique<OverlayManager>();
+  }
+
+  /// A stream's overlay as it is with nobody but this person.
+  Picture drawn(axoverlay_stream_data stream, Finding finding) {
+    g_findingsHistory = FindingsHistory(12);
+    g_findingsHistory.add(finding);
+    return drawn(stream);
+  }
+  static Picture drawn(axoverlay_stream_data stream) {
+    gint width = 0, height = 0;
+    fakeOverlays().settings.adjustment_callback(7, &stream, nullptr, nullptr, nullptr, &width, &height, nullptr);
+    Picture picture(width, height);
+    fakeOverlays().render(picture.cairo(), stream);
+    EXPECT_EQ(cairo_status(picture.cairo()), CAIRO_STATUS_SUCCESS);
+    return picture;
+  }
+
+  std::unique_ptr<OverlayManager> m_manager;
+};
+
+TEST_F(Overlay, PaletteAndCheckeredPatterns) {
+  const std::array colors = {P::kBlack, P::kRed, P::kGreen, P::kBlue, P::kYellow, P::kWhite, P::kOrange, 0xFF4677CFU};
+  for (const int index : {0, 1, 2, 3, 4, 5, 6, 7, 8, -1}) {
+    const std::uint32_t color = index >= 0 && index < 8 ? colors[static_cast<std::size_t>(index)] : P::kBlack;
+    Picture picture(40, 40);
+    capturedLog().clear();
+    OverlayManager::drawRectangle(picture.cairo(), 10, 10, 30, 30, index, 4, true);
+    EXPECT_EQ(picture.at(10, 20), color) << index;
+    const bool isPatterned = index == Red || index == Green || index == Yellow || index == Orange;
+    for (const auto& [x, y] : {std::pair{12, 12}, {13, 15}, {16, 19}, {17, 20}, {27, 27}}) {
+      const bool isColored = (x / 4 + y / 4) % 2 == 0;
+      EXPECT_EQ(picture.at(x, y), !isColored ? P::kWhite : isPatterned ? color : P::kGray) << index << " at " << x;
+    }
+    const bool isUnknown = index < 0 || index > 7;
+    EXPECT_EQ(capturedLog().size(), isUnknown ? 1U : 0U);
+    EXPECT_EQ(hasLogged(LOG_ERR, "Unknown color index passed to OverlayManager::usePaletteColor. Using Black."),
+              isUnknown);
+  }
+}
+
+TEST_F(Overlay, ShapesInPixelsOfTheStream) {
+  Picture picture(100, 100);
+  cairo_t* const cairo = picture.cairo();
+  OverlayManager::usePaletteColor(cairo, White, 0.5);
+  cairo_paint(cairo);
+  EXPECT_EQ(picture.at(50, 50), 0x80808080U);
+  OverlayManager::drawCross(cairo, 30, 40, Red, 4, 10);
+  OverlayManager::drawBox(cairo, 70, 40, Green, 4, 10);
+  OverlayManager::drawCircle(cairo, 30, 80, Blue, 4, 10);
+  OverlayManager::drawCircle(cairo, 70, 80, Orange, 4, 10, true);
+  const auto expectPart = [&](std::uint32_t color, int left, int top, int right, int bottom) {
+    const P::Part part = picture.find(color);
+    EXPECT_EQ(std::tuple(part.left, part.top, part.right, part.bottom), std::tuple(left, top, right, bottom));
+  };
+  expectPart(P::kRed, 20, 30, 39, 49);
+  expectPart(P::kGreen, 58, 28, 81, 51);
+  expectPart(P::kBlue, 19, 69, 40, 90);
+  EXPECT_EQ(picture.at(70, 40), 0x80808080U);
+  EXPECT_EQ(picture.at(30, 80), 0x80808080U);
+  EXPECT_EQ(picture.at(70, 80), P::kOrange);
+  for (const auto& [seconds, text] : {std::pair{0, "0 seconds"},
+                                      {1, "1 second"},
+                                      {2, "2 seconds"},
+                                      {59, "59 seconds"},
+                                      {60, "1 minute"},
+                                      {119, "1 minute"},
+                                      {120, "2 minutes"},
+                                      {3599, "59 minutes"}}) {
+    EXPECT_EQ(OverlayManager::secondsToTimeText(seconds), text);
+  }
+}
+
+TEST_F(Overlay, AnalysisCoordinatesAreMappedOntoTheStream) {
+  Picture picture(640, 360);
+  const RenderingContext mirrored{picture.cairo(), 100.0F, 0.5F, 0.5F, true, 639};
+  RenderingContext upright = mirrored;
+  upright.isMirrored = false;
+  EXPECT_EQ(std::pair(mirrored.streamX(300), mirrored.streamY(200)), std::pair(539, 100));
+  EXPECT_EQ(std::pair(upright.streamX(303), upright.streamY(-3)), std::pair(101, -1));
+  OverlayManager::drawCross(mirrored, {300, 200}, Red, 4, 20);
+  const P::Part cross = picture.find(P::kRed);
+  EXPECT_EQ(std::pair(cross.left, cross.right), std::pair(529, 548));
+  OverlayManager::drawRectangle(upright, {{200, 100}, {240, 140}}, Blue, 2, false);
+  EXPECT_EQ(picture.at(50, 60), P::kBlue);
+  OverlayManager::drawCircle(upright, {300, 600}, Green, 4, 40);
+  EXPECT_EQ(picture.at(100, 279), P::kGreen);
+}
+
+TEST_F(Overlay, FootingThenActivityColourAPerson) {
+  using enum Activity;
+  for (const auto& [footing, activity, color] : {std::tuple{Footings::bed, fallen, P::kGreen},
+                                                 {Footings::floor, lying_down, P::kOrange},
+                                                 {Footings::floor, fallen, P::kRed},
+                                                 {Footings::floor, standing, P::kYellow},
+                                                 {Footings::unknown, unknownActivity, P::kYellow},
+                                                 {Footings::exclusion, fallen, P::kNone}}) {
+    Finding finding = findingOf(::standing(), footing);
+    finding.activity = activity;
+    const Picture picture = drawn(kOverlayStream, finding);
+    EXPECT_EQ(picture.at(660, 200), color) << "shoulders";
+    EXPECT_EQ(picture.at(640, 110), color) << "head";
+    EXPECT_EQ(picture.at(640, 150), P::kNone) << "a face has no lines";
+  }
+}
+
+TEST_F(Overlay, EachStreamShowsItsShare) {
+  g_OverlayInfo.overlayStreamWidth = 1024;
+  g_OverlayInfo.overlayStreamHeight = 576;
+  for (const bool developer : {false, true}) {
+    g_IsDevMode = developer;
+    for (axoverlay_stream_data stream : {axoverlay_stream_data{1, 1, 1024, 576, 0, FALSE, AXOVERLAY_STREAM_JPEG},
+                                         kApplicationStream, kAnonymizedStream, kOtherStream}) {
+      for (const auto footing : {Footings::floor, Footings::exclusion}) {
+        const Picture picture = drawn(stream, findingOf(standing(), footing));
+        const auto at = [&](int x, int y) {
+          return picture.at(x * (stream.width - 1) / 1279, y * (stream.height - 1) / 719);
+        };
+        const bool isOurs = stream.id != kOtherStream.id, isMasked = stream.id == kAnonymizedStream.id;
+        EXPECT_EQ(at(750, 280) == P::kYellow, isOurs && footing == Footings::floor) << "forearm";
+        EXPECT_EQ(at(600, 300) == P::kBlack, isOurs && (isMasked || developer)) << "box";
+        for (int y = 160; y < 550; y += 5) {
+          const std::uint32_t inside = at(655, y);
+          ASSERT_EQ(inside == P::kGray || inside == P::kWhite, isMasked) << "mask";
+        }
+        EXPECT_EQ(picture.countNear(P::kRed, 0, 0, stream.width, stream.height * 150 / 720) > 10, isOurs && developer)
+            << "label of an unknown ratio";
+        EXPECT_EQ(picture.find(P::kWhite).bottom > stream.height - 30, isOurs) << "status";
+      }
+    }
+  }
+  Picture untouched(640, 360);
+  fakeOverlays().render(untouched.cairo(), kAnonymizedStream, FakeOverlays::kOverlay + 1);
+  EXPECT_EQ(untouched.find(P::kNone).pixels, 640 * 360) << "another application's overlay";
+}
+
+TEST_F(Overlay, HeadVelocityAndLegs) {
+  // Where the head's centre and the far side of a head of unknown size are.
+  for (const auto& [rotation, x, y, farX, farY] : {std::tuple{0, 640, 155, 640, 190},
+                                                   {90, 595, 200, 630, 200},
+                                                   {180, 640, 245, 640, 209},
+                                                   {270, 685, 200, 649, 200},
+                                                   {-1, 640, 155, 640, 190}}) {
+    Finding finding = findingOf(standing(rotation));
+    finding.skeleton.edges.clear();
+    finding.hasValidAverageNormalFactorVelocity = true;
+    finding.averageNormalFactorVelocity = {-60.9F, 0};
+    const Picture picture = drawn(kOverlayStream, finding);
+    EXPECT_EQ(picture.at(x - 45, y), P::kYellow) << rotation;
+    EXPECT_EQ(picture.at(x, y + 44), P::kYellow) << rotation;
+    const P::Part velocity = picture.find(P::kBlue);
+    EXPECT_EQ(std::tuple(velocity.left, velocity.right, velocity.top), std::tuple(x, x + 59, y - 1)) << rotation;
+    finding.skeleton.hasSkeletonHeight = finding.hasValidAverageNormalFactorVelocity = false;
+    EXPECT_EQ(drawn(kOverlayStream, finding).at(farX, farY), P::kYellow) << rotation;
+  }
+  for (const auto& [hips, color] : {std::pair{330, P::kNone}, {310, P::kYellow}}) {
+    Finding finding = findingOf(standing());
+    finding.averageSuperior = {300, 200};
+    finding.averageHipMedian = {300, hips};
+    finding.averageInferior = {300, 560};
+    finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior = true;
+    const Picture picture = drawn(kOverlayStream, finding);
+    EXPECT_EQ(picture.at(300, hips), color) << "cross";
+    EXPECT_EQ(picture.at(300, hips + 5), color) << "circle";
+  }
+}
+
+TEST_F(Overlay, DeveloperModeShowsWhatActivityFollowsFrom) {
+  g_IsDevMode = true;
+  for (const auto& [rotation, isMoving, feet] : {std::tuple{0, true, P::kWhite},
+                                                 {90, false, P::kRed},
+                                                 {180, true, P::kYellow},
+                                                 {270, false, P::kGreen},
+                                                 {-1, true, P::kBlue},
+                                                 {-2, false, P::kBlack}}) {
+    Finding finding = findingOf(standing(rotation));
+    finding.isMoving = isMoving;
+    finding.averageSuperior = {300, 200};
+    finding.averageHipMedian = {300, 300};
+    finding.averageInferior = {300, isMoving ? 400 : 560};
+    finding.expectedSuperior = {900, 300};
+    finding.expectedInferior = {900, 600};
+    finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior =
+        finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
+    const Picture picture = drawn(kOverlayStream, finding);
+    EXPECT_EQ(picture.at(635, 559), feet) << rotation;
+    EXPECT_EQ(picture.at(300, 200), isMoving ? P::kYellow : P::kOrange);
+    EXPECT_EQ(picture.at(300, finding.averageInferior.y), P::kBlack);
+    EXPECT_EQ(picture.at(300, 300), P::kBlue);
+    EXPECT_EQ(picture.at(900, 450), P::kWhite);
+    EXPECT_EQ(picture.at(901, 450), P::kNone);
+    // The box is narrow, so the whole width is the radius.
+    EXPECT_GT(picture.countNear(P::kWhite, 970, 299, 990, 301), 1);
+    // The label stands on the box, white for a ratio from 0.5 on.
+    const auto labelled = [&](std::uint32_t color) { return picture.countNear(color, 700, 105, 800, 130) > 20; };
+    EXPECT_TRUE(labelled(isMoving ? P::kWhite : P::kRed) && labelled(P::kBlack));
+    EXPECT_FALSE(labelled(isMoving ? P::kRed : P::kWhite));
+  }
+}
+
+TEST_F(Overlay, ThePictureIsCentredTurnedAndMirrored) {
+  const auto box = [&](axoverlay_stream_data stream) {
+    OverlayManager::SetAnonymizedStreamResolution(static_cast<unsigned>(stream.width),
+                                                  static_cast<unsigned>(stream.height));
+    const P::Part mask = drawn(stream, findingOf(standing())).find(P::kGray);
+    return std::array{mask.left, mask.top, mask.right, mask.bottom};
+  };
+  const auto expectNear = [](std::array<int, 4> part, std::array<int, 4> expected) {
+    for (std::size_t i = 0; i < part.size(); ++i) EXPECT_NEAR(part[i], expected[i], 5) << "side " << i;
+  };
+  expectNear(box({1, 1, 640, 360, 0, FALSE, {}}), {300, 75, 340, 280});
+  expectNear(box({1, 1, 640, 360, 0, TRUE, {}}), {299, 75, 339, 280});
+  // A stream of 4:3 shows the middle of the picture: 160 columns are cut off on the left.
+  expectNear(box({1, 1, 640, 480, 0, FALSE, {}}), {293, 100, 346, 373});
+  expectNear(box({1, 1, 640, 480, 180, TRUE, {}}), {293, 100, 346, 373});
+  g_StreamWidth = 720;
+  g_StreamHeight = 1280;
+  expectNear(box({1, 1, 640, 360, 90, FALSE, {}}), {300, 75, 340, 280});
+  expectNear(box({1, 1, 640, 360, 270, TRUE, {}}), {19, 75, 59, 280});
+}
+
+TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
+  for (const auto& [width, height, rotation] :
+       {std::tuple{1280, 720, 0}, {1280, 720, 90}, {1280, 720, 270}, {1280, 720, 180}, {1920, 1080, 90}}) {
+    OverlayManager::SetOverlayStreamResolution(static_cast<unsigned>(width), static_cast<unsigned>(height));
+    const auto status = [&](int code, int time_ms) {
+      g_StatusCode = code;
+      g_ExecutionTime = time_ms;
+      return drawn({1, 1, width, height, rotation, FALSE, {}}).find(P::kWhite);
+    };
+    const int fontSize = height * 3 / 100;
+    const int bottom = rotation % 180 == 0 ? height : width;
+    const P::Part part = status(502, 7);
+    EXPECT_NEAR(part.left, 11, 3);
+    EXPECT_NEAR((part.top + part.bottom) / 2.0, bottom + 5 - 1.5 * fontSize, fontSize * 0.6) << rotation;
+    EXPECT_GT(status(502, 77777).right, part.right + fontSize);
+    EXPECT_LT(status(200, 7).right, part.right - 4 * fontSize);
+  }
+}
+
+TEST_F(Overlay, StakesStandOnACalibratedFloor) {
+  g_calibrator.setSize(1.5F, 2.0F);
+  EXPECT_EQ(drawn(kOverlayStream).at(640, 360), P::kNone);
+  g_calibrator.setRender(true);
+  const Lens lens("UINT32 3700;\n");
+  ASSERT_TRUE(g_DistanceController.calibrate("AXIS Q1656", Quad(479, 381, 385, 591, 679, 591, 665, 381), 1.5F, 2.0F));
+  const Picture picture = drawn(kOverlayStream);
+  for (const auto& [x, y] : {std::pair{630, 360}, {649, 360}, {640, 350}}) EXPECT_EQ(picture.at(x, y), P::kWhite);
+  for (const int corner : {0, 1, 2, 3}) {
+    int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+    ASSERT_TRUE(g_calibrator.getStakeScreenCoordinates(static_cast<Calibrator::Corner>(corner), x0, y0, x1, y1));
+    EXPECT_EQ(picture.at((x0 + x1) / 2, (y0 + y1) / 2), P::kWhite) << corner;
+  }
+}
+
+TEST_F(Overlay, UserShapesHaveTheirOrderAndTheirLimits) {
+  for (int i = 0; i < 257; ++i) {
+    EXPECT_FALSE(hasLogged(LOG_ERR, "OverlayManager::addUser")) << i;
+    OverlayManager::addUserRectangle(100 + i, 100, 20, 20, i == 255 ? Green : Red, 2);
+    OverlayManager::addUserCircle(120, 300 + i, 10, i == 255 ? Green : Red, 2);
+    OverlayManager::addUserLine(0, i, 120, 130, i == 255 ? Blue : Red, 2);
+  }
+  for (const char* line :
+       {"OverlayManager::addUserRectangle too many user rectangles.", "OverlayManager::addUserLine too many user lines",
+        "OverlayManager::addUserCircle too many user circles"}) {
+    EXPECT_TRUE(hasLogged(LOG_ERR, line)) << line;
+  }
+  Picture picture = drawn(kOverlayStream);
+  EXPECT_EQ(picture.at(375, 110), P::kGreen) << "the last that fits, 20 columns right of its left edge";
+  EXPECT_EQ(picture.at(376, 110), P::kNone);
+  EXPECT_EQ(picture.at(120, 564), P::kGreen);
+  OverlayManager::clearUserRectangles();
+  OverlayManager::addUserRectangle(20, 20, 100, 30, Red, 4);
+  OverlayManager::addUserCircle(20, 90, 40, Blue, 4);
+  EXPECT_EQ(std::tuple(g_nUserRectangles, g_nUserCircles, g_nUserLines), std::tuple(1, 256, 256));
+  OverlayManager::clearUserOverlays();
+  OverlayManager::addUserLine(60, 0, 60, 100, Green, 4);
+  OverlayManager::addUserCircle(20, 60, 40, Blue, 4);
+  OverlayManager::addUserRectangle(20, 20, 100, 30, Red, 4);
+  picture = drawn(kOverlayStream);
+  EXPECT_EQ(picture.at(60, 60), P::kGreen) << "lines over circles";
+  EXPECT_EQ(picture.at(20, 20), P::kBlue) << "circles over rectangles";
+  EXPECT_EQ(picture.at(90, 50), P::kRed);
+}
+
+TEST_F(Overlay, TheFirstMatchingSizeDecidesWhatAStreamIs) {
+  OverlayInfo info;
+  EXPECT_EQ(info.getStreamType(800, 450), StreamType::ApplicationStream);
+  EXPECT_EQ(info.getStreamType(450, 800), StreamType::OtherStream);
+  info.anonymizedStreamWidth = 640;
+  info.anonymizedStreamHeight = 360;
+  EXPECT_EQ(info.getStreamType(640, 360), StreamType::AnonymizedStream);
+  info.overlayStreamWidth = 640;
+  info.overlayStreamHeight = 360;
+  EXPECT_EQ(info.getStreamType(640, 360), StreamType::OverlayStream);
+  info.appStreamWidth = 640;
+  info.appStreamHeight = 360;
+  EXPECT_EQ(info.getStreamType(640, 360), StreamType::ApplicationStream);
+}
+
+TEST_F(Overlay, ResolutionTextsMayBeAnything) {
+  for (const auto& [text, width, height] : {std::tuple{"1280x720", 1280U, 720U},
+                                            {"0x0", 0U, 0U},
+                                            {"", 0U, 0U},
+                                            {"x", 0U, 0U},
+                                            {"x720", 0U, 720U},
+                                            {"1280x", 1280U, 0U},
+                                            {"1280", 1280U, 0U},
+                                            {"-5x+7", 0U, 0U},
+                                            {"12 x7z", 0U, 0U},
+                                            {"2147483648x99999999999999999999", 0U, 0U},
+                                            {"640x360x2", 640U, 0U},
+                                            {"%s%nx<b>", 0U, 0U}}) {
+    g_OverlayInfo = {1, 1, 2, 2, 3, 3, AXOVERLAY_STREAM_JPEG, false};
+    OverlayManager::SetOverlayStreamResolutionFromString(text);
+    EXPECT_EQ(std::pair(g_OverlayInfo.overlayStreamWidth, g_OverlayInfo.overlayStreamHeight), std::pair(width, height))
+        << text;
+    OverlayManager::SetAnonymizedStreamResolutionFromString(text);
+    EXPECT_EQ(std::pair(g_OverlayInfo.anonymizedStreamWidth, g_OverlayInfo.anonymizedStreamHeight),
+              std::pair(width, height))
+        << text;
+  }
+  OverlayRenderOptionsDict options;
+  OverlayRenderOptions found{true, true};
+  EXPECT_TRUE(options.setOptions({640, 360}, {true, false}) && options.setOptions({640, 360}, {false, true}));
+  EXPECT_FALSE(options.getOptions(360, 640, found));
+  EXPECT_EQ(found, (OverlayRenderOptions{true, true}));
+  EXPECT_TRUE(options.getOptions({640, 360}, found));
+  EXPECT_EQ(found, (OverlayRenderOptions{false, true}));
+}
+
+TEST_F(Overlay, TheCamerasResolutionsAreListedInOrderAndOnce) {
+  fakeCamera().channels = {{{1920, 1080}, {640, 480}}, {{640, 360}, {1920, 1080}}};
+  EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "640x360,640x480,1920x1080,");
+  EXPECT_TRUE(hasLogged(LOG_INFO, "getCameraResolutions: Successfully got all channels."));
+  fakeCamera().failingCall = "vdo_channel_get_resolutions";
+  EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "");
+  EXPECT_FALSE(hasLogged(LOG_INFO, "getCameraResolutions: Failed"));
+  fakeCamera().failingCall = "vdo_channel_get_all";
+  EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "");
+  EXPECT_TRUE(hasLogged(LOG_INFO, "getCameraResolutions: Failed to get all channels."));
+}
+
+TEST_F(Overlay, TheManagerLivesWithWhateverFails) {
+  const axoverlay_overlay_data& overlay = fakeOverlays().overlay;
+  EXPECT_EQ(std::tuple(overlay.width, overlay.height, overlay.anchor_point, overlay.scale_to_stream),
+            std::tuple(1920, 1080, AXOVERLAY_ANCHOR_TOP_LEFT, FALSE));
+  EXPECT_TRUE(fakeOverlays().settings.select_callback(1, 1, 1, 0, FALSE, AXOVERLAY_STREAM_OTHER));
+  EXPECT_TRUE(m_manager->renderFindings());
+  EXPECT_EQ(fakeOverlays().redraws, 2);
+  fakeOverlays().failingCalls = {"axoverlay_redraw"};
+  EXPECT_FALSE(m_manager->renderFindings());
+  EXPECT_TRUE(hasLogged(LOG_ERR, "OverlayManager::renderFindings Failed to redraw overlay (4): no axoverlay_redraw"));
+  m_manager.reset();
+  EXPECT_EQ(std::pair(fakeOverlays().liveOverlays, fakeOverlays().liveSessions), std::pair(0, 0));
+
+  for (const auto& [call, line] :
+       {std::pair{"axoverlay_is_backend_supported", "AXOVERLAY_CAIRO_IMAGE_BACKEND is not supported"},
+        {"axoverlay_init", "OverlayManager::OverlayManager Failed to initialize axoverlay: no axoverlay_init"},
+        {"axoverlay_get_max_resolution_width", "OverlayManager::OverlayManager no maximum resolution: no axo"},
+        {"axoverlay_create_overlay", "OverlayManager::createOverlayFindings failed to create overlay: no axo"},
+        {"axoverlay_redraw", "OverlayManager::OverlayManager failed to do initial draw of overlays: no axo"}}) {
+    fakeOverlays() = FakeOverlays();
+    fakeOverlays().failingCalls = {call};
+    capturedLog().clear();
+    m_manager = std::make_unique<OverlayManager>();
+    EXPECT_TRUE(hasLogged(LOG_ERR, line)) << call;
+    EXPECT_EQ(m_manager->renderFindings(), fakeOverlays().failingCalls.count("axoverlay_redraw") == 0) << call;
+    EXPECT_EQ(capturedLog().size(), 1U) << call;
+    m_manager.reset();
+    EXPECT_EQ(fakeOverlays().liveOverlays, 0) << call;
+    EXPECT_EQ(fakeOverlays().liveSessions, fakeOverlays().failingCalls.contains("axoverlay_init") ? -1 : 0) << call;
+  }
+}
+
+TEST_F(Overlay, WildFindingsNeitherHarmNorUncover) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  g_IsDevMode = true;
+  for (const int far : {INT_MAX, 1 << 29, 1 << 23, 100000}) {
+    Finding finding = findingOf(standing(90));
+    finding.hasValidAverageNormalFactorVelocity = finding.hasValidAverageHipMedian = finding.hasValidAverageInferior =
+        finding.hasValidAverageSuperior = finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
+    finding.averageNormalFactorVelocity = {-kInfinity, std::nanf("")};
+    finding.averageSuperior = finding.expectedInferior = {-far, far};
+    finding.averageInferior = finding.expectedSuperior = {far, -far - 1};
+    Skeleton& skeleton = finding.skeleton;
+    skeleton.superior = {-far - 1, far};
+    skeleton.edges.front().b.point = {-far, far};
+    skeleton.score = kInfinity;
+    skeleton.boundingBox = {{-far - 1, -far}, {far, far}};
+    for (const float height : {-800.0F, 1e30F, std::nanf("")}) {
+      skeleton.skeletonHeight = height;
+      for (axoverlay_stream_data stream : {kAnonymizedStream, kOverlayStream}) {
+        for (const gboolean mirrored : {0, 1}) {
+          stream.mirrored = mirrored;
+          const Picture picture = drawn(stream, finding);
+          if (stream.id != kAnonymizedStream.id) continue;
+          for (int i = 0; i < 36; ++i) EXPECT_NE(picture.at(i * 17, i * 10), P::kNone) << far << " at " << i;
+        }
+      }
+    }
+    for (const int width : {far, -far}) {
+      OverlayManager::addUserRectangle(far, far, far, -far, Red, width);
+      OverlayManager::addUserLine(-far, far, far, -far, 99, width);
+      OverlayManager::addUserCircle(far, -far, width, -99, width);
+    }
+  }
+  drawn(kOverlayStream, findingOf(Skeleton(Keypoints(), Edges(), 0, 1.0F)));
+  g_StreamWidth = g_StreamHeight = 0;
+  drawn(kOverlayStream);
+  g_StreamWidth = g_StreamHeight = 1;
+  drawn(kOverlayStream);
+}
+
+}  // namespace
