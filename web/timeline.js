@@ -117,7 +117,7 @@ function summary(times) {
 }
 
 /** The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second. */
-export function Timeline({ history, events, now }) {
+export function Timeline({ history, events, limited, now }) {
   const [hours, setHours] = useState(4);
   const span = SPANS.find((entry) => entry.hours === hours);
   const from = now - hours * HOUR;
@@ -143,6 +143,7 @@ export function Timeline({ history, events, now }) {
       </fieldset>
     </div>
     <${Lanes} lanes=${lanes} from=${from} now=${now} tick=${span.tick} />
+    ${limited && html`<p class="small">Known only since this page was opened.</p>`}
     <details>
       <summary>As a list${rows.length ? ` (${rows.length})` : ""}</summary>
       <${List} rows=${rows} now=${now} />

@@ -114,9 +114,11 @@ function lastTime(name, history) {
   return { end: Date.parse(changes[end].time), begin: begin ? Date.parse(begin.time) : null };
 }
 
-function Last({ name, history, now }) {
+function Last({ name, history, limited, now }) {
   const last = lastTime(name, history);
-  if (!last) return html`<p class="small">Not in the last hours.</p>`;
+  if (!last) {
+    return html`<p class="small">${limited ? "Not since this page was opened." : "Not in the last hours."}</p>`;
+  }
   const day = new Date(now);
   if (last.begin === null) return html`<p class="small">Ended last at ${clockTime(new Date(last.end), day)}.</p>`;
   const words = durationInWords(last.end - last.begin);
@@ -133,7 +135,7 @@ function Since({ since, now }) {
   </p>`;
 }
 
-function EventCard({ name, event, history, settings, lostSince, now }) {
+function EventCard({ name, event, history, limited, settings, lostSince, now }) {
   const never = whyNever(name, settings);
   const active = event?.active;
   const tone = lostSince || !event ? "unknown" : active ? "alarm" : "calm";
@@ -143,7 +145,7 @@ function EventCard({ name, event, history, settings, lostSince, now }) {
     <h3>${name}</h3>
     <p class="event-state"><span class="sign" aria-hidden="true">${sign}</span>${words}</p>
     ${tone === "alarm" && html`<${Since} since=${event.since} now=${now} />`}
-    ${tone === "calm" && html`<${Last} name=${name} history=${history} now=${now} />`}
+    ${tone === "calm" && html`<${Last} name=${name} history=${history} limited=${limited} now=${now} />`}
     ${lostSince && html`<p class="small">The camera has not answered since ${clockTime(lostSince)}.</p>`}
     ${never && html`<p class="small note"><span aria-hidden="true">! </span>${never}</p>`}
   </article>`;
@@ -184,6 +186,6 @@ export function Watch({ state, settings, events, history, limited, offset, lostS
         }
       </section>
     </div>
-    <${Timeline} history=${history} events=${events} now=${now} />
+    <${Timeline} history=${history} events=${events} limited=${limited} now=${now} />
   </div>`;
 }
