@@ -1,0 +1,275 @@
+/** Setting up on the picture: the beds, the areas to leave out, the floor. */
+import { FloorHelp, FloorMetres, floorTrouble } from "./floor.js";
+import { areaProblem } from "./geometry.js";
+import { Switch } from "./settings.js";
+import { Stage, pointName, pointWords } from "./stage.js";
+import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, placeFloorInMiddle, stepPoint, switchArea } from "./tools.js";
+import { html, useCallback, useEffect, useState } from "./vendor/preact.js";
+
+const NUDGES = [
+  { sign: "←", word: "left", across: -1, down: 0 },
+  { sign: "↑", word: "up", across: 0, down: -1 },
+  { sign: "↓", word: "down", across: 0, down: 1 },
+  { sign: "→", word: "right", across: 1, down: 0 },
+];
+
+/**
+ * The picture with everything that is drawn on it, and the list of it.
+ *
+ * @param {object} props
+ * @param {{width: number, height: number}} props.size of the analysis picture
+ * @param {boolean} props.mirrored whether the streams show the analysis picture mirrored
+ * @param {string} props.streamSize the stream to draw on
+ * @param {number} props.epoch another number connects to the stream again
+ * @param {object} props.draft the settings as edited
+ * @param {(settings: object, label?: string) => void} props.onDraft an edit; edits in a row with one label are one step
+ * @param {() => void} props.onUndo
+ * @param {() => void} props.onRedo
+ * @param {boolean} props.canUndo
+ * @param {boolean} props.canRedo
+ */
+export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUndo, onRedo, canUndo, canRedo }) {
+  const [tool, setTool] = useState(() => TOOLS[0]);
+  const [point, setPoint] = useState(0);
+  const [loupe, setLoupe] = useState(false);
+  const [figure, setFigure] = useState(null);
+  const [preview, setPreview] = useState(null);
+  const [said, say] = useState("");
+  const scene = preview ?? { settings: draft, figure };
+
+  const choose = (next) => {
+    setTool(next);
+    setPoint(0);
+  };
+  const commit = (next, index, label) => {
+    setFigure(next.figure);
+    if (next.settings === draft) return;
+    onDraft(next.settings, label);
+    if (index === null) say(`${tool.name} moved`);
+    else say(`${pointName(tool, index)}: ${pointWords(next.settings, tool, index, size, mirrored)}`);
+  };
+  const undo = useCallback(() => {
+    if (!canUndo) return;
+    onUndo();
+    say("Undone");
+  }, [canUndo, onUndo]);
+  const redo = useCallback(() => {
+    if (!canRedo) return;
+    onRedo();
+    say("Done again");
+  }, [canRedo, onRedo]);
+  useUndoKeys(undo, redo);
+
+  const switchOn = (which, on) => {
+    choose(which);
+    onDraft(switchArea(draft, which, on, size));
+    say(`${which.name} is ${on ? "on" : "off"}`);
+  };
+  const nudge = ({ across, down }) => {
+    const settings = stepPoint(draft, tool, point, mirrored ? -across : across, down, size);
+    commit({ settings, figure }, point, `${pointName(tool, point)} by keys`);
+  };
+  const list = { size, scene, tool, onTool: choose, onSwitch: switchOn };
+  const pad = html`<${Pad} tool=${tool} point=${point} onPoint=${setPoint} onNudge=${nudge} onLoupe=${setLoupe} />`;
+  return html`
+    <div class="editor">
+      <div class="editor-picture">
+        <${Stage}
+          tool=${tool}
+          scene=${scene}
+          size=${size}
+          mirrored=${mirrored}
+          streamSize=${streamSize}
+          epoch=${epoch}
+          loupe=${loupe}
+          point=${point}
+          onPoint=${setPoint}
+          onLoupe=${setLoupe}
+          onTool=${choose}
+          onPreview=${setPreview}
+          onCommit=${commit}
+        />
+        <div class="editor-bar">
+          <button type="button" class="quiet" disabled=${!canUndo} onClick=${undo} title="Ctrl+Z">
+            <span aria-hidden="true">↶</span>Undo
+          </button>
+          <button type="button" class="quiet" disabled=${!canRedo} onClick=${redo} title="Ctrl+Shift+Z">
+            <span aria-hidden="true">↷</span>Redo
+          </button>
+          <${Hint} tool=${tool} scene=${scene} size=${size} />
+        </div>
+      </div>
+      <div class="editor-list">
+        <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad}>
+          Draw the bed a tenth larger than it is. Keep the way between camera and bed free.
+        <//>
+        <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
+          People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
+        <//>
+        <${Floor} ...${list} draft=${draft} mirrored=${mirrored} onDraft=${onDraft} pad=${pad} />
+      </div>
+      <p class="hidden" role="status">${said}</p>
+    </div>
+  `;
+}
+
+/** Ctrl+Z, Ctrl+Shift+Z and Ctrl+Y, also with Command; a text field keeps its own undo. */
+function useUndoKeys(undo, redo) {
+  useEffect(() => {
+    const press = (event) => {
+      if (!(event.ctrlKey || event.metaKey) || event.altKey || event.target.matches?.("input[type=text]")) return;
+      const key = event.key.toLowerCase();
+      const action = key === "y" || (key === "z" && event.shiftKey) ? redo : key === "z" ? undo : null;
+      if (!action) return;
+      event.preventDefault();
+      action();
+    };
+    addEventListener("keydown", press);
+    return () => removeEventListener("keydown", press);
+  }, [undo, redo]);
+}
+
+/** The button that chooses a tool. */
+function Choose({ tool, chosen, onTool, children }) {
+  return html`<button
+    type="button"
+    class=${`editor-choose editor-${tool.group}`}
+    aria-pressed=${chosen ? "true" : "false"}
+    onClick=${() => onTool(tool)}
+  >
+    <span class="editor-swatch" aria-hidden="true"></span>${tool.name}${children}
+  </button>`;
+}
+
+/** What is wrong with a tool's points as {refused, warned}: texts. */
+function troubleOf(tool, settings, size) {
+  if (tool === FLOOR) return floorTrouble(settings, size);
+  const area = areaOf(settings, tool);
+  const problem = area.on ? areaProblem(area, size) : null;
+  return { refused: [], warned: problem ? [`${tool.name} will not work: ${problem}`] : [] };
+}
+
+const problemTexts = ({ refused, warned }) => [
+  ...refused.map((text) => html`<p class="editor-refused"><span aria-hidden="true">✕ </span>${text}</p>`),
+  ...warned.map((text) => html`<p class="note"><span aria-hidden="true">! </span>${text}</p>`),
+];
+
+/** Under the picture: how to move things, or what is wrong with what is being moved; the list says that as well. */
+function Hint({ tool, scene, size }) {
+  const problems = problemTexts(troubleOf(tool, scene.settings, size));
+  if (problems.length) return html`<div class="editor-hint" aria-hidden="true">${problems}</div>`;
+  return html`<p class="small editor-hint">
+    Drag on the picture, or choose a point and use the arrow keys (Shift: larger steps).
+  </p>`;
+}
+
+/** What is wrong with some tools, told as it changes. */
+function Problems({ tools, settings, size }) {
+  return html`<div role="status" class="editor-problems">
+    ${tools.map((tool) => problemTexts(troubleOf(tool, settings, size)))}
+  </div>`;
+}
+
+function Areas({ group, title, children, size, scene, tool, onTool, onSwitch, pad }) {
+  const tools = TOOLS.filter((entry) => entry.group === group);
+  const chosen = tools.includes(tool) ? tool : null;
+  return html`<section class="panel editor-group" aria-labelledby=${`editor-${group}`}>
+    <h3 id=${`editor-${group}`}>${title}</h3>
+    <p class="small">${children}</p>
+    <ul class="editor-rows">
+      ${tools.map(
+        (entry) =>
+          html`<li key=${entry.id}>
+            <${Choose} tool=${entry} chosen=${entry === tool} onTool=${onTool} />
+            <label class="switch">
+              <input
+                type="checkbox"
+                role="switch"
+                aria-label=${`${entry.name} in use`}
+                checked=${areaOf(scene.settings, entry).on}
+                onChange=${(event) => onSwitch(entry, event.target.checked)}
+              />
+              <span aria-hidden="true">${areaOf(scene.settings, entry).on ? "On" : "Off"}</span>
+            </label>
+          </li>`,
+      )}
+    </ul>
+    <${Problems} tools=${tools} settings=${scene.settings} size=${size} />
+    ${
+      chosen &&
+      (areaOf(scene.settings, chosen).on ? pad : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)
+    }
+  </section>`;
+}
+
+function Floor({ scene, size, tool, onTool, draft, mirrored, onDraft, pad }) {
+  const refused = troubleOf(FLOOR, scene.settings, size).refused.length > 0;
+  const set = (change, label) => onDraft({ ...draft, ...change }, label);
+  const inMiddle = () => {
+    onTool(FLOOR);
+    onDraft(placeFloorInMiddle(draft, size));
+  };
+  return html`<section class="panel editor-group" aria-labelledby="editor-floor">
+    <h3 id="editor-floor">Floor</h3>
+    <${FloorHelp} mirrored=${mirrored} />
+    <div class="editor-rows"><${Choose} tool=${FLOOR} chosen=${tool === FLOOR} onTool=${onTool} /></div>
+    <${FloorMetres} settings=${draft} onChange=${set} />
+    <${Problems} tools=${[FLOOR]} settings=${scene.settings} size=${size} />
+    ${tool === FLOOR && pad}
+    ${
+      refused.length > 0 &&
+      html`<button type="button" class="quiet" onClick=${inMiddle}>Put the four points in the middle</button>`
+    }
+    <${Switch}
+      label="Show stakes on the camera's streams"
+      hint="Posts of 1 m on the four points, for everybody who watches."
+      checked=${draft.stakes}
+      onChange=${(stakes) => set({ stakes })}
+    />
+  </section>`;
+}
+
+/** Chooses one of the tool's points and moves it without dragging. */
+function Pad({ tool, point, onPoint, onNudge, onLoupe }) {
+  const current = point === FIGURE ? null : point;
+  const choose = (index) => {
+    onPoint(index);
+    onLoupe(true);
+  };
+  const noun = tool === FLOOR ? "Floor point" : "Corner";
+  return html`<div class="editor-pad" onFocusIn=${() => onLoupe(true)} onFocusOut=${() => onLoupe(false)}>
+    <fieldset class="editor-points">
+      <legend class="small">${noun}</legend>
+      <div class="segments">
+        ${[0, 1, 2, 3].map(
+          (index) =>
+            html`<label key=${index}>
+              <input
+                type="radio"
+                name="editor-point"
+                aria-label=${pointName(tool, index)}
+                checked=${index === current}
+                onChange=${() => choose(index)}
+              />
+              <span>${tool === FLOOR ? FLOOR_NAMES[index] : index + 1}</span>
+            </label>`,
+        )}
+      </div>
+    </fieldset>
+    <div class="editor-nudges" role="group" aria-label=${`Move the ${noun.toLowerCase()}`}>
+      ${NUDGES.map(
+        (nudge) =>
+          html`<button
+            key=${nudge.word}
+            type="button"
+            class="quiet"
+            disabled=${current === null}
+            aria-label=${`Move ${nudge.word}`}
+            onClick=${() => onNudge(nudge)}
+          >
+            ${nudge.sign}
+          </button>`,
+      )}
+    </div>
+  </div>`;
+}

@@ -1,0 +1,144 @@
+/** The floor rectangle on the picture: grid, stakes and figure as this calibration would place them; its list entry. */
+import { floorGrid, floorProblem, floorTransform, floorWarning, stakesOf, uprightFigure } from "./geometry.js";
+import { decimal } from "./review.js";
+import { html } from "./vendor/preact.js";
+
+/** How far beside the rectangle the figure may walk, in metres. */
+const WALK = 5;
+const STEP = 0.1;
+const LARGE_STEP = 0.5;
+
+const pathOf = (segments) => segments.map(([a, b]) => `M${a.x} ${a.y}L${b.x} ${b.y}`).join("");
+const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
+
+const floorOf = ({ floor, widthM, depthM }) => [floor, decimal(widthM) ?? 0, decimal(depthM) ?? 0];
+const isUsable = (settings) => floorProblem(...floorOf(settings)) === null;
+
+/** What is wrong with the floor: {refused, warned}, texts. A refused one would stop the program's next start. */
+export function floorTrouble(settings, size) {
+  const refused = floorProblem(...floorOf(settings));
+  const warned = refused ? null : floorWarning(...floorOf(settings), size);
+  return { refused: refused ? [refused] : [], warned: warned ? [warned] : [] };
+}
+
+/** Where the figure stands, in metres from the red point along the width and the depth. */
+function figurePlace({ settings, figure }) {
+  const [, width, depth] = floorOf(settings);
+  return figure ?? { x: width / 2, y: depth / 2 };
+}
+
+/** A place in metres, kept near the rectangle; null for one that is not on the floor at all. */
+function nearRectangle({ x, y }, settings) {
+  const [, width, depth] = floorOf(settings);
+  if (!Number.isFinite(x) || !Number.isFinite(y)) return null;
+  return { x: clamp(x, -WALK, width + WALK), y: clamp(y, -WALK, depth + WALK) };
+}
+
+/** The figure in the analysis picture ({foot, head, parts}), or null when this floor cannot be calibrated. */
+export function figureAt(scene, size) {
+  if (!isUsable(scene.settings)) return null;
+  return uprightFigure(...floorOf(scene.settings), size, figurePlace(scene));
+}
+
+/** The figure's place when its feet are dragged to a point of the analysis picture. */
+export function figureMovedTo(scene, point, size) {
+  const place = nearRectangle(floorTransform(...floorOf(scene.settings)).toFloor(point), scene.settings);
+  return place && figureAt({ ...scene, figure: place }, size) ? place : scene.figure;
+}
+
+/** The figure's place one step further along the rectangle's sides. */
+export function figureStepped(scene, across, down, large) {
+  const step = large ? LARGE_STEP : STEP;
+  const { x, y } = figurePlace(scene);
+  return nearRectangle({ x: x + across * step, y: y + down * step }, scene.settings);
+}
+
+export function figureWords(scene) {
+  const { x, y } = figurePlace(scene);
+  return `${x.toFixed(1)} metres from red towards green, ${y.toFixed(1)} metres towards blue`;
+}
+
+/** What this calibration makes of the floor, drawn in the view. */
+export function FloorDrawing({ scene, size, mapping, unit }) {
+  const { settings } = scene;
+  if (!isUsable(settings)) return null;
+  const floor = floorOf(settings);
+  const drawn = (segments) => pathOf(segments.map((segment) => segment.map(mapping.toView)));
+  const figure = figureAt(scene, size);
+  const grid = drawn(floorGrid(...floor, size));
+  const stakes = drawn(stakesOf(...floor, size));
+  const [red, green, blue] = settings.floor.map(mapping.toView);
+  return html`
+    <path class="floor-grid" d=${grid} />
+    <path class="editor-halo" d=${stakes} />
+    <path class="floor-stakes" d=${stakes} />
+    ${
+      figure &&
+      html`<path class="editor-halo figure-halo" d=${drawn(figure.parts)} />
+        <path class="figure" d=${drawn(figure.parts)} />`
+    }
+    <${Length} from=${red} to=${green} text=${settings.widthM} unit=${unit} />
+    <${Length} from=${green} to=${blue} text=${settings.depthM} unit=${unit} />
+  `;
+}
+
+function Length({ from, to, text, unit }) {
+  const middle = `translate(${(from.x + to.x) / 2} ${(from.y + to.y) / 2}) scale(${unit})`;
+  return html`<text class="editor-text" transform=${middle}>${text} m</text>`;
+}
+
+/** How to measure and mark the floor; a mirrored picture shows the order the other way round. */
+export function FloorHelp({ mirrored }) {
+  const [first, second] = mirrored ? ["right", "left"] : ["left", "right"];
+  return html`
+    <p class="small">
+      Measure a rectangle on the floor with a tape: at least 1 × 1 m, as large as fits. Put the points on its corners as
+      seen from the camera: red far ${first}, green far ${second}, blue near ${second}, yellow near ${first}. Then walk
+      the figure around to see whether it is as tall as a person there.
+    </p>
+    <svg class="floor-help" viewBox="0 0 200 76" aria-hidden="true">
+      <g transform=${mirrored ? "translate(200 0) scale(-1 1)" : ""}>
+        <path class="floor-help-outline" d="M66 16H138L158 60H42Z" />
+        ${[
+          ["red", 66, 16],
+          ["green", 138, 16],
+          ["blue", 158, 60],
+          ["yellow", 42, 60],
+        ].map(([kind, x, y]) => html`<circle class=${`floor-dot floor-dot-${kind}`} cx=${x} cy=${y} r="7" />`)}
+      </g>
+      ${[
+        ["R", 66, 16],
+        ["G", 138, 16],
+        ["B", 158, 60],
+        ["Y", 42, 60],
+      ].map(([sign, x, y]) => html`<text x=${mirrored ? 200 - x : x} y=${y + 3.5}>${sign}</text>`)}
+      <text class="floor-help-word" x="100" y="10">width</text>
+      <text class="floor-help-word" x=${mirrored ? 30 : 172} y="42">depth</text>
+    </svg>
+  `;
+}
+
+/** The rectangle's sides in metres, as entered. */
+export function FloorMetres({ settings, onChange }) {
+  const field = (key, id, label) =>
+    html`<div class="field">
+      <label for=${id}>${label}</label>
+      <span class="editor-metres">
+        <input
+          id=${id}
+          type="text"
+          inputmode="decimal"
+          autocomplete="off"
+          size="6"
+          value=${settings[key]}
+          aria-invalid=${decimal(settings[key]) > 0 ? "false" : "true"}
+          onInput=${(event) => onChange({ [key]: event.target.value }, label)}
+        />
+        m
+      </span>
+    </div>`;
+  return html`<div class="editor-fields">
+    ${field("widthM", "editor-width", "Red to green (width)")}
+    ${field("depthM", "editor-depth", "Green to blue (depth)")}
+  </div>`;
+}

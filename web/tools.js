@@ -1,0 +1,178 @@
+/**
+ * What can be edited on the picture and how edits change the settings: areas in whole percent of the analysis picture,
+ * floor points in its whole pixels. A scene is {settings, figure}; figure is where the upright figure stands, in metres
+ * from the red floor point, or null for the rectangle's middle. Scenes are never changed, edits make new ones.
+ */
+
+/**
+ * @typedef {object} Tool
+ * @property {string} id
+ * @property {string} name
+ * @property {string} short the name where there is little room
+ * @property {"beds" | "exclusions" | "floor"} group
+ * @property {number} index which one of its group
+ */
+
+const areaTools = (group, kind) =>
+  [0, 1, 2].map((index) => ({
+    id: `${group}${index + 1}`,
+    name: `${kind} area ${index + 1}`,
+    short: `${kind} ${index + 1}`,
+    group,
+    index,
+  }));
+
+/** The floor points have one tool, since they mean something together only. */
+export const FLOOR = { id: "floor", name: "Floor points", short: "Floor", group: "floor", index: 0 };
+
+/** Three bed areas, three exclusion areas, the floor points. @type {Tool[]} */
+export const TOOLS = [...areaTools("beds", "Bed"), ...areaTools("exclusions", "Exclusion"), FLOOR];
+
+/** Names of the floor points, clockwise from the far left one as the analysis picture shows them. */
+export const FLOOR_NAMES = ["Red", "Green", "Blue", "Yellow"];
+
+/** Stands for the figure where the index of a point is expected. */
+export const FIGURE = 4;
+
+/** The package's first corners of every area but the first, in pixels: nobody has drawn these. */
+const FIRST_CORNERS = [
+  { x: 160, y: 160 },
+  { x: 480, y: 160 },
+  { x: 480, y: 480 },
+  { x: 160, y: 480 },
+];
+
+const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
+const same = (a, b) => a.x === b.x && a.y === b.y;
+const replaced = (list, index, value) => list.map((old, at) => (at === index ? value : old));
+
+/** A corner in percent as a point of the analysis picture, and back to the nearest whole percent. */
+export const cornerToPoint = ({ x, y }, size) => ({ x: (x * size.width) / 100, y: (y * size.height) / 100 });
+const pointToCorner = ({ x, y }, size) => ({
+  x: clamp(Math.round((x * 100) / size.width), 0, 100),
+  y: clamp(Math.round((y * 100) / size.height), 0, 100),
+});
+
+/** The area of a bed's or an exclusion's tool. */
+export const areaOf = (settings, tool) => settings[tool.group][tool.index];
+
+/** The four points of a tool in the analysis picture. */
+export function pointsOf(settings, tool, size) {
+  if (tool === FLOOR) return settings.floor;
+  return areaOf(settings, tool).corners.map((corner) => cornerToPoint(corner, size));
+}
+
+function withArea(settings, tool, area) {
+  return { ...settings, [tool.group]: replaced(settings[tool.group], tool.index, area) };
+}
+
+/**
+ * Settings with one of the tool's four points moved to a point of the analysis picture, or as near as it may go. The
+ * same settings when that changes nothing, so that a touch without a move is no step to undo.
+ */
+export function movePoint(settings, tool, index, point, size) {
+  if (tool === FLOOR) {
+    const moved = {
+      x: clamp(Math.round(point.x), 0, size.width - 1),
+      y: clamp(Math.round(point.y), 0, size.height - 1),
+    };
+    if (same(moved, settings.floor[index])) return settings;
+    return { ...settings, floor: replaced(settings.floor, index, moved) };
+  }
+  const area = areaOf(settings, tool);
+  const corner = pointToCorner(point, size);
+  if (same(corner, area.corners[index])) return settings;
+  return withArea(settings, tool, { ...area, corners: replaced(area.corners, index, corner) });
+}
+
+/** Settings with one of the tool's points moved by steps: percent of the picture for areas, pixels for floor points. */
+export function stepPoint(settings, tool, index, dx, dy, size) {
+  if (tool === FLOOR) {
+    const { x, y } = settings.floor[index];
+    return movePoint(settings, tool, index, { x: x + dx, y: y + dy }, size);
+  }
+  const { x, y } = areaOf(settings, tool).corners[index];
+  return movePoint(settings, tool, index, cornerToPoint({ x: x + dx, y: y + dy }, size), size);
+}
+
+/** Settings with a whole area shifted by a distance in analysis pixels; it keeps its shape and stops at the edges. */
+export function shiftArea(settings, tool, distance, size) {
+  const area = areaOf(settings, tool);
+  const allowed = (percent, axis) => {
+    const values = area.corners.map((corner) => corner[axis]);
+    return clamp(Math.round(percent), -Math.min(...values), 100 - Math.max(...values));
+  };
+  const dx = allowed((distance.x * 100) / size.width, "x");
+  const dy = allowed((distance.y * 100) / size.height, "y");
+  if (dx === 0 && dy === 0) return settings;
+  return withArea(settings, tool, { ...area, corners: area.corners.map(({ x, y }) => ({ x: x + dx, y: y + dy })) });
+}
+
+/** True for corners that show nothing or that the package came with. */
+export function isUndrawn(area, size) {
+  const span = (axis) => {
+    const values = area.corners.map((corner) => corner[axis]);
+    return Math.max(...values) - Math.min(...values);
+  };
+  if (span("x") < 2 || span("y") < 2) return true;
+  const near = (percent, pixel, length) => Math.abs(percent - (pixel * 100) / length) <= 1;
+  return area.corners.every(
+    ({ x, y }, index) => near(x, FIRST_CORNERS[index].x, size.width) && near(y, FIRST_CORNERS[index].y, size.height),
+  );
+}
+
+/** Settings with an area switched on or off. One that nobody has drawn yet begins as a rectangle in the middle. */
+export function switchArea(settings, tool, on, size) {
+  const area = areaOf(settings, tool);
+  const corners = on && !area.on && isUndrawn(area, size) ? middleRectangle(tool) : area.corners;
+  return withArea(settings, tool, { ...area, on, corners });
+}
+
+/** Three areas that are switched on one after the other do not hide each other. */
+function middleRectangle({ index }) {
+  const [left, top, right, bottom] = [30 + 5 * index, 35 + 5 * index, 60 + 5 * index, 65 + 5 * index];
+  return [
+    { x: left, y: top },
+    { x: right, y: top },
+    { x: right, y: bottom },
+    { x: left, y: bottom },
+  ];
+}
+
+/** Settings with the floor points as a rectangle on the floor in front of a camera that looks down a little. */
+export function placeFloorInMiddle(settings, size) {
+  const at = (x, y) => ({ x: Math.round(x * size.width), y: Math.round(y * size.height) });
+  return { ...settings, floor: [at(0.4, 0.55), at(0.6, 0.55), at(0.66, 0.8), at(0.34, 0.8)] };
+}
+
+/** The entry of `points` nearest to `point` and at most `reach` away, or -1. */
+export function nearest(points, point, reach) {
+  let best = -1;
+  let distance = reach;
+  points.forEach(({ x, y }, index) => {
+    const away = Math.hypot(x - point.x, y - point.y);
+    if (away > distance || (away === distance && best >= 0)) return;
+    best = index;
+    distance = away;
+  });
+  return best;
+}
+
+/** True when a polygon holds a point: a line from it to the right crosses the edges an odd number of times. */
+export function contains(polygon, { x, y }) {
+  let inside = false;
+  polygon.forEach((a, index) => {
+    const b = polygon[(index + 1) % polygon.length];
+    if (a.y > y !== b.y > y && x < a.x + ((b.x - a.x) * (y - a.y)) / (b.y - a.y)) inside = !inside;
+  });
+  return inside;
+}
+
+/** Distance of a point to the segment from a to b. */
+export function distanceToSegment(point, a, b) {
+  const along = { x: b.x - a.x, y: b.y - a.y };
+  const squared = along.x ** 2 + along.y ** 2;
+  const share = squared ? ((point.x - a.x) * along.x + (point.y - a.y) * along.y) / squared : 0;
+  const t = clamp(share, 0, 1);
+  return Math.hypot(point.x - a.x - t * along.x, point.y - a.y - t * along.y);
+}
