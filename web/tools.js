@@ -124,7 +124,7 @@ export function isUndrawn(area, size) {
 /** Settings with an area switched on or off. One that nobody has drawn yet begins as a rectangle in the middle. */
 export function switchArea(settings, tool, on, size) {
   const area = areaOf(settings, tool);
-  const corners = on && !area.on && isUndrawn(area, size) ? middleRectangle(tool) : area.corners;
+  const corners = on && isUndrawn(area, size) ? middleRectangle(tool) : area.corners;
   return withArea(settings, tool, { ...area, on, corners });
 }
 
