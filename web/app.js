@@ -103,7 +103,7 @@ function Lost({ since }) {
   </div>`;
 }
 
-function Header({ view, state, dirty, guiding, onGuide }) {
+function Header({ view, state, dirty, guiding, guideButton, onGuide }) {
   return html`<header class="top">
     <div class="top-row">
       <a class="brand" href="#watch"><img src="icon.svg" alt="" width="28" height="28" />Velmor Care</a>
@@ -118,7 +118,15 @@ function Header({ view, state, dirty, guiding, onGuide }) {
       <p class=${`chip tone-${state.tone}`} role="status">
         <span class="sign" aria-hidden="true">${state.sign}</span>${state.title}
       </p>
-      <button type="button" class="quiet" aria-expanded=${guiding ? "true" : "false"} onClick=${onGuide}>Guide</button>
+      <button
+        type="button"
+        class="quiet"
+        ref=${guideButton}
+        aria-expanded=${guiding ? "true" : "false"}
+        onClick=${onGuide}
+      >
+        Guide
+      </button>
     </div>
   </header>`;
 }
@@ -172,6 +180,11 @@ function App({ control, program, feed }) {
   const draft = useDraft(control, connected, epoch, view);
   const appearance = useAppearance(connected);
   const [step, setStep] = useState(() => (guideIsNew() ? 0 : null));
+  const guideButton = useRef(null);
+  const toStep = (next) => {
+    setStep(next);
+    if (next === null) guideButton.current.focus();
+  };
   const main = useRef(null);
   useFocusOnChange(view, main);
   const state = describeState(status, events.events);
@@ -187,13 +200,14 @@ function App({ control, program, feed }) {
       state=${state}
       dirty=${dirty}
       guiding=${step !== null}
-      onGuide=${() => setStep(step === null ? 0 : null)}
+      guideButton=${guideButton}
+      onGuide=${() => toStep(step === null ? 0 : null)}
     />
     <div class="hidden" aria-live="assertive">${events.begun}</div>
     <div class="hidden" aria-live="polite">${events.ended}</div>
     <div role="alert">${lostSince && html`<${Lost} since=${lostSince} />`}</div>
     <main class="page" id="main" tabindex="-1" ref=${main}>
-      ${step !== null && html`<${Guide} step=${step} onStep=${setStep} facts=${facts} />`}
+      ${step !== null && html`<${Guide} step=${step} onStep=${toStep} facts=${facts} />`}
       ${
         view === "#watch" &&
         html`<${Watch} ...${events} state=${state} settings=${draft.saved} lostSince=${lostSince} epoch=${epoch} />`

@@ -1,5 +1,5 @@
 /** The bar at the window's lower edge: unsaved changes, Save, and what became of the last save. */
-import { html } from "./vendor/preact.js";
+import { html, useRef } from "./vendor/preact.js";
 import { clockTime } from "./words.js";
 
 function Texts({ texts }) {
@@ -98,21 +98,34 @@ function state(draft) {
 /** @param {{draft: object, review: object}} props the SettingsDraft and what reviewSettings says of it */
 export function SaveBar({ draft, review }) {
   const { outcome, dirty, busy } = draft;
+  const saveButton = useRef(null);
+  // What was clicked goes away with the message, or does nothing more: the focus stays in the bar.
+  const leave = (action) => () => {
+    action();
+    saveButton.current.focus();
+  };
+  const discard = leave(() => draft.discard());
   return html`<section class="savebar" aria-label="Saving">
     <div aria-live="polite">
       ${
         outcome &&
-        html`<${Outcome} outcome=${outcome} onDiscard=${() => draft.discard()} onDismiss=${() => draft.dismiss()} />`
+        html`<${Outcome} outcome=${outcome} onDiscard=${discard} onDismiss=${leave(() => draft.dismiss())} />`
       }
     </div>
     <div class="savebar-row">
       <p class="savebar-state" role="status">${state(draft)}</p>
       ${!outcome && html`<${Before} review=${review} />`}
       <div class="row">
-        <button type="button" class="quiet" disabled=${!dirty || busy} onClick=${() => draft.discard()}>
-          Discard changes
+        <button type="button" class="quiet" disabled=${!dirty || busy} onClick=${discard}>Discard changes</button>
+        <button
+          type="button"
+          class="primary"
+          ref=${saveButton}
+          aria-disabled=${busy ? "true" : "false"}
+          onClick=${() => draft.save()}
+        >
+          Save
         </button>
-        <button type="button" class="primary" disabled=${busy} onClick=${() => draft.save()}>Save</button>
       </div>
     </div>
   </section>`;
