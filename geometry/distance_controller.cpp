@@ -8,15 +8,18 @@
 #include <cstdio>
 #include <memory>
 #include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
 #include <stdexcept>
-#include <vector>
 
 #include "app/process_state.h"
 #include "app/truncate.h"
+#include "video/VideoStreamSource.h"
 
 namespace {
 
 constexpr float kSmallestDeterminant = 0.0001F;
+constexpr std::size_t kMostViews = 50;  // of the chessboard
+constexpr double kClearTaper = 1.05;    // about 10 degrees of slant at three times the board's width
 constexpr const char* kFocalLengthQuery =
     "busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength";
 
@@ -35,6 +38,34 @@ bool findPose(const std::vector<cv::Point3f>& objectPoints, const std::vector<cv
     syslog(LOG_INFO, "calculate_world_to_screen_transformations: %s", e.what());
     return false;
   }
+}
+
+/// The corners' places on the board in metres.
+std::vector<cv::Point3f> boardPoints(const cv::Size& board, float squareSize) {
+  std::vector<cv::Point3f> points;
+  for (int row = 0; row < board.height; ++row) {
+    for (int column = 0; column < board.width; ++column) {
+      points.emplace_back(static_cast<float>(column) * squareSize, static_cast<float>(row) * squareSize, 0.0F);
+    }
+  }
+  return points;
+}
+
+/// Whether of two opposite edges one is seen clearly longer than the other.
+bool isTapered(const cv::Point2f& edge, const cv::Point2f& opposite) {
+  const auto [shorter, longer] = std::minmax({cv::norm(edge), cv::norm(opposite)});
+  return longer > kClearTaper * shorter;
+}
+
+/// Each focal length needs a view with a slant about the other axis: a board seen from the front can be of any size.
+bool showSlant(const std::vector<std::vector<cv::Point2f>>& views, const cv::Size& board) {
+  const auto last = static_cast<std::size_t>(board.width) - 1;
+  return std::any_of(
+             views.begin(), views.end(),
+             [last](const auto& v) { return isTapered(v[last] - v.front(), v.back() - v[v.size() - 1 - last]); }) &&
+         std::any_of(views.begin(), views.end(), [last](const auto& v) {
+           return isTapered(v[v.size() - 1 - last] - v.front(), v.back() - v[last]);
+         });
 }
 
 }  // namespace
@@ -83,12 +114,17 @@ float Distance_Controller::determinant_check(Quad q) {
   return q.x0 * (q.y1 - q.y3) - q.x1 * (q.y0 - q.y3) + q.x2 * (q.y0 - q.y1);
 }
 
+bool Distance_Controller::is_degenerate(const Quad& source) {
+  return std::abs(determinant_check(source)) < kSmallestDeterminant ||
+         !isFinite(CreatePerspectiveTransformMatrix(source, get_target(1, 1)));
+}
+
 bool Distance_Controller::calibrate(const std::string& prodShortName, Quad source, float wRectM, float hRectM) {
   const int focalLength = getFocalLength();
   syslog(LOG_INFO, "Distance_Controller::calibrate focalLength %d", focalLength);
   const Quad target = get_target(wRectM, hRectM);
   const Matrix3x3 transform = CreatePerspectiveTransformMatrix(source, target);
-  if (std::abs(determinant_check(source)) < kSmallestDeterminant || !isFinite(transform)) {
+  if (is_degenerate(source) || !isFinite(transform)) {
     syslog(LOG_ERR, "Degenerate Matrix");
     return false;
   }
@@ -156,4 +192,60 @@ cv::Point2f Distance_Controller::world_to_screen_point(const cv::Point3f& worldP
   cv::projectPoints(std::vector<cv::Point3f>{worldPoint}, m_rotationVec, m_translationVec, m_cameraMatrix, m_distCoeffs,
                     projected, cv::noArray(), 0);
   return projected.front();
+}
+
+bool Distance_Controller::detect_chessboard(ImageFrameSource& source, std::vector<cv::Point2f>& corners) {
+  cv::Mat picture(g_StreamHeight, g_StreamWidth, CV_8UC3);
+  source.setDirty();
+  if (!source.getFrame(g_StreamHeight, g_StreamWidth, 0, picture.data)) {
+    syslog(LOG_ERR, "Distance_Controller::detect_chessboard no picture");
+    return false;
+  }
+  cv::Mat gray;
+  cv::cvtColor(picture, gray, cv::COLOR_RGB2GRAY);
+  // The fast check keeps a picture without a board from holding up the next cycle.
+  constexpr int kFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
+  if (!cv::findChessboardCorners(gray, m_boardSize, corners, kFlags)) {
+    syslog(LOG_INFO, "Distance_Controller::detect_chessboard no board of %d x %d inner corners in the picture",
+           m_boardSize.width, m_boardSize.height);
+    return false;
+  }
+  const cv::TermCriteria untilSteady(cv::TermCriteria::EPS | cv::TermCriteria::COUNT, 30, 0.01);
+  cv::cornerSubPix(gray, corners, cv::Size(5, 5), cv::Size(-1, -1), untilSteady);
+  return true;
+}
+
+bool Distance_Controller::find_pattern(ImageFrameSource& source) {
+  std::vector<cv::Point2f> corners;
+  if (!detect_chessboard(source, corners)) {
+    return false;
+  }
+  if (m_imagePointsForLogIntrinsic.size() == kMostViews) {
+    m_imagePointsForLogIntrinsic.erase(m_imagePointsForLogIntrinsic.begin());
+    m_objectPointsForLogIntrinsic.erase(m_objectPointsForLogIntrinsic.begin());
+  }
+  m_imagePointsForLogIntrinsic.push_back(std::move(corners));
+  m_objectPointsForLogIntrinsic.push_back(boardPoints(m_boardSize, m_squareSize));
+  syslog(LOG_INFO, "Distance_Controller::find_pattern views of the chessboard: %zu",
+         m_imagePointsForLogIntrinsic.size());
+  return true;
+}
+
+bool Distance_Controller::log_intrinsic_matrix(ImageFrameSource& source) {
+  find_pattern(source);
+  if (m_imagePointsForLogIntrinsic.empty()) {
+    syslog(LOG_ERR, "Distance_Controller::log_intrinsic_matrix no view of the chessboard yet");
+    return false;
+  }
+  const cv::Mat matrix = cv::initCameraMatrix2D(m_objectPointsForLogIntrinsic, m_imagePointsForLogIntrinsic,
+                                                cv::Size(g_StreamWidth, g_StreamHeight), 0);
+  if (!showSlant(m_imagePointsForLogIntrinsic, m_boardSize) || !isFinite(matrix)) {
+    syslog(LOG_ERR, "Distance_Controller::log_intrinsic_matrix the views do not tell: slant the chessboard both ways");
+    return false;
+  }
+  for (int row = 0; row < matrix.rows; ++row) {
+    syslog(LOG_INFO, "Distance_Controller::log_intrinsic_matrix %f %f %f", matrix.at<double>(row, 0),
+           matrix.at<double>(row, 1), matrix.at<double>(row, 2));
+  }
+  return true;
 }

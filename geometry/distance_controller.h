@@ -5,8 +5,11 @@
 #include <opencv2/core.hpp>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "geometry/perspective_transform.h"
+
+class ImageFrameSource;
 
 /// World coordinates are metres on the floor with the axes along the calibration rectangle: the first corner is the
 /// origin, x runs along its width, y along its height; z is 0 on the floor and negative above it.
@@ -32,8 +35,19 @@ class Distance_Controller {
   Quad get_target(float w, float h);
   /// Vanishes for quads that cannot be calibrated.
   float determinant_check(Quad q);
+  /// Whether no rectangle of any size can appear as this quad.
+  bool is_degenerate(const Quad& source);
   /// Runs a shell command and returns what it wrote to standard output.
   std::string exec(const char* command);
+
+  /// The chessboard's inner corners in a new picture of the source at the analysis size, in pixels; row by row. False
+  /// after a log line when there is no picture or the whole board is not to be seen.
+  bool detect_chessboard(ImageFrameSource& source, std::vector<cv::Point2f>& corners);
+  /// Adds the chessboard in a new picture to the collected views, of which the newest are kept. False without one.
+  bool find_pattern(ImageFrameSource& source);
+  /// Logs the camera matrix that the collected views and, when the board is to be seen, a new picture's give. False
+  /// after a log line when there is no view, or none with a slant about either of the picture's axes.
+  bool log_intrinsic_matrix(ImageFrameSource& source);
 
  private:
   void calculate_camera_matrix(const std::string& prodShortName, int focalLengthMicrons);
@@ -45,6 +59,10 @@ class Distance_Controller {
   cv::Mat m_cameraMatrix;
   cv::Mat m_distCoeffs;
   bool m_calibrated = false;
+  float m_squareSize = 0.15F;                                          // side of a chessboard's square, m
+  cv::Size m_boardSize{9, 6};                                          // its inner corners
+  std::vector<std::vector<cv::Point2f>> m_imagePointsForLogIntrinsic;  // one entry a view
+  std::vector<std::vector<cv::Point3f>> m_objectPointsForLogIntrinsic;
   std::map<std::string, std::pair<float, float>> m_sensorDimensions;  // width, height in mm
 };
 

@@ -1,14 +1,24 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
 #include <stdexcept>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "app/process_state.h"
+#include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "tests/geometry/lens.h"
 #include "tests/platform/state_folder.h"
+#include "video/VideoStreamSource.h"
 
 namespace {
 
@@ -136,6 +146,155 @@ TEST_F(Calibration, FocalLengthComesFromTheLens) {
       EXPECT_EQ(e.what(), "busctl answers \"" + std::string(noNumber) + "\" instead of the focal length of the lens");
     }
   }
+}
+
+/// A camera of 640 x 360 in front of a chessboard of 0.15 m squares.
+class Board : public ImageFrameSource {
+ public:
+  /// Slants are radians about the picture's two axes; 0 focal length shows a wall without a board.
+  void show(float focalLength, float slantX, float slantY) {
+    m_picture = cv::Mat(360, 640, CV_8UC3, cv::Scalar::all(200));
+    if (focalLength == 0) return;
+    constexpr int kPixels = 20;  // of a square's side
+    cv::Mat flat(9 * kPixels, 12 * kPixels, CV_8UC3, cv::Scalar::all(200));
+    for (int i = 0; i < 70; ++i) {
+      const cv::Rect square((i % 10 + 1) * kPixels, (i / 10 + 1) * kPixels, kPixels, kPixels);
+      if ((i % 10 + i / 10) % 2 == 0) flat(square) = cv::Scalar::all(20);
+    }
+    const cv::Matx33d camera(focalLength, 0, 319.5, 0, focalLength, 179.5, 0, 0, 1);
+    cv::Matx33d pose;
+    cv::Rodrigues(cv::Vec3d(slantX, slantY, 0), pose);
+    const double metre = 0.15 / kPixels;
+    const cv::Vec3d distance = cv::Vec3d(0, 0, focalLength / 180) - pose * cv::Vec3d(0.9, 0.675, 0);
+    for (int row = 0; row < 3; ++row) pose(row, 2) = distance[row];
+    cv::warpPerspective(flat, m_picture, camera * pose * cv::Matx33d::diag({metre, metre, 1}), m_picture.size(),
+                        cv::INTER_AREA, cv::BORDER_CONSTANT, cv::Scalar::all(200));
+  }
+  bool getFrame(int height, int width, int rotation, uint8_t* pixels) override {
+    if (!m_dirty || isGone || height != 360 || width != 640 || rotation != 0) return false;
+    std::copy_n(m_picture.data, m_picture.total() * 3, pixels);
+    m_dirty = false;
+    return true;
+  }
+  bool isGone = false;
+
+ private:
+  cv::Mat m_picture;
+};
+
+class Chessboard : public ::testing::Test {
+ protected:
+  Chessboard() {
+    openlog("geometry_test", 0, LOG_USER);
+    g_StreamWidth = 640;
+    g_StreamHeight = 360;
+  }
+  bool finds(float focalLength, float slantX = 0, float slantY = 0) {
+    board.show(focalLength, slantX, slantY);
+    return controller.find_pattern(board);
+  }
+  /// The numbers of the matrix logged last.
+  std::vector<double> matrix() const {
+    std::vector<double> numbers(9);
+    const std::string log = state.read("system.log");
+    const std::string line = "info: Distance_Controller::log_intrinsic_matrix ";
+    std::size_t at = log.size();
+    for (std::size_t row = 3; row-- > 0;) {
+      at = log.rfind(line, at - 1);
+      std::istringstream text(log.substr(at + line.size()));
+      text >> numbers[3 * row] >> numbers[3 * row + 1] >> numbers[3 * row + 2];
+    }
+    return numbers;
+  }
+  bool logged(const std::string& text) const { return state.read("system.log").find(text) != std::string::npos; }
+
+  StateFolder state;
+  Board board;
+  Distance_Controller controller;
+};
+
+TEST_F(Chessboard, SlantedViewsGiveTheCameraMatrix) {
+  EXPECT_FALSE(finds(0));
+  EXPECT_FALSE(controller.log_intrinsic_matrix(board));
+  EXPECT_TRUE(logged("log_intrinsic_matrix no view of the chessboard yet"));
+  board.show(500, 0, 0);
+  EXPECT_FALSE(controller.log_intrinsic_matrix(board)) << "a board seen from the front does not tell";
+  for (const auto& [slantX, slantY] : {std::pair{0.5F, 0.0F}, {0.0F, 0.5F}}) {
+    Distance_Controller oneWay;
+    board.show(500, slantX, slantY);
+    EXPECT_FALSE(oneWay.log_intrinsic_matrix(board)) << "nor does one that is slanted one way";
+    EXPECT_TRUE(controller.find_pattern(board));
+  }
+  board.show(500, -0.4F, 0.4F);
+  EXPECT_TRUE(controller.log_intrinsic_matrix(board));
+  EXPECT_FALSE(logged("views of the chessboard: 5")) << "one view a picture";
+  EXPECT_TRUE(logged("views of the chessboard: 4")) << "that of the last picture counts too";
+  const std::vector<double> found = matrix();
+  const std::vector<double> expected{500, 0, 319.5, 0, 500, 179.5, 0, 0, 1};
+  for (std::size_t i = 0; i < 9; ++i) EXPECT_NEAR(found[i], expected[i], i % 4 == 0 && i < 8 ? 10 : 0.01) << i;
+  board.isGone = true;
+  EXPECT_FALSE(controller.find_pattern(board));
+  EXPECT_TRUE(controller.log_intrinsic_matrix(board)) << "from the views that there are";
+}
+
+TEST_F(Chessboard, CornersAreThoseOfThePicture) {
+  board.show(500, 0, 0);
+  std::vector<cv::Point2f> corners;
+  ASSERT_TRUE(controller.detect_chessboard(board, corners));
+  ASSERT_EQ(corners.size(), 54U);
+  const float square = 0.15F * 180;
+  const auto [left, right] =
+      std::minmax_element(corners.begin(), corners.end(), [](const auto& a, const auto& b) { return a.x < b.x; });
+  EXPECT_NEAR(right->x - left->x, 8 * square, 0.5);
+  EXPECT_NEAR((right->x + left->x) / 2, 319.5, 1);
+}
+
+TEST_F(Chessboard, TheOldestOfFiftyViewsGoes) {
+  EXPECT_TRUE(finds(900, 0.5F, 0.3F));
+  board.show(500, 0.4F, 0.4F);
+  for (int i = 0; i < 50; ++i) EXPECT_TRUE(controller.find_pattern(board));
+  EXPECT_FALSE(logged("views of the chessboard: 51"));
+  EXPECT_TRUE(controller.log_intrinsic_matrix(board));
+  EXPECT_NEAR(matrix()[0], 500, 10);
+}
+
+TEST_F(Calibration, StakesStandUprightOnTheCorners) {
+  g_DistanceController = Distance_Controller();
+  Calibrator calibrator;
+  std::array<int, 4> stake = {9, 9, 9, 9};
+  const auto stakeOn = [&](int corner) {
+    return calibrator.getStakeScreenCoordinates(static_cast<Calibrator::Corner>(corner), stake[0], stake[1], stake[2],
+                                                stake[3]);
+  };
+  EXPECT_FALSE(calibrator.isInitialized() || calibrator.shouldRender());
+  calibrator.setSize(1.5F, 2.0F);
+  EXPECT_FALSE(stakeOn(0)) << "the floor is not calibrated";
+  const Lens lens("UINT32 3700;\n");
+  ASSERT_TRUE(g_DistanceController.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
+  calibrator = Calibrator();
+  EXPECT_FALSE(stakeOn(0)) << "no size is set";
+  EXPECT_EQ(stake, (std::array{9, 9, 9, 9}));
+  calibrator.setSize(1.5F, 2.0F);
+  calibrator.setRender(true);
+  EXPECT_TRUE(calibrator.isInitialized() && calibrator.shouldRender());
+  float width = 0, height = 0;
+  calibrator.getSize(width, height);
+  EXPECT_EQ(std::pair(width, height), std::pair(1.5F, 2.0F));
+  for (const auto& [corner, x, y] : {std::tuple{0, 0.0F, 0.0F}, {1, 1.5F, 0.0F}, {2, 0.0F, 2.0F}, {3, 1.5F, 2.0F}}) {
+    ASSERT_TRUE(stakeOn(corner));
+    const cv::Point2f foot = g_DistanceController.world_to_screen_point({x, y, -0.0F});
+    const cv::Point2f top = g_DistanceController.world_to_screen_point({x, y, -1.0F});
+    EXPECT_EQ(stake, (std::array{static_cast<int>(foot.x), static_cast<int>(foot.y), static_cast<int>(top.x),
+                                 static_cast<int>(top.y)}))
+        << "truncated, corner " << corner;
+    EXPECT_LT(stake[3], stake[1]) << "a metre up";
+  }
+  for (const int noCorner : {-1, 4}) EXPECT_FALSE(stakeOn(noCorner));
+  calibrator.setSize(0, 0);
+  ASSERT_TRUE(stakeOn(3));
+  const cv::Point2f origin = g_DistanceController.world_to_screen_point({0, 0, 0});
+  EXPECT_EQ(stake[0], static_cast<int>(origin.x));
+  EXPECT_TRUE(calibrator.getStakeScreenCoordinates(std::nanf(""), 1e30F, stake[0], stake[1], stake[2], stake[3]));
 }
 
 }  // namespace
