@@ -19,7 +19,6 @@
 
 #include "platform/workstation/launch_media.h"
 #include "platform/workstation/state_directory.h"
-#include "platform/workstation/stored_parameters.h"
 
 namespace workstation {
 namespace {
@@ -27,7 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr const char* kAppName = "velmor_care";
 constexpr const char* kPackageFolders[] = {"usr/local/packages", "mnt/flash/usr/local/packages"};
 constexpr const char* kModelParameters[] = {"LandscapeModelFileName", "PortraitModelFileName",
                                             "mobilenetModelFileName"};
@@ -142,12 +140,8 @@ void checkModels(const fs::path& root, const Parameters& values) {
 
 /// What the program's parameter store will hold.
 Parameters effectiveParameters(const fs::path& state, const Parameters& defaults, const CameraDescription& camera) {
-  Parameters values = StoredParameters(state, kAppName).load().value_or(Parameters());
-  values.insert(defaults.begin(), defaults.end());
-  for (const auto& [name, value] : camera.parameters) {
-    values.insert_or_assign(name, value);
-  }
-  return values;
+  StoredState stored = StoredParameters(state, kAppName).load().value_or(StoredState());
+  return startFrom(std::move(stored), defaults, camera.parameters).values;
 }
 
 StatePlace temporaryPlace() {
@@ -159,10 +153,7 @@ StatePlace temporaryPlace() {
 }
 
 StatePlace placeFor(const LaunchRequest& request) {
-  if (request.state) {
-    return {fs::absolute(*request.state).lexically_normal(), false};
-  }
-  return request.replay ? temporaryPlace() : StatePlace(stateHome() / stateName(request), false);
+  return request.replay && !request.state ? temporaryPlace() : StatePlace(lastingPlace(request), false);
 }
 
 void checkTruth(const LaunchRequest& request) {
@@ -261,11 +252,23 @@ std::string stateName(const LaunchRequest& request) {
   return stem + "-" + std::string(hash.get(), kHashLength);
 }
 
+fs::path lastingPlace(const LaunchRequest& request) {
+  return request.state ? fs::absolute(*request.state).lexically_normal() : stateHome() / stateName(request);
+}
+
+std::string settingsName(const LaunchRequest& request) {
+  return request.settings.value_or(request.source.value_or("demo.settings.json"));
+}
+
+Parameters packageDefaults(const fs::path& source_tree) {
+  return manifestDefaults(source_tree / "package" / "manifest.json");
+}
+
 LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
   const fs::path manifest = source_tree / "package" / "manifest.json";
   const CameraDescription camera = requestedCamera(request, source_tree);
-  const Parameters defaults = manifestDefaults(manifest);
-  checkParameters(camera, defaults, request.settings.value_or(request.source.value_or("demo.settings.json")));
+  const Parameters defaults = packageDefaults(source_tree);
+  checkParameters(camera, defaults, settingsName(request));
   if (std::string problem = videoProblem(camera.source); !problem.empty()) {
     throw std::runtime_error(problem);
   }

@@ -9,8 +9,12 @@
 #include "platform/workstation/camera_description.h"
 #include "platform/workstation/durable_file.h"
 #include "platform/workstation/launch_request.h"
+#include "platform/workstation/stored_parameters.h"
 
 namespace workstation {
+
+/// Names the parameter group and the package's directories.
+inline constexpr const char* kAppName = "velmor_care";
 
 /// A place for a run's state, held for this run alone. A temporary one goes with the object.
 class StatePlace {
@@ -46,6 +50,15 @@ CameraDescription requestedCamera(const LaunchRequest& request, const std::files
 
 /// Where a run's state goes when nobody says otherwise: "demo", or the source's name and a hash of its full path.
 std::string stateName(const LaunchRequest& request);
+
+/// The state directory of a run that is no replay; not created.
+std::filesystem::path lastingPlace(const LaunchRequest& request);
+
+/// The file that a user knows the camera's parameters by.
+std::string settingsName(const LaunchRequest& request);
+
+/// The defaults of the source tree's package. Throws std::runtime_error with one line.
+Parameters packageDefaults(const std::filesystem::path& source_tree);
 
 /// Checks everything and lays the files out in the state directory. Throws std::runtime_error with a line for each
 /// mistake; nothing is left behind then that was not there before, save an empty state directory.

@@ -12,6 +12,9 @@ void checkCombination(const LaunchRequest& request) {
   if (!request.source && request.settings) {
     throw UsageError("--settings is for a source of yours; the demo has its own");
   }
+  if (request.reset && *request.reset != "floor") {
+    throw UsageError("--reset can only put back: floor");
+  }
 }
 
 }  // namespace
@@ -51,6 +54,8 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
       value(request.settings, option);
     } else if (option == "--truth") {
       value(request.truth, option);
+    } else if (option == "--reset" && !request.replay) {
+      value(request.reset, option);
     } else if (option == "--state") {
       value(request.state, option);
     } else {
@@ -64,6 +69,7 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
 const char* usage() {
   return R"(./run                       watches the demo in real time
 ./run --source FILE         watches a video of yours, or what a camera's description (*.json) names
+./run --reset floor         puts the stored floor calibration back to the source's or the package's
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --state DIR               keeps parameters, events and log there

@@ -21,6 +21,7 @@ struct LaunchRequest {
   std::optional<std::string> settings;  ///< JSON file of what the installer has set
   std::optional<std::string> truth;     ///< replay only: the true people instead of the networks'
   std::optional<std::string> state;     ///< state directory instead of the usual one
+  std::optional<std::string> reset;     ///< "floor": stored settings that are put back, instead of a run
 };
 
 /// The command line without the program's name. Throws UsageError.

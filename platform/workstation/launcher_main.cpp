@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/workstation/floor_reset.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
 
@@ -150,9 +151,18 @@ int run(const std::vector<std::string>& arguments) {
     std::fputs(workstation::usage(), stdout);
     return 0;
   }
+  if (request.reset) {
+    std::fputs(workstation::resetFloor(request, sourceTree()).c_str(), stdout);
+    return 0;
+  }
   const LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
   announce(request, plan);
-  return waitFor(start(plan));
+  const workstation::StartWatch watch(plan.place.directory());
+  const int status = waitFor(start(plan));
+  if (status != 0 && watch.failedOnFloor()) {
+    std::fputs(workstation::floorAdvice(request, sourceTree(), plan.place.directory()).c_str(), stderr);
+  }
+  return status;
 }
 
 }  // namespace

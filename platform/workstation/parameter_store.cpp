@@ -1,5 +1,5 @@
-// The camera's parameter store on a workstation: a key file in the state directory, seeded from the package's manifest;
-// what the camera's description sets is laid over it at every start.
+// The camera's parameter store on a workstation: a key file in the state directory, seeded from the package's manifest
+// and from what the camera's description sets.
 #include <axparameter.h>
 #include <syslog.h>
 
@@ -18,12 +18,13 @@
 
 using workstation::Parameters;
 using workstation::StoredParameters;
+using workstation::StoredState;
 
 struct _AXParameter {
   StoredParameters file;
-  Parameters values;
+  StoredState state;
   Parameters platform;   ///< full name -> value; read only
-  bool unsaved = false;  ///< values differ from the file's
+  bool unsaved = false;  ///< the state differs from the file's
 };
 
 namespace {
@@ -34,7 +35,7 @@ std::string manifestPath(const std::string& app_name) {
 }
 
 void save(AXParameter& store) {
-  store.file.save(store.values);
+  store.file.save(store.state);
   store.unsaved = false;
 }
 
@@ -52,26 +53,24 @@ std::string textProblem(const std::string& name, const gchar* value) {
 AXParameter* openStore(const std::string& app_name) {
   const auto& camera = workstation::startedCamera();
   StoredParameters file(workstation::stateDirectory(), app_name);
-  const std::optional<Parameters> stored = file.load();
+  const std::optional<StoredState> stored = file.load();
   const std::string damage = file.damage();
   if (!damage.empty()) {
     syslog(LOG_ERR, "%s", damage.c_str());
   }
-  Parameters values = stored.value_or(Parameters());
-  values.merge(workstation::manifestDefaults(manifestPath(app_name)));
   for (const auto& [name, value] : camera.parameters) {
     if (const std::string problem = textProblem(name, value.c_str()); !problem.empty()) {
       throw std::runtime_error(camera.file + ": parameters: " + problem);
     }
-    values.insert_or_assign(name, value);
   }
+  const Parameters defaults = workstation::manifestDefaults(manifestPath(app_name));
   auto store = std::make_unique<AXParameter>(AXParameter{
       std::move(file),
-      std::move(values),
+      startFrom(stored.value_or(StoredState()), defaults, camera.parameters),
       {{"root.Image.I0.Appearance.Rotation", std::to_string(camera.rotation)},
        {"root.Brand.ProdShortName", camera.product_name}},
   });
-  if (!damage.empty() || store->values != stored) {
+  if (!damage.empty() || store->state != stored) {
     save(*store);
   }
   return store.release();
@@ -103,16 +102,16 @@ Result guarded(GError** error, Result failed, Function function) {
 
 /// Puts the value into the store, and on disk with `sync`; throws with the store as it was before.
 void put(AXParameter& store, const std::string& name, const std::string& value, bool sync) {
-  const Parameters before = store.values;
+  const Parameters before = store.state.values;
   const bool unsaved_before = store.unsaved;
-  store.values.insert_or_assign(name, value);
-  store.unsaved = unsaved_before || store.values != before;
+  store.state.values.insert_or_assign(name, value);
+  store.unsaved = unsaved_before || store.state.values != before;
   try {
     if (sync && store.unsaved) {
       save(store);
     }
   } catch (...) {
-    store.values = before;
+    store.state.values = before;
     store.unsaved = unsaved_before;
     throw;
   }
@@ -145,7 +144,7 @@ gboolean ax_parameter_add(AXParameter* parameter, const gchar* name, const gchar
   if (parameter == nullptr || name == nullptr) {
     return failUnopened(error);
   }
-  if (parameter->values.contains(name) || parameter->platform.contains(name)) {
+  if (parameter->state.values.contains(name) || parameter->platform.contains(name)) {
     return fail(error, AX_PARAMETER_PARAM_EXISTS_ERROR, std::string(name) + " exists already");
   }
   if (const std::string problem = textProblem(name, initial_value); !problem.empty()) {
@@ -162,7 +161,7 @@ gboolean ax_parameter_set(AXParameter* parameter, const gchar* name, const gchar
   if (parameter == nullptr || name == nullptr) {
     return failUnopened(error);
   }
-  if (!parameter->values.contains(name)) {
+  if (!parameter->state.values.contains(name)) {
     const char* reason = parameter->platform.contains(name) ? " belongs to the camera and cannot be set"
                                                             : " is not a parameter of this application";
     return fail(error, AX_PARAMETER_PARAM_NOT_FOUND_ERROR, std::string(name) + reason);
@@ -180,7 +179,7 @@ gboolean ax_parameter_get(AXParameter* parameter, const gchar* name, gchar** val
   if (parameter == nullptr || name == nullptr || value == nullptr) {
     return failUnopened(error);
   }
-  for (const Parameters* group : {&parameter->values, &parameter->platform}) {
+  for (const Parameters* group : {&parameter->state.values, &parameter->platform}) {
     if (const auto found = group->find(name); found != group->end()) {
       *value = g_strdup(found->second.c_str());
       return TRUE;
@@ -195,6 +194,6 @@ GList* ax_parameter_list(AXParameter* parameter, GError** error) {
     return nullptr;
   }
   GList* names = nullptr;
-  for (const auto& [name, value] : parameter->values) names = g_list_prepend(names, g_strdup(name.c_str()));
+  for (const auto& [name, value] : parameter->state.values) names = g_list_prepend(names, g_strdup(name.c_str()));
   return g_list_reverse(names);
 }

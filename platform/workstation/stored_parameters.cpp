@@ -46,19 +46,15 @@ std::string_view checkedBody(std::string_view text) {
   return body;
 }
 
-Parameters parse(std::string_view body, const std::string& group) {
-  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
-  GError* raw = nullptr;
-  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, &raw) == FALSE) {
-    throw std::runtime_error(GLibOwner<GError>(raw)->message);
-  }
-  const GLibOwner<gchar*> names(g_key_file_get_keys(keyFile.get(), group.c_str(), nullptr, nullptr));
-  if (names == nullptr) {
-    throw std::runtime_error("it has no group [" + group + "]");
-  }
+/// Files of before there was a memory have no such group.
+std::string describedGroup(const std::string& group) { return group + " as described"; }
+
+Parameters groupOf(GKeyFile* keyFile, const std::string& group) {
+  const GLibOwner<gchar*> names(g_key_file_get_keys(keyFile, group.c_str(), nullptr, nullptr));
   Parameters values;
-  for (gchar** name = names.get(); *name != nullptr; ++name) {
-    const GLibOwner<gchar> value(g_key_file_get_string(keyFile.get(), group.c_str(), *name, &raw));
+  for (gchar** name = names.get(); name != nullptr && *name != nullptr; ++name) {
+    GError* raw = nullptr;
+    const GLibOwner<gchar> value(g_key_file_get_string(keyFile, group.c_str(), *name, &raw));
     if (value == nullptr) {
       throw std::runtime_error(GLibOwner<GError>(raw)->message);
     }
@@ -67,12 +63,29 @@ Parameters parse(std::string_view body, const std::string& group) {
   return values;
 }
 
-std::string format(const Parameters& values, const std::string& group) {
+StoredState parse(std::string_view body, const std::string& group) {
+  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  GError* raw = nullptr;
+  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, &raw) == FALSE) {
+    throw std::runtime_error(GLibOwner<GError>(raw)->message);
+  }
+  if (g_key_file_has_group(keyFile.get(), group.c_str()) == FALSE) {
+    throw std::runtime_error("it has no group [" + group + "]");
+  }
+  return {groupOf(keyFile.get(), group), groupOf(keyFile.get(), describedGroup(group))};
+}
+
+void putGroup(GKeyFile* keyFile, const std::string& group, const Parameters& values) {
+  for (const auto& [name, value] : values) {
+    g_key_file_set_string(keyFile, group.c_str(), name.c_str(), value.c_str());
+  }
+}
+
+std::string format(const StoredState& state, const std::string& group) {
   const GLibOwner<GKeyFile> keyFile(g_key_file_new());
   g_key_file_set_comment(keyFile.get(), nullptr, nullptr, " Written by the program.", nullptr);
-  for (const auto& [name, value] : values) {
-    g_key_file_set_string(keyFile.get(), group.c_str(), name.c_str(), value.c_str());
-  }
+  putGroup(keyFile.get(), group, state.values);
+  putGroup(keyFile.get(), describedGroup(group), state.described);
   gsize size = 0;
   const GLibOwner<gchar> data(g_key_file_to_data(keyFile.get(), &size, nullptr));
   const std::string body(data.get(), size);
@@ -113,10 +126,23 @@ Parameters manifestDefaults(const std::filesystem::path& manifest) {
   return defaults;
 }
 
+StoredState startFrom(StoredState stored, const Parameters& defaults,
+                      const std::map<std::string, std::string>& described) {
+  stored.values.insert(defaults.begin(), defaults.end());
+  for (const auto& [name, value] : described) {
+    const auto before = stored.described.find(name);
+    if (before == stored.described.end() || before->second != value) {
+      stored.values.insert_or_assign(name, value);
+    }
+  }
+  stored.described = Parameters(described.begin(), described.end());
+  return stored;
+}
+
 StoredParameters::StoredParameters(const std::filesystem::path& directory, std::string group)
     : m_file(directory / "parameters.conf"), m_previous(directory / "parameters.conf.1"), m_group(std::move(group)) {}
 
-std::optional<Parameters> StoredParameters::readGeneration(const std::filesystem::path& path) const {
+std::optional<StoredState> StoredParameters::readGeneration(const std::filesystem::path& path) const {
   const auto text = readFile(path, kMaxFileBytes);
   if (!text) {
     return std::nullopt;
@@ -128,36 +154,36 @@ std::optional<Parameters> StoredParameters::readGeneration(const std::filesystem
   }
 }
 
-std::optional<Parameters> StoredParameters::load() {
+std::optional<StoredState> StoredParameters::load() {
   m_damage.clear();
   try {
-    if (auto values = readGeneration(m_file)) {
-      return values;
+    if (auto state = readGeneration(m_file)) {
+      return state;
     }
     m_damage = m_file.string() + ": is missing";
   } catch (const std::runtime_error& error) {
     m_damage = error.what();
   }
-  std::optional<Parameters> values;
+  std::optional<StoredState> state;
   try {
-    values = readGeneration(m_previous);
+    state = readGeneration(m_previous);
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(m_damage + "; so is the generation before: " + error.what() +
                              "; remove both files to start from the defaults");
   }
-  if (!values && !std::filesystem::exists(m_file)) {
+  if (!state && !std::filesystem::exists(m_file)) {
     m_damage.clear();
     return std::nullopt;
   }
-  if (!values) {
+  if (!state) {
     throw std::runtime_error(m_damage + "; there is no generation before it; remove it to start from the defaults");
   }
   m_damage += "; the values of the generation before are used";
-  return values;
+  return state;
 }
 
-void StoredParameters::save(const Parameters& values) {
-  const std::string text = format(values, m_group);
+void StoredParameters::save(const StoredState& state) {
+  const std::string text = format(state, m_group);
   if (text.size() > kMaxFileBytes) {
     throw std::runtime_error(m_file.string() + ": cannot hold more than " + std::to_string(kMaxFileBytes) + " bytes");
   }

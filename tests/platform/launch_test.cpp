@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/workstation/floor_reset.h"
 #include "platform/workstation/launch_media.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
@@ -32,12 +33,14 @@ TEST(CommandLine, NamesSourceAndMode) {
   EXPECT_TRUE(replay.replay && replay.json);
   EXPECT_EQ(replay.source, "a.mp4");
   EXPECT_EQ(replay.truth, "t.jsonl");
+  EXPECT_EQ(parseCommandLine(words("--source a --reset floor --settings s")).reset, "floor");
   EXPECT_FALSE(parseCommandLine(words("replay demo")).source) << "none is the demo";
 }
 
 TEST(CommandLine, RefusesWhatItCannotObey) {
   for (const char* line : {"replay", "replay --json", "--json", "--truth t", "--source", "--source a --source b",
-                           "demo", "replay a --source b", "--settings s", "replay demo --settings s", "--state"}) {
+                           "demo", "replay a --source b", "--reset", "--reset beds", "replay a --reset floor",
+                           "--settings s", "replay demo --settings s", "--state"}) {
     EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
   }
 }
@@ -185,6 +188,59 @@ TEST_F(Launch, RefusesSettingsModelsAndStoresInOneLineEach) {
   EXPECT_EQ(refusal(), "models/p.onnx: the model that PortraitModelFileName names is missing");
   m_tree.write("state/parameters.conf", "damaged");
   EXPECT_NE(refusal().find("parameters.conf: is damaged"), std::string::npos) << refusal();
+}
+
+TEST_F(Launch, ResetsTheFloorAndNothingElse) {
+  m_tree.write("package/manifest.json", R"({"parameters": [{"name": "FallCalibration0x", "default": "479"},
+      {"name": "FallCalibration3y", "default": "591"}, {"name": "WRectM", "default": "1.5"},
+      {"name": "HRectM", "default": "2.0"}, {"name": "Sensitivity", "default": "0.38"}]})");
+  m_tree.write("my cam.json", R"({"source": "x.mp4", "parameters": {"FallCalibration0x": "300", "WRectM": "4"}})");
+  m_request = parseCommandLine(
+      {"--reset", "floor", "--source", (m_tree / "my cam.json").string(), "--state", (m_tree / "state").string()});
+  const auto reset = [this] { return resetFloor(m_request, m_tree.path()); };
+  const auto advice = [this] { return floorAdvice(m_request, m_tree.path(), m_tree / "state"); };
+  EXPECT_NE(reset().find("nothing to reset"), std::string::npos);
+  StoredParameters file(m_tree / "state", "velmor_care");
+  const StoredState saved{{{"FallCalibration0x", "7"},
+                           {"FallCalibration3y", "7"},
+                           {"WRectM", "0.000000"},
+                           {"HRectM", "2.000000"},
+                           {"Sensitivity", "0.9"},
+                           {"Extra", "x"}},
+                          {{"WRectM", "4"}}};
+  file.save(saved);
+  {
+    const StatePlace running(m_tree / "state", false);
+    EXPECT_THROW(reset(), std::runtime_error);
+  }
+  EXPECT_EQ(file.load(), saved);
+  EXPECT_EQ(advice(), "To put the floor calibration back to the original one: ./run --reset floor --source '" +
+                          (m_tree / "my cam.json").string() + "' --state " + (m_tree / "state").string() + "\n");
+  EXPECT_EQ(reset(), (m_tree / "state").string() + R"(: the floor calibration is the original one again
+  FallCalibration0x: 7 -> 300
+  FallCalibration3y: 7 -> 591
+  WRectM: 0.000000 -> 4
+)");
+  StoredState expected = saved;
+  expected.values.insert_or_assign("FallCalibration0x", "300");
+  expected.values.insert_or_assign("FallCalibration3y", "591");
+  expected.values.insert_or_assign("WRectM", "4");
+  EXPECT_EQ(file.load(), expected);
+  EXPECT_NE(reset().find("is the original one already"), std::string::npos);
+  EXPECT_EQ(advice(), "The floor calibration comes from " + (m_tree / "my cam.json").string() + "; correct it there\n");
+}
+
+TEST_F(Launch, SeesOnlyWhatTheLogSaysOfThisStart) {
+  const std::string failure = "2026-01-31T08:15:00.250Z velmor_care[1] error: Failed init_3D\n";
+  m_tree.write("system.log", failure);
+  const StartWatch watch(m_tree.path());
+  EXPECT_FALSE(watch.failedOnFloor());
+  m_tree.write("system.log", failure + "2026-01-31T08:16:00.250Z velmor_care[2] error: Failed init_ai\n");
+  EXPECT_FALSE(watch.failedOnFloor());
+  m_tree.write("system.log", failure + failure);
+  EXPECT_TRUE(watch.failedOnFloor());
+  m_tree.write("system.log", failure.substr(24));
+  EXPECT_TRUE(watch.failedOnFloor()) << "a log begun anew";
 }
 
 TEST_F(Launch, KeepsAPlaceForOneRunAtATime) {

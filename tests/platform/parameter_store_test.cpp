@@ -47,6 +47,7 @@ class ParameterStore : public testing::Test {
   int code() const { return m_error == nullptr ? 0 : m_error->code; }
 
   StateFolder m_folder;
+  int m_described = 0;
   GError* m_error = nullptr;
 };
 
@@ -93,17 +94,41 @@ TEST_F(ParameterStore, AddsOnceAndRefusesWhatItDoesNotHold) {
   EXPECT_EQ(stored("root.Brand.ProdShortName"), "AXIS P1");
 }
 
-TEST_F(ParameterStore, LaysTheCamerasParametersOverTheStoredOnesAtEveryStart) {
+TEST_F(ParameterStore, ADescriptionCountsOnlyForWhatItSaysAnew) {
+  const auto describe = [this](const std::string& parameters) {
+    // A file of its own each time: a running process reads a camera once.
+    const std::string file = "camera" + std::to_string(m_described++) + ".json";
+    m_folder.write(file, R"({"source": "x.mp4", "parameters": {)" + parameters + "}}");
+    ::setenv("VELMOR_CAMERA", (m_folder / file).c_str(), 1);
+  };
+  describe(R"("Sensitivity": "0.5", "Name": "bed")");
+  EXPECT_EQ(stored("Sensitivity"), "0.5") << "counts before the default";
   set(open(), "Sensitivity", "0.9");
-  set(open(), "Name", "kept");
-  // A file of its own: a running process reads a camera once.
-  m_folder.write("other.json", R"({"source": "x.mp4", "parameters": {"Sensitivity": "0.5"}})");
-  ::setenv("VELMOR_CAMERA", (m_folder / "other.json").c_str(), 1);
+  EXPECT_EQ(stored("Sensitivity"), "0.9") << "saved later";
+  describe(R"("Sensitivity": "0.5", "Name": "window")");
+  EXPECT_EQ(stored("Sensitivity"), "0.9") << "the same as before";
+  EXPECT_EQ(stored("Name"), "window");
+  set(open(), "Name", "door");
+  m_folder.write("parameters.conf", "damaged");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(stored("Name"), "window") << "the generation before knows what was said then";
+  testing::internal::GetCapturedStderr();
+  set(open(), "Name", "door");
+  describe("");
+  EXPECT_EQ(stored("Name"), "door") << "says nothing";
+  describe(R"("Name": "window", "Sensitivity": "0.6")");
+  EXPECT_EQ(stored("Name") + stored("Sensitivity"), "window0.6") << "says it again";
+}
+
+TEST_F(ParameterStore, AFileWithoutMemoryAndAnUpdatedPackageLoseNothing) {
+  // As written before the description was remembered: one group of values.
+  const std::string body = "[velmor_care]\nName=kept\nSensitivity=0.9\n";
+  const std::unique_ptr<gchar, decltype(&g_free)> sum(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, body.c_str(), -1), &g_free);
+  m_folder.write("parameters.conf", "# sha256 of what follows: " + std::string(sum.get()) + "\n" + body);
   m_folder.write("manifest.json", R"({"parameters": [{"name": "Sensitivity", "default": "0.1"},
                                                      {"name": "Later", "default": "new"}]})");
-  EXPECT_EQ(stored("Sensitivity"), "0.5");
-  EXPECT_EQ(stored("Name"), "kept") << "an update of the package loses nothing";
-  EXPECT_EQ(stored("Later"), "new");
+  EXPECT_EQ(stored("Sensitivity") + stored("Name") + stored("Later"), "0.9keptnew");
 }
 
 TEST_F(ParameterStore, WritesAtOnceOnlyWhenAskedTo) {
