@@ -4,7 +4,7 @@ import { areaProblem } from "./geometry.js";
 import { Switch } from "./settings.js";
 import { Stage, pointName, pointWords } from "./stage.js";
 import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, placeFloorInMiddle, stepPoint, switchArea } from "./tools.js";
-import { html, useCallback, useEffect, useState } from "./vendor/preact.js";
+import { html, useEffect, useRef, useState } from "./vendor/preact.js";
 
 const NUDGES = [
   { sign: "←", word: "left", across: -1, down: 0 },
@@ -34,9 +34,11 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
   const [loupe, setLoupe] = useState(false);
   const [figure, setFigure] = useState(null);
   const [preview, setPreview] = useState(null);
-  const [said, say] = useState("");
+  const [said, setSaid] = useState("");
   const scene = preview ?? { settings: draft, figure };
 
+  // The same words twice are told twice only when the text differs.
+  const say = (text) => setSaid((old) => (old === text ? `${text}\u00a0` : text));
   const choose = (next) => {
     setTool(next);
     setPoint(0);
@@ -48,16 +50,16 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
     if (index === null) say(`${tool.name} moved`);
     else say(`${pointName(tool, index)}: ${pointWords(next.settings, tool, index, size, mirrored)}`);
   };
-  const undo = useCallback(() => {
-    if (!canUndo) return;
+  const undo = () => {
+    if (!canUndo || preview) return;
     onUndo();
     say("Undone");
-  }, [canUndo, onUndo]);
-  const redo = useCallback(() => {
-    if (!canRedo) return;
+  };
+  const redo = () => {
+    if (!canRedo || preview) return;
     onRedo();
     say("Done again");
-  }, [canRedo, onRedo]);
+  };
   useUndoKeys(undo, redo);
 
   const switchOn = (which, on) => {
@@ -72,7 +74,8 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
   const list = { size, scene, tool, onTool: choose, onSwitch: switchOn };
   const pad = html`<${Pad} tool=${tool} point=${point} onPoint=${setPoint} onNudge=${nudge} onLoupe=${setLoupe} />`;
   return html`
-    <div class="editor">
+    <div class=${`editor ${size.width > size.height ? "editor-landscape" : ""}`}>
+      <h2 class="hidden">On the picture</h2>
       <div class="editor-picture">
         <${Stage}
           tool=${tool}
@@ -115,18 +118,20 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
 
 /** Ctrl+Z, Ctrl+Shift+Z and Ctrl+Y, also with Command; a text field keeps its own undo. */
 function useUndoKeys(undo, redo) {
+  const actions = useRef(null);
+  actions.current = { undo, redo };
   useEffect(() => {
     const press = (event) => {
       if (!(event.ctrlKey || event.metaKey) || event.altKey || event.target.matches?.("input[type=text]")) return;
       const key = event.key.toLowerCase();
-      const action = key === "y" || (key === "z" && event.shiftKey) ? redo : key === "z" ? undo : null;
+      const action = key === "y" || (key === "z" && event.shiftKey) ? "redo" : key === "z" ? "undo" : null;
       if (!action) return;
       event.preventDefault();
-      action();
+      actions.current[action]();
     };
     addEventListener("keydown", press);
     return () => removeEventListener("keydown", press);
-  }, [undo, redo]);
+  }, []);
 }
 
 /** The button that chooses a tool. */
