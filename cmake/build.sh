@@ -36,6 +36,21 @@ ensure_packages() {
   logged build/install.log "${apt[@]}" install --no-install-recommends "${missing[@]}"
 }
 
+# ensure_command COMMAND PACKAGE: installs the package unless there is such a command, from wherever it came.
+ensure_command() {
+  command -v "$1" >/dev/null || ensure_packages "$2"
+}
+
+# ensure_node_modules FOLDER: what the folder's package-lock.json names, installed once.
+ensure_node_modules() {
+  local folder=$1 installed=$1/node_modules/installed-lock.json
+  if ! cmp -s "$folder/package-lock.json" "$installed"; then
+    echo "Installing the node modules of $folder" >&2
+    logged build/npm.log npm --prefix "$folder" ci --no-audit --no-fund
+    cp "$folder/package-lock.json" "$installed"
+  fi
+}
+
 # logged FILE COMMAND...: the command's output goes to the file, and to the user when the command fails.
 logged() {
   local log=$1

@@ -23,7 +23,9 @@ async function fetchText(url) {
     throw new Error(`The camera ${words}.`, { cause: error });
   }
   const reason = answer.statusText ? ` (${answer.statusText})` : "";
-  throw Object.assign(new Error(`The camera refused the request: ${answer.status}${reason}.`), { status: answer.status });
+  throw Object.assign(new Error(`The camera refused the request: ${answer.status}${reason}.`), {
+    status: answer.status,
+  });
 }
 
 /** The actions of the program. Requests wait for each other, since the program answers one at a time. */

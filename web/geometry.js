@@ -19,9 +19,7 @@ const asItIs = (value) => value;
 
 function inverse([a, b, c, d, e, f, g, h, i], round) {
   const minor = (p, q, r, s) => round(round(p * q) - round(r * s));
-  const det = round(
-    round(round(a * minor(e, i, h, f)) - round(b * minor(d, i, g, f))) + round(c * minor(d, h, g, e)),
-  );
+  const det = round(round(round(a * minor(e, i, h, f)) - round(b * minor(d, i, g, f))) + round(c * minor(d, h, g, e)));
   const adjugate = [
     minor(e, i, h, f),
     -minor(b, i, h, c),

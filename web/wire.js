@@ -113,7 +113,8 @@ function splitDocument(text) {
 
 function readNumber(own, name) {
   const text = between(own, `<${name}>`, `</${name}>`);
-  if (!/^-?\d+(\.\d*)?$/.test(text)) throw new Error(`The camera's settings cannot be understood: ${name} is no number.`);
+  if (!/^-?\d+(\.\d*)?$/.test(text))
+    throw new Error(`The camera's settings cannot be understood: ${name} is no number.`);
   return Number(text);
 }
 
@@ -160,7 +161,9 @@ export function parseSettings(text, size) {
     anonymisedOn: readFlag(own, "AnonOverlaysOn"),
     overlaySize,
     anonymisedSize,
-    sizes: between(own, "<CamsResAsCsv>", "</CamsResAsCsv>").split(",").filter((entry) => SIZE.test(entry)),
+    sizes: between(own, "<CamsResAsCsv>", "</CamsResAsCsv>")
+      .split(",")
+      .filter((entry) => SIZE.test(entry)),
     beds: areas("Detection"),
     exclusions: areas("Exclusion"),
     floor: readFloor(own, size),
