@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <string_view>
 
 namespace ticker_clock {
@@ -30,6 +31,24 @@ ReplayState& state() {
   return the_state;
 }
 
+std::atomic<std::uint64_t> tick_under_way{0};
+std::atomic<std::uint64_t> ticks{0};
+
+/// A ticker's callback, its calls numbered.
+struct Numbered {
+  GSourceFunc callback;
+  gpointer data;
+
+  static gboolean call(gpointer numbered) {
+    auto* const self = static_cast<Numbered*>(numbered);
+    tick_under_way = ++ticks;
+    const gboolean more = self->callback(self->data);
+    tick_under_way = 0;
+    return more;
+  }
+  static void destroy(gpointer numbered) { delete static_cast<Numbered*>(numbered); }
+};
+
 struct ReplaySource {
   GSource base;
   std::chrono::nanoseconds interval;
@@ -48,11 +67,11 @@ gboolean dispatchReplay(GSource* source, GSourceFunc callback, gpointer data) {
   return callback(data);
 }
 
-guint addReplayTicker(std::chrono::nanoseconds interval, GSourceFunc callback, gpointer data) {
+guint addReplayTicker(std::chrono::nanoseconds interval, Numbered* callback) {
   static GSourceFuncs functions{nullptr, nullptr, dispatchReplay, nullptr, nullptr, nullptr};
   GSource* source = g_source_new(&functions, sizeof(ReplaySource));
   reinterpret_cast<ReplaySource*>(source)->interval = interval;
-  g_source_set_callback(source, callback, data, nullptr);
+  g_source_set_callback(source, Numbered::call, callback, Numbered::destroy);
   g_source_set_ready_time(source, 0);
   const guint id = g_source_attach(source, nullptr);
   g_source_unref(source);
@@ -69,9 +88,12 @@ TimeStamp now() {
 }
 
 guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data) {
-  if (isReplay()) return addReplayTicker(std::chrono::milliseconds(interval_ms), callback, data);
-  return g_timeout_add(interval_ms, callback, data);
+  auto numbered = std::make_unique<Numbered>(Numbered{callback, data});
+  if (isReplay()) return addReplayTicker(std::chrono::milliseconds(interval_ms), numbered.release());
+  return g_timeout_add_full(G_PRIORITY_DEFAULT, interval_ms, Numbered::call, numbered.release(), Numbered::destroy);
 }
+
+std::uint64_t currentTick() { return tick_under_way; }
 
 void setEnd(TimeStamp last) { state().end.store(last.time_since_epoch().count()); }
 

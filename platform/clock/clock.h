@@ -7,6 +7,7 @@
 #include <glib.h>
 
 #include <chrono>
+#include <cstdint>
 
 /// A point in time with nanosecond resolution. Live: wall time. Replay: time since the recording's first picture.
 using TimeStamp = std::chrono::time_point<std::chrono::system_clock, std::chrono::nanoseconds>;
@@ -23,6 +24,10 @@ TimeStamp now();
 /// to be ended with g_source_remove. Replay: as fast as the loop turns, stepping now() by the interval before each
 /// call.
 guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data);
+
+/// The number of the ticker's call that is under way, from 1 on; 0 between calls. What belongs to one call belongs to
+/// one cycle.
+std::uint64_t currentTick();
 
 /// Replay only: the last moment at which there is a picture. A ticker that would step past it raises SIGTERM instead of
 /// calling back, so the run ends as an orderly stop does.

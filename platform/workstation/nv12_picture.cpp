@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 #include <stdexcept>
 
 namespace workstation {
@@ -107,18 +108,30 @@ void compressRange(std::vector<std::uint8_t>& nv12) {
   std::transform(uv, nv12.end(), uv, [](std::uint8_t value) { return chroma[value]; });
 }
 
-std::vector<std::uint8_t> turnedAndPacked(const I420View& picture, std::uint32_t rotation) {
-  return rotation == 0 ? packed(picture) : packed(turned(picture, rotation).view());
-}
-
 }  // namespace
 
-std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
+void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rotation,
+                       const std::function<void(const I420View& picture)>& use) {
   const auto width = static_cast<int>(size.width);
   const auto height = static_cast<int>(size.height);
-  const I420View cut = cropToAspect(frame, size);
-  const bool fits = cut.width == width && cut.height == height;
-  auto nv12 = fits ? turnedAndPacked(cut, rotation) : turnedAndPacked(scaled(cut, width, height).view(), rotation);
+  I420View picture = cropToAspect(cropToAspect(frame, kSensorShape), size);
+  std::optional<I420Frame> right_size;
+  if (picture.width != width || picture.height != height) {
+    right_size = scaled(picture, width, height);
+    picture = right_size->view();
+  }
+  std::optional<I420Frame> upright;
+  if (rotation != 0) {
+    upright = turned(picture, rotation);
+    picture = upright->view();
+  }
+  picture.full_range = frame.full_range;
+  use(picture);
+}
+
+std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
+  std::vector<std::uint8_t> nv12;
+  withStreamPicture(frame, size, rotation, [&](const I420View& picture) { nv12 = packed(picture); });
   if (frame.full_range) compressRange(nv12);
   return nv12;
 }

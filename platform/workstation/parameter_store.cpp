@@ -15,6 +15,7 @@
 #include "platform/workstation/camera_description.h"
 #include "platform/workstation/state_directory.h"
 #include "platform/workstation/stored_parameters.h"
+#include "platform/workstation/stream_choice.h"
 
 using workstation::Parameters;
 using workstation::StoredParameters;
@@ -73,6 +74,7 @@ AXParameter* openStore(const std::string& app_name) {
   if (!damage.empty() || store->state != stored) {
     save(*store);
   }
+  workstation::noteStoredParameters(store->state.values);
   return store.release();
 }
 
@@ -115,6 +117,7 @@ void put(AXParameter& store, const std::string& name, const std::string& value, 
     store.unsaved = unsaved_before;
     throw;
   }
+  workstation::noteStoredParameters(store.state.values);
 }
 
 }  // namespace

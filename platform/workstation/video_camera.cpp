@@ -210,11 +210,17 @@ void VideoCamera::setEnd(Nanoseconds end) {
 }
 
 std::shared_ptr<const DecodedFrame> VideoCamera::frameAt(TimeStamp now) {
+  const std::scoped_lock lock(m_mutex);
   if (!m_served || m_served_at != now) {
     m_served = m_replay ? recordedFrameAt(now.time_since_epoch()) : newestFrame();
     m_served_at = now;
   }
   return m_served;
+}
+
+std::uint32_t VideoCamera::framerate() const {
+  const std::scoped_lock lock(m_mutex);
+  return m_current->framerate();
 }
 
 std::shared_ptr<const DecodedFrame> VideoCamera::recordedFrameAt(Nanoseconds position) {

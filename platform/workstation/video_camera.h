@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -51,7 +52,8 @@ class DecodedFrame {
 };
 
 /// Plays the camera's source. Live: at the speed of the clock on the wall, from the moment it is opened. Replay: frame
-/// by frame as the camera's clock asks for them; the source's end becomes the end of the clock. For one thread.
+/// by frame as the camera's clock asks for them; the source's end becomes the end of the clock. Frames may be asked for
+/// on any thread.
 class VideoCamera {
  public:
   /// Opens the source and waits for its first frame. Throws std::runtime_error: "cannot play FILE: why".
@@ -64,7 +66,7 @@ class VideoCamera {
   /// not loop it stays the last one, and the process is sent SIGTERM once.
   std::shared_ptr<const DecodedFrame> frameAt(TimeStamp now);
 
-  [[nodiscard]] std::uint32_t framerate() const { return m_current->framerate(); }
+  [[nodiscard]] std::uint32_t framerate() const;
 
  private:
   using Nanoseconds = std::chrono::nanoseconds;
@@ -86,6 +88,7 @@ class VideoCamera {
 
   const CameraDescription& m_description;
   const bool m_replay;
+  mutable std::mutex m_mutex;  ///< everything below, once the object is built
   GstPtr<GstElement> m_pipeline;
   GstPtr<GstElement> m_sink;
   std::string m_error;  ///< what the pipeline complained about; empty while all is well

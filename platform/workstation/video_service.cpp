@@ -1,19 +1,25 @@
 // The camera's video service on a workstation: streams, settings and buffers over one shared decoder.
+#include "platform/workstation/video_service.h"
+
 #include <vdostream.h>
 
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/camera_description.h"
+#include "platform/workstation/cycle_frames.h"
 #include "platform/workstation/nv12_picture.h"
+#include "platform/workstation/overlay_service.h"
 #include "platform/workstation/video_camera.h"
 
 using workstation::CameraDescription;
+using workstation::CycleFrames;
 using workstation::DecodedFrame;
 using workstation::StreamSize;
 using workstation::VideoCamera;
@@ -104,16 +110,37 @@ void setError(GError** error, const char* message) {
 }
 
 /// The camera that all streams share; closed with the last of them.
+struct Opened {
+  std::mutex mutex;
+  std::map<const CameraDescription*, std::weak_ptr<VideoCamera>> cameras;
+};
+
+Opened& opened() {
+  static auto& the_opened = *new Opened;  // never destroyed: streams may be released after main
+  return the_opened;
+}
+
 std::shared_ptr<VideoCamera> sharedCamera(const CameraDescription& description) {
-  // Never destroyed: streams may be released after main.
-  static auto& cameras = *new std::map<const CameraDescription*, std::weak_ptr<VideoCamera>>;
-  auto& known = cameras[&description];
+  const std::scoped_lock lock(opened().mutex);
+  auto& known = opened().cameras[&description];
   auto camera = known.lock();
   if (!camera) {
     camera = std::make_shared<VideoCamera>(description);
     known = camera;
   }
   return camera;
+}
+
+CycleFrames& cycleFrames() {
+  static auto& frames = *new CycleFrames;  // never destroyed: see above
+  return frames;
+}
+
+/// The frame that the program's streams show now.
+std::shared_ptr<const DecodedFrame> programsFrame(VideoCamera& camera) {
+  auto frame = cycleFrames().take(ticker_clock::currentTick(), [&] { return camera.frameAt(ticker_clock::now()); });
+  if (cycleFrames().hasFailed()) workstation::anonymisedView().noteFailure();
+  return frame;
 }
 
 void checkSize(const CameraDescription& description, StreamSize wanted) {
@@ -145,7 +172,7 @@ StreamState openStream(const VdoMap* settings, VdoBufferFinalizer finalizer) {
 
 /// The stream's picture of the camera's frame; made once however often it is asked for.
 std::shared_ptr<Picture> currentPicture(StreamState& state) {
-  auto frame = state.camera->frameAt(ticker_clock::now());
+  auto frame = programsFrame(*state.camera);
   if (frame != state.frame) {
     state.picture = std::make_shared<Picture>(toNv12(frame->view(), state.size, state.rotation));
     state.frame = std::move(frame);
@@ -154,6 +181,20 @@ std::shared_ptr<Picture> currentPicture(StreamState& state) {
 }
 
 }  // namespace
+
+std::shared_ptr<const DecodedFrame> workstation::newestFrame() {
+  std::shared_ptr<VideoCamera> camera;
+  {
+    const CameraDescription& description = startedCamera();
+    const std::scoped_lock lock(opened().mutex);
+    if (const auto known = opened().cameras.find(&description); known != opened().cameras.end()) {
+      camera = known->second.lock();
+    }
+  }
+  return camera ? camera->frameAt(ticker_clock::now()) : nullptr;
+}
+
+CycleFrames::Frame workstation::drawnFrame() { return cycleFrames().draw(ticker_clock::currentTick()); }
 
 VdoMap* vdo_map_new() { return static_cast<VdoMap*>(g_object_new(vdo_map_get_type(), nullptr)); }
 

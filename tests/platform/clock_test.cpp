@@ -13,6 +13,7 @@ namespace {
 TEST(ReplayClock, StepsBeforeEachCallAndEndsWithOneSigterm) {
   struct Run {
     std::vector<TimeStamp> times;
+    std::vector<std::uint64_t> ticks;
     int ends = 0;
   } run;
   ticker_clock::setReplayTime(TimeStamp(0s));
@@ -23,12 +24,15 @@ TEST(ReplayClock, StepsBeforeEachCallAndEndsWithOneSigterm) {
       500,
       [](gpointer data) -> gboolean {
         static_cast<Run*>(data)->times.push_back(ticker_clock::now());
+        static_cast<Run*>(data)->ticks.push_back(ticker_clock::currentTick());
         return TRUE;
       },
       &run);
   while (run.ends == 0) g_main_context_iteration(nullptr, TRUE);
   for (int i = 0; i < 20; ++i) g_main_context_iteration(nullptr, FALSE);
   EXPECT_EQ(run.times, (std::vector{TimeStamp(500ms), TimeStamp(1s), TimeStamp(1'500ms)}));
+  EXPECT_EQ(run.ticks, (std::vector<std::uint64_t>{1, 2, 3}));
+  EXPECT_EQ(ticker_clock::currentTick(), 0U) << "between two calls";
   EXPECT_EQ(run.ends, 1);
   EXPECT_EQ(ticker_clock::now(), TimeStamp(1'500ms)) << "the clock stops at the last picture";
   EXPECT_TRUE(g_source_remove(ticker)) << "whoever handles the signal removes the ticker by its id";

@@ -1,0 +1,65 @@
+#include "platform/workstation/anonymised_view.h"
+
+#include <utility>
+
+namespace workstation {
+namespace {
+
+/// Overlays are drawn for streams that show the full height of the upright picture, and at most its width; others would
+/// have their masks beside the people. A column may be missing for rounding.
+bool showsPartOfWidth(StreamSize size, std::uint32_t rotation) {
+  const StreamSize shown = shownSize(size, rotation);
+  const StreamSize sensor = shownSize(kSensorShape, rotation);
+  return (shown.width - 1) * sensor.height <= shown.height * sensor.width;
+}
+
+/// What is wrong with the size that was chosen, or empty.
+std::string reasonOfSize(const StreamChoice& choice, std::uint32_t rotation) {
+  if (choice.anonymised == kApplicationStream) {
+    return "Its size, " + toString(kApplicationStream) + ", is that of the application's own stream: choose another.";
+  }
+  if (choice.anonymised == choice.overlay) {
+    return "Its size is that of the stream with findings: choose another.";
+  }
+  if (!showsPartOfWidth(*choice.anonymised, rotation)) return "People cannot be covered on its shape: choose another.";
+  return "";
+}
+
+}  // namespace
+
+void AnonymisedView::show(AnalysedPicture picture, const StreamChoice& drawn_for, Clock::time_point now) {
+  const std::scoped_lock lock(m_mutex);
+  m_picture = std::move(picture);
+  m_version = drawn_for.version;
+  m_time = now;
+  m_has_failed = false;
+}
+
+void AnonymisedView::noteFailure() {
+  const std::scoped_lock lock(m_mutex);
+  m_has_failed = true;
+  m_picture = {};
+}
+
+AnonymisedView::Sight AnonymisedView::sightAt(const StreamChoice& choice, std::uint32_t rotation,
+                                              Clock::time_point now) const {
+  if (!choice.anonymised) return {"It is switched off.", {}};
+  if (std::string reason = reasonOfSize(choice, rotation); !reason.empty()) return {std::move(reason), {}};
+  const std::scoped_lock lock(m_mutex);
+  if (m_has_failed) return {"The last picture could not be analysed.", {}};
+  if (!m_picture.frame || !m_picture.overlay) return {"No picture has been analysed yet.", {}};
+  if (m_version != choice.version) return {"It has just been switched on.", {}};
+  if (now - m_time > kLongestStall) return {"No picture has been analysed for more than 3 seconds.", {}};
+  return {"", m_picture};
+}
+
+BgraPicture anonymisedPicture(const I420View& frame, const BgraPicture& overlay, StreamSize size, Mounting mounting) {
+  BgraPicture picture = roomPicture(frame, size, mounting);
+  coarsen(picture, blockSide(size));
+  layOver(picture, overlay);
+  return picture;
+}
+
+std::vector<std::string> anonymisedCard(const std::string& reason) { return {"Anonymised view", reason}; }
+
+}  // namespace workstation
