@@ -4,6 +4,8 @@
  * from the red floor point, or null for the rectangle's middle. Scenes are never changed, edits make new ones.
  */
 
+import { nearestPercent, steppedPercent } from "./wire.js";
+
 /**
  * @typedef {object} Tool
  * @property {string} id
@@ -46,12 +48,9 @@ const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
 const same = (a, b) => a.x === b.x && a.y === b.y;
 const replaced = (list, index, value) => list.map((old, at) => (at === index ? value : old));
 
-/** A corner in percent as a point of the analysis picture, and back to the nearest whole percent. */
+/** A corner in percent as a point of the analysis picture, and back to the nearest percent that can be stored. */
 export const cornerToPoint = ({ x, y }, size) => ({ x: (x * size.width) / 100, y: (y * size.height) / 100 });
-const pointToCorner = ({ x, y }, size) => ({
-  x: clamp(Math.round((x * 100) / size.width), 0, 100),
-  y: clamp(Math.round((y * 100) / size.height), 0, 100),
-});
+const pointToCorner = ({ x, y }, size) => ({ x: nearestPercent(x, size.width), y: nearestPercent(y, size.height) });
 
 /** The area of a bed's or an exclusion's tool. */
 export const areaOf = (settings, tool) => settings[tool.group][tool.index];
@@ -92,7 +91,8 @@ export function stepPoint(settings, tool, index, dx, dy, size) {
     return movePoint(settings, tool, index, { x: x + dx, y: y + dy }, size);
   }
   const { x, y } = areaOf(settings, tool).corners[index];
-  return movePoint(settings, tool, index, cornerToPoint({ x: x + dx, y: y + dy }, size), size);
+  const corner = { x: steppedPercent(x, dx, size.width), y: steppedPercent(y, dy, size.height) };
+  return movePoint(settings, tool, index, cornerToPoint(corner, size), size);
 }
 
 /** Settings with a whole area shifted by a distance in analysis pixels; it keeps its shape and stops at the edges. */

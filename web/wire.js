@@ -75,6 +75,7 @@ export function nearestPercent(pixel, length) {
 
 /** `step` percent further, then on in that direction to the next settled percent; stays within 0 to 100. */
 export function steppedPercent(percent, step, length) {
+  if (step === 0) return percent;
   let next = Math.min(100, Math.max(0, percent + step));
   while (settledPercent(next, length) !== next) next += Math.sign(step);
   return next;
