@@ -27,25 +27,29 @@ function sizeFromText(text) {
 export function LivePicture({ size, label, epoch = 0, onSize, children, above }) {
   const image = useRef(null);
   const frame = useRef(null);
-  const [state, setState] = useState("waiting");
   const [attempt, setAttempt] = useState(0);
   const [view, setView] = useState(() => sizeFromText(size));
-  const shownWidth = useWidth(frame);
   const source = useMemo(() => streamUrl(size), [size, epoch, attempt]);
+  const [seen, setSeen] = useState({ source, state: "waiting" });
+  const state = seen.source === source ? seen.state : "waiting";
+  const shownWidth = useWidth(frame);
 
-  // A stream never finishes loading, so nothing but the image itself tells when its first picture has arrived.
+  // A stream never finishes loading, so nothing but the image itself tells when its first picture has arrived. Browsers
+  // go on receiving the stream of an image that has left the page, hence the end of it.
   useEffect(() => {
-    setState("waiting");
     const element = image.current;
     const timer = setInterval(() => {
       if (!element.naturalWidth) return;
       clearInterval(timer);
       const arrived = { width: element.naturalWidth, height: element.naturalHeight };
-      setState("live");
+      setSeen({ source, state: "live" });
       setView(arrived);
       onSize?.(arrived);
     }, SIZE_POLL_MS);
-    return () => clearInterval(timer);
+    return () => {
+      clearInterval(timer);
+      element.removeAttribute("src");
+    };
   }, [source]);
 
   useEffect(() => {
@@ -54,22 +58,17 @@ export function LivePicture({ size, label, epoch = 0, onSize, children, above })
     return () => clearTimeout(timer);
   }, [state]);
 
-  // Browsers go on receiving the stream of an image that has left the page.
-  useEffect(() => {
-    const element = image.current;
-    return () => element.removeAttribute("src");
-  }, []);
-
   const shown = { ...view, unit: shownWidth > 0 ? view.width / shownWidth : 1, image: image.current };
   return html`
     <div class="picture" ref=${frame} style=${{ "--picture-width": view.width, "--picture-height": view.height }}>
       <img
-        class="picture-image"
+        key=${source}
+        class=${`picture-image ${state === "live" ? "" : "is-absent"}`}
         ref=${image}
         src=${source}
         alt=${label}
         draggable=${false}
-        onError=${() => setState("failed")}
+        onError=${() => setSeen({ source, state: "failed" })}
       />
       ${children && html`<svg class="picture-over" viewBox=${`0 0 ${view.width} ${view.height}`}>${children(shown)}</svg>`}
       ${above?.(shown)}
