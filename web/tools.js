@@ -95,7 +95,10 @@ export function stepPoint(settings, tool, index, dx, dy, size) {
   return movePoint(settings, tool, index, cornerToPoint(corner, size), size);
 }
 
-/** Settings with a whole area shifted by a distance in analysis pixels; it keeps its shape and stops at the edges. */
+/**
+ * Settings with a whole area shifted by a distance in analysis pixels. It stops at the edges and keeps its shape, to
+ * within the percents that can be stored.
+ */
 export function shiftArea(settings, tool, distance, size) {
   const area = areaOf(settings, tool);
   const allowed = (percent, axis) => {
@@ -105,7 +108,8 @@ export function shiftArea(settings, tool, distance, size) {
   const dx = allowed((distance.x * 100) / size.width, "x");
   const dy = allowed((distance.y * 100) / size.height, "y");
   if (dx === 0 && dy === 0) return settings;
-  return withArea(settings, tool, { ...area, corners: area.corners.map(({ x, y }) => ({ x: x + dx, y: y + dy })) });
+  const shifted = ({ x, y }) => pointToCorner(cornerToPoint({ x: x + dx, y: y + dy }, size), size);
+  return withArea(settings, tool, { ...area, corners: area.corners.map(shifted) });
 }
 
 /** True for corners that show nothing or that the package came with. */

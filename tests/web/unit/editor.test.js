@@ -105,6 +105,8 @@ describe("moving points", () => {
     const { corners } = shiftArea(settings, BED_1, { x: -9999, y: 9999 }, LANDSCAPE).beds[0];
     assert.deepEqual(corners, points([5, 60], [35, 60], [40, 100], [0, 100]));
     assert.deepEqual(shiftArea(settings, BED_1, { x: 25.6, y: -7.2 }, LANDSCAPE).beds[0].corners[0], { x: 12, y: 19 });
+    const across = shiftArea(settings, BED_1, { x: 76.8, y: 0 }, LANDSCAPE).beds[0].corners.map((corner) => corner.x);
+    assert.deepEqual(across, [15, 45, 50, 10], "16, 46, 51 and 11 would be read back as these");
     assert.equal(shiftArea(settings, BED_1, { x: 3, y: 3 }, LANDSCAPE), settings);
   });
 });
