@@ -108,7 +108,8 @@ export function shiftArea(settings, tool, distance, size) {
   const dx = allowed((distance.x * 100) / size.width, "x");
   const dy = allowed((distance.y * 100) / size.height, "y");
   if (dx === 0 && dy === 0) return settings;
-  const shifted = ({ x, y }) => pointToCorner(cornerToPoint({ x: x + dx, y: y + dy }, size), size);
+  // A quarter less decides between two percents that are as near: the lower one is what the other is read back as.
+  const shifted = ({ x, y }) => pointToCorner(cornerToPoint({ x: x + dx - 0.25, y: y + dy - 0.25 }, size), size);
   return withArea(settings, tool, { ...area, corners: area.corners.map(shifted) });
 }
 
