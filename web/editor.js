@@ -71,7 +71,8 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
     const settings = stepPoint(draft, tool, point, mirrored ? -across : across, down, size);
     commit({ settings, figure }, point, `${pointName(tool, point)} by keys`);
   };
-  const list = { size, scene, tool, onTool: choose, onSwitch: switchOn };
+  const subject = { settings: scene.settings, size, mirrored };
+  const list = { subject, tool, onTool: choose, onSwitch: switchOn };
   const pad = html`<${Pad} tool=${tool} point=${point} onPoint=${setPoint} onNudge=${nudge} onLoupe=${setLoupe} />`;
   return html`
     <div class=${`editor ${size.width > size.height ? "editor-landscape" : ""}`}>
@@ -99,7 +100,7 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
           <button type="button" class="quiet" disabled=${!canRedo} onClick=${redo} title="Ctrl+Shift+Z">
             <span aria-hidden="true">↷</span>Redo
           </button>
-          <${Hint} tool=${tool} scene=${scene} size=${size} />
+          <${Hint} tool=${tool} subject=${subject} />
         </div>
       </div>
       <div class="editor-list">
@@ -109,7 +110,7 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
         <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
           People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
         <//>
-        <${Floor} ...${list} draft=${draft} mirrored=${mirrored} onDraft=${onDraft} pad=${pad} />
+        <${Floor} ...${list} draft=${draft} onDraft=${onDraft} pad=${pad} />
       </div>
       <p class="hidden" role="status">${said}</p>
     </div>
@@ -146,9 +147,9 @@ function Choose({ tool, chosen, onTool, children }) {
   </button>`;
 }
 
-/** What is wrong with a tool's points as {refused, warned}: texts. */
-function troubleOf(tool, settings, size) {
-  if (tool === FLOOR) return floorTrouble(settings, size);
+/** What is wrong with a tool's points as {refused, warned}: texts; the subject is {settings, size, mirrored}. */
+function troubleOf(tool, { settings, size, mirrored }) {
+  if (tool === FLOOR) return floorTrouble(settings, size, mirrored);
   const area = areaOf(settings, tool);
   const problem = area.on ? areaProblem(area, size) : null;
   return { refused: [], warned: problem ? [`${tool.name} will not work: ${problem}`] : [] };
@@ -160,8 +161,8 @@ const problemTexts = ({ refused, warned }) => [
 ];
 
 /** Under the picture: how to move things, or what is wrong with what is being moved; the list says that as well. */
-function Hint({ tool, scene, size }) {
-  const problems = problemTexts(troubleOf(tool, scene.settings, size));
+function Hint({ tool, subject }) {
+  const problems = problemTexts(troubleOf(tool, subject));
   if (problems.length) return html`<div class="editor-hint" aria-hidden="true">${problems}</div>`;
   return html`<p class="small editor-hint">
     Drag on the picture, or choose a point and use the arrow keys (Shift: larger steps).
@@ -169,13 +170,14 @@ function Hint({ tool, scene, size }) {
 }
 
 /** What is wrong with some tools, told as it changes. */
-function Problems({ tools, settings, size }) {
+function Problems({ tools, subject }) {
   return html`<div role="status" class="editor-problems">
-    ${tools.map((tool) => problemTexts(troubleOf(tool, settings, size)))}
+    ${tools.map((tool) => problemTexts(troubleOf(tool, subject)))}
   </div>`;
 }
 
-function Areas({ group, title, children, size, scene, tool, onTool, onSwitch, pad }) {
+function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad }) {
+  const { settings } = subject;
   const tools = TOOLS.filter((entry) => entry.group === group);
   const chosen = tools.includes(tool) ? tool : null;
   return html`<section class="panel editor-group" aria-labelledby=${`editor-${group}`}>
@@ -191,35 +193,32 @@ function Areas({ group, title, children, size, scene, tool, onTool, onSwitch, pa
                 type="checkbox"
                 role="switch"
                 aria-label=${`${entry.name} in use`}
-                checked=${areaOf(scene.settings, entry).on}
+                checked=${areaOf(settings, entry).on}
                 onChange=${(event) => onSwitch(entry, event.target.checked)}
               />
-              <span aria-hidden="true">${areaOf(scene.settings, entry).on ? "On" : "Off"}</span>
+              <span aria-hidden="true">${areaOf(settings, entry).on ? "On" : "Off"}</span>
             </label>
           </li>`,
       )}
     </ul>
-    <${Problems} tools=${tools} settings=${scene.settings} size=${size} />
-    ${
-      chosen &&
-      (areaOf(scene.settings, chosen).on ? pad : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)
-    }
+    <${Problems} tools=${tools} subject=${subject} />
+    ${chosen && (areaOf(settings, chosen).on ? pad : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)}
   </section>`;
 }
 
-function Floor({ scene, size, tool, onTool, draft, mirrored, onDraft, pad }) {
-  const refused = troubleOf(FLOOR, scene.settings, size).refused.length > 0;
+function Floor({ subject, tool, onTool, draft, onDraft, pad }) {
+  const refused = troubleOf(FLOOR, subject).refused.length > 0;
   const set = (change, label) => onDraft({ ...draft, ...change }, label);
   const inMiddle = () => {
     onTool(FLOOR);
-    onDraft(placeFloorInMiddle(draft, size));
+    onDraft(placeFloorInMiddle(draft, subject.size));
   };
   return html`<section class="panel editor-group" aria-labelledby="editor-floor">
     <h3 id="editor-floor">Floor</h3>
-    <${FloorHelp} mirrored=${mirrored} />
+    <${FloorHelp} mirrored=${subject.mirrored} />
     <div class="editor-rows"><${Choose} tool=${FLOOR} chosen=${tool === FLOOR} onTool=${onTool} /></div>
     <${FloorMetres} settings=${draft} onChange=${set} />
-    <${Problems} tools=${[FLOOR]} settings=${scene.settings} size=${size} />
+    <${Problems} tools=${[FLOOR]} subject=${subject} />
     ${tool === FLOOR && pad}
     ${
       refused.length > 0 &&

@@ -14,11 +14,16 @@ const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
 const floorOf = ({ floor, widthM, depthM }) => [floor, decimal(widthM) ?? 0, decimal(depthM) ?? 0];
 const isUsable = (settings) => floorProblem(...floorOf(settings)) === null;
 
-/** What is wrong with the floor: {refused, warned}, texts. A refused one would stop the program's next start. */
-export function floorTrouble(settings, size) {
+/**
+ * What is wrong with the floor: {refused, warned}, texts. A refused one would stop the program's next start. Directions
+ * in them are the analysis picture's, which a mirrored stream shows the other way round.
+ */
+export function floorTrouble(settings, size, mirrored) {
   const refused = floorProblem(...floorOf(settings));
   const warned = refused ? null : floorWarning(...floorOf(settings), size);
-  return { refused: refused ? [refused] : [], warned: warned ? [warned] : [] };
+  const turned =
+    mirrored && /clockwise/.test(warned) ? ["In this mirrored picture clockwise looks counterclockwise."] : [];
+  return { refused: refused ? [refused] : [], warned: warned ? [warned, ...turned] : [] };
 }
 
 /** Where the figure stands, in metres from the red point along the width and the depth. */
