@@ -10,6 +10,7 @@ import { Settings } from "./settings.js";
 import { Watch, useNow, watchedSize } from "./watch.js";
 import { clockTime, describeState } from "./words.js";
 
+const RETRY_MS = 5000;
 const VIEWS = { "#watch": "Watch", "#setup": "Set up" };
 
 /** The view that the address names; other anchors, such as the skip link's, leave the view as it is. */
@@ -77,6 +78,12 @@ function useDraft(control, connected, epoch, view) {
   useEffect(() => {
     if (connected) draft.load();
   }, [connected, epoch, view]);
+  const missing = connected && draft.present === null;
+  useEffect(() => {
+    if (!missing) return undefined;
+    const timer = setInterval(() => draft.load(), RETRY_MS);
+    return () => clearInterval(timer);
+  }, [missing]);
   useEffect(() => {
     const ask = (event) => draft.dirty && event.preventDefault();
     addEventListener("beforeunload", ask);
@@ -154,11 +161,14 @@ function SetupView({ draft, appearance, epoch, control }) {
   </div>`;
 }
 
-function Waiting({ draft, connected }) {
+/** What stands where the settings are needed and not known yet. */
+function waitingWords(draft, connected) {
+  return connected && draft.loadError ? `The settings cannot be read: ${draft.loadError}` : "Asking the camera …";
+}
+
+function Waiting({ words }) {
   return html`<h1 class="hidden" tabindex="-1">Set up</h1>
-    <p class="loading" role="status">
-      ${connected && draft.loadError ? `The settings cannot be read: ${draft.loadError}` : "Asking the camera …"}
-    </p>`;
+    <p class="loading" role="status">${words}</p>`;
 }
 
 /** Moves the focus to a view's heading when the view changes, so that the keyboard starts there. */
@@ -210,13 +220,20 @@ function App({ control, program, feed }) {
       ${step !== null && html`<${Guide} step=${step} onStep=${toStep} facts=${facts} />`}
       ${
         view === "#watch" &&
-        html`<${Watch} ...${events} state=${state} settings=${draft.saved} lostSince=${lostSince} epoch=${epoch} />`
+        html`<${Watch}
+          ...${events}
+          state=${state}
+          settings=${draft.saved}
+          waiting=${waitingWords(draft, connected)}
+          lostSince=${lostSince}
+          epoch=${epoch}
+        />`
       }
       ${
         view === "#setup" &&
         (present
           ? html`<${SetupView} draft=${draft} appearance=${appearance} epoch=${epoch} control=${control} />`
-          : html`<${Waiting} draft=${draft} connected=${connected} />`)
+          : html`<${Waiting} words=${waitingWords(draft, connected)} />`)
       }
     </main>
     ${

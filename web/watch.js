@@ -152,15 +152,26 @@ function EventCard({ name, event, history, limited, settings, lostSince, now }) 
 }
 
 /**
- * @param {object} view {state, settings, events, history, limited, offset, lostSince, epoch}: what describeState gave,
- *   the saved settings, the feed's events and history, whether only the status tells, the program's clock minus ours
- *   in milliseconds, the Date since which the camera is lost, the streams' epoch
+ * @param {object} view
+ * @param {object} view.state what describeState gave
+ * @param {?object} view.settings the saved ones, and `view.waiting`, the words in their place
+ * @param {object[]} view.events of the feed, as `view.history`
+ * @param {boolean} view.limited whether only the status tells
+ * @param {number} view.offset the camera's clock minus ours in milliseconds
+ * @param {?Date} view.lostSince
+ * @param {number} view.epoch of the streams
  */
-export function Watch({ state, settings, events, history, limited, offset, lostSince, epoch }) {
+export function Watch({ state, settings, waiting, events, history, limited, offset, lostSince, epoch }) {
   const now = useNow() + offset;
   return html`<div class="watch">
     <h1 class="hidden" tabindex="-1">Watch</h1>
-    ${settings ? html`<${Picture} settings=${settings} epoch=${epoch} lostSince=${lostSince} />` : html`<div class="panel stage loading"></div>`}
+    ${
+      settings
+        ? html`<${Picture} settings=${settings} epoch=${epoch} lostSince=${lostSince} />`
+        : html`<div class="panel">
+            <div class="stage no-picture" role="status"><p>${waiting}</p></div>
+          </div>`
+    }
     <div class="side">
       <${State} state=${state} />
       <section class="panel events" aria-labelledby="events-heading">
@@ -172,6 +183,7 @@ export function Watch({ state, settings, events, history, limited, offset, lostS
               name=${name}
               event=${events.find((event) => event.name === name)}
               history=${history}
+              limited=${limited}
               settings=${settings}
               lostSince=${lostSince}
               now=${now}
