@@ -8,6 +8,7 @@
 #include "app/calibration_params.h"
 #include "app/process_state.h"
 #include "events/event_manager.h"
+#include "overlay/overlay_manager.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton_fusion.h"
 #include "validation/Validator.h"
@@ -79,6 +80,7 @@ int do_one_analysis() {
   DetectionProcessing::monitor_AOI();
   DetectionProcessing::fallen_detection();
   DetectionProcessing::manage_events();
+  g_overlayManager->renderFindings();  // without an overlay the program still watches
   g_StatusCode = decideStatus();
   g_ExecutionTime =
       static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(system_clock::now() - tInitial).count());

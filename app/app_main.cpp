@@ -61,6 +61,7 @@ int main() {
   if (init_ai() != 0) {
     return failStart("Failed init_ai\n");
   }
+  init_overlay_manager();
   init_event_manager();
   if (!init_3D()) {
     return failStart("Failed init_3D\n");

@@ -11,6 +11,7 @@
 #include "events/event_manager.h"
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
+#include "overlay/overlay_manager.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton.h"
 #include "validation/Validator.h"
@@ -37,6 +38,7 @@ parameter_controller g_ParameterController;
 Distance_Controller g_DistanceController;
 area_of_interest g_AreaofInterest;
 tracker g_Tracker;
+std::unique_ptr<OverlayManager> g_overlayManager;
 std::unique_ptr<BodypixPoseEstimator> g_bodypixPoseEstimatorNS;
 std::unique_ptr<BodypixPoseEstimator> g_bodypixPoseEstimatorEW;
 std::unique_ptr<VideoStreamSource> g_videoStreamSource;

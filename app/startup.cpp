@@ -1,5 +1,6 @@
 #include "app/startup.h"
 
+#include <memory>
 #include <string>
 
 #include "analysis/area_of_interest.h"
@@ -10,6 +11,7 @@
 #include "events/event_manager.h"
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
+#include "overlay/overlay_manager.h"
 
 namespace {
 
@@ -37,6 +39,16 @@ void init_stream_size() {
   const bool portrait = isPortrait(g_ParameterController.get_rotation());
   g_StreamWidth = portrait ? 720 : 1280;
   g_StreamHeight = portrait ? 1280 : 720;
+}
+
+void init_overlay_manager() {
+  constexpr const char* kNoStream = "0x0";
+  const _CalibrationParams& params = g_CalibrationParams;
+  g_overlayManager = std::make_unique<OverlayManager>();
+  g_overlayManager->SetOverlayStreamResolutionFromString(params.b_DetectionOverlaysOn ? params.str_DetectionOverlay
+                                                                                      : kNoStream);
+  g_overlayManager->SetAnonymizedStreamResolutionFromString(params.b_AnonOverlaysOn ? params.str_AnonOverlay
+                                                                                    : kNoStream);
 }
 
 void init_event_manager() {

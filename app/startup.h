@@ -5,6 +5,8 @@
 void init_parameter_controller();
 /// Sets the analysis picture's size from the camera's rotation.
 void init_stream_size();
+/// Opens the overlay and chooses its streams from the settings; failures are logged, the program runs without.
+void init_overlay_manager();
 /// Declares the two events.
 void init_event_manager();
 /// Calibrates the floor from the settings; false after a log line when it cannot be.

@@ -79,11 +79,26 @@ void fillCheckered(cairo_t* cairo, int color) {
   cairo_pattern_destroy(pattern);
 }
 
-void textPath(cairo_t* cairo, const std::string& text, int x, int y, int color) {
+/// Calls `draw` with the path of each letter in turn: several times faster than the path of the whole text.
+template <typename Draw>
+void forEachLetter(cairo_t* cairo, const std::string& text, int x, int y, Draw draw) {
+  cairo_glyph_t* letters = nullptr;
+  int count = 0;
+  cairo_scaled_font_text_to_glyphs(cairo_get_scaled_font(cairo), near(x), near(y), text.c_str(), -1, &letters, &count,
+                                   nullptr, nullptr, nullptr);
+  for (int i = 0; i < count; ++i) {
+    cairo_glyph_path(cairo, letters + i, 1);
+    draw(cairo);
+  }
+  cairo_glyph_free(letters);
+}
+
+/// Filled in a colour, the source of which stays for the outline.
+void fillText(cairo_t* cairo, const std::string& text, int x, int y, int color) {
   constexpr int kOutlineWidth = 1;
   begin(cairo, color, kOutlineWidth);
-  cairo_move_to(cairo, near(x), near(y));
-  cairo_text_path(cairo, text.c_str());
+  cairo_new_path(cairo);
+  forEachLetter(cairo, text, x, y, cairo_fill);
 }
 
 float streamLength(const RenderingContext& context, int length) { return static_cast<float>(length) * context.scaleX; }
@@ -171,16 +186,14 @@ void OverlayManager::drawBox(cairo_t* cairo, int x, int y, int color, int width,
 }
 
 void OverlayManager::drawText(cairo_t* cairo, const std::string& text, int x, int y, int color) {
-  textPath(cairo, text, x, y, color);
-  cairo_fill_preserve(cairo);
+  fillText(cairo, text, x, y, color);
   usePaletteColor(cairo, Black, 1.0);
-  cairo_stroke(cairo);
+  forEachLetter(cairo, text, x, y, cairo_stroke);
 }
 
 void OverlayManager::drawTextNoOutline(cairo_t* cairo, const std::string& text, int x, int y, int color) {
-  textPath(cairo, text, x, y, color);
-  cairo_fill_preserve(cairo);
-  cairo_stroke(cairo);
+  fillText(cairo, text, x, y, color);
+  forEachLetter(cairo, text, x, y, cairo_stroke);
 }
 
 void OverlayManager::drawLine(const RenderingContext& context, int x0, int y0, int x1, int y1, int color, int width) {

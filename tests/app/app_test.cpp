@@ -22,9 +22,12 @@
 #include "app/startup.h"
 #include "config/parameter_controller.h"
 #include "events/event_manager.h"
+#include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
+#include "overlay/overlay_manager.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "tests/geometry/lens.h"
+#include "tests/overlay/fake_axoverlay.h"
 #include "tests/platform/state_folder.h"
 #include "tests/pose/fake_larod.h"
 #include "tests/pose/synthetic_grid.h"
@@ -112,6 +115,7 @@ class Cycle : public ::testing::Test {
     g_InitialParams = {LAROD_CHIP_CPU, "pose_landscape.onnx", "pose_portrait.onnx", "person_detector.onnx", 300, 300};
     fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
     EXPECT_EQ(init_ai(), 0);
+    init_overlay_manager();
   }
   Cycle() {
     openlog("cycle_test", 0, LOG_USER);
@@ -174,6 +178,37 @@ TEST_F(Cycle, FusesTheFourTurnsOfOneFreshPicture) {
   EXPECT_EQ(fakeLarod().lastInput[0], 255);
 }
 
+TEST_F(Cycle, TheOverlayIsDrawnOnceACycleAndItsFailureChangesNothing) {
+  const int redraws = fakeOverlays().redraws;
+  EXPECT_EQ(statusAfter(0), 200);
+  EXPECT_EQ(fakeOverlays().redraws, redraws + 1);
+  fakeOverlays().failingCalls = {"axoverlay_redraw"};
+  EXPECT_EQ(statusAfter(0), 200);
+  EXPECT_NE(state.read("system.log").find("OverlayManager::renderFindings Failed to redraw overlay"),
+            std::string::npos);
+  fakeLarod().failingCall = "larodRunJob";
+  fakeLarod().callsBeforeFailure = 3;
+  fakeOverlays().failingCalls.clear();
+  EXPECT_EQ(do_one_analysis(), 1);
+  EXPECT_EQ(fakeOverlays().redraws, redraws + 1) << "what was drawn last stays";
+}
+
+TEST(Startup, SwitchesDecideWhetherAStreamIsChosen) {
+  g_CalibrationParams.str_DetectionOverlay = "1920x1080";
+  g_CalibrationParams.str_AnonOverlay = "640x360";
+  for (const bool findings : {true, false}) {
+    for (const bool masks : {true, false}) {
+      g_CalibrationParams.b_DetectionOverlaysOn = findings;
+      g_CalibrationParams.b_AnonOverlaysOn = masks;
+      g_overlayManager.reset();
+      init_overlay_manager();
+      EXPECT_EQ(g_OverlayInfo.overlayStreamWidth, findings ? 1920U : 0U);
+      EXPECT_EQ(g_OverlayInfo.anonymizedStreamHeight, masks ? 360U : 0U);
+      EXPECT_EQ(fakeOverlays().liveOverlays, 1);
+    }
+  }
+}
+
 TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
   ASSERT_EQ(do_one_analysis(), 0);
   const char* lines[] = {"Error running model for frame ", "Error running model for 180 degree rotated frame ",
@@ -205,10 +240,15 @@ TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
 TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   const StateFolder state;
   state.write("video.mp4", "");
-  state.write("camera.json", R"({"source": "video.mp4", "rotation": 270, "parameters": {"Detection2Active": "true"}})");
+  state.write(
+      "camera.json",
+      R"({"source": "video.mp4", "rotation": 270, "parameters": {"Detection2Active": "true", "ShowCalibrationMarkers": "true"}})");
   setenv("VELMOR_MANIFEST", VELMOR_SOURCE_DIR "/package/manifest.json", 1);
   init_parameter_controller();
-  EXPECT_TRUE(g_IsPortrait && g_FloorParams.b_FeetOnFloor);
+  EXPECT_TRUE(g_IsPortrait && g_FloorParams.b_FeetOnFloor && g_calibrator.shouldRender());
+  float rectangleWidth = 0, rectangleHeight = 0;
+  g_calibrator.getSize(rectangleWidth, rectangleHeight);
+  EXPECT_EQ((std::array{rectangleWidth, rectangleHeight}), (std::array{1.5F, 2.0F}));
   EXPECT_EQ(g_InitialParams.s_mobilenetModelFileName, "person_detector.onnx");
   EXPECT_TRUE(g_AreaofInterest.is_detected(2, {300, 300}));
   provideModels(state);
