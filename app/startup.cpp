@@ -1,7 +1,11 @@
 #include "app/startup.h"
 
+#include <syslog.h>
+
+#include <cmath>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "analysis/area_of_interest.h"
 #include "analysis/tracker.h"
@@ -16,6 +20,21 @@
 namespace {
 
 bool isPortrait(int rotation) { return rotation == 90 || rotation == 270; }
+
+/// After a failed calibration: a line for each setting that is at fault.
+void logFloorFaults(const Quad& quad) {
+  bool areMetresGood = true;
+  for (const auto& [key, metres] : {std::pair{"WRectM", static_cast<double>(g_DetectionParams.f_WRectM)},
+                                    {"HRectM", static_cast<double>(g_DetectionParams.f_HRectM)}}) {
+    if (!std::isfinite(metres) || metres <= 0) {
+      syslog(LOG_ERR, "%s is %f: must be above 0", key, metres);
+      areMetresGood = false;
+    }
+  }
+  if (areMetresGood || g_DistanceController.is_degenerate(quad)) {
+    syslog(LOG_ERR, "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor");
+  }
+}
 
 }  // namespace
 
@@ -62,7 +81,11 @@ bool init_3D() {
   const auto corner = [](int element) { return static_cast<float>(g_DetectionParams.i_FallCalibration[element]); };
   const Quad quad(corner(0), corner(1), corner(6), corner(7), corner(4), corner(5), corner(2), corner(3));
   const std::string prod = g_ParameterController.findProdShortName();
-  return g_DistanceController.calibrate(prod, quad, g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
+  if (g_DistanceController.calibrate(prod, quad, g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM)) {
+    return true;
+  }
+  logFloorFaults(quad);
+  return false;
 }
 
 void init_tracking() {

@@ -9,7 +9,7 @@ void init_stream_size();
 void init_overlay_manager();
 /// Declares the two events.
 void init_event_manager();
-/// Calibrates the floor from the settings; false after a log line when it cannot be.
+/// Calibrates the floor from the settings; false after log lines that name the settings at fault when it cannot be.
 bool init_3D();
 /// Prepares tracking.
 void init_tracking();

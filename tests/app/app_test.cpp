@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -269,6 +271,31 @@ TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   EXPECT_NEAR(green.x, g_DetectionParams.f_WRectM, 1e-3);
   EXPECT_NEAR(green.y, 0, 1e-3);
   g_IsPortrait = false;
+}
+
+TEST(Startup, NamesTheSettingsThatKeepTheFloorFromBeingCalibrated) {
+  const std::string points =
+      "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor";
+  const Lens lens("UINT32 3700;\n");
+  g_StreamWidth = 1280;
+  g_StreamHeight = 720;
+  for (const auto& [yellowX, width, height, faults] :
+       {std::tuple{385, 0.0F, 2.0F, std::string("WRectM is 0.000000: must be above 0\n")},
+        {665, 1.5F, 2.0F, points + "\n"},
+        {665, 1.5F, -2.0F, "HRectM is -2.000000: must be above 0\n" + points + "\n"},
+        {385, NAN, INFINITY, std::string("WRectM is nan: must be above 0\nHRectM is inf: must be above 0\n")}}) {
+    const StateFolder state;
+    openlog("startup_test", 0, LOG_USER);
+    const int corners[] = {479, 381, 665, 381, 679, 591, yellowX, yellowX == 665 ? 381 : 591};
+    std::copy(std::begin(corners), std::end(corners), g_DetectionParams.i_FallCalibration);
+    g_DetectionParams.f_WRectM = width;
+    g_DetectionParams.f_HRectM = height;
+    EXPECT_FALSE(init_3D());
+    // What begins after the calibration's own complaint, without time and process.
+    std::string log = std::regex_replace(state.read("system.log"), std::regex("[^\n]*\\] [a-z]+: "), "");
+    log.erase(0, log.find("Degenerate Matrix\n") + sizeof "Degenerate Matrix");
+    EXPECT_EQ(log, faults);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,379 @@
+// The web page's requests, from the query to the reply, the running program and the store.
+#include <axhttp.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <memory>
+#include <regex>
+
+#include "analysis/area_of_interest.h"
+#include "app/process_state.h"
+#include "config/parameter_controller.h"
+#include "config/parameter_io.h"
+#include "config/request_handler.h"
+#include "geometry/calibrator.h"
+#include "geometry/distance_controller.h"
+#include "overlay/overlay_manager.h"
+#include "tests/geometry/lens.h"
+#include "tests/platform/state_folder.h"
+#include "tests/video/fake_vdostream.h"
+#include "video/VideoStreamSource.h"
+
+namespace {
+
+using Query = std::map<std::string, std::string>;
+
+constexpr AXRequestCallback kHandler = request_handler;
+const std::string kText = "Content-Type: text/plain\r\nStatus: 200 OK\r\n\r\n";
+const std::string kXml = "Content-Type: text/xml\r\nStatus: 200 OK\r\n\r\n";
+const std::string kRefused = "Content-Type: text/plain\r\nStatus: 406\tNot Acceptable\r\n\r\n";
+const std::array<std::string, 8> kFloorKeys{"XR", "YR", "XG", "YG", "XB", "YB", "XY", "YY"};
+
+/// "AOI1_X1", the area's element 0, to "AOI1_Y4", element 7.
+std::string cornerKey(const std::string& area, int element) {
+  return area + "_" + "XY"[element % 2] + std::to_string(element / 2 + 1);
+}
+
+/// A whole set of settings as the page sends it; the floor is the package's default.
+Query settings() {
+  Query query{{"SN", "0.5"},       {"POB_ON", "1"},      {"FP_ON", "0"},  {"DO", "1"},    {"AO", "0"},
+              {"SDO", "1280x720"}, {"SAO", "640x360"},   {"SCM", "1"},    {"XM", "1.5"},  {"YM", "2"},
+              {"XR", "0.3745"},    {"YR", "0.5295"},     {"XG", "0.52"},  {"YG", "0.53"}, {"XB", "0.531"},
+              {"YB", "0.8215"},    {"XY", "0.30117188"}, {"YY", "0.8215"}};
+  for (int n = 1; n <= 3; ++n) {
+    for (const char* kind : {"AOI", "EX"}) {
+      const std::string area = kind + std::to_string(n);
+      query[area + "_ON"] = n == 2 ? "1" : "0";
+      for (int i = 0; i < 8; ++i) query[cornerKey(area, i)] = std::to_string(10 * n + 3 * i + (kind[0] == 'E' ? 1 : 0));
+    }
+  }
+  return query;
+}
+
+class Requests : public ::testing::Test {
+ protected:
+  Requests() {
+    state.write("video.mp4", "");
+    state.write("camera.json", R"({"source": "video.mp4"})");
+    setenv("VELMOR_MANIFEST", VELMOR_SOURCE_DIR "/package/manifest.json", 1);
+    openlog("request_test", 0, LOG_USER);
+    g_StreamWidth = 1280;
+    g_StreamHeight = 720;
+    g_StatusCode = 200;
+    fakeCamera().channels = {{{1280, 720}, {640, 360}}, {{640, 360}}};
+    g_ParameterController.init_controller("velmor_care");
+    g_CalibrationParams = g_ParameterController.load_calibration();
+    g_DetectionParams = g_ParameterController.load_detection_params();
+  }
+  ~Requests() override {
+    g_videoStreamSource.reset();
+    g_IsDevMode = g_IsPortrait = false;
+  }
+
+  static std::string ask(const std::string& action, const Query& query = {}) {
+    const std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)> table(g_hash_table_new(g_str_hash, g_str_equal),
+                                                                           &g_hash_table_unref);
+    const auto put = [&table](const std::string& key, const std::string& value) {
+      g_hash_table_insert(table.get(), const_cast<char*>(key.c_str()), const_cast<char*>(value.c_str()));
+    };
+    for (const auto& [key, value] : query) put(key, value);
+    const std::string key = "action";
+    if (!action.empty()) put(key, action);
+    return reply(query.empty() && action.empty() ? nullptr : table.get());
+  }
+  static std::string reply(GHashTable* table) {
+    const std::unique_ptr<GOutputStream, decltype(&g_object_unref)> stream(g_memory_output_stream_new_resizable(),
+                                                                           &g_object_unref);
+    kHandler("/local/velmor_care/control.cgi", "GET", nullptr, table, stream.get(), nullptr);
+    EXPECT_FALSE(g_output_stream_is_closed(stream.get())) << "it belongs to the server";
+    auto* memory = G_MEMORY_OUTPUT_STREAM(stream.get());
+    return {static_cast<const char*>(g_memory_output_stream_get_data(memory)),
+            g_memory_output_stream_get_data_size(memory)};
+  }
+  static void save(const Query& query) { EXPECT_EQ(ask("set_all_parameters", query), ""); }
+  static void saveWith(const std::string& key, const std::string& value) {
+    Query query = settings();
+    query[key] = value;
+    save(query);
+  }
+  /// What the settings document says, by element.
+  static Query document() {
+    const std::string text = ask("get_all_parameters");
+    static const std::regex element("<([A-Za-z]+[0-9]?(?:_[A-Za-z0-9]+)?)>([^<]*)</\\1>");
+    Query values;
+    for (std::sregex_iterator match(text.begin(), text.end(), element), end; match != end; ++match) {
+      values[(*match)[1]] = (*match)[2];
+    }
+    return values;
+  }
+  bool logged(const std::string& line) { return state.read("system.log").find(line) != std::string::npos; }
+
+  StateFolder state;
+  Lens lens{"UINT32 3700;\n"};
+};
+
+TEST_F(Requests, EachActionHasItsReply) {
+  g_StatusCode = 503;
+  g_ExecutionTime = 317;
+  EXPECT_EQ(ask("get_status_code"), kText + "503");
+  EXPECT_EQ(ask("get_status_string"), kText + "Fall detected");
+  EXPECT_EQ(ask("get_execution_time"), kText + "317");
+  EXPECT_EQ(ask("get_is_portrait"), kText + "0");
+  g_IsPortrait = true;
+  EXPECT_EQ(ask("get_is_portrait"), kText + "1");
+  EXPECT_EQ(ask("toggle_dev_mode"), kXml);
+  EXPECT_TRUE(g_IsDevMode);
+  EXPECT_EQ(ask("toggle_dev_mode"), kXml);
+  EXPECT_FALSE(g_IsDevMode);
+  for (const char* unknown : {"", "GET_STATUS_CODE", "get_status_code ", "get_status", "%s%n", "<script>"}) {
+    EXPECT_EQ(ask(unknown, {{"x", "1"}}), "") << unknown;
+  }
+  EXPECT_EQ(ask(""), "") << "no query at all";
+  EXPECT_EQ(g_StatusCode, 503);
+}
+
+TEST_F(Requests, ChessboardActionsLookAtTheCamera) {
+  EXPECT_EQ(ask("find_pattern"), kRefused) << "no camera";
+  auto& frame = fakeCamera().frame;
+  frame.assign(1280 * 720 * 3 / 2, 128);
+  g_videoStreamSource = std::make_unique<VideoStreamSource>(720, 1280, 0);
+  EXPECT_EQ(ask("find_pattern"), kRefused);
+  EXPECT_EQ(ask("log_intrinsic_matrix"), kRefused);
+  for (int i = 0; i < 1280 * 720; ++i) {
+    const int column = i % 1280 / 60 - 5;
+    const int row = i / 1280 / 60 - 2;
+    const bool isBlack = column >= 0 && column < 10 && row >= 0 && row < 7 && (column + row) % 2 == 0;
+    frame[static_cast<std::size_t>(i)] = isBlack ? 20 : 220;
+  }
+  EXPECT_EQ(ask("find_pattern"), kText);
+  EXPECT_EQ(ask("log_intrinsic_matrix"), kRefused) << "seen from the front only";
+}
+
+TEST_F(Requests, SavedSettingsReachTheProgramAndTheStore) {
+  save(settings());
+  EXPECT_EQ(g_StatusCode, 200);
+  EXPECT_EQ(g_AreaofInterest.get_detection(2)[1], (std::pair{26 * 1280 / 100, 29 * 720 / 100}));
+  EXPECT_EQ(g_AreaofInterest.get_exclusion(3)[3], (std::pair{49 * 1280 / 100, 52 * 720 / 100}));
+  EXPECT_TRUE(g_AreaofInterest.get_detection_active(2) && g_AreaofInterest.get_exclusion_active(2));
+  EXPECT_FALSE(g_AreaofInterest.get_detection_active(1) || g_AreaofInterest.get_exclusion_active(3));
+  EXPECT_EQ(g_OverlayInfo.overlayStreamWidth, 1280U);
+  EXPECT_EQ(g_OverlayInfo.anonymizedStreamWidth, 0U) << "switched off";
+  float width = 0;
+  float height = 0;
+  g_calibrator.getSize(width, height);
+  EXPECT_TRUE(width == 1.5F && height == 2.0F && g_calibrator.shouldRender());
+  const int* floor = g_DetectionParams.i_FallCalibration;
+  const auto green =
+      g_DistanceController.screen_point_to_world_floor({static_cast<float>(floor[2]), static_cast<float>(floor[3])});
+  EXPECT_NEAR(green.x, 1.5F, 1e-3);
+  EXPECT_NEAR(green.y, 0, 1e-3);
+  EXPECT_FALSE(logged("Failed Calibration"));
+  const _DetectionParams running = g_DetectionParams;
+  parameter_controller next;
+  next.init_controller("velmor_care");
+  const _DetectionParams stored = next.load_detection_params();
+  EXPECT_TRUE(std::equal(floor, floor + 8, stored.i_FallCalibration));
+  EXPECT_TRUE(std::equal(running.i_Exclusion2, running.i_Exclusion2 + 8, stored.i_Exclusion2));
+  EXPECT_TRUE(stored.b_DetectPatientOutOfBed && !stored.b_DetectFallenPersons && stored.f_HRectM == 2.0F);
+  EXPECT_EQ(next.load_calibration().str_AnonOverlay, "640x360");
+  EXPECT_EQ(next.load_calibration().i_MaxDisappeared, 8) << "the page does not know it";
+  Query masks = settings();
+  masks["AO"] = "1";
+  masks["DO"] = "true";  // is not 1
+  save(masks);
+  EXPECT_TRUE(g_OverlayInfo.anonymizedStreamWidth == 640 && g_OverlayInfo.overlayStreamWidth == 0);
+}
+
+TEST_F(Requests, TheDocumentHoldsAllSettingsInOrder) {
+  save(settings());
+  std::string expected =
+      "<app><Sensitivity>0.50</Sensitivity><PatientOutOfBed_Active>1</PatientOutOfBed_Active>"
+      "<FallenPersons_Active>0</FallenPersons_Active><ShowCalibrationMarkers>1</ShowCalibrationMarkers>"
+      "<DetectionOverlaysOn>1</DetectionOverlaysOn><AnonOverlaysOn>0</AnonOverlaysOn>"
+      "<SelectedDetectionOverlay>1280x720</SelectedDetectionOverlay><SelectedAnonOverlay>640x360</SelectedAnonOverlay>"
+      "<CamsResAsCsv>640x360,1280x720,</CamsResAsCsv>";
+  const auto add = [&expected](const std::string& name, const std::string& value) {
+    expected.append("<").append(name).append(">").append(value).append("</").append(name).append(">");
+  };
+  for (const std::string kind : {"Detection", "Exclusion"}) {
+    for (int n = 1; n <= 3; ++n) {
+      for (int i = 0; i < 8; ++i) {
+        const int size = i % 2 == 0 ? 1280 : 720;
+        const int sent = 10 * n + 3 * i + (kind == "Exclusion" ? 1 : 0);
+        add(kind + std::to_string(n) + "_" + std::to_string(i), std::to_string(sent * size / 100 * 100 / size));
+      }
+      add(kind + std::to_string(n) + "_Active", n == 2 ? "1" : "0");
+    }
+  }
+  const char* shares[] = {"0.374219", "0.529167", "0.519531", "0.529167",
+                          "0.530469", "0.820833", "0.300781", "0.820833"};
+  for (int i = 0; i < 8; ++i) add("FallCalibration_" + std::to_string(i), shares[i]);
+  EXPECT_EQ(ask("get_all_parameters"), kXml + expected + "<HRectM>2.00</HRectM><WRectM>1.50</WRectM></app>");
+}
+
+TEST_F(Requests, NumbersAreConvertedWithoutSurprises) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const int most = std::numeric_limits<int>::max();
+  for (const auto& [sent, pixels] :
+       std::vector<std::pair<std::string, int>>{{"33", 422},
+                                                {" 7x", 89},
+                                                {"-5", -64},
+                                                {"", 0},
+                                                {"abc", 0},
+                                                {"0x10", 0},
+                                                {"nan", 0},
+                                                {"99999999999", most},
+                                                {"1" + std::string(400, '0'), most},
+                                                {"-99999999999", std::numeric_limits<int>::min()}}) {
+    saveWith("AOI1_X1", sent);
+    EXPECT_EQ(g_DetectionParams.i_Detection1[0], pixels) << sent;
+    if (pixels == 422) {
+      EXPECT_EQ(document()["Detection1_0"], "32") << "both conversions truncate";
+    }
+  }
+  for (const auto& [sent, pixels] : std::vector<std::pair<std::string, int>>{{"0.5", 640},
+                                                                             {"0.7", 896},
+                                                                             {"-0.5", -640},
+                                                                             {"-0.0001", 0},
+                                                                             {"nan", 0},
+                                                                             {"inf", 536870912},
+                                                                             {"-1e300", -536870912},
+                                                                             {"1e-400", 0}}) {
+    saveWith("XR", sent);
+    EXPECT_EQ(g_DetectionParams.i_FallCalibration[0], pixels) << sent;
+    if (pixels == 640) {
+      EXPECT_EQ(document()["FallCalibration_0"], "0.500000");
+    }
+  }
+  for (const auto& [sent, value, shown] :
+       std::vector<std::tuple<std::string, double, std::string>>{{"12.5", 12.5, "12.5"},
+                                                                 {"0.05", 0.05F, "0.05"},
+                                                                 {"1e999", inf, "inf"},
+                                                                 {"-1e300", -inf, "-inf"},
+                                                                 {"nan", NAN, "nan"},
+                                                                 {"1e30", 1e30F, "1000"}}) {
+    saveWith("SN", sent);
+    EXPECT_TRUE(g_CalibrationParams.f_Sensitivity == static_cast<float>(value) || std::isnan(value)) << sent;
+    EXPECT_EQ(document()["Sensitivity"], shown);
+  }
+}
+
+TEST_F(Requests, WhatIsReadAndSentBackAHundredTimesDoesNotCreep) {
+  Query query = settings();
+  const Query first = (save(query), document());
+  for (int round = 0; round < 100; ++round) {
+    Query now = document();
+    ASSERT_EQ(now, first) << round;
+    for (const auto& [sent, read] : {std::pair<std::string, std::string>{"AOI", "Detection"}, {"EX", "Exclusion"}}) {
+      for (int i = 0; i < 24; ++i) {
+        const int size = i % 2 == 0 ? 1280 : 720;
+        const std::string n = std::to_string(i / 8 + 1);
+        // The smallest percent whose way there and back gives the one that is read.
+        int percent = 0;
+        while (percent * size / 100 * 100 / size != std::stoi(now[read + n + "_" + std::to_string(i % 8)])) ++percent;
+        query[cornerKey(sent + n, i % 8)] = std::to_string(percent);
+      }
+    }
+    for (int i = 0; i < 8; ++i) {
+      const int size = i % 2 == 0 ? 1280 : 720;
+      // The middle of the pixel.
+      query[kFloorKeys[static_cast<std::size_t>(i)]] =
+          std::to_string((std::round(std::stod(now["FallCalibration_" + std::to_string(i)]) * size) + 0.5) / size);
+    }
+    save(query);
+  }
+}
+
+TEST_F(Requests, AMissingKeyEndsTheUpdateWhereItStands) {
+  save(settings());
+  Query changed = settings();
+  for (auto& [key, value] : changed) {
+    if (key == "SN" || key == "XM") value = "0.25";
+    if (key == "YM") value = "4";
+    if (key == "AOI1_X1") value = "50";
+  }
+  for (const auto& [key, value] : changed) {
+    Query query = changed;
+    query.erase(key);
+    g_StatusCode = 200;
+    g_DetectionParams.f_HRectM = 2;
+    save(query);
+    EXPECT_EQ(g_StatusCode, 400) << key;
+    EXPECT_EQ(g_DetectionParams.f_HRectM, 2) << key << " comes before";
+  }
+  EXPECT_TRUE(logged("error:  Exception from set_all_parameters trying to set parameters."));
+  save(settings());
+  Query query = changed;
+  query.erase("SDO");
+  save(query);
+  EXPECT_EQ(g_CalibrationParams.f_Sensitivity, 0.25F) << "what stands before is applied";
+  EXPECT_EQ(g_ParameterController.load_calibration().f_Sensitivity, 0.5F) << "and not stored";
+  query = changed;
+  query.erase("YM");
+  save(query);
+  EXPECT_EQ(g_DetectionParams.i_Detection1[0], 640);
+  EXPECT_EQ(g_ParameterController.load_calibration().f_Sensitivity, 0.25F);
+  EXPECT_EQ(g_ParameterController.load_detection_params().i_Detection1[0], 128);
+}
+
+TEST_F(Requests, AFloorThatCannotBeCalibratedIsLoggedAndStored) {
+  saveWith("XM", "0");
+  EXPECT_TRUE(logged("error: Failed Calibration"));
+  EXPECT_EQ(g_StatusCode, 200);
+  EXPECT_EQ(g_ParameterController.load_detection_params().f_WRectM, 0);
+}
+
+TEST_F(Requests, PercentSignsPassTheFormatterUnevaluated) {
+  for (const auto& [text, shown] : {std::pair{"100%%", "100%"},
+                                    {"%s%n%m", "%s%n%m"},
+                                    {"%", "%"},
+                                    {"%%%d", "%%d"},
+                                    {"%5%", "%5%"},
+                                    {"%99999999d", "%99999999d"}}) {
+    saveWith("SDO", text);
+    EXPECT_EQ(document()["SelectedDetectionOverlay"], shown);
+    EXPECT_EQ(g_ParameterController.load_calibration().str_DetectionOverlay, text);
+  }
+}
+
+TEST_F(Requests, NoInputDoesHarm) {
+  const std::string megabyte(1 << 20, '9');
+  const std::string values[] = {"",
+                                "99999999999999999999",
+                                "-1",
+                                "1e308",
+                                "nan",
+                                "-inf",
+                                "abc",
+                                "\x01\x02\x7f\r\n\t",
+                                "%s%n%s%n",
+                                "</app><script>alert(1)</script>",
+                                "\"'&<>",
+                                "\xff\xfe",
+                                "\xed\xa0\x80",
+                                std::string(5000, 'x'),
+                                megabyte};
+  for (const char* key : {"SN", "POB_ON", "SDO", "SAO", "AOI1_X1", "AOI3_ON", "EX2_Y4", "XR", "YY", "XM", "YM"}) {
+    for (const std::string& value : values) {
+      g_StatusCode = 200;
+      saveWith(key, value);
+      const bool isText = value.size() < 4096 && g_utf8_validate(value.c_str(), -1, nullptr) != FALSE;
+      EXPECT_EQ(g_StatusCode, isText ? 200 : 400) << key << " " << value.substr(0, 40);
+      const std::string text = ask("get_all_parameters");
+      EXPECT_TRUE(text.starts_with(kXml + "<app><Sensitivity>") && text.ends_with("</WRectM></app>"));
+      EXPECT_LT(text.size(), 20000U);
+      EXPECT_EQ(ask(value, settings()), "") << "nor is it an action";
+    }
+    save(settings());
+    parameter_controller next;
+    next.init_controller("velmor_care");
+    EXPECT_EQ(next.load_calibration().str_DetectionOverlay, "1280x720") << "the store goes on working after " << key;
+    EXPECT_EQ(next.load_detection_params().f_HRectM, 2) << key;
+  }
+}
+
+}  // namespace
