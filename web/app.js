@@ -76,8 +76,8 @@ function useDraft(control, connected, epoch, view) {
   const [, redraw] = useReducer((count) => count + 1, 0);
   const draft = useMemo(() => new SettingsDraft(control, redraw), []);
   useEffect(() => {
-    if (connected) draft.load();
-  }, [connected, epoch, view]);
+    draft.load();
+  }, [epoch, view]);
   const missing = connected && draft.present === null;
   useEffect(() => {
     if (!missing) return undefined;
@@ -238,7 +238,7 @@ function App({ control, program, feed }) {
     </main>
     ${
       present &&
-      (view === "#setup" || dirty || outcome) &&
+      (view === "#setup" || dirty || (outcome && outcome.kind !== "saved")) &&
       html`<${SaveBar} draft=${draft} review=${reviewSettings(present, size)} />`
     }
   `;

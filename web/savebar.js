@@ -35,9 +35,7 @@ function Differences({ differences }) {
 function outcomeParts(outcome) {
   switch (outcome.kind) {
     case "saved":
-      return outcome.warnings.length
-        ? { tone: "warn", sign: "!", title: `Saved and read back at ${clockTime(outcome.at)}, but look at this:` }
-        : { tone: "ok", sign: "✓", title: `Saved and read back at ${clockTime(outcome.at)}.` };
+      return { tone: "warn", sign: "!", title: `Saved and read back at ${clockTime(outcome.at)}, but look at this:` };
     case "refused":
       return { tone: "alarm", sign: "✕", title: "Not saved, nothing was sent:" };
     case "differs":
@@ -90,9 +88,15 @@ function Before({ review }) {
   </details>`;
 }
 
-function state(draft) {
-  if (draft.busy) return "Saving …";
-  return draft.dirty ? "Changes are not saved yet." : "Everything is saved.";
+/** A save of which there is nothing more to say. */
+const isPlainlySaved = (outcome) => outcome?.kind === "saved" && !outcome.warnings.length;
+
+function State({ draft: { outcome, dirty, busy } }) {
+  if (busy) return "Saving …";
+  if (dirty) return "Changes are not saved yet.";
+  if (!isPlainlySaved(outcome)) return "Everything is saved.";
+  const words = `Saved and read back at ${clockTime(outcome.at)}.`;
+  return html`<span class="tone-ok"><span class="sign" aria-hidden="true">✓</span></span> ${words}`;
 }
 
 /** @param {{draft: object, review: object}} props the SettingsDraft and what reviewSettings says of it */
@@ -109,11 +113,12 @@ export function SaveBar({ draft, review }) {
     <div aria-live="polite">
       ${
         outcome &&
+        !isPlainlySaved(outcome) &&
         html`<${Outcome} outcome=${outcome} onDiscard=${discard} onDismiss=${leave(() => draft.dismiss())} />`
       }
     </div>
     <div class="savebar-row">
-      <p class="savebar-state" role="status">${state(draft)}</p>
+      <p class="savebar-state" role="status"><${State} draft=${draft} /></p>
       ${!outcome && html`<${Before} review=${review} />`}
       <div class="row">
         <button type="button" class="quiet" disabled=${!dirty || busy} onClick=${discard}>Discard changes</button>
