@@ -6,7 +6,7 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "viewer_camera.h"
+#include "tests/platform/viewer_camera.h"
 
 using namespace std::chrono_literals;
 using namespace workstation;

@@ -46,15 +46,15 @@ inline std::uint32_t colourAt(const workstation::BgraPicture& picture, int x, in
   return static_cast<std::uint32_t>(pixel[2] << 16 | pixel[1] << 8 | pixel[0]);
 }
 
-/// Runs one cycle of a program: a call of the clock's ticker.
+/// Runs one cycle of a program: a call of the clock's ticker, which steps a replay's time by the interval before.
 template <typename Function>
-void runCycle(Function function) {
+void runCycle(Function function, guint interval_ms = 1) {
   struct Cycle {
     Function& function;
     bool over = false;
   } cycle{function};
-  const guint ticker = ticker_clock::addTicker(
-      1,
+  ticker_clock::addTicker(
+      interval_ms,
       [](gpointer data) -> gboolean {
         static_cast<Cycle*>(data)->function();
         static_cast<Cycle*>(data)->over = true;
@@ -62,5 +62,4 @@ void runCycle(Function function) {
       },
       &cycle);
   while (!cycle.over) g_main_context_iteration(nullptr, TRUE);
-  static_cast<void>(ticker);
 }

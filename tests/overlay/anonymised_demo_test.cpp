@@ -1,0 +1,197 @@
+// Every analysed frame of the demo on the anonymised stream, with the people who are truly there: the camera, the
+// program's analysis and its overlay as they are, only the networks left out.
+#include <gtest/gtest.h>
+#include <vdostream.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "analysis/FindingsHistory.h"
+#include "analysis/detection_processing.h"
+#include "app/process_state.h"
+#include "app/startup.h"
+#include "app/truth.h"
+#include "overlay/overlay_manager.h"
+#include "platform/workstation/anonymised_view.h"
+#include "platform/workstation/overlay_service.h"
+#include "tests/platform/state_folder.h"
+#include "tests/platform/viewer_camera.h"
+
+using namespace workstation;
+
+namespace {
+
+const std::string kSource = VELMOR_SOURCE_DIR;
+constexpr std::chrono::milliseconds kPeriod{500};
+
+struct Mount {
+  std::uint32_t rotation;
+  bool mirrored;
+  StreamSize stream;
+};
+
+std::string nameOf(const testing::TestParamInfo<Mount>& info) {
+  return "At" + std::to_string(info.param.rotation) + (info.param.mirrored ? "Mirrored" : "");
+}
+
+/// A corner's place on the stream as viewers see it.
+Point shownAt(const Point& point, const Mount& mount) {
+  const StreamSize shown = shownSize(mount.stream, mount.rotation);
+  const auto place = [](int position, int of, std::uint32_t to) {
+    return static_cast<int>(static_cast<double>(position) * (to - 1) / (of - 1));
+  };
+  const int x = place(point.x, g_StreamWidth, shown.width);
+  return {mount.mirrored ? static_cast<int>(shown.width) - 1 - x : x, place(point.y, g_StreamHeight, shown.height)};
+}
+
+/// The people of the sensor's picture, in the picture that is turned for the analysis.
+Skeletons turned(const Skeletons& people, const Mount& mount) {
+  Skeletons result;
+  for (const Skeleton& person : people) {
+    if (!person.hasSuperior) continue;
+    Keypoints keypoints = person.keypoints;
+    for (auto& [part, keypoint] : keypoints) {
+      if (mount.rotation == 90) keypoint.point = {g_StreamWidth - 1 - keypoint.point.y, keypoint.point.x};
+    }
+    result.emplace_back(keypoints, -1, 1.0F);
+  }
+  return result;
+}
+
+class AnonymisedDemo : public testing::TestWithParam<Mount> {
+ protected:
+  void SetUp() override {
+    ticker_clock::setReplayTime(TimeStamp());
+    ticker_clock::setEnd(TimeStamp::max());
+    std::ifstream settings(kSource + "/simulator/demo/demo.settings.json");
+    nlohmann::json camera = nlohmann::json::parse(settings);
+    camera["source"] = kSource + "/simulator/demo/demo.mp4";
+    camera["rotation"] = GetParam().rotation;
+    camera["mirrored"] = GetParam().mirrored;
+    if (GetParam().rotation == 90) turnFloor(camera["parameters"]);
+    camera["parameters"]["AnonOverlaysOn"] = "true";
+    camera["parameters"]["SelectedAnonOverlay"] = toString(GetParam().stream);
+    m_folder.write("camera.json", camera.dump());
+    setenv("VELMOR_MANIFEST", (kSource + "/package/manifest.json").c_str(), 1);
+    init_parameter_controller();
+    init_stream_size();
+    init_overlay_manager();
+    ASSERT_TRUE(init_3D());
+    init_tracking();
+    openStream();
+  }
+
+  void TearDown() override { g_overlayManager.reset(); }
+
+  static void turnFloor(nlohmann::json& parameters) {
+    for (const char corner : {'0', '1', '2', '3'}) {
+      const std::string name = std::string("FallCalibration") + corner;
+      const int y = std::stoi(parameters[name + "y"].get<std::string>());
+      parameters[name + "y"] = parameters[name + "x"];
+      parameters[name + "x"] = std::to_string(719 - y);
+    }
+  }
+
+  void openStream() {
+    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> stream(vdo_map_new(), &g_object_unref);
+    vdo_map_set_uint32(stream.get(), "width", 1280);
+    vdo_map_set_uint32(stream.get(), "height", 720);
+    vdo_map_set_uint32(stream.get(), "rotation", GetParam().rotation);
+    m_stream.reset(vdo_stream_new(stream.get(), nullptr, nullptr));
+    vdo_stream_start(m_stream.get(), nullptr);
+  }
+
+  void analyse(const TruthPicture& truth) {
+    ticker_clock::setReplayTime(truth.time - kPeriod);
+    runCycle(
+        [&] {
+          VdoBuffer* buffer = vdo_stream_get_buffer(m_stream.get(), nullptr);
+          vdo_stream_buffer_unref(m_stream.get(), &buffer, nullptr);
+          g_skeletons = turned(truth.skeletons, GetParam());
+          DetectionProcessing::monitor_AOI();
+          DetectionProcessing::fallen_detection();
+          g_overlayManager->renderFindings();
+        },
+        static_cast<guint>(kPeriod.count()));
+  }
+
+  static AnonymisedView::Sight sight() {
+    return anonymisedView().sightAt(currentStreamChoice(), GetParam().rotation, AnonymisedView::Clock::now());
+  }
+
+  StateFolder m_folder;
+  std::unique_ptr<VdoStream, decltype(&g_object_unref)> m_stream{nullptr, &g_object_unref};
+};
+
+/// Pixels of the person's box, on the stream, that do not come from the checkerboard of gray and white. Lines of other
+/// people and the status text may cross it, but let nothing through.
+int uncovered(const BgraPicture& picture, const BgraPicture& overlay, const BoundingBox& box, const Mount& mount,
+              int& checkered) {
+  const Point a = shownAt(box.topLeft, mount);
+  const Point b = shownAt(box.bottomRight, mount);
+  int open = 0;
+  for (int y = std::max(0, a.y); y <= std::min(b.y, picture.height - 1); ++y) {
+    for (int x = std::max(0, std::min(a.x, b.x)); x <= std::min(std::max(a.x, b.x), picture.width - 1); ++x) {
+      const auto pixel = static_cast<std::size_t>((y * overlay.width + x) * 4);
+      const std::uint32_t colour = colourAt(picture, x, y);
+      if (overlay.bytes[pixel + 3] != 255 || colour != colourAt(overlay, x, y)) ++open;
+      if (colour == 0x808080U || colour == 0xFFFFFFU) ++checkered;
+    }
+  }
+  return open;
+}
+
+/// Whether every block has one colour where nothing was drawn.
+bool isCoarse(const BgraPicture& picture, const BgraPicture& overlay, int side) {
+  std::vector<std::int64_t> colours(static_cast<std::size_t>((picture.width / side + 1) * (picture.height / side + 1)),
+                                    -1);
+  for (int y = 0; y < picture.height; ++y) {
+    for (int x = 0; x < picture.width; ++x) {
+      if (overlay.bytes[static_cast<std::size_t>((y * overlay.width + x) * 4) + 3] != 0) continue;
+      const std::int64_t colour = colourAt(picture, x, y);
+      auto& block = colours[static_cast<std::size_t>(y / side * (picture.width / side + 1) + x / side)];
+      if (block >= 0 && block != colour) return false;
+      block = colour;
+    }
+  }
+  return true;
+}
+
+TEST_P(AnonymisedDemo, CoversEveryTrackedPersonAndCoarsensTheRest) {
+  const Mount& mount = GetParam();
+  std::ifstream truth(kSource + "/simulator/demo/demo.truth.jsonl");
+  EXPECT_EQ(sight().picture.frame, nullptr) << "nothing is analysed";
+  int pictures = 0;
+  int people = 0;
+  const DecodedFrame* before = nullptr;
+  for (std::string line; std::getline(truth, line); ++pictures) {
+    analyse(parseTruth(line));
+    const AnonymisedView::Sight seen = sight();
+    ASSERT_EQ(seen.reason, "") << "picture " << pictures;
+    EXPECT_NE(seen.picture.frame.get(), before) << "the picture of the cycle before";
+    before = seen.picture.frame.get();
+    const BgraPicture& overlay = *seen.picture.overlay;
+    const BgraPicture picture =
+        anonymisedPicture(seen.picture.frame->view(), overlay, mount.stream, {mount.rotation, mount.mirrored});
+    EXPECT_TRUE(isCoarse(picture, overlay, blockSide(mount.stream))) << "picture " << pictures;
+    for (const int person : g_findingsHistory.getIDs()) {
+      const BoundingBox& box = g_findingsHistory.getLatestFinding(person).skeleton.boundingBox;
+      int checkered = 0;
+      EXPECT_EQ(uncovered(picture, overlay, box, mount, checkered), 0) << "picture " << pictures;
+      EXPECT_GT(checkered, 100) << "picture " << pictures;
+      ++people;
+    }
+  }
+  EXPECT_EQ(pictures, 183);
+  EXPECT_GT(people, pictures);
+}
+
+INSTANTIATE_TEST_SUITE_P(Mounted, AnonymisedDemo,
+                         testing::Values(Mount{0, false, {1280, 720}}, Mount{90, true, {640, 360}}), nameOf);
+
+}  // namespace
