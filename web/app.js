@@ -92,11 +92,17 @@ function useDraft(control, connected, epoch, view) {
   return draft;
 }
 
+/** How the camera turns its picture; null until it has told, since on a mirrored one every point would be misplaced. */
 function useAppearance(connected) {
-  const [appearance, setAppearance] = useState({ rotation: 0, mirrored: false });
+  const [appearance, setAppearance] = useState(null);
   useEffect(() => {
-    if (connected) cameraAppearance().then(setAppearance, () => {});
-  }, [connected]);
+    if (!connected) return undefined;
+    const ask = () => cameraAppearance().then(setAppearance, () => {});
+    ask();
+    if (appearance) return undefined;
+    const timer = setInterval(ask, RETRY_MS);
+    return () => clearInterval(timer);
+  }, [connected, appearance === null]);
   return appearance;
 }
 
@@ -231,7 +237,7 @@ function App({ control, program, feed }) {
       }
       ${
         view === "#setup" &&
-        (present
+        (present && appearance
           ? html`<${SetupView} draft=${draft} appearance=${appearance} epoch=${epoch} control=${control} />`
           : html`<${Waiting} words=${waitingWords(draft, connected)} />`)
       }
