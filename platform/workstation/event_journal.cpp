@@ -33,19 +33,6 @@ std::int64_t millisecondsOf(TimeStamp time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
 }
 
-/// "2026-03-01T12:00:31.500Z"
-std::string utcText(TimeStamp time) {
-  const std::int64_t milliseconds = millisecondsOf(time);
-  const std::time_t seconds = milliseconds / 1000;
-  std::tm parts{};
-  ::gmtime_r(&seconds, &parts);
-  char date[32];
-  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-  char text[48];
-  std::snprintf(text, sizeof text, "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
-  return text;
-}
-
 std::string lineOf(const EventRecord& record, std::uint64_t number) {
   nlohmann::ordered_json line = {
       {"seq", number},         {"time", utcText(record.time)}, {"t", secondsOf(record.time)}, {"kind", record.kind},
@@ -160,6 +147,18 @@ std::map<int, std::filesystem::path> journalsAside(const std::filesystem::path& 
 }  // namespace
 
 double secondsOf(TimeStamp time) { return static_cast<double>(millisecondsOf(time)) / 1000.0; }
+
+std::string utcText(TimeStamp time) {
+  const std::int64_t milliseconds = millisecondsOf(time);
+  const std::time_t seconds = milliseconds / 1000;
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  char date[32];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+  char text[48];
+  std::snprintf(text, sizeof text, "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
+  return text;
+}
 
 EventJournal::EventJournal(const std::filesystem::path& directory, TimeStamp now) : m_path(directory / "events.jsonl") {
   open();

@@ -27,6 +27,9 @@ struct EventRecord {
 /// Seconds on the process's clock, to the millisecond, as the journal and the standard output show them.
 double secondsOf(TimeStamp time);
 
+/// "2026-03-01T12:00:31.500Z"
+std::string utcText(TimeStamp time);
+
 /// One journal file, held exclusively. Memory does not grow with the file.
 class EventJournal {
  public:
@@ -38,6 +41,8 @@ class EventJournal {
 
   /// On disk on return. Throws std::runtime_error with one line; the number is then not used up.
   void append(const EventRecord& record);
+  /// The last number given; 0 for none.
+  std::uint64_t last() const { return m_last; }
 
   /// One line on a file that was put aside, else empty.
   const std::string& damage() const { return m_damage; }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,7 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/durable_file.h"
+#include "platform/workstation/event_feed.h"
 #include "platform/workstation/event_journal.h"
 #include "platform/workstation/state_directory.h"
 
@@ -170,6 +172,12 @@ DeclaredEvent describe(std::vector<KeyValue> entries) {
   return declared;
 }
 
+/// Into the journal first, then to whoever watches.
+void record(EventJournal& journal, const EventRecord& entry) {
+  journal.append(entry);
+  workstation::publishEvent(journal.last(), entry);
+}
+
 /// Runs what may throw; an exception becomes the caller's GError. A caller who takes none would lose the reason: it is
 /// logged.
 template <typename Function>
@@ -196,9 +204,13 @@ AXEventHandler* ax_event_handler_new(void) {
     }
     const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(g_date_time_new_now_local(),
                                                                         &g_date_time_unref);
-    for (const EventRecord& record : handler->journal.closedAtStart()) {
+    const auto& closed = handler->journal.closedAtStart();
+    std::uint64_t number = handler->journal.last() - closed.size();
+    workstation::resetEvents(number);
+    for (const EventRecord& ended : closed) {
+      workstation::publishEvent(++number, ended);
       if (outputFormat() == Output::kText) {
-        show(record, time.get());
+        show(ended, time.get());
       }
     }
     return handler.release();
@@ -221,7 +233,7 @@ gboolean ax_event_handler_declare(AXEventHandler* handler, AXEventKeyValueSet* s
   }
   const gboolean declared = guarded(error, [&] {
     const DeclaredEvent event = describe(set->entries);
-    handler->journal.append({ticker_clock::now(), "declared", event.event, event.topic});
+    record(handler->journal, {ticker_clock::now(), "declared", event.event, event.topic});
     handler->declarations.emplace(++handler->last_id, event);
     *declaration = handler->last_id;
   });
@@ -237,7 +249,7 @@ gboolean ax_event_handler_undeclare(AXEventHandler* handler, guint declaration, 
   }
   return guarded(error, [&] {
     const DeclaredEvent& event = handler->declarations.at(declaration);
-    handler->journal.append({ticker_clock::now(), "undeclared", event.event, event.topic});
+    record(handler->journal, {ticker_clock::now(), "undeclared", event.event, event.topic});
     handler->declarations.erase(declaration);
   });
 }
@@ -253,9 +265,9 @@ gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration,
   }
   return guarded(error, [&] {
     const DeclaredEvent& declared = handler->declarations.at(declaration);
-    const EventRecord record{clockTime(event->time), "changed", declared.event, declared.topic, *active};
-    handler->journal.append(record);
-    show(record, event->time);
+    const EventRecord change{clockTime(event->time), "changed", declared.event, declared.topic, *active};
+    record(handler->journal, change);
+    show(change, event->time);
   });
 }
 

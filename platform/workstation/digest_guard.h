@@ -1,0 +1,42 @@
+// Who may come in: Digest authentication with challenges of our own, each good for one use of each count and for a
+// while, so that a recorded request is of no use.
+#pragma once
+
+#include <libsoup/soup.h>
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <string>
+
+namespace workstation {
+
+class DigestGuard {
+ public:
+  /// Guards every path of the server for one user.
+  DigestGuard(SoupServer* server, const std::string& user, const std::string& password);
+  ~DigestGuard();
+  DigestGuard(const DigestGuard&) = delete;
+  DigestGuard& operator=(const DigestGuard&) = delete;
+
+  /// Puts a challenge of ours in the place of the library's; for a message that was refused with 401.
+  void challenge(SoupServerMessage* message);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Challenge {
+    Clock::time_point since;
+    std::set<unsigned long> used;  ///< counts that came with it
+  };
+
+  static char* encodedPassword(SoupAuthDomain* domain, SoupServerMessage* message, const char* user, gpointer guard);
+  bool useUp(SoupServerMessage* message);
+  void forgetOld();
+
+  std::string m_user, m_encoded_password;
+  std::map<std::string, Challenge> m_challenges;
+  bool m_stale = false;      ///< the message at hand answers a challenge that is not good any more
+  SoupAuthDomain* m_domain;  ///< a reference of its own
+};
+
+}  // namespace workstation
