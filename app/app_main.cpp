@@ -1,4 +1,5 @@
 // velmor_care: watches a patient's room and raises "Patient Out of Bed" and "Fall Detected".
+#include <axhttp.h>
 #include <syslog.h>
 
 #include <chrono>
@@ -13,6 +14,7 @@
 #include "app/shutdown.h"
 #include "app/startup.h"
 #include "config/parameter_io.h"
+#include "config/request_handler.h"
 #include "platform/clock/clock.h"
 
 namespace {
@@ -69,8 +71,10 @@ int main() {
   init_tracking();
   deliverSigtermWhileWaiting();
   gp_Loop = g_main_loop_new(nullptr, FALSE);
+  AXHttpHandler* const handler = ax_http_handler_new(request_handler, nullptr);
   g_ThreadID = ticker_clock::addTicker(static_cast<guint>(g_main_loop_time), thread_function, nullptr);
   g_main_loop_run(gp_Loop);
+  ax_http_handler_free(handler);
   closelog();
   return 0;
 }

@@ -85,7 +85,8 @@ int main() {
   init_stream_size();
   init_event_manager();
   if (!init_3D()) {
-    return fail("the floor points and the rectangle in the settings do not calibrate");
+    syslog(LOG_ERR, "Failed init_3D\n");
+    return kBadInput;
   }
   init_tracking();
   try {

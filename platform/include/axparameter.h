@@ -22,7 +22,7 @@ void ax_parameter_free(AXParameter* parameter);
 /// Adds a parameter to the group; fails with AX_PARAMETER_PARAM_EXISTS_ERROR when it is there already.
 gboolean ax_parameter_add(AXParameter* parameter, const gchar* name, const gchar* initial_value, const gchar* type,
                           GError** error);
-/// With do_sync the value is on disk when the call returns.
+/// With do_sync the value is on disk when the call returns; within an HTTP request, before its reply leaves.
 gboolean ax_parameter_set(AXParameter* parameter, const gchar* name, const gchar* value, gboolean do_sync,
                           GError** error);
 /// Reads a parameter of the group, or a platform parameter by its full name ("root...."). Free *value with g_free.

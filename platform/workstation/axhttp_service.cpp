@@ -25,6 +25,7 @@
 #include "platform/workstation/durable_file.h"
 #include "platform/workstation/event_feed.h"
 #include "platform/workstation/http_server.h"
+#include "platform/workstation/parameter_batch.h"
 #include "platform/workstation/state_directory.h"
 #include "platform/workstation/view_streams.h"
 
@@ -34,6 +35,10 @@ using workstation::ProgramRequest;
 namespace {
 
 constexpr const char* kApplication = "velmor_care";
+/// Instead of the program's reply when what it has set is not on disk.
+constexpr const char* kNotStored =
+    "Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n\r\n"
+    "The settings are in use but could not be stored; the system log says why.\n";
 
 struct Unref {
   void operator()(gpointer object) const { g_object_unref(object); }
@@ -208,12 +213,16 @@ struct _AXHttpHandler {
   void call(std::uint64_t id, const ProgramRequest& request) {
     const std::unique_ptr<GOutputStream, Unref> output(g_memory_output_stream_new_resizable());
     const auto table = tableOf(request);
+    workstation::ParameterBatch batch;
     callback(request.path.c_str(), request.method.c_str(), request.query ? request.query->c_str() : nullptr,
              table.get(), output.get(), user_data);
     auto* memory = G_MEMORY_OUTPUT_STREAM(output.get());
-    server.invoke([this, id,
-                   reply = std::string(static_cast<const char*>(g_memory_output_stream_get_data(memory)),
-                                       g_memory_output_stream_get_data_size(memory))] { waiting.finish(id, reply); });
+    std::string reply(static_cast<const char*>(g_memory_output_stream_get_data(memory)),
+                      g_memory_output_stream_get_data_size(memory));
+    if (!batch.finish()) {
+      reply = kNotStored;
+    }
+    server.invoke([this, id, reply = std::move(reply)] { waiting.finish(id, reply); });
   }
 
   AXRequestCallback callback;

@@ -7,12 +7,14 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "app/package_path.h"
 #include "platform/workstation/camera_description.h"
+#include "platform/workstation/parameter_batch.h"
 #include "platform/workstation/state_directory.h"
 #include "platform/workstation/stored_parameters.h"
 #include "platform/workstation/stream_choice.h"
@@ -29,6 +31,13 @@ struct _AXParameter {
 };
 
 namespace {
+
+/// Stores that have something to write once the batch ends. Never destroyed: stores may be released after main.
+std::set<AXParameter*>& stores_of_batch() {
+  static auto& stores = *new std::set<AXParameter*>;
+  return stores;
+}
+bool batch_is_open = false;
 
 std::string manifestPath(const std::string& app_name) {
   const char* named = std::getenv("VELMOR_MANIFEST");
@@ -102,14 +111,17 @@ Result guarded(GError** error, Result failed, Function function) {
   }
 }
 
-/// Puts the value into the store, and on disk with `sync`; throws with the store as it was before.
+/// Puts the value into the store, and with `sync` on disk or into the open batch; throws with the store as it was
+/// before.
 void put(AXParameter& store, const std::string& name, const std::string& value, bool sync) {
   const Parameters before = store.state.values;
   const bool unsaved_before = store.unsaved;
   store.state.values.insert_or_assign(name, value);
   store.unsaved = unsaved_before || store.state.values != before;
   try {
-    if (sync && store.unsaved) {
+    if (sync && store.unsaved && batch_is_open) {
+      stores_of_batch().insert(&store);
+    } else if (sync && store.unsaved) {
       save(store);
     }
   } catch (...) {
@@ -120,7 +132,31 @@ void put(AXParameter& store, const std::string& name, const std::string& value, 
   workstation::noteStoredParameters(store.state.values);
 }
 
+/// Saves one store of the batch; false after a log line.
+bool saveLogged(AXParameter& store) {
+  try {
+    save(store);
+    return true;
+  } catch (const std::exception& exception) {
+    syslog(LOG_ERR, "%s", exception.what());
+    return false;
+  }
+}
+
 }  // namespace
+
+workstation::ParameterBatch::ParameterBatch() { batch_is_open = true; }
+
+workstation::ParameterBatch::~ParameterBatch() { finish(); }
+
+bool workstation::ParameterBatch::finish() {
+  batch_is_open = false;
+  bool is_saved = true;
+  for (AXParameter* store : std::exchange(stores_of_batch(), {})) {
+    is_saved = saveLogged(*store) && is_saved;
+  }
+  return is_saved;
+}
 
 GQuark ax_parameter_error_quark(void) { return g_quark_from_static_string("ax-parameter-error-quark"); }
 
@@ -132,12 +168,9 @@ void ax_parameter_free(AXParameter* parameter) {
   if (parameter == nullptr) {
     return;
   }
-  try {
-    if (parameter->unsaved) {
-      save(*parameter);
-    }
-  } catch (const std::exception& exception) {
-    syslog(LOG_ERR, "%s", exception.what());
+  stores_of_batch().erase(parameter);
+  if (parameter->unsaved) {
+    saveLogged(*parameter);
   }
   delete parameter;
 }

@@ -9,10 +9,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "app/startup.h"
+#include "config/request_handler.h"
 
 namespace {
 
@@ -150,6 +154,59 @@ TEST_F(Refused, ADamagedStoreIsReplacedByTheLastGoodOneOrRefused) {
   EXPECT_NE(mended.errors.find("parameters.conf"), std::string::npos) << mended.errors;
   for (const char* name : {"parameters.conf", "parameters.conf.1"}) write(name, "no parameters at all");
   expectOneLine(run(words), "parameters.conf");
+}
+
+/// Saves what the page reads, with another width of the floor rectangle, in a process of its own, as the program does.
+void saveFloorWidth(const fs::path& state, const std::string& metres) {
+  const pid_t child = fork();
+  if (child == 0) {
+    setenv("VELMOR_STATE", state.c_str(), 1);
+    setenv("VELMOR_CAMERA", (state / "camera.json").c_str(), 1);
+    setenv("VELMOR_MANIFEST", SOURCE_DIRECTORY "/package/manifest.json", 1);
+    init_parameter_controller();
+    init_stream_size();
+    std::map<std::string, std::string> query{{"action", "set_all_parameters"}, {"XM", metres}, {"YM", "2"}};
+    for (const char* key :
+         {"SN", "POB_ON", "FP_ON", "DO", "AO", "SDO", "SAO", "SCM", "XR", "YR", "XG", "YG", "XB", "YB", "XY", "YY"}) {
+      query[key] = "0.5";
+    }
+    for (const std::string area : {"AOI1", "AOI2", "AOI3", "EX1", "EX2", "EX3"}) {
+      for (const char* key : {"X1", "Y1", "X2", "Y2", "X3", "Y3", "X4", "Y4", "ON"}) query[area + "_" + key] = "50";
+    }
+    GHashTable* table = g_hash_table_new(g_str_hash, g_str_equal);
+    for (auto& [key, value] : query) g_hash_table_insert(table, const_cast<char*>(key.c_str()), value.data());
+    GOutputStream* reply = g_memory_output_stream_new_resizable();
+    request_handler("/local/velmor_care/control.cgi", "GET", nullptr, table, reply, nullptr);
+    _exit(g_memory_output_stream_get_data_size(G_MEMORY_OUTPUT_STREAM(reply)) == 0 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
+  const std::string state = " --state '" + folder_.string() + "'";
+  const std::string truth = " --truth '" + (kDemo / "demo.truth.jsonl").string() + "'";
+  ASSERT_EQ(run("replay demo --json" + state + truth).status, 0);
+  saveFloorWidth(folder_, "0");
+  const std::string command = "./run --reset floor --state " + folder_.string();
+  for (const std::string& words : {"replay demo --json" + state, "replay demo --json" + state + truth}) {
+    const Outcome stopped = run(words);
+    EXPECT_NE(stopped.status, 0);
+    for (const std::string& line :
+         {std::string(": WRectM is 0.000000: must be above 0\n"),
+          std::string(": FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor\n"),
+          std::string(": Failed init_3D\n"), command + "\n"}) {
+      EXPECT_NE(stopped.errors.find(line), std::string::npos) << stopped.errors;
+    }
+  }
+  const Outcome repaired = run(command.substr(command.find("--reset")));
+  EXPECT_EQ(repaired.status, 0) << repaired.errors;
+  EXPECT_NE(repaired.output.find("  WRectM: 0.000000 -> "), std::string::npos) << repaired.output;
+  EXPECT_EQ(repaired.output.find("Sensitivity"), std::string::npos) << "nothing else is touched";
+  const Outcome started = run("replay demo --json" + state + truth);
+  EXPECT_EQ(started.status, 0) << started.errors;
+  EXPECT_NE(contents(folder_ / "parameters.conf").find("Detection10x=640"), std::string::npos) << "still as saved";
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/workstation/parameter_batch.h"
 #include "platform/workstation/stored_parameters.h"
 #include "tests/platform/state_folder.h"
 
@@ -141,6 +142,38 @@ TEST_F(ParameterStore, WritesAtOnceOnlyWhenAskedTo) {
   store = open();
   set(store, "Name", "now");
   EXPECT_EQ(stored("Name"), "now");
+}
+
+TEST_F(ParameterStore, ABatchIsOneChangeOfTheFile) {
+  Store store = open();
+  const std::string before = m_folder.read("parameters.conf");
+  {
+    workstation::ParameterBatch batch;
+    set(store, "Name", "bed");
+    set(store, "Sensitivity", "0.7");
+    EXPECT_EQ(get(store, "Name"), "bed");
+    EXPECT_EQ(m_folder.read("parameters.conf"), before);
+    EXPECT_TRUE(batch.finish());
+    EXPECT_EQ(stored("Name") + stored("Sensitivity"), "bed0.7");
+    EXPECT_EQ(m_folder.read("parameters.conf.1"), before) << "the generation before is the one before the batch";
+    set(store, "Name", "door");
+    EXPECT_EQ(stored("Name"), "door") << "after the end every change is written at once";
+  }
+  std::filesystem::create_directory(m_folder / "parameters.conf.new");
+  testing::internal::CaptureStderr();
+  {
+    workstation::ParameterBatch batch;
+    EXPECT_TRUE(set(store, "Name", "late"));
+    EXPECT_FALSE(batch.finish());
+  }
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("parameters.conf.new: cannot be written"), std::string::npos);
+  std::filesystem::remove(m_folder / "parameters.conf.new");
+  set(store, "Sensitivity", "0.8");
+  EXPECT_EQ(stored("Name"), "late") << "goes with the next change";
+  const workstation::ParameterBatch unfinished;
+  set(store, "Name", "last");
+  store.reset();
+  EXPECT_EQ(stored("Name"), "last");
 }
 
 TEST_F(ParameterStore, FallsBackOneGenerationWhenTheFileIsDamaged) {
