@@ -53,7 +53,7 @@ BgraPicture overlayOf(StreamSize size) {
   BgraPicture overlay(static_cast<int>(size.width), static_cast<int>(size.height));
   for (int y = overlay.height / 4; y < overlay.height / 2; ++y) {
     for (int x = overlay.width / 4; x < overlay.width / 3; ++x) {
-      auto* pixel = overlay.bytes.data() + y * overlay.stride() + x * 4;
+      auto* pixel = overlay.bytes.data() + std::ptrdiff_t{y} * overlay.stride() + std::ptrdiff_t{x} * 4;
       std::fill(pixel, pixel + 4, std::uint8_t{255});
     }
   }
@@ -65,7 +65,7 @@ void ours(benchmark::State& state) {
   const auto room = roomOf(size);
   const BgraPicture overlay = overlayOf(size);
   std::size_t bytes = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     BgraPicture picture = workstation::roomPicture(viewOf(room, size), size, {});
     workstation::layOver(picture, overlay);
     bytes = workstation::toJpeg(picture).size();
@@ -78,7 +78,7 @@ void anonymised(benchmark::State& state) {
   const auto room = roomOf(size);
   const BgraPicture overlay = overlayOf(size);
   std::size_t bytes = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     bytes = workstation::toJpeg(workstation::anonymisedPicture(viewOf(room, size), overlay, size, {})).size();
   }
   state.counters["KiB"] = static_cast<double>(bytes) / 1024;
@@ -121,7 +121,7 @@ void gstreamer(benchmark::State& state) {
   gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
   GstClockTime time = 0;
   std::size_t bytes = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     GstBuffer* frame = gst_buffer_new_memdup(room.data(), room.size());
     GST_BUFFER_PTS(frame) = time += 100 * GST_MSECOND;
     gst_app_src_push_buffer(GST_APP_SRC(source.get()), frame);

@@ -15,7 +15,7 @@ declare -A allowed=(
   [validation]="app/.*_params.h app/package_path.h config/parameter_controller.h pose video larod"
   [app]="analysis config events geometry overlay pose validation video platform/clock larod axhttp"
   [simulator]=""
-  [training]="app pose"
+  [training]="analysis app platform pose"
 )
 
 failed=0

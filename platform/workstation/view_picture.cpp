@@ -30,9 +30,11 @@ void check(int status) {
 /// The mean of a block, written over it.
 void flatten(BgraPicture& picture, int left, int top, int right, int bottom) {
   std::array<std::uint32_t, 3> sums{};
-  const auto row = [&](int y) { return picture.bytes.data() + std::ptrdiff_t{y} * picture.stride(); };
+  const auto at = [&](int x, int y) {
+    return picture.bytes.data() + std::ptrdiff_t{y} * picture.stride() + std::ptrdiff_t{x} * 4;
+  };
   for (int y = top; y < bottom; ++y) {
-    for (const std::uint8_t* pixel = row(y) + left * 4; pixel != row(y) + right * 4; pixel += 4) {
+    for (const std::uint8_t* pixel = at(left, y); pixel != at(right, y); pixel += 4) {
       for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += pixel[i];
     }
   }
@@ -40,7 +42,7 @@ void flatten(BgraPicture& picture, int left, int top, int right, int bottom) {
   std::array<std::uint8_t, 4> mean{0, 0, 0, 255};
   for (std::size_t i = 0; i < sums.size(); ++i) mean[i] = static_cast<std::uint8_t>((sums[i] + count / 2) / count);
   for (int y = top; y < bottom; ++y) {
-    for (std::uint8_t* pixel = row(y) + left * 4; pixel != row(y) + right * 4; pixel += 4) {
+    for (std::uint8_t* pixel = at(left, y); pixel != at(right, y); pixel += 4) {
       std::copy(mean.begin(), mean.end(), pixel);
     }
   }

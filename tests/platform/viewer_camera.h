@@ -42,7 +42,7 @@ inline std::shared_ptr<const workstation::DecodedFrame> quarters(int width, int 
 
 /// 0xRRGGBB.
 inline std::uint32_t colourAt(const workstation::BgraPicture& picture, int x, int y) {
-  const auto* pixel = picture.bytes.data() + static_cast<std::ptrdiff_t>(y) * picture.stride() + x * 4;
+  const auto* pixel = picture.bytes.data() + std::ptrdiff_t{y} * picture.stride() + std::ptrdiff_t{x} * 4;
   return static_cast<std::uint32_t>(pixel[2] << 16 | pixel[1] << 8 | pixel[0]);
 }
 

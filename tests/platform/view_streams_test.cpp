@@ -1,0 +1,300 @@
+// The overlay service and the viewers' streams, over a real web server. The clock is a replay's: it stands still unless
+// a cycle runs.
+#include "platform/workstation/view_streams.h"
+
+#include <axoverlay.h>
+#include <axparameter.h>
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <turbojpeg.h>
+#include <vdostream.h>
+
+#include <optional>
+#include <string>
+
+#include "platform/workstation/overlay_service.h"
+#include "tests/platform/http_client.h"
+#include "tests/platform/recording_writer.h"
+#include "tests/platform/state_folder.h"
+#include "tests/platform/viewer_camera.h"
+
+using namespace workstation;
+
+namespace {
+
+constexpr std::uint32_t kFound = 0xFF0000;  // what the test's program draws
+
+/// The program above the camera: it takes frames of one stream, and draws one square.
+class Program {
+ public:
+  Program() {
+    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> settings(vdo_map_new(), &g_object_unref);
+    vdo_map_set_uint32(settings.get(), "width", 128);
+    vdo_map_set_uint32(settings.get(), "height", 72);
+    m_stream = vdo_stream_new(settings.get(), nullptr, nullptr);
+    if (m_stream == nullptr) throw std::runtime_error("no stream");
+    vdo_stream_start(m_stream, nullptr);
+    axoverlay_settings overlays;
+    axoverlay_init_axoverlay_settings(&overlays);
+    overlays.render_callback = render;
+    overlays.adjustment_callback = adjust;
+    overlays.select_callback = [](gint, gint width, gint, gint, gboolean, axoverlay_stream_type) -> gboolean {
+      return width != 96;
+    };
+    axoverlay_init(&overlays, nullptr);
+    axoverlay_overlay_data data;
+    axoverlay_init_overlay_data(&data);
+    m_overlay = axoverlay_create_overlay(&data, this, nullptr);
+  }
+  ~Program() {
+    axoverlay_destroy_overlay(m_overlay, nullptr);
+    axoverlay_cleanup();
+    g_object_unref(m_stream);
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  void cycle(bool succeeds = true) {
+    runCycle([&] {
+      VdoBuffer* buffer = vdo_stream_get_buffer(m_stream, nullptr);
+      vdo_stream_buffer_unref(m_stream, &buffer, nullptr);
+      if (succeeds) axoverlay_redraw(nullptr);
+    });
+  }
+
+  gint overlay() const { return m_overlay; }
+  axoverlay_stream_data drawn{};  ///< the stream that was drawn last
+  bool shrinks = false;           ///< the overlay is a quarter of the stream, at the right and the bottom
+
+ private:
+  static void adjust(gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type* /*postype*/, gfloat* x,
+                     gfloat* y, gint* width, gint* height, gpointer program) {
+    const bool turned = stream->rotation % 180 != 0;
+    *width = turned ? stream->height : stream->width;
+    *height = turned ? stream->width : stream->height;
+    if (!static_cast<Program*>(program)->shrinks) return;
+    *width /= 2;
+    *height /= 2;
+    *x = *y = 1;
+  }
+
+  static void render(gpointer context, gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type /*postype*/,
+                     gfloat /*x*/, gfloat /*y*/, gint width, gint height, gpointer program) {
+    static_cast<Program*>(program)->drawn = *stream;
+    auto* const cairo = static_cast<cairo_t*>(context);
+    cairo_set_source_rgb(cairo, 1, 0, 0);
+    cairo_rectangle(cairo, 0, 0, width / 2.0, height / 2.0);
+    cairo_fill(cairo);
+    cairo_rectangle(cairo, width, height, 100, 100);  // outside of the overlay: clipped
+    cairo_fill(cairo);
+  }
+
+  VdoStream* m_stream = nullptr;
+  gint m_overlay = 0;
+};
+
+BgraPicture decode(const std::string& jpeg) {
+  const std::unique_ptr<void, decltype(&tjDestroy)> decoder(tjInitDecompress(), &tjDestroy);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(jpeg.data());
+  int width = 0;
+  int height = 0;
+  int sampling = 0;
+  int space = 0;
+  if (tjDecompressHeader3(decoder.get(), bytes, jpeg.size(), &width, &height, &sampling, &space) != 0) return {};
+  BgraPicture picture(width, height);
+  tjDecompress2(decoder.get(), bytes, jpeg.size(), picture.bytes.data(), width, picture.stride(), height, TJPF_BGRX, 0);
+  return picture;
+}
+
+bool isNear(std::uint32_t colour, std::uint32_t expected) {
+  for (const unsigned int shift : {0U, 8U, 16U}) {
+    if (std::abs(static_cast<int>(colour >> shift & 255U) - static_cast<int>(expected >> shift & 255U)) > 12)
+      return false;
+  }
+  return true;
+}
+
+class ViewStreamsTest : public testing::Test {
+ protected:
+  void open(const std::string& more = "", const Recording& recording = {.width = 128, .height = 72}) {
+    ticker_clock::setReplayTime(TimeStamp());
+    m_folder.write("manifest.json", R"({"parameters": [{"name": "AnonOverlaysOn", "default": "false"},
+                                                       {"name": "SelectedAnonOverlay", "default": "0x0"}]})");
+    m_folder.write("camera.json",
+                   R"({"source": "film", "stream_sizes": ["96x54", "128x72", "160x90", "1280x720"])" + more + "}");
+    ASSERT_TRUE(writeRecording(recording, m_folder / "film"));
+    m_store.reset(ax_parameter_new("velmor_care", nullptr));
+    m_program.emplace();
+    m_port = m_server.listen({"127.0.0.1", 0, 0});
+  }
+
+  /// The program stores its choice; an empty size switches off.
+  void anonymise(const std::string& size) {
+    ax_parameter_set(m_store.get(), "AnonOverlaysOn", size.empty() ? "false" : "true", TRUE, nullptr);
+    ax_parameter_set(m_store.get(), "SelectedAnonOverlay", size.c_str(), TRUE, nullptr);
+  }
+
+  BgraPicture snapshot(const std::string& size) const {
+    const HttpReply reply = request(m_port, "GET", "/axis-cgi/jpg/image.cgi?resolution=" + size);
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.headers.at("content-type"), "image/jpeg");
+    return decode(reply.body);
+  }
+
+  std::string watchRequest(const std::string& size) const {
+    return "GET /axis-cgi/mjpg/video.cgi?resolution=" + size +
+           " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n";
+  }
+
+  /// The next part of a stream; empty at its end.
+  static std::string nextPart(HttpClient& viewer) {
+    const std::string text = viewer.receiveUntil("\r\n--velmor-picture\r\n");
+    const std::size_t body = text.find("\r\n\r\n");
+    if (!text.ends_with("\r\n--velmor-picture\r\n") || body == std::string::npos) return "";
+    std::string jpeg = text.substr(body + 4, text.size() - body - 4 - 20);
+    EXPECT_EQ(text.substr(0, body), "Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg.size()));
+    return jpeg;
+  }
+
+  StateFolder m_folder;
+  HttpServer m_server{HttpServerSettings{}};
+  ViewStreams m_views{m_server};
+  std::unique_ptr<AXParameter, decltype(&ax_parameter_free)> m_store{nullptr, &ax_parameter_free};
+  std::optional<Program> m_program;
+  std::uint16_t m_port = 0;
+};
+
+TEST_F(ViewStreamsTest, ASnapshotShowsTheRoomWithTheOverlay) {
+  open(R"(, "rotation": 90, "mirrored": true)", {.width = 128, .height = 72, .corners = true});
+  m_program->cycle();
+  const BgraPicture picture = snapshot("128x72");
+  ASSERT_EQ(picture.width, 72);
+  ASSERT_EQ(picture.height, 128);
+  EXPECT_TRUE(isNear(colourAt(picture, 10, 10), kFound)) << "the overlay is not turned: its left top is the viewer's";
+  EXPECT_TRUE(isNear(colourAt(picture, 60, 10), 0x1C1C1CU)) << "luma 40";
+  EXPECT_EQ(m_program->drawn.width, 128);
+  EXPECT_EQ(m_program->drawn.rotation, 90);
+  EXPECT_EQ(m_program->drawn.mirrored, TRUE);
+  m_program->shrinks = true;
+  m_program->cycle();
+  const BgraPicture shrunk = snapshot("160x90");
+  EXPECT_TRUE(isNear(colourAt(shrunk, 50, 90), kFound)) << "its place is moved inside the stream";
+  EXPECT_FALSE(isNear(colourAt(shrunk, 40, 75), kFound));
+  EXPECT_FALSE(isNear(colourAt(shrunk, 85, 155), kFound));
+}
+
+TEST_F(ViewStreamsTest, AStreamNeedsAnOfferedSizeAndACamera) {
+  open();
+  const HttpReply usual = request(m_port, "GET", "/axis-cgi/jpg/image.cgi");
+  EXPECT_EQ(decode(usual.body).width, 1280);
+  for (const char* address : {"jpg/image.cgi", "mjpg/video.cgi"}) {
+    for (const char* size : {"", "128x73", "0128x72", "128x72x", "-1x-1", "%3Cb%3E"}) {
+      const HttpReply refused = request(m_port, "GET", std::string("/axis-cgi/") + address + "?resolution=" + size);
+      EXPECT_EQ(refused.status, 400) << address << size;
+      EXPECT_NE(refused.body.find("it offers 96x54, 128x72, 160x90, 1280x720"), std::string::npos) << refused.body;
+    }
+  }
+  EXPECT_EQ(request(m_port, "GET", "/axis-cgi/param.cgi?action=list&group=root.Image.I0.Appearance").body,
+            "root.Image.I0.Appearance.Rotation=0\nroot.Image.I0.Appearance.MirrorEnabled=no\n");
+  EXPECT_EQ(request(m_port, "GET", "/axis-cgi/param.cgi?action=list").status, 400);
+  m_program.reset();
+  EXPECT_EQ(request(m_port, "GET", "/axis-cgi/jpg/image.cgi").status, 503);
+}
+
+TEST_F(ViewStreamsTest, ViewersOfASizeSeeTheSameEncoding) {
+  open();
+  HttpClient first(m_port);
+  HttpClient second(m_port);
+  first.send(watchRequest("128x72"));
+  EXPECT_NE(first.receiveUntil("--velmor-picture\r\n").find("multipart/x-mixed-replace; boundary=velmor-picture"),
+            std::string::npos);
+  second.send(watchRequest("128x72"));
+  second.receiveUntil("--velmor-picture\r\n");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(decode(nextPart(first)).width, 128) << "it is repeated while nothing changes";
+  m_program->cycle();
+  std::string seen;
+  while (!isNear(colourAt(decode(seen = nextPart(first)), 5, 5), kFound)) ASSERT_FALSE(seen.empty());
+  std::string other;
+  while ((other = nextPart(second)) != seen) ASSERT_FALSE(other.empty());
+}
+
+TEST_F(ViewStreamsTest, TheAnonymisedStreamShowsItsOwnCyclesOnly) {
+  open();
+  anonymise("128x72");
+  constexpr std::uint32_t kCard = 0x404040;
+  const auto corner = [&] { return colourAt(snapshot("128x72"), 2, 2); };
+  const auto edge = [&] { return colourAt(snapshot("128x72"), 125, 69); };
+  EXPECT_TRUE(isNear(corner(), kCard)) << "nothing is analysed yet";
+  m_program->cycle();
+  EXPECT_TRUE(isNear(corner(), kFound));
+  ticker_clock::setReplayTime(TimeStamp(std::chrono::milliseconds(1'900)));
+  EXPECT_TRUE(isNear(edge(), 0x1C1C1CU)) << "the frame of the cycle, not the newest";
+  axoverlay_redraw(nullptr);
+  EXPECT_TRUE(isNear(edge(), 0x1C1C1CU)) << "drawn between cycles";
+  m_program->cycle(false);
+  m_program->cycle(false);
+  EXPECT_TRUE(isNear(corner(), kCard)) << "a cycle failed";
+  m_program->cycle();
+  EXPECT_TRUE(isNear(corner(), kFound));
+  anonymise("");
+  anonymise("128x72");
+  EXPECT_TRUE(isNear(corner(), kCard)) << "off and on again";
+  anonymise("96x54");
+  m_program->cycle();
+  EXPECT_TRUE(isNear(colourAt(snapshot("96x54"), 2, 2), kCard)) << "the program draws nothing there";
+}
+
+TEST_F(ViewStreamsTest, WhoWatchesTheAnonymisedStreamIsNotShownTheRoomWhenItIsSwitchedOff) {
+  open();
+  anonymise("128x72");
+  HttpClient viewer(m_port);
+  viewer.send(watchRequest("128x72"));
+  viewer.receiveUntil("--velmor-picture\r\n");
+  EXPECT_FALSE(nextPart(viewer).empty());
+  anonymise("");
+  EXPECT_TRUE(viewer.seesEnd());
+}
+
+TEST_F(ViewStreamsTest, ASlowViewerMissesPicturesAndCatchesUp) {
+  open("", {.format = "fakesink videotestsrc pattern=snow num-buffers=20 ! video/x-raw,format=I420,width=1280,"
+                      "height=720,framerate=10/1 ! matroskamux"});
+  constexpr int kPictures = 15;  // of more than half a megabyte each
+  HttpClient slow(m_port);
+  slow.send(watchRequest("1280x720"));
+  slow.receiveUntil("--velmor-picture\r\n");
+  HttpClient quick(m_port);
+  quick.send(watchRequest("1280x720"));
+  quick.receiveUntil("--velmor-picture\r\n");
+  std::string last = nextPart(quick);
+  for (int i = 1; i < kPictures; ++i) {
+    const std::string before = last;
+    ticker_clock::setReplayTime(TimeStamp(std::chrono::milliseconds(100 * i)));
+    while ((last = nextPart(quick)) == before) ASSERT_FALSE(last.empty());
+  }
+  int taken = 1;
+  for (std::string part; (part = nextPart(slow)) != last; ++taken) ASSERT_FALSE(part.empty());
+  EXPECT_LT(taken, kPictures);
+}
+
+TEST(OverlayService, RefusesWhatItCannotDo) {
+  const StateFolder folder;
+  folder.write("camera.json", R"({"source": "film", "stream_sizes": ["640x480", "1280x64"]})");
+  const auto refused = [](auto call) {
+    GError* error = nullptr;
+    call(&error);
+    const bool failed = error != nullptr;
+    g_clear_error(&error);
+    return failed;
+  };
+  axoverlay_settings settings;
+  axoverlay_init_axoverlay_settings(&settings);
+  EXPECT_EQ(axoverlay_is_backend_supported(settings.backend), TRUE);
+  EXPECT_TRUE(refused([&](GError** error) { axoverlay_init(&settings, error); })) << "nothing would be drawn";
+  EXPECT_TRUE(refused([](GError** error) { axoverlay_redraw(error); })) << "not initialised";
+  EXPECT_TRUE(refused([](GError** error) { axoverlay_destroy_overlay(77, error); }));
+  EXPECT_EQ(axoverlay_get_max_resolution_width(1, nullptr), 1280);
+  EXPECT_EQ(axoverlay_get_max_resolution_height(1, nullptr), 480);
+  EXPECT_TRUE(refused([](GError** error) { axoverlay_get_max_resolution_width(2, error); }));
+}
+
+}  // namespace
