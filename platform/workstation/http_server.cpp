@@ -574,6 +574,11 @@ void HttpServer::invoke(std::function<void()> function) { m_implementation->invo
 
 GMainContext* HttpServer::context() const { return m_implementation->m_context; }
 
+void checkFree(const ListenAddress& where) {
+  std::uint16_t port = 0;
+  listeningSocket(where, port);
+}
+
 void answerLine(SoupServerMessage* message, unsigned int status, const std::string& line) {
   const std::string text = line + "\n";
   soup_server_message_set_status(message, status, nullptr);

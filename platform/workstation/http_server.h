@@ -77,6 +77,9 @@ class HttpServer {
   std::unique_ptr<Implementation> m_implementation;
 };
 
+/// Throws std::runtime_error with one line when an address cannot be listened on at the moment.
+void checkFree(const ListenAddress& where);
+
 /// Answers with a status and one line of plain text.
 void answerLine(SoupServerMessage* message, unsigned int status, const std::string& line);
 

@@ -116,6 +116,7 @@ void layOutPackage(const fs::path& root, const fs::path& source_tree) {
     fs::create_directories(package);
     linkFiles(source_tree / "models", package, {".onnx", ".json"});
     linkFiles(source_tree / "package", package, {".json"});
+    fs::create_directory_symlink(fs::absolute(source_tree / "web"), package / "html");
   }
 }
 

@@ -12,6 +12,9 @@ void checkCombination(const LaunchRequest& request) {
   if (!request.source && request.settings) {
     throw UsageError("--settings is for a source of yours; the demo has its own");
   }
+  if (request.password_file && !request.user) {
+    throw UsageError("--password-file is for a user: give --user NAME");
+  }
   if (request.reset && *request.reset != "floor") {
     throw UsageError("--reset can only put back: floor");
   }
@@ -56,6 +59,12 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
       value(request.truth, option);
     } else if (option == "--reset" && !request.replay) {
       value(request.reset, option);
+    } else if (option == "--listen" && !request.replay) {
+      value(request.listen, option);
+    } else if (option == "--user" && !request.replay) {
+      value(request.user, option);
+    } else if (option == "--password-file" && !request.replay) {
+      value(request.password_file, option);
     } else if (option == "--state") {
       value(request.state, option);
     } else {
@@ -73,8 +82,12 @@ const char* usage() {
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --state DIR               keeps parameters, events and log there
+  --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; one that other machines reach needs a user
+  --user NAME               asks for this name and a password before the page is shown; the password is typed, or
+                            comes from VELMOR_PASSWORD or from the first line of --password-file FILE
   --json                    replay: one JSON object a line on standard output, nothing else
   --truth FILE              replay: the true people of a rendered recording instead of what the networks see
+The page is plain http: the password is never sent, but whoever listens on the network sees the pictures.
 Ctrl-C ends a run.
 )";
 }

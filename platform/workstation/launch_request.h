@@ -15,13 +15,16 @@ struct UsageError : std::runtime_error {
 
 struct LaunchRequest {
   bool help = false;
-  bool replay = false;                  ///< as fast as the machine can, on the recording's clock
-  bool json = false;                    ///< replay only: one JSON object a line on standard output
-  std::optional<std::string> source;    ///< a video, a URI or a camera's description (*.json); none: the demo
-  std::optional<std::string> settings;  ///< JSON file of what the installer has set
-  std::optional<std::string> truth;     ///< replay only: the true people instead of the networks'
-  std::optional<std::string> state;     ///< state directory instead of the usual one
-  std::optional<std::string> reset;     ///< "floor": stored settings that are put back, instead of a run
+  bool replay = false;                       ///< as fast as the machine can, on the recording's clock
+  bool json = false;                         ///< replay only: one JSON object a line on standard output
+  std::optional<std::string> source;         ///< a video, a URI or a camera's description (*.json); none: the demo
+  std::optional<std::string> settings;       ///< JSON file of what the installer has set
+  std::optional<std::string> truth;          ///< replay only: the true people instead of the networks'
+  std::optional<std::string> state;          ///< state directory instead of the usual one
+  std::optional<std::string> listen;         ///< ADDRESS:PORT of the page instead of the usual one
+  std::optional<std::string> user;           ///< who may see the page; none: whoever reaches it
+  std::optional<std::string> password_file;  ///< the user's password is its first line
+  std::optional<std::string> reset;          ///< "floor": stored settings that are put back, instead of a run
 };
 
 /// The command line without the program's name. Throws UsageError.

@@ -20,6 +20,7 @@
 #include "platform/workstation/floor_reset.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
+#include "platform/workstation/launch_web.h"
 
 namespace {
 
@@ -81,9 +82,25 @@ sigset_t passedOnSignals() {
   return set;
 }
 
+/// The reading end of a pipe that holds the password; none without one. Neither the command line nor the environment
+/// of the program shows it.
+workstation::FileDescriptor pipeWith(const std::string& password) {
+  if (password.empty()) {
+    return workstation::FileDescriptor();
+  }
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw std::runtime_error(std::string("the password cannot be handed on: ") + std::strerror(errno));
+  }
+  workstation::FileDescriptor reading(ends[0]);
+  const workstation::FileDescriptor writing(ends[1]);
+  workstation::writeAll(writing.get(), password.data(), password.size());
+  return reading;
+}
+
 /// In the child: only calls that are safe between fork and exec in a process with threads.
-[[noreturn]] void become(const char* program, char* const* arguments, char* const* environment, int lock,
-                         pid_t launcher, const sigset_t& mask) {
+[[noreturn]] void become(const char* program, char* const* arguments, char* const* environment,
+                         std::array<int, 2> inherited, pid_t launcher, const sigset_t& mask) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != launcher) {
@@ -93,18 +110,24 @@ sigset_t passedOnSignals() {
     ::signal(signal, SIG_DFL);
   }
   ::sigprocmask(SIG_SETMASK, &mask, nullptr);
-  ::fcntl(lock, F_SETFD, 0);
+  for (const int descriptor : inherited) {
+    ::fcntl(descriptor, F_SETFD, 0);
+  }
   ::execve(program, arguments, environment);
   _exit(kSignalBase - 1);
 }
 
-pid_t start(const LaunchPlan& plan) {
+pid_t start(const LaunchPlan& plan, const std::string& password) {
   const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / plan.program;
   if (::access(program.c_str(), X_OK) != 0) {
     throw std::runtime_error(program.string() + ": the program is missing; build it with ./run");
   }
   std::vector<std::string> arguments{program.string()};
   std::vector<std::string> variables = environmentFor(plan);
+  const workstation::FileDescriptor secret = pipeWith(password);
+  if (secret.get() >= 0) {
+    variables.push_back("VELMOR_PASSWORD_FD=" + std::to_string(secret.get()));
+  }
   const auto argument_pointers = pointersTo(arguments);
   const auto variable_pointers = pointersTo(variables);
   // A signal that comes between fork and g_child would be lost.
@@ -114,7 +137,8 @@ pid_t start(const LaunchPlan& plan) {
   const pid_t launcher = ::getpid();
   const pid_t child = ::fork();
   if (child == 0) {
-    become(program.c_str(), argument_pointers.data(), variable_pointers.data(), plan.place.lock(), launcher, before);
+    become(program.c_str(), argument_pointers.data(), variable_pointers.data(), {plan.place.lock(), secret.get()},
+           launcher, before);
   }
   g_child = child;
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
@@ -124,15 +148,23 @@ pid_t start(const LaunchPlan& plan) {
   return child;
 }
 
-/// The child's exit status; 128 and the signal's number when a signal ended it.
-int waitFor(pid_t child) {
+/// The child's exit status; 128 and the signal's number, and a line, when a signal ended it.
+int waitFor(pid_t child, const std::filesystem::path& state) {
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
       throw std::runtime_error(std::string("the program's end cannot be learned: ") + std::strerror(errno));
     }
   }
-  return WIFSIGNALED(status) ? kSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
+  if (!WIFSIGNALED(status)) {
+    return WEXITSTATUS(status);
+  }
+  const int signal = WTERMSIG(status);
+  if (std::find(kPassedOn.begin(), kPassedOn.end(), signal) == kPassedOn.end()) {
+    std::fprintf(stderr, "The program was ended by signal %d (%s); its log is %s\n", signal, ::strsignal(signal),
+                 (state / "system.log").c_str());
+  }
+  return kSignalBase + signal;
 }
 
 /// What a user must know before the first event, and where to look afterwards.
@@ -155,10 +187,12 @@ int run(const std::vector<std::string>& arguments) {
     std::fputs(workstation::resetFloor(request, sourceTree()).c_str(), stdout);
     return 0;
   }
-  const LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
+  const workstation::WebAccess access = workstation::webAccess(request);
+  LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
+  plan.environment.insert(access.environment.begin(), access.environment.end());
   announce(request, plan);
   const workstation::StartWatch watch(plan.place.directory());
-  const int status = waitFor(start(plan));
+  const int status = waitFor(start(plan, access.password), plan.place.directory());
   if (status != 0 && watch.failedOnFloor()) {
     std::fputs(workstation::floorAdvice(request, sourceTree(), plan.place.directory()).c_str(), stderr);
   }

@@ -8,6 +8,7 @@
 #include "platform/workstation/launch_media.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
+#include "platform/workstation/launch_web.h"
 #include "platform/workstation/stored_parameters.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"
@@ -39,10 +40,53 @@ TEST(CommandLine, NamesSourceAndMode) {
 
 TEST(CommandLine, RefusesWhatItCannotObey) {
   for (const char* line : {"replay", "replay --json", "--json", "--truth t", "--source", "--source a --source b",
-                           "demo", "replay a --source b", "--reset", "--reset beds", "replay a --reset floor",
-                           "--settings s", "replay demo --settings s", "--state"}) {
+                           "demo", "replay a --source b", "replay a --listen 127.0.0.1:0", "replay a --user x",
+                           "--password-file p", "--password x", "--listen a --listen b", "--reset", "--reset beds",
+                           "replay a --reset floor", "--settings s", "replay demo --settings s", "--state"}) {
     EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
   }
+}
+
+/// What becomes of a command line, as listen address, user and password, or the refusal.
+std::string accessOf(const std::string& line) {
+  try {
+    const WebAccess access = webAccess(parseCommandLine(words(line)));
+    const auto get = [&access](const char* name) {
+      const auto found = access.environment.find(name);
+      return found == access.environment.end() ? "-" : found->second;
+    };
+    return get("VELMOR_LISTEN") + " " + get("VELMOR_USER") + " " + access.password;
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+TEST(PageAccess, StaysOnThisMachineUnlessAUserIsAskedFor) {
+  const StateFolder folder;
+  folder.write("password", "from file\r\nsecond line\n");
+  folder.write("empty", "\n");
+  folder.write("long", std::string(1025, 'x'));
+  const std::string file = " --password-file " + folder.path().string() + "/";
+  EXPECT_EQ(accessOf(""), "127.0.0.1:8080-8099 - ");
+  EXPECT_EQ(accessOf("replay demo"), "- - ");
+  EXPECT_EQ(accessOf("--listen localhost:0"), "127.0.0.1:0 - ");
+  EXPECT_NE(accessOf("--listen 0.0.0.0:0").find("give --user NAME and a password"), std::string::npos);
+  EXPECT_EQ(accessOf("--listen 0.0.0.0:0 --user ward" + file + "password"), "0.0.0.0:0 ward from file");
+  ::setenv("VELMOR_PASSWORD", "from environment", 1);
+  EXPECT_EQ(accessOf("--listen [::]:0 --user ward"), "[::]:0 ward from environment");
+  EXPECT_EQ(accessOf("--user ward" + file + "password"), "127.0.0.1:8080-8099 ward from file");
+  EXPECT_NE(accessOf("--listen 0.0.0.0:0").find("give --user NAME"), std::string::npos) << "a password is not enough";
+  ::setenv("VELMOR_PASSWORD", "", 1);
+  EXPECT_NE(accessOf("--user ward").find("must have 1 to 1024 bytes"), std::string::npos);
+  ::unsetenv("VELMOR_PASSWORD");
+  for (const char* bad : {"empty", "long"}) {
+    EXPECT_NE(accessOf("--user ward" + file + bad).find("must have 1 to 1024 bytes"), std::string::npos) << bad;
+  }
+  EXPECT_NE(accessOf("--user ward" + file + "none").find("there is no such file"), std::string::npos);
+  EXPECT_NE(accessOf("--user wa:rd" + file + "password").find("no colon"), std::string::npos);
+  EXPECT_NE(accessOf("--listen nowhere:80").find("is not an address"), std::string::npos);
+  EXPECT_NE(accessOf("--listen 192.0.2.1:0 --user ward" + file + "password").find("cannot be listened on"),
+            std::string::npos);
 }
 
 TEST(StateName, TellsSourcesApart) {
@@ -110,6 +154,7 @@ TEST_F(Launch, LaysOutTheDemo) {
     const std::filesystem::path package = plan.environment.at("VELMOR_ROOT") + folder;
     EXPECT_EQ(std::filesystem::canonical(package / "d.onnx"), m_tree / "models/d.onnx");
     EXPECT_TRUE(std::filesystem::exists(package / "manifest.json"));
+    EXPECT_EQ(std::filesystem::read_symlink(package / "html"), m_tree / "web");
   }
 }
 
