@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "app/truncate.h"
+#include "overlay/letters.h"
 #include "overlay/overlay_manager.h"
 
 namespace {
@@ -13,9 +14,9 @@ namespace {
 constexpr int kFarAway = 1 << 20;
 constexpr double kFullCircle = 6.283184;  // radians
 
-constexpr int kSquare = 4;                                 // pixels on a side of a checkered pattern's square
-constexpr int kBoard = 2 * kSquare;                        // pixels on a side of the pattern
-using Board = std::array<std::uint32_t, kBoard * kBoard>;  // cairo's ARGB32, in the machine's byte order
+constexpr int kSquare = 4;                    // pixels on a side of a checkered pattern's square
+constexpr int kBoard = 2 * kSquare;           // pixels on a side of the pattern
+using Board = std::array<std::uint32_t, 64>;  // its pixels, cairo's ARGB32 in the machine's byte order
 
 constexpr Board checkerboard(std::uint32_t color) {
   constexpr std::uint32_t kWhite = 0xFFFFFFFF;
@@ -57,9 +58,13 @@ double near(float pixels) {
 }
 
 /// What all drawing begins with.
-void begin(cairo_t* cairo, int color, int width) {
+void begin(cairo_t* cairo, int color) {
   cairo_set_operator(cairo, CAIRO_OPERATOR_SOURCE);
   OverlayManager::usePaletteColor(cairo, color, 1.0);
+}
+
+void begin(cairo_t* cairo, int color, int width) {
+  begin(cairo, color);
   cairo_set_line_width(cairo, near(width));
 }
 
@@ -77,28 +82,6 @@ void fillCheckered(cairo_t* cairo, int color) {
   cairo_fill_preserve(cairo);
   cairo_restore(cairo);
   cairo_pattern_destroy(pattern);
-}
-
-/// Calls `draw` with the path of each letter in turn: several times faster than the path of the whole text.
-template <typename Draw>
-void forEachLetter(cairo_t* cairo, const std::string& text, int x, int y, Draw draw) {
-  cairo_glyph_t* letters = nullptr;
-  int count = 0;
-  cairo_scaled_font_text_to_glyphs(cairo_get_scaled_font(cairo), near(x), near(y), text.c_str(), -1, &letters, &count,
-                                   nullptr, nullptr, nullptr);
-  for (int i = 0; i < count; ++i) {
-    cairo_glyph_path(cairo, letters + i, 1);
-    draw(cairo);
-  }
-  cairo_glyph_free(letters);
-}
-
-/// Filled in a colour, the source of which stays for the outline.
-void fillText(cairo_t* cairo, const std::string& text, int x, int y, int color) {
-  constexpr int kOutlineWidth = 1;
-  begin(cairo, color, kOutlineWidth);
-  cairo_new_path(cairo);
-  forEachLetter(cairo, text, x, y, cairo_fill);
 }
 
 float streamLength(const RenderingContext& context, int length) { return static_cast<float>(length) * context.scaleX; }
@@ -186,14 +169,16 @@ void OverlayManager::drawBox(cairo_t* cairo, int x, int y, int color, int width,
 }
 
 void OverlayManager::drawText(cairo_t* cairo, const std::string& text, int x, int y, int color) {
-  fillText(cairo, text, x, y, color);
+  begin(cairo, color);
+  fillLetters(cairo, text, near(x), near(y));
   usePaletteColor(cairo, Black, 1.0);
-  forEachLetter(cairo, text, x, y, cairo_stroke);
+  outlineLetters(cairo, text, near(x), near(y));
 }
 
 void OverlayManager::drawTextNoOutline(cairo_t* cairo, const std::string& text, int x, int y, int color) {
-  fillText(cairo, text, x, y, color);
-  forEachLetter(cairo, text, x, y, cairo_stroke);
+  begin(cairo, color);
+  fillLetters(cairo, text, near(x), near(y));
+  outlineLetters(cairo, text, near(x), near(y));
 }
 
 void OverlayManager::drawLine(const RenderingContext& context, int x0, int y0, int x1, int y1, int color, int width) {

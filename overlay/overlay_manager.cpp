@@ -157,7 +157,7 @@ int OverlayManager::createOverlay(int width, int height) {
   return id;
 }
 
-bool OverlayManager::renderFindings() {
+bool OverlayManager::renderFindings() const {
   if (!m_isOpen) {
     return false;
   }

@@ -5,12 +5,12 @@
 #include <cairo.h>
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "app/common_structs.h"
 #include "pose/skeleton.h"
@@ -20,7 +20,10 @@ struct Resolution {
   unsigned int width = 0;
   unsigned int height = 0;
 
-  auto operator<=>(const Resolution&) const = default;
+  bool operator==(const Resolution&) const = default;
+  bool operator<(const Resolution& other) const {
+    return std::tie(width, height) < std::tie(other.width, other.height);
+  }
 };
 
 struct OverlayRenderOptions {
@@ -139,7 +142,7 @@ class OverlayManager {
   OverlayManager& operator=(const OverlayManager&) = delete;
 
   /// Asks for the overlay to be drawn anew; false after a log line, or when there is none.
-  bool renderFindings();
+  bool renderFindings() const;
 
   /// Every size in which the camera delivers streams; empty when it does not tell.
   static std::set<Resolution> getCameraResolutions();

@@ -54,13 +54,13 @@ Point centreOfHead(const Skeleton& skeleton, int distance) {
   const auto [x, y] = skeleton.superior;
   switch (skeleton.detectorRotation) {
     case 90:
-      return {moved(x, -distance), y};
+      return {moved(x, -distance), moved(y, 0)};
     case 180:
-      return {x, moved(y, distance)};
+      return {moved(x, 0), moved(y, distance)};
     case 270:
-      return {moved(x, distance), y};
+      return {moved(x, distance), moved(y, 0)};
     default:
-      return {x, moved(y, -distance)};
+      return {moved(x, 0), moved(y, -distance)};
   }
 }
 
@@ -223,9 +223,12 @@ void OverlayManager::renderCallback(gpointer rendering_context, gint id, axoverl
   constexpr float kFontShare = 0.03F;
   constexpr int kThinnestLine = 3;  // pixels
   constexpr int kSmallestFont = 16;
+  if (id != m_OverlayID) {
+    return;  // another's overlay comes with another's data
+  }
   const StreamType type = static_cast<const OverlayInfo*>(user_data)->getStreamType(
       static_cast<unsigned int>(stream->width), static_cast<unsigned int>(stream->height));
-  if (id != m_OverlayID || type == StreamType::OtherStream) {
+  if (type == StreamType::OtherStream) {
     return;
   }
   auto* const cairo = static_cast<cairo_t*>(rendering_context);

@@ -292,13 +292,17 @@ TEST_F(Overlay, ThePictureIsCentredTurnedAndMirrored) {
 }
 
 TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
-  for (const auto& [width, height, rotation] :
-       {std::tuple{1280, 720, 0}, {1280, 720, 90}, {1280, 720, 270}, {1280, 720, 180}, {1920, 1080, 90}}) {
+  for (axoverlay_stream_data stream : {axoverlay_stream_data{1, 1, 1280, 720, 0, FALSE, {}},
+                                       {1, 1, 1280, 720, 90, FALSE, {}},
+                                       {1, 1, 1280, 720, 270, FALSE, {}},
+                                       {1, 1, 1280, 720, 180, FALSE, {}},
+                                       {1, 1, 1920, 1080, 90, FALSE, {}}}) {
+    const int width = stream.width, height = stream.height, rotation = stream.rotation;
     OverlayManager::SetOverlayStreamResolution(static_cast<unsigned>(width), static_cast<unsigned>(height));
     const auto status = [&](int code, int time_ms) {
       g_StatusCode = code;
       g_ExecutionTime = time_ms;
-      return drawn({1, 1, width, height, rotation, FALSE, {}}).find(P::kWhite);
+      return drawn(stream).find(P::kWhite);
     };
     const int fontSize = height * 3 / 100;
     const int bottom = rotation % 180 == 0 ? height : width;
@@ -437,7 +441,7 @@ TEST_F(Overlay, TheManagerLivesWithWhateverFails) {
     capturedLog().clear();
     m_manager = std::make_unique<OverlayManager>();
     EXPECT_TRUE(hasLogged(LOG_ERR, line)) << call;
-    EXPECT_EQ(m_manager->renderFindings(), fakeOverlays().failingCalls.count("axoverlay_redraw") == 0) << call;
+    EXPECT_EQ(m_manager->renderFindings(), !fakeOverlays().failingCalls.contains("axoverlay_redraw")) << call;
     EXPECT_EQ(capturedLog().size(), 1U) << call;
     m_manager.reset();
     EXPECT_EQ(fakeOverlays().liveOverlays, 0) << call;
