@@ -1,0 +1,107 @@
+/** Debian's Chromium on the program's page, found by roles and names as a user of it would. */
+import { readFile } from "node:fs/promises";
+import { createRequire } from "node:module";
+import assert from "node:assert/strict";
+import { chromium } from "playwright-core";
+
+/** How an event that is active, or that is known, looks in its card; a sign goes before the words. */
+export const ACTIVE = /^\W*Active$/;
+export const KNOWN = /^\W*(Active|Not active)$/;
+
+/** For what a loaded machine with sanitizers takes; no test passes sooner by a smaller one. */
+const PATIENCE_MS = 60000;
+
+const FLAGS = [
+  "--no-sandbox",
+  "--disable-gpu",
+  "--disable-quic",
+  "--no-first-run",
+  "--disable-background-networking",
+  "--disable-component-update",
+  "--disable-sync",
+];
+
+export function openBrowser(flags = []) {
+  return chromium.launch({
+    executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
+    headless: true,
+    args: [...FLAGS, ...flags],
+  });
+}
+
+/**
+ * A page of a user who has never been here. `page.complaints` gathers what the browser complains about: exceptions,
+ * broken rules of the content security policy, missing files.
+ */
+export async function openPage(browser, address, { width = 1280, height = 900, ...options } = {}) {
+  const context = await browser.newContext({ viewport: { width, height }, ...options });
+  context.setDefaultTimeout(PATIENCE_MS);
+  const page = await context.newPage();
+  page.complaints = [];
+  page.on("pageerror", (error) => page.complaints.push(String(error)));
+  page.on("console", (message) => message.type() === "error" && page.complaints.push(message.text()));
+  page.on("dialog", (dialog) => {
+    page.complaints.push(`dialog: ${dialog.message()}`);
+    dialog.dismiss();
+  });
+  await page.goto(address.href, { waitUntil: "domcontentloaded" });
+  return page;
+}
+
+/** The same for somebody who knows the page: in the Set up view, without the guide. */
+export async function openSetup(browser, address, options) {
+  const page = await openPage(browser, address, options);
+  await page.getByRole("button", { name: "Skip the guide" }).click();
+  await page
+    .getByRole("navigation", { name: "Views" })
+    .getByRole("link", { name: /^Set up/ })
+    .click();
+  await pictureIsLive(page, "Live picture of the room");
+  return page;
+}
+
+export function noComplaints(page) {
+  assert.deepEqual(page.complaints, []);
+}
+
+/** Waits until the page's live picture shows a picture. */
+export async function pictureIsLive(page, name) {
+  const picture = page.getByRole("img", { name });
+  await picture.waitFor();
+  await page.waitForFunction((image) => image.naturalWidth > 0, await picture.elementHandle());
+  await page.getByText("Waiting for the camera's picture.").waitFor({ state: "detached" });
+  return picture;
+}
+
+/** Saves and waits for what the page says about it. */
+export async function save(page, expected = /Saved and read back at/) {
+  await page.getByRole("button", { name: "Save" }).click();
+  await page.getByRole("region", { name: "Saving" }).getByText(expected).waitFor();
+}
+
+/** The handle of a corner, a floor point or the figure. */
+export const handle = (page, name) => page.getByRole("slider", { name, exact: true });
+
+/** Drags a handle to a point of the analysis picture, in shares of its width and height. */
+export async function drag(page, name, x, y) {
+  const picture = await page.getByRole("img", { name: "Live picture of the room" }).boundingBox();
+  const from = await handle(page, name).boundingBox();
+  await page.mouse.move(from.x + from.width / 2, from.y + from.height / 2);
+  await page.mouse.down();
+  await page.mouse.move(picture.x + x * picture.width, picture.y + y * picture.height, { steps: 4 });
+  await page.mouse.up();
+}
+
+/** Where a handle says that it is: [across, down]. */
+export async function whereabouts(page, name) {
+  return (await handle(page, name).getAttribute("aria-valuetext")).match(/\d+/g).map(Number);
+}
+
+const axeSource = readFile(createRequire(import.meta.url).resolve("axe-core/axe.min.js"), "utf8");
+
+/** What axe finds wrong with the page as it is now. */
+export async function axeViolations(page) {
+  await page.evaluate(await axeSource);
+  const { violations } = await page.evaluate(() => window.axe.run(document, { resultTypes: ["violations"] }));
+  return violations.flatMap(({ id, nodes }) => nodes.map((node) => `${id}: ${node.target} ${node.failureSummary}`));
+}

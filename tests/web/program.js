@@ -1,0 +1,155 @@
+/** The real program, started as a user starts it, and a connection to it that can be cut. */
+import { spawn } from "node:child_process";
+import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
+import { createConnection, createServer } from "node:net";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { fileURLToPath } from "node:url";
+
+const ROOT = fileURLToPath(new URL("../..", import.meta.url));
+const PROGRAMS = process.env.VELMOR_PROGRAMS ?? join(ROOT, "build/release/bin");
+const DEMO = join(ROOT, "simulator/demo");
+const START_MS = 60000;
+const STOP_MS = 30000;
+
+/** For programs built with sanitizers; leaks are told apart by their whole call stacks. */
+const SANITIZERS = {
+  ASAN_OPTIONS: "fast_unwind_on_malloc=0",
+  LSAN_OPTIONS: `suppressions=${join(ROOT, "tests/demo/leaks.supp")}:print_suppressions=0`,
+};
+
+/** What a camera is, and nothing that an installer has set. */
+export async function demoCamera() {
+  const { product_name, focal_length_um, rotation } = JSON.parse(await readFile(join(DEMO, "demo.settings.json")));
+  return { source: join(DEMO, "demo.mp4"), loop: true, product_name, focal_length_um, rotation };
+}
+
+/** The demo's settings: what an installer of that room would set. */
+export async function demoParameters() {
+  return JSON.parse(await readFile(join(DEMO, "demo.settings.json"))).parameters;
+}
+
+/**
+ * Starts the program on a camera's description and waits until its page has an address.
+ * @param {object} camera
+ * @returns {Promise<RunningProgram>}
+ */
+export async function startProgram(camera) {
+  const folder = await mkdtemp(join(tmpdir(), "velmor-page-"));
+  const description = join(folder, "camera.json");
+  await writeFile(description, JSON.stringify(camera));
+  const state = join(folder, "state");
+  const words = ["--source", description, "--state", state, "--listen", "127.0.0.1:0"];
+  const child = spawn(join(PROGRAMS, "velmor_run"), words, {
+    env: { ...process.env, ...SANITIZERS, VELMOR_SOURCE_DIR: ROOT },
+    stdio: ["ignore", "pipe", "pipe"],
+  });
+  const program = new RunningProgram(child, folder, state);
+  try {
+    await program.started();
+  } catch (error) {
+    await program.stop().catch(() => {});
+    throw error;
+  }
+  return program;
+}
+
+class RunningProgram {
+  constructor(child, folder, state) {
+    this.child = child;
+    this.folder = folder;
+    this.state = state;
+    this.output = "";
+    this.page = null;
+    this.stopping = false;
+    this.ended = new Promise((resolve) =>
+      child.once("close", (code, signal) => {
+        if (!this.stopping) console.error(`the program ended by itself with ${code ?? signal}:\n${this.output}`);
+        resolve({ code, signal });
+      }),
+    );
+  }
+
+  /** Waits for the page's address. */
+  started() {
+    return new Promise((resolve, reject) => {
+      const timer = setTimeout(() => reject(new Error(`no address of a page:\n${this.output}`)), START_MS);
+      const take = (chunk) => {
+        this.output += chunk;
+        const match = /^Page: (http:\S+)/m.exec(this.output);
+        if (!match || this.page) return;
+        clearTimeout(timer);
+        this.page = new URL(match[1]);
+        resolve();
+      };
+      this.child.stdout.on("data", take);
+      this.child.stderr.on("data", take);
+      this.child.once("error", reject);
+      this.ended.then(({ code, signal }) => reject(new Error(`ended with ${code ?? signal}:\n${this.output}`)));
+    });
+  }
+
+  /** The answer to a request to the program's handler, as a well-behaved client sends it. */
+  async ask(action, parameters = "") {
+    const url = new URL(`/local/velmor_care/control.cgi?action=${action}${parameters && `&${parameters}`}`, this.page);
+    const answer = await fetch(url, { headers: { "X-Requested-With": "test" } });
+    if (!answer.ok) throw new Error(`${action}: ${answer.status} ${await answer.text()}`);
+    return answer.text();
+  }
+
+  /** The file in which the program keeps its settings. */
+  stored() {
+    return readFile(join(this.state, "parameters.conf"), "utf8");
+  }
+
+  /** Ends the program in order; throws when it does not end, or not well. */
+  async stop() {
+    this.stopping = true;
+    this.child.kill("SIGTERM");
+    const timer = setTimeout(() => this.child.kill("SIGKILL"), STOP_MS);
+    const { code, signal } = await this.ended;
+    clearTimeout(timer);
+    await rm(this.folder, { recursive: true, force: true });
+    if (code !== 0) throw new Error(`the program ended with ${code ?? signal}:\n${this.output}`);
+  }
+}
+
+/** A port that passes everything on to another one, until the connection is cut. */
+export class Cable {
+  constructor(target) {
+    this.target = target;
+    this.sockets = new Set();
+    this.server = createServer((near) => {
+      const far = createConnection(this.target, "127.0.0.1");
+      for (const [socket, other] of [
+        [near, far],
+        [far, near],
+      ]) {
+        this.sockets.add(socket);
+        socket.on("error", () => {});
+        socket.on("close", () => {
+          this.sockets.delete(socket);
+          other.destroy();
+        });
+        socket.pipe(other);
+      }
+    });
+  }
+
+  /** @returns {Promise<number>} the port to connect to */
+  plug(port = this.port ?? 0) {
+    return new Promise((resolve, reject) => {
+      this.server.once("error", reject);
+      this.server.listen(port, "127.0.0.1", () => {
+        this.port = this.server.address().port;
+        resolve(this.port);
+      });
+    });
+  }
+
+  cut() {
+    const closed = new Promise((resolve) => this.server.close(resolve));
+    this.sockets.forEach((socket) => socket.destroy());
+    return closed;
+  }
+}
