@@ -139,8 +139,11 @@ export class Program extends EventTarget {
 
   async ask() {
     const code = await this.control.statusCode();
+    // The code alone says most, and each request may wait for the end of a cycle.
+    if (this.status.code === null) this.succeeded({ ...this.status, code, connected: true });
     const executionTime = await this.control.executionTime();
-    const text = code === this.status.code ? this.status.text : await this.control.statusText();
+    const known = code === this.status.code ? this.status.text : null;
+    const text = known ?? (await this.control.statusText());
     return { code, text, executionTime, connected: true };
   }
 

@@ -96,8 +96,9 @@ test("one failure is no lost connection, two are, and the first answer brings it
     await program.poll();
     program.stop();
   }
+  // The first answer is told as soon as there is a code, and again with the rest.
   const [fine, gone] = ["status true 200", "status false 200"];
-  assert.deepEqual(told, [fine, fine, gone, "lost false 200", gone, fine, "back true 200"]);
+  assert.deepEqual(told, [fine, fine, fine, gone, "lost false 200", gone, fine, "back true 200"]);
   assert.deepEqual(program.status, { code: 200, text: "AI", executionTime: 200, connected: true });
 });
 
