@@ -5,6 +5,14 @@ import { Control, Program, cameraAppearance, saveAndCheck } from "../../../web/a
 import { parseSettings } from "../../../web/wire.js";
 import { StoredSettings } from "./stored.js";
 
+/** Node 18 has none. */
+globalThis.CustomEvent ??= class extends Event {
+  constructor(type, { detail }) {
+    super(type);
+    this.detail = detail;
+  }
+};
+
 const SIZE = { width: 1280, height: 720 };
 
 let server;
