@@ -5,7 +5,6 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <stdexcept>
 
@@ -29,23 +28,24 @@ void check(int status) {
 
 /// The mean of a block, written over it.
 void flatten(BgraPicture& picture, int left, int top, int right, int bottom) {
-  std::array<std::uint32_t, 3> sums{};
+  std::uint32_t blue = 0;
+  std::uint32_t green = 0;
+  std::uint32_t red = 0;
   const auto at = [&](int x, int y) {
     return picture.bytes.data() + std::ptrdiff_t{y} * picture.stride() + std::ptrdiff_t{x} * 4;
   };
   for (int y = top; y < bottom; ++y) {
-    for (const std::uint8_t* pixel = at(left, y); pixel != at(right, y); pixel += 4) {
-      for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += pixel[i];
+    const std::uint8_t* const end = at(right, y);
+    for (const std::uint8_t* pixel = at(left, y); pixel != end; pixel += 4) {
+      blue += pixel[0];
+      green += pixel[1];
+      red += pixel[2];
     }
   }
   const auto count = static_cast<std::uint32_t>((right - left) * (bottom - top));
-  std::array<std::uint8_t, 4> mean{0, 0, 0, 255};
-  for (std::size_t i = 0; i < sums.size(); ++i) mean[i] = static_cast<std::uint8_t>((sums[i] + count / 2) / count);
-  for (int y = top; y < bottom; ++y) {
-    for (std::uint8_t* pixel = at(left, y); pixel != at(right, y); pixel += 4) {
-      std::copy(mean.begin(), mean.end(), pixel);
-    }
-  }
+  const auto mean = [count](std::uint32_t sum) { return (sum + count / 2) / count; };
+  libyuv::ARGBRect(picture.bytes.data(), picture.stride(), left, top, right - left, bottom - top,
+                   0xFF000000U | mean(red) << 16 | mean(green) << 8 | mean(blue));
 }
 
 /// Where the block that begins at `begin` ends.

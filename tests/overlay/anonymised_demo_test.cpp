@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "analysis/FindingsHistory.h"
 #include "analysis/detection_processing.h"
@@ -129,10 +129,11 @@ class AnonymisedDemo : public testing::TestWithParam<Mount> {
   std::unique_ptr<VdoStream, decltype(&g_object_unref)> m_stream{nullptr, &g_object_unref};
 };
 
-/// The alpha byte of a pixel.
-std::uint8_t opacityAt(const BgraPicture& overlay, int x, int y) {
-  return overlay.bytes.at(
-      (static_cast<std::size_t>(y) * static_cast<std::size_t>(overlay.width) + static_cast<std::size_t>(x)) * 4 + 3);
+/// The picture's pixels as 0xAARRGGBB, row by row.
+std::vector<std::uint32_t> pixelsOf(const BgraPicture& picture) {
+  std::vector<std::uint32_t> pixels(picture.bytes.size() / 4);
+  std::memcpy(pixels.data(), picture.bytes.data(), picture.bytes.size());
+  return pixels;
 }
 
 /// How the pixels of a person's box come out on the stream. Lines of other people and the status text may cross the
@@ -146,12 +147,16 @@ struct Cover {
 Cover coverOf(const BgraPicture& picture, const BgraPicture& overlay, const BoundingBox& box, const Mount& mount) {
   const Point a = shownAt(box.topLeft, mount);
   const Point b = shownAt(box.bottomRight, mount);
+  const auto shown = pixelsOf(picture);
+  const auto drawn = pixelsOf(overlay);
   Cover cover;
   for (int y = std::max(0, a.y); y <= std::min(b.y, picture.height - 1); ++y) {
     for (int x = std::max(0, std::min(a.x, b.x)); x <= std::min(std::max(a.x, b.x), picture.width - 1); ++x) {
-      const std::uint32_t colour = colourAt(picture, x, y);
+      const std::size_t place =
+          static_cast<std::size_t>(y) * static_cast<std::size_t>(picture.width) + static_cast<std::size_t>(x);
+      const std::uint32_t colour = shown[place] & 0xFFFFFFU;
       ++cover.all;
-      if (opacityAt(overlay, x, y) != 255 || colour != colourAt(overlay, x, y)) ++cover.open;
+      if (drawn[place] != (0xFF000000U | colour)) ++cover.open;
       if (colour == 0x808080U || colour == 0xFFFFFFU) ++cover.checkered;
     }
   }
@@ -160,13 +165,18 @@ Cover coverOf(const BgraPicture& picture, const BgraPicture& overlay, const Boun
 
 /// Whether every block has one colour where nothing was drawn.
 bool isCoarse(const BgraPicture& picture, const BgraPicture& overlay, int side) {
-  std::map<std::pair<int, int>, std::uint32_t> colours;
-  for (int y = 0; y < picture.height; ++y) {
-    for (int x = 0; x < picture.width; ++x) {
-      if (opacityAt(overlay, x, y) != 0) continue;
-      const std::uint32_t colour = colourAt(picture, x, y);
-      if (colours.emplace(std::pair(x / side, y / side), colour).first->second != colour) return false;
-    }
+  const auto shown = pixelsOf(picture);
+  const auto drawn = pixelsOf(overlay);
+  const int columns = picture.width / side + 1;
+  std::vector<std::uint32_t> blocks(static_cast<std::size_t>(columns) *
+                                    static_cast<std::size_t>(picture.height / side + 1));
+  for (std::size_t i = 0; i < shown.size(); ++i) {
+    if (drawn[i] >> 24 != 0) continue;
+    const int x = static_cast<int>(i) % picture.width;
+    const int y = static_cast<int>(i) / picture.width;
+    std::uint32_t& block = blocks[static_cast<std::size_t>(y / side * columns + x / side)];
+    if (block != 0 && block != shown[i]) return false;  // opaque pixels are never 0
+    block = shown[i];
   }
   return true;
 }
