@@ -1,5 +1,6 @@
 #include "platform/workstation/anonymised_view.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace workstation {
@@ -25,9 +26,16 @@ std::string reasonOfSize(const StreamChoice& choice, std::uint32_t rotation) {
   return "";
 }
 
+/// The program writes its status on every stream that it covers people on: where it has drawn nothing, its notion of
+/// the sizes differs, and there are no masks. From the end, because the status stands at the bottom.
+bool isBlank(const BgraPicture& overlay) {
+  return std::all_of(overlay.bytes.rbegin(), overlay.bytes.rend(), [](std::uint8_t part) { return part == 0; });
+}
+
 }  // namespace
 
 void AnonymisedView::show(AnalysedPicture picture, const StreamChoice& drawn_for, Clock::time_point now) {
+  if (picture.overlay && isBlank(*picture.overlay)) picture.overlay = nullptr;
   const std::scoped_lock lock(m_mutex);
   m_picture = std::move(picture);
   m_version = drawn_for.version;
@@ -47,8 +55,9 @@ AnonymisedView::Sight AnonymisedView::sightAt(const StreamChoice& choice, std::u
   if (std::string reason = reasonOfSize(choice, rotation); !reason.empty()) return {std::move(reason), {}};
   const std::scoped_lock lock(m_mutex);
   if (m_has_failed) return {"The last picture could not be analysed.", {}};
-  if (!m_picture.frame || !m_picture.overlay) return {"No picture has been analysed yet.", {}};
+  if (!m_picture.frame) return {"No picture has been analysed yet.", {}};
   if (m_version != choice.version) return {"It has just been switched on.", {}};
+  if (!m_picture.overlay) return {"People are not covered on it: choose its size again.", {}};
   if (now - m_time > kLongestStall) return {"No picture has been analysed for more than 3 seconds.", {}};
   return {"", m_picture};
 }

@@ -37,7 +37,7 @@ class AnonymisedView {
     }
   };
 
-  /// A cycle is complete, its overlay drawn for the choice in force.
+  /// A cycle is complete, its overlay drawn for the choice in force. An overlay with nothing on it counts as none.
   void show(AnalysedPicture picture, const StreamChoice& drawn_for, Clock::time_point now);
   /// A cycle has ended without a picture.
   void noteFailure();

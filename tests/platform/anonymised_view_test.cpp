@@ -77,7 +77,11 @@ TEST(StreamChoice, IsReadFromTheStoredParameters) {
 class AnonymisedViewTest : public testing::Test {
  protected:
   std::string reason(std::uint32_t rotation = 0) { return m_view.sightAt(m_choice, rotation, m_now).reason; }
-  void showPicture() { m_view.show({frame(), std::make_shared<const BgraPicture>(1280, 720)}, m_choice, m_now); }
+  void showPicture(std::uint8_t opacity = 255) {
+    const auto overlay = std::make_shared<BgraPicture>(1280, 720);
+    overlay->bytes[3] = opacity;
+    m_view.show({frame(), overlay}, m_choice, m_now);
+  }
 
   AnonymisedView m_view;
   StreamChoice m_choice{StreamSize{1920, 1080}, StreamSize{1280, 720}, 1};
@@ -102,7 +106,10 @@ TEST_F(AnonymisedViewTest, ShowsACardUnlessTheLastCycleGaveAPicture) {
   m_choice.version = 2;
   EXPECT_EQ(reason(), "It has just been switched on.");
   m_view.show({frame(), nullptr}, m_choice, m_now);
-  EXPECT_EQ(reason(), "No picture has been analysed yet.") << "no overlay was drawn for it";
+  EXPECT_EQ(reason(), "People are not covered on it: choose its size again.") << "no overlay was drawn for it";
+  showPicture(0);
+  EXPECT_EQ(reason(), "People are not covered on it: choose its size again.") << "the program takes it for another";
+  EXPECT_EQ(m_view.sightAt(m_choice, 0, m_now).picture.frame, nullptr);
 }
 
 TEST_F(AnonymisedViewTest, ShowsACardForASizeWhoseMasksAreMissing) {
