@@ -76,7 +76,7 @@ void drawTenPeople(benchmark::State& state) {
     g_findingsHistory.add(finding);
   }
   const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kWidth, kHeight), cairo_surface_destroy);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const Context cairo(cairo_create(surface.get()), cairo_destroy);
     fakeOverlays().render(cairo.get(), {1, 1, kWidth, kHeight, 0, FALSE, AXOVERLAY_STREAM_JPEG});
     cairo_surface_flush(surface.get());
