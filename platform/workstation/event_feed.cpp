@@ -25,12 +25,8 @@ using nlohmann::ordered_json;
 
 constexpr const char* kPath = "/platform/events";
 constexpr std::chrono::hours kHistory{12};
-constexpr size_t kMostChanges = 2000;
 /// Of the journal's end; more than so many changes take.
 constexpr off_t kTailBytes = 1 << 20;
-constexpr size_t kMostViewers = 16;
-/// More than the longest state. What a viewer has not read by then it never will.
-constexpr size_t kMostUnsentBytes = 1 << 20;
 constexpr guint kSignOfLife_s = 15;
 
 struct EventState {
@@ -84,11 +80,11 @@ std::optional<ordered_json> changeIn(std::string_view line, double oldest, std::
   return changeOf(record.at("seq"), record.at("event"), record.at("active"), record.at("time"));
 }
 
-ordered_json historyUpTo(std::uint64_t last, const std::filesystem::path& journal, TimeStamp now) {
+ordered_json historyUpTo(std::uint64_t last, const std::filesystem::path& journal, TimeStamp now, size_t changes) {
   const std::string tail = tailOf(journal);
   const double oldest = secondsOf(now - kHistory);
   std::vector<ordered_json> newest_first;
-  for (std::string_view rest = tail; !rest.empty() && newest_first.size() < kMostChanges;) {
+  for (std::string_view rest = tail; !rest.empty() && newest_first.size() < changes;) {
     rest.remove_suffix(1);
     const size_t start = rest.rfind('\n') + 1;
     try {
@@ -107,7 +103,7 @@ ordered_json historyUpTo(std::uint64_t last, const std::filesystem::path& journa
 /// All but post() runs on the server's thread.
 class EventFeed::Implementation {
  public:
-  Implementation(HttpServer& server, std::filesystem::path journal);
+  Implementation(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits);
   ~Implementation();
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
@@ -131,12 +127,17 @@ class EventFeed::Implementation {
 
   HttpServer& m_server;
   std::filesystem::path m_journal;
+  EventFeedLimits m_limits;
   std::list<Viewer> m_viewers;
   GSource* m_sign_of_life;
 };
 
-EventFeed::Implementation::Implementation(HttpServer& server, std::filesystem::path journal)
-    : m_server(server), m_journal(std::move(journal)), m_sign_of_life(g_timeout_source_new_seconds(kSignOfLife_s)) {
+EventFeed::Implementation::Implementation(HttpServer& server, std::filesystem::path journal,
+                                          const EventFeedLimits& limits)
+    : m_server(server),
+      m_journal(std::move(journal)),
+      m_limits(limits),
+      m_sign_of_life(g_timeout_source_new_seconds(kSignOfLife_s)) {
   server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) { welcome(message); });
   g_source_set_callback(
       m_sign_of_life,
@@ -174,7 +175,7 @@ void EventFeed::Implementation::post(std::uint64_t number, const EventRecord& re
 }
 
 void EventFeed::Implementation::welcome(SoupServerMessage* message) {
-  if (m_viewers.size() >= kMostViewers) {
+  if (m_viewers.size() >= m_limits.viewers) {
     answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many viewers of the events; close a page.");
     return;
   }
@@ -212,14 +213,16 @@ std::string EventFeed::Implementation::stateMessage(std::uint64_t& last) const {
     }
   }
   const TimeStamp now = ticker_clock::now();
-  const ordered_json state = {
-      {"time", utcText(now)}, {"seq", last}, {"events", events}, {"history", historyUpTo(last, m_journal, now)}};
+  const ordered_json state = {{"time", utcText(now)},
+                              {"seq", last},
+                              {"events", events},
+                              {"history", historyUpTo(last, m_journal, now, m_limits.changes)}};
   return "retry: 2000\nid: " + std::to_string(last) + "\nevent: state\ndata: " + oneLine(state) + "\n\n";
 }
 
 void EventFeed::Implementation::send(Viewer& viewer, const std::string& text) {
   viewer.unsent += text.size();
-  if (viewer.unsent > kMostUnsentBytes) {
+  if (viewer.unsent > m_limits.unsent_bytes) {
     dropConnection(viewer.message);
     return;
   }
@@ -247,8 +250,8 @@ void EventFeed::Implementation::release(std::list<Viewer>::iterator viewer) {
   g_object_unref(message);
 }
 
-EventFeed::EventFeed(HttpServer& server, std::filesystem::path journal)
-    : m_implementation(std::make_unique<Implementation>(server, std::move(journal))) {}
+EventFeed::EventFeed(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits)
+    : m_implementation(std::make_unique<Implementation>(server, std::move(journal), limits)) {}
 
 EventFeed::~EventFeed() = default;
 

@@ -11,6 +11,7 @@
 // data: {"seq": 8, "name": "Fall Detected", "active": false, "time": "2026-03-01T12:00:40.000Z"}
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -27,12 +28,17 @@ void resetEvents(std::uint64_t last);
 /// order of the numbers.
 void publishEvent(std::uint64_t number, const EventRecord& record);
 
-/// The feed of the process's events as the address /platform/events; one at a time. A history reaches 12 hours back and
-/// holds 2000 changes at most; 16 viewers at most, and one that does not read is dropped.
+struct EventFeedLimits {
+  size_t changes = 2000;          ///< of the last 12 hours, in the history
+  size_t viewers = 16;            ///< at once
+  size_t unsent_bytes = 1 << 20;  ///< for one viewer; who leaves more unread is dropped. A whole state takes less
+};
+
+/// The feed of the process's events as the address /platform/events; one at a time.
 class EventFeed {
  public:
   /// Adds the address; before the server listens. `journal` is the file, which need not exist.
-  EventFeed(HttpServer& server, std::filesystem::path journal);
+  EventFeed(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits = {});
   /// After the server has stopped.
   ~EventFeed();
   EventFeed(const EventFeed&) = delete;
