@@ -89,9 +89,14 @@ class RunningProgram {
     });
   }
 
+  /** The address of the program's own handler. */
+  get handler() {
+    return new URL("/local/velmor_care/control.cgi", this.page);
+  }
+
   /** The answer to a request to the program's handler, as a well-behaved client sends it. */
   async ask(action, parameters = "") {
-    const url = new URL(`/local/velmor_care/control.cgi?action=${action}${parameters && `&${parameters}`}`, this.page);
+    const url = `${this.handler}?action=${action}${parameters && `&${parameters}`}`;
     const answer = await fetch(url, { headers: { "X-Requested-With": "test" } });
     if (!answer.ok) throw new Error(`${action}: ${answer.status} ${await answer.text()}`);
     return answer.text();

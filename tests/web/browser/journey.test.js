@@ -108,7 +108,11 @@ test("an installer with no manual follows the guide on an empty camera and sees 
 
   await page.reload();
   await page.getByText(/^As a list/).click();
-  for (const name of EVENTS) await list.getByRole("row", { name: new RegExp(`^${name}`) }).waitFor();
+  for (const name of EVENTS)
+    await list
+      .getByRole("row", { name: new RegExp(`^${name}`) })
+      .first()
+      .waitFor();
   assert.equal(await guide.count(), 0, "the guide does not come back by itself");
   noComplaints(page);
 });
