@@ -34,11 +34,22 @@ void answer(GDataOutputStream* reply, const char* type, int (*body)(GDataOutputS
   body(reply);
 }
 
+using ChessboardAction = bool (Distance_Controller::*)(ImageFrameSource&);
+
+/// False also for a picture that the image library refuses: no request ends the program.
+bool succeeds(ChessboardAction action) {
+  try {
+    return g_videoStreamSource != nullptr && (g_DistanceController.*action)(*g_videoStreamSource);
+  } catch (const std::exception& problem) {
+    syslog(LOG_ERR, "request_handler: the chessboard action failed: %s", problem.what());
+    return false;
+  }
+}
+
 /// A chessboard action's success is its status line.
-void answerStatus(GDataOutputStream* reply, bool (Distance_Controller::*action)(ImageFrameSource&)) {
+void answerStatus(GDataOutputStream* reply, ChessboardAction action) {
   write(reply, kPlainText);
-  const bool done = g_videoStreamSource != nullptr && (g_DistanceController.*action)(*g_videoStreamSource);
-  write(reply, done ? kOk : kNotAcceptable);
+  write(reply, succeeds(action) ? kOk : kNotAcceptable);
 }
 
 void set_all_parameters(GHashTable* params, GDataOutputStream* /*reply*/) {

@@ -151,6 +151,8 @@ TEST_F(Requests, ChessboardActionsLookAtTheCamera) {
   }
   EXPECT_EQ(ask("find_pattern"), kText);
   EXPECT_EQ(ask("log_intrinsic_matrix"), kRefused) << "seen from the front only";
+  g_StreamWidth = -1;
+  EXPECT_EQ(ask("find_pattern"), kRefused) << "the image library throws";
 }
 
 TEST_F(Requests, SavedSettingsReachTheProgramAndTheStore) {
