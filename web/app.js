@@ -1,13 +1,5 @@
 /** Mounts the page: header, connection, the two views, the save bar and the guide. */
-import {
-  html,
-  render,
-  useEffect,
-  useMemo,
-  useReducer,
-  useRef,
-  useState,
-} from "./vendor/preact.js";
+import { html, render, useEffect, useMemo, useReducer, useRef, useState } from "./vendor/preact.js";
 import { Control, EventFeed, Program, cameraAppearance } from "./api.js";
 import { SettingsDraft } from "./draft.js";
 import { Setup } from "./editor.js";
@@ -23,9 +15,7 @@ const VIEWS = { "#watch": "Watch", "#setup": "Set up" };
 
 /** The view that the address names; other anchors, such as the skip link's, leave the view as it is. */
 function useView() {
-  const [view, setView] = useState(
-    VIEWS[location.hash] ? location.hash : "#watch",
-  );
+  const [view, setView] = useState(VIEWS[location.hash] ? location.hash : "#watch");
   useEffect(() => {
     const follow = () => VIEWS[location.hash] && setView(location.hash);
     addEventListener("hashchange", follow);
@@ -36,26 +26,19 @@ function useView() {
 
 /** The program's state, followed for the page's life. `epoch` grows each time the connection is back. */
 function useProgram(program) {
-  const [state, update] = useReducer(
-    (before, change) => ({ ...before, ...change(before) }),
-    {
-      status: null,
-      lostSince: null,
-      epoch: 0,
-    },
-  );
+  const [state, update] = useReducer((before, change) => ({ ...before, ...change(before) }), {
+    status: null,
+    lostSince: null,
+    epoch: 0,
+  });
   useEffect(() => {
     let answered = new Date();
     program.addEventListener("status", ({ detail }) => {
       if (detail.connected) answered = new Date();
       update(() => ({ status: detail }));
     });
-    program.addEventListener("lost", () =>
-      update(() => ({ lostSince: answered })),
-    );
-    program.addEventListener("back", () =>
-      update(({ epoch }) => ({ lostSince: null, epoch: epoch + 1 })),
-    );
+    program.addEventListener("lost", () => update(() => ({ lostSince: answered })));
+    program.addEventListener("back", () => update(({ epoch }) => ({ lostSince: null, epoch: epoch + 1 })));
     program.start();
   }, []);
   return state;
@@ -89,18 +72,12 @@ function useEvents(feed) {
 /** What to announce when the events go from `before` to `after`; nothing at the first state. */
 function spoken(before, after, seen) {
   const was = (name) => before.find((event) => event.name === name)?.active;
-  const active = after
-    .filter((event) => event.active)
-    .map((event) => event.name);
+  const active = after.filter((event) => event.active).map((event) => event.name);
   const begun = active.filter((name) => was(name) === false);
-  const ended = after
-    .filter((event) => !event.active && was(event.name))
-    .map((event) => event.name);
+  const ended = after.filter((event) => !event.active && was(event.name)).map((event) => event.name);
   const words = {};
-  if (begun.length)
-    words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
-  if (ended.length)
-    words.ended = `${ended.join(" and ")} ended at ${clockTime(new Date())}.`;
+  if (begun.length) words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
+  if (ended.length) words.ended = `${ended.join(" and ")} ended at ${clockTime(new Date())}.`;
   return { ...words, seen: active[0] ?? seen };
 }
 
@@ -144,12 +121,7 @@ function Lost({ since }) {
   return html`<div class="lost">
     <p>
       <span class="sign" aria-hidden="true">✕</span>
-      <span
-        ><strong
-          >The camera does not answer since ${clockTime(since, now)}.</strong
-        >
-        Trying again …</span
-      >
+      <span><strong>The camera does not answer since ${clockTime(since, now)}.</strong> Trying again …</span>
     </p>
   </div>`;
 }
@@ -157,17 +129,11 @@ function Lost({ since }) {
 function Header({ view, state, dirty, guiding, guideButton, onGuide }) {
   return html`<header class="top">
     <div class="top-row">
-      <a class="brand" href="#watch"
-        ><img src="icon.svg" alt="" width="28" height="28" />Velmor Care</a
-      >
+      <a class="brand" href="#watch"><img src="icon.svg" alt="" width="28" height="28" />Velmor Care</a>
       <nav aria-label="Views">
         ${Object.entries(VIEWS).map(
           ([hash, name]) =>
-            html`<a
-              key=${hash}
-              href=${hash}
-              aria-current=${view === hash ? "page" : null}
-            >
+            html`<a key=${hash} href=${hash} aria-current=${view === hash ? "page" : null}>
               ${name}${hash === "#setup" && dirty && html`<span class="dot"><span aria-hidden="true">*</span><span class="hidden">, with unsaved changes</span></span>`}
             </a>`,
         )}
@@ -213,9 +179,7 @@ function SetupView({ draft, appearance, epoch, control }) {
 
 /** What stands where the settings are needed and not known yet. */
 function waitingWords(draft, connected) {
-  return connected && draft.loadError
-    ? `The settings cannot be read: ${draft.loadError}`
-    : "Asking the camera …";
+  return connected && draft.loadError ? `The settings cannot be read: ${draft.loadError}` : "Asking the camera …";
 }
 
 function Waiting({ words }) {
@@ -230,8 +194,7 @@ function useFocusOnChange(view, main) {
     if (shown.current === view) return;
     shown.current = view;
     scrollTo(0, 0);
-    if (!main.current.querySelector(".guide:focus-within"))
-      main.current.querySelector("h1")?.focus();
+    if (!main.current.querySelector(".guide:focus-within")) main.current.querySelector("h1")?.focus();
   }, [view]);
 }
 
@@ -285,22 +248,14 @@ function App({ control, program, feed }) {
       ${
         view === "#setup" &&
         (present && appearance
-          ? html`<${SetupView}
-              draft=${draft}
-              appearance=${appearance}
-              epoch=${epoch}
-              control=${control}
-            />`
+          ? html`<${SetupView} draft=${draft} appearance=${appearance} epoch=${epoch} control=${control} />`
           : html`<${Waiting} words=${waitingWords(draft, connected)} />`)
       }
     </main>
     ${
       present &&
       (view === "#setup" || dirty || (outcome && outcome.kind !== "saved")) &&
-      html`<${SaveBar}
-        draft=${draft}
-        review=${reviewSettings(present, size)}
-      />`
+      html`<${SaveBar} draft=${draft} review=${reviewSettings(present, size)} />`
     }
   `;
 }
@@ -308,7 +263,4 @@ function App({ control, program, feed }) {
 const control = new Control();
 const program = new Program(control);
 const feed = new EventFeed(program);
-render(
-  html`<${App} control=${control} program=${program} feed=${feed} />`,
-  document.getElementById("app"),
-);
+render(html`<${App} control=${control} program=${program} feed=${feed} />`, document.getElementById("app"));
