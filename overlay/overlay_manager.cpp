@@ -3,9 +3,8 @@
 #include <syslog.h>
 #include <vdostream.h>
 
-#include <charconv>
+#include <cstdlib>
 #include <limits>
-#include <string_view>
 #include <utility>
 
 namespace {
@@ -35,20 +34,15 @@ int largest(gint (*side)(gint, GError**)) {
   return pixels;
 }
 
-/// 0 for anything but a decimal number that an int can hold.
-unsigned int pixelsFrom(std::string_view text) {
-  unsigned int pixels = 0;
-  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), pixels);
-  const bool isWhole = problem == std::errc() && end == text.data() + text.size();
-  return isWhole && pixels <= static_cast<unsigned int>(std::numeric_limits<int>::max()) ? pixels : 0;
+/// The number that the text begins with; 0 for none and for one that no int can hold.
+unsigned int pixelsFrom(const std::string& text) {
+  const long long pixels = std::strtoll(text.c_str(), nullptr, 10);
+  return pixels < 0 || pixels > std::numeric_limits<int>::max() ? 0 : static_cast<unsigned int>(pixels);
 }
 
-Resolution resolutionFrom(std::string_view text) {
+Resolution resolutionFrom(const std::string& text) {
   const std::size_t x = text.find('x');
-  if (x == std::string_view::npos) {
-    return {pixelsFrom(text), 0};
-  }
-  return {pixelsFrom(text.substr(0, x)), pixelsFrom(text.substr(x + 1))};
+  return {pixelsFrom(text), x == std::string::npos ? 0 : pixelsFrom(text.substr(x + 1))};
 }
 
 struct ListDeleter {

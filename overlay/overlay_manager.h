@@ -152,7 +152,7 @@ class OverlayManager {
   /// Choose the streams by their size; 0 x 0 switches one off.
   static void SetOverlayStreamResolution(unsigned int width, unsigned int height);
   static void SetAnonymizedStreamResolution(unsigned int width, unsigned int height);
-  /// The same from "1280x720". A part that is no decimal number or too large for an int counts as 0.
+  /// The same from "1280x720"; of each part the number that it begins with counts, 0 when there is none or too large.
   static void SetOverlayStreamResolutionFromString(const std::string& text);
   static void SetAnonymizedStreamResolutionFromString(const std::string& text);
 

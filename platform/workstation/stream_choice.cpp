@@ -1,6 +1,7 @@
 #include "platform/workstation/stream_choice.h"
 
 #include <cstdlib>
+#include <limits>
 #include <mutex>
 
 namespace workstation {
@@ -11,13 +12,14 @@ std::string valueOf(const Parameters& stored, std::string_view name) {
   return found == stored.end() ? "" : found->second;
 }
 
-/// As lenient as anybody who reads such a text: rather a stream too many is anonymised than one too few.
+/// As lenient as the program, which takes the number that a text begins with.
 std::optional<StreamSize> chosenSize(const Parameters& stored, std::string_view on, std::string_view selected) {
   const std::string size = valueOf(stored, selected);
   const std::size_t cross = size.find('x');
   if (valueOf(stored, on) != "true" || cross == std::string::npos) return std::nullopt;
   const auto side = [](const std::string& text) {
-    return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+    const long long pixels = std::strtoll(text.c_str(), nullptr, 10);
+    return pixels < 0 || pixels > std::numeric_limits<int>::max() ? 0 : static_cast<std::uint32_t>(pixels);
   };
   return StreamSize{side(size), side(size.substr(cross + 1))};
 }

@@ -382,10 +382,10 @@ TEST_F(Overlay, ResolutionTextsMayBeAnything) {
                                             {"x720", 0U, 720U},
                                             {"1280x", 1280U, 0U},
                                             {"1280", 1280U, 0U},
-                                            {"-5x+7", 0U, 0U},
-                                            {"12 x7z", 0U, 0U},
+                                            {"-5x+7", 0U, 7U},
+                                            {" 12 x7z", 12U, 7U},
                                             {"2147483648x99999999999999999999", 0U, 0U},
-                                            {"640x360x2", 640U, 0U},
+                                            {"640x360x2", 640U, 360U},
                                             {"%s%nx<b>", 0U, 0U}}) {
     g_OverlayInfo = {1, 1, 2, 2, 3, 3, AXOVERLAY_STREAM_JPEG, false};
     OverlayManager::SetOverlayStreamResolutionFromString(text);

@@ -61,7 +61,10 @@ TEST(StreamChoice, IsReadFromTheStoredParameters) {
     return readStreamChoice({{"AnonOverlaysOn", on}, {"SelectedAnonOverlay", size}, {"DetectionOverlaysOn", "false"}});
   };
   EXPECT_EQ(choice("true", "1280x720").anonymised, (StreamSize{1280, 720}));
-  EXPECT_EQ(choice("true", " 640x360 ").anonymised, (StreamSize{640, 360})) << "read as leniently as the program does";
+  for (const char* lenient : {" 640x360 ", "640x360x2", "+640 x 360px"}) {
+    EXPECT_EQ(choice("true", lenient).anonymised, (StreamSize{640, 360})) << "read as the program does: " << lenient;
+  }
+  EXPECT_EQ(choice("true", "4294967936x-1").anonymised, (StreamSize{0, 0}));
   for (const auto& [on, size] : {std::pair{"false", "1280x720"}, {"yes", "1280x720"}, {"true", "none"}}) {
     EXPECT_EQ(choice(on, size).anonymised, std::nullopt) << on << size;
   }

@@ -116,6 +116,8 @@ bool isNear(std::uint32_t colour, std::uint32_t expected) {
 
 class ViewStreamsTest : public testing::Test {
  protected:
+  void TearDown() override { m_server.stop(); }  // before the streams go
+
   void open(const std::string& more = "", const Recording& recording = {.width = 128, .height = 72}) {
     ticker_clock::setReplayTime(TimeStamp());
     m_folder.write("manifest.json", R"({"parameters": [{"name": "AnonOverlaysOn", "default": "false"},
