@@ -29,7 +29,8 @@ export function LivePicture({ size, label, epoch = 0, onSize, children, above })
   const frame = useRef(null);
   const [attempt, setAttempt] = useState(0);
   const [view, setView] = useState(() => sizeFromText(size));
-  const source = useMemo(() => streamUrl(size), [size, epoch, attempt]);
+  const visible = useVisible();
+  const source = useMemo(() => (visible ? streamUrl(size) : null), [size, epoch, attempt, visible]);
   const [seen, setSeen] = useState({ source, state: "waiting" });
   const state = seen.source === source ? seen.state : "waiting";
   const shownWidth = useWidth(frame);
@@ -37,6 +38,7 @@ export function LivePicture({ size, label, epoch = 0, onSize, children, above })
   // A stream never finishes loading, so nothing but the image itself tells when its first picture has arrived. Browsers
   // go on receiving the stream of an image that has left the page, hence the end of it.
   useEffect(() => {
+    if (source === null) return undefined;
     const element = image.current;
     const timer = setInterval(() => {
       if (!element.naturalWidth) return;
@@ -84,6 +86,17 @@ export function LivePicture({ size, label, epoch = 0, onSize, children, above })
       }
     </div>
   `;
+}
+
+/** Whether anybody can see the page. Browsers open few connections to one camera, and a hidden tab needs no picture. */
+function useVisible() {
+  const [visible, setVisible] = useState(!document.hidden);
+  useEffect(() => {
+    const follow = () => setVisible(!document.hidden);
+    document.addEventListener("visibilitychange", follow);
+    return () => document.removeEventListener("visibilitychange", follow);
+  }, []);
+  return visible;
 }
 
 /** The width of an element in CSS pixels, kept up to date. */

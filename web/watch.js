@@ -129,9 +129,8 @@ function Since({ since, now }) {
   if (!since) return html`<p>Active, since when is not known.</p>`;
   const begin = Date.parse(since);
   return html`<p>
-    Since <time datetime=${since}>${clockTime(new Date(begin), new Date(now))}</time>, for ${" "}<strong class="ticking"
-      >${durationInWords(now - begin)}</strong
-    >
+    Since <time datetime=${since}>${clockTime(new Date(begin), new Date(now))}</time>, for${" "}
+    <strong class="ticking">${durationInWords(now - begin)}</strong>
   </p>`;
 }
 
