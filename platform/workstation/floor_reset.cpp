@@ -74,7 +74,7 @@ std::string resetCommand(const LaunchRequest& request) {
 std::string resetFloor(const LaunchRequest& request, const fs::path& source_tree) {
   const Parameters original = originalFloor(request, source_tree);
   const fs::path directory = lastingPlace(request);
-  const std::string nothing = directory.string() + ": no settings are stored here, so there is nothing to reset\n";
+  std::string nothing = directory.string() + ": no settings are stored here, so there is nothing to reset\n";
   if (!fs::exists(directory)) return nothing;
   const StatePlace place(directory, false);
   StoredParameters file(directory, kAppName);
