@@ -120,7 +120,7 @@ class EventFeed::Implementation {
 
   void welcome(SoupServerMessage* message);
   std::string stateMessage(std::uint64_t& last) const;
-  void send(Viewer& viewer, const std::string& text);
+  void send(Viewer& viewer, const std::string& text) const;
   void sendToAll(const std::string& text);
   void forget(SoupServerMessage* message);
   void release(std::list<Viewer>::iterator viewer);
@@ -220,7 +220,7 @@ std::string EventFeed::Implementation::stateMessage(std::uint64_t& last) const {
   return "retry: 2000\nid: " + std::to_string(last) + "\nevent: state\ndata: " + oneLine(state) + "\n\n";
 }
 
-void EventFeed::Implementation::send(Viewer& viewer, const std::string& text) {
+void EventFeed::Implementation::send(Viewer& viewer, const std::string& text) const {
   viewer.unsent += text.size();
   if (viewer.unsent > m_limits.unsent_bytes) {
     dropConnection(viewer.message);

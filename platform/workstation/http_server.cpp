@@ -146,7 +146,7 @@ class HttpServer::Implementation {
 
   std::uint16_t listen(const ListenAddress& where);
   void stop();
-  void invoke(std::function<void()> function);
+  void invoke(std::function<void()> function) const;
 
   HttpServerSettings m_settings;
   std::string m_page_prefix;
@@ -171,7 +171,7 @@ class HttpServer::Implementation {
   void accept();
   void prepare(GSocket* socket) const;
   void forget(GSocket* socket);
-  void setDeadline(Connection& connection, std::chrono::milliseconds patience);
+  void setDeadline(Connection& connection, std::chrono::milliseconds patience) const;
   static void clearSource(GSource*& source);
   static void expire(Connection& connection);
 
@@ -187,7 +187,7 @@ class HttpServer::Implementation {
   void guard(SoupServerMessage* message);
   void refuseBody(SoupServerMessage* message);
   void dispatch(SoupServerMessage* message, const std::string& path);
-  void answerProgram(SoupServerMessage* message, const std::string& path);
+  void answerProgram(SoupServerMessage* message, const std::string& path) const;
   void answerFile(SoupServerMessage* message, const std::string& path) const;
   static void redirect(SoupServerMessage* message, const std::string& target);
 
@@ -254,7 +254,7 @@ void HttpServer::Implementation::stop() {
   }
 }
 
-void HttpServer::Implementation::invoke(std::function<void()> function) {
+void HttpServer::Implementation::invoke(std::function<void()> function) const {
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
   auto owned = std::make_unique<std::function<void()>>(std::move(function));
@@ -361,7 +361,7 @@ void HttpServer::Implementation::forget(GSocket* socket) {
   m_connections.erase(found);
 }
 
-void HttpServer::Implementation::setDeadline(Connection& connection, std::chrono::milliseconds patience) {
+void HttpServer::Implementation::setDeadline(Connection& connection, std::chrono::milliseconds patience) const {
   clearSource(connection.deadline);
   connection.deadline = g_timeout_source_new(static_cast<guint>(patience.count()));
   g_source_set_callback(
@@ -506,7 +506,7 @@ void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std:
   endpoint->second(message, *query);
 }
 
-void HttpServer::Implementation::answerProgram(SoupServerMessage* message, const std::string& path) {
+void HttpServer::Implementation::answerProgram(SoupServerMessage* message, const std::string& path) const {
   ProgramRequest request{path, soup_server_message_get_method(message), {}, {}};
   if (!m_program) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
   if (request.method == "HEAD") {

@@ -62,7 +62,7 @@ class SilentTerminal {
 std::string typedPassword(const std::string& user) {
   const SilentTerminal terminal;
   terminal.show("Password of " + user + " for the page: ");
-  const std::string typed = terminal.line();
+  std::string typed = terminal.line();
   terminal.show("\n");
   if (std::any_of(typed.begin(), typed.end(), isControl)) throw std::runtime_error("no password was given");
   return typed;
@@ -76,9 +76,9 @@ std::string passwordIn(const std::string& file) {
 
 std::string passwordFor(const LaunchRequest& request) {
   const char* given = std::getenv("VELMOR_PASSWORD");
-  const std::string password = request.password_file ? passwordIn(*request.password_file)
-                               : given != nullptr    ? given
-                                                     : typedPassword(*request.user);
+  std::string password = request.password_file ? passwordIn(*request.password_file)
+                         : given != nullptr    ? given
+                                               : typedPassword(*request.user);
   if (password.empty() || password.size() > kLongestPassword ||
       std::any_of(password.begin(), password.end(), isControl)) {
     throw std::runtime_error("the password of " + *request.user + " must have 1 to " +
