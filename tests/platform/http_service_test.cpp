@@ -47,7 +47,8 @@ class HttpServing : public testing::Test {
     m_server = std::make_unique<HttpServer>(m_settings);
     m_server->setProgram([](SoupServerMessage* message, const ProgramRequest& request) {
       std::string said = request.method + " " + request.path + " ?" + request.query.value_or("(none)");
-      for (const auto& [key, value] : request.parameters.value_or(HttpQuery())) said += " " + key + "=" + value;
+      for (const auto& [key, value] : request.parameters.value_or(HttpQuery()))
+        said.append(" ").append(key).append("=").append(value);
       answerLine(message, SOUP_STATUS_OK, said);
     });
     m_server->addEndpoint("/axis-cgi/param.cgi", [](SoupServerMessage* message, const HttpQuery& query) {
@@ -220,7 +221,7 @@ TEST_F(HttpServing, BoundsWhatASingleRequestMayTake) {
   EXPECT_EQ(ask("POST", program, form, "a=" + std::string(999, 'x')).status, 413);
   EXPECT_EQ(ask("POST", program, form + "Expect: 100-continue\r\n", "a=" + std::string(999, 'x')).status, 413);
   std::string chunks;
-  for (int i = 0; i < 20; ++i) chunks += "40\r\n" + std::string(64, 'x') + "\r\n";
+  for (int i = 0; i < 20; ++i) chunks.append("40\r\n").append(64, 'x').append("\r\n");
   EXPECT_EQ(ask("POST", program, form + "Transfer-Encoding: chunked\r\n", chunks + "0\r\n\r\n").status, 413);
   const std::string megabytes(5 << 20, 'x');
   EXPECT_TRUE(ask("POST", program, form, megabytes).status % 413 == 0) << "told, or cut off";
@@ -388,7 +389,7 @@ TEST(HttpText, TakesCgiRepliesApart) {
     const auto parsed = parseCgiReply(reply);
     if (!parsed) return std::string("(none)");
     std::string text = std::to_string(parsed->status) + "|" + parsed->reason + "|";
-    for (const auto& [name, value] : parsed->headers) text += name + "=" + value + ",";
+    for (const auto& [name, value] : parsed->headers) text.append(name).append("=").append(value).append(",");
     return text + "|" + parsed->body;
   };
   const std::map<std::string, std::string> cases = {
