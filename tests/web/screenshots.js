@@ -13,14 +13,6 @@ const LIVE = "Live picture of the room";
 const take = (page, name) =>
   page.screenshot({ path: join(IMAGES, `page-${name}.jpg`), type: "jpeg", quality: 82, animations: "disabled" });
 
-/** A page in the Watch view that shows its picture. */
-async function openWatch(browser, address, options) {
-  const page = await openSetup(browser, address, options);
-  await page.getByRole("link", { name: "Watch" }).click();
-  await pictureIsLive(page, LIVE);
-  return page;
-}
-
 /** Switches both chosen streams on, as an installer does. */
 async function switchStreamsOn(page) {
   for (const name of ["Overlay stream", "Anonymised stream"]) {
@@ -30,26 +22,33 @@ async function switchStreamsOn(page) {
   await save(page);
 }
 
-async function whileFallen(browser, program) {
-  const wide = await openWatch(browser, program.page, { width: 1440, height: 900 });
-  const narrow = await openWatch(browser, program.page, { width: 360, height: 780 });
-  const dark = await openWatch(browser, program.page, { width: 1280, height: 860, colorScheme: "dark" });
-  const anonymised = await openWatch(browser, program.page, { width: 1280, height: 860 });
-  await anonymised.getByRole("switch", { name: "Anonymise" }).click();
-  const fall = wide.getByRole("article").filter({ hasText: "Fall Detected" });
+/** One page in many shapes: browsers open few connections to one address, and each page holds two. */
+async function whileFallen(page, program) {
+  await page.setViewportSize({ width: 1440, height: 900 });
+  const fall = page.getByRole("article").filter({ hasText: "Fall Detected" });
   await fall.getByText(ACTIVE).waitFor({ timeout: 120000 });
-  await take(wide, "wide");
-  await take(narrow, "narrow");
-  await take(dark, "dark");
-  await take(anonymised, "anonymised");
+  await take(page, "wide");
+  await page.setViewportSize({ width: 360, height: 780 });
+  await take(page, "narrow");
+  await page.setViewportSize({ width: 1280, height: 860 });
+  await page.emulateMedia({ colorScheme: "dark" });
+  await take(page, "dark");
+  await page.emulateMedia({ colorScheme: "light" });
   await program.ask("toggle_dev_mode");
-  await wide.waitForTimeout(2000);
-  await take(wide, "developer");
+  await page.waitForTimeout(1500);
+  await take(page, "developer");
   await program.ask("toggle_dev_mode");
+  await page.getByRole("switch", { name: "Anonymise" }).click();
+  await pictureIsLive(page, "Live picture, anonymised");
+  await page.waitForTimeout(1500);
+  await take(page, "anonymised");
+  await page.getByRole("switch", { name: "Anonymise" }).click();
 }
 
-async function floor(browser, program) {
-  const page = await openSetup(browser, program.page, { width: 1440, height: 1000 });
+async function floor(page) {
+  await page.setViewportSize({ width: 1440, height: 1000 });
+  await page.getByRole("link", { name: /^Set up/ }).click();
+  await pictureIsLive(page, LIVE);
   await page.getByRole("button", { name: /^Floor/ }).click();
   await page.waitForTimeout(1000);
   await take(page, "floor");
@@ -58,10 +57,12 @@ async function floor(browser, program) {
 const program = await startProgram({ ...(await demoCamera()), parameters: await demoParameters() });
 const browser = await openBrowser();
 try {
-  const setup = await openSetup(browser, program.page);
-  await switchStreamsOn(setup);
-  await whileFallen(browser, program);
-  await floor(browser, program);
+  const page = await openSetup(browser, program.page);
+  await switchStreamsOn(page);
+  await page.getByRole("link", { name: "Watch", exact: true }).click();
+  await pictureIsLive(page, LIVE);
+  await whileFallen(page, program);
+  await floor(page);
 } finally {
   await browser.close();
   await program.stop();
