@@ -225,7 +225,8 @@ TEST_F(HttpServing, BoundsWhatASingleRequestMayTake) {
   EXPECT_EQ(ask("POST", program, form + "Transfer-Encoding: chunked\r\n", chunks + "0\r\n\r\n").status, 413);
   const std::string megabytes(5 << 20, 'x');
   EXPECT_TRUE(ask("POST", program, form, megabytes).status % 413 == 0) << "told, or cut off";
-  for (const int status : {ask("GET", program + "?a=" + megabytes, kFromPage).status,
+  std::string query = program;
+  for (const int status : {ask("GET", query.append("?a=").append(megabytes), kFromPage).status,
                            ask("GET", program, "X-Long: " + megabytes + "\r\n").status}) {
     EXPECT_TRUE(status == 0 || (status >= 400 && status < 500)) << status;
   }
