@@ -14,7 +14,7 @@ export default [
   js.configs.recommended,
   { files: ["web/**/*.js"], languageOptions: { globals: globals.browser }, rules },
   {
-    files: ["tests/web/**/*.js"],
+    files: ["tests/web/**/*.js", "benchmarks/*.js"],
     languageOptions: { globals: { ...globals.browser, ...globals.node } },
     rules: { ...rules, "max-lines-per-function": "off" },
   },

@@ -1,9 +1,9 @@
 /**
- * How long the page takes to be useful on loopback, median of several first visits: node tests/web/first_paint.js
+ * How long the page takes to be useful on loopback, median of several first visits: node benchmarks/first_paint.js
  * Useful: the program's state in words and a live picture. VELMOR_PROGRAMS names a folder with the programs.
  */
-import { openBrowser } from "./browser.js";
-import { demoCamera, demoParameters, startProgram } from "./program.js";
+import { openBrowser } from "../tests/web/browser.js";
+import { demoCamera, demoParameters, startProgram } from "../tests/web/program.js";
 
 const VISITS = 15;
 
