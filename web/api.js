@@ -199,7 +199,9 @@ export class EventFeed extends EventTarget {
     source.addEventListener("state", ({ data }) => this.guarded(() => this.takeState(JSON.parse(data))));
     source.addEventListener("change", ({ data }) => this.guarded(() => this.takeChange(JSON.parse(data))));
     source.addEventListener("error", () => {
-      if (this.source === source && source.readyState === EventSource.CLOSED) this.refused();
+      if (this.source !== source) return;
+      this.doubt();
+      if (source.readyState === EventSource.CLOSED) this.refused();
     });
   }
 
@@ -223,14 +225,17 @@ export class EventFeed extends EventTarget {
     this.timer = setTimeout(() => this.open(), RETRY_MS);
   }
 
+  /** What the feed said may be old: until it is back, the status tells what it can. */
+  doubt() {
+    this.publish("change", { ...this.detail, limited: true });
+    this.takeStatus(this.program.status);
+  }
+
   /** A browser does not tell why an address was refused, so ask again in a way that does. */
   async refused() {
     this.retry();
     const status = await fetchText(EVENTS_URL).catch((error) => error.status);
-    if (status !== 404) return;
-    this.close();
-    this.detail = { ...this.detail, limited: true };
-    this.takeStatus(this.program.status);
+    if (status === 404) this.close();
   }
 
   takeState({ time, seq, events, history }) {

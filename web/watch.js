@@ -134,10 +134,10 @@ function Since({ since, now }) {
   </p>`;
 }
 
-function EventCard({ name, event, history, limited, settings, lostSince, now }) {
+function EventCard({ name, event, history, limited, settings, lostSince, blind, now }) {
   const never = whyNever(name, settings);
   const active = event?.active;
-  const tone = lostSince || !event ? "unknown" : active ? "alarm" : "calm";
+  const tone = lostSince || !event || (blind && !active) ? "unknown" : active ? "alarm" : "calm";
   const sign = { unknown: "?", alarm: "▲", calm: "–" }[tone];
   const words = { unknown: "Not known", alarm: "Active", calm: "Not active" }[tone];
   return html`<article class=${`event event-${tone}`}>
@@ -184,6 +184,7 @@ export function Watch({ state, settings, waiting, events, history, limited, offs
               history=${history}
               limited=${limited}
               settings=${settings}
+              blind=${state.blind}
               lostSince=${lostSince}
               now=${now}
             />`,

@@ -12,13 +12,15 @@ const TROUBLE = {
   600: { tone: "warn", sign: "!", title: "Slow", more: "Pictures take longer than they should. Events may come late." },
 };
 
+const BLIND = "Nobody is being watched at the moment.";
+
 function trouble(code, text) {
   if (TROUBLE[code]) return TROUBLE[code];
   if (code === 400) {
     return { tone: "warn", sign: "!", title: text || "Data error", more: "Settings were refused in part." };
   }
   if (code > 400 && code < 500) {
-    return { tone: "alarm", sign: "✕", title: text || "Error", more: "Nobody is being watched at the moment." };
+    return { tone: "alarm", sign: "✕", title: text || "Error", more: BLIND, blind: true };
   }
   return { tone: "warn", sign: "?", title: text || `Status ${code}` };
 }
@@ -34,7 +36,8 @@ function ownWords({ code, text, executionTime }) {
  * them (502 hides 503, 600 hides both); what else is wrong follows in `more`.
  * @param {?{connected: boolean, code: number, text: string, executionTime: number}} status null until there is one
  * @param {{name: string, active: boolean}[]} events
- * @returns {{tone: "ok"|"warn"|"alarm"|"idle", sign: string, title: string, more: string, program: string}}
+ * @returns {{tone: "ok"|"warn"|"alarm"|"idle", sign: string, title: string, more: string, program: string,
+ *   blind?: boolean}} blind while the program analyses nothing, so that an event that is not active says nothing
  */
 export function describeState(status, events) {
   if (!status) {
@@ -50,7 +53,14 @@ export function describeState(status, events) {
   if (active.size) {
     const [first, ...rest] = EVENT_NAMES.filter((name) => active.has(name)).map((name) => ALARMS[name]);
     const title = [first, ...rest.map((text) => text[0].toLowerCase() + text.slice(1))].join(", ");
-    return { tone: "alarm", sign: "▲", title, more: other ? `${other.title}. ${other.more ?? ""}` : "", program };
+    return {
+      tone: "alarm",
+      sign: "▲",
+      title,
+      more: other ? `${other.title}. ${other.more ?? ""}` : "",
+      program,
+      blind: other?.blind,
+    };
   }
   if (other) return { more: "", ...other, program };
   return { tone: "ok", sign: "✓", title: "Watching", more: "", program };
