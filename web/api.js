@@ -286,8 +286,12 @@ function activeByStatus(name, code) {
 let requests = 0;
 const unique = () => `${Date.now().toString(36)}${(requests++).toString(36)}`;
 
-/** Address of the live stream (MJPEG) of a size such as "1280x720"; another one each time, so that nothing is cached. */
-export const streamUrl = (size) => `/axis-cgi/mjpg/video.cgi?resolution=${encodeURIComponent(size)}&_=${unique()}`;
+/**
+ * Address of the live stream (MJPEG) of a size such as "1280x720"; another one each time, so that nothing is cached.
+ * Asked for as anonymised, it is refused once another choice has been saved.
+ */
+export const streamUrl = (size, anonymised = false) =>
+  `/axis-cgi/mjpg/video.cgi?resolution=${encodeURIComponent(size)}${anonymised ? "&anonymised=1" : ""}&_=${unique()}`;
 
 /** Address of one picture (JPEG) of a stream; another one each time. */
 export const snapshotUrl = (size) => `/axis-cgi/jpg/image.cgi?resolution=${encodeURIComponent(size)}&_=${unique()}`;

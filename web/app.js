@@ -243,6 +243,7 @@ function App({ control, program, feed }) {
           waiting=${waitingWords(draft, connected)}
           lostSince=${lostSince}
           epoch=${epoch}
+          onDoubt=${() => draft.load()}
         />`
       }
       ${

@@ -16,21 +16,26 @@ function sizeFromText(text) {
  *
  * @param {object} props
  * @param {string} props.size the stream's resolution, such as "1280x720"
+ * @param {boolean} [props.anonymised] whether nobody is to be recognised on it: another picture is then refused
  * @param {string} props.label what the picture shows, for those who cannot see it
  * @param {number} [props.epoch] another number connects again
+ * @param {() => void} [props.onFail] told when no picture comes
  * @param {(size: {width: number, height: number}) => void} [props.onSize] told the size in which pictures really arrive
  * @param {(view: View) => any} [props.children] drawn over the picture, in an SVG whose unit is the stream's pixel
  * @param {(view: View) => any} [props.above] HTML over all of it
  * @typedef {{width: number, height: number, unit: number, image: HTMLImageElement | null}} View width and height in the
  *     stream's pixels, of which `unit` make one CSS pixel
  */
-export function LivePicture({ size, label, epoch = 0, onSize, children, above }) {
+export function LivePicture({ size, anonymised = false, label, epoch = 0, onFail, onSize, children, above }) {
   const image = useRef(null);
   const frame = useRef(null);
   const [attempt, setAttempt] = useState(0);
   const [view, setView] = useState(() => sizeFromText(size));
   const visible = useVisible();
-  const source = useMemo(() => (visible ? streamUrl(size) : null), [size, epoch, attempt, visible]);
+  const source = useMemo(
+    () => (visible ? streamUrl(size, anonymised) : null),
+    [size, anonymised, epoch, attempt, visible],
+  );
   const [seen, setSeen] = useState({ source, state: "waiting" });
   const state = seen.source === source ? seen.state : "waiting";
   const shownWidth = useWidth(frame);
@@ -70,7 +75,10 @@ export function LivePicture({ size, label, epoch = 0, onSize, children, above })
         src=${source}
         alt=${label}
         draggable=${false}
-        onError=${() => setSeen({ source, state: "failed" })}
+        onError=${() => {
+          setSeen({ source, state: "failed" });
+          onFail?.();
+        }}
       />
       ${children && html`<svg class="picture-over" viewBox=${`0 0 ${view.width} ${view.height}`}>${children(shown)}</svg>`}
       ${above?.(shown)}

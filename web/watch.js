@@ -7,6 +7,9 @@ import { APPLICATION_SIZE, anonymisedProblem } from "./review.js";
 import { Timeline } from "./timeline.js";
 import { EVENT_NAMES, clockTime, durationInWords, whyNever } from "./words.js";
 
+/** How often the settings are read again, in milliseconds. */
+const LOOK_MS = 10000;
+
 const area = (size) => size.split("x").reduce((product, side) => product * Number(side), 1);
 
 /** The stream to watch: the overlay stream when it is on, else one that the program draws on, else the largest. */
@@ -46,8 +49,8 @@ function NoAnonymised({ reason, onShow }) {
   </div>`;
 }
 
-function OpenAlone({ size }) {
-  const address = useMemo(() => streamUrl(size), [size]);
+function OpenAlone({ size, anonymised }) {
+  const address = useMemo(() => streamUrl(size, anonymised), [size, anonymised]);
   return html`<a href=${address} target="_blank" rel="noopener">Open alone</a>`;
 }
 
@@ -56,7 +59,7 @@ function pictureTitle(anonymise, lostSince) {
   return anonymise ? "Live, anonymised" : "Live";
 }
 
-function Picture({ settings, epoch, lostSince }) {
+function Picture({ settings, epoch, lostSince, onDoubt }) {
   const [anonymise, setAnonymise] = useState(() => recall("anonymise") === "on");
   const choose = (on) => {
     remember("anonymise", on ? "on" : "off");
@@ -78,7 +81,14 @@ function Picture({ settings, epoch, lostSince }) {
         anonymise && reason
           ? html`<${NoAnonymised} reason=${reason} onShow=${() => choose(false)} />`
           : size
-            ? html`<${LivePicture} key=${size} size=${size} label=${label} epoch=${epoch} />`
+            ? html`<${LivePicture}
+                key=${`${size} ${anonymise}`}
+                size=${size}
+                anonymised=${anonymise}
+                label=${label}
+                epoch=${epoch}
+                onFail=${onDoubt}
+              />`
             : html`<div class="no-picture"><p>The camera offers no stream.</p></div>`
       }
     </div>
@@ -92,7 +102,7 @@ function Picture({ settings, epoch, lostSince }) {
             ? html`<span>People that the program follows are covered, the rest is coarsened.</span>`
             : html`<span>${settings.overlayOn ? "Overlay stream" : "The application's own stream"}</span>`
         }
-        <${OpenAlone} size=${size} />
+        <${OpenAlone} size=${size} anonymised=${anonymise} />
       </p>`
     }
   </section>`;
@@ -159,14 +169,19 @@ function EventCard({ name, event, history, limited, settings, lostSince, blind, 
  * @param {number} view.offset the camera's clock minus ours in milliseconds
  * @param {?Date} view.lostSince
  * @param {number} view.epoch of the streams
+ * @param {() => void} view.onDoubt asks for the settings again, since somebody else may have saved others
  */
-export function Watch({ state, settings, waiting, events, history, limited, offset, lostSince, epoch }) {
+export function Watch({ state, settings, waiting, events, history, limited, offset, lostSince, epoch, onDoubt }) {
   const now = useNow() + offset;
+  useEffect(() => {
+    const timer = setInterval(onDoubt, LOOK_MS);
+    return () => clearInterval(timer);
+  }, []);
   return html`<div class="watch">
     <h1 class="hidden" tabindex="-1">Watch</h1>
     ${
       settings
-        ? html`<${Picture} settings=${settings} epoch=${epoch} lostSince=${lostSince} />`
+        ? html`<${Picture} settings=${settings} epoch=${epoch} lostSince=${lostSince} onDoubt=${onDoubt} />`
         : html`<div class="panel">
             <div class="stage no-picture" role="status"><p>${waiting}</p></div>
           </div>`

@@ -17,7 +17,6 @@ namespace {
 constexpr const char* kRealm = "velmor_care";
 constexpr std::chrono::minutes kLifetime{10};
 constexpr size_t kMostChallenges = 512;
-constexpr size_t kMostUses = 10000;
 
 /// 128 random bits that nobody can guess, in hexadecimal.
 std::string freshNonce() {
@@ -73,12 +72,26 @@ char* DigestGuard::encodedPassword(SoupAuthDomain* /*domain*/, SoupServerMessage
   return self->m_user == user && self->useUp(message) ? g_strdup(self->m_encoded_password.c_str()) : nullptr;
 }
 
+/// A window, as of IP security's sequence numbers (RFC 4303, section 3.4.3): parallel requests may overtake each other,
+/// and the memory stays the same whatever counts a stranger sends.
+bool DigestGuard::Challenge::take(unsigned long count) {
+  constexpr unsigned long kWindow = 64;
+  if (count > highest) {
+    const unsigned long ahead = count - std::exchange(highest, count);
+    seen = ahead < kWindow ? seen << ahead | 1U : 1U;
+    return true;
+  }
+  const unsigned long behind = highest - count;
+  if (behind >= kWindow || (seen >> behind & 1U) != 0) return false;
+  seen |= std::uint64_t{1} << behind;
+  return true;
+}
+
 bool DigestGuard::useUp(SoupServerMessage* message) {
   forgetOld();
   const auto proof = proofOf(message);
   const auto found = proof ? m_challenges.find(proof->nonce) : m_challenges.end();
-  const bool fresh = found != m_challenges.end() && found->second.used.size() < kMostUses &&
-                     found->second.used.insert(proof->count).second;
+  const bool fresh = found != m_challenges.end() && found->second.take(proof->count);
   m_stale = proof && !fresh;
   return fresh;
 }

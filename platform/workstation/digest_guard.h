@@ -5,8 +5,8 @@
 #include <libsoup/soup.h>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 
 namespace workstation {
@@ -26,7 +26,11 @@ class DigestGuard {
   using Clock = std::chrono::steady_clock;
   struct Challenge {
     Clock::time_point since;
-    std::set<unsigned long> used;  ///< counts that came with it
+    unsigned long highest = 0;  ///< count that came with it
+    std::uint64_t seen = 0;     ///< bit n: the count n below the highest came
+
+    /// True for a count that has not come before; those long past count as come.
+    bool take(unsigned long count);
   };
 
   static char* encodedPassword(SoupAuthDomain* domain, SoupServerMessage* message, const char* user, gpointer guard);

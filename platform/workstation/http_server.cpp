@@ -2,7 +2,9 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -23,6 +25,8 @@ constexpr gsize kLingeringBytes = 1 << 20;
 constexpr std::chrono::milliseconds kLingering{1000};
 
 constexpr guint kRest_ms = 1000;
+
+constexpr int kNiceness = 5;
 
 constexpr const char* kSocketKey = "velmor-socket";
 
@@ -55,13 +59,13 @@ void addHeaders(SoupServerMessage* message) {
   for (const auto& [name, value] : kHeaders) setHeader(message, name, value);
 }
 
-struct OwnAddress {
+struct InetEnd {
   std::string address;
   std::uint16_t port = 0;
 };
 
-/// The connection's end on this machine.
-OwnAddress ownAddress(GSocketAddress* address) {
+/// One end of a connection.
+InetEnd inetEnd(GSocketAddress* address) {
   if (!G_IS_INET_SOCKET_ADDRESS(address)) return {};
   auto* inet = G_INET_SOCKET_ADDRESS(address);
   const std::unique_ptr<gchar, decltype(&g_free)> text(
@@ -117,7 +121,7 @@ std::unique_ptr<GSocket, Unref> listeningSocket(const ListenAddress& where, std:
     if (socket) g_socket_set_listen_backlog(socket.get(), SOMAXCONN);
     if (socket && g_socket_bind(socket.get(), target.get(), TRUE, &error) && g_socket_listen(socket.get(), &error)) {
       const std::unique_ptr<GSocketAddress, Unref> bound(g_socket_get_local_address(socket.get(), nullptr));
-      port = ownAddress(bound.get()).port;
+      port = inetEnd(bound.get()).port;
       g_socket_set_blocking(socket.get(), FALSE);
       return socket;
     }
@@ -158,6 +162,7 @@ class HttpServer::Implementation {
   struct Connection {
     Implementation* server;
     GSocket* socket;                       ///< borrowed; the connection is forgotten when it ends
+    std::string address;                   ///< of the other end
     SoupServerMessage* message = nullptr;  ///< a weak pointer
     bool answering = false;                ///< it has been read and is not finished
     bool surplus = false;                  ///< one of too many: it is told so and ends
@@ -169,6 +174,7 @@ class HttpServer::Implementation {
   void watchListener();
   void rest();
   void accept();
+  bool isTooMany(const std::string& address, size_t times, bool with_surplus) const;
   void prepare(GSocket* socket) const;
   void forget(GSocket* socket);
   void setDeadline(Connection& connection, std::chrono::milliseconds patience) const;
@@ -231,6 +237,8 @@ std::uint16_t HttpServer::Implementation::listen(const ListenAddress& where) {
 }
 
 void HttpServer::Implementation::run() {
+  // The analysis comes first; on Linux this is the thread's own.
+  ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness);
   g_main_context_push_thread_default(m_context);
   g_main_loop_run(m_loop);
   clearSource(m_listener_source);
@@ -325,12 +333,14 @@ void HttpServer::Implementation::accept() {
   }
   const std::unique_ptr<GSocketAddress, Unref> local(g_socket_get_local_address(socket.get(), nullptr));
   const std::unique_ptr<GSocketAddress, Unref> remote(g_socket_get_remote_address(socket.get(), nullptr));
+  const std::string address = inetEnd(remote.get()).address;
   // More than are told so are cut off.
-  if (!local || !remote || m_connections.size() >= 2 * m_settings.connections) return;
+  if (!local || !remote || isTooMany(address, 2, true)) return;
   prepare(socket.get());
   const std::unique_ptr<GSocketConnection, Unref> stream(g_socket_connection_factory_create_connection(socket.get()));
-  Connection& connection = m_connections.emplace(socket.get(), Connection{this, socket.get()}).first->second;
-  connection.surplus = m_connections.size() > m_settings.connections;
+  const bool surplus = isTooMany(address, 1, false);
+  Connection& connection = m_connections.emplace(socket.get(), Connection{this, socket.get(), address}).first->second;
+  connection.surplus = surplus;
   g_object_set_data(G_OBJECT(remote.get()), kSocketKey, socket.get());
   g_object_weak_ref(
       G_OBJECT(socket.get()),
@@ -339,6 +349,19 @@ void HttpServer::Implementation::accept() {
       },
       this);
   soup_server_accept_iostream(m_server, G_IO_STREAM(stream.get()), local.get(), remote.get(), nullptr);
+}
+
+/// Whether the limits, so many times over, are reached, by all or by one address alone; those that are only told so
+/// count `with_surplus`.
+bool HttpServer::Implementation::isTooMany(const std::string& address, size_t times, bool with_surplus) const {
+  size_t all = 0;
+  size_t of_one = 0;
+  for (const auto& [socket, connection] : m_connections) {
+    if (connection.surplus && !with_surplus) continue;
+    ++all;
+    if (connection.address == address) ++of_one;
+  }
+  return all >= times * m_settings.connections || of_one >= times * m_settings.connections_of_one;
 }
 
 void HttpServer::Implementation::prepare(GSocket* socket) const {
@@ -428,7 +451,7 @@ void HttpServer::Implementation::onHeaders(SoupServerMessage* message) {
 
 /// The guards of every address, in the order of what a stranger may learn from them.
 void HttpServer::Implementation::guard(SoupServerMessage* message) {
-  const OwnAddress own = ownAddress(soup_server_message_get_local_address(message));
+  const InetEnd own = inetEnd(soup_server_message_get_local_address(message));
   const char* host = requestHeader(message, "Host");
   const std::string_view method = soup_server_message_get_method(message);
   const goffset length = soup_message_headers_get_content_length(soup_server_message_get_request_headers(message));

@@ -27,6 +27,7 @@ struct HttpServerSettings {
   std::filesystem::path page;               ///< the folder of the page's files; may be a link
   HttpUser user;
   size_t connections = 64;                    ///< at once; more are turned away
+  size_t connections_of_one = 48;             ///< at once from one address, so that nobody takes them all
   std::chrono::milliseconds patience{30000};  ///< for a request, and for its answer
   size_t body_bytes = 64 << 10;               ///< of a request's body
 };

@@ -28,6 +28,7 @@ constexpr std::chrono::seconds kRepetition{1};        // so that viewers see tha
 constexpr std::chrono::seconds kSnapshotPatience{1};  // for the first drawing of an overlay
 constexpr std::chrono::seconds kLinger{3};            // a size stays watched, for whoever asks picture by picture
 constexpr StreamSize kUsualSize{1280, 720};
+constexpr const char* kAnonymisedKey = "anonymised";  // whoever names it is shown nothing else
 constexpr const char* kAppearanceGroup = "root.Image.I0.Appearance";
 constexpr const char* kBoundary = "velmor-picture";
 constexpr const char* kStreamType = "multipart/x-mixed-replace; boundary=velmor-picture";
@@ -168,7 +169,7 @@ class Viewer {
  public:
   enum class Kind { kSnapshot, kStream };
 
-  /// `anonymised`: whether the stream is the anonymised one now.
+  /// `anonymised`: whether the stream is the anonymised one now, or has been asked for as such.
   Viewer(SoupServerMessage* message, Kind kind, bool anonymised)
       : m_message(SOUP_SERVER_MESSAGE(g_object_ref(message)), &g_object_unref),
         m_kind(kind),
@@ -189,7 +190,8 @@ class Viewer {
 
   /// The picture of now. A snapshot waits for a complete one for a while.
   void show(const Encoded& picture) {
-    // Whoever came for pictures without faces is never shown others.
+    // Whoever came for pictures without faces, or has seen such, is never shown others.
+    m_anonymised = m_anonymised || picture.anonymised;
     if (m_anonymised && !picture.anonymised) return drop();
     if (m_kind == Kind::kStream) return offer(picture);
     if (picture.complete || Clock::now() - m_came > kSnapshotPatience) answer(picture);
@@ -293,8 +295,12 @@ class ViewStreams::Implementation {
     if (!newestFrame()) {
       return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "the camera has no picture yet; try again later");
     }
+    const bool demanded = query.contains(kAnonymisedKey);
+    if (demanded && currentStreamChoice().anonymised != size) {
+      return answerLine(message, SOUP_STATUS_CONFLICT, "the stream of " + toString(*size) + " is not anonymised now");
+    }
     if (soup_server_message_get_method(message) == SOUP_METHOD_HEAD) return answerHead(message, kind);
-    admit(message, *size, kind);
+    admit(message, *size, kind, demanded);
   }
 
   static void answerHead(SoupServerMessage* message, Viewer::Kind kind) {
@@ -303,9 +309,9 @@ class ViewStreams::Implementation {
                                  kind == Viewer::Kind::kStream ? kStreamType : kSnapshotType);
   }
 
-  void admit(SoupServerMessage* message, StreamSize size, Viewer::Kind kind) {
+  void admit(SoupServerMessage* message, StreamSize size, Viewer::Kind kind, bool anonymised) {
     Audience& audience = audienceOf(size);
-    auto viewer = std::make_shared<Viewer>(message, kind, audience.stream.isAnonymised());
+    auto viewer = std::make_shared<Viewer>(message, kind, anonymised || audience.stream.isAnonymised());
     audience.viewers.push_back(viewer);
     viewer->begin([this, size, raw = viewer.get()] { remove(size, raw); });
     startTimer();

@@ -263,8 +263,13 @@ TEST_F(HttpServing, ADripOfHeadersBuysNoTime) {
   EXPECT_LT(drips, 1000);
 }
 
-TEST_F(HttpServing, TurnsAwayMoreConnectionsThanItsBound) {
-  m_settings.connections = 2;
+class Crowd : public HttpServing, public testing::WithParamInterface<size_t HttpServerSettings::*> {};
+
+INSTANTIATE_TEST_SUITE_P(Bound, Crowd,
+                         testing::Values(&HttpServerSettings::connections, &HttpServerSettings::connections_of_one));
+
+TEST_P(Crowd, IsTurnedAwayBeyondTheBound) {
+  m_settings.*GetParam() = 2;
   listen();
   std::vector<std::unique_ptr<HttpClient>> crowd;
   for (int i = 0; i < 20; ++i) {

@@ -114,6 +114,9 @@ bool isNear(std::uint32_t colour, std::uint32_t expected) {
   return true;
 }
 
+const std::string kImage = "/axis-cgi/jpg/image.cgi?resolution=";
+const std::string kVideo = "/axis-cgi/mjpg/video.cgi?resolution=";
+
 class ViewStreamsTest : public testing::Test {
  protected:
   void TearDown() override { m_server.stop(); }  // before the streams go
@@ -137,15 +140,14 @@ class ViewStreamsTest : public testing::Test {
   }
 
   BgraPicture snapshot(const std::string& size) const {
-    const HttpReply reply = request(m_port, "GET", "/axis-cgi/jpg/image.cgi?resolution=" + size);
+    const HttpReply reply = request(m_port, "GET", kImage + size);
     EXPECT_EQ(reply.status, 200);
     EXPECT_EQ(reply.headers.at("content-type"), "image/jpeg");
     return decode(reply.body);
   }
 
   std::string watchRequest(const std::string& size) const {
-    return "GET /axis-cgi/mjpg/video.cgi?resolution=" + size +
-           " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n";
+    return "GET " + kVideo + size + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n";
   }
 
   /// The next part of a stream; empty at its end.
@@ -248,13 +250,28 @@ TEST_F(ViewStreamsTest, TheAnonymisedStreamShowsItsOwnCyclesOnly) {
 
 TEST_F(ViewStreamsTest, WhoWatchesTheAnonymisedStreamIsNotShownTheRoomWhenItIsSwitchedOff) {
   open();
+  HttpClient earlier(m_port);
+  earlier.send(watchRequest("128x72"));
+  earlier.receiveUntil("--velmor-picture\r\n");
+  EXPECT_FALSE(nextPart(earlier).empty());
   anonymise("128x72");
   HttpClient viewer(m_port);
   viewer.send(watchRequest("128x72"));
   viewer.receiveUntil("--velmor-picture\r\n");
   EXPECT_FALSE(nextPart(viewer).empty());
+  std::string part;
+  do {
+    part = nextPart(earlier);
+    ASSERT_FALSE(part.empty());
+  } while (!isNear(colourAt(decode(part), 2, 2), kCard));
+  EXPECT_EQ(request(m_port, "HEAD", kImage + "128x72&anonymised=1").status, 200);
   anonymise("");
   EXPECT_TRUE(viewer.seesEnd());
+  EXPECT_TRUE(earlier.seesEnd()) << "it has come to count on it";
+  for (const std::string& address : {kImage, kVideo}) {
+    EXPECT_EQ(request(m_port, "GET", address + "128x72&anonymised=1").status, 409) << address;
+    EXPECT_EQ(request(m_port, "HEAD", address + "128x72&anonymised=1").status, 409) << address;
+  }
 }
 
 TEST_F(ViewStreamsTest, ASlowViewerMissesPicturesAndCatchesUp) {
