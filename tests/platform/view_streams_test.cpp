@@ -114,6 +114,7 @@ bool isNear(std::uint32_t colour, std::uint32_t expected) {
   return true;
 }
 
+constexpr std::uint32_t kCard = 0x404040;
 const std::string kImage = "/axis-cgi/jpg/image.cgi?resolution=";
 const std::string kVideo = "/axis-cgi/mjpg/video.cgi?resolution=";
 
@@ -225,7 +226,6 @@ TEST_F(ViewStreamsTest, ViewersOfASizeSeeTheSameEncoding) {
 TEST_F(ViewStreamsTest, TheAnonymisedStreamShowsItsOwnCyclesOnly) {
   open();
   anonymise("128x72");
-  constexpr std::uint32_t kCard = 0x404040;
   const auto corner = [&] { return colourAt(snapshot("128x72"), 2, 2); };
   const auto edge = [&] { return colourAt(snapshot("128x72"), 125, 69); };
   EXPECT_TRUE(isNear(corner(), kCard)) << "nothing is analysed yet";
