@@ -8,10 +8,10 @@
 #include <vector>
 
 struct FakeCamera {
-  std::vector<uint8_t> frame;                ///< NV12; what every buffer holds
-  std::string failingCall;                   ///< the call that fails, "vdo_stream_start"
-  std::string errorText = "camera is gone";  ///< what it says
-  std::map<std::string, unsigned> settings;  ///< of the last stream created
+  std::vector<uint8_t> frame;                                        ///< NV12; what every buffer holds
+  std::string failingCall;                                           ///< the call that fails, "vdo_stream_start"
+  std::string errorText = "camera is gone";                          ///< what it says
+  std::map<std::string, unsigned> settings;                          ///< of the last stream created
   std::vector<std::vector<std::pair<unsigned, unsigned>>> channels;  ///< stream sizes of each
   int buffersTaken = 0;
   int buffersReturned = 0;
