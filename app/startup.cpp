@@ -13,7 +13,6 @@
 #include "config/parameter_controller.h"
 #include "config/parameter_io.h"
 #include "events/event_manager.h"
-#include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
 
@@ -50,8 +49,7 @@ void init_parameter_controller() {
     g_IsPortrait = true;
   }
   g_IsDevMode = false;
-  g_calibrator.setSize(g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
-  g_calibrator.setRender(g_CalibrationParams.b_ShowCalibrationMarkers);
+  parameter_io::show_stakes();
 }
 
 void init_stream_size() {
@@ -61,13 +59,8 @@ void init_stream_size() {
 }
 
 void init_overlay_manager() {
-  constexpr const char* kNoStream = "0x0";
-  const _CalibrationParams& params = g_CalibrationParams;
   g_overlayManager = std::make_unique<OverlayManager>();
-  g_overlayManager->SetOverlayStreamResolutionFromString(params.b_DetectionOverlaysOn ? params.str_DetectionOverlay
-                                                                                      : kNoStream);
-  g_overlayManager->SetAnonymizedStreamResolutionFromString(params.b_AnonOverlaysOn ? params.str_AnonOverlay
-                                                                                    : kNoStream);
+  parameter_io::select_streams();
 }
 
 void init_event_manager() {
@@ -77,15 +70,11 @@ void init_event_manager() {
 }
 
 bool init_3D() {
-  // The stored points go clockwise from red; the calibration goes the other way around from the same first corner.
-  const auto corner = [](int element) { return static_cast<float>(g_DetectionParams.i_FallCalibration[element]); };
-  const Quad quad(corner(0), corner(1), corner(6), corner(7), corner(4), corner(5), corner(2), corner(3));
-  const std::string prod = g_ParameterController.findProdShortName();
-  if (g_DistanceController.calibrate(prod, quad, g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM)) {
-    return true;
+  const bool calibrated = parameter_io::calibrate_floor();
+  if (!calibrated) {
+    logFloorFaults(parameter_io::floor_quad());
   }
-  logFloorFaults(quad);
-  return false;
+  return calibrated;
 }
 
 void init_tracking() {

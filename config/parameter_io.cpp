@@ -82,13 +82,6 @@ void readGeneralSettings(GHashTable* table) {
   g_CalibrationParams.b_ShowCalibrationMarkers = parameter_io::get_bool(table, "SCM");
 }
 
-void applyOverlayStreams() {
-  const _CalibrationParams& params = g_CalibrationParams;
-  OverlayManager::SetOverlayStreamResolutionFromString(params.b_DetectionOverlaysOn ? params.str_DetectionOverlay
-                                                                                    : "0x0");
-  OverlayManager::SetAnonymizedStreamResolutionFromString(params.b_AnonOverlaysOn ? params.str_AnonOverlay : "0x0");
-}
-
 void readFloor(GHashTable* table) {
   const char* const keys[kCoordinates] = {"XR", "YR", "XG", "YG", "XB", "YB", "XY", "YY"};
   for (int element = 0; element < kCoordinates; ++element) {
@@ -97,19 +90,6 @@ void readFloor(GHashTable* table) {
   }
   g_DetectionParams.f_WRectM = parameter_io::get_float(table, "XM");
   g_DetectionParams.f_HRectM = parameter_io::get_float(table, "YM");
-}
-
-void applyFloor() {
-  const float width = g_DetectionParams.f_WRectM;
-  const float height = g_DetectionParams.f_HRectM;
-  g_calibrator.setSize(width, height);
-  g_calibrator.setRender(g_CalibrationParams.b_ShowCalibrationMarkers);
-  // The stored points go red, green, blue, yellow; the calibration goes the other way around from the red one.
-  const auto point = [](int element) { return static_cast<float>(g_DetectionParams.i_FallCalibration[element]); };
-  const Quad quad(point(0), point(1), point(6), point(7), point(4), point(5), point(2), point(3));
-  if (!g_DistanceController.calibrate(g_ParameterController.findProdShortName(), quad, width, height)) {
-    syslog(LOG_ERR, "Failed Calibration");
-  }
 }
 
 std::string element(const std::string& name, const std::string& content) {
@@ -186,14 +166,17 @@ bool parameter_io::get_bool(GHashTable* table, const std::string& key) { return 
 
 int parameter_io::set_parameters(GHashTable* table) {
   readGeneralSettings(table);
-  applyOverlayStreams();
+  select_streams();
   g_ParameterController.save_calibration(g_CalibrationParams);
   readAreas(table, "AOI", bedAreas());
   store_points_into_AOI();
   readAreas(table, "EX", exclusionAreas());
   store_points_into_exclusions();
   readFloor(table);
-  applyFloor();
+  show_stakes();
+  if (!calibrate_floor()) {
+    syslog(LOG_ERR, "Failed Calibration");
+  }
   g_ParameterController.save_detection(g_DetectionParams);
   return 0;
 }
@@ -245,21 +228,43 @@ void parameter_io::output_to_front_end(GDataOutputStream* stream, const char* fo
 }
 
 void parameter_io::store_points_into_AOI() {
-  g_AreaofInterest.set_detection(1, polygonOf(g_DetectionParams.i_Detection1));
-  g_AreaofInterest.set_detection_active(1, g_DetectionParams.b_Detection1Active);
-  g_AreaofInterest.set_detection(2, polygonOf(g_DetectionParams.i_Detection2));
-  g_AreaofInterest.set_detection_active(2, g_DetectionParams.b_Detection2Active);
-  g_AreaofInterest.set_detection(3, polygonOf(g_DetectionParams.i_Detection3));
-  g_AreaofInterest.set_detection_active(3, g_DetectionParams.b_Detection3Active);
+  int number = 0;
+  for (const Area& bed : bedAreas()) {
+    g_AreaofInterest.set_detection(++number, polygonOf(bed.corners));
+    g_AreaofInterest.set_detection_active(number, *bed.active);
+  }
 }
 
 void parameter_io::store_points_into_exclusions() {
-  g_AreaofInterest.set_exclusion_active(1, g_DetectionParams.b_Exclusion1Active);
-  g_AreaofInterest.set_exclusion(1, polygonOf(g_DetectionParams.i_Exclusion1));
-  g_AreaofInterest.set_exclusion_active(2, g_DetectionParams.b_Exclusion2Active);
-  g_AreaofInterest.set_exclusion(2, polygonOf(g_DetectionParams.i_Exclusion2));
-  g_AreaofInterest.set_exclusion_active(3, g_DetectionParams.b_Exclusion3Active);
-  g_AreaofInterest.set_exclusion(3, polygonOf(g_DetectionParams.i_Exclusion3));
+  int number = 0;
+  for (const Area& exclusion : exclusionAreas()) {
+    g_AreaofInterest.set_exclusion_active(++number, *exclusion.active);
+    g_AreaofInterest.set_exclusion(number, polygonOf(exclusion.corners));
+  }
+}
+
+void parameter_io::select_streams() {
+  constexpr const char* kNoStream = "0x0";
+  const _CalibrationParams& params = g_CalibrationParams;
+  OverlayManager::SetOverlayStreamResolutionFromString(params.b_DetectionOverlaysOn ? params.str_DetectionOverlay
+                                                                                    : kNoStream);
+  OverlayManager::SetAnonymizedStreamResolutionFromString(params.b_AnonOverlaysOn ? params.str_AnonOverlay : kNoStream);
+}
+
+void parameter_io::show_stakes() {
+  g_calibrator.setSize(g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
+  g_calibrator.setRender(g_CalibrationParams.b_ShowCalibrationMarkers);
+}
+
+Quad parameter_io::floor_quad() {
+  // The stored points go red, green, blue, yellow; the calibration goes the other way around from the red one.
+  const auto point = [](int element) { return static_cast<float>(g_DetectionParams.i_FallCalibration[element]); };
+  return {point(0), point(1), point(6), point(7), point(4), point(5), point(2), point(3)};
+}
+
+bool parameter_io::calibrate_floor() {
+  return g_DistanceController.calibrate(g_ParameterController.findProdShortName(), floor_quad(),
+                                        g_DetectionParams.f_WRectM, g_DetectionParams.f_HRectM);
 }
 
 std::string parameter_io::status_to_string(int code) { return statusText(code); }
