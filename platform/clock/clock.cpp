@@ -1,11 +1,15 @@
 #include "platform/clock/clock.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 namespace ticker_clock {
@@ -49,6 +53,124 @@ struct Numbered {
   static void destroy(gpointer numbered) { delete static_cast<Numbered*>(numbered); }
 };
 
+using std::chrono::microseconds;
+
+constexpr microseconds kWindow = std::chrono::minutes(1);
+
+/// Counts what the live ticker did, and says once a minute that it could not keep up.
+class BeatKeeper {
+ public:
+  void begin(microseconds period, microseconds now) {
+    const std::scoped_lock lock(m_mutex);
+    m_beat = {};
+    m_beat.period = period;
+    m_calls.clear();
+    m_said = now;
+    m_left_out_unsaid = 0;
+  }
+
+  /// A call is over, and so many ticks were left out before it or while it lasted.
+  void note(microseconds now, microseconds took, std::uint64_t left_out) {
+    const std::scoped_lock lock(m_mutex);
+    m_beat.last_call = took;
+    m_beat.left_out += left_out;
+    m_left_out_unsaid += left_out;
+    m_calls.push_back({now, left_out});
+    forgetOld(now);
+    if (m_left_out_unsaid > 0 && now - m_said >= kWindow) say(now);
+  }
+
+  Beat at(microseconds now) {
+    const std::scoped_lock lock(m_mutex);
+    forgetOld(now);
+    Beat beat = m_beat;
+    for (const Call& call : m_calls) beat.left_out_last_minute += call.left_out;
+    if (!m_calls.empty()) {
+      const auto calls = static_cast<double>(m_calls.size());
+      beat.slowdown = (calls + static_cast<double>(beat.left_out_last_minute)) / calls;
+    }
+    return beat;
+  }
+
+ private:
+  struct Call {
+    microseconds time;
+    std::uint64_t left_out;
+  };
+
+  void forgetOld(microseconds now) {
+    while (!m_calls.empty() && now - m_calls.front().time > kWindow) m_calls.pop_front();
+  }
+
+  void say(microseconds now) {
+    const double minutes = std::chrono::duration<double, std::ratio<60>>(now - m_said).count();
+    const double due = std::max(1.0, std::chrono::duration<double>(now - m_said) / m_beat.period);
+    const double done = std::max(1.0, due - static_cast<double>(m_left_out_unsaid));
+    syslog(LOG_WARNING,
+           "this machine is too slow: %llu of %.0f pictures of the last %.0f min were left out, the last cycle took "
+           "%lld ms of %lld; alarms take %.1f times as long as they should",
+           static_cast<unsigned long long>(m_left_out_unsaid), due, minutes,
+           static_cast<long long>(m_beat.last_call / std::chrono::milliseconds(1)),
+           static_cast<long long>(m_beat.period / std::chrono::milliseconds(1)), due / done);
+    m_said = now;
+    m_left_out_unsaid = 0;
+  }
+
+  std::mutex m_mutex;
+  Beat m_beat;
+  std::deque<Call> m_calls;  ///< of the last minute
+  microseconds m_said{};
+  std::uint64_t m_left_out_unsaid = 0;
+};
+
+BeatKeeper& keeper() {
+  static auto& the_keeper = *new BeatKeeper;  // never destroyed: see above
+  return the_keeper;
+}
+
+microseconds monotonicNow() { return microseconds(g_get_monotonic_time()); }
+
+struct LiveSource {
+  GSource base;
+  microseconds period;
+  microseconds due;  ///< of the next tick
+};
+
+/// The ticks due by `now` are over; returns their number.
+std::uint64_t passOver(LiveSource& ticker, microseconds now) {
+  if (now < ticker.due) return 0;
+  const auto passed = (now - ticker.due) / ticker.period + 1;
+  ticker.due += passed * ticker.period;
+  return static_cast<std::uint64_t>(passed);
+}
+
+/// One call for the newest tick that is due. The next begins with a later beat, also when this call has outlasted it.
+gboolean dispatchLive(GSource* source, GSourceFunc callback, gpointer data) {
+  auto& ticker = *reinterpret_cast<LiveSource*>(source);
+  const microseconds start = monotonicNow();
+  const std::uint64_t due = passOver(ticker, start);
+  const gboolean more = callback(data);
+  const microseconds end = monotonicNow();
+  keeper().note(end, end - start, (due == 0 ? 0 : due - 1) + passOver(ticker, end));
+  g_source_set_ready_time(source, ticker.due.count());
+  return more;
+}
+
+guint addLiveTicker(microseconds period, Numbered* callback) {
+  static GSourceFuncs functions{nullptr, nullptr, dispatchLive, nullptr, nullptr, nullptr};
+  GSource* source = g_source_new(&functions, sizeof(LiveSource));
+  auto& ticker = *reinterpret_cast<LiveSource*>(source);
+  const microseconds now = monotonicNow();
+  ticker.period = std::max(period, microseconds(1));
+  ticker.due = now + ticker.period;
+  keeper().begin(ticker.period, now);
+  g_source_set_callback(source, Numbered::call, callback, Numbered::destroy);
+  g_source_set_ready_time(source, ticker.due.count());
+  const guint id = g_source_attach(source, nullptr);
+  g_source_unref(source);
+  return id;
+}
+
 struct ReplaySource {
   GSource base;
   std::chrono::nanoseconds interval;
@@ -90,8 +212,10 @@ TimeStamp now() {
 guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data) {
   auto numbered = std::make_unique<Numbered>(Numbered{callback, data});
   if (isReplay()) return addReplayTicker(std::chrono::milliseconds(interval_ms), numbered.release());
-  return g_timeout_add_full(G_PRIORITY_DEFAULT, interval_ms, Numbered::call, numbered.release(), Numbered::destroy);
+  return addLiveTicker(std::chrono::milliseconds(interval_ms), numbered.release());
 }
+
+Beat beat() { return keeper().at(monotonicNow()); }
 
 std::uint64_t currentTick() { return tick_under_way; }
 

@@ -21,9 +21,22 @@ bool isReplay();
 TimeStamp now();
 
 /// Calls `callback(data)` every `interval_ms` from the default GLib main loop; returns the GLib source id (positive),
-/// to be ended with g_source_remove. Replay: as fast as the loop turns, stepping now() by the interval before each
-/// call.
+/// to be ended with g_source_remove. Live the beat is kept: a tick whose time passes while a call lasts is left out and
+/// never made up, so that the loop gets to serve what else waits. Replay: as fast as the loop turns, stepping now() by
+/// the interval before each call.
 guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data);
+
+/// How well the live ticker keeps its beat.
+struct Beat {
+  std::chrono::nanoseconds period{0};      ///< 0 while there is no live ticker
+  std::chrono::nanoseconds last_call{0};   ///< how long the last finished call took
+  std::uint64_t left_out = 0;              ///< ticks since the ticker was added
+  std::uint64_t left_out_last_minute = 0;  ///< of the ticks that were due in the last minute
+  double slowdown = 1.0;                   ///< mean distance between calls in the last minute, in periods
+};
+
+/// From any thread.
+Beat beat();
 
 /// The number of the ticker's call that is under way, from 1 on; 0 between calls. What belongs to one call belongs to
 /// one cycle.

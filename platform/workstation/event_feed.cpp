@@ -17,6 +17,7 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/durable_file.h"
+#include "platform/workstation/health.h"
 
 namespace workstation {
 namespace {
@@ -27,7 +28,7 @@ constexpr const char* kPath = "/platform/events";
 constexpr std::chrono::hours kHistory{12};
 /// Of the journal's end; more than so many changes take.
 constexpr off_t kTailBytes = 1 << 20;
-constexpr guint kSignOfLife_s = 15;
+constexpr guint kHeartbeat_ms = 1000;
 
 struct EventState {
   std::string name;
@@ -55,6 +56,32 @@ std::string oneLine(const ordered_json& json) {
 
 ordered_json changeOf(std::uint64_t number, const std::string& name, bool active, const std::string& time) {
   return {{"seq", number}, {"name", name}, {"active", active}, {"time", time}};
+}
+
+ordered_json milliseconds(const std::optional<std::chrono::nanoseconds>& span) {
+  return span ? ordered_json(std::chrono::duration_cast<std::chrono::milliseconds>(*span).count()) : ordered_json();
+}
+
+/// What shows that the program lives, and how well.
+std::string heartbeat() {
+  const Health health = currentHealth();
+  ordered_json wrong = ordered_json::array();
+  for (const auto& [what, since, text] : health.wrong) {
+    wrong.push_back({{"what", nameOf(what)}, {"since", utcText(since)}, {"text", text}});
+  }
+  const bool has_cycled = health.cycle != 0;
+  const ordered_json beat = {
+      {"time", utcText(ticker_clock::now())},
+      {"cycle", health.cycle},
+      {"cycle_age_ms", milliseconds(health.cycle_age)},
+      {"cycle_ms", milliseconds(has_cycled ? std::optional(health.beat.last_call) : std::nullopt)},
+      {"picture_age_ms", milliseconds(health.picture_age)},
+      {"period_ms", milliseconds(health.beat.period)},
+      {"ticks_left_out", health.beat.left_out},
+      {"ticks_left_out_last_minute", health.beat.left_out_last_minute},
+      {"slowdown", health.beat.slowdown},
+      {"wrong", wrong}};
+  return "event: heartbeat\ndata: " + oneLine(beat) + "\n\n";
 }
 
 /// The last whole lines of a file that another part of the program appends to; empty when it cannot be read.
@@ -129,7 +156,7 @@ class EventFeed::Implementation {
   std::filesystem::path m_journal;
   EventFeedLimits m_limits;
   std::list<Viewer> m_viewers;
-  GSource* m_sign_of_life;
+  GSource* m_heartbeat;
 };
 
 EventFeed::Implementation::Implementation(HttpServer& server, std::filesystem::path journal,
@@ -137,16 +164,16 @@ EventFeed::Implementation::Implementation(HttpServer& server, std::filesystem::p
     : m_server(server),
       m_journal(std::move(journal)),
       m_limits(limits),
-      m_sign_of_life(g_timeout_source_new_seconds(kSignOfLife_s)) {
+      m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
   server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) { welcome(message); });
   g_source_set_callback(
-      m_sign_of_life,
+      m_heartbeat,
       [](gpointer self) -> gboolean {
-        static_cast<Implementation*>(self)->sendToAll(": still here\n\n");
+        static_cast<Implementation*>(self)->sendToAll(heartbeat());
         return G_SOURCE_CONTINUE;
       },
       this, nullptr);
-  g_source_attach(m_sign_of_life, server.context());
+  g_source_attach(m_heartbeat, server.context());
   const std::lock_guard lock(hub().mutex);
   hub().feed = this;
 }
@@ -156,8 +183,8 @@ EventFeed::Implementation::~Implementation() {
     const std::lock_guard lock(hub().mutex);
     hub().feed = nullptr;
   }
-  g_source_destroy(m_sign_of_life);
-  g_source_unref(m_sign_of_life);
+  g_source_destroy(m_heartbeat);
+  g_source_unref(m_heartbeat);
   while (!m_viewers.empty()) release(m_viewers.begin());
 }
 
@@ -196,7 +223,8 @@ void EventFeed::Implementation::welcome(SoupServerMessage* message) {
   g_signal_connect(message, "finished", G_CALLBACK(gone), this);
   g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
   m_viewers.push_back({SOUP_SERVER_MESSAGE(g_object_ref(message)), 0});
-  send(m_viewers.back(), stateMessage(m_viewers.back().last));
+  const std::string state = stateMessage(m_viewers.back().last);
+  send(m_viewers.back(), state + heartbeat());
 }
 
 /// The state as of the number `last`, which it sets: later changes follow one by one.

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "platform/clock/clock.h"
+#include "platform/workstation/health.h"
 #include "platform/workstation/stream_choice.h"
 #include "platform/workstation/video_service.h"
 
@@ -158,6 +159,7 @@ void drawWatched(const CameraDescription& camera, StreamSize size) {
 void drawAnonymised(const CameraDescription& camera) {
   const CycleFrames::Frame frame = drawnFrame();
   if (!frame) return;  // between cycles
+  noteCompleteCycle(ticker_clock::currentTick(), frame->taken());
   const StreamChoice choice = currentStreamChoice();
   if (!choice.anonymised || !isOffered(camera, *choice.anonymised)) return;
   anonymisedView().show({frame, drawStream(camera, *choice.anonymised)}, choice, AnonymisedView::Clock::now());

@@ -40,6 +40,8 @@ class DecodedFrame {
   DecodedFrame& operator=(const DecodedFrame&) = delete;
 
   [[nodiscard]] I420View view() const;
+  /// When it reached this machine.
+  [[nodiscard]] std::chrono::steady_clock::time_point taken() const { return m_taken; }
   /// Time since the pipeline's start; nothing for a frame without a time stamp.
   [[nodiscard]] std::optional<std::chrono::nanoseconds> runningTime() const;
   [[nodiscard]] std::optional<std::chrono::nanoseconds> duration() const;
@@ -49,6 +51,7 @@ class DecodedFrame {
  private:
   GstPtr<GstSample> m_sample;
   GstVideoFrame m_frame{};
+  std::chrono::steady_clock::time_point m_taken = std::chrono::steady_clock::now();
 };
 
 /// Plays the camera's source. Live: at the speed of the clock on the wall, from the moment it is opened. Replay: frame

@@ -1,0 +1,55 @@
+// How well the program watches, as far as the platform can tell: its last complete cycle, and what is wrong. Who
+// notices a trouble reports it, who shows states asks here. From any thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/clock/clock.h"
+
+namespace workstation {
+
+enum class Trouble {
+  kAlarmsNotRecorded,
+  kAnalysisStandsStill,  ///< derived: no cycle was complete for kLongestSilence
+  kCameraAway,
+  kLensAway,
+  kTicksLeftOut,  ///< derived: see ticker_clock::beat()
+};
+
+/// "camera-away": the name by which others know it.
+const char* nameOf(Trouble trouble);
+
+/// A trouble is there, `text` says it to staff in one sentence. Reported again, its time stays and its text is new.
+void reportTrouble(Trouble trouble, const std::string& text);
+void endTrouble(Trouble trouble);
+
+/// The cycle with this number (ticker_clock::currentTick) has come to its end, about a picture that was taken then.
+void noteCompleteCycle(std::uint64_t cycle, std::chrono::steady_clock::time_point picture_taken);
+
+/// Without a complete cycle for this long nobody is being watched.
+inline constexpr std::chrono::seconds kLongestSilence{3};
+
+struct Health {
+  struct Wrong {
+    Trouble what;
+    TimeStamp since;
+    std::string text;
+  };
+
+  std::uint64_t cycle = 0;                              ///< the last complete one; 0 for none yet
+  std::optional<std::chrono::nanoseconds> cycle_age;    ///< since it was complete
+  std::optional<std::chrono::nanoseconds> picture_age;  ///< of the picture that it was about
+  ticker_clock::Beat beat;
+  std::vector<Wrong> wrong;  ///< in the order of Trouble; empty while all is well
+
+  /// Whether somebody who needs help would be seen now.
+  [[nodiscard]] bool isWatching() const { return cycle_age && *cycle_age <= kLongestSilence; }
+};
+
+Health currentHealth();
+
+}  // namespace workstation
