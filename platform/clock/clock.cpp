@@ -1,16 +1,15 @@
 #include "platform/clock/clock.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <string_view>
+
+#include "platform/clock/beat_keeper.h"
 
 namespace ticker_clock {
 namespace {
@@ -54,74 +53,6 @@ struct Numbered {
 };
 
 using std::chrono::microseconds;
-
-constexpr microseconds kWindow = std::chrono::minutes(1);
-
-/// Counts what the live ticker did, and says once a minute that it could not keep up.
-class BeatKeeper {
- public:
-  void begin(microseconds period, microseconds now) {
-    const std::scoped_lock lock(m_mutex);
-    m_beat = {};
-    m_beat.period = period;
-    m_calls.clear();
-    m_said = now;
-    m_left_out_unsaid = 0;
-  }
-
-  /// A call is over, and so many ticks were left out before it or while it lasted.
-  void note(microseconds now, microseconds took, std::uint64_t left_out) {
-    const std::scoped_lock lock(m_mutex);
-    m_beat.last_call = took;
-    m_beat.left_out += left_out;
-    m_left_out_unsaid += left_out;
-    m_calls.push_back({now, left_out});
-    forgetOld(now);
-    if (m_left_out_unsaid > 0 && now - m_said >= kWindow) say(now);
-  }
-
-  Beat at(microseconds now) {
-    const std::scoped_lock lock(m_mutex);
-    forgetOld(now);
-    Beat beat = m_beat;
-    for (const Call& call : m_calls) beat.left_out_last_minute += call.left_out;
-    if (!m_calls.empty()) {
-      const auto calls = static_cast<double>(m_calls.size());
-      beat.slowdown = (calls + static_cast<double>(beat.left_out_last_minute)) / calls;
-    }
-    return beat;
-  }
-
- private:
-  struct Call {
-    microseconds time;
-    std::uint64_t left_out;
-  };
-
-  void forgetOld(microseconds now) {
-    while (!m_calls.empty() && now - m_calls.front().time > kWindow) m_calls.pop_front();
-  }
-
-  void say(microseconds now) {
-    const double minutes = std::chrono::duration<double, std::ratio<60>>(now - m_said).count();
-    const double due = std::max(1.0, std::chrono::duration<double>(now - m_said) / m_beat.period);
-    const double done = std::max(1.0, due - static_cast<double>(m_left_out_unsaid));
-    syslog(LOG_WARNING,
-           "this machine is too slow: %llu of %.0f pictures of the last %.0f min were left out, the last cycle took "
-           "%lld ms of %lld; alarms take %.1f times as long as they should",
-           static_cast<unsigned long long>(m_left_out_unsaid), due, minutes,
-           static_cast<long long>(m_beat.last_call / std::chrono::milliseconds(1)),
-           static_cast<long long>(m_beat.period / std::chrono::milliseconds(1)), due / done);
-    m_said = now;
-    m_left_out_unsaid = 0;
-  }
-
-  std::mutex m_mutex;
-  Beat m_beat;
-  std::deque<Call> m_calls;  ///< of the last minute
-  microseconds m_said{};
-  std::uint64_t m_left_out_unsaid = 0;
-};
 
 BeatKeeper& keeper() {
   static auto& the_keeper = *new BeatKeeper;  // never destroyed: see above

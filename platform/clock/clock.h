@@ -29,6 +29,7 @@ guint addTicker(guint interval_ms, GSourceFunc callback, gpointer data);
 /// How well the live ticker keeps its beat.
 struct Beat {
   std::chrono::nanoseconds period{0};      ///< 0 while there is no live ticker
+  std::chrono::nanoseconds age{0};         ///< since the ticker was added
   std::chrono::nanoseconds last_call{0};   ///< how long the last finished call took
   std::uint64_t left_out = 0;              ///< ticks since the ticker was added
   std::uint64_t left_out_last_minute = 0;  ///< of the ticks that were due in the last minute

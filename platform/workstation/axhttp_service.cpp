@@ -2,9 +2,11 @@
 // answered on the server's own thread.
 #include <axhttp.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -29,6 +31,7 @@
 #include "platform/workstation/state_directory.h"
 #include "platform/workstation/view_streams.h"
 
+using workstation::HttpQuery;
 using workstation::HttpServer;
 using workstation::ProgramRequest;
 
@@ -39,6 +42,10 @@ constexpr const char* kApplication = "velmor_care";
 constexpr const char* kNotStored =
     "Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n\r\n"
     "The settings are in use but could not be stored; the system log says why.\n";
+
+constexpr const char* kTooManyWaiting =
+    "Status: 503 Service Unavailable\r\nContent-Type: text/plain\r\n\r\n"
+    "Too many requests wait for the program; try again later.\n";
 
 struct Unref {
   void operator()(gpointer object) const { g_object_unref(object); }
@@ -100,23 +107,36 @@ void answer(SoupServerMessage* message, const std::string& output) {
   }
 }
 
+/// Set once nobody waits for an answer any more.
+using Abandoned = std::shared_ptr<std::atomic<bool>>;
+
+/// Whether a request only asks, so that it is in vain when its client has gone.
+bool onlyReads(const ProgramRequest& request) {
+  const auto action = request.parameters ? request.parameters->find("action") : HttpQuery::const_iterator();
+  return request.parameters && action != request.parameters->end() && action->second.starts_with("get_");
+}
+
 /// Messages whose answers the program owes; on the server's thread only.
 class WaitingMessages {
  public:
-  WaitingMessages() = default;
+  explicit WaitingMessages(GMainContext* context) : m_context(context) {}
   ~WaitingMessages() {
     while (!m_messages.empty()) release(m_messages.begin()->first);
   }
   WaitingMessages(const WaitingMessages&) = delete;
   WaitingMessages& operator=(const WaitingMessages&) = delete;
 
-  std::uint64_t add(SoupServerMessage* message) {
+  /// The message waits, and while it does its client is watched; `abandoned` is set when the client has gone.
+  std::uint64_t add(SoupServerMessage* message, Abandoned abandoned) {
     constexpr auto gone =
         +[](SoupServerMessage* ended, gpointer self) { static_cast<WaitingMessages*>(self)->forget(ended); };
     soup_server_message_pause(message);
     g_signal_connect(message, "finished", G_CALLBACK(gone), this);
     g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
-    m_messages.emplace(++m_last, SOUP_SERVER_MESSAGE(g_object_ref(message)));
+    Waiting& waiting = m_messages[++m_last];
+    waiting.message = SOUP_SERVER_MESSAGE(g_object_ref(message));
+    waiting.abandoned = std::move(abandoned);
+    watch(waiting);
     return m_last;
   }
 
@@ -124,25 +144,53 @@ class WaitingMessages {
   void finish(std::uint64_t id, const std::string& output) {
     const auto found = m_messages.find(id);
     if (found == m_messages.end()) return;
-    answer(found->second, output);
-    soup_server_message_unpause(found->second);
+    SoupServerMessage* const message = found->second.message;
+    answer(message, output);
+    soup_server_message_unpause(message);
     release(id);
   }
 
  private:
+  struct Waiting {
+    SoupServerMessage* message;
+    Abandoned abandoned;
+    GSource* watch = nullptr;
+  };
+
+  /// libsoup does not look at the connection of a paused message.
+  void watch(Waiting& waiting) {
+    GSocket* const socket = workstation::socketOf(waiting.message);
+    waiting.watch = g_socket_create_source(socket, G_IO_IN, nullptr);
+    constexpr auto readable = +[](GSocket* ready, GIOCondition, gpointer data) -> gboolean {
+      char byte = 0;
+      const ssize_t got = ::recv(g_socket_get_fd(ready), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+      if (got > 0) return G_SOURCE_REMOVE;  // it goes on speaking: it is there
+      if (got < 0 && (errno == EAGAIN || errno == EINTR)) return G_SOURCE_CONTINUE;
+      workstation::dropConnection(static_cast<SoupServerMessage*>(data));
+      return G_SOURCE_REMOVE;
+    };
+    g_source_set_callback(waiting.watch, G_SOURCE_FUNC(readable), g_object_ref(waiting.message), g_object_unref);
+    g_source_attach(waiting.watch, m_context);
+  }
+
   void forget(SoupServerMessage* message) {
     for (const auto& [id, waiting] : m_messages) {
-      if (waiting == message) return release(id);
+      if (waiting.message == message) return release(id);
     }
   }
 
   void release(std::uint64_t id) {
     const auto node = m_messages.extract(id);
-    g_signal_handlers_disconnect_by_data(node.mapped(), this);
-    g_object_unref(node.mapped());
+    const Waiting& waiting = node.mapped();
+    *waiting.abandoned = true;
+    g_source_destroy(waiting.watch);
+    g_source_unref(waiting.watch);
+    g_signal_handlers_disconnect_by_data(waiting.message, this);
+    g_object_unref(waiting.message);
   }
 
-  std::map<std::uint64_t, SoupServerMessage*> m_messages;
+  GMainContext* m_context;
+  std::map<std::uint64_t, Waiting> m_messages;
   std::uint64_t m_last = 0;
 };
 
@@ -150,7 +198,7 @@ class WaitingMessages {
 class MainThreadQueue {
  public:
   MainThreadQueue() : m_source(g_source_new(&s_functions, sizeof(GSource))) {
-    g_source_set_callback(m_source, &MainThreadQueue::next, this, nullptr);
+    g_source_set_callback(m_source, &MainThreadQueue::serve, this, nullptr);
     g_source_attach(m_source, nullptr);
   }
   ~MainThreadQueue() {
@@ -160,27 +208,37 @@ class MainThreadQueue {
   MainThreadQueue(const MainThreadQueue&) = delete;
   MainThreadQueue& operator=(const MainThreadQueue&) = delete;
 
-  /// From any thread.
-  void push(std::function<void()> task) {
+  /// A task that is left out once it is abandoned; with none, it never is. From any thread; false when too many wait.
+  bool push(std::function<void()> run, Abandoned abandoned) {
     const std::lock_guard lock(m_mutex);
-    m_tasks.push_back(std::move(task));
+    std::erase_if(m_tasks, isAbandoned);
+    if (m_tasks.size() >= kMostWaiting) return false;
+    m_tasks.push_back({std::move(run), std::move(abandoned)});
     g_source_set_ready_time(m_source, 0);
+    return true;
   }
 
  private:
-  /// One task a turn of the main loop, so that the cycle's timer gets its own.
-  static gboolean next(gpointer self) {
+  static constexpr size_t kMostWaiting = 256;
+
+  struct Task {
+    std::function<void()> run;
+    Abandoned abandoned;
+  };
+  static bool isAbandoned(const Task& task) { return task.abandoned && *task.abandoned; }
+
+  /// All that wait are served in one turn of the main loop: there may be only one between two cycles.
+  static gboolean serve(gpointer self) {
     auto* queue = static_cast<MainThreadQueue*>(self);
-    std::function<void()> task;
+    std::deque<Task> tasks;
     {
       const std::lock_guard lock(queue->m_mutex);
-      if (!queue->m_tasks.empty()) {
-        task = std::move(queue->m_tasks.front());
-        queue->m_tasks.pop_front();
-      }
-      g_source_set_ready_time(queue->m_source, queue->m_tasks.empty() ? -1 : 0);
+      tasks.swap(queue->m_tasks);
+      g_source_set_ready_time(queue->m_source, -1);
     }
-    if (task) task();
+    for (const Task& task : tasks) {
+      if (!isAbandoned(task)) task.run();
+    }
     return G_SOURCE_CONTINUE;
   }
 
@@ -188,7 +246,7 @@ class MainThreadQueue {
   static inline GSourceFuncs s_functions = {nullptr, nullptr, &MainThreadQueue::dispatch, nullptr, nullptr, nullptr};
 
   std::mutex m_mutex;
-  std::deque<std::function<void()>> m_tasks;
+  std::deque<Task> m_tasks;
   GSource* m_source;
 };
 
@@ -199,15 +257,23 @@ struct _AXHttpHandler {
       : callback(handler_callback),
         user_data(handler_data),
         server(settings()),
+        waiting(server.context()),
         feed(server, workstation::stateDirectory() / "events.jsonl"),
         streams(server) {
-    server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) {
-      queue.push([this, id = waiting.add(message), request] { call(id, request); });
-    });
+    server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
   }
   ~_AXHttpHandler() { server.stop(); }
   _AXHttpHandler(const _AXHttpHandler&) = delete;
   _AXHttpHandler& operator=(const _AXHttpHandler&) = delete;
+
+  /// On the server's thread. What changes something is never left out.
+  void accept(SoupServerMessage* message, const ProgramRequest& request) {
+    const auto abandoned = std::make_shared<std::atomic<bool>>(false);
+    const std::uint64_t id = waiting.add(message, abandoned);
+    if (!queue.push([this, id, request] { call(id, request); }, onlyReads(request) ? abandoned : nullptr)) {
+      waiting.finish(id, kTooManyWaiting);
+    }
+  }
 
   /// On the main thread.
   void call(std::uint64_t id, const ProgramRequest& request) {

@@ -29,9 +29,9 @@ void setTrouble(Trouble trouble, const std::string& text) {
   entry->second.text = text;
 }
 
-/// What follows from the beat and from the last cycle's age.
+/// What follows from the beat and from the last cycle's age. With the lock held.
 void derive(const Health& health) {
-  if (health.cycle != 0 && !health.isWatching()) {
+  if (health.cycle_age.value_or(health.beat.age) > kLongestSilence) {
     setTrouble(Trouble::kAnalysisStandsStill, "No picture has been analysed since then: nobody is being watched.");
   } else {
     known().wrong.erase(Trouble::kAnalysisStandsStill);

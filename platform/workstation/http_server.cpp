@@ -100,12 +100,6 @@ void cutOff(GSocket* socket) {
   g_socket_shutdown(socket, TRUE, TRUE, nullptr);
 }
 
-/// The connection of a message, which libsoup knows by the address that it was given for the other end.
-GSocket* socketOf(SoupServerMessage* message) {
-  GSocketAddress* remote = soup_server_message_get_remote_address(message);
-  return static_cast<GSocket*>(g_object_get_data(G_OBJECT(remote), kSocketKey));
-}
-
 /// A socket that listens on the first port that is free. Throws std::runtime_error with one line.
 std::unique_ptr<GSocket, Unref> listeningSocket(const ListenAddress& where, std::uint16_t& port) {
   const std::unique_ptr<GInetAddress, Unref> address(g_inet_address_new_from_string(where.address.c_str()));
@@ -606,6 +600,12 @@ void answerLine(SoupServerMessage* message, unsigned int status, const std::stri
   const std::string text = line + "\n";
   soup_server_message_set_status(message, status, nullptr);
   soup_server_message_set_response(message, "text/plain; charset=utf-8", SOUP_MEMORY_COPY, text.data(), text.size());
+}
+
+// libsoup knows a connection by the address that it was given for the other end.
+GSocket* socketOf(SoupServerMessage* message) {
+  GSocketAddress* remote = soup_server_message_get_remote_address(message);
+  return static_cast<GSocket*>(g_object_get_data(G_OBJECT(remote), kSocketKey));
 }
 
 void dropConnection(SoupServerMessage* message) {

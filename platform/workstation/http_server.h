@@ -84,6 +84,9 @@ void checkFree(const ListenAddress& where);
 /// Answers with a status and one line of plain text.
 void answerLine(SoupServerMessage* message, unsigned int status, const std::string& line);
 
+/// The connection of a message, borrowed; on the server's thread.
+GSocket* socketOf(SoupServerMessage* message);
+
 /// Ends the connection of a message that an endpoint has not finished, paused or not; on the server's thread.
 void dropConnection(SoupServerMessage* message);
 

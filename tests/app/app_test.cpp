@@ -1,6 +1,9 @@
+#include <glib-unix.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -55,6 +58,40 @@ gboolean raiseHere(gpointer) {
   return G_SOURCE_CONTINUE;
 }
 
+/// A turn always has something to do: a client that polls, say.
+gboolean raiseBesideAReadyDescriptor(gpointer) {
+  static int ready = -1;
+  if (ready < 0) {
+    ready = eventfd(1, EFD_CLOEXEC);
+    g_unix_fd_add(
+        ready, G_IO_IN, [](gint, GIOCondition, gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+    kill(getpid(), SIGTERM);
+  }
+  return G_SOURCE_CONTINUE;
+}
+
+/// Whoever asks the process to end finds it stuck.
+void getStuck() {
+  kill(getpid(), SIGTERM);
+  for (;;) pause();
+}
+
+[[noreturn]] void startAndGetStuck() {
+  init_signals();
+  deliverSigtermWhileWaiting();
+  getStuck();
+  _exit(7);
+}
+
+[[noreturn]] void runAndGetStuckInTheEnd() {
+  init_signals();
+  deliverSigtermWhileWaiting();
+  gp_Loop = g_main_loop_new(nullptr, FALSE);
+  g_ThreadID = g_timeout_add(0, raiseHere, nullptr);
+  g_main_loop_run(gp_Loop);
+  for (;;) pause();  // as the end of a source that never lets go
+}
+
 gboolean raiseElsewhere(gpointer) {
   std::thread([] {
     sigset_t none;
@@ -72,6 +109,19 @@ TEST(Shutdown, SigtermEndsTheLoopWithZeroAndAStartWithOne) {
   EXPECT_EXIT(runLoop(true, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(runLoop(false, raiseHere), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(runLoop(false, raiseElsewhere), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(runLoop(false, raiseBesideAReadyDescriptor), testing::ExitedWithCode(0), "");
+}
+
+TEST(Shutdown, AnEndThatHangsIsCutShort) {
+  EXPECT_EXIT(startAndGetStuck(), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(runLoop(false,
+                      [](gpointer) -> gboolean {
+                        getStuck();
+                        return G_SOURCE_REMOVE;
+                      }),
+              testing::ExitedWithCode(0), "")
+      << "a cycle that never ends";
+  EXPECT_EXIT(runAndGetStuckInTheEnd(), testing::ExitedWithCode(0), "");
 }
 
 void leave(const std::function<void()>& thrower) noexcept {

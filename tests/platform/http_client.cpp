@@ -45,6 +45,13 @@ void HttpClient::send(const std::string& bytes) {
   }
 }
 
+bool HttpClient::leave() {
+  ::shutdown(m_socket, SHUT_WR);
+  pollfd waiting{m_socket, POLLIN, 0};
+  char byte = 0;
+  return ::poll(&waiting, 1, kTurn_ms * kTurns) == 1 && ::recv(m_socket, &byte, 1, 0) <= 0;
+}
+
 bool HttpClient::read() {
   for (int turn = 0; turn < kTurns; ++turn) {
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {

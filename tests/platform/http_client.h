@@ -30,6 +30,8 @@ class HttpClient {
   bool isOpen(std::chrono::milliseconds time);
   /// True once the server has closed the connection; false when it goes on for ten seconds.
   bool seesEnd();
+  /// Says that nothing will be sent or awaited any more; true once the server has let go. The main loop stands still.
+  bool leave();
 
  private:
   bool read();

@@ -499,6 +499,25 @@ TEST_F(AxHttp, OutlivesClientsThatVanishAndEndsWithRequestsWaiting) {
   EXPECT_EQ(m_calls, before) << "nothing is called any more";
 }
 
+TEST_F(AxHttp, ServesAllThatWaitInOneTurnAndNoReadsInVain) {
+  start();
+  const auto ask = [&](const std::string& action) {
+    auto client = std::make_unique<HttpClient>(m_port);
+    client->send("GET /local/velmor_care/control.cgi?action=" + action +
+                 " HTTP/1.1\r\nHost: localhost:" + std::to_string(m_port) + "\r\n" + kFromPage + "\r\n");
+    return client;
+  };
+  // The main loop stands still, as during a long cycle.
+  ask("set_all_parameters")->leave();
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(ask("get_status_code")->leave()) << "a client that has gone is noticed";
+  std::vector<std::unique_ptr<HttpClient>> operators;
+  for (int i = 0; i < 6; ++i) operators.push_back(ask("get_all_parameters"));
+  ASSERT_TRUE(ask("get_status_code")->leave()) << "whoever came before has been received";
+  g_main_context_iteration(nullptr, TRUE);
+  EXPECT_EQ(m_calls, 7) << "the save, whose client has gone, and those of the operators, in one turn";
+  for (const auto& client : operators) EXPECT_EQ(client->receive().status, 200);
+}
+
 TEST_F(AxHttp, ListensOnlyWhenItIsTold) {
   ::unsetenv("VELMOR_LISTEN");
   testing::internal::CaptureStdout();
