@@ -149,6 +149,36 @@ TEST_F(Room, ExpectedPlacesStandUprightAboveTheFeet) {
   }
 }
 
+/// A bed that an installer has drawn inside an exclusion area, as around a mirror behind it, is a bed all the same.
+TEST_F(Room, ABedInsideAnExclusionAreaCountsAsABed) {
+  drawBed(1, inBed1());
+  g_AreaofInterest.set_exclusion(2, {{0, 0}, {1280, 0}, {1280, 720}, {0, 720}});
+  g_AreaofInterest.set_exclusion_active(2, true);
+  run(30, {inBed1(), standing(0.5, 3)});
+  EXPECT_FALSE(outOfBed());
+  run(20, {lying(0.3, 3)});
+  EXPECT_TRUE(outOfBed());
+  EXPECT_FALSE(fall()) << "outside the bed nobody counts";
+}
+
+/// In the picture the carer stands above somebody who lies, and sways by more than lies between them across.
+TEST_F(Room, PeopleAboveOneAnotherAreToldApart) {
+  const auto aside = [](const Skeleton& person, int x) {
+    Keypoints moved = person.keypoints;
+    for (auto& [part, keypoint] : moved) keypoint.point.x += x;
+    return Skeleton(moved, -1, 1.0F);
+  };
+  const Skeleton patient = lying(0, 2.3);
+  const Skeleton carer = aside(standing(0, 4.4), patient.superior.x - standing(0, 4.4).superior.x);
+  ASSERT_GT(std::abs(carer.superior.y - patient.superior.y), 60);
+  for (int i = 0; i < 24; ++i) {
+    const int sway = i % 2 == 0 ? 6 : -6;
+    run(1, i % 3 == 0 ? Skeletons{aside(carer, sway), patient} : Skeletons{patient, aside(carer, sway)});
+  }
+  EXPECT_TRUE(fall());
+  EXPECT_EQ(g_findingsHistory.getIDs(), (IDVector{0, 1}));
+}
+
 TEST_F(Room, SwitchedOffDetectionsStopTheirEventsAndStartNone) {
   drawBed(1, inBed1());
   const Skeletons people{lying(0.3, 3)};
