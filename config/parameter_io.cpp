@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -174,10 +175,20 @@ int parameter_io::set_parameters(GHashTable* table) {
   store_points_into_exclusions();
   readFloor(table);
   show_stakes();
-  if (!calibrate_floor()) {
+  std::exception_ptr problem;
+  bool calibrated = false;
+  try {
+    calibrated = calibrate_floor();
+  } catch (...) {
+    problem = std::current_exception();  // told when everything is stored
+  }
+  if (!calibrated) {
     syslog(LOG_ERR, "Failed Calibration");
   }
   g_ParameterController.save_detection(g_DetectionParams);
+  if (problem) {
+    std::rethrow_exception(problem);
+  }
   return 0;
 }
 

@@ -25,7 +25,8 @@ class parameter_io {
   static bool get_bool(GHashTable* table, const std::string& key);
 
   /// Applies and stores a whole set of settings; 0. A missing key throws std::invalid_argument: what came before it is
-  /// applied then, in part not stored. Values are not checked; a floor that cannot be calibrated is logged and stored.
+  /// applied then, in part not stored. Values are not checked; a floor that cannot be calibrated is logged and stored,
+  /// and so is everything when the lens cannot be asked, before what that throws goes on.
   static int set_parameters(GHashTable* table);
   /// Writes all settings as XML. Texts are not escaped, and a pair of percent signs in one comes out as one.
   static int get_parameters(GDataOutputStream* stream);

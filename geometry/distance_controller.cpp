@@ -3,16 +3,15 @@
 #include <syslog.h>
 
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <memory>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
 #include "app/process_state.h"
 #include "app/truncate.h"
+#include "geometry/shell_command.h"
 #include "video/VideoStreamSource.h"
 
 namespace {
@@ -20,6 +19,8 @@ namespace {
 constexpr float kSmallestDeterminant = 0.0001F;
 constexpr std::size_t kMostViews = 50;  // of the chessboard
 constexpr double kClearTaper = 1.05;    // about 10 degrees of slant at three times the board's width
+/// Nobody is watched while the lens is asked; it answers within milliseconds.
+constexpr std::chrono::seconds kLensPatience{10};
 constexpr const char* kFocalLengthQuery =
     "busctl --verbose get-property com.axis.Optics2 /com/axis/Optics0 com.axis.Iris1 FocalLength";
 
@@ -80,21 +81,15 @@ Distance_Controller::Distance_Controller()
                          {"AXIS P3265-V", {6.34F, 4.51F}},   {"AXIS Q3536-LVE", {8.1F, 4.51F}},
                          {"AXIS Q3538-LVE", {10.67F, 8.0F}}} {}
 
-std::string Distance_Controller::exec(const char* command) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command, "r"), pclose);
-  if (!pipe) {
-    throw std::runtime_error("popen() failed!");
-  }
-  std::array<char, 128> chunk{};
-  std::string output;
-  while (fgets(chunk.data(), static_cast<int>(chunk.size()), pipe.get()) != nullptr) {
-    output += chunk.data();
-  }
-  return output;
-}
+std::string Distance_Controller::exec(const char* command) { return outputOf(command, kLensPatience); }
 
 int Distance_Controller::getFocalLength() {
-  const std::string output = exec(kFocalLengthQuery);
+  std::string output;
+  try {
+    output = exec(kFocalLengthQuery);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error("the lens cannot be asked for its focal length (busctl): " + std::string(error.what()));
+  }
   const auto problem = [&output] {
     return "busctl answers \"" + output + "\" instead of the focal length of the lens";
   };

@@ -29,7 +29,8 @@ class Distance_Controller {
   /// Where a world position appears in the picture. Needs a successful calibration.
   cv::Point2f world_to_screen_point(const cv::Point3f& worldPoint) const;
 
-  /// The lens's focal length in micrometres, asked from the camera over D-Bus. Throws when the answer is not a number.
+  /// The lens's focal length in micrometres, asked from the camera over D-Bus. Throws when there is no
+  /// answer within seconds, or none that is a number.
   int getFocalLength();
   /// The floor rectangle in metres with its corners in the order that `calibrate` expects of its source.
   Quad get_target(float w, float h);
@@ -37,7 +38,8 @@ class Distance_Controller {
   float determinant_check(Quad q);
   /// Whether no rectangle of any size can appear as this quad.
   bool is_degenerate(const Quad& source);
-  /// Runs a shell command and returns what it wrote to standard output.
+  /// Runs a shell command and returns what it wrote to standard output. Throws std::runtime_error when it cannot be run
+  /// or does not come to its end within seconds.
   std::string exec(const char* command);
 
   /// The chessboard's inner corners in a new picture of the source at the analysis size, in pixels; row by row. False

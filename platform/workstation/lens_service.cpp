@@ -9,8 +9,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +24,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/workstation/health.h"
 #include "platform/workstation/signal_mask.h"
 
 namespace workstation {
@@ -29,11 +32,15 @@ namespace {
 
 constexpr int kDaemonStart_ms = 20'000;
 
+/// Between the end of a bus and the next one: doubled each time, as long as buses end soon.
+constexpr std::chrono::milliseconds kShortestPause{200}, kLongestPause{10'000};
+constexpr std::chrono::minutes kLongLife{1};
+
 constexpr std::string_view kBusConfigurationBegin = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN" "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>velmor_care</type>
-  <listen>unix:abstract=velmor_care-)";
+  <listen>)";
 constexpr std::string_view kBusConfigurationEnd = R"(</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
@@ -82,10 +89,16 @@ void check(GError* error) {
   throw std::runtime_error(message);
 }
 
-/// An anonymous file for a bus on an abstract socket: nothing is left behind on disk when the daemon is killed.
-int configurationFile() {
+/// An abstract socket: nothing is left behind on disk when the daemon is killed. The same for every bus of this
+/// process, since the environment that names it must not be changed once there are threads.
+std::string newAddress() {
   const std::unique_ptr<char, Releaser<g_free>> name(g_uuid_string_random());
-  const std::string text = std::string(kBusConfigurationBegin).append(name.get()).append(kBusConfigurationEnd);
+  return std::string("unix:abstract=velmor_care-") + name.get();
+}
+
+/// An anonymous file.
+int configurationFile(const std::string& address) {
+  const std::string text = std::string(kBusConfigurationBegin).append(address).append(kBusConfigurationEnd);
   const int fd = memfd_create("velmor_care-dbus", MFD_CLOEXEC);
   if (fd < 0) fail("no memory for the bus configuration", errno);
   if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
@@ -121,37 +134,56 @@ int configurationFile() {
   _exit(127);
 }
 
-/// Waits for the one line that the daemon writes when it listens.
-std::string readAddress(int fd) {
-  std::string address;
+/// Waits for the one line that the daemon writes when it listens: its address, with an id that is new each time.
+void waitForAddress(int fd) {
   std::array<char, 256> chunk{};
-  while (address.find('\n') == std::string::npos) {
+  for (bool complete = false; !complete;) {
     pollfd ready{fd, POLLIN, 0};
     if (poll(&ready, 1, kDaemonStart_ms) == 0) throw std::runtime_error("dbus-daemon does not answer");
     const ssize_t count = read(fd, chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) throw std::runtime_error("dbus-daemon has ended");
-    address.append(chunk.data(), static_cast<std::size_t>(count));
+    complete = std::memchr(chunk.data(), '\n', static_cast<std::size_t>(count)) != nullptr;
   }
-  return address.substr(0, address.find('\n'));
 }
 
-/// Starts the daemon as a child of the calling thread, with whose end it is killed; returns the bus's address.
-std::string startDaemon() {
-  const std::unique_ptr<char, Releaser<g_free>> program(g_find_program_in_path("dbus-daemon"));
-  if (!program) throw std::runtime_error("dbus-daemon is missing; install the package dbus-daemon");
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("no pipe", errno);
-  const FileDescriptor read_end(ends[0]);
-  auto write_end = std::make_unique<FileDescriptor>(ends[1]);
-  const FileDescriptor configuration(configurationFile());
-  const pid_t parent = getpid();
-  const pid_t child = fork();
-  if (child < 0) fail("no process for dbus-daemon", errno);
-  if (child == 0) becomeDaemon(program.get(), configuration.get(), write_end->get(), parent);
-  write_end.reset();
-  return readAddress(read_end.get());
-}
+/// A child of the thread that makes it, with whose end it is killed.
+class Daemon {
+ public:
+  /// Returns when it listens.
+  explicit Daemon(const std::string& address) {
+    const std::unique_ptr<char, Releaser<g_free>> program(g_find_program_in_path("dbus-daemon"));
+    if (!program) throw std::runtime_error("dbus-daemon is missing; install the package dbus-daemon");
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("no pipe", errno);
+    const FileDescriptor read_end(ends[0]);
+    auto write_end = std::make_unique<FileDescriptor>(ends[1]);
+    const FileDescriptor configuration(configurationFile(address));
+    const pid_t parent = getpid();
+    m_process = fork();
+    if (m_process < 0) fail("no process for dbus-daemon", errno);
+    if (m_process == 0) becomeDaemon(program.get(), configuration.get(), write_end->get(), parent);
+    write_end.reset();
+    try {
+      waitForAddress(read_end.get());
+    } catch (...) {
+      end();
+      throw;
+    }
+  }
+  ~Daemon() { end(); }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+ private:
+  void end() const {
+    kill(m_process, SIGKILL);
+    while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+
+  pid_t m_process = -1;
+};
 
 GVariant* getProperty(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GError**,
                       gpointer focal_um) {
@@ -183,16 +215,47 @@ GObjectPtr<GDBusConnection> exportLens(const std::string& address, std::uint32_t
   return bus;
 }
 
+/// One bus, from its start to its end; calls `started` in between. Throws when it cannot be started.
+template <typename Started>
+void serveOneBus(const std::string& address, std::uint32_t focal_um, GMainContext* context, const Started& started) {
+  const Daemon daemon(address);
+  const auto bus = exportLens(address, focal_um);
+  started();
+  while (g_dbus_connection_is_closed(bus.get()) == FALSE) g_main_context_iteration(context, TRUE);
+}
+
+/// After the first bus: a bus that is gone is followed by another for ever, at the same address.
+void serveNextBuses(const std::string& address, std::uint32_t focal_um, GMainContext* context) {
+  using Clock = std::chrono::steady_clock;
+  std::string problem = "dbus-daemon has ended";
+  for (auto pause = kShortestPause;; pause = std::min(2 * pause, kLongestPause)) {
+    reportTrouble(Trouble::kLensAway, "The floor calibration cannot be renewed: the camera's lens does not answer.");
+    syslog(LOG_ERR, "the camera's lens cannot be asked for its focal length: %s; its bus is started again",
+           problem.c_str());
+    std::this_thread::sleep_for(pause);
+    auto since = Clock::time_point::max();
+    try {
+      serveOneBus(address, focal_um, context, [&since] {
+        since = Clock::now();
+        endTrouble(Trouble::kLensAway);
+        syslog(LOG_INFO, "the camera's lens can be asked again");
+      });
+      problem = "dbus-daemon has ended";
+    } catch (const std::exception& error) {
+      problem = error.what();
+    }
+    if (Clock::now() - kLongLife > since) pause = kShortestPause / 2;
+  }
+}
+
 /// The service's thread lives as long as the process, and the daemon is its child: the kernel kills the daemon when
 /// the thread ends, whichever way the process ends.
-void serve(std::uint32_t focal_um, std::promise<std::string> started) {
+void serve(const std::string& address, std::uint32_t focal_um, std::promise<void> started) {
   GMainContext* context = g_main_context_new();
   g_main_context_push_thread_default(context);
   try {
-    std::string address = startDaemon();
-    const auto bus = exportLens(address, focal_um);
-    started.set_value(std::move(address));
-    while (g_dbus_connection_is_closed(bus.get()) == FALSE) g_main_context_iteration(context, TRUE);
+    serveOneBus(address, focal_um, context, [&started] { started.set_value(); });
+    serveNextBuses(address, focal_um, context);
   } catch (const std::exception&) {
     started.set_exception(std::current_exception());
   }
@@ -202,13 +265,15 @@ void serve(std::uint32_t focal_um, std::promise<std::string> started) {
 
 bool start(std::uint32_t focal_um) {
   try {
-    std::promise<std::string> started;
-    auto address = started.get_future();
+    const std::string address = newAddress();
+    std::promise<void> started;
+    auto ready = started.get_future();
     {
       const ScopedSigtermBlock block;
-      std::thread(serve, focal_um, std::move(started)).detach();
+      std::thread(serve, address, focal_um, std::move(started)).detach();
     }
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.get().c_str(), 1);
+    ready.get();
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
     return true;
   } catch (const std::exception& error) {
     syslog(LOG_ERR, "the camera's lens cannot be asked for its focal length: %s", error.what());

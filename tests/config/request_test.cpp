@@ -329,6 +329,14 @@ TEST_F(Requests, AFloorThatCannotBeCalibratedIsLoggedAndStored) {
   EXPECT_EQ(g_ParameterController.load_detection_params().f_WRectM, 0);
 }
 
+TEST_F(Requests, ALensThatCannotBeAskedLosesNoSetting) {
+  const Lens away("Failed to get property");
+  saveWith("XM", "2.5");
+  EXPECT_TRUE(logged("error: Failed Calibration"));
+  EXPECT_EQ(g_StatusCode, 400);
+  EXPECT_EQ(g_ParameterController.load_detection_params().f_WRectM, 2.5F);
+}
+
 TEST_F(Requests, PercentSignsPassTheFormatterUnevaluated) {
   for (const auto& [text, shown] : {std::pair{"100%%", "100%"},
                                     {"%s%n%m", "%s%n%m"},

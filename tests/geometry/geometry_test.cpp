@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <opencv2/calib3d.hpp>
@@ -16,6 +18,7 @@
 #include "app/process_state.h"
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
+#include "geometry/shell_command.h"
 #include "tests/geometry/lens.h"
 #include "tests/platform/state_folder.h"
 #include "video/VideoStreamSource.h"
@@ -166,6 +169,18 @@ TEST_F(Calibration, FocalLengthComesFromTheLens) {
       EXPECT_EQ(e.what(), "busctl answers \"" + std::string(noNumber) + "\" instead of the focal length of the lens");
     }
   }
+}
+
+TEST(ShellCommand, HasAnEndWithAllThatItStarted) {
+  EXPECT_EQ(outputOf("printf 'a\\0b'; seq 300 | tail -n 1", std::chrono::minutes(1)), std::string("a\0b300\n", 7));
+  EXPECT_EQ(outputOf("exec >&-; sleep 1000", std::chrono::minutes(1)), "") << "nothing more can come";
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  EXPECT_THROW(outputOf("(trap '' TERM; sleep 1000) & wait", std::chrono::seconds(1)), std::runtime_error);
+  close(ends[1]);
+  char none = 0;
+  EXPECT_EQ(read(ends[0], &none, 1), 0) << "the pipe's other end is held as long as somebody lives";
+  close(ends[0]);
 }
 
 /// A camera of 640 x 360 in front of a chessboard of 0.15 m squares.

@@ -6,11 +6,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
 
+#include "platform/workstation/child_processes.h"
+#include "platform/workstation/health.h"
 #include "state_folder.h"
 
 namespace {
@@ -33,6 +38,38 @@ TEST(LensServiceDeathTest, BusctlReadsTheFocalLengthThatWasGivenFirst) {
         std::_Exit(started ? 0 : 1);
       },
       testing::ExitedWithCode(0), "^UINT32 3700;\nUINT32 3700;\nend$");
+}
+
+void waitUntil(const std::function<bool()>& condition) {
+  while (!condition()) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+/// Without its program the daemon does not come back, so that what holds meanwhile can be seen.
+TEST(LensServiceDeathTest, ADaemonThatDiesIsATroubleAndComesBackAtTheSameAddress) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const StateFolder folder;
+        const auto provide = [&folder](const char* command) {
+          std::filesystem::create_symlink(std::string("/usr/bin/") + command, folder / command);
+        };
+        provide("busctl");
+        provide("dbus-daemon");
+        setenv("PATH", folder.path().c_str(), 1);
+        std::string seen = workstation::startLensService(3700) ? "" : "not started";
+        for (int round = 0; round < 2; ++round) {
+          std::filesystem::remove(folder / "dbus-daemon");
+          for (const auto& child : workstation::childrenOf(getpid())) kill(child.id, SIGKILL);
+          waitUntil([] { return !workstation::currentHealth().wrong.empty(); });
+          seen += askForFocalLength().starts_with("UINT32") ? "still there, " : "away, ";
+          provide("dbus-daemon");
+          waitUntil([] { return workstation::currentHealth().wrong.empty(); });
+          seen += askForFocalLength();
+        }
+        std::cerr << seen << "end";
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), "away, UINT32 3700;\naway, UINT32 3700;\nend$");
 }
 
 TEST(LensServiceDeathTest, AMissingDaemonIsSaidOnce) {
