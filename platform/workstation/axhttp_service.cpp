@@ -72,6 +72,16 @@ std::string inheritedPassword() {
   return password;
 }
 
+/// The start is over: the launcher waits for the end of the pipe whose number is in the environment. Once, since the
+/// number may be somebody else's afterwards.
+void tellStarted() {
+  static const int told = [] {
+    const std::string number = variable("VELMOR_STARTED_FD");
+    return number.empty() ? 0 : ::close(std::atoi(number.c_str()));
+  }();
+  static_cast<void>(told);
+}
+
 workstation::HttpServerSettings settings() {
   workstation::HttpServerSettings settings;
   settings.application = kApplication;
@@ -301,6 +311,7 @@ struct _AXHttpHandler {
 };
 
 AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_data) {
+  tellStarted();
   try {
     auto handler = std::make_unique<AXHttpHandler>(callback, user_data);
     const std::string where = ticker_clock::isReplay() ? "" : variable("VELMOR_LISTEN");

@@ -27,7 +27,7 @@ class StatePlace {
   StatePlace& operator=(StatePlace&& other) noexcept = default;
 
   const std::filesystem::path& directory() const { return m_directory; }
-  /// Whoever inherits this descriptor holds the place as well.
+  /// The program that inherits this descriptor holds the place as well; what that starts does not.
   int lock() const { return m_lock.get(); }
 
  private:

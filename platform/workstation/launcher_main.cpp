@@ -1,5 +1,6 @@
 // velmor_run: checks a source and its settings, lays out the files and runs the program on them.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,8 +17,10 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/workstation/child_processes.h"
 #include "platform/workstation/floor_reset.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
@@ -29,6 +33,9 @@ using workstation::LaunchRequest;
 
 constexpr int kBadInput = 2;
 constexpr int kSignalBase = 128;
+
+/// A start that takes longer is told what it waits for; as long as nobody knows that, later.
+constexpr std::chrono::seconds kStartPatience{5}, kLongStart{30};
 constexpr std::array kPassedOn{SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t g_child = 0;
@@ -100,7 +107,7 @@ workstation::FileDescriptor pipeWith(const std::string& password) {
 
 /// In the child: only calls that are safe between fork and exec in a process with threads.
 [[noreturn]] void become(const char* program, char* const* arguments, char* const* environment,
-                         std::array<int, 2> inherited, pid_t launcher, const sigset_t& mask) {
+                         std::array<int, 3> inherited, pid_t launcher, const sigset_t& mask) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != launcher) {
@@ -117,7 +124,13 @@ workstation::FileDescriptor pipeWith(const std::string& password) {
   _exit(kSignalBase - 1);
 }
 
-pid_t start(const LaunchPlan& plan, const std::string& password) {
+/// A program and the pipe that it closes when it has started, or ends.
+struct Program {
+  pid_t id;
+  workstation::FileDescriptor starting;
+};
+
+Program start(const LaunchPlan& plan, const std::string& password) {
   const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / plan.program;
   if (::access(program.c_str(), X_OK) != 0) {
     throw std::runtime_error(program.string() + ": the program is missing; build it with ./run");
@@ -128,6 +141,13 @@ pid_t start(const LaunchPlan& plan, const std::string& password) {
   if (secret.get() >= 0) {
     variables.push_back("VELMOR_PASSWORD_FD=" + std::to_string(secret.get()));
   }
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw std::runtime_error(std::string("the program cannot be started: ") + std::strerror(errno));
+  }
+  workstation::FileDescriptor starting(ends[0]);
+  const workstation::FileDescriptor started(ends[1]);
+  variables.push_back("VELMOR_STARTED_FD=" + std::to_string(started.get()));
   const auto argument_pointers = pointersTo(arguments);
   const auto variable_pointers = pointersTo(variables);
   // A signal that comes between fork and g_child would be lost.
@@ -137,15 +157,41 @@ pid_t start(const LaunchPlan& plan, const std::string& password) {
   const pid_t launcher = ::getpid();
   const pid_t child = ::fork();
   if (child == 0) {
-    become(program.c_str(), argument_pointers.data(), variable_pointers.data(), {plan.place.lock(), secret.get()},
-           launcher, before);
+    become(program.c_str(), argument_pointers.data(), variable_pointers.data(),
+           {plan.place.lock(), secret.get(), started.get()}, launcher, before);
   }
   g_child = child;
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   if (child < 0) {
     throw std::runtime_error(std::string("the program cannot be started: ") + std::strerror(errno));
   }
-  return child;
+  return {child, std::move(starting)};
+}
+
+/// What the program's start waits for, as far as what it has started tells; empty if that tells nothing.
+std::string whatItWaitsFor(pid_t program) {
+  const auto children = workstation::childrenOf(program);
+  const bool asks_lens = std::any_of(children.begin(), children.end(), [](const workstation::ChildProcess& child) {
+    return child.command.find("busctl") != std::string::npos;
+  });
+  return asks_lens ? "waiting for the camera's lens (busctl)" : "";
+}
+
+/// Tells who waits at the terminal why nothing happens; returns when the program has started or ended.
+void watchStart(const Program& program, const std::filesystem::path& state) {
+  std::string told;
+  auto waited = std::chrono::seconds::zero();
+  pollfd started{program.starting.get(), POLLIN, 0};
+  for (int ready = 0; ready == 0 || (ready < 0 && errno == EINTR);) {
+    ready = ::poll(&started, 1, static_cast<int>(std::chrono::milliseconds(kStartPatience).count()));
+    if (ready != 0) continue;
+    waited += kStartPatience;
+    std::string reason = whatItWaitsFor(program.id);
+    if (reason.empty() && waited >= kLongStart) reason = "its log is " + (state / "system.log").string();
+    if (reason.empty() || reason == told) continue;
+    std::fprintf(stderr, "Still starting: %s\n", reason.c_str());
+    told = reason;
+  }
 }
 
 /// The child's exit status; 128 and the signal's number, and a line, when a signal ended it.
@@ -192,7 +238,11 @@ int run(const std::vector<std::string>& arguments) {
   plan.environment.insert(access.environment.begin(), access.environment.end());
   announce(request, plan);
   const workstation::StartWatch watch(plan.place.directory());
-  const int status = waitFor(start(plan, access.password), plan.place.directory());
+  const Program program = start(plan, access.password);
+  if (!request.truth) {
+    watchStart(program, plan.place.directory());
+  }
+  const int status = waitFor(program.id, plan.place.directory());
   if (status != 0 && watch.failedOnFloor()) {
     std::fputs(workstation::floorAdvice(request, sourceTree(), plan.place.directory()).c_str(), stderr);
   }

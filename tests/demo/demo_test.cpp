@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -37,9 +40,12 @@ std::string contents(const fs::path& file) {
 const std::string kSanitizers = "ASAN_OPTIONS=fast_unwind_on_malloc=0 LSAN_OPTIONS='suppressions=" SOURCE_DIRECTORY
                                 "/tests/demo/leaks.supp:print_suppressions=0' ";
 
+/// Where the standard error of a run is.
+fs::path errorsFile() { return fs::path(testing::TempDir()) / ("demo-errors-" + std::to_string(getpid())); }
+
 /// Runs the launcher with these words, in the source folder `source`.
 Outcome run(const std::string& words, const fs::path& source = SOURCE_DIRECTORY) {
-  const fs::path errors = fs::path(testing::TempDir()) / ("demo-errors-" + std::to_string(getpid()));
+  const fs::path errors = errorsFile();
   const std::string command = kSanitizers + "VELMOR_SOURCE_DIR='" + source.string() +
                               "' " PROGRAM_DIRECTORY "/velmor_run " + words + " 2>'" + errors.string() + "'";
   Outcome outcome;
@@ -154,6 +160,31 @@ TEST_F(Refused, ADamagedStoreIsReplacedByTheLastGoodOneOrRefused) {
   EXPECT_NE(mended.errors.find("parameters.conf"), std::string::npos) << mended.errors;
   for (const char* name : {"parameters.conf", "parameters.conf.1"}) write(name, "no parameters at all");
   expectOneLine(run(words), "parameters.conf");
+}
+
+TEST_F(Refused, ALensThatHangsIsNamedAndKeepsNoStateWhenItIsLeftBehind) {
+  const fs::path asked = folder_ / "asked";
+  const fs::path busctl = write("busctl", "#!/bin/sh\necho $$ > '" + asked.string() + "'\nsleep 1000\n");
+  fs::permissions(busctl, fs::perms::owner_all);
+  const std::string path = std::getenv("PATH");
+  setenv("PATH", (folder_.string() + ":" + path).c_str(), 1);
+  const std::string state = " --state '" + (folder_ / "state").string() + "'";
+  auto ended = std::async(std::launch::async, [&state] { return run("replay demo --json" + state); });
+  while (ended.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout &&
+         contents(errorsFile()).find("Still starting: ") == std::string::npos) {
+  }
+  const std::string log = contents(folder_ / "state" / "system.log");
+  kill(std::stoi(log.substr(log.find('[') + 1)), SIGKILL);
+  const Outcome outcome = ended.get();
+  setenv("PATH", path.c_str(), 1);
+  EXPECT_EQ(outcome.status, 128 + SIGKILL);
+  EXPECT_NE(outcome.errors.find("Still starting: waiting for the camera's lens (busctl)\n"), std::string::npos)
+      << outcome.errors;
+  const pid_t lens = getpgid(std::stoi(contents(asked)));
+  ASSERT_GT(lens, 1) << "left behind";
+  const Outcome next = run("--reset floor" + state);
+  EXPECT_EQ(next.status, 0) << next.errors;
+  kill(-lens, SIGKILL);
 }
 
 /// Saves what the page reads, with another width of the floor rectangle, in a process of its own, as the program does.
