@@ -27,10 +27,10 @@ double numberFrom(const json& value, const std::string& what, double low, double
 }
 
 /// A member that must be there and be a list.
-const json& listOf(const json& object, const char* key, const std::string& where) {
+const json& listOf(const json& object, const char* key, const char* where) {
   const auto entry = object.find(key);
   if (entry == object.end() || !entry->is_array()) {
-    throw std::runtime_error(where + "\"" + key + "\" must be a list");
+    throw std::runtime_error(std::string(where) + "\"" + key + "\" must be a list");
   }
   return *entry;
 }
@@ -53,7 +53,7 @@ Keypoints keypointsFrom(const json& person, const std::string& where) {
   if (!person.is_object()) {
     throw std::runtime_error(where + "must be an object");
   }
-  const json& rows = listOf(person, "keypoints", where);
+  const json& rows = listOf(person, "keypoints", where.c_str());
   if (rows.size() != BodyParts.size()) {
     throw std::runtime_error(where + "\"keypoints\" must have " + std::to_string(BodyParts.size()) + " rows, not " +
                              std::to_string(rows.size()));

@@ -30,7 +30,7 @@ constexpr int kStride = 16;         // pixels a cell
   throw std::runtime_error(text);
 }
 
-/// Logs and throws a failed construction. Writing starts at the seed's beginning, so the end of the seed shows behind a
+/// Logs and throws a failed construction. Writing starts at the initial text's beginning, so its end shows behind a
 /// shorter message.
 [[noreturn]] void failConstruction(const std::string& message) {
   std::stringstream text("BodypixPoseEstimator::BodypixPoseEstimator error:");

@@ -31,7 +31,7 @@ std::string textOf(GError* error) {
   return error != nullptr ? error->message : "unknown error";
 }
 
-/// The text of a failed construction. Writing starts at the seed's beginning, so the end of the seed shows behind a
+/// The text of a failed construction. Writing starts at the initial text's beginning, so its end shows behind a
 /// shorter message.
 std::string constructionError(const std::string& message) {
   std::stringstream text("VideoStreamSource::VideoStreamSource error :");
