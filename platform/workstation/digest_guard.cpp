@@ -1,6 +1,7 @@
 #include "platform/workstation/digest_guard.h"
 
 #include <sys/random.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <array>
@@ -17,6 +18,11 @@ namespace {
 constexpr const char* kRealm = "velmor_care";
 constexpr std::chrono::minutes kLifetime{10};
 constexpr size_t kMostChallenges = 512;
+
+/// The answer to a wrong password waits, twice as long each time.
+constexpr std::chrono::milliseconds kFirstWait{500}, kLongestWait{8000};
+constexpr std::chrono::minutes kAttemptsRemembered{10}, kBetweenLines{1};
+constexpr size_t kMostAddresses = 256;
 
 /// 128 random bits that nobody can guess, in hexadecimal.
 std::string freshNonce() {
@@ -105,7 +111,26 @@ void DigestGuard::forgetOld() {
   }
 }
 
-void DigestGuard::challenge(SoupServerMessage* message) {
+unsigned int DigestGuard::noteAttempt(const std::string& address) {
+  const auto now = Clock::now();
+  std::erase_if(m_attempts, [now](const auto& entry) { return now - entry.second.last > kAttemptsRemembered; });
+  if (m_attempts.size() >= kMostAddresses && !m_attempts.contains(address)) {
+    m_attempts.erase(std::min_element(m_attempts.begin(), m_attempts.end(),
+                                      [](const auto& a, const auto& b) { return a.second.last < b.second.last; }));
+  }
+  Attempts& attempts = m_attempts[address];
+  attempts.last = now;
+  ++attempts.wrong;
+  ++attempts.untold;
+  if (attempts.wrong == 1 || now - attempts.told > kBetweenLines) {
+    syslog(LOG_WARNING, "a wrong password for the page came from %s (%u times since the last such line)",
+           address.c_str(), std::exchange(attempts.untold, 0U));
+    attempts.told = now;
+  }
+  return attempts.wrong;
+}
+
+std::chrono::milliseconds DigestGuard::challenge(SoupServerMessage* message, const std::string& address) {
   // A browser whose challenge has grown old tries the next one without asking its user again.
   const bool stale = std::exchange(m_stale, false);
   const std::string nonce = freshNonce();
@@ -114,6 +139,9 @@ void DigestGuard::challenge(SoupServerMessage* message) {
   const std::string text = std::string("Digest realm=\"") + kRealm + "\", nonce=\"" + nonce +
                            "\", qop=\"auth\", algorithm=MD5" + (stale ? ", stale=true" : "");
   soup_message_headers_replace(soup_server_message_get_response_headers(message), "WWW-Authenticate", text.c_str());
+  if (stale || !proofOf(message)) return {};
+  constexpr unsigned int kDoublings = 4;
+  return std::min(kLongestWait, kFirstWait * (1U << std::min(noteAttempt(address) - 1, kDoublings)));
 }
 
 }  // namespace workstation

@@ -1,5 +1,5 @@
 // Who may come in: Digest authentication with challenges of our own, each good for one use of each count and for a
-// while, so that a recorded request is of no use.
+// while, so that a recorded request is of no use. Who tries passwords gets slower and slower answers.
 #pragma once
 
 #include <libsoup/soup.h>
@@ -19,8 +19,10 @@ class DigestGuard {
   DigestGuard(const DigestGuard&) = delete;
   DigestGuard& operator=(const DigestGuard&) = delete;
 
-  /// Puts a challenge of ours in the place of the library's; for a message that was refused with 401.
-  void challenge(SoupServerMessage* message);
+  /// Puts a challenge of ours in the place of the library's; for a message from `address` that was refused with 401.
+  /// Returns how long the answer must wait: longer with each wrong password that has come from there lately, 0 when
+  /// none was tried. Wrong ones are in the system log.
+  std::chrono::milliseconds challenge(SoupServerMessage* message, const std::string& address);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -33,14 +35,24 @@ class DigestGuard {
     bool take(unsigned long count);
   };
 
+  struct Attempts {
+    unsigned int wrong = 0;   ///< passwords
+    unsigned int untold = 0;  ///< of these, since the last line in the system log
+    Clock::time_point last;
+    Clock::time_point told;
+  };
+
   static char* encodedPassword(SoupAuthDomain* domain, SoupServerMessage* message, const char* user, gpointer guard);
   bool useUp(SoupServerMessage* message);
   void forgetOld();
+  /// Returns how many wrong passwords have come from there.
+  unsigned int noteAttempt(const std::string& address);
 
   std::string m_user, m_encoded_password;
   std::map<std::string, Challenge> m_challenges;
-  bool m_stale = false;      ///< the message at hand answers a challenge that is not good any more
-  SoupAuthDomain* m_domain;  ///< a reference of its own
+  std::map<std::string, Attempts> m_attempts;  ///< by address
+  bool m_stale = false;                        ///< the message at hand answers a challenge that is not good any more
+  SoupAuthDomain* m_domain;                    ///< a reference of its own
 };
 
 }  // namespace workstation

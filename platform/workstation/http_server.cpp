@@ -100,6 +100,25 @@ void cutOff(GSocket* socket) {
   g_socket_shutdown(socket, TRUE, TRUE, nullptr);
 }
 
+/// An answer past libsoup, the last that this connection gets.
+void sendRaw(GSocket* socket, const std::string& status, const std::string& line) {
+  const std::string reply =
+      "HTTP/1.1 " + status +
+      "\r\nConnection: close\r\nContent-Type: text/plain\r\nContent-Length: " + std::to_string(line.size()) +
+      "\r\n\r\n" + line;
+  g_socket_send_with_blocking(socket, reply.data(), reply.size(), FALSE, nullptr, nullptr);
+  g_socket_shutdown(socket, FALSE, TRUE, nullptr);
+}
+
+/// One length of a body at most, in digits that a number holds.
+bool hasGoodLength(SoupServerMessage* message) {
+  constexpr size_t kMostDigits = 18;
+  const char* length = requestHeader(message, "Content-Length");
+  if (length == nullptr) return true;
+  const std::string_view digits = length;
+  return !digits.empty() && digits.size() <= kMostDigits && digits.find_first_not_of("0123456789") == digits.npos;
+}
+
 /// A socket that listens on the first port that is free. Throws std::runtime_error with one line.
 std::unique_ptr<GSocket, Unref> listeningSocket(const ListenAddress& where, std::uint16_t& port) {
   const std::unique_ptr<GInetAddress, Unref> address(g_inet_address_new_from_string(where.address.c_str()));
@@ -155,11 +174,15 @@ class HttpServer::Implementation {
  private:
   struct Connection {
     Implementation* server;
-    GSocket* socket;                       ///< borrowed; the connection is forgotten when it ends
-    std::string address;                   ///< of the other end
-    SoupServerMessage* message = nullptr;  ///< a weak pointer
-    bool answering = false;                ///< it has been read and is not finished
-    bool surplus = false;                  ///< one of too many: it is told so and ends
+    GSocket* socket;                          ///< borrowed; the connection is forgotten when it ends
+    std::string address;                      ///< of the other end
+    SoupServerMessage* message = nullptr;     ///< a weak pointer
+    bool answering = false;                   ///< it has been read and is not finished
+    bool let_in = false;                      ///< its request was complete and has passed all guards
+    bool ending = false;                      ///< cut off
+    std::uint64_t number = 0;                 ///< in the order of coming
+    std::chrono::milliseconds held{0};        ///< its answer waits that long
+    std::unique_ptr<GIOStream, Unref> taken;  ///< from libsoup, for a last word
     GSource* deadline = nullptr;
   };
 
@@ -167,13 +190,17 @@ class HttpServer::Implementation {
   void connectSignals();
   void watchListener();
   void rest();
+  void releaseTaken();
   void accept();
-  bool isTooMany(const std::string& address, size_t times, bool with_surplus) const;
+  size_t count(bool let_in, const std::string* address) const;
+  void makeRoom(const std::string& address);
+  bool letIn(Connection& connection) const;
   void prepare(GSocket* socket) const;
   void forget(GSocket* socket);
   void setDeadline(Connection& connection, std::chrono::milliseconds patience) const;
   static void clearSource(GSource*& source);
-  static void expire(Connection& connection);
+  void expire(Connection& connection) const;
+  static void end(Connection& connection);
 
   void onStarted(SoupServerMessage* message);
   void onHeaders(SoupServerMessage* message);
@@ -186,6 +213,7 @@ class HttpServer::Implementation {
 
   void guard(SoupServerMessage* message);
   void refuseBody(SoupServerMessage* message);
+  void refuseLength(SoupServerMessage* message);
   void dispatch(SoupServerMessage* message, const std::string& path);
   void answerProgram(SoupServerMessage* message, const std::string& path) const;
   void answerFile(SoupServerMessage* message, const std::string& path) const;
@@ -197,6 +225,7 @@ class HttpServer::Implementation {
   SoupServer* m_server = nullptr;
   std::unique_ptr<DigestGuard> m_guard;
   std::map<GSocket*, Connection> m_connections;
+  std::uint64_t m_accepted = 0;
   std::thread m_thread;
 };
 
@@ -210,8 +239,9 @@ std::uint16_t HttpServer::Implementation::listen(const ListenAddress& where) {
   if (!isLoopback(where.address) && m_settings.user.name.empty()) {
     throw std::runtime_error(where.address + ": other machines reach this address; give --user NAME and a password");
   }
-  if (!m_settings.user.name.empty() && m_settings.user.password.empty()) {
-    throw std::runtime_error("the user " + m_settings.user.name + " needs a password that is not empty");
+  if (!m_settings.user.name.empty() && !isLongEnough(m_settings.user.password)) {
+    throw std::runtime_error("the user " + m_settings.user.name + " needs a password of at least " +
+                             std::to_string(kShortestPassword) + " characters");
   }
   std::uint16_t port = 0;
   m_listener = listeningSocket(where, port);
@@ -237,11 +267,20 @@ void HttpServer::Implementation::run() {
   g_main_loop_run(m_loop);
   clearSource(m_listener_source);
   m_listener.reset();
+  releaseTaken();
   soup_server_disconnect(m_server);
   // What the ends of the connections have left to do; nothing of it waits for anybody.
   while (g_main_context_iteration(m_context, FALSE) != FALSE) {
   }
   g_main_context_pop_thread_default(m_context);
+}
+
+/// Connections that libsoup does not know any more.
+void HttpServer::Implementation::releaseTaken() {
+  for (auto next = m_connections.begin(); next != m_connections.end();) {
+    auto& connection = (next++)->second;
+    if (connection.taken) expire(connection);
+  }
 }
 
 void HttpServer::Implementation::stop() {
@@ -328,13 +367,15 @@ void HttpServer::Implementation::accept() {
   const std::unique_ptr<GSocketAddress, Unref> local(g_socket_get_local_address(socket.get(), nullptr));
   const std::unique_ptr<GSocketAddress, Unref> remote(g_socket_get_remote_address(socket.get(), nullptr));
   const std::string address = inetEnd(remote.get()).address;
-  // More than are told so are cut off.
-  if (!local || !remote || isTooMany(address, 2, true)) return;
+  if (!local || !remote) return;
+  makeRoom(address);
   prepare(socket.get());
   const std::unique_ptr<GSocketConnection, Unref> stream(g_socket_connection_factory_create_connection(socket.get()));
-  const bool surplus = isTooMany(address, 1, false);
-  Connection& connection = m_connections.emplace(socket.get(), Connection{this, socket.get(), address}).first->second;
-  connection.surplus = surplus;
+  Connection& connection = m_connections[socket.get()];
+  connection.server = this;
+  connection.socket = socket.get();
+  connection.address = address;
+  connection.number = ++m_accepted;
   g_object_set_data(G_OBJECT(remote.get()), kSocketKey, socket.get());
   g_object_weak_ref(
       G_OBJECT(socket.get()),
@@ -345,17 +386,36 @@ void HttpServer::Implementation::accept() {
   soup_server_accept_iostream(m_server, G_IO_STREAM(stream.get()), local.get(), remote.get(), nullptr);
 }
 
-/// Whether the limits, so many times over, are reached, by all or by one address alone; those that are only told so
-/// count `with_surplus`.
-bool HttpServer::Implementation::isTooMany(const std::string& address, size_t times, bool with_surplus) const {
-  size_t all = 0;
-  size_t of_one = 0;
-  for (const auto& [socket, connection] : m_connections) {
-    if (connection.surplus && !with_surplus) continue;
-    ++all;
-    if (connection.address == address) ++of_one;
+/// How many there are, of one address or of all.
+size_t HttpServer::Implementation::count(bool let_in, const std::string* address) const {
+  return static_cast<size_t>(std::count_if(m_connections.begin(), m_connections.end(), [&](const auto& entry) {
+    const Connection& connection = entry.second;
+    return !connection.ending && connection.let_in == let_in && (address == nullptr || connection.address == *address);
+  }));
+}
+
+/// For one more stranger. The oldest goes: who means well has sent a request by then, and nobody who is slow keeps
+/// others out, whether they share an address or not.
+void HttpServer::Implementation::makeRoom(const std::string& address) {
+  const bool address_is_full = count(false, &address) >= m_settings.strangers_of_one;
+  if (!address_is_full && count(false, nullptr) < m_settings.strangers) return;
+  Connection* oldest = nullptr;
+  for (auto& [socket, connection] : m_connections) {
+    const bool matches =
+        !connection.ending && !connection.let_in && (!address_is_full || connection.address == address);
+    if (matches && (oldest == nullptr || connection.number < oldest->number)) oldest = &connection;
   }
-  return all >= times * m_settings.connections || of_one >= times * m_settings.connections_of_one;
+  if (oldest != nullptr) end(*oldest);
+}
+
+/// From the strangers to those who get answers, if there is room.
+bool HttpServer::Implementation::letIn(Connection& connection) const {
+  if (count(true, nullptr) >= m_settings.connections ||
+      count(true, &connection.address) >= m_settings.connections_of_one) {
+    return false;
+  }
+  connection.let_in = true;
+  return true;
 }
 
 void HttpServer::Implementation::prepare(GSocket* socket) const {
@@ -384,7 +444,8 @@ void HttpServer::Implementation::setDeadline(Connection& connection, std::chrono
   g_source_set_callback(
       connection.deadline,
       [](gpointer expired) -> gboolean {
-        expire(*static_cast<Connection*>(expired));
+        auto& late = *static_cast<Connection*>(expired);
+        late.server->expire(late);
         return G_SOURCE_REMOVE;
       },
       &connection, nullptr);
@@ -398,8 +459,19 @@ void HttpServer::Implementation::clearSource(GSource*& source) {
   }
 }
 
-void HttpServer::Implementation::expire(Connection& connection) {
+void HttpServer::Implementation::expire(Connection& connection) const {
+  if (const auto taken = std::move(connection.taken)) return;  // the connection goes with it
+  if (connection.held.count() > 0 && connection.message != nullptr) {
+    connection.held = {};
+    soup_server_message_unpause(connection.message);
+    return setDeadline(connection, m_settings.first_patience);
+  }
+  end(connection);
+}
+
+void HttpServer::Implementation::end(Connection& connection) {
   clearSource(connection.deadline);
+  connection.ending = true;
   if (connection.answering && connection.message != nullptr) {
     dropConnection(connection.message);
   } else {
@@ -413,7 +485,7 @@ void HttpServer::Implementation::onStarted(SoupServerMessage* message) {
   Connection* const connection = connectionOf(message);
   if (connection == nullptr) return;
   g_set_weak_pointer(&connection->message, message);
-  setDeadline(*connection, m_settings.patience);
+  setDeadline(*connection, m_settings.first_patience);
   addHeaders(message);
   using Self = Implementation;
   constexpr auto headers =
@@ -434,10 +506,12 @@ void HttpServer::Implementation::onStarted(SoupServerMessage* message) {
 void HttpServer::Implementation::onHeaders(SoupServerMessage* message) {
   // One file, in many overlapping pieces, would be a large answer to a small question.
   soup_message_headers_remove(soup_server_message_get_request_headers(message), "Range");
+  if (!hasGoodLength(message)) return refuseLength(message);
   guard(message);
   const unsigned int status = soup_server_message_get_status(message);
   if (status == SOUP_STATUS_UNAUTHORIZED && m_guard) {
-    m_guard->challenge(message);
+    Connection* const connection = connectionOf(message);
+    if (connection != nullptr) connection->held = m_guard->challenge(message, connection->address);
     answerLine(message, status, "A user and a password are needed.");
   }
   if (status != 0) soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
@@ -449,14 +523,12 @@ void HttpServer::Implementation::guard(SoupServerMessage* message) {
   const char* host = requestHeader(message, "Host");
   const std::string_view method = soup_server_message_get_method(message);
   const goffset length = soup_message_headers_get_content_length(soup_server_message_get_request_headers(message));
-  if (const Connection* connection = connectionOf(message); connection == nullptr || connection->surplus) {
-    answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many connections; try again later.");
-  } else if (host == nullptr || !isOwnHost(host, own.address, own.port)) {
+  if (host == nullptr || !isOwnHost(host, own.address, own.port)) {
     answerLine(message, SOUP_STATUS_FORBIDDEN, "This server is " + pageAddress(own.address, own.port));
   } else if (method != "GET" && method != "HEAD" && method != "POST") {
     setHeader(message, "Allow", "GET, HEAD, POST");
     answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET, HEAD and POST are understood.");
-  } else if (length < 0 || length > static_cast<goffset>(m_settings.body_bytes)) {
+  } else if (length > static_cast<goffset>(m_settings.body_bytes)) {
     refuseBody(message);
   }
 }
@@ -465,15 +537,23 @@ void HttpServer::Implementation::guard(SoupServerMessage* message) {
 /// moment, since a connection that is cut while its other end sends may lose the reason.
 void HttpServer::Implementation::refuseBody(SoupServerMessage* message) {
   const std::string line = "A request's body may have " + std::to_string(m_settings.body_bytes) + " bytes.\n";
-  const std::string reply =
-      "HTTP/1.1 413 Request Entity Too Large\r\nConnection: close\r\nContent-Type: text/plain\r\nContent-Length: " +
-      std::to_string(line.size()) + "\r\n\r\n" + line;
-  GSocket* socket = socketOf(message);
-  g_socket_send_with_blocking(socket, reply.data(), reply.size(), FALSE, nullptr, nullptr);
-  g_socket_shutdown(socket, FALSE, TRUE, nullptr);
+  sendRaw(socketOf(message), "413 Request Entity Too Large", line);
   soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
   soup_server_message_set_status(message, SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE, nullptr);
   if (Connection* connection = connectionOf(message)) setDeadline(*connection, kLingering);
+}
+
+/// libsoup would make a stream of such a length, with a warning of GLib's on standard error. So the connection is taken
+/// from it, and ends a moment after the reason was sent.
+void HttpServer::Implementation::refuseLength(SoupServerMessage* message) {
+  Connection* const connection = connectionOf(message);
+  if (connection == nullptr) return;
+  sendRaw(connection->socket, "400 Bad Request", "The length of the request's body is not well-formed.\n");
+  g_signal_handlers_disconnect_by_data(message, this);
+  g_object_set_data(G_OBJECT(soup_server_message_get_remote_address(message)), kSocketKey, nullptr);
+  g_clear_weak_pointer(&connection->message);
+  connection->taken.reset(soup_server_message_steal_connection(message));
+  setDeadline(*connection, kLingering);
 }
 
 void HttpServer::Implementation::onChunk(SoupServerMessage* message, gsize bytes) {
@@ -487,7 +567,12 @@ void HttpServer::Implementation::onChunk(SoupServerMessage* message, gsize bytes
 void HttpServer::Implementation::onRead(SoupServerMessage* message) {
   if (Connection* connection = connectionOf(message)) {
     connection->answering = true;
-    setDeadline(*connection, m_settings.patience);
+    if (connection->held.count() > 0) {
+      soup_server_message_pause(message);
+      return setDeadline(*connection, connection->held);
+    }
+    const bool refused = soup_server_message_get_status(message) != 0;
+    setDeadline(*connection, refused ? m_settings.first_patience : m_settings.patience);
   }
 }
 
@@ -510,6 +595,9 @@ void HttpServer::Implementation::onEnd(SoupServerMessage* message) {
 
 void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std::string& path) {
   addHeaders(message);  // an interim answer has cleared them
+  if (Connection* connection = connectionOf(message); connection == nullptr || !letIn(*connection)) {
+    return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many connections; try again later.");
+  }
   if (path == "/" || path == m_page_prefix) return redirect(message, m_page_prefix + "index.html");
   if (path.starts_with(m_page_prefix) && path.ends_with(".cgi")) return answerProgram(message, path);
   if (std::string_view(soup_server_message_get_method(message)) == "POST") {

@@ -26,10 +26,13 @@ struct HttpServerSettings {
   std::string application = "velmor_care";  ///< the page lies below /local/NAME/
   std::filesystem::path page;               ///< the folder of the page's files; may be a link
   HttpUser user;
-  size_t connections = 64;                    ///< at once; more are turned away
-  size_t connections_of_one = 48;             ///< at once from one address, so that nobody takes them all
-  std::chrono::milliseconds patience{30000};  ///< for a request, and for its answer
-  size_t body_bytes = 64 << 10;               ///< of a request's body
+  size_t connections = 64;                         ///< at once; more are turned away
+  size_t connections_of_one = 48;                  ///< at once from one address, so that nobody takes them all
+  std::chrono::milliseconds patience{30000};       ///< for an answer
+  size_t strangers = 24;                           ///< at once, besides: connections without a request that was let in
+  size_t strangers_of_one = 8;                     ///< at once from one address; one more ends the oldest
+  std::chrono::milliseconds first_patience{5000};  ///< for a request, and for the answer to one that was not let in
+  size_t body_bytes = 64 << 10;                    ///< of a request's body
 };
 
 /// A request to the program behind the server, past all guards.

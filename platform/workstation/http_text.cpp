@@ -162,6 +162,12 @@ bool isOwnHost(std::string_view host, const std::string& local_address, std::uin
   return asked != nullptr && local != nullptr && g_inet_address_equal(asked.get(), local.get()) != FALSE;
 }
 
+bool isLongEnough(const std::string& password) {
+  const bool is_text = g_utf8_validate(password.data(), static_cast<gssize>(password.size()), nullptr) != FALSE;
+  const size_t characters = is_text ? static_cast<size_t>(g_utf8_strlen(password.c_str(), -1)) : password.size();
+  return characters >= kShortestPassword;
+}
+
 std::optional<CgiReply> parseCgiReply(std::string_view reply) {
   CgiReply parsed;
   if (reply.empty()) return parsed;

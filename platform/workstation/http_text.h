@@ -42,6 +42,11 @@ std::string pageAddress(const std::string& address, std::uint16_t port);
 /// or localhost on a loopback address. A foreign name that resolves to this machine is not.
 bool isOwnHost(std::string_view host, const std::string& local_address, std::uint16_t local_port);
 
+inline constexpr size_t kShortestPassword = 8;  ///< characters
+
+/// Whether a password may guard the page.
+bool isLongEnough(const std::string& password);
+
 struct CgiReply {
   unsigned int status = 200;
   std::string reason;                                        ///< empty: the usual one

@@ -84,7 +84,7 @@ const char* usage() {
   --state DIR               keeps parameters, events and log there
   --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; one that other machines reach needs a user
   --user NAME               asks for this name and a password before the page is shown; the password is typed, or
-                            comes from VELMOR_PASSWORD or from the first line of --password-file FILE
+                            comes from VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
   --json                    replay: one JSON object a line on standard output, nothing else
   --truth FILE              replay: the true people of a rendered recording instead of what the networks see
 The page is plain http: the password is never sent, but whoever listens on the network sees the pictures.

@@ -79,10 +79,11 @@ std::string passwordFor(const LaunchRequest& request) {
   std::string password = request.password_file ? passwordIn(*request.password_file)
                          : given != nullptr    ? given
                                                : typedPassword(*request.user);
-  if (password.empty() || password.size() > kLongestPassword ||
+  if (!isLongEnough(password) || password.size() > kLongestPassword ||
       std::any_of(password.begin(), password.end(), isControl)) {
-    throw std::runtime_error("the password of " + *request.user + " must have 1 to " +
-                             std::to_string(kLongestPassword) + " bytes and no control characters");
+    throw std::runtime_error("the password of " + *request.user + " must have at least " +
+                             std::to_string(kShortestPassword) + " characters, at most " +
+                             std::to_string(kLongestPassword) + " bytes, and no control characters");
   }
   return password;
 }

@@ -64,7 +64,7 @@ std::string accessOf(const std::string& line) {
 TEST(PageAccess, StaysOnThisMachineUnlessAUserIsAskedFor) {
   const StateFolder folder;
   folder.write("password", "from file\r\nsecond line\n");
-  folder.write("empty", "\n");
+  folder.write("short", "ääääää7\n");
   folder.write("long", std::string(1025, 'x'));
   const std::string file = " --password-file " + folder.path().string() + "/";
   EXPECT_EQ(accessOf(""), "127.0.0.1:8080-8099 - ");
@@ -77,10 +77,12 @@ TEST(PageAccess, StaysOnThisMachineUnlessAUserIsAskedFor) {
   EXPECT_EQ(accessOf("--user ward" + file + "password"), "127.0.0.1:8080-8099 ward from file");
   EXPECT_NE(accessOf("--listen 0.0.0.0:0").find("give --user NAME"), std::string::npos) << "a password is not enough";
   ::setenv("VELMOR_PASSWORD", "", 1);
-  EXPECT_NE(accessOf("--user ward").find("must have 1 to 1024 bytes"), std::string::npos);
+  EXPECT_NE(accessOf("--user ward").find("must have at least 8 characters, at most 1024 bytes"), std::string::npos);
   ::unsetenv("VELMOR_PASSWORD");
-  for (const char* bad : {"empty", "long"}) {
-    EXPECT_NE(accessOf("--user ward" + file + bad).find("must have 1 to 1024 bytes"), std::string::npos) << bad;
+  for (const char* bad : {"short", "long"}) {
+    EXPECT_NE(accessOf("--user ward" + file + bad).find("must have at least 8 characters, at most 1024 bytes"),
+              std::string::npos)
+        << bad;
   }
   EXPECT_NE(accessOf("--user ward" + file + "none").find("there is no such file"), std::string::npos);
   EXPECT_NE(accessOf("--user wa:rd" + file + "password").find("no colon"), std::string::npos);
