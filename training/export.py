@@ -7,6 +7,7 @@ columns, so that nobody has to transpose it. Batch normalisation is folded into 
 network in pixels. Operator set 10 is what OpenCV 4.6 reads.
 """
 import argparse
+import hashlib
 import json
 import pathlib
 
@@ -105,7 +106,8 @@ def write(network, file, height, width, outputs, sidecar):
     with torch.no_grad():
         torch.onnx.export(network, torch.rand(1, 1, height, width * 3) * 255, str(file), opset_version=10,
                           input_names=["picture"], output_names=outputs, do_constant_folding=True)
-    pathlib.Path(str(file) + ".json").write_text(json.dumps(sidecar, indent=2) + "\n")
+    checked = {"sha256": hashlib.sha256(file.read_bytes()).hexdigest(), **sidecar}
+    pathlib.Path(str(file) + ".json").write_text(json.dumps(checked, indent=2) + "\n")
 
 
 def main():

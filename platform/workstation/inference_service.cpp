@@ -34,9 +34,6 @@ namespace {
 using workstation::ModelSidecar;
 using workstation::TensorLayout;
 
-constexpr size_t kMaxModelBytes = size_t{64} << 20;
-constexpr size_t kMaxSidecarBytes = size_t{1} << 20;
-
 /// Descriptors that a tensor's file may be used with: read, written and mapped.
 constexpr uint32_t kFdProperties = 0x7;
 
@@ -234,16 +231,12 @@ std::shared_ptr<Network> loadNetwork(int fd, larodChip chip) {
   }
   const std::string file = fileOf(fd);
   // Through the descriptor, which still leads to the file when its name has gone.
-  const auto onnx = workstation::readFile("/proc/self/fd/" + std::to_string(fd), kMaxModelBytes);
-  const auto sidecar = workstation::readFile(file + ".json", kMaxSidecarBytes);
+  const auto onnx = workstation::readFile("/proc/self/fd/" + std::to_string(fd), workstation::kMaxModelBytes);
   if (!onnx || onnx->empty()) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is empty");
   }
-  if (!sidecar) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ".json: is missing; it describes the model's tensors");
-  }
   return std::make_shared<Network>(file, std::vector<uchar>(onnx->begin(), onnx->end()),
-                                   workstation::parseModelSidecar(*sidecar, file + ".json"));
+                                   workstation::readModelSidecar(file, *onnx));
 }
 
 void setError(larodError** error, larodErrorCode code, const std::string& message) {

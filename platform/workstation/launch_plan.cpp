@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "platform/workstation/launch_media.h"
+#include "platform/workstation/model_sidecar.h"
 #include "platform/workstation/state_directory.h"
 
 namespace workstation {
@@ -120,7 +121,7 @@ void layOutPackage(const fs::path& root, const fs::path& source_tree) {
   }
 }
 
-/// The models that the program will ask for, and the descriptions of their tensors.
+/// The models that the program will ask for: there, whole, and described.
 void checkModels(const fs::path& root, const Parameters& values) {
   for (const char* parameter : kModelParameters) {
     const auto name = values.find(parameter);
@@ -133,9 +134,7 @@ void checkModels(const fs::path& root, const Parameters& values) {
     if (error || !fs::is_regular_file(model)) {
       throw std::runtime_error("models/" + name->second + ": the model that " + parameter + " names is missing");
     }
-    if (!fs::is_regular_file(model.string() + ".json")) {
-      throw std::runtime_error(model.string() + ".json: is missing; it describes the model's tensors");
-    }
+    readModelSidecar(model.string(), readFile(model, kMaxModelBytes).value_or(""));
   }
 }
 

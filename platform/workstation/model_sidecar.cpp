@@ -1,11 +1,16 @@
 #include "platform/workstation/model_sidecar.h"
 
+#include <glib.h>
+
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <set>
 #include <stdexcept>
+
+#include "platform/workstation/durable_file.h"
 
 namespace workstation {
 namespace {
@@ -14,6 +19,7 @@ using nlohmann::json;
 
 constexpr size_t kMaxTensorElements = size_t{1} << 26;
 constexpr size_t kMaxOutputs = 16;
+constexpr size_t kMaxSidecarBytes = size_t{1} << 20;
 
 /// One tensor's entry; every mistake names the file and the key.
 class TensorReader {
@@ -103,6 +109,21 @@ class TensorReader {
   std::string m_where;
 };
 
+/// The network must be the one that its sidecar describes.
+void checkIdentity(const json& sidecar, const std::string& model, std::string_view network) {
+  const json wanted = sidecar.value("sha256", json());
+  if (!wanted.is_string() || wanted.get_ref<const std::string&>().empty()) {
+    throw std::runtime_error(model + ".json: sha256: is missing; if the model is good, put there what sha256sum says");
+  }
+  const std::unique_ptr<gchar, decltype(&g_free)> found(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(network.data()), network.size()),
+      &g_free);
+  if (wanted.get_ref<const std::string&>() != found.get()) {
+    throw std::runtime_error(model + ": is damaged, or another network than its sidecar (sha256) describes; put the " +
+                             "right file back");
+  }
+}
+
 }  // namespace
 
 size_t TensorLayout::elements() const {
@@ -113,11 +134,17 @@ size_t TensorLayout::bytes() const {
   return elements() * (type == LAROD_TENSOR_DATA_TYPE_FLOAT32 ? sizeof(float) : sizeof(std::uint8_t));
 }
 
-ModelSidecar parseModelSidecar(std::string_view text, const std::string& file) {
-  const json document = json::parse(text, nullptr, false);
+ModelSidecar readModelSidecar(const std::string& model, std::string_view network) {
+  const std::string file = model + ".json";
+  const auto text = readFile(file, kMaxSidecarBytes);
+  if (!text) {
+    throw std::runtime_error(file + ": is missing; it describes the model's tensors");
+  }
+  const json document = json::parse(*text, nullptr, false);
   if (!document.is_object()) {
     throw std::runtime_error(file + ": is not a JSON object that describes a model's tensors");
   }
+  checkIdentity(document, model, network);
   ModelSidecar sidecar;
   sidecar.input = TensorReader(document.value("input", json()), file + ": input").readInput();
   const json outputs = document.value("outputs", json());

@@ -1,6 +1,7 @@
 // What a network file does not say about its tensors: the JSON file beside it, named after it with ".json" added.
 //
-// {"input":   {"name": "picture", "shape": [1, 720, 1280, 3], "type": "uint8"},
+// {"sha256":  "77ae4476..." (of the network file, 64 digits),
+//  "input":   {"name": "picture", "shape": [1, 720, 1280, 3], "type": "uint8"},
 //  "outputs": [{"name": "heatmaps", "layer": "heatmaps", "shape": [1, 46, 81, 17], "type": "uint8",
 //               "scale": 0.08174263, "zero_point": 210}, ...]}
 //
@@ -35,8 +36,11 @@ struct ModelSidecar {
   std::vector<TensorLayout> outputs;
 };
 
-/// Checks everything that can be known without the network. `file` names the sidecar in messages. Throws
+inline constexpr size_t kMaxModelBytes = size_t{64} << 20;
+
+/// Reads the sidecar beside the network file and checks all that can be known without running the network, above all
+/// that it is the one described: a damaged network runs, and finds nobody. `network` is the file's content. Throws
 /// std::runtime_error with one line.
-ModelSidecar parseModelSidecar(std::string_view text, const std::string& file);
+ModelSidecar readModelSidecar(const std::string& file, std::string_view network);
 
 }  // namespace workstation

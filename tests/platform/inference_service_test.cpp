@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <larod.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,14 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text.replace(text.find(from), from.size(), to);
 }
 
+/// The description of exactly this network.
+std::string withSum(const std::string& description, const std::string& network) {
+  const std::unique_ptr<gchar, decltype(&g_free)> sum(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, network.data(), static_cast<gssize>(network.size())), &g_free);
+  const std::string entry = std::string("{\"sha256\": \"") + sum.get() + "\", ";
+  return description.empty() ? description : replaced(description, "{", entry);
+}
+
 /// Models lie in a folder of their own with the sidecar that a test gives them.
 class InferenceService : public testing::Test {
  protected:
@@ -51,7 +61,10 @@ class InferenceService : public testing::Test {
 
   larodModel* load(const std::string& network, const std::string& description, larodChip chip = LAROD_CHIP_CPU) {
     m_folder.write("m.onnx", network);
-    m_folder.write("m.onnx.json", description);
+    m_folder.write("m.onnx.json", withSum(description, network));
+    return loadAsItIs(chip);
+  }
+  larodModel* loadAsItIs(larodChip chip = LAROD_CHIP_CPU) {
     const int fd = ::open((m_folder / "m.onnx").c_str(), O_RDONLY);
     m_model = larodLoadModel(m_connection, fd, chip, LAROD_ACCESS_PUBLIC, "m", nullptr, &m_error);
     ::close(fd);
@@ -236,6 +249,25 @@ INSTANTIATE_TEST_SUITE_P(
                  sidecar(replaced(floatOutput("x", "[1]"), "\"layer\": \"x\"", "\"layer\": \"constant\"")),
                  "outputs[0].layer"}),
     [](const auto& mistake) { return mistake.param.name; });
+
+/// One bit of a weight, which the network runs with as before.
+TEST_F(InferenceService, RefusesAnotherNetworkThanTheOneDescribed) {
+  std::string other = network("tiny_pose");
+  m_folder.write("m.onnx.json", withSum(poseSidecar(), other));
+  const std::string weight("\0\0\x80\x3f", 4);
+  other[other.find(weight) + 2] = '\x40';
+  m_folder.write("m.onnx", other);
+  EXPECT_EQ(loadAsItIs(), nullptr);
+  EXPECT_EQ(m_error->msg,
+            (m_folder / "m.onnx").string() +
+                ": is damaged, or another network than its sidecar (sha256) describes; put the right file back");
+  larodClearError(&m_error);
+  EXPECT_NE(load(other, poseSidecar()), nullptr) << "it runs";
+  larodDestroyModel(&m_model);
+  m_folder.write("m.onnx.json", poseSidecar());
+  EXPECT_EQ(loadAsItIs(), nullptr);
+  EXPECT_NE(std::string(m_error->msg).find(".json: sha256: is missing; "), std::string::npos) << m_error->msg;
+}
 
 TEST_F(InferenceService, RefusesANetworkThatIsNotFiniteAndOtherChips) {
   EXPECT_EQ(load(network("tiny_nan"), sidecar(kOffsets)), nullptr);

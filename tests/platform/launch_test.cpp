@@ -120,7 +120,10 @@ class Launch : public testing::Test {
         {"name": "mobilenetModelFileName", "default": "d.onnx"}, {"name": "Detection1Active", "default": "false"}]})");
     for (const char* model : {"l", "p", "d"}) {
       m_tree.write("models/" + std::string(model) + ".onnx", "network");
-      m_tree.write("models/" + std::string(model) + ".onnx.json", "{}");
+      m_tree.write("models/" + std::string(model) + ".onnx.json", R"({
+          "sha256": "3009be769fb8f956e8413ee9f3e0836e34968bc40457d0a10c549d2edcf00cc1",
+          "input": {"name": "picture", "shape": [1, 2, 2, 3], "type": "uint8"},
+          "outputs": [{"name": "x", "layer": "x", "shape": [1], "type": "float32"}]})");
     }
     m_request.state = (m_tree / "state").string();
   }
@@ -229,6 +232,8 @@ TEST_F(Launch, RefusesSettingsModelsAndStoresInOneLineEach) {
   }
   refusesSettings(R"({"parameters": {"Detection1Active": "yes"}})", "parameters: \"Detection1Active\" must be");
   m_request.settings.reset();
+  m_tree.write("models/p.onnx", "netword");
+  EXPECT_EQ(refusal().find((m_tree / "models/p.onnx").string() + ": is damaged, or another network"), 0U) << refusal();
   std::filesystem::remove(m_tree / "models/p.onnx.json");
   EXPECT_EQ(refusal(), (m_tree / "models/p.onnx.json").string() + ": is missing; it describes the model's tensors");
   std::filesystem::remove(m_tree / "models/p.onnx");
