@@ -40,12 +40,12 @@ void AnonymisedView::show(AnalysedPicture picture, const StreamChoice& drawn_for
   m_picture = std::move(picture);
   m_version = drawn_for.version;
   m_time = now;
-  m_has_failed = false;
+  m_failure.clear();
 }
 
-void AnonymisedView::noteFailure() {
+void AnonymisedView::noteFailure(const std::string& reason) {
   const std::scoped_lock lock(m_mutex);
-  m_has_failed = true;
+  m_failure = reason;
   m_picture = {};
 }
 
@@ -54,7 +54,7 @@ AnonymisedView::Sight AnonymisedView::sightAt(const StreamChoice& choice, std::u
   if (!choice.anonymised) return {"It is switched off.", {}};
   if (std::string reason = reasonOfSize(choice, rotation); !reason.empty()) return {std::move(reason), {}};
   const std::scoped_lock lock(m_mutex);
-  if (m_has_failed) return {"The last picture could not be analysed.", {}};
+  if (!m_failure.empty()) return {m_failure, {}};
   if (!m_picture.frame) return {"No picture has been analysed yet.", {}};
   if (m_version != choice.version) return {"It has just been switched on.", {}};
   if (!m_picture.overlay) return {"People are not covered on it: choose its size again.", {}};

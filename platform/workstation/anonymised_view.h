@@ -39,8 +39,8 @@ class AnonymisedView {
 
   /// A cycle is complete, its overlay drawn for the choice in force. An overlay with nothing on it counts as none.
   void show(AnalysedPicture picture, const StreamChoice& drawn_for, Clock::time_point now);
-  /// A cycle has ended without a picture.
-  void noteFailure();
+  /// A cycle has ended without a picture; the reason is for the card.
+  void noteFailure(const std::string& reason = "The last picture could not be analysed.");
 
   /// What to show while `choice` is in force, on a camera mounted at `rotation` degrees.
   [[nodiscard]] Sight sightAt(const StreamChoice& choice, std::uint32_t rotation, Clock::time_point now) const;
@@ -50,7 +50,7 @@ class AnonymisedView {
   AnalysedPicture m_picture;
   std::uint64_t m_version = 0;  ///< of the choice that the picture was drawn for
   Clock::time_point m_time;
-  bool m_has_failed = false;
+  std::string m_failure;  ///< why the last cycle gave no picture; empty when it gave one
 };
 
 /// The anonymised stream's picture without its card: coarsened, the overlay on it. Throws std::runtime_error.

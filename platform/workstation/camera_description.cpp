@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "platform/workstation/lens_service.h"
+#include "platform/workstation/video_source.h"
 
 namespace workstation {
 namespace {
@@ -40,8 +41,6 @@ std::string shown(const json& value) {
   if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
   return text;
 }
-
-bool isUri(const std::string& source) { return source.find("://") != std::string::npos; }
 
 std::optional<std::uint32_t> parseSide(std::string_view text) {
   std::uint32_t side = 0;

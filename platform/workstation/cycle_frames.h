@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/workstation/video_camera.h"
+#include "platform/workstation/video_pipeline.h"
 
 namespace workstation {
 

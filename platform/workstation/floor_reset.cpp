@@ -12,6 +12,7 @@
 
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/stored_parameters.h"
+#include "platform/workstation/video_source.h"
 
 namespace workstation {
 namespace {
@@ -63,7 +64,7 @@ std::string resetCommand(const LaunchRequest& request) {
   const auto add = [&command](const char* option, const std::optional<std::string>& value) {
     if (value) command.append(" ").append(option).append(" ").append(shellWord(*value));
   };
-  add("--source", request.source);
+  if (request.source) add("--source", withoutUser(*request.source));
   add("--settings", request.settings);
   add("--state", request.state);
   return command;

@@ -7,6 +7,8 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/workstation/video_source.h"
+
 namespace workstation {
 namespace {
 
@@ -37,7 +39,7 @@ std::string fileProblem(const std::string& path) {
 }
 
 std::string uriOf(const std::string& source) {
-  if (source.find("://") != std::string::npos) {
+  if (isUri(source)) {
     return source;
   }
   const std::unique_ptr<gchar, decltype(&g_free)> uri(gst_filename_to_uri(source.c_str(), nullptr), &g_free);
@@ -58,36 +60,55 @@ bool hasMovingPicture(GstDiscovererInfo* info) {
 std::string reasonOf(const GError* error) {
   std::string reason = error == nullptr ? "unknown reason" : error->message;
   std::replace(reason.begin(), reason.end(), '\n', ' ');
-  return reason;
+  return withoutSecrets(reason);
 }
 
-}  // namespace
+/// Whether there is anything here that speaks the URI's language.
+bool isSpoken(const std::string& uri) {
+  const std::unique_ptr<gchar, decltype(&g_free)> protocol(gst_uri_get_protocol(uri.c_str()), &g_free);
+  return protocol && gst_uri_protocol_is_supported(GST_URI_SRC, protocol.get()) != FALSE;
+}
 
-std::string videoProblem(const std::string& source) {
-  if (source.find("://") == std::string::npos) {
-    if (std::string problem = fileProblem(source); !problem.empty()) {
-      return problem;
-    }
-  }
-  gst_init(nullptr, nullptr);
+/// Plays a moment of the source.
+std::string playProblem(const std::string& source) {
+  const std::string name = withoutSecrets(source);
   GError* raw_error = nullptr;
   const std::unique_ptr<GstDiscoverer, Unref> discoverer(gst_discoverer_new(kPatience, &raw_error));
   const std::unique_ptr<GstDiscovererInfo, Unref> info(
       discoverer ? gst_discoverer_discover_uri(discoverer.get(), uriOf(source).c_str(), &raw_error) : nullptr);
   const std::unique_ptr<GError, ErrorFree> error(raw_error);
   if (!info) {
-    return source + ": cannot be played: " + reasonOf(error.get());
+    return name + ": cannot be played: " + reasonOf(error.get());
   }
   switch (gst_discoverer_info_get_result(info.get())) {
     case GST_DISCOVERER_OK:
-      return hasMovingPicture(info.get()) ? "" : source + ": holds no video";
+      return hasMovingPicture(info.get()) ? "" : name + ": holds no video";
     case GST_DISCOVERER_MISSING_PLUGINS:
-      return source + ": cannot be played: a decoder for it is not installed";
+      return name + ": cannot be played: a decoder for it is not installed";
     case GST_DISCOVERER_TIMEOUT:
-      return source + ": cannot be played: no picture within 10 seconds";
+      return name + ": cannot be played: no picture within 10 seconds";
     default:
-      return source + ": is not a video that can be played: " + reasonOf(error.get());
+      return name + ": is not a video that can be played: " + reasonOf(error.get());
   }
+}
+
+}  // namespace
+
+std::string videoProblem(const std::string& source, bool replay) {
+  gst_init(nullptr, nullptr);
+  const SourceKind kind = kindOf(source);
+  if (kind == SourceKind::kStream && !isSpoken(source)) {
+    return withoutSecrets(source) + ": this kind of address cannot be played; one that can is rtsp://HOST/PATH";
+  }
+  if (kind == SourceKind::kFile) {
+    if (std::string problem = fileProblem(localPath(source)); !problem.empty()) {
+      return problem;
+    }
+  }
+  if (kind == SourceKind::kPipe && replay) {
+    return source + ": is a FIFO; a replay needs a file";
+  }
+  return replay || kind == SourceKind::kFile ? playProblem(source) : "";
 }
 
 }  // namespace workstation

@@ -6,6 +6,7 @@
 namespace workstation {
 
 /// Why no video can be had from the source (an absolute path or a URI), as one line that names it; empty when it can.
-std::string videoProblem(const std::string& source);
+/// For a live run a source that is no file need not answer yet, and nothing of it is opened.
+std::string videoProblem(const std::string& source, bool replay);
 
 }  // namespace workstation

@@ -20,6 +20,7 @@
 #include "platform/workstation/launch_media.h"
 #include "platform/workstation/model_sidecar.h"
 #include "platform/workstation/state_directory.h"
+#include "platform/workstation/video_source.h"
 
 namespace workstation {
 namespace {
@@ -33,8 +34,6 @@ constexpr const char* kModelParameters[] = {"LandscapeModelFileName", "PortraitM
 
 /// A program that was killed a moment ago may leave a helper that still holds the lock.
 constexpr std::chrono::milliseconds kLockPatience{500}, kLockPause{50};
-
-bool isUri(const std::string& source) { return source.find("://") != std::string::npos; }
 
 bool isDescription(const std::string& source) { return !isUri(source) && fs::path(source).extension() == ".json"; }
 
@@ -236,6 +235,10 @@ CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& 
   if (request.settings) {
     layOver(camera, *request.settings);
   }
+  if (request.loop && kindOf(camera.source) != SourceKind::kFile) {
+    throw UsageError("--loop is for a video file; any other source is opened again by itself when it ends");
+  }
+  camera.loop = camera.loop || request.loop;
   return camera;
 }
 
@@ -244,11 +247,12 @@ std::string stateName(const LaunchRequest& request) {
   if (!request.source) {
     return "demo";
   }
-  std::string stem = fs::path(*request.source).stem().string();
+  const std::string name = withoutUser(fullName(*request.source));
+  std::string stem = fs::path(withoutSecrets(name)).stem().string();
   std::replace_if(
       stem.begin(), stem.end(), [](char c) { return !g_ascii_isalnum(c) && !std::strchr("._-", c); }, '_');
   const std::unique_ptr<gchar, decltype(&g_free)> hash(
-      g_compute_checksum_for_string(G_CHECKSUM_SHA256, fullName(*request.source).c_str(), -1), &g_free);
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1), &g_free);
   return stem + "-" + std::string(hash.get(), kHashLength);
 }
 
@@ -269,7 +273,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   const CameraDescription camera = requestedCamera(request, source_tree);
   const Parameters defaults = packageDefaults(source_tree);
   checkParameters(camera, defaults, settingsName(request));
-  if (std::string problem = videoProblem(camera.source); !problem.empty()) {
+  if (std::string problem = videoProblem(camera.source, request.replay); !problem.empty()) {
     throw std::runtime_error(problem);
   }
   checkTruth(request);

@@ -12,6 +12,9 @@ void checkCombination(const LaunchRequest& request) {
   if (!request.source && request.settings) {
     throw UsageError("--settings is for a source of yours; the demo has its own");
   }
+  if (!request.source && request.loop) {
+    throw UsageError("--loop is for a video file of yours; the demo begins again by itself");
+  }
   if (request.password_file && !request.user) {
     throw UsageError("--password-file is for a user: give --user NAME");
   }
@@ -53,6 +56,8 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
       request.json = true;
     } else if (option == "--source" && !request.replay) {
       value(request.source, option);
+    } else if (option == "--loop" && !request.replay) {
+      request.loop = true;
     } else if (option == "--settings") {
       value(request.settings, option);
     } else if (option == "--truth") {
@@ -77,10 +82,12 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
 
 const char* usage() {
   return R"(./run                       watches the demo in real time
-./run --source FILE         watches a video of yours, or what a camera's description (*.json) names
+./run --source FILE         watches a video of yours, a camera's URI (rtsp://...), or what a camera's description
+                            (*.json) names; a camera that does not answer is tried again until it does
 ./run --reset floor         puts the stored floor calibration back to the source's or the package's
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
+  --loop                    a video begins again at its end, instead of ending the run
   --state DIR               keeps parameters, events and log there
   --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; one that other machines reach needs a user
   --user NAME               asks for this name and a password before the page is shown; the password is typed, or

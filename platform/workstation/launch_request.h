@@ -18,6 +18,7 @@ struct LaunchRequest {
   bool replay = false;                       ///< as fast as the machine can, on the recording's clock
   bool json = false;                         ///< replay only: one JSON object a line on standard output
   std::optional<std::string> source;         ///< a video, a URI or a camera's description (*.json); none: the demo
+  bool loop = false;                         ///< live only: a file begins again at its end
   std::optional<std::string> settings;       ///< JSON file of what the installer has set
   std::optional<std::string> truth;          ///< replay only: the true people instead of the networks'
   std::optional<std::string> state;          ///< state directory instead of the usual one

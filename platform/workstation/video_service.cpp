@@ -125,7 +125,7 @@ std::shared_ptr<VideoCamera> sharedCamera(const CameraDescription& description) 
   auto& known = opened().cameras[&description];
   auto camera = known.lock();
   if (!camera) {
-    camera = std::make_shared<VideoCamera>(description);
+    camera = workstation::openCamera(description);
     known = camera;
   }
   return camera;
@@ -136,11 +136,22 @@ CycleFrames& cycleFrames() {
   return frames;
 }
 
-/// The frame that the program's streams show now.
+/// The frame that the program's streams show now. A cycle that gets none has failed.
 std::shared_ptr<const DecodedFrame> programsFrame(VideoCamera& camera) {
-  auto frame = cycleFrames().take(ticker_clock::currentTick(), [&] { return camera.frameAt(ticker_clock::now()); });
-  if (cycleFrames().hasFailed()) workstation::anonymisedView().noteFailure();
-  return frame;
+  const auto newest = [&camera] {
+    auto frame = camera.frameAt(ticker_clock::now());
+    if (!frame) throw std::runtime_error("the camera gives no picture");
+    return frame;
+  };
+  const std::uint64_t cycle = ticker_clock::currentTick();
+  try {
+    auto frame = cycleFrames().take(cycle, newest);
+    if (cycleFrames().hasFailed()) workstation::anonymisedView().noteFailure();
+    return frame;
+  } catch (const std::exception&) {
+    if (cycle != 0) workstation::anonymisedView().noteFailure("The camera gives no picture.");
+    throw;
+  }
 }
 
 void checkSize(const CameraDescription& description, StreamSize wanted) {

@@ -8,7 +8,8 @@
 
 namespace workstation {
 
-/// The newest frame of the camera that the program has opened; nothing while it has opened none. From any thread.
+/// The newest frame of the camera that the program has opened; nothing while it has opened none, or the camera gives no
+/// pictures. From any thread.
 std::shared_ptr<const DecodedFrame> newestFrame();
 
 /// The overlays are drawn now: the frame that this cycle of the program is about; nothing between cycles. On the main

@@ -30,6 +30,7 @@ constexpr std::chrono::seconds kLinger{3};            // a size stays watched, f
 constexpr StreamSize kUsualSize{1280, 720};
 constexpr const char* kAnonymisedKey = "anonymised";  // whoever names it is shown nothing else
 constexpr const char* kAppearanceGroup = "root.Image.I0.Appearance";
+constexpr const char* kNoPicture = "the camera gives no picture now; try again later";
 constexpr const char* kBoundary = "velmor-picture";
 constexpr const char* kStreamType = "multipart/x-mixed-replace; boundary=velmor-picture";
 constexpr const char* kSnapshotType = "image/jpeg";
@@ -150,7 +151,7 @@ class SizeStream {
       const AnalysedPicture& analysed = source.sight.picture;
       return anonymisedPicture(analysed.frame->view(), *analysed.overlay, m_size, mounting);
     }
-    if (!source.frame) throw std::runtime_error("the camera has no picture");
+    if (!source.frame) throw std::runtime_error(kNoPicture);
     BgraPicture picture = roomPicture(source.frame->view(), m_size, mounting);
     if (source.overlay) layOver(picture, *source.overlay);
     return picture;
@@ -292,11 +293,10 @@ class ViewStreams::Implementation {
       return answerLine(message, SOUP_STATUS_BAD_REQUEST,
                         "the camera offers no stream of that resolution; it offers " + listOf(offered));
     }
-    if (!newestFrame()) {
-      return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "the camera has no picture yet; try again later");
-    }
     const bool demanded = query.contains(kAnonymisedKey);
-    if (demanded && currentStreamChoice().anonymised != size) {
+    const bool is_anonymised = currentStreamChoice().anonymised == size;  // it shows a card where there is no picture
+    if (!is_anonymised && !newestFrame()) return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, kNoPicture);
+    if (demanded && !is_anonymised) {
       return answerLine(message, SOUP_STATUS_CONFLICT, "the stream of " + toString(*size) + " is not anonymised now");
     }
     if (soup_server_message_get_method(message) == SOUP_METHOD_HEAD) return answerHead(message, kind);

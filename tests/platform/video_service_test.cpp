@@ -5,9 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <iostream>
 #include <memory>
-#include <thread>
 
 #include "platform/clock/clock.h"
 #include "recording_writer.h"
@@ -239,37 +237,6 @@ TEST_F(VideoServiceTest, ADamagedRecordingEndsEarlyAndStillGivesPictures) {
     EXPECT_LE(greys.size(), 8u);
     EXPECT_EQ(greys.front(), greyOf(5));
   }
-}
-
-/// In processes of their own, since the clock of this one is set to replay.
-class LiveVideoDeathTest : public CameraTest {
- protected:
-  LiveVideoDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-
-  /// Shows what a live camera shows, each grey level once, until the process is told to end or the film has begun
-  /// again twice.
-  static void watch() {
-    const auto stream = open();
-    int shown = -1;
-    for (int beginnings = 0; beginnings < 3;) {
-      const int now = grey(stream);
-      if (now < shown || shown < 0) ++beginnings;
-      if (now != shown) std::cerr << now << ' ';
-      shown = now;
-      std::this_thread::yield();
-    }
-    std::_Exit(0);
-  }
-};
-
-TEST_F(LiveVideoDeathTest, AFilmPlaysOnceThenTheProcessIsToldToEnd) {
-  film({.frames = 5});
-  EXPECT_EXIT(watch(), testing::KilledBySignal(SIGTERM), "40 .*56 $");
-}
-
-TEST_F(LiveVideoDeathTest, ALoopingFilmBeginsAgain) {
-  film({.frames = 5}, R"(, "loop": true)");
-  EXPECT_EXIT(watch(), testing::ExitedWithCode(0), "40 .*56 40 .*56 40 ");
 }
 
 }  // namespace

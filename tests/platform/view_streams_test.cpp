@@ -4,10 +4,7 @@
 
 #include <axoverlay.h>
 #include <axparameter.h>
-#include <cairo.h>
 #include <gtest/gtest.h>
-#include <turbojpeg.h>
-#include <vdostream.h>
 
 #include <optional>
 #include <string>
@@ -16,107 +13,11 @@
 #include "tests/platform/http_client.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"
-#include "tests/platform/viewer_camera.h"
+#include "tests/platform/viewed_program.h"
 
 using namespace workstation;
 
 namespace {
-
-constexpr std::uint32_t kFound = 0xFF0000;  // what the test's program draws
-
-/// The program above the camera: it takes frames of one stream, and draws one square.
-class Program {
- public:
-  Program() {
-    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> settings(vdo_map_new(), &g_object_unref);
-    vdo_map_set_uint32(settings.get(), "width", 128);
-    vdo_map_set_uint32(settings.get(), "height", 72);
-    m_stream = vdo_stream_new(settings.get(), nullptr, nullptr);
-    if (m_stream == nullptr) throw std::runtime_error("no stream");
-    vdo_stream_start(m_stream, nullptr);
-    axoverlay_settings overlays;
-    axoverlay_init_axoverlay_settings(&overlays);
-    overlays.render_callback = render;
-    overlays.adjustment_callback = adjust;
-    overlays.select_callback = [](gint, gint width, gint, gint, gboolean, axoverlay_stream_type) -> gboolean {
-      return width != 96;
-    };
-    axoverlay_init(&overlays, nullptr);
-    axoverlay_overlay_data data;
-    axoverlay_init_overlay_data(&data);
-    m_overlay = axoverlay_create_overlay(&data, this, nullptr);
-  }
-  ~Program() {
-    axoverlay_destroy_overlay(m_overlay, nullptr);
-    axoverlay_cleanup();
-    g_object_unref(m_stream);
-  }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  void cycle(bool succeeds = true) {
-    runCycle([&] {
-      VdoBuffer* buffer = vdo_stream_get_buffer(m_stream, nullptr);
-      vdo_stream_buffer_unref(m_stream, &buffer, nullptr);
-      if (succeeds) axoverlay_redraw(nullptr);
-    });
-  }
-
-  gint overlay() const { return m_overlay; }
-  axoverlay_stream_data drawn{};  ///< the stream that was drawn last
-  bool shrinks = false;           ///< the overlay is a quarter of the stream, at the right and the bottom
-
- private:
-  static void adjust(gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type* /*postype*/, gfloat* x,
-                     gfloat* y, gint* width, gint* height, gpointer program) {
-    const bool turned = stream->rotation % 180 != 0;
-    *width = turned ? stream->height : stream->width;
-    *height = turned ? stream->width : stream->height;
-    if (!static_cast<Program*>(program)->shrinks) return;
-    *width /= 2;
-    *height /= 2;
-    *x = *y = 1;
-  }
-
-  static void render(gpointer context, gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type /*postype*/,
-                     gfloat /*x*/, gfloat /*y*/, gint width, gint height, gpointer program) {
-    static_cast<Program*>(program)->drawn = *stream;
-    auto* const cairo = static_cast<cairo_t*>(context);
-    cairo_set_source_rgb(cairo, 1, 0, 0);
-    cairo_rectangle(cairo, 0, 0, width / 2.0, height / 2.0);
-    cairo_fill(cairo);
-    cairo_rectangle(cairo, width, height, 100, 100);  // outside of the overlay: clipped
-    cairo_fill(cairo);
-  }
-
-  VdoStream* m_stream = nullptr;
-  gint m_overlay = 0;
-};
-
-BgraPicture decode(const std::string& jpeg) {
-  const std::unique_ptr<void, decltype(&tjDestroy)> decoder(tjInitDecompress(), &tjDestroy);
-  const auto* bytes = reinterpret_cast<const unsigned char*>(jpeg.data());
-  int width = 0;
-  int height = 0;
-  int sampling = 0;
-  int space = 0;
-  if (tjDecompressHeader3(decoder.get(), bytes, jpeg.size(), &width, &height, &sampling, &space) != 0) return {};
-  BgraPicture picture(width, height);
-  tjDecompress2(decoder.get(), bytes, jpeg.size(), picture.bytes.data(), width, picture.stride(), height, TJPF_BGRX, 0);
-  return picture;
-}
-
-bool isNear(std::uint32_t colour, std::uint32_t expected) {
-  for (const unsigned int shift : {0U, 8U, 16U}) {
-    if (std::abs(static_cast<int>(colour >> shift & 255U) - static_cast<int>(expected >> shift & 255U)) > 12)
-      return false;
-  }
-  return true;
-}
-
-constexpr std::uint32_t kCard = 0x404040;
-const std::string kImage = "/axis-cgi/jpg/image.cgi?resolution=";
-const std::string kVideo = "/axis-cgi/mjpg/video.cgi?resolution=";
 
 class ViewStreamsTest : public testing::Test {
  protected:
@@ -147,19 +48,7 @@ class ViewStreamsTest : public testing::Test {
     return decode(reply.body);
   }
 
-  std::string watchRequest(const std::string& size) const {
-    return "GET " + kVideo + size + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n";
-  }
-
-  /// The next part of a stream; empty at its end.
-  static std::string nextPart(HttpClient& viewer) {
-    const std::string text = viewer.receiveUntil("\r\n--velmor-picture\r\n");
-    const std::size_t body = text.find("\r\n\r\n");
-    if (!text.ends_with("\r\n--velmor-picture\r\n") || body == std::string::npos) return "";
-    std::string jpeg = text.substr(body + 4, text.size() - body - 4 - 20);
-    EXPECT_EQ(text.substr(0, body), "Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg.size()));
-    return jpeg;
-  }
+  std::string watchRequest(const std::string& size) const { return ::watchRequest(m_port, size); }
 
   StateFolder m_folder;
   HttpServer m_server{HttpServerSettings{}};

@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "platform/clock/clock.h"
-#include "platform/workstation/video_camera.h"
+#include "platform/workstation/video_pipeline.h"
 #include "platform/workstation/view_picture.h"
 
 struct Yuv {
