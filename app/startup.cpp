@@ -20,19 +20,18 @@ namespace {
 
 bool isPortrait(int rotation) { return rotation == 90 || rotation == 270; }
 
-/// After a failed calibration: a line for each setting that is at fault.
-void logFloorFaults(const Quad& quad) {
-  bool areMetresGood = true;
+/// A line for each side of the floor's rectangle that no rectangle has; whether there was none. With a negative one the
+/// calibration succeeds, and the floor is the wrong way round.
+bool checkMetres() {
+  bool areGood = true;
   for (const auto& [key, metres] : {std::pair{"WRectM", static_cast<double>(g_DetectionParams.f_WRectM)},
                                     {"HRectM", static_cast<double>(g_DetectionParams.f_HRectM)}}) {
     if (!std::isfinite(metres) || metres <= 0) {
-      syslog(LOG_ERR, "%s is %f: must be above 0", key, metres);
-      areMetresGood = false;
+      syslog(LOG_ERR, "%s is %f: must be above 0; until the floor is saved again, falls may be missed", key, metres);
+      areGood = false;
     }
   }
-  if (areMetresGood || g_DistanceController.is_degenerate(quad)) {
-    syslog(LOG_ERR, "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor");
-  }
+  return areGood;
 }
 
 }  // namespace
@@ -71,8 +70,9 @@ void init_event_manager() {
 
 bool init_3D() {
   const bool calibrated = parameter_io::calibrate_floor();
-  if (!calibrated) {
-    logFloorFaults(parameter_io::floor_quad());
+  const bool areMetresGood = checkMetres();
+  if (!calibrated && (areMetresGood || g_DistanceController.is_degenerate(parameter_io::floor_quad()))) {
+    syslog(LOG_ERR, "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor");
   }
   return calibrated;
 }

@@ -225,7 +225,7 @@ TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
     const Outcome stopped = run(words);
     EXPECT_NE(stopped.status, 0);
     for (const std::string& line :
-         {std::string(": WRectM is 0.000000: must be above 0\n"),
+         {std::string(": WRectM is 0.000000: must be above 0; "),
           std::string(": FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor\n"),
           std::string(": Failed init_3D\n"), command + "\n"}) {
       EXPECT_NE(stopped.errors.find(line), std::string::npos) << stopped.errors;
