@@ -279,7 +279,7 @@ void HttpServer::Implementation::run() {
 void HttpServer::Implementation::releaseTaken() {
   for (auto next = m_connections.begin(); next != m_connections.end();) {
     auto& connection = (next++)->second;
-    if (connection.taken) expire(connection);
+    if (connection.taken) end(connection);
   }
 }
 
@@ -460,7 +460,6 @@ void HttpServer::Implementation::clearSource(GSource*& source) {
 }
 
 void HttpServer::Implementation::expire(Connection& connection) const {
-  if (const auto taken = std::move(connection.taken)) return;  // the connection goes with it
   if (connection.held.count() > 0 && connection.message != nullptr) {
     connection.held = {};
     soup_server_message_unpause(connection.message);
@@ -472,6 +471,7 @@ void HttpServer::Implementation::expire(Connection& connection) const {
 void HttpServer::Implementation::end(Connection& connection) {
   clearSource(connection.deadline);
   connection.ending = true;
+  if (const auto taken = std::move(connection.taken)) return;  // and with it goes the connection
   if (connection.answering && connection.message != nullptr) {
     dropConnection(connection.message);
   } else {

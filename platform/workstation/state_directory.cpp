@@ -11,8 +11,8 @@
 namespace workstation {
 namespace {
 
-/// Before main: what was handed to this process, the state directory's lock above all, is for it alone. A program of its
-/// own that is left behind would keep the directory locked.
+/// Before main: what was handed to this process, the state directory's lock above all, is for it alone. A program of
+/// its own that is left behind would keep the directory locked.
 [[gnu::constructor]] void keepInheritedDescriptors() { ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC); }
 
 /// The variable's value as an absolute path; relative values are ignored, as the base directory rules ask for.
