@@ -92,7 +92,7 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
 
   void start();
   void stop();
-  Frame freshFrame() const;
+  Frame freshFrame();
   std::uint32_t framerate() const;
 
  private:
@@ -109,7 +109,7 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   bool isForGood(const Attempt& attempt);
   template <typename Condition>
   bool wait(Lock& lock, Time until, Condition condition);
-  void tell();
+  void tell(Lock& lock);
   [[nodiscard]] bool isStarting(Time now) const;
   [[nodiscard]] bool isFresh(Time now) const { return m_newest && now - m_newest->taken() <= m_times.fresh; }
 
@@ -123,7 +123,8 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   mutable std::mutex m_mutex;  ///< for all below
   std::condition_variable m_changed;
   bool m_is_leaving = false;
-  int m_open = 0;
+  bool m_is_at_end = false;  ///< for good, and the program does not know yet
+  int m_open = 0;            ///< pipelines
   std::shared_ptr<Attempt> m_first;
   Frame m_newest;                            ///< none when it is old
   std::optional<std::uint32_t> m_framerate;  ///< none before the first frame of all
@@ -159,8 +160,10 @@ void LiveCamera::Keeper::stop() {
   endTrouble(Trouble::kCameraAway);
 }
 
-Frame LiveCamera::Keeper::freshFrame() const {
+/// The end of a file is told to the program when it asks for more: it cannot end in order before it has begun.
+Frame LiveCamera::Keeper::freshFrame() {
   const std::scoped_lock lock(m_mutex);
+  if (std::exchange(m_is_at_end, false)) kill(getpid(), SIGTERM);
   return isFresh(Clock::now()) ? m_newest : nullptr;
 }
 
@@ -275,7 +278,7 @@ void LiveCamera::Keeper::watch(Lock& lock, const Attempt& attempt) {
 void LiveCamera::Keeper::close(Lock& lock, Attempt& attempt) {
   attempt.is_wanted = false;
   m_changed.wait_for(lock, m_times.closing, [&] { return attempt.is_closed; });
-  tell();
+  tell(lock);
 }
 
 /// A file that does not loop plays once. One that never gave a picture was refused when it was opened.
@@ -289,7 +292,7 @@ bool LiveCamera::Keeper::isForGood(const Attempt& attempt) {
     syslog(LOG_INFO, "%s has come to its end", m_name.c_str());
     std::fprintf(stderr, "%s has come to its end; give --loop to begin again\n", m_name.c_str());
   }
-  kill(getpid(), SIGTERM);
+  m_is_at_end = true;
   return true;
 }
 
@@ -297,7 +300,7 @@ bool LiveCamera::Keeper::isForGood(const Attempt& attempt) {
 template <typename Condition>
 bool LiveCamera::Keeper::wait(Lock& lock, Time until, Condition condition) {
   for (;;) {
-    tell();
+    tell(lock);
     if (m_is_leaving || condition()) return true;
     const Time now = Clock::now();
     if (now >= until) return false;
@@ -311,23 +314,27 @@ bool LiveCamera::Keeper::wait(Lock& lock, Time until, Condition condition) {
   }
 }
 
-/// Reports the trouble when it begins and when its reason changes, and its end.
-void LiveCamera::Keeper::tell() {
+/// Reports the trouble when it begins and when its reason changes, and its end. The log may wait for a disk: nobody who
+/// asks for a frame does.
+void LiveCamera::Keeper::tell(Lock& lock) {
   const Time now = Clock::now();
   if (isFresh(now) || isStarting(now)) {
     if (m_told.empty()) return;
     m_told.clear();
+    lock.unlock();
     endTrouble(Trouble::kCameraAway);
     syslog(LOG_NOTICE, "%s: the camera gives pictures again", m_name.c_str());
-    return;
+    return lock.lock();
   }
   m_newest.reset();
-  std::string text = "The camera has given no picture since " + clockTime(m_last_on_the_wall) + " (" + m_reason +
-                     "): nobody is being watched. It is tried again until it answers.";
+  const std::string text = "The camera has given no picture since " + clockTime(m_last_on_the_wall) + " (" + m_reason +
+                           "): nobody is being watched. It is tried again until it answers.";
   if (text == m_told) return;
-  m_told = std::move(text);
-  reportTrouble(Trouble::kCameraAway, m_told);
-  syslog(LOG_ERR, "%s: %s", m_name.c_str(), m_told.c_str());
+  m_told = text;
+  lock.unlock();
+  reportTrouble(Trouble::kCameraAway, text);
+  syslog(LOG_ERR, "%s: %s", m_name.c_str(), text.c_str());
+  lock.lock();
 }
 
 /// A file that gives nothing at the start is refused.

@@ -1,6 +1,6 @@
 // The C library's system log calls, for a machine that may have no log daemon: every line goes to "system.log" in the
-// state directory, errors and worse also to standard error, there not twice in a row. Usable before openlog and after
-// main, from any thread.
+// state directory, errors and worse also to standard error, there not again within a minute. Usable before openlog and
+// after main, from any thread.
 
 // Fortified builds turn these calls into the __..._chk ones within the header itself; we define both kinds here.
 #undef _FORTIFY_SOURCE
@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -27,6 +28,7 @@ namespace {
 
 constexpr off_t kRotateAt_bytes = 10'000'000;  // system.log and system.log.1 together stay within twice this
 constexpr std::size_t kLongestLine = 4096;
+constexpr time_t kSilence_s = 60;  // before a message is shown again
 
 constexpr std::array<const char*, 8> kLevels{"emergency", "alert",  "critical", "error",
                                              "warning",   "notice", "info",     "debug"};
@@ -66,6 +68,11 @@ class SystemLog {
   }
 
  private:
+  struct Shown {
+    std::size_t hash;
+    time_t second;  ///< since the machine's start; 0 for none
+  };
+
   [[nodiscard]] const char* ident() const {
     return m_ident[0] != '\0' ? m_ident.data() : program_invocation_short_name;
   }
@@ -150,10 +157,18 @@ class SystemLog {
     m_given_up = false;
   }
 
-  /// Whether the message is the one shown last: who looks at the terminal need not read it again. Keeps it if not.
+  /// Whether the message was shown a moment ago: who looks at the terminal need not read twice a second that a camera
+  /// is away. Keeps it if not.
   bool isRepetition(std::string_view message) {
-    if (message == std::string_view(m_shown.data(), m_shown_length)) return true;
-    m_shown_length = message.copy(m_shown.data(), m_shown.size());
+    const std::size_t hash = std::hash<std::string_view>()(message);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const auto is_recent = [&](const Shown& shown) {
+      return shown.hash == hash && shown.second != 0 && now.tv_sec - shown.second < kSilence_s;
+    };
+    if (std::any_of(m_shown.begin(), m_shown.end(), is_recent)) return true;
+    m_shown.at(m_next_shown) = {hash, now.tv_sec};
+    m_next_shown = (m_next_shown + 1) % m_shown.size();
     return false;
   }
 
@@ -172,8 +187,8 @@ class SystemLog {
   std::mutex m_mutex;
   std::array<char, 65> m_ident{};
   std::array<char, 4096> m_path{};
-  std::array<char, kLongestLine> m_shown{};  ///< the last message on standard error
-  std::size_t m_shown_length = 0;
+  std::array<Shown, 8> m_shown{};  ///< the last messages on standard error
+  std::size_t m_next_shown = 0;
   int m_options = 0;
   int m_fd = -1;
   off_t m_size = 0;

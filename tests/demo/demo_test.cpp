@@ -1,4 +1,5 @@
-// The demo from its video to its events, through the launcher, the program and the networks.
+// The whole program, through the launcher: the demo from its video to its events, starts that are refused, and cameras
+// that fail.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +21,9 @@
 
 #include "app/startup.h"
 #include "config/request_handler.h"
+#include "tests/platform/http_client.h"
+#include "tests/platform/recording_writer.h"
+#include "tests/platform/rtsp_camera.h"
 
 namespace {
 
@@ -238,6 +242,81 @@ TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
   const Outcome started = run("replay demo --json" + state + truth);
   EXPECT_EQ(started.status, 0) << started.errors;
   EXPECT_NE(contents(folder_ / "parameters.conf").find("Detection10x=640"), std::string::npos) << "still as saved";
+}
+
+/// The program while it watches a camera.
+class Watching : public Refused {
+ protected:
+  void start(const std::string& source) {
+    const std::string command = "exec env " + kSanitizers +
+                                "VELMOR_SOURCE_DIR='" SOURCE_DIRECTORY "' " PROGRAM_DIRECTORY
+                                "/velmor_run --listen 127.0.0.1:0 --state '" +
+                                folder_.string() + "' --source '" + source + "' >'" + output_.string() + "' 2>&1";
+    program_ = fork();
+    if (program_ == 0) {
+      execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+      _exit(127);
+    }
+    const std::string page = "Page: http://127.0.0.1:";
+    for (int i = 0; i < 1200 && contents(output_).find(page) == std::string::npos; ++i) usleep(100'000);
+    const std::string output = contents(output_);
+    ASSERT_NE(output.find(page), std::string::npos) << output;
+    port_ = static_cast<std::uint16_t>(std::stoi(output.substr(output.find(page) + page.size())));
+  }
+
+  /// Its status at the end that it is asked for.
+  int end() const {
+    kill(program_, SIGTERM);
+    int status = -1;
+    waitpid(program_, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+  /// Waits for a heartbeat of the page's feed that tells what is wanted.
+  static bool heartbeatTells(HttpClient& feed, bool camera_is_away, bool has_watched) {
+    for (int beat = 0; beat < 200;) {
+      const std::string message = feed.receiveUntil("\n\n");
+      if (message.empty()) return false;
+      if (message.find("event: heartbeat") == std::string::npos) continue;
+      ++beat;
+      const auto told = nlohmann::json::parse(message.substr(message.find("data: ") + 6));
+      const auto& wrong = told.at("wrong");
+      const bool is_away = std::any_of(wrong.begin(), wrong.end(), [](const nlohmann::json& what) {
+        return what.at("what") == "camera-away" && what.dump().find("secret") == std::string::npos;
+      });
+      if (is_away == camera_is_away && (told.at("cycle") > 0) == has_watched) return true;
+    }
+    return false;
+  }
+
+  fs::path output_ = folder_ / "output";
+  pid_t program_ = 0;
+  std::uint16_t port_ = 0;
+};
+
+TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
+  RtspCamera camera;
+  start(camera.uri("ward:secret@"));
+  HttpClient feed(port_);
+  feed.send("GET /platform/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) + "\r\n\r\n");
+  EXPECT_TRUE(heartbeatTells(feed, true, false)) << contents(output_);
+  camera.plug(90);
+  EXPECT_TRUE(heartbeatTells(feed, false, true)) << contents(output_);
+  camera.unplug();
+  EXPECT_TRUE(heartbeatTells(feed, true, true)) << contents(output_);
+  EXPECT_EQ(request(port_, "GET", "/axis-cgi/jpg/image.cgi").status, 503);
+  EXPECT_EQ(end(), 0) << contents(output_);
+  EXPECT_NE(contents(output_).find("The camera has given no picture since "), std::string::npos);
+  EXPECT_EQ((contents(output_) + contents(folder_ / "system.log")).find("secret"), std::string::npos);
+}
+
+TEST_F(Watching, AFilmThatBreaksIsNoGoodEnd) {
+  const std::string film = (folder_ / "film").string();
+  ASSERT_TRUE(writeRecording({.frames = 20}, film));
+  write("film", brokenAtTheEnd(contents(film)));
+  const Outcome outcome = run("--listen 127.0.0.1:0 --state '" + folder_.string() + "' --source '" + film + "'");
+  EXPECT_EQ(outcome.status, 1) << outcome.errors;
+  EXPECT_NE(outcome.errors.find("cannot play " + film + " any further: "), std::string::npos) << outcome.errors;
 }
 
 }  // namespace

@@ -240,13 +240,6 @@ TEST_F(LiveCameraTest, ViewersSeeThatAFilmHasVanishedAndComesBack) {
   server.stop();
 }
 
-/// A Matroska film whose last cluster of frames has a time of nine bytes, which no time can have.
-std::string brokenAtTheEnd(std::string film) {
-  const std::size_t cluster = film.rfind("\x1F\x43\xB6\x75");
-  film.at(film.find('\xE7', cluster) + 1) = '\x89';
-  return film;
-}
-
 /// The end of a process is a matter of processes of their own.
 class FilmDeathTest : public LiveCameraTest {
  protected:

@@ -21,3 +21,6 @@ constexpr int greyOf(int index) { return 40 + 4 * index; }
 
 /// Encodes the recording with GStreamer. False when that fails.
 bool writeRecording(const Recording& recording, const std::string& file);
+
+/// A Matroska film whose last cluster of frames has a time of nine bytes, which no time can have.
+std::string brokenAtTheEnd(std::string film);

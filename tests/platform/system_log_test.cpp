@@ -42,19 +42,21 @@ TEST_F(SystemLogTest, EveryEntryIsOneLineWithTimeProcessAndLevel) {
   EXPECT_EQ(errno, ENOENT);
   syslog(LOG_WARNING, "two\nlines\x1b");
   syslog(LOG_USER | LOG_ERR, "Failed init_3D\n");
+  syslog(LOG_ERR, "no camera");
   syslog(LOG_ERR, "Failed init_3D");
   syslog(LOG_CRIT, "%s", std::string(10'000, 'x').c_str());
   const std::string shown = testing::internal::GetCapturedStderr();
   const std::string head =
       R"([0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\.[0-9]{3}Z velmor_test\[)" + std::to_string(getpid()) + R"(\] )";
   const auto found = lines();
-  ASSERT_EQ(found.size(), 5u);
+  ASSERT_EQ(found.size(), 6u);
   EXPECT_TRUE(matches(found[0], (head + "info: size 1280x720: No such file or directory"))) << found[0];
   EXPECT_TRUE(matches(found[1], (head + "warning: two lines "))) << found[1];
   EXPECT_TRUE(matches(found[2], (head + "error: Failed init_3D"))) << found[2];
-  EXPECT_TRUE(matches(found[3], (head + "error: Failed init_3D"))) << found[3];
-  EXPECT_GT(found[4].size(), 4'000u);
-  EXPECT_TRUE(shown.starts_with("velmor_test: Failed init_3D\nvelmor_test: xxx")) << shown.substr(0, 200);
+  EXPECT_TRUE(matches(found[4], (head + "error: Failed init_3D"))) << found[4];
+  EXPECT_GT(found[5].size(), 4'000u);
+  EXPECT_TRUE(shown.starts_with("velmor_test: Failed init_3D\nvelmor_test: no camera\nvelmor_test: xxx"))
+      << shown.substr(0, 200);
 }
 
 TEST_F(SystemLogTest, AFullFileMakesRoomOnce) {
