@@ -25,6 +25,10 @@ class FileDescriptor {
   int m_fd;
 };
 
+/// From here on a limit on the size of files (ulimit -f) is a full disk to whoever reaches it, and does not end the
+/// process.
+void takeFileLimitsAsFullDisks();
+
 /// Writes all bytes at the descriptor's position; false with errno set when that is impossible.
 bool writeAll(int fd, const void* bytes, size_t size);
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "platform/workstation/child_processes.h"
+#include "platform/workstation/durable_file.h"
 #include "platform/workstation/floor_reset.h"
 #include "platform/workstation/launch_plan.h"
 #include "platform/workstation/launch_request.h"
@@ -252,6 +253,7 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  workstation::takeFileLimitsAsFullDisks();
   struct sigaction action {};
   action.sa_handler = passOn;
   std::for_each(kPassedOn.begin(), kPassedOn.end(), [&](int signal) { ::sigaction(signal, &action, nullptr); });

@@ -1,6 +1,9 @@
 // The C library's system log calls, for a machine that may have no log daemon: every line goes to "system.log" in the
 // state directory, errors and worse also to standard error, there not again within a minute. Usable before openlog and
 // after main, from any thread.
+//
+// File and terminal each have a thread. A caller waits for them, so that a line stands where it belongs, but not for a
+// disk or a terminal that does not answer.
 
 // Fortified builds turn these calls into the __..._chk ones within the header itself; we define both kinds here.
 #undef _FORTIFY_SOURCE
@@ -12,7 +15,9 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -21,8 +26,13 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "platform/workstation/durable_file.h"
+#include "platform/workstation/side_thread.h"
 #include "platform/workstation/state_directory.h"
+
+using workstation::SideThread;
 
 namespace {
 
@@ -33,27 +43,172 @@ constexpr time_t kSilence_s = 60;  // before a message is shown again
 constexpr std::array<const char*, 8> kLevels{"emergency", "alert",  "critical", "error",
                                              "warning",   "notice", "info",     "debug"};
 
+constexpr std::size_t kMostWaiting = 1000;
+constexpr std::chrono::milliseconds kPatience{200};
+/// Between two tries of a file that could not be written.
+constexpr std::chrono::seconds kPause{2};
+
 std::size_t clampLength(int printed, std::size_t room) {
   return printed < 0 ? 0 : std::min(static_cast<std::size_t>(printed), room - 1);
+}
+
+SideThread& disk() {
+  static auto& the_disk = *new SideThread(kMostWaiting);  // never destroyed: lines come until the process ends
+  return the_disk;
+}
+
+SideThread& terminal() {
+  static auto& the_terminal = *new SideThread(kMostWaiting);  // never destroyed: see above
+  return the_terminal;
+}
+
+void toStandardError(std::string text) {
+  terminal().post([text = std::move(text)] { workstation::writeAll(STDERR_FILENO, text.data(), text.size()); });
+  terminal().settle(kPatience);
+}
+
+struct Entry {
+  std::string line;
+  std::string for_terminal;  ///< "velmor_care: message": the time and the process are of no use to somebody there
+  bool shown;                ///< on standard error already
+};
+
+/// system.log. On the disk's thread only.
+class LogFile {
+ public:
+  /// An entry, before which so many others never got here.
+  void write(const Entry& entry, unsigned long missed) {
+    if (missed > 0 && m_failure.empty()) m_failure = "the disk did not answer";
+    m_lost += missed;
+    if (store(entry.line)) return;
+    ++m_lost;
+    if (!entry.shown) toStandardError(entry.for_terminal);
+  }
+
+  /// The state directory may be another one from here on.
+  void reopen(const std::string& ident) {
+    close();
+    m_path.clear();
+    m_ident = ident;
+    m_lost = 0;
+    m_failure.clear();
+  }
+
+  void close() { m_file = workstation::FileDescriptor(); }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool store(const std::string& line) {
+    if (m_file.get() < 0 && !open()) return false;
+    if (m_size >= kRotateAt_bytes && !rotate()) return false;
+    if (m_lost > 0) {
+      const std::string head = line.substr(0, line.find(": ") + 2);
+      if (!append(head + std::to_string(m_lost) + " lines before this one are missing here: " + m_failure + "\n")) {
+        return false;
+      }
+      m_lost = 0;
+    }
+    if (!append(line)) return false;
+    m_failure.clear();
+    return true;
+  }
+
+  /// All of it or nothing.
+  bool append(const std::string& text) {
+    if (!workstation::writeAll(m_file.get(), text.data(), text.size())) {
+      const int reason = errno;
+      [[maybe_unused]] const int cut = ::ftruncate(m_file.get(), m_size);
+      return fail(strerrordesc_np(reason));
+    }
+    m_size += static_cast<off_t>(text.size());
+    return true;
+  }
+
+  bool open() {
+    if (!m_failure.empty() && Clock::now() - m_tried < kPause) return false;
+    m_tried = Clock::now();
+    try {
+      m_path = (workstation::stateDirectory() / "system.log").string();
+    } catch (...) {
+      return fail("no state directory");
+    }
+    m_file = workstation::FileDescriptor(::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
+    struct stat info {};
+    if (m_file.get() < 0 || ::fstat(m_file.get(), &info) != 0) return fail(strerrordesc_np(errno));
+    m_size = info.st_size;
+    return true;
+  }
+
+  bool rotate() {
+    if (::rename(m_path.c_str(), (m_path + ".1").c_str()) != 0) return fail(strerrordesc_np(errno));
+    close();
+    return open();
+  }
+
+  /// Said once; until the file takes lines again every line goes to standard error.
+  bool fail(const std::string& reason) {
+    close();
+    m_tried = Clock::now();
+    if (m_failure.empty()) {
+      toStandardError(m_ident + ": cannot write " + (m_path.empty() ? "system.log" : m_path) + ": " + reason +
+                      "; the system log goes to standard error\n");
+    }
+    m_failure = reason;
+    return false;
+  }
+
+  std::string m_ident = program_invocation_short_name;
+  std::string m_path;
+  workstation::FileDescriptor m_file;
+  off_t m_size = 0;
+  std::string m_failure;  ///< why the file took no line last, else empty
+  Clock::time_point m_tried;
+  unsigned long m_lost = 0;  ///< lines since the file took one
+};
+
+LogFile& logFile() {
+  static auto& the_file = *new LogFile;  // never destroyed: see above
+  return the_file;
 }
 
 /// Trivially destroyed, so that it serves destructors that run after main too.
 class SystemLog {
  public:
   void open(const char* ident, int options) {
-    const std::scoped_lock lock(m_mutex);
-    closeFile();
-    m_options = options;
-    m_ident.fill('\0');
-    if (ident != nullptr) std::strncpy(m_ident.data(), ident, m_ident.size() - 1);
+    workstation::takeFileLimitsAsFullDisks();
+    {
+      const std::scoped_lock lock(m_mutex);
+      m_options = options;
+      m_ident.fill('\0');
+      if (ident != nullptr) std::strncpy(m_ident.data(), ident, m_ident.size() - 1);
+    }
+    disk().post([name = std::string(this->ident())] { logFile().reopen(name); });
+    disk().settle(kPatience);
   }
 
-  void close() {
-    const std::scoped_lock lock(m_mutex);
-    closeFile();
+  static void close() {
+    disk().post([] { logFile().close(); });
+    disk().settle(kPatience);
   }
 
   void write(int priority, const char* format, va_list arguments) {
+    const int caller_errno = errno;
+    Entry entry = entryOf(priority, format, arguments);
+    if (entry.shown) toStandardError(entry.for_terminal);
+    const unsigned long missed = m_missed.exchange(0);
+    const bool taken = disk().post([entry = std::move(entry), missed] { logFile().write(entry, missed); });
+    if (!taken) m_missed += missed + 1;
+    disk().settle(kPatience);
+    errno = caller_errno;
+  }
+
+ private:
+  [[nodiscard]] const char* ident() const {
+    return m_ident[0] != '\0' ? m_ident.data() : program_invocation_short_name;
+  }
+
+  Entry entryOf(int priority, const char* format, va_list arguments) {
     const int caller_errno = errno;
     std::array<char, kLongestLine> line{};
     const std::scoped_lock lock(m_mutex);
@@ -61,21 +216,15 @@ class SystemLog {
     errno = caller_errno;  // for %m
     const int printed = vsnprintf(line.data() + head, line.size() - 1 - head, format, arguments);
     const std::size_t length = finish(line, head, head + clampLength(printed, line.size() - 1 - head));
-    const bool stored = writeFile(line.data(), length);
-    const bool shown = LOG_PRI(priority) <= LOG_ERR || (m_options & LOG_PERROR) != 0;
-    if (!stored || (shown && !isRepetition({line.data() + head, length - head}))) echo(line, head, length);
-    errno = caller_errno;
+    const std::string message(line.data() + head, length - head);
+    const bool for_terminal = LOG_PRI(priority) <= LOG_ERR || (m_options & LOG_PERROR) != 0;
+    return {{line.data(), length}, std::string(ident()) + ": " + message, for_terminal && !isRepetition(message)};
   }
 
- private:
   struct Shown {
     std::size_t hash;
     time_t second;  ///< since the machine's start; 0 for none
   };
-
-  [[nodiscard]] const char* ident() const {
-    return m_ident[0] != '\0' ? m_ident.data() : program_invocation_short_name;
-  }
 
   /// "2026-01-31T08:15:00.250Z velmor_care[123] error: "; returns its length.
   std::size_t writeHead(int priority, std::array<char, kLongestLine>& line) const {
@@ -99,64 +248,6 @@ class SystemLog {
     return end + 1;
   }
 
-  bool writeFile(const char* line, std::size_t length) {
-    if (m_fd < 0 && !m_given_up) openFile();
-    if (m_fd < 0) return false;
-    if (m_size >= kRotateAt_bytes) rotate();
-    if (m_fd < 0) return false;
-    if (::write(m_fd, line, length) != static_cast<ssize_t>(length)) {
-      giveUp(errno);
-      return false;
-    }
-    m_size += static_cast<off_t>(length);
-    return true;
-  }
-
-  void openFile() {
-    if (!resolvePath()) return giveUp(0);
-    m_fd = ::open(m_path.data(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    struct stat info {};
-    if (m_fd < 0 || fstat(m_fd, &info) != 0) return giveUp(errno);
-    m_size = info.st_size;
-  }
-
-  bool resolvePath() {
-    try {
-      const std::string path = workstation::stateDirectory() / "system.log";
-      if (path.size() >= m_path.size()) return false;
-      std::copy(path.c_str(), path.c_str() + path.size() + 1, m_path.begin());
-      return true;
-    } catch (...) {
-      return false;
-    }
-  }
-
-  void rotate() {
-    std::array<char, sizeof(m_path) + 2> old{};
-    snprintf(old.data(), old.size(), "%s.1", m_path.data());
-    if (rename(m_path.data(), old.data()) != 0) return giveUp(errno);
-    closeFile();
-    openFile();
-  }
-
-  /// Said once for each openlog; from then on every line goes to standard error.
-  void giveUp(int reason) {
-    closeFile();
-    m_given_up = true;
-    std::array<char, sizeof(m_path) + 256> text{};
-    const int length =
-        snprintf(text.data(), text.size(), "%.64s: cannot write %s%s%s; the system log goes to standard error\n",
-                 ident(), m_path[0] != '\0' ? m_path.data() : "system.log: no state directory", reason != 0 ? ": " : "",
-                 reason != 0 ? strerrordesc_np(reason) : "");
-    toStandardError(text.data(), clampLength(length, text.size()));
-  }
-
-  void closeFile() {
-    if (m_fd >= 0) ::close(m_fd);
-    m_fd = -1;
-    m_given_up = false;
-  }
-
   /// Whether the message was shown a moment ago: who looks at the terminal need not read twice a second that a camera
   /// is away. Keeps it if not.
   bool isRepetition(std::string_view message) {
@@ -172,27 +263,12 @@ class SystemLog {
     return false;
   }
 
-  /// "velmor_care: message": the time and the process are of no use to somebody who looks at the terminal.
-  void echo(const std::array<char, kLongestLine>& line, std::size_t head, std::size_t length) const {
-    std::array<char, kLongestLine + 72> text{};
-    const int printed =
-        snprintf(text.data(), text.size(), "%.64s: %.*s", ident(), static_cast<int>(length - head), line.data() + head);
-    toStandardError(text.data(), clampLength(printed, text.size()));
-  }
-
-  static void toStandardError(const char* text, std::size_t length) {
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text, length);
-  }
-
   std::mutex m_mutex;
   std::array<char, 65> m_ident{};
-  std::array<char, 4096> m_path{};
   std::array<Shown, 8> m_shown{};  ///< the last messages on standard error
   std::size_t m_next_shown = 0;
   int m_options = 0;
-  int m_fd = -1;
-  off_t m_size = 0;
-  bool m_given_up = false;
+  std::atomic<unsigned long> m_missed{0};  ///< lines that no longer found a place in the queue
 };
 
 constinit SystemLog the_log;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <regex.h>
+#include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -66,6 +67,37 @@ TEST_F(SystemLogTest, AFullFileMakesRoomOnce) {
   syslog(LOG_INFO, "second");
   EXPECT_EQ(lines().size(), 2u);
   EXPECT_EQ(std::filesystem::file_size((m_folder / "system.log.1")), 10'000'000u);
+}
+
+/// A limit on the size of files is a full disk.
+TEST_F(SystemLogTest, ReturnsToAFileThatHadNoRoomAndSaysWhatIsMissingInIt) {
+  m_folder.write("system.log", std::string(9'999, 'x') + "\n");
+  rlimit unlimited{};
+  ::getrlimit(RLIMIT_FSIZE, &unlimited);
+  const rlimit full{10'020, unlimited.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  testing::internal::CaptureStderr();
+  errno = ENOENT;
+  syslog(LOG_INFO, "one");
+  syslog(LOG_ERR, "two");
+  const std::string shown = testing::internal::GetCapturedStderr();
+  ::setrlimit(RLIMIT_FSIZE, &unlimited);
+  EXPECT_EQ(shown, "velmor_test: cannot write " + (m_folder / "system.log").string() +
+                       ": File too large; the system log goes to standard error\n"
+                       "velmor_test: one\nvelmor_test: two\n");
+  EXPECT_EQ(lines().size(), 1u) << "and no half a line";
+  testing::internal::CaptureStderr();
+  int tries = 0;
+  for (; tries < 6'000 && lines().size() < 3; ++tries) {
+    syslog(LOG_DEBUG, "%d", tries);
+    usleep(10'000);
+  }
+  testing::internal::GetCapturedStderr();
+  const auto found = lines();
+  ASSERT_GE(found.size(), 3u);
+  const std::string lost = std::to_string(tries + 1);
+  EXPECT_TRUE(found[1].ends_with(lost + " lines before this one are missing here: File too large")) << found[1];
+  EXPECT_TRUE(found[2].ends_with(" debug: " + std::to_string(tries - 1))) << found[2];
 }
 
 TEST_F(SystemLogTest, WithoutAFileEverythingGoesToStandardErrorAndThatIsSaidOnce) {
