@@ -28,7 +28,6 @@
 #include "platform/workstation/event_feed.h"
 #include "platform/workstation/http_server.h"
 #include "platform/workstation/parameter_batch.h"
-#include "platform/workstation/state_directory.h"
 #include "platform/workstation/view_streams.h"
 
 using workstation::HttpQuery;
@@ -268,7 +267,7 @@ struct _AXHttpHandler {
         user_data(handler_data),
         server(settings()),
         waiting(server.context()),
-        feed(server, workstation::stateDirectory() / "events.jsonl"),
+        feed(server),
         streams(server) {
     server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
   }

@@ -1,22 +1,18 @@
 #include "platform/workstation/event_feed.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <list>
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/clock/clock.h"
-#include "platform/workstation/durable_file.h"
 #include "platform/workstation/health.h"
 
 namespace workstation {
@@ -26,8 +22,8 @@ using nlohmann::ordered_json;
 
 constexpr const char* kPath = "/platform/events";
 constexpr std::chrono::hours kHistory{12};
-/// Of the journal's end; more than so many changes take.
-constexpr off_t kTailBytes = 1 << 20;
+/// Changes, and times of watching, that are remembered.
+constexpr size_t kMostKept = 2000;
 constexpr guint kHeartbeat_ms = 1000;
 
 struct EventState {
@@ -37,25 +33,40 @@ struct EventState {
   std::uint64_t number = 0;
 };
 
-/// What is active now, and who is to be told.
+/// What is active now, what has been, and who is to be told. In memory: a disk that hangs keeps no viewer waiting.
 struct Hub {
   std::mutex mutex;
+  std::string run;
   std::map<std::string, EventState> states;  ///< by topic
+  std::deque<EventRecord> changes;           ///< oldest first, as the next
+  std::deque<EventRecord> watching;
   std::uint64_t last = 0;
   EventFeed::Implementation* feed = nullptr;
 };
 
 Hub& hub() {
-  static Hub hub;
-  return hub;
+  static auto& the_hub = *new Hub;  // never destroyed: events come until the process ends
+  return the_hub;
+}
+
+void keep(std::deque<EventRecord>& newest, const EventRecord& record) {
+  newest.push_back(record);
+  if (newest.size() > kMostKept) newest.pop_front();
 }
 
 std::string oneLine(const ordered_json& json) {
   return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }
 
-ordered_json changeOf(std::uint64_t number, const std::string& name, bool active, const std::string& time) {
-  return {{"seq", number}, {"name", name}, {"active", active}, {"time", time}};
+/// A change or a beginning or end of watching, as the feed tells it.
+ordered_json messageOf(const EventRecord& record) {
+  ordered_json message = {{"seq", record.number}};
+  if (!record.run.empty()) message["run"] = record.run;
+  if (record.kind == "changed") message["name"] = record.event;
+  message["active"] = record.active;
+  message["time"] = utcText(record.time);
+  if (record.closed_at_start) message["closed_at_start"] = true;
+  return message;
 }
 
 ordered_json milliseconds(const std::optional<std::chrono::nanoseconds>& span) {
@@ -64,6 +75,11 @@ ordered_json milliseconds(const std::optional<std::chrono::nanoseconds>& span) {
 
 /// What shows that the program lives, and how well.
 std::string heartbeat() {
+  std::string run;
+  {
+    const std::lock_guard lock(hub().mutex);
+    run = hub().run;
+  }
   const Health health = currentHealth();
   ordered_json wrong = ordered_json::array();
   for (const auto& [what, since, text] : health.wrong) {
@@ -72,6 +88,7 @@ std::string heartbeat() {
   const bool has_cycled = health.cycle != 0;
   const ordered_json beat = {
       {"time", utcText(ticker_clock::now())},
+      {"run", run},
       {"cycle", health.cycle},
       {"cycle_age_ms", milliseconds(health.cycle_age)},
       {"cycle_ms", milliseconds(has_cycled ? std::optional(health.beat.last_call) : std::nullopt)},
@@ -84,59 +101,52 @@ std::string heartbeat() {
   return "event: heartbeat\ndata: " + oneLine(beat) + "\n\n";
 }
 
-/// The last whole lines of a file that another part of the program appends to; empty when it cannot be read.
-std::string tailOf(const std::filesystem::path& path) {
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (file.get() < 0 || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-  const off_t start = std::max<off_t>(0, status.st_size - kTailBytes);
-  std::string tail(static_cast<size_t>(status.st_size - start), '\0');
-  const ssize_t got = ::pread(file.get(), tail.data(), tail.size(), start);
-  tail.resize(got > 0 ? static_cast<size_t>(got) : 0);
-  tail.resize(tail.rfind('\n') + 1);
-  return start == 0 ? tail : tail.substr(tail.find('\n') + 1);
-}
-
-/// A line of the journal as a change, none for what is no change or is older or newer than asked for.
-std::optional<ordered_json> changeIn(std::string_view line, double oldest, std::uint64_t last) {
-  const auto record = nlohmann::json::parse(line, nullptr, false);
-  if (!record.is_object() || record.value("kind", "") != "changed" || record.value("t", 0.0) < oldest ||
-      record.value("seq", std::uint64_t{0}) > last) {
-    return std::nullopt;
-  }
-  return changeOf(record.at("seq"), record.at("event"), record.at("active"), record.at("time"));
-}
-
-ordered_json historyUpTo(std::uint64_t last, const std::filesystem::path& journal, TimeStamp now, size_t changes) {
-  const std::string tail = tailOf(journal);
-  const double oldest = secondsOf(now - kHistory);
+/// With the hub's lock held.
+ordered_json history(TimeStamp now, size_t most) {
   std::vector<ordered_json> newest_first;
-  for (std::string_view rest = tail; !rest.empty() && newest_first.size() < changes;) {
-    rest.remove_suffix(1);
-    const size_t start = rest.rfind('\n') + 1;
-    try {
-      if (auto change = changeIn(rest.substr(start), oldest, last)) newest_first.push_back(std::move(*change));
-    } catch (const nlohmann::json::exception&) {
-      break;  // a damaged line: what stands before it is not trusted
-    }
-    rest = rest.substr(0, start);
+  for (auto change = hub().changes.rbegin(); change != hub().changes.rend() && newest_first.size() < most; ++change) {
+    if (change->time >= now - kHistory) newest_first.push_back(messageOf(*change));
   }
   std::reverse(newest_first.begin(), newest_first.end());
   return newest_first;
 }
 
+/// With the hub's lock held: from the last beginning or end before the history on.
+ordered_json watchingSince(TimeStamp oldest) {
+  const auto& all = hub().watching;
+  const auto later = std::find_if(all.begin(), all.end(), [&](const auto& record) { return record.time > oldest; });
+  ordered_json times = ordered_json::array();
+  for (auto one = later == all.begin() ? later : std::prev(later); one != all.end(); ++one) {
+    times.push_back({{"active", one->active}, {"time", utcText(one->time)}});
+  }
+  return times;
+}
+
+ordered_json currentStates() {
+  ordered_json events = ordered_json::array();
+  for (const auto& [topic, state] : hub().states) {
+    events.push_back({{"name", state.name},
+                      {"active", state.active},
+                      {"since", state.since ? ordered_json(utcText(*state.since)) : ordered_json()},
+                      {"seq", state.number}});
+  }
+  return events;
+}
+
 }  // namespace
 
-/// All but post() runs on the server's thread.
+/// All but post() and postState() run on the server's thread.
 class EventFeed::Implementation {
  public:
-  Implementation(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits);
+  Implementation(HttpServer& server, const EventFeedLimits& limits);
   ~Implementation();
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
   /// From any thread.
-  void post(std::uint64_t number, const EventRecord& record);
+  void post(const EventRecord& record);
+  /// To everybody anew, when the past has become known. From any thread.
+  void postState();
 
  private:
   struct Viewer {
@@ -153,18 +163,13 @@ class EventFeed::Implementation {
   void release(std::list<Viewer>::iterator viewer);
 
   HttpServer& m_server;
-  std::filesystem::path m_journal;
   EventFeedLimits m_limits;
   std::list<Viewer> m_viewers;
   GSource* m_heartbeat;
 };
 
-EventFeed::Implementation::Implementation(HttpServer& server, std::filesystem::path journal,
-                                          const EventFeedLimits& limits)
-    : m_server(server),
-      m_journal(std::move(journal)),
-      m_limits(limits),
-      m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
+EventFeed::Implementation::Implementation(HttpServer& server, const EventFeedLimits& limits)
+    : m_server(server), m_limits(limits), m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
   server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) { welcome(message); });
   g_source_set_callback(
       m_heartbeat,
@@ -188,15 +193,26 @@ EventFeed::Implementation::~Implementation() {
   while (!m_viewers.empty()) release(m_viewers.begin());
 }
 
-void EventFeed::Implementation::post(std::uint64_t number, const EventRecord& record) {
-  const std::string data = oneLine(changeOf(number, record.event, record.active, utcText(record.time)));
-  m_server.invoke([this, number, text = "id: " + std::to_string(number) + "\nevent: change\ndata: " + data + "\n\n"] {
+void EventFeed::Implementation::post(const EventRecord& record) {
+  const std::string text = "id: " + std::to_string(record.number) +
+                           "\nevent: " + (record.kind == "changed" ? "change" : record.kind) +
+                           "\ndata: " + oneLine(messageOf(record)) + "\n\n";
+  m_server.invoke([this, number = record.number, text] {
     for (auto viewer = m_viewers.begin(); viewer != m_viewers.end();) {
       Viewer& next = *viewer++;
       if (next.last < number) {
         next.last = number;
         send(next, text);
       }
+    }
+  });
+}
+
+void EventFeed::Implementation::postState() {
+  m_server.invoke([this] {
+    for (auto viewer = m_viewers.begin(); viewer != m_viewers.end();) {
+      Viewer& next = *viewer++;
+      send(next, stateMessage(next.last));
     }
   });
 }
@@ -229,22 +245,15 @@ void EventFeed::Implementation::welcome(SoupServerMessage* message) {
 
 /// The state as of the number `last`, which it sets: later changes follow one by one.
 std::string EventFeed::Implementation::stateMessage(std::uint64_t& last) const {
-  ordered_json events = ordered_json::array();
-  {
-    const std::lock_guard lock(hub().mutex);
-    last = hub().last;
-    for (const auto& [topic, state] : hub().states) {
-      events.push_back({{"name", state.name},
-                        {"active", state.active},
-                        {"since", state.since ? ordered_json(utcText(*state.since)) : ordered_json()},
-                        {"seq", state.number}});
-    }
-  }
   const TimeStamp now = ticker_clock::now();
+  const std::lock_guard lock(hub().mutex);
+  last = hub().last;
   const ordered_json state = {{"time", utcText(now)},
+                              {"run", hub().run},
                               {"seq", last},
-                              {"events", events},
-                              {"history", historyUpTo(last, m_journal, now, m_limits.changes)}};
+                              {"events", currentStates()},
+                              {"history", history(now, m_limits.changes)},
+                              {"watching", watchingSince(now - kHistory)}};
   return "retry: 2000\nid: " + std::to_string(last) + "\nevent: state\ndata: " + oneLine(state) + "\n\n";
 }
 
@@ -278,27 +287,55 @@ void EventFeed::Implementation::release(std::list<Viewer>::iterator viewer) {
   g_object_unref(message);
 }
 
-EventFeed::EventFeed(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits)
-    : m_implementation(std::make_unique<Implementation>(server, std::move(journal), limits)) {}
+EventFeed::EventFeed(HttpServer& server, const EventFeedLimits& limits)
+    : m_implementation(std::make_unique<Implementation>(server, limits)) {}
 
 EventFeed::~EventFeed() = default;
 
-void resetEvents(std::uint64_t last) {
+void resetEvents(const std::string& run) {
   const std::lock_guard lock(hub().mutex);
+  hub().run = run;
   hub().states.clear();
-  hub().last = last;
+  hub().changes.clear();
+  hub().watching.clear();
+  hub().last = 0;
 }
 
-void publishEvent(std::uint64_t number, const EventRecord& record) {
+void seedEvents(std::uint64_t last, const JournalPast& past, const std::deque<EventRecord>& closed) {
   const std::lock_guard lock(hub().mutex);
-  hub().last = number;
+  std::deque<EventRecord> changes = past.changes;
+  std::deque<EventRecord> watching = past.watching;
+  for (const EventRecord& record : closed) {
+    if (record.kind == "watching") {
+      keep(watching, record);
+      continue;
+    }
+    keep(changes, record);
+    EventState& state = hub().states[record.topic];
+    if (!state.since) state = {record.event, false, record.time, record.number};
+  }
+  for (const EventRecord& record : hub().changes) keep(changes, record);
+  for (const EventRecord& record : hub().watching) keep(watching, record);
+  hub().changes = std::move(changes);
+  hub().watching = std::move(watching);
+  hub().last = last;
+  if (hub().feed != nullptr) hub().feed->postState();
+}
+
+void publishEvent(const EventRecord& record) {
+  const std::lock_guard lock(hub().mutex);
+  hub().last = record.number;
   if (record.kind == "undeclared") {
     hub().states.erase(record.topic);
+  } else if (record.kind == "watching") {
+    keep(hub().watching, record);
+    if (hub().feed != nullptr) hub().feed->post(record);
   } else if (EventState& state = hub().states[record.topic]; record.kind == "changed") {
-    state = {record.event, record.active, record.time, number};
-    if (hub().feed != nullptr) hub().feed->post(number, record);
+    state = {record.event, record.active, record.time, record.number};
+    keep(hub().changes, record);
+    if (hub().feed != nullptr) hub().feed->post(record);
   } else if (state.name.empty()) {
-    state = {record.event, false, std::nullopt, number};
+    state = {record.event, false, std::nullopt, record.number};
   }
 }
 

@@ -1,32 +1,41 @@
-// Server-sent events of the journal: who watches a page learns at once what begins and ends, and on connecting what is
-// active and what has been.
+// Server-sent events: who watches a page learns at once what begins and ends, on connecting what is active and what has
+// been, and every second that the program lives and how well. Numbers belong to the run.
 //
 // event: state
-// data: {"time": "2026-03-01T12:00:31.500Z", "seq": 7, "events": [{"name": "Fall Detected", "active": true,
-//        "since": "2026-03-01T12:00:30.000Z" or null, "seq": 7}], "history": [{"seq": 7, "name": "Fall Detected",
-//        "active": true, "time": "2026-03-01T12:00:30.000Z"}]}           (in one line)
+// data: {"time": "2026-03-01T12:00:31.500Z", "run": "9f2c41d07b3e5a18", "seq": 7,
+//        "events": [{"name": "Fall Detected", "active": true, "since": "2026-03-01T12:00:30.000Z" or null, "seq": 7}],
+//        "history": [{"seq": 7, "run": "9f2c41d07b3e5a18", "name": "Fall Detected", "active": true,
+//                     "time": "2026-03-01T12:00:30.000Z"}],          an end by a restart has "closed_at_start": true
+//        "watching": [{"active": true, "time": "2026-03-01T11:58:00.000Z"}]}                          (in one line)
 //
 // id: 8
 // event: change
-// data: {"seq": 8, "name": "Fall Detected", "active": false, "time": "2026-03-01T12:00:40.000Z"}
+// data: {"seq": 8, "run": "9f2c41d07b3e5a18", "name": "Fall Detected", "active": false, "time": "..."}
+//
+// event: watching                                                  (as a change, without a name)
+// event: heartbeat                                                 (docs/http.md)
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
+#include <deque>
 #include <memory>
+#include <string>
 
 #include "platform/workstation/event_journal.h"
 #include "platform/workstation/http_server.h"
 
 namespace workstation {
 
-/// A journal begins: nothing is declared yet, and `last` is the last number in it.
-void resetEvents(std::uint64_t last);
+/// A run begins: nothing is declared yet, and nothing is known of the time before.
+void resetEvents(const std::string& run);
 
-/// A record is in the journal under this number: the feed, if there is one, passes it on. From any thread, in the
-/// order of the numbers.
-void publishEvent(std::uint64_t number, const EventRecord& record);
+/// The past becomes known, with what this start has ended in it; `last` is the last number given. What this run has
+/// published already comes after it.
+void seedEvents(std::uint64_t last, const JournalPast& past, const std::deque<EventRecord>& closed);
+
+/// Something has happened: the feed, if there is one, passes it on. From any thread, in the order of the numbers.
+void publishEvent(const EventRecord& record);
 
 struct EventFeedLimits {
   size_t changes = 2000;          ///< of the last 12 hours, in the history
@@ -37,8 +46,8 @@ struct EventFeedLimits {
 /// The feed of the process's events as the address /platform/events; one at a time.
 class EventFeed {
  public:
-  /// Adds the address; before the server listens. `journal` is the file, which need not exist.
-  EventFeed(HttpServer& server, std::filesystem::path journal, const EventFeedLimits& limits = {});
+  /// Adds the address; before the server listens.
+  explicit EventFeed(HttpServer& server, const EventFeedLimits& limits = {});
   /// After the server has stopped.
   ~EventFeed();
   EventFeed(const EventFeed&) = delete;

@@ -9,12 +9,11 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -28,39 +27,82 @@ using nlohmann::json;
 constexpr size_t kMaxLineBytes = 4096;
 /// Larger numbers are damage: no journal gets there, and JSON readers lose their last digits.
 constexpr std::uint64_t kMaxNumber = std::uint64_t{1} << 53;
+/// Changes and times of watching that are remembered.
+constexpr size_t kMostKept = 2000;
 
 std::int64_t millisecondsOf(TimeStamp time) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
 }
 
-std::string lineOf(const EventRecord& record, std::uint64_t number) {
-  nlohmann::ordered_json line = {
-      {"seq", number},         {"time", utcText(record.time)}, {"t", secondsOf(record.time)}, {"kind", record.kind},
-      {"event", record.event}, {"topic", record.topic},        {"active", record.active}};
-  if (record.closed_at_start) {
-    line["closed_at_start"] = true;
+std::string lineOf(const EventRecord& record) {
+  nlohmann::ordered_json line = {{"seq", record.number}};
+  if (!record.run.empty()) line["run"] = record.run;
+  line["time"] = utcText(record.time);
+  line["t"] = secondsOf(record.time);
+  line["kind"] = record.kind;
+  if (record.kind == "missing") {
+    line["from"] = record.from;
+    line["to"] = record.number;
+  } else {
+    if (record.kind != "watching") {
+      line["event"] = record.event;
+      line["topic"] = record.topic;
+    }
+    line["active"] = record.active;
   }
+  if (record.closed_at_start) line["closed_at_start"] = true;
   return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-/// What a journal needs of a line that it wrote before.
-struct ReadLine {
-  std::uint64_t number;
-  std::string event, topic;
-  bool active;
+/// The fields of one line, each of the type asked for or none.
+class Fields {
+ public:
+  explicit Fields(std::string_view text) : m_line(json::parse(text, nullptr, false)) {}
+
+  [[nodiscard]] std::optional<std::string> text(const char* key) const {
+    return has(key) && m_line[key].is_string() ? std::optional(m_line[key].get<std::string>()) : std::nullopt;
+  }
+  [[nodiscard]] std::optional<bool> truth(const char* key) const {
+    return has(key) && m_line[key].is_boolean() ? std::optional(m_line[key].get<bool>()) : std::nullopt;
+  }
+  [[nodiscard]] std::optional<std::uint64_t> number(const char* key) const {
+    if (!has(key) || !m_line[key].is_number_unsigned()) return std::nullopt;
+    const std::uint64_t number = m_line[key];
+    return number == 0 || number > kMaxNumber ? std::nullopt : std::optional(number);
+  }
+  [[nodiscard]] TimeStamp time(const char* key) const {
+    const double seconds = has(key) && m_line[key].is_number() ? m_line[key].get<double>() : 0;
+    if (!(seconds >= 0 && seconds < kMaxSeconds)) return TimeStamp();
+    return TimeStamp(std::chrono::milliseconds(std::llround(seconds * 1000)));
+  }
+
+ private:
+  [[nodiscard]] bool has(const char* key) const { return m_line.is_object() && m_line.contains(key); }
+
+  static constexpr double kMaxSeconds = 9e9;  ///< a TimeStamp takes no more
+  json m_line;
 };
 
-std::optional<ReadLine> parseLine(std::string_view text) {
-  const json line = json::parse(text, nullptr, false);
-  const auto has = [&line](const char* key, json::value_t type) {
-    return line.contains(key) && line[key].type() == type;
-  };
-  if (!line.is_object() || !has("seq", json::value_t::number_unsigned) || !has("event", json::value_t::string) ||
-      !has("topic", json::value_t::string) || !has("active", json::value_t::boolean)) {
-    return std::nullopt;
+std::optional<EventRecord> parseLine(std::string_view text) {
+  const Fields line(text);
+  const auto number = line.number("seq");
+  EventRecord record{line.time("t"), line.text("kind").value_or("")};
+  if (!number) return std::nullopt;
+  record.number = *number;
+  record.run = line.text("run").value_or("");
+  record.closed_at_start = line.truth("closed_at_start").value_or(false);
+  if (record.kind == "missing") {
+    record.from = line.number("from").value_or(0);
+    return record.from == 0 || record.from > *number ? std::nullopt : std::optional(std::move(record));
   }
-  ReadLine read{line["seq"], line["event"], line["topic"], line["active"]};
-  return read.number == 0 || read.number > kMaxNumber ? std::nullopt : std::optional(std::move(read));
+  const auto active = line.truth("active");
+  const auto event = line.text("event");
+  const auto topic = line.text("topic");
+  if (!active || (record.kind != "watching" && (!event || !topic))) return std::nullopt;
+  record.active = *active;
+  record.event = event.value_or("");
+  record.topic = topic.value_or("");
+  return record;
 }
 
 /// Follows journal files from their first line to their last, in memory that does not grow with them.
@@ -73,6 +115,7 @@ class JournalReader {
     char block[65536];
     m_lines = 0;
     m_whole_bytes = 0;
+    m_pending_bytes = 0;
     for (ssize_t got = 0; (got = ::read(file.get(), block, sizeof block)) != 0;) {
       if (got < 0) {
         throw std::runtime_error(path.string() + ": cannot be read: " + std::strerror(errno));
@@ -81,12 +124,11 @@ class JournalReader {
     }
   }
 
-  std::uint64_t highest() const { return m_highest; }
   std::int64_t wholeBytes() const { return m_whole_bytes; }
+  bool isTorn() const { return m_pending_bytes > 0; }
   /// The first line of the last file that cannot be right, counted from 1; 0 for none.
   std::uint64_t damagedLine() const { return m_damaged_line; }
-  /// Topic -> event of every state that has begun and not ended.
-  const std::map<std::string, std::string>& active() const { return m_active; }
+  const JournalPast& past() const { return m_past; }
 
  private:
   /// Hands on whole lines; the rest waits in `pending`, at most as much of it as shows that the line is too long.
@@ -106,27 +148,43 @@ class JournalReader {
   void take(std::string_view text) {
     ++m_lines;
     const auto line = text.size() > kMaxLineBytes ? std::nullopt : parseLine(text);
-    const bool follows = line && (m_lines == 1 || line->number == m_highest + 1);
-    if (!follows && m_damaged_line == 0) {
+    if ((!line || (m_lines > 1 && !follows(*line))) && m_damaged_line == 0) {
       m_damaged_line = m_lines;
     }
     if (!line) {
       return;
     }
-    m_highest = std::max(m_highest, line->number);
-    if (line->active) {
-      m_active[line->topic] = line->event;
-    } else {
-      m_active.erase(line->topic);
+    m_past.last = std::max(m_past.last, line->number);
+    m_past.last_time = line->time;
+    m_run = line->run;
+    if (line->kind == "watching") {
+      keep(m_past.watching, *line);
+    } else if (line->kind != "missing") {
+      if (line->kind == "changed") keep(m_past.changes, *line);
+      if (line->active) {
+        m_past.active[line->topic] = line->event;
+      } else {
+        m_past.active.erase(line->topic);
+      }
     }
   }
 
-  std::uint64_t m_highest = 0;
+  bool follows(const EventRecord& line) const {
+    const std::uint64_t first = line.kind == "missing" ? line.from : line.number;
+    return first == m_past.last + 1 || (first > m_past.last && line.run != m_run);
+  }
+
+  static void keep(std::deque<EventRecord>& newest, const EventRecord& line) {
+    newest.push_back(line);
+    if (newest.size() > kMostKept) newest.pop_front();
+  }
+
+  JournalPast m_past;
+  std::string m_run;  ///< of the last line
   std::uint64_t m_lines = 0;
   std::uint64_t m_damaged_line = 0;
   std::int64_t m_whole_bytes = 0;
   std::int64_t m_pending_bytes = 0;
-  std::map<std::string, std::string> m_active;
 };
 
 /// The journals that were put aside, by their N.
@@ -160,7 +218,16 @@ std::string utcText(TimeStamp time) {
   return text;
 }
 
-EventJournal::EventJournal(const std::filesystem::path& directory, TimeStamp now) : m_path(directory / "events.jsonl") {
+bool fitsIntoJournal(const EventRecord& record) {
+  EventRecord longest = record;
+  longest.kind = "undeclared";
+  longest.closed_at_start = true;
+  longest.number = kMaxNumber;
+  longest.run = std::string(32, 'f');
+  return lineOf(longest).size() <= kMaxLineBytes;
+}
+
+EventJournal::EventJournal(const std::filesystem::path& directory) : m_path(directory / "events.jsonl") {
   open();
   JournalReader reader;
   reader.read(m_path);
@@ -168,21 +235,16 @@ EventJournal::EventJournal(const std::filesystem::path& directory, TimeStamp now
     putAside("line " + std::to_string(reader.damagedLine()) + " is damaged");
   } else {
     m_size = reader.wholeBytes();
+    m_torn = reader.isTorn();
   }
+  m_past = reader.past();
   if (m_size == 0) {
     reader = JournalReader();
     for (const auto& [number, path] : journalsAside(m_path)) {
       reader.read(path);
     }
-  }
-  m_last = reader.highest();
-  if (::ftruncate(m_file.get(), m_size) != 0 || ::fdatasync(m_file.get()) != 0) {
-    throw std::runtime_error(m_path.string() + ": a torn last line cannot be cut off: " + std::strerror(errno));
-  }
-  syncDirectory(directory);
-  for (const auto& [topic, event] : reader.active()) {
-    m_closed.push_back({now, "changed", event, topic, false, true});
-    append(m_closed.back());
+    m_past = reader.past();
+    m_past.changes.clear();
   }
 }
 
@@ -209,26 +271,30 @@ void EventJournal::putAside(const std::string& reason) {
     throw std::runtime_error(m_path.string() + ": " + reason + " and it cannot be put aside: " + std::strerror(errno));
   }
   m_damage = m_path.string() + ": " + reason + "; kept as " + kept.filename().string() + ", a new journal goes on";
+  m_size = 0;
+  m_torn = false;
   open();
 }
 
-void EventJournal::append(const EventRecord& record) {
-  const std::string line = lineOf(record, m_last + 1);
-  if (line.size() > kMaxLineBytes) {
-    throw std::runtime_error(m_path.string() + ": the event's names are too long");
-  }
-  // What a failed write left goes first, or this line would be glued to it.
+void EventJournal::append(const std::vector<EventRecord>& records) {
+  std::string lines;
+  for (const EventRecord& record : records) lines += lineOf(record);
+  // What a failed write left goes first, or this would be glued to it.
   if (m_torn && ::ftruncate(m_file.get(), m_size) != 0) {
     throw std::runtime_error(m_path.string() + ": a torn line cannot be cut off: " + std::strerror(errno));
   }
-  m_torn = !writeAll(m_file.get(), line.data(), line.size()) || ::fdatasync(m_file.get()) != 0;
-  if (m_torn) {
+  m_torn = true;
+  if (!writeAll(m_file.get(), lines.data(), lines.size()) || ::fdatasync(m_file.get()) != 0) {
     const int reason = errno;
     m_torn = ::ftruncate(m_file.get(), m_size) != 0;
     throw std::runtime_error(m_path.string() + ": cannot be written: " + std::strerror(reason));
   }
-  m_size += static_cast<std::int64_t>(line.size());
-  ++m_last;
+  if (!m_named) {
+    syncDirectory(m_path.parent_path());
+    m_named = true;
+  }
+  m_torn = false;
+  m_size += static_cast<std::int64_t>(lines.size());
 }
 
 }  // namespace workstation

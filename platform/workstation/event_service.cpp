@@ -1,16 +1,12 @@
-// The camera's event system on a workstation: declarations and changes go to the journal in the state directory, and
-// changes to standard output.
+// The camera's event system on a workstation: declarations and changes go to whoever watches, changes to standard
+// output, and both to the journal in the state directory.
 #include <axevent.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <map>
 #include <memory>
@@ -23,12 +19,11 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/durable_file.h"
-#include "platform/workstation/event_feed.h"
-#include "platform/workstation/event_journal.h"
-#include "platform/workstation/state_directory.h"
+#include "platform/workstation/event_recorder.h"
+#include "platform/workstation/standard_output.h"
 
-using workstation::EventJournal;
 using workstation::EventRecord;
+using workstation::EventRecorder;
 
 namespace {
 
@@ -59,7 +54,7 @@ struct _AXEvent {
 };
 
 struct _AXEventHandler {
-  EventJournal journal;
+  std::shared_ptr<EventRecorder> recorder;
   std::map<guint, DeclaredEvent> declarations;
   guint last_id = 0;
 };
@@ -83,14 +78,6 @@ std::string localTime(GDateTime* time) {
   return text.get();
 }
 
-/// One whole line at once, so that a reader never sees half of it.
-void print(const std::string& line) {
-  std::fflush(stdout);
-  if (!workstation::writeAll(STDOUT_FILENO, line.data(), line.size())) {
-    syslog(LOG_WARNING, "an event could not be shown on standard output: %s", std::strerror(errno));
-  }
-}
-
 std::string quoted(const std::string& text) {
   return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
@@ -100,20 +87,26 @@ void show(const EventRecord& record, GDateTime* time) {
   const double seconds = workstation::secondsOf(record.time);
   switch (outputFormat()) {
     case Output::kJson:
-      print("{\"t\": " + nlohmann::json(seconds).dump() + ", \"event\": " + quoted(record.event) +
-            ", \"active\": " + (record.active ? "true" : "false") + "}\n");
+      workstation::showLines("{\"t\": " + nlohmann::json(seconds).dump() + ", \"event\": " + quoted(record.event) +
+                             ", \"active\": " + (record.active ? "true" : "false") + "}\n");
       break;
     case Output::kReplay: {
       char stamp[32];
       std::snprintf(stamp, sizeof stamp, "%7.1f s  ", seconds);
-      print(stamp + record.event + "  " + change + "\n");
+      workstation::showLines(stamp + record.event + "  " + change + "\n");
       break;
     }
     case Output::kText:
-      print(localTime(time) + "  " + record.event + "  " + change +
-            (record.closed_at_start ? " (left active by the run before)" : "") + "\n");
+      workstation::showLines(localTime(time) + "  " + record.event + "  " + change +
+                             (record.closed_at_start ? " (left active by the run before)" : "") + "\n");
       break;
   }
+}
+
+/// For somebody who reads: what a run before left active has ended.
+void showClosed(const EventRecord& record) {
+  const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(g_date_time_new_now_local(), &g_date_time_unref);
+  if (outputFormat() == Output::kText) show(record, time.get());
 }
 
 /// A declared or sent set's time on the process's clock. Live, the event brings its own.
@@ -172,12 +165,6 @@ DeclaredEvent describe(std::vector<KeyValue> entries) {
   return declared;
 }
 
-/// Into the journal first, then to whoever watches.
-void record(EventJournal& journal, const EventRecord& entry) {
-  journal.append(entry);
-  workstation::publishEvent(journal.last(), entry);
-}
-
 /// Runs what may throw; an exception becomes the caller's GError. A caller who takes none would lose the reason: it is
 /// logged.
 template <typename Function>
@@ -197,22 +184,11 @@ gboolean guarded(GError** error, Function function) {
 
 AXEventHandler* ax_event_handler_new(void) {
   try {
-    const TimeStamp now = ticker_clock::now();
-    auto handler = std::make_unique<AXEventHandler>(AXEventHandler{{workstation::stateDirectory(), now}, {}});
-    if (const std::string& damage = handler->journal.damage(); !damage.empty()) {
-      syslog(LOG_ERR, "%s", damage.c_str());
-    }
-    const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(g_date_time_new_now_local(),
-                                                                        &g_date_time_unref);
-    const auto& closed = handler->journal.closedAtStart();
-    std::uint64_t number = handler->journal.last() - closed.size();
-    workstation::resetEvents(number);
-    for (const EventRecord& ended : closed) {
-      workstation::publishEvent(++number, ended);
-      if (outputFormat() == Output::kText) {
-        show(ended, time.get());
-      }
-    }
+    [[maybe_unused]] static const int at_exit = std::atexit(&EventRecorder::finishAll);
+    workstation::takeFileLimitsAsFullDisks();
+    workstation::keepStandardOutputFromBlocking();
+    auto handler = std::make_unique<AXEventHandler>();
+    handler->recorder = EventRecorder::begin(&showClosed);
     return handler.release();
   } catch (const std::exception& exception) {
     syslog(LOG_ERR, "%s", exception.what());
@@ -220,20 +196,29 @@ AXEventHandler* ax_event_handler_new(void) {
   }
 }
 
-void ax_event_handler_free(AXEventHandler* handler) { delete handler; }
+void ax_event_handler_free(AXEventHandler* handler) {
+  if (handler != nullptr) {
+    handler->recorder->finish();
+    delete handler;
+  }
+}
 
 gboolean ax_event_handler_declare(AXEventHandler* handler, AXEventKeyValueSet* set, gboolean stateless,
                                   guint* declaration, AXDeclarationCompleteCallback callback, gpointer user_data,
                                   GError** error) {
   if (handler == nullptr || set == nullptr || declaration == nullptr) {
-    return fail(error, "there is no open journal, set or place for the declaration's id");
+    return fail(error, "there is no handler, set or place for the declaration's id");
   }
   if (stateless != FALSE) {
     return fail(error, "only events with a state are offered");
   }
   const gboolean declared = guarded(error, [&] {
     const DeclaredEvent event = describe(set->entries);
-    record(handler->journal, {ticker_clock::now(), "declared", event.event, event.topic});
+    const EventRecord declaration_record{ticker_clock::now(), "declared", event.event, event.topic};
+    if (!workstation::fitsIntoJournal(declaration_record)) {
+      throw std::runtime_error("the event's names are too long");
+    }
+    handler->recorder->record(declaration_record);
     handler->declarations.emplace(++handler->last_id, event);
     *declaration = handler->last_id;
   });
@@ -249,7 +234,7 @@ gboolean ax_event_handler_undeclare(AXEventHandler* handler, guint declaration, 
   }
   return guarded(error, [&] {
     const DeclaredEvent& event = handler->declarations.at(declaration);
-    record(handler->journal, {ticker_clock::now(), "undeclared", event.event, event.topic});
+    handler->recorder->record({ticker_clock::now(), "undeclared", event.event, event.topic});
     handler->declarations.erase(declaration);
   });
 }
@@ -266,7 +251,7 @@ gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration,
   return guarded(error, [&] {
     const DeclaredEvent& declared = handler->declarations.at(declaration);
     const EventRecord change{clockTime(event->time), "changed", declared.event, declared.topic, *active};
-    record(handler->journal, change);
+    handler->recorder->record(change);
     show(change, event->time);
   });
 }

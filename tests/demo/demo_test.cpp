@@ -47,11 +47,11 @@ const std::string kSanitizers = "ASAN_OPTIONS=fast_unwind_on_malloc=0 LSAN_OPTIO
 /// Where the standard error of a run is.
 fs::path errorsFile() { return fs::path(testing::TempDir()) / ("demo-errors-" + std::to_string(getpid())); }
 
-/// Runs the launcher with these words, in the source folder `source`.
-Outcome run(const std::string& words, const fs::path& source = SOURCE_DIRECTORY) {
+/// Runs the launcher with these words, in the source folder `source`, through the command `through`.
+Outcome run(const std::string& words, const fs::path& source = SOURCE_DIRECTORY, const std::string& through = "") {
   const fs::path errors = errorsFile();
-  const std::string command = kSanitizers + "VELMOR_SOURCE_DIR='" + source.string() +
-                              "' " PROGRAM_DIRECTORY "/velmor_run " + words + " 2>'" + errors.string() + "'";
+  const std::string command = kSanitizers + "VELMOR_SOURCE_DIR='" + source.string() + "' " + through +
+                              " " PROGRAM_DIRECTORY "/velmor_run " + words + " 2>'" + errors.string() + "'";
   Outcome outcome;
   FILE* pipe = popen(command.c_str(), "r");
   std::array<char, 4096> chunk{};
@@ -105,6 +105,37 @@ TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
   const std::string files =
       "'" + (kDemo / "demo.mp4").string() + "' --settings '" + (kDemo / "demo.settings.json").string() + "'";
   EXPECT_EQ(run("replay " + files + " --json").output, outcome.output);
+}
+
+/// A limit on the size of files: the journal, which is the largest of all, has no room for another line.
+TEST(Demo, AFullDiskSwallowsNoAlarmAndTheNextStartSaysWhatIsMissing) {
+  const fs::path state = fs::path(testing::TempDir()) / ("demo-full-" + std::to_string(getpid()));
+  fs::create_directories(state);
+  constexpr int kLines = 1000;
+  std::ofstream journal(state / "events.jsonl");
+  for (int line = 1; line <= kLines; ++line) {
+    journal << R"({"seq": )" << line << R"(, "event": "e", "topic": "t", "active": false})"
+            << "\n";
+  }
+  journal.close();
+  const std::string room = std::to_string(fs::file_size(state / "events.jsonl") + 20);
+  const std::string words =
+      "replay demo --json --truth '" + (kDemo / "demo.truth.jsonl").string() + "' --state '" + state.string() + "'";
+  const Outcome full = run(words, SOURCE_DIRECTORY, "prlimit --fsize=" + room);
+  EXPECT_EQ(full.status, 0) << full.errors;
+  EXPECT_EQ(full.output, contents(kGolden));
+  EXPECT_NE(full.errors.find("events go out all the same and are recorded later\n"), std::string::npos) << full.errors;
+  EXPECT_NE(full.errors.find(": 6 events have not been recorded: "), std::string::npos) << full.errors;
+  EXPECT_EQ(run(words).output, full.output);
+  std::istringstream lines(contents(state / "events.jsonl"));
+  std::vector<nlohmann::json> records;
+  for (std::string line; std::getline(lines, line);) records.push_back(nlohmann::json::parse(line));
+  ASSERT_EQ(records.size(), kLines + 7U);
+  EXPECT_EQ(records[kLines]["kind"], "missing");
+  EXPECT_EQ(records[kLines]["from"], kLines + 1);
+  EXPECT_EQ(records[kLines]["to"], kLines + 6);
+  EXPECT_EQ(records[kLines + 1]["seq"], kLines + 7);
+  fs::remove_all(state);
 }
 
 class Refused : public testing::Test {

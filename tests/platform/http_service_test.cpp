@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -19,7 +21,9 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/event_feed.h"
+#include "platform/workstation/health.h"
 #include "platform/workstation/http_server.h"
+#include "platform/workstation/run_marks.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/state_folder.h"
 
@@ -618,16 +622,18 @@ TEST_F(AxHttp, TakesThePasswordFromAPipeAndForgetsIt) {
 class Events : public HttpServing {
  protected:
   Events() {
-    const TimeStamp now = std::chrono::time_point_cast<TimeStamp::duration>(std::chrono::system_clock::now());
-    {
-      EventJournal journal(m_folder.path(), now);
-      journal.append({now - 13h, "changed", "Long ago", "t:fall", true});
-      journal.append({now - 1h, "changed", "Fall Detected", "t:fall", false});
-      journal.append({now - 30min, "changed", "Fall Detected", "t:fall", true});
-    }
+    const auto change = [this](std::uint64_t number, TimeStamp time, const char* name, bool active) {
+      return EventRecord{time, "changed", name, "t:fall", active, false, number, "before", 0};
+    };
+    EventJournal(m_folder.path())
+        .append({change(1, m_now - 13h, "Long ago", true),
+                 change(2, m_now - 1h, "Fall Detected", false),
+                 change(3, m_now - 30min, "Fall Detected", true),
+                 {m_now - 20min, "watching", "", "", true, false, 4, "before", 0}});
+    RunMarks(m_folder.path()).store({"before", 1, 4, m_now - 10min}, false);
     m_handler = ax_event_handler_new();
     m_server = std::make_unique<HttpServer>(m_settings);
-    m_feed = std::make_unique<EventFeed>(*m_server, m_folder / "events.jsonl", EventFeedLimits{20, 3, 50000});
+    m_feed = std::make_unique<EventFeed>(*m_server, EventFeedLimits{20, 3, 50000});
     m_port = m_server->listen(parseListenAddress("127.0.0.1:0"));
   }
   ~Events() override {
@@ -668,6 +674,8 @@ class Events : public HttpServing {
     return nlohmann::json::parse(client.receiveUntil("\n\n"), nullptr, false);
   }
 
+  /// As a journal has it.
+  const TimeStamp m_now = std::chrono::floor<std::chrono::milliseconds>(ticker_clock::now());
   AXEventHandler* m_handler = nullptr;
   std::unique_ptr<EventFeed> m_feed;
 };
@@ -676,47 +684,115 @@ TEST_F(Events, TellsTheStateFirstAndThenEachChangeOnce) {
   const guint bed = declare("Bed");
   const auto early = watch();
   const nlohmann::json state = next(*early, "state");
-  EXPECT_EQ(state["seq"], 5);
+  EXPECT_EQ(state["seq"], 7);
   ASSERT_EQ(state["events"].size(), 2U) << state;
   EXPECT_EQ(state["events"][0]["name"], "Fall Detected") << "which the run before left active";
   EXPECT_EQ(state["events"][0]["active"], false);
-  EXPECT_EQ(state["events"][0]["seq"], 4);
-  EXPECT_EQ(state["events"][1], nlohmann::json({{"name", "Bed"}, {"active", false}, {"since", nullptr}, {"seq", 5}}));
+  EXPECT_EQ(state["events"][0]["seq"], 6);
+  EXPECT_EQ(state["events"][1], nlohmann::json({{"name", "Bed"}, {"active", false}, {"since", nullptr}, {"seq", 7}}));
   ASSERT_EQ(state["history"].size(), 3U) << "12 hours, and no declaration: " << state;
   EXPECT_EQ(state["history"][0]["seq"], 2);
-  EXPECT_EQ(state["history"][2]["seq"], 4);
-  EXPECT_EQ(state["history"][2]["active"], false) << "ended at the start";
-  EXPECT_EQ(state["history"][2]["time"], state["events"][0]["since"]);
+  EXPECT_EQ(state["history"][0]["run"], "before");
+  EXPECT_EQ(state["history"][2], nlohmann::json({{"seq", 6},
+                                                 {"run", state["run"]},
+                                                 {"name", "Fall Detected"},
+                                                 {"active", false},
+                                                 {"time", state["events"][0]["since"]},
+                                                 {"closed_at_start", true}}));
+  const nlohmann::json watching = {{{"active", true}, {"time", utcText(m_now - 20min)}},
+                                   {{"active", false}, {"time", utcText(m_now - 10min)}}};
+  EXPECT_EQ(state["watching"], watching) << "until the run before was last alive";
 
   change(bed, true);
-  const nlohmann::json begun = {{"seq", 6}, {"name", "Bed"}, {"active", true}, {"time", "2026-03-01T14:03:07.250Z"}};
+  const nlohmann::json begun = {
+      {"seq", 8}, {"run", state["run"]}, {"name", "Bed"}, {"active", true}, {"time", "2026-03-01T14:03:07.250Z"}};
   EXPECT_EQ(next(*early, "change"), begun);
   const auto late = watch();
   const nlohmann::json later = next(*late, "state");
   EXPECT_EQ(later["events"][1]["since"], "2026-03-01T14:03:07.250Z");
   change(bed, false);
-  EXPECT_EQ(next(*early, "change")["seq"], 7);
-  EXPECT_EQ(next(*late, "change")["seq"], 7) << "what the state said is not said again";
+  EXPECT_EQ(next(*early, "change")["seq"], 9);
+  EXPECT_EQ(next(*late, "change")["seq"], 9) << "what the state said is not said again";
+  EXPECT_EQ(next(*late, "heartbeat")["run"], state["run"]);
 }
 
-TEST_F(Events, KeepsTheLatestOfALongHistoryAndNothingOfADamagedLine) {
-  const TimeStamp now = std::chrono::time_point_cast<TimeStamp::duration>(std::chrono::system_clock::now());
-  std::string lines = "{\"seq\": 1, \"kind\": \"changed\", \"t\": \"x\"}\n";
-  for (int i = 2; i <= 30; ++i) {
-    lines += "{\"seq\": " + std::to_string(i) + ", \"time\": \"" + utcText(now) +
-             "\", \"t\": " + std::to_string(secondsOf(now)) + ", \"kind\": \"changed\", \"event\": \"Bed\", " +
-             "\"topic\": \"t\", \"active\": " + (i % 2 == 0 ? "true" : "false") + "}\n";
-  }
-  const auto history = [&](const std::string& journal) {
-    m_folder.write("events.jsonl", journal);
-    return next(*watch(), "state")["history"];
+TEST_F(Events, TellsWhenSomebodyIsWatchedAndWhenNoLonger) {
+  const auto viewer = watch();
+  const nlohmann::json run = next(*viewer, "state")["run"];
+  noteCompleteCycle(1, std::chrono::steady_clock::now());
+  const std::string completed = utcText(ticker_clock::now() + 1ms);
+  const nlohmann::json begun = next(*viewer, "watching");
+  EXPECT_TRUE(begun["active"] == true && begun["run"] == run && begun["seq"] == 7 && begun["time"] <= completed)
+      << begun;
+  const nlohmann::json ended = next(*viewer, "watching");
+  EXPECT_TRUE(ended["active"] == false && ended["seq"] == 8 && ended["time"] <= completed)
+      << "it ended with the last cycle: " << ended;
+  noteCompleteCycle(2, std::chrono::steady_clock::now());
+  EXPECT_EQ(next(*viewer, "watching")["active"], true);
+  ax_event_handler_free(m_handler);
+  m_handler = nullptr;
+  EXPECT_EQ(next(*viewer, "watching")["active"], false) << "the program's end";
+  EXPECT_EQ(EventJournal(m_folder.path()).past().watching.size(), 6U);
+}
+
+/// While another program holds the journal, all of this run is told; once it is there, all before it too.
+TEST_F(Events, TellsThatAlarmsAreNotRecordedAndThePastAsSoonAsItIsKnown) {
+  ax_event_handler_free(m_handler);
+  std::optional<EventJournal> holder(m_folder.path());
+  m_handler = ax_event_handler_new();
+  ASSERT_NE(m_handler, nullptr);
+  change(declare("Bed"), true);
+  const auto viewer = watch();
+  const nlohmann::json state = next(*viewer, "state");
+  ASSERT_EQ(state["events"].size(), 1U) << state;
+  EXPECT_EQ(state["events"][0]["active"], true);
+  const auto wrong = [&viewer] { return next(*viewer, "heartbeat")["wrong"].dump(); };
+  const std::string first = wrong();
+  EXPECT_NE(first.find("\"what\":\"alarms-not-recorded\""), std::string::npos) << first;
+  EXPECT_NE(first.find("in use by another program"), std::string::npos) << first;
+  holder.reset();
+  const nlohmann::json whole = next(*viewer, "state");
+  EXPECT_EQ(whole["history"].size(), 3U) << whole;
+  EXPECT_EQ(whole["run"], state["run"]);
+  std::string last = wrong();
+  for (int i = 0; i < 60 && last.find("alarms-not-recorded") != std::string::npos; ++i) last = wrong();
+  EXPECT_EQ(last.find("alarms-not-recorded"), std::string::npos) << last;
+}
+
+/// A pager that waits, Ctrl-S: the reader of standard output has stopped.
+TEST_F(Events, AReaderOfStandardOutputWhoHasStoppedKeepsNobodyWaiting) {
+  const guint bed = declare("Bed");
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const int before = ::dup(STDOUT_FILENO);
+  ::dup2(ends[1], STDOUT_FILENO);
+  const std::string line(3'000, 'x');
+  for (int i = 0; i < 1'500; ++i) std::printf("%d %s\n", i, line.c_str());
+  change(bed, true);
+  std::string shown;
+  char block[65536];
+  const auto readUntil = [&](const std::string& end) {
+    while (shown.find(end) == std::string::npos) {
+      const ssize_t got = ::read(ends[0], block, sizeof block);
+      shown.append(block, got > 0 ? static_cast<size_t>(got) : 0);
+    }
   };
-  resetEvents(29);
-  const nlohmann::json longest = history(lines + "{\"seq\": 21");
-  ASSERT_EQ(longest.size(), 20U);
-  EXPECT_EQ(longest[0]["seq"], 10);
-  EXPECT_EQ(longest[19]["seq"], 29) << "what is not counted yet comes as a change";
-  EXPECT_EQ(history(lines.substr(0, lines.find("{\"seq\": 4,"))).size(), 2U);
+  readUntil("\n900 ");
+  change(bed, false);
+  readUntil("  Bed  ended\n");
+  ::dup2(before, STDOUT_FILENO);
+  for (const int fd : {before, ends[0], ends[1]}) ::close(fd);
+  EXPECT_NE(shown.find(" lines were not shown here: nobody read)\n"), std::string::npos);
+}
+
+TEST_F(Events, KeepsTheLatestOfALongHistory) {
+  for (std::uint64_t number = 10; number < 40; ++number) {
+    publishEvent({m_now, "changed", "Bed", "t", number % 2 == 0, false, number, "run", 0});
+  }
+  const nlohmann::json state = next(*watch(), "state");
+  ASSERT_EQ(state["history"].size(), 20U);
+  EXPECT_EQ(state["history"][0]["seq"], 20);
+  EXPECT_EQ(state["history"][19]["seq"], 39);
 }
 
 TEST_F(Events, BoundsItsViewers) {
@@ -739,11 +815,11 @@ TEST_F(Events, BoundsItsViewers) {
 TEST_F(Events, DropsAViewerThatDoesNotRead) {
   const auto dead = watch();
   dead->receiveUntil("event: state");
-  const EventRecord record{ticker_clock::now(), "changed", std::string(200'000, 'x'), "t", true};
-  for (std::uint64_t number = 5; number < 60; ++number) publishEvent(number, record);
+  EventRecord record{ticker_clock::now(), "changed", std::string(200'000, 'x'), "t", true};
+  for (record.number = 7; record.number < 60; ++record.number) publishEvent(record);
   EXPECT_TRUE(dead->seesEnd());
-  resetEvents(59);  // without the long name
-  EXPECT_EQ(next(*watch(), "state")["seq"], 59);
+  resetEvents("another");  // without the long name
+  EXPECT_EQ(next(*watch(), "state")["run"], "another");
 }
 
 }  // namespace
