@@ -1,100 +1,78 @@
 /** Mounts the page: header, connection, the two views, the save bar and the guide. */
-import { html, render, useEffect, useMemo, useReducer, useRef, useState } from "./vendor/preact.js";
-import { Control, EventFeed, Program, cameraAppearance } from "./api.js";
+import { html, render, useEffect, useLayoutEffect, useMemo, useReducer, useRef, useState } from "./vendor/preact.js";
+import { Control, cameraAppearance } from "./api.js";
 import { SettingsDraft } from "./draft.js";
 import { Setup } from "./editor.js";
 import { Guide, guideIsNew } from "./guide.js";
+import { Link } from "./hub/link.js";
+import { agedNews, isLimited, readiness } from "./readiness.js";
 import { reviewSettings } from "./review.js";
 import { SaveBar } from "./savebar.js";
 import { Settings } from "./settings.js";
-import { Watch, useNow, watchedSize } from "./watch.js";
-import { clockTime, describeState } from "./words.js";
+import { Watch, watchedSize } from "./watch.js";
+import { clockTime } from "./words.js";
 
 const RETRY_MS = 5000;
+const LOOK_MS = 1000;
 const VIEWS = { "#watch": "Watch", "#setup": "Set up" };
 
-/** The view that the address names; other anchors, such as the skip link's, leave the view as it is. */
+/** "#setup/editor-beds" as a view and a heading's id in it; null for other anchors, such as the skip link's. */
+function addressed() {
+  const [view, place = null] = location.hash.split("/");
+  return VIEWS[view] ? { view, place } : null;
+}
+
+/** The view that the address names; other anchors leave the view as it is. */
 function useView() {
-  const [view, setView] = useState(VIEWS[location.hash] ? location.hash : "#watch");
+  const [named, setNamed] = useState(() => addressed() ?? { view: "#watch", place: null });
   useEffect(() => {
-    const follow = () => VIEWS[location.hash] && setView(location.hash);
+    const follow = () => setNamed((before) => addressed() ?? before);
     addEventListener("hashchange", follow);
     return () => removeEventListener("hashchange", follow);
   }, []);
-  return view;
+  return named;
 }
 
-/** The program's state, followed for the page's life. `epoch` grows each time the connection is back. */
-function useProgram(program) {
-  const [state, update] = useReducer((before, change) => ({ ...before, ...change(before) }), {
-    status: null,
-    lostSince: null,
-    epoch: 0,
-  });
-  useEffect(() => {
-    let answered = new Date();
-    program.addEventListener("status", ({ detail }) => {
-      if (detail.connected) answered = new Date();
-      update(() => ({ status: detail }));
-    });
-    program.addEventListener("lost", () => update(() => ({ lostSince: answered })));
-    program.addEventListener("back", () => update(({ epoch }) => ({ lostSince: null, epoch: epoch + 1 })));
-    program.start();
-  }, []);
-  return state;
-}
+const PAST = { history: [], watching: null };
 
-const EMPTY = { events: [], history: [], limited: false };
-
-/** The two events as the feed tells them, and what is to be said aloud about the last change. */
-function useEvents(feed) {
-  const [state, setState] = useState({
-    ...EMPTY,
-    offset: 0,
-    seen: null,
-    begun: "",
-    ended: "",
-  });
+/** What the hub tells, with ages as of now; looked at each second, also when the hub has fallen silent. */
+function useHub(link) {
+  const [told, setTold] = useState({ news: null, past: PAST, seen: null, begun: "", ended: "" });
+  const [, look] = useReducer((count) => count + 1, 0);
   useEffect(() => {
-    const take = ({ detail }) =>
-      setState((before) => ({
+    link.addEventListener("news", ({ detail }) =>
+      setTold((before) => ({
         ...before,
-        ...detail,
-        ...spoken(before.events, detail.events, before.seen),
-      }));
-    feed.addEventListener("state", take);
-    feed.addEventListener("change", take);
-    feed.start();
+        news: detail,
+        ...spoken(before.news?.events ?? [], detail.events, before.seen),
+      })),
+    );
+    link.addEventListener("past", ({ detail }) => setTold((before) => ({ ...before, past: detail })));
+    const timer = setInterval(look, LOOK_MS);
+    return () => clearInterval(timer);
   }, []);
-  return state;
+  const news = told.news && agedNews(told.news, performance.now() - told.news.at);
+  return { ...told, news };
 }
 
 /** What to announce when the events go from `before` to `after`; nothing at the first state. */
 function spoken(before, after, seen) {
   const was = (name) => before.find((event) => event.name === name)?.active;
   const active = after.filter((event) => event.active).map((event) => event.name);
-  const begun = active.filter((name) => was(name) === false);
-  const ended = after.filter((event) => !event.active && was(event.name)).map((event) => event.name);
+  const begun = active.filter((name) => was(name) === false || was(name) === null);
+  const ended = after.filter((event) => event.active === false && was(event.name)).map((event) => event.name);
   const words = {};
   if (begun.length) words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
   if (ended.length) words.ended = `${ended.join(" and ")} ended at ${clockTime(new Date())}.`;
   return { ...words, seen: active[0] ?? seen };
 }
 
-/** The draft of the settings; read again whenever the connection is back or the view changes. */
-function useDraft(control, connected, epoch, view) {
+/** The draft of the settings, which the hub reads for it. */
+function useDraft(link, control) {
   const [, redraw] = useReducer((count) => count + 1, 0);
-  const draft = useMemo(() => new SettingsDraft(control, redraw), []);
+  const draft = useMemo(() => new SettingsDraft(control, redraw, () => link.refresh()), []);
   useEffect(() => {
-    draft.load();
-  }, [epoch, view]);
-  const missing = connected && draft.present === null;
-  useEffect(() => {
-    if (!missing) return undefined;
-    const timer = setInterval(() => draft.load(), RETRY_MS);
-    return () => clearInterval(timer);
-  }, [missing]);
-  useEffect(() => {
+    link.addEventListener("settings", ({ detail }) => draft.receive(detail));
     const ask = (event) => draft.dirty && event.preventDefault();
     addEventListener("beforeunload", ask);
     return () => removeEventListener("beforeunload", ask);
@@ -116,12 +94,12 @@ function useAppearance(connected) {
   return appearance;
 }
 
-function Lost({ since }) {
-  const now = new Date(useNow());
+function Lost({ since, now }) {
+  const at = clockTime(new Date(since), new Date(now));
   return html`<div class="lost">
     <p>
       <span class="sign" aria-hidden="true">✕</span>
-      <span><strong>The camera does not answer since ${clockTime(since, now)}.</strong> Trying again …</span>
+      <span><strong>The camera does not answer since ${at}.</strong> Trying again …</span>
     </p>
   </div>`;
 }
@@ -154,7 +132,7 @@ function Header({ view, state, dirty, guiding, guideButton, onGuide }) {
   </header>`;
 }
 
-function SetupView({ draft, appearance, epoch, control }) {
+function SetupView({ link, draft, appearance, live, control }) {
   const { present, size, history } = draft;
   const edit = (next, label) => draft.edit(next, label);
   return html`<div class="setup">
@@ -164,7 +142,8 @@ function SetupView({ draft, appearance, epoch, control }) {
       size=${size}
       mirrored=${appearance.mirrored}
       streamSize=${watchedSize(draft.saved)}
-      epoch=${epoch}
+      link=${link}
+      live=${live}
       draft=${present}
       onDraft=${edit}
       onUndo=${() => draft.undo()}
@@ -187,23 +166,45 @@ function Waiting({ words }) {
     <p class="loading" role="status">${words}</p>`;
 }
 
-/** Moves the focus to a view's heading when the view changes, so that the keyboard starts there. */
-function useFocusOnChange(view, main) {
-  const shown = useRef(view);
+/** Moves the focus to a view's heading, or to the one that the address names, so that the keyboard starts there. */
+function useFocusOnChange({ view, place }, ready, main) {
+  const shown = useRef({ view, place: null });
   useEffect(() => {
-    if (shown.current === view) return;
-    shown.current = view;
-    scrollTo(0, 0);
-    if (!main.current.querySelector(".guide:focus-within")) main.current.querySelector("h1")?.focus();
-  }, [view]);
+    const before = shown.current;
+    if (before.view === view && before.place === place) return;
+    const heading = place && document.getElementById(place);
+    if (place && !heading && !ready) return;
+    shown.current = { view, place };
+    if (heading) {
+      heading.tabIndex = -1;
+      heading.scrollIntoView({ block: "start" });
+      heading.focus({ preventScroll: true });
+    } else if (before.view !== view) {
+      scrollTo(0, 0);
+      if (!main.current.querySelector(".guide:focus-within")) main.current.querySelector("h1")?.focus();
+    }
+  }, [view, place, ready]);
 }
 
-function App({ control, program, feed }) {
-  const view = useView();
-  const { status, lostSince, epoch } = useProgram(program);
-  const events = useEvents(feed);
-  const connected = status?.connected ?? false;
-  const draft = useDraft(control, connected, epoch, view);
+/** Everything that the page shows, from what the hub tells and from the draft. */
+function useFacts(link, control) {
+  const { news, past, seen, begun, ended } = useHub(link);
+  const draft = useDraft(link, control);
+  const now = Date.now() + (news?.offset ?? 0);
+  const state = readiness({ news, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
+  const analysed = news?.heartbeat?.picture_age_ms;
+  const live = {
+    analysedAge: analysed === undefined || analysed === null ? null : analysed + news.beatAge,
+    offset: news?.offset ?? 0,
+  };
+  const connected = state.silentSince === null && news !== null && news.silence !== null;
+  return { news, past, seen, begun, ended, draft, now, state, live, connected };
+}
+
+function App({ link, control }) {
+  const address = useView();
+  const { view } = address;
+  const { news, past, seen, begun, ended, draft, now, state, live, connected } = useFacts(link, control);
   const appearance = useAppearance(connected);
   const [step, setStep] = useState(() => (guideIsNew() ? 0 : null));
   const guideButton = useRef(null);
@@ -212,13 +213,13 @@ function App({ control, program, feed }) {
     if (next === null) guideButton.current.focus();
   };
   const main = useRef(null);
-  useFocusOnChange(view, main);
-  const state = describeState(status, events.events);
-  useEffect(() => {
+  const { present, size, dirty, outcome } = draft;
+  useFocusOnChange(address, view !== "#setup" || (present !== null && appearance !== null), main);
+  // Not after the next frame: a hidden tab has none, and its title is all that is seen of it.
+  useLayoutEffect(() => {
     document.title = `${state.sign} ${state.title} · Velmor Care`;
   }, [state.sign, state.title]);
-  const { present, size, dirty, outcome } = draft;
-  const facts = { connected, draft: present, dirty, seen: events.seen };
+  const facts = { connected, draft: present, dirty, seen };
   return html`
     <a class="skip" href="#main">Skip to the content</a>
     <${Header}
@@ -229,27 +230,30 @@ function App({ control, program, feed }) {
       guideButton=${guideButton}
       onGuide=${() => toStep(step === null ? 0 : null)}
     />
-    <div class="hidden" aria-live="assertive">${events.begun}</div>
-    <div class="hidden" aria-live="polite">${events.ended}</div>
-    <div role="alert">${lostSince && html`<${Lost} since=${lostSince} />`}</div>
+    <div class="hidden" aria-live="assertive">${begun}</div>
+    <div class="hidden" aria-live="polite">${ended}</div>
+    <div role="alert">${state.silentSince !== null && html`<${Lost} since=${state.silentSince} now=${now} />`}</div>
     <main class="page" id="main" tabindex="-1" ref=${main}>
       ${step !== null && html`<${Guide} step=${step} onStep=${toStep} facts=${facts} />`}
       ${
         view === "#watch" &&
         html`<${Watch}
-          ...${events}
+          link=${link}
           state=${state}
           settings=${draft.saved}
           waiting=${waitingWords(draft, connected)}
-          lostSince=${lostSince}
-          epoch=${epoch}
-          onDoubt=${() => draft.load()}
+          live=${live}
+          events=${news?.events ?? []}
+          past=${past}
+          limited=${news !== null && isLimited(news)}
+          openedAt=${news?.feed === "absent" ? now - news.age : null}
+          now=${now}
         />`
       }
       ${
         view === "#setup" &&
         (present && appearance
-          ? html`<${SetupView} draft=${draft} appearance=${appearance} epoch=${epoch} control=${control} />`
+          ? html`<${SetupView} link=${link} draft=${draft} appearance=${appearance} live=${live} control=${control} />`
           : html`<${Waiting} words=${waitingWords(draft, connected)} />`)
       }
     </main>
@@ -261,7 +265,6 @@ function App({ control, program, feed }) {
   `;
 }
 
-const control = new Control();
-const program = new Program(control);
-const feed = new EventFeed(program);
-render(html`<${App} control=${control} program=${program} feed=${feed} />`, document.getElementById("app"));
+const link = new Link();
+const control = new Control("control.cgi", (url) => link.ask(url));
+render(html`<${App} link=${link} control=${control} />`, document.getElementById("app"));

@@ -20,7 +20,7 @@ const NUDGES = [
  * @param {{width: number, height: number}} props.size of the analysis picture
  * @param {boolean} props.mirrored whether the streams show the analysis picture mirrored
  * @param {string} props.streamSize the stream to draw on
- * @param {number} props.epoch another number connects to the stream again
+ * @param {object} props.link where pictures come from, as `props.live`, see LivePicture
  * @param {object} props.draft the settings as edited
  * @param {(settings: object, label?: string) => void} props.onDraft an edit; edits in a row with one label are one step
  * @param {() => void} props.onUndo
@@ -28,7 +28,7 @@ const NUDGES = [
  * @param {boolean} props.canUndo
  * @param {boolean} props.canRedo
  */
-export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUndo, onRedo, canUndo, canRedo }) {
+export function Setup({ size, mirrored, streamSize, link, live, draft, onDraft, onUndo, onRedo, canUndo, canRedo }) {
   const [tool, setTool] = useState(() => TOOLS[0]);
   const [point, setPoint] = useState(0);
   const [loupe, setLoupe] = useState(false);
@@ -84,7 +84,8 @@ export function Setup({ size, mirrored, streamSize, epoch, draft, onDraft, onUnd
           size=${size}
           mirrored=${mirrored}
           streamSize=${streamSize}
-          epoch=${epoch}
+          link=${link}
+          live=${live}
           loupe=${loupe}
           point=${point}
           onPoint=${setPoint}

@@ -148,7 +148,13 @@ const IMPOSSIBLE = 4;
 const LENS_PROBLEM =
   "No lens shows a rectangle like that. Check that each floor point is exactly on its corner, and that the corners make a rectangle on the floor.";
 
-function placementWarning(points, size) {
+/**
+ * Why floor points cannot be the corners of a rectangle on the floor, or null.
+ * @param {Point[]} points red, green, blue, yellow in whole pixels
+ * @param {Size} size
+ * @returns {?string}
+ */
+export function floorPlacementProblem(points, size) {
   const outside = ({ x, y }) => x < 0 || y < 0 || x >= size.width || y >= size.height;
   if (points.some(outside)) return "A floor point lies outside the picture.";
   if (sidesCross(points)) {
@@ -181,7 +187,7 @@ function proportionsWarning(lenses, entered) {
  * @returns {?string}
  */
 export function floorWarning(points, widthM, depthM, size) {
-  const placement = placementWarning(points, size);
+  const placement = floorPlacementProblem(points, size);
   if (placement) return placement;
   const lenses = lensesFor(points, widthM, depthM, size);
   const least = Math.min(...lenses.map(({ doubt }) => doubt));

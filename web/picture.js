@@ -1,8 +1,8 @@
-import { streamUrl } from "./api.js";
-import { html, useEffect, useMemo, useRef, useState } from "./vendor/preact.js";
+import { FRESH_MS } from "./hub/feed.js";
+import { html, useEffect, useRef, useState } from "./vendor/preact.js";
+import { clockTime } from "./words.js";
 
-const RETRY_MS = 5000;
-const SIZE_POLL_MS = 200;
+const LOOK_MS = 500;
 
 /** "1280x720" as numbers; anything else gives a picture of common proportions until the camera's first arrives. */
 function sizeFromText(text) {
@@ -11,92 +11,126 @@ function sizeFromText(text) {
 }
 
 /**
+ * Since when a picture that is shown is not live any more, or null: no other one has come, or what was found in it is old.
+ * @param {?number} arrived ms since the newest picture came; null: none did
+ * @param {?number} analysed age of the picture that the program last spoke about; null: it does not tell
+ * @param {number} now milliseconds since 1970 by the camera's clock
+ */
+export function notLiveSince(arrived, analysed, now) {
+  const age = Math.max(arrived ?? 0, analysed ?? 0);
+  return age > FRESH_MS ? now - age : null;
+}
+
+/**
  * One of the camera's live streams, as wide as there is room for, in the proportions in which the camera sends it: a
  * camera that is turned by a quarter sends "1280x720" as 720 x 1280.
  *
  * @param {object} props
+ * @param {import("./hub/link.js").Link} props.link where pictures come from
  * @param {string} props.size the stream's resolution, such as "1280x720"
  * @param {boolean} [props.anonymised] whether nobody is to be recognised on it: another picture is then refused
  * @param {string} props.label what the picture shows, for those who cannot see it
- * @param {number} [props.epoch] another number connects again
- * @param {() => void} [props.onFail] told when no picture comes
- * @param {(size: {width: number, height: number}) => void} [props.onSize] told the size in which pictures really arrive
+ * @param {{analysedAge: ?number, offset: number}} props.live age in ms of the picture that the program last spoke about,
+ *   null where it does not tell, and the camera's clock minus ours
+ * @param {(since: ?number) => void} [props.onLive] told since when the picture is not live, null while it is
  * @param {(view: View) => any} [props.children] drawn over the picture, in an SVG whose unit is the stream's pixel
  * @param {(view: View) => any} [props.above] HTML over all of it
  * @typedef {{width: number, height: number, unit: number, image: HTMLImageElement | null}} View width and height in the
  *     stream's pixels, of which `unit` make one CSS pixel
  */
-export function LivePicture({ size, anonymised = false, label, epoch = 0, onFail, onSize, children, above }) {
+export function LivePicture({ link, size, anonymised = false, label, live, onLive, children, above }) {
   const image = useRef(null);
   const frame = useRef(null);
-  const [attempt, setAttempt] = useState(0);
   const [view, setView] = useState(() => sizeFromText(size));
-  const visible = useVisible();
-  const source = useMemo(
-    () => (visible ? streamUrl(size, anonymised) : null),
-    [size, anonymised, epoch, attempt, visible],
-  );
-  const [seen, setSeen] = useState({ source, state: "waiting" });
-  const state = seen.source === source ? seen.state : "waiting";
+  const { arrived, failed } = usePictures({ link, size, anonymised, image, setView });
   const shownWidth = useWidth(frame);
+  const since = notLiveSince(arrived, live.analysedAge, Date.now() + live.offset);
+  useEffect(() => onLive?.(since), [since === null ? null : Math.round(since / 1000)]);
 
-  // A stream never finishes loading, so nothing but the image itself tells when its first picture has arrived. Browsers
-  // go on receiving the stream of an image that has left the page, hence the end of it.
-  useEffect(() => {
-    if (source === null) return undefined;
-    const element = image.current;
-    const timer = setInterval(() => {
-      if (!element.naturalWidth) return;
-      clearInterval(timer);
-      const arrived = { width: element.naturalWidth, height: element.naturalHeight };
-      setSeen({ source, state: "live" });
-      setView(arrived);
-      onSize?.(arrived);
-    }, SIZE_POLL_MS);
-    return () => {
-      clearInterval(timer);
-      element.removeAttribute("src");
-    };
-  }, [source]);
-
-  useEffect(() => {
-    if (state !== "failed") return undefined;
-    const timer = setTimeout(() => setAttempt((count) => count + 1), RETRY_MS);
-    return () => clearTimeout(timer);
-  }, [state]);
-
+  const refused = failed?.status === 409;
+  const absent = arrived === null || refused;
   const shown = { ...view, unit: shownWidth > 0 ? view.width / shownWidth : 1, image: image.current };
   return html`
     <div class="picture" ref=${frame} style=${{ "--picture-width": view.width, "--picture-height": view.height }}>
       <img
-        key=${source}
-        class=${`picture-image ${state === "live" ? "" : "is-absent"}`}
+        class=${`picture-image ${absent ? "is-absent" : since === null ? "" : "is-old"}`}
         ref=${image}
-        src=${source}
         alt=${label}
         draggable=${false}
-        onError=${() => {
-          setSeen({ source, state: "failed" });
-          onFail?.();
-        }}
       />
       ${children && html`<svg class="picture-over" viewBox=${`0 0 ${view.width} ${view.height}`}>${children(shown)}</svg>`}
-      ${above?.(shown)}
-      ${
-        state !== "live" &&
-        html`<p class="picture-message" role="status">
-          ${
-            state === "failed"
-              ? "The camera sends no picture. Trying again every few seconds."
-              : "Waiting for the camera's picture."
-          }
-        </p>`
-      }
+      ${above?.(shown)} ${!absent && since !== null && html`<${NotLive} since=${since} />`}
+      ${(absent || failed) && html`<p class="picture-message" role="status">${messageOf(failed, refused)}</p>`}
     </div>
   `;
 }
 
-/** Whether anybody can see the page. Browsers open few connections to one camera, and a hidden tab needs no picture. */
+/** "Not live: the picture of 19:25:40". */
+export const notLiveWords = (since) => `Not live: the picture of ${clockTime(new Date(since))}`;
+
+function NotLive({ since }) {
+  return html`<p class="picture-old"><span class="sign" aria-hidden="true">✕</span>${notLiveWords(since)}</p>`;
+}
+
+function messageOf(failed, refused) {
+  if (refused) return "This stream is not anonymised now, so it is not shown. Somebody has changed the settings.";
+  return failed ? "The camera sends no picture. Trying again every few seconds." : "Waiting for the camera's picture.";
+}
+
+/**
+ * Shows a stream's pictures in an image element while anybody can see the page.
+ * @returns {{arrived: ?number, failed: ?{status: ?number}}} arrived: ms since the newest picture came, null before the
+ *   first; failed: since that one none comes
+ */
+function usePictures({ link, size, anonymised, image, setView }) {
+  const visible = useVisible();
+  const newest = useRef({ at: null, url: null });
+  const [, look] = useState(0);
+  const [failed, setFailed] = useState(null);
+
+  useEffect(() => {
+    if (!visible) return undefined;
+    const onPicture = (picture, took) => {
+      const url = URL.createObjectURL(picture);
+      const done = (good) => {
+        took();
+        if (!good) return URL.revokeObjectURL(url);
+        if (newest.current.url) URL.revokeObjectURL(newest.current.url);
+        const awaited = newest.current.at === null || performance.now() - newest.current.at > FRESH_MS;
+        newest.current = { at: performance.now(), url };
+        setFailed(null);
+        if (awaited) look((count) => count + 1);
+        return setView((old) => sizeShown(old, image.current));
+      };
+      const element = image.current;
+      element.onload = () => done(true);
+      element.onerror = () => done(false);
+      element.src = url;
+    };
+    const onFail = (status) => {
+      setFailed({ status });
+      if (status >= 400 && status < 500) link.refresh();
+    };
+    return link.watch({ size, anonymised }, { onPicture, onFail });
+  }, [link, size, anonymised, visible]);
+
+  useEffect(() => {
+    const timer = setInterval(() => look((count) => count + 1), LOOK_MS);
+    return () => {
+      clearInterval(timer);
+      if (newest.current.url) URL.revokeObjectURL(newest.current.url);
+    };
+  }, []);
+  const { at } = newest.current;
+  return { arrived: at === null ? null : performance.now() - at, failed };
+}
+
+/** The same object while the camera's pictures have the same size. */
+function sizeShown(old, { naturalWidth: width, naturalHeight: height }) {
+  return old.width === width && old.height === height ? old : { width, height };
+}
+
+/** Whether anybody can see the page: a hidden tab needs no picture. */
 function useVisible() {
   const [visible, setVisible] = useState(!document.hidden);
   useEffect(() => {

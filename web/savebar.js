@@ -1,5 +1,5 @@
-/** The bar at the window's lower edge: unsaved changes, Save, and what became of the last save. */
-import { html, useRef } from "./vendor/preact.js";
+/** The bar at the window's lower edge: unsaved changes, Save, what became of the last save, and what others changed. */
+import { html, useRef, useState } from "./vendor/preact.js";
 import { clockTime } from "./words.js";
 
 function Texts({ texts }) {
@@ -44,18 +44,72 @@ function outcomeParts(outcome) {
         sign: "!",
         title: "The program holds something else than what was entered. Somebody else may have saved as well.",
       };
-    case "kept":
+    case "changed":
       return {
         tone: "warn",
         sign: "!",
-        title: "The program's settings have changed meanwhile. Your changes are kept, and are not saved yet.",
+        title: "Not saved: somebody else has changed settings since your changes began. Yours are kept here.",
       };
     default:
       return { tone: "alarm", sign: "✕", title: `Not saved: ${outcome.error || "the program did not take it."}` };
   }
 }
 
-function Outcome({ outcome, onDiscard, onDismiss }) {
+function Choice({ field, mine, onMine }) {
+  const option = (label, value, chosen, keep) =>
+    html`<label>
+      <input type="radio" name=${`merge ${field.name}`} checked=${chosen} onChange=${() => onMine(keep)} />
+      <span>${label}: <strong>${value}</strong></span>
+    </label>`;
+  return html`<fieldset class="merge-choice">
+    <legend class="hidden">${field.name}</legend>
+    ${option("Theirs", field.theirs, !mine, false)} ${option("Yours", field.mine, mine, true)}
+  </fieldset>`;
+}
+
+/** What others have changed, and for what was changed here as well the choice between both. */
+function Merge({ fields, onMerge }) {
+  const [mine, setMine] = useState(() => new Set());
+  const choose = (name) => (keep) => {
+    const next = new Set(mine);
+    if (keep) next.add(name);
+    else next.delete(name);
+    setMine(next);
+  };
+  return html`<div class="scroll" tabindex="0" role="region" aria-label="Changed by somebody else">
+      <table class="merge">
+        <thead>
+          <tr>
+            <th scope="col">Setting</th>
+            <th scope="col">Was</th>
+            <th scope="col">Becomes</th>
+          </tr>
+        </thead>
+        <tbody>
+          ${fields.map(
+            (field) =>
+              html`<tr key=${field.name}>
+                <th scope="row">${field.name}</th>
+                <td>${field.base}</td>
+                <td>
+                  ${
+                    field.both
+                      ? html`<${Choice} field=${field} mine=${mine.has(field.name)} onMine=${choose(field.name)} />`
+                      : html`Theirs: <strong>${field.theirs}</strong>`
+                  }
+                </td>
+              </tr>`,
+          )}
+        </tbody>
+      </table>
+    </div>
+    <p class="row">
+      <button type="button" class="quiet" onClick=${() => onMerge(mine)}>Merge with mine</button>
+      <span class="small">Your other changes stay. Look at the result, then save.</span>
+    </p>`;
+}
+
+function Outcome({ outcome, onDiscard, onMerge, onDismiss }) {
   const { tone, sign, title } = outcomeParts(outcome);
   const texts = outcome.texts ?? outcome.warnings ?? [];
   return html`<div class=${`outcome tone-${tone}`}>
@@ -64,6 +118,7 @@ function Outcome({ outcome, onDiscard, onDismiss }) {
       <p>${title} ${outcome.kind === "failed" && "What you entered is kept."}</p>
       <button type="button" class="quiet small-button" aria-label="Close the message" onClick=${onDismiss}>✕</button>
     </div>
+    ${outcome.kind === "changed" && html`<${Merge} fields=${outcome.fields} onMerge=${onMerge} />`}
     ${texts.length > 0 && html`<${Texts} texts=${texts} />`}
     ${
       outcome.kind === "differs" &&
@@ -104,8 +159,8 @@ export function SaveBar({ draft, review }) {
   const { outcome, dirty, busy } = draft;
   const saveButton = useRef(null);
   // What was clicked goes away with the message, or does nothing more: the focus stays in the bar.
-  const leave = (action) => () => {
-    action();
+  const leave = (action) => (what) => {
+    action(what);
     saveButton.current.focus();
   };
   const discard = leave(() => draft.discard());
@@ -114,7 +169,12 @@ export function SaveBar({ draft, review }) {
       ${
         outcome &&
         !isPlainlySaved(outcome) &&
-        html`<${Outcome} outcome=${outcome} onDiscard=${discard} onDismiss=${leave(() => draft.dismiss())} />`
+        html`<${Outcome}
+          outcome=${outcome}
+          onDiscard=${discard}
+          onMerge=${leave((keepMine) => draft.merge(keepMine))}
+          onDismiss=${leave(() => draft.dismiss())}
+        />`
       }
     </div>
     <div class="savebar-row">

@@ -53,6 +53,7 @@ const withinView = ({ x, y }, view) => ({
  * @param {import("./tools.js").Tool} props.tool what is being edited; the rest is shown faintly
  * @param {{settings: object, figure: ?{x: number, y: number}}} props.scene as it is to be drawn
  * @param {{width: number, height: number}} props.size of the analysis picture
+ * @param {object} props.link where pictures come from, as `props.live`, see LivePicture
  * @param {boolean} props.loupe shows the loupe although no handle has the focus
  * @param {number} props.point which point was last chosen, for the loupe
  * @param {(index: number) => void} props.onPoint a point has got the focus
@@ -64,8 +65,9 @@ const withinView = ({ x, y }, view) => ({
  */
 export function Stage(props) {
   return html`<${LivePicture}
+    link=${props.link}
     size=${props.streamSize}
-    epoch=${props.epoch}
+    live=${props.live}
     label="Live picture of the room"
     above=${(view) => html`<${FloorLoupe} ...${props} view=${view} />`}
   >

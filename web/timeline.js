@@ -1,6 +1,6 @@
 /** The last hours as bars: one lane for each event, and the same as a table. */
 import { html, useState } from "./vendor/preact.js";
-import { EVENT_NAMES, clockTime, durationInWords } from "./words.js";
+import { EVENT_NAMES, capitalised, clockTime, durationInWords } from "./words.js";
 
 const HOUR = 3600000;
 const SPANS = [
@@ -11,10 +11,11 @@ const SPANS = [
 
 /**
  * The times in which an event was active, within [from, now] and oldest first.
- * @param {{name: string, active: boolean, time: string}[]} history changes, oldest first
+ * @param {{name: string, active: boolean, time: string, closed_at_start?: boolean}[]} history changes, oldest first
  * @param {{name: string, active: boolean, since: ?string}[]} events the state now
  * @param {number} from milliseconds since 1970, as `now`
- * @returns {{from: number, to: ?number, known: boolean}[]} `to` null: still active; `known` false: it began earlier
+ * @returns {{from: number, to: ?number, known: boolean, restart: boolean}[]} `to` null: still active; `known` false: it
+ *   began earlier; `restart`: ended by a restart of the program
  */
 export function activeTimes(history, events, name, from, now) {
   const state = events.find((event) => event.name === name);
@@ -26,7 +27,7 @@ export function activeTimes(history, events, name, from, now) {
     const time = Date.parse(change.time);
     if (change.active) open ??= time;
     else if (open !== null || first) {
-      times.push({ from: open ?? -Infinity, to: time });
+      times.push({ from: open ?? -Infinity, to: time, restart: change.closed_at_start === true });
       open = null;
     }
     first = false;
@@ -35,7 +36,42 @@ export function activeTimes(history, events, name, from, now) {
   else if (open !== null && !state) times.push({ from: open, to: null });
   return times
     .filter((time) => (time.to ?? now) > from && time.from <= now)
-    .map((time) => ({ from: Math.max(time.from, from), to: time.to, known: time.from >= from }));
+    .map((time) => ({
+      from: Math.max(time.from, from),
+      to: time.to,
+      known: time.from >= from,
+      restart: time.restart ?? false,
+    }));
+}
+
+/**
+ * The times within [from, now] in which nobody was watched, or is not known to have been, oldest first.
+ * @param {?{active: boolean, time: string}[]} watching when the program began and ceased to watch, oldest first; null: a
+ *   camera that does not tell
+ * @param {?number} silentSince milliseconds since 1970: since then nothing has been heard
+ * @param {?number} openedAt as `silentSince`: since then this page knows what happens; null: it knows what was before
+ * @returns {{from: number, to: number, known: boolean, why: "not watching" | "not known"}[]} `known` false: it began
+ *   earlier
+ */
+export function unwatchedTimes({ watching, silentSince, openedAt }, from, now) {
+  const times = [];
+  if (openedAt !== null) times.push({ from: -Infinity, to: openedAt, why: "not known" });
+  let since = -Infinity;
+  for (const { active, time } of watching ?? []) {
+    const at = Date.parse(time);
+    if (active && since !== null) times.push({ from: since, to: at, why: "not watching" });
+    since = active ? null : (since ?? at);
+  }
+  if (watching && since !== null) times.push({ from: since, to: silentSince ?? now, why: "not watching" });
+  if (silentSince !== null) times.push({ from: silentSince, to: now, why: "not known" });
+  return times
+    .filter((time) => time.to > from && time.from < now && time.to > time.from)
+    .map((time) => ({
+      ...time,
+      from: Math.max(time.from, from),
+      to: Math.min(time.to, now),
+      known: time.from >= from,
+    }));
 }
 
 function ticksBetween(from, now, step) {
@@ -48,16 +84,17 @@ function ticksBetween(from, now, step) {
 /** Share of the width beside the word "now" that the hours leave free. */
 const CLEAR_OF_NOW = 0.12;
 
-function Lane({ name, times, at, ticks }) {
+function Lane({ name, times, unwatched, at, ticks }) {
   return html`<span class="lane-name">${name}<span class="hidden">: ${summary(times)}</span></span>
     <svg class="lane" aria-hidden="true">
       <rect class="lane-back" width="100%" y="8" height="18" rx="4" />
       ${ticks.map((time) => html`<line key=${time} class="tick" x1=${at(time)} x2=${at(time)} y1="0" y2="34" />`)}
+      ${unwatched.map(({ from, width }) => html`<rect key=${`-${from}`} class="unwatched" x=${at(from)} width=${width} y="8" height="18" />`)}
       ${times.map(({ from, width }) => html`<rect key=${from} class="bar" x=${at(from)} width=${width} y="4" height="26" rx="3" />`)}
     </svg>`;
 }
 
-function Lanes({ lanes, from, now, tick }) {
+function Lanes({ lanes, unwatched, from, now, tick }) {
   const percent = (length) => `${((length / (now - from)) * 100).toFixed(3)}%`;
   const at = (time) => percent(time - from);
   const ticks = ticksBetween(from, now, tick);
@@ -65,9 +102,22 @@ function Lanes({ lanes, from, now, tick }) {
   const hours = ticks.filter((time) => now - time > (now - from) * CLEAR_OF_NOW);
   return html`<div class="lanes">
     ${lanes.map(
-      ({ name, times }) => html`<${Lane} key=${name} name=${name} times=${drawn(times)} at=${at} ticks=${ticks} />`,
+      ({ name, times }) =>
+        html`<${Lane}
+          key=${name}
+          name=${name}
+          times=${drawn(times)}
+          unwatched=${drawn(unwatched)}
+          at=${at}
+          ticks=${ticks}
+        />`,
     )}
     <svg class="axis" aria-hidden="true">
+      <defs>
+        <pattern id="unwatched" width="7" height="7" patternUnits="userSpaceOnUse" patternTransform="rotate(45)">
+          <line class="hatching" x1="0" y1="0" x2="0" y2="7" />
+        </pattern>
+      </defs>
       ${hours.map(
         (time) =>
           html`<text key=${time} x=${at(time)} y="13">${clockTime(new Date(time), new Date(time)).slice(0, 5)}</text>`,
@@ -77,9 +127,25 @@ function Lanes({ lanes, from, now, tick }) {
   </div>`;
 }
 
+/** What the hatching means, where there is some. */
+function Legend({ unwatched }) {
+  if (!unwatched.length) return null;
+  const reasons = [...new Set(unwatched.map(({ why }) => why))].join(", or ");
+  return html`<p class="small legend">
+    <svg class="legend-sample" aria-hidden="true"><rect class="unwatched" width="100%" height="100%" /></svg>
+    <span>Hatched: ${reasons}.</span>
+  </p>`;
+}
+
 function lasted(time, now) {
   const words = durationInWords((time.to ?? now) - time.from);
   return time.known ? words : `more than ${words}`;
+}
+
+function endOf(row, clock) {
+  if (row.restart) return `ended by a restart at ${clock(row.to)}; what happened meanwhile is not known`;
+  if (row.to === null) return "still active";
+  return row.why && row.to === row.now ? "lasts" : clock(row.to);
 }
 
 function List({ rows, now }) {
@@ -101,7 +167,7 @@ function List({ rows, now }) {
             html`<tr key=${row.name + row.from}>
               <th scope="row">${row.name}</th>
               <td>${row.known ? clock(row.from) : `before ${clock(row.from)}`}</td>
-              <td>${row.to === null ? "still active" : clock(row.to)}</td>
+              <td>${endOf(row, clock)}</td>
               <td>${lasted(row, now)}</td>
             </tr>`,
         )}
@@ -116,13 +182,20 @@ function summary(times) {
   return `${times.length === 1 ? "once" : `${times.length} times`}${now}`;
 }
 
-/** The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second. */
-export function Timeline({ history, events, limited, now }) {
+/**
+ * The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second; the rest as
+ * unwatchedTimes takes it.
+ */
+export function Timeline({ history, events, watching, silentSince, openedAt, now }) {
   const [hours, setHours] = useState(4);
   const span = SPANS.find((entry) => entry.hours === hours);
   const from = now - hours * HOUR;
   const lanes = EVENT_NAMES.map((name) => ({ name, times: activeTimes(history, events, name, from, now) }));
-  const rows = lanes.flatMap(({ name, times }) => times.map((time) => ({ name, ...time })));
+  const unwatched = unwatchedTimes({ watching, silentSince, openedAt }, from, now);
+  const rows = [
+    ...lanes.flatMap(({ name, times }) => times.map((time) => ({ name, ...time }))),
+    ...unwatched.map((time) => ({ name: capitalised(time.why), now, ...time })),
+  ];
   rows.sort((a, b) => b.from - a.from);
   return html`<section class="panel timeline" aria-labelledby="timeline-heading">
     <div class="panel-head">
@@ -142,8 +215,8 @@ export function Timeline({ history, events, limited, now }) {
         )}
       </fieldset>
     </div>
-    <${Lanes} lanes=${lanes} from=${from} now=${now} tick=${span.tick} />
-    ${limited && html`<p class="small">Known only since this page was opened.</p>`}
+    <${Lanes} lanes=${lanes} unwatched=${unwatched} from=${from} now=${now} tick=${span.tick} />
+    <${Legend} unwatched=${unwatched} />
     <details>
       <summary>As a list${rows.length ? ` (${rows.length})` : ""}</summary>
       <${List} rows=${rows} now=${now} />

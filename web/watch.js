@@ -1,14 +1,11 @@
 /** The Watch view: the live picture, the program's state, both events, the last hours. */
-import { html, useEffect, useMemo, useState } from "./vendor/preact.js";
+import { html, useMemo, useState } from "./vendor/preact.js";
 import { streamUrl } from "./api.js";
 import { recall, remember } from "./memory.js";
-import { LivePicture } from "./picture.js";
+import { LivePicture, notLiveWords } from "./picture.js";
 import { APPLICATION_SIZE, anonymisedProblem } from "./review.js";
 import { Timeline } from "./timeline.js";
-import { EVENT_NAMES, clockTime, durationInWords, whyNever } from "./words.js";
-
-/** How often the settings are read again, in milliseconds. */
-const LOOK_MS = 10000;
+import { EVENT_NAMES, capitalised, clockTime, durationInWords } from "./words.js";
 
 const area = (size) => size.split("x").reduce((product, side) => product * Number(side), 1);
 
@@ -28,16 +25,6 @@ function whyNotAnonymised(settings) {
   return `The camera does not offer the anonymised stream's size (${settings.anonymisedSize}).`;
 }
 
-/** The time in milliseconds, once a second. */
-export function useNow() {
-  const [now, setNow] = useState(Date.now);
-  useEffect(() => {
-    const timer = setInterval(() => setNow(Date.now()), 1000);
-    return () => clearInterval(timer);
-  }, []);
-  return now;
-}
-
 function NoAnonymised({ reason, onShow }) {
   return html`<div class="no-picture">
     <p class="no-picture-title">Nothing anonymised to show</p>
@@ -54,15 +41,17 @@ function OpenAlone({ size, anonymised }) {
   return html`<a href=${address} target="_blank" rel="noopener">Open alone</a>`;
 }
 
-function pictureTitle(anonymise, lostSince) {
-  if (lostSince) return `Not live: the picture of ${clockTime(lostSince)}`;
+function pictureTitle(anonymise, notLive) {
+  if (notLive !== null) return notLiveWords(notLive);
   return anonymise ? "Live, anonymised" : "Live";
 }
 
-function Picture({ settings, epoch, lostSince, onDoubt }) {
+function Picture({ link, settings, live }) {
   const [anonymise, setAnonymise] = useState(() => recall("anonymise") === "on");
+  const [notLive, setNotLive] = useState(null);
   const choose = (on) => {
     remember("anonymise", on ? "on" : "off");
+    setNotLive(null);
     setAnonymise(on);
   };
   const reason = whyNotAnonymised(settings);
@@ -70,24 +59,25 @@ function Picture({ settings, epoch, lostSince, onDoubt }) {
   const label = anonymise ? "Live picture, anonymised" : "Live picture of the room with what the program found";
   return html`<section class="panel picture-panel" aria-labelledby="picture-heading">
     <div class="panel-head">
-      <h2 id="picture-heading">${pictureTitle(anonymise, lostSince)}</h2>
+      <h2 id="picture-heading">${pictureTitle(anonymise, notLive)}</h2>
       <label class="switch">
         <input type="checkbox" role="switch" checked=${anonymise} onChange=${(event) => choose(event.target.checked)} />
         <span>Anonymise</span>
       </label>
     </div>
-    <div class=${lostSince ? "stage stale" : "stage"}>
+    <div class="stage">
       ${
         anonymise && reason
           ? html`<${NoAnonymised} reason=${reason} onShow=${() => choose(false)} />`
           : size
             ? html`<${LivePicture}
                 key=${`${size} ${anonymise}`}
+                link=${link}
                 size=${size}
                 anonymised=${anonymise}
                 label=${label}
-                epoch=${epoch}
-                onFail=${onDoubt}
+                live=${live}
+                onLive=${setNotLive}
               />`
             : html`<div class="no-picture"><p>The camera offers no stream.</p></div>`
       }
@@ -108,11 +98,22 @@ function Picture({ settings, epoch, lostSince, onDoubt }) {
   </section>`;
 }
 
+function Gap({ text, link }) {
+  return html`<li>${text}${link && html` <a href=${link.href}>${link.text}</a>`}</li>`;
+}
+
 function State({ state }) {
   return html`<section class=${`panel state tone-${state.tone}`} aria-labelledby="state-heading">
     <h2 id="state-heading" class="hidden">State</h2>
     <p class="state-title"><span class="sign" aria-hidden="true">${state.sign}</span>${state.title}</p>
-    ${state.more && html`<p>${state.more}</p>`} ${state.program && html`<p class="small">${state.program}</p>`}
+    ${state.kind === "silent" && html`<p>Nothing is known until the camera is heard again.</p>`}
+    ${
+      state.missing.length > 0 &&
+      html`<ul class="gaps">
+        ${state.missing.map((gap) => html`<${Gap} key=${gap.text} ...${gap} />`)}
+      </ul>`
+    }
+    ${state.program && html`<p class="small">${state.program}</p>`}
   </section>`;
 }
 
@@ -121,15 +122,22 @@ function lastTime(name, history) {
   const end = changes.findLastIndex((change) => !change.active);
   if (end < 0) return null;
   const begin = changes.slice(0, end).findLast((change) => change.active);
-  return { end: Date.parse(changes[end].time), begin: begin ? Date.parse(begin.time) : null };
+  const { time, closed_at_start: restart } = changes[end];
+  return { end: Date.parse(time), begin: begin ? Date.parse(begin.time) : null, restart };
 }
 
 function Last({ name, history, limited, now }) {
   const last = lastTime(name, history);
   if (!last) {
-    return html`<p class="small">${limited ? "Not since this page was opened." : "Not in the last hours."}</p>`;
+    return html`<p class="small">
+      ${limited ? "Not since this page was opened." : "Not in the last hours, as far as it was watched."}
+    </p>`;
   }
   const day = new Date(now);
+  if (last.restart) {
+    const at = clockTime(new Date(last.end), day);
+    return html`<p class="small">Ended by a restart at ${at}; what happened meanwhile is not known.</p>`;
+  }
   if (last.begin === null) return html`<p class="small">Ended last at ${clockTime(new Date(last.end), day)}.</p>`;
   const words = durationInWords(last.end - last.begin);
   return html`<p class="small">Last at ${clockTime(new Date(last.begin), day)}, for ${words}.</p>`;
@@ -144,44 +152,54 @@ function Since({ since, now }) {
   </p>`;
 }
 
-function EventCard({ name, event, history, limited, settings, lostSince, blind, now }) {
-  const never = whyNever(name, settings);
-  const active = event?.active;
-  const tone = lostSince || !event || (blind && !active) ? "unknown" : active ? "alarm" : "calm";
-  const sign = { unknown: "?", alarm: "▲", calm: "–" }[tone];
-  const words = { unknown: "Not known", alarm: "Active", calm: "Not active" }[tone];
+/** How a card looks: an event that is active stays so until its end is known. */
+function lookOf(event, state, stopped) {
+  if (event?.active) return { tone: "alarm", sign: "▲", words: "Active" };
+  if (state.silentSince !== null || !event || event.active === null) {
+    return { tone: "unknown", sign: "?", words: "Not known" };
+  }
+  return stopped
+    ? { tone: "unknown", sign: "✕", words: "Not watched for" }
+    : { tone: "calm", sign: "–", words: "Not active" };
+}
+
+function EventCard({ name, event, history, limited, state, now }) {
+  const reasons = state.missing.filter(({ stops }) => stops.includes(name)).map(({ text }) => text);
+  const { tone, sign, words } = lookOf(event, state, reasons.length > 0);
   return html`<article class=${`event event-${tone}`}>
     <h3>${name}</h3>
     <p class="event-state"><span class="sign" aria-hidden="true">${sign}</span>${words}</p>
     ${tone === "alarm" && html`<${Since} since=${event.since} now=${now} />`}
+    ${
+      state.silentSince !== null &&
+      html`<p class="note">
+        <span aria-hidden="true">! </span>${capitalised(state.silentWords)}: this is the last that is known.
+      </p>`
+    }
     ${tone === "calm" && html`<${Last} name=${name} history=${history} limited=${limited} now=${now} />`}
-    ${lostSince && html`<p class="small">The camera has not answered since ${clockTime(lostSince)}.</p>`}
-    ${never && html`<p class="small note"><span aria-hidden="true">! </span>${never}</p>`}
+    ${reasons.map((text) => html`<p key=${text} class="small note"><span aria-hidden="true">! </span>${text}</p>`)}
   </article>`;
 }
 
 /**
  * @param {object} view
- * @param {object} view.state what describeState gave
+ * @param {import("./hub/link.js").Link} view.link
+ * @param {object} view.state what readiness gave
  * @param {?object} view.settings the saved ones, and `view.waiting`, the words in their place
- * @param {object[]} view.events of the feed, as `view.history`
+ * @param {object} view.live of the picture, see LivePicture
+ * @param {object[]} view.events of the hub's news
+ * @param {{history: object[], watching: ?object[]}} view.past of the hub
  * @param {boolean} view.limited whether only the status tells
- * @param {number} view.offset the camera's clock minus ours in milliseconds
- * @param {?Date} view.lostSince
- * @param {number} view.epoch of the streams
- * @param {() => void} view.onDoubt asks for the settings again, since somebody else may have saved others
+ * @param {?number} view.openedAt since when this page knows what happens, see unwatchedTimes
+ * @param {number} view.now milliseconds since 1970 by the camera's clock
  */
-export function Watch({ state, settings, waiting, events, history, limited, offset, lostSince, epoch, onDoubt }) {
-  const now = useNow() + offset;
-  useEffect(() => {
-    const timer = setInterval(onDoubt, LOOK_MS);
-    return () => clearInterval(timer);
-  }, []);
+export function Watch({ link, state, settings, waiting, live, events, past, limited, openedAt, now }) {
+  const { history, watching } = past;
   return html`<div class="watch">
     <h1 class="hidden" tabindex="-1">Watch</h1>
     ${
       settings
-        ? html`<${Picture} settings=${settings} epoch=${epoch} lostSince=${lostSince} onDoubt=${onDoubt} />`
+        ? html`<${Picture} link=${link} settings=${settings} live=${live} />`
         : html`<div class="panel">
             <div class="stage no-picture" role="status"><p>${waiting}</p></div>
           </div>`
@@ -198,21 +216,26 @@ export function Watch({ state, settings, waiting, events, history, limited, offs
               event=${events.find((event) => event.name === name)}
               history=${history}
               limited=${limited}
-              settings=${settings}
-              blind=${state.blind}
-              lostSince=${lostSince}
+              state=${state}
               now=${now}
             />`,
         )}
         ${
           limited &&
           html`<p class="small note">
-            <span aria-hidden="true">! </span>This camera tells the events only through its status, which shows one at a
-            time: while one is active, or while the program is slow, the other may be hidden.
+            <span aria-hidden="true">! </span>The events are known only through the program's status, which shows one at
+            a time: while one is active, or while the program is slow, the other may be hidden.
           </p>`
         }
       </section>
     </div>
-    <${Timeline} history=${history} events=${events} limited=${limited} now=${now} />
+    <${Timeline}
+      history=${history}
+      events=${events}
+      watching=${watching}
+      silentSince=${state.silentSince}
+      openedAt=${openedAt}
+      now=${now}
+    />
   </div>`;
 }

@@ -1,17 +1,9 @@
 import assert from "node:assert/strict";
 import { createServer } from "node:http";
 import { after, before, describe, test } from "node:test";
-import { Control, EventFeed, Program, cameraAppearance, saveAndCheck } from "../../../web/api.js";
+import { Control, cameraAppearance, saveAndCheck } from "../../../web/api.js";
 import { parseSettings } from "../../../web/wire.js";
 import { StoredSettings } from "./stored.js";
-
-/** Node 18 has none. */
-globalThis.CustomEvent ??= class extends Event {
-  constructor(type, { detail }) {
-    super(type);
-    this.detail = detail;
-  }
-};
 
 const SIZE = { width: 1280, height: 720 };
 
@@ -93,23 +85,6 @@ describe("a save is judged by what is read back", () => {
   });
 });
 
-test("one failure is no lost connection, two are, and the first answer brings it back", async () => {
-  const program = new Program(new Control(base));
-  const told = [];
-  for (const type of ["status", "lost", "back"]) {
-    program.addEventListener(type, ({ detail }) => told.push(`${type} ${detail.connected} ${detail.code}`));
-  }
-  for (const works of [true, false, true, false, false, false, true]) {
-    answer = ({ searchParams }) => (works ? ({ get_status_string: "AI" }[searchParams.get("action")] ?? "200") : 500);
-    await program.poll();
-    program.stop();
-  }
-  // The first answer is told as soon as there is a code, and again with the rest.
-  const [fine, gone] = ["status true 200", "status false 200"];
-  assert.deepEqual(told, [fine, fine, fine, gone, "lost false 200", gone, fine, "back true 200"]);
-  assert.deepEqual(program.status, { code: 200, text: "AI", executionTime: 200, connected: true });
-});
-
 test("how the camera turns its streams, or nothing about it", async () => {
   const group = "root.Image.I0.Appearance";
   const real = globalThis.fetch;
@@ -125,44 +100,4 @@ test("how the camera turns its streams, or nothing about it", async () => {
     assert.deepEqual(await cameraAppearance(), expected);
   }
   globalThis.fetch = real;
-});
-
-describe("the feed of the events", () => {
-  class FakeSource extends EventTarget {
-    static CLOSED = 2;
-    readyState = 0; // a browser's while it connects again by itself
-    constructor() {
-      super();
-      FakeSource.newest = this;
-    }
-    close() {}
-    say(type, data) {
-      this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
-    }
-  }
-  const calm = ["Fall Detected", "Patient Out of Bed"].map((name) => ({ name, active: false, since: null }));
-  const state = (seq, events = calm) => ({ time: "2026-03-01T12:00:00.000Z", seq, events, history: [] });
-
-  test("the status tells while the feed is away, and the feed is believed once it is back", (t) => {
-    const native = globalThis.EventSource;
-    globalThis.EventSource = FakeSource;
-    t.after(() => (globalThis.EventSource = native));
-    const program = Object.assign(new EventTarget(), { status: { code: 200, connected: true } });
-    const feed = new EventFeed(program);
-    const active = () => feed.detail.events.filter((event) => event.active).map((event) => event.name);
-    const status = (code) => program.dispatchEvent(new CustomEvent("status", { detail: { code, connected: true } }));
-    feed.start();
-    FakeSource.newest.say("state", state(3));
-    status(503);
-    assert.deepEqual([active(), feed.detail.limited], [[], false], "the feed alone is believed while it is there");
-    FakeSource.newest.dispatchEvent(new Event("error"));
-    status(503);
-    assert.deepEqual([active(), feed.detail.limited], [["Fall Detected"], true]);
-    status(600);
-    assert.deepEqual(active(), ["Fall Detected"], "600 hides whether it has ended");
-    FakeSource.newest.say("state", state(5));
-    assert.deepEqual([active(), feed.detail.limited], [[], false]);
-    FakeSource.newest.say("change", { seq: 5, name: "Fall Detected", active: true, time: "2026-03-01T12:00:01.000Z" });
-    assert.deepEqual(active(), [], "a change that the state knew already");
-  });
 });

@@ -1,11 +1,12 @@
-// What the page says and keeps around the picture: states, times, the timeline, the checks before saving, the draft.
+// What the page says and keeps around the picture: times, the timeline, the checks before saving, the draft.
 import assert from "node:assert/strict";
 import { beforeEach, describe, test } from "node:test";
 import { SettingsDraft } from "../../../web/draft.js";
 import { reviewSettings } from "../../../web/review.js";
-import { activeTimes } from "../../../web/timeline.js";
+import { activeTimes, unwatchedTimes } from "../../../web/timeline.js";
 import { watchedSize } from "../../../web/watch.js";
-import { clockTime, describeState, durationInWords, whyNever } from "../../../web/words.js";
+import { clockTime, durationInWords } from "../../../web/words.js";
+import { notLiveSince } from "../../../web/picture.js";
 import { encodeSettings } from "../../../web/wire.js";
 
 const SIZE = { width: 1280, height: 720 };
@@ -39,30 +40,6 @@ const SETTINGS = {
   problems: [],
 };
 
-test("the state tells active events first, then what else is wrong", () => {
-  const events = (...active) => [BED, FALL].map((name) => ({ name, active: active.includes(name) }));
-  const cases = [
-    [null, [], "idle", "Connecting"],
-    [{ connected: false, code: 502 }, events(BED), "warn", "No connection"],
-    [{ code: 100 }, events(), "idle", "Starting"],
-    [{ code: 200 }, events(), "ok", "Watching"],
-    [{ code: 200 }, events(FALL), "alarm", "Fall detected"],
-    [{ code: 502 }, events(BED, FALL), "alarm", "Fall detected, patient out of bed"],
-    [{ code: 502 }, events(), "alarm", "Patient out of bed"],
-    [{ code: 503 }, [], "alarm", "Fall detected"],
-    [{ code: 600 }, events(), "warn", "Slow"],
-    [{ code: 600 }, events(FALL), "alarm", "Fall detected", /^Slow/],
-    [{ code: 401, text: "AI error" }, events(), "alarm", "AI error", /Nobody is being watched/],
-    [{ code: 400, text: "Data error" }, events(), "warn", "Data error"],
-    [{ code: 50, text: "Unknown status" }, events(), "warn", "Unknown status"],
-  ];
-  for (const [status, known, tone, title, more = /^/] of cases) {
-    const state = describeState(status && { connected: true, text: "", executionTime: 300, ...status }, known);
-    assert.deepEqual([state.tone, state.title], [tone, title]);
-    assert.match(state.more, more);
-  }
-});
-
 test("durations are told in their two largest units, clock times with another day in front", () => {
   const cases = [
     [-5, "0 seconds"],
@@ -81,13 +58,6 @@ test("durations are told in their two largest units, clock times with another da
   assert.equal(clockTime(noon, new Date(2026, 4, 8, 0, 0, 0)), "7 May 12:03:09");
 });
 
-test("an event that cannot begin says why", () => {
-  assert.equal(whyNever(BED, SETTINGS), null);
-  assert.match(whyNever(BED, { ...SETTINGS, beds: [area(false)] }), /No bed area/);
-  assert.match(whyNever(BED, { ...SETTINGS, outOfBed: false }), /Switched off/);
-  assert.match(whyNever(FALL, { ...SETTINGS, falls: false }), /Switched off/);
-});
-
 test("the stream watched: overlay, else the application's own, else the largest offered", () => {
   const sizes = ["640x360", "1920x1080", "1280x720"];
   assert.equal(watchedSize(SETTINGS), "1280x720");
@@ -97,14 +67,22 @@ test("the stream watched: overlay, else the application's own, else the largest 
   assert.equal(watchedSize({ ...SETTINGS, sizes: [] }), null);
 });
 
+test("a picture is live while new ones come and what was found in them is new", () => {
+  assert.deepEqual(
+    [notLiveSince(null, null, 9000), notLiveSince(2999, null, 9000), notLiveSince(200, 2999, 9000)],
+    [null, null, null],
+  );
+  assert.deepEqual([notLiveSince(3001, 100, 9000), notLiveSince(100, 4000, 9000)], [5999, 5000]);
+});
+
 describe("the timeline", () => {
   const at = (second) => new Date(second * 1000).toISOString();
-  const change = (second, active, name = FALL) => ({ name, active, time: at(second) });
+  const change = (second, active, name = FALL, more = {}) => ({ name, active, time: at(second), ...more });
   const seconds = (history, since, from, now) =>
     activeTimes(history, [{ name: FALL, active: since !== null, since }], FALL, from * 1000, now * 1000).map((time) => [
       time.from / 1000,
       time.to === null ? "now" : time.to / 1000,
-      time.known,
+      time.restart ? "restart" : time.known,
     ]);
 
   test("pairs an event's changes and clips them to the hours shown", () => {
@@ -123,10 +101,37 @@ describe("the timeline", () => {
         null,
         [[20, 30, true]],
       ],
+      [
+        "ended by a restart",
+        [change(20, true), change(30, false, FALL, { closed_at_start: true })],
+        null,
+        [[20, 30, "restart"]],
+      ],
     ];
     for (const [what, history, since, expected] of cases) {
       assert.deepEqual(seconds(history, since, 10, 100), expected, what);
     }
+  });
+
+  test("tells when nobody was watched", () => {
+    const told = (...pairs) => pairs.map(([second, active]) => ({ time: at(second), active }));
+    const times = (watching, silent = null, opened = null) =>
+      unwatchedTimes(
+        { watching, silentSince: silent && silent * 1000, openedAt: opened && opened * 1000 },
+        10e3,
+        100e3,
+      ).map(({ from, to, why }) => [from / 1000, to / 1000, why]);
+    const cases = [
+      ["a camera that does not tell", times(null), []],
+      ["before the first start", times(told([40, true])), [[10, 40, "not watching"]]],
+      ["never started", times([]), [[10, 100, "not watching"]]],
+      ["watching since before", times(told([2, true])), []],
+      ["a restart", times(told([2, true], [30, false], [50, true])), [[30, 50, "not watching"]]],
+      ["stopped twice over", times(told([2, true], [30, false], [40, false])), [[30, 100, "not watching"]]],
+      ["no word from it", times(told([2, true]), 60), [[60, 100, "not known"]]],
+      ["a page that was opened late", times(null, null, 70), [[10, 70, "not known"]]],
+    ];
+    for (const [what, found, expected] of cases) assert.deepEqual(found, expected, what);
   });
 });
 
@@ -174,12 +179,11 @@ describe("the checks before saving", () => {
 
 describe("the draft", () => {
   let program, draft;
-  beforeEach(async () => {
+  beforeEach(() => {
     program = {
       held: SETTINGS,
       sent: 0,
       takes: true,
-      isPortrait: async () => false,
       settings: async () => program.held,
       async save(settings) {
         this.sent += 1;
@@ -187,7 +191,7 @@ describe("the draft", () => {
       },
     };
     draft = new SettingsDraft(program, () => {});
-    await draft.load();
+    draft.take(program.held, SIZE);
   });
   const enter = (change, label) => draft.edit({ ...draft.present, ...change }, label);
 
@@ -232,15 +236,64 @@ describe("the draft", () => {
     }
   });
 
-  test("reading again shows what others saved, but keeps edits and says so", async () => {
-    program.held = { ...SETTINGS, stakes: true };
-    await draft.load();
-    assert.deepEqual([draft.present.stakes, draft.dirty, draft.outcome], [true, false, null]);
-    enter({ falls: false });
-    await draft.load();
-    assert.deepEqual([draft.present.falls, draft.outcome], [false, null]);
-    program.held = { ...SETTINGS, sensitivity: "0.50" };
-    await draft.load();
-    assert.deepEqual([draft.present.falls, draft.saved.sensitivity, draft.outcome.kind], [false, "0.50", "kept"]);
+  describe("when somebody else has saved meanwhile", () => {
+    const theirs = (change) => (program.held = { ...SETTINGS, ...change });
+    const told = () => draft.outcome.fields.map(({ name, both }) => `${name}${both ? ", both" : ""}`);
+
+    test("without edits it is shown", () => {
+      draft.take(theirs({ stakes: true }), SIZE);
+      assert.deepEqual([draft.present.stakes, draft.dirty, draft.outcome], [true, false, null]);
+    });
+
+    test("nothing is sent until it is merged, whether or not the page has heard of it before", async () => {
+      for (const heard of [true, false]) {
+        enter({ falls: !draft.present.falls });
+        const change = { sensitivity: heard ? "0.50" : "0.60" };
+        theirs({ ...draft.saved, ...change });
+        if (heard) draft.take(program.held, SIZE);
+        await draft.save();
+        assert.deepEqual([program.sent, told()], [0, ["Score that a person must reach"]]);
+        draft.merge(new Set());
+        assert.equal(draft.present.sensitivity, change.sensitivity);
+      }
+      await draft.save();
+      assert.deepEqual([draft.outcome.kind, program.sent, program.held.sensitivity], ["saved", 1, "0.60"]);
+    });
+
+    test("each field is taken from one or the other", () => {
+      const moved = (x) => area(true, [x, 10, 40, 10, 40, 60, 10, 60]);
+      enter({ stakes: true, beds: [moved(20), area(true), area(false)], widthM: "2.00", depthM: "3.00", falls: false });
+      draft.take(
+        theirs({ overlayOn: false, beds: [moved(30), area(false), area(true)], widthM: "1.00", falls: false }),
+        SIZE,
+      );
+      assert.deepEqual(told(), [
+        "Fall Detected",
+        "Overlay stream",
+        "Bed area 1, outline, both",
+        "Bed area 3",
+        "Width of the floor rectangle, both",
+      ]);
+      draft.merge(new Set(["Width of the floor rectangle"]));
+      const { stakes, overlayOn, beds, widthM, depthM } = draft.present;
+      assert.deepEqual(
+        { stakes, overlayOn, widthM, depthM },
+        { stakes: true, overlayOn: false, widthM: "2.00", depthM: "3.00" },
+      );
+      assert.deepEqual(beds, [moved(30), area(true), area(true)]);
+      draft.undo();
+      assert.deepEqual(
+        [draft.present, draft.dirty],
+        [program.held, false],
+        "undo never brings back what overwrites theirs",
+      );
+    });
+  });
+
+  test("settings that cannot be read are told, those read before stay", () => {
+    draft.receive({ portrait: false, document: "<html>", error: null });
+    assert.match(draft.loadError, /cannot be understood/);
+    draft.receive({ portrait: null, document: null, error: "No answer." });
+    assert.deepEqual([draft.loadError, draft.present], ["No answer.", SETTINGS]);
   });
 });

@@ -1,0 +1,347 @@
+// What all tabs share: the feed and the status beside each other, the streams, who is still there.
+import assert from "node:assert/strict";
+import { afterEach, beforeEach, describe, test } from "node:test";
+import { Hub } from "../../../web/hub/hub.js";
+import { readPictures } from "../../../web/hub/streams.js";
+import { readiness } from "../../../web/readiness.js";
+import { StoredSettings } from "./stored.js";
+
+const FALL = "Fall Detected";
+const BED = "Patient Out of Bed";
+const SIZE = { width: 1280, height: 720 };
+const TIME = "2026-03-01T12:00:00.000Z";
+
+class FakeSource extends EventTarget {
+  static CLOSED = 2;
+  static opened = 0;
+  readyState = 0; // a browser's while it connects again by itself
+  constructor() {
+    super();
+    FakeSource.newest = this;
+    FakeSource.opened += 1;
+  }
+  close() {
+    this.readyState = FakeSource.CLOSED;
+  }
+  say(type, data) {
+    this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
+  }
+  state({ seq = 3, run = "a", fall = false, bed = false, ...more } = {}) {
+    const events = [
+      { name: FALL, active: fall, since: fall ? TIME : null },
+      { name: BED, active: bed, since: bed ? TIME : null },
+    ];
+    this.say("state", { time: TIME, run, seq, events, history: [], ...more });
+  }
+  beat(run = "a") {
+    this.say("heartbeat", { time: TIME, run, cycle: 1, cycle_age_ms: 100, picture_age_ms: 100, wrong: [] });
+  }
+}
+
+/** A tab as the hub sees it. */
+class Tab {
+  constructor() {
+    this.got = { picture: [], failed: [], settings: [], past: [] };
+    this.news = null;
+    this.alive = true;
+  }
+  postMessage({ type, ...message }) {
+    if (type !== "news") return this.got[type].push(message);
+    this.news = message;
+    return this.alive && this.say({ type: "here" });
+  }
+  say(message) {
+    this.onmessage({ data: message });
+  }
+  get active() {
+    return this.news.events.filter((event) => event.active).map(({ name }) => name);
+  }
+}
+
+let clock, code, camera, hub, tab, fetched, streams;
+const native = { EventSource: globalThis.EventSource, fetch: globalThis.fetch };
+const settle = async () => {
+  for (let turn = 0; turn < 20; ++turn) await new Promise(setImmediate);
+};
+const second = async () => {
+  clock += 1000;
+  hub.tick();
+  await settle();
+};
+const feed = () => FakeSource.newest;
+const state = () => readiness({ news: tab.news, settings: null, size: SIZE });
+
+/** A stream that the test writes to and that notices its end. */
+function openStream(url, signal) {
+  const stream = { url, signal };
+  stream.body = new ReadableStream({ start: (controller) => (stream.controller = controller) });
+  signal.addEventListener("abort", () => stream.controller.error(new Error("aborted")));
+  stream.send = (text) =>
+    stream.controller.enqueue(
+      new TextEncoder().encode(`--b\r\nContent-Type: image/jpeg\r\nContent-Length: ${text.length}\r\n\r\n${text}\r\n`),
+    );
+  streams.push(stream);
+  return { ok: true, status: 200, body: stream.body };
+}
+
+function answerOf(url) {
+  const { searchParams, pathname } = new URL(url, "http://camera");
+  fetched.push(searchParams.get("action") ?? pathname);
+  if (camera === "silent") return new Promise(() => {});
+  if (camera === "away") throw new Error("gone");
+  if (pathname === "/platform/events") return { ok: false, status: 404, statusText: "" };
+  const texts = {
+    get_all_parameters: new StoredSettings(SIZE).document(),
+    get_is_portrait: "0",
+    get_status_string: "AI",
+  };
+  const text = texts[searchParams.get("action")] ?? String(code);
+  return { ok: true, text: async () => text };
+}
+
+beforeEach(async () => {
+  Object.assign(globalThis, {
+    EventSource: FakeSource,
+    fetch: async (url, { signal }) => (url.includes("video.cgi") ? openStream(url, signal) : answerOf(url)),
+  });
+  clock = 1000;
+  code = 200;
+  camera = "there";
+  fetched = [];
+  streams = [];
+  FakeSource.opened = 0;
+  hub = new Hub("http://camera/control.cgi", () => clock);
+  hub.feed.open();
+  tab = new Tab();
+  hub.connect(tab);
+  await settle();
+});
+
+afterEach(() => {
+  hub.forget(tab);
+  hub.feed.close();
+  Object.assign(globalThis, native);
+});
+
+describe("of feed and status the worse news wins", () => {
+  test("a status that is never answered leaves the feed open and its fall in sight", async () => {
+    feed().state();
+    feed().beat();
+    camera = "silent";
+    feed().say("change", { seq: 4, run: "a", name: FALL, active: true, time: TIME });
+    for (let count = 0; count < 20; ++count) {
+      feed().beat();
+      await second();
+    }
+    assert.deepEqual([tab.active, tab.news.feed, FakeSource.opened], [[FALL], "open", 1]);
+    assert.equal(state().silentSince, null, "the heartbeat tells that it lives");
+  });
+
+  test("either says fall, and a fall that was known stays when nothing answers", async () => {
+    feed().state();
+    feed().beat();
+    code = 503;
+    await second();
+    assert.deepEqual(tab.active, [FALL], "the status alone");
+    code = 200;
+    await second();
+    assert.deepEqual(tab.active, []);
+    feed().state({ seq: 5, fall: true });
+    await second();
+    assert.deepEqual(tab.active, [FALL], "the feed alone");
+    camera = "away";
+    feed().dispatchEvent(new Event("error"));
+    for (let count = 0; count < 5; ++count) await second();
+    assert.deepEqual(tab.active, [FALL]);
+    assert.match(state().title, /^Fall detected at .*, connection lost since /);
+  });
+
+  test("without its feed the status tells what it does not hide, and the feed is believed once it is back", async () => {
+    feed().state();
+    feed().dispatchEvent(new Event("error"));
+    const cases = [
+      [503, [FALL], [false]],
+      [600, [FALL], [null]],
+      [200, [], [false, false]],
+      [502, [BED], [null]],
+    ];
+    for (const [told, active, others] of cases) {
+      code = told;
+      await second();
+      assert.deepEqual(tab.active, active, `${told}`);
+      assert.deepEqual(
+        tab.news.events.filter((event) => !event.active).map((event) => event.active),
+        others,
+        `${told}: what is hidden is not known`,
+      );
+    }
+    assert.equal(tab.news.feed, "lost");
+    code = 200;
+    feed().state({ seq: 9, bed: true });
+    await second();
+    assert.deepEqual([tab.active, tab.news.feed], [[BED], "open"]);
+    feed().say("change", { seq: 9, run: "a", name: BED, active: false, time: TIME });
+    assert.deepEqual(tab.active, [BED], "a change that the state knew already");
+  });
+
+  test("a camera without the feed tells events through its status, and before the feed has answered", async () => {
+    code = 503;
+    await second();
+    assert.deepEqual(tab.active, [FALL]);
+    feed().readyState = FakeSource.CLOSED;
+    feed().dispatchEvent(new Event("error"));
+    await settle();
+    await second();
+    assert.deepEqual([tab.news.feed, tab.active], ["absent", [FALL]]);
+  });
+});
+
+describe("the feed", () => {
+  test("a program that stands still is noticed after three seconds, and its going on as well", async () => {
+    feed().state();
+    feed().beat();
+    camera = "silent";
+    clock += 3000;
+    hub.tellNews();
+    assert.equal(state().silentSince, null);
+    clock += 1;
+    hub.tellNews();
+    assert.equal(state().kind, "silent");
+    feed().beat();
+    assert.notEqual(state().kind, "silent");
+  });
+
+  test("one that falls silent is opened anew, and another run begins with its state", async () => {
+    feed().state();
+    feed().beat();
+    for (let count = 0; count < 11; ++count) await second();
+    assert.equal(FakeSource.opened, 2);
+    feed().state({ seq: 50 });
+    feed().say("change", { seq: 1, run: "b", name: FALL, active: true, time: TIME });
+    assert.equal(FakeSource.opened, 3, "numbers of another run mean nothing");
+    feed().state({ seq: 0, run: "b" });
+    feed().say("change", { seq: 1, run: "b", name: FALL, active: true, time: TIME, closed_at_start: true });
+    feed().say("watching", { seq: 2, run: "b", active: true, time: TIME });
+    assert.deepEqual(tab.active, [FALL]);
+    const { history, watching } = tab.got.past.at(-1);
+    assert.deepEqual([history.length, history[0].closed_at_start, watching], [1, true, [{ active: true, time: TIME }]]);
+  });
+
+  test("an error of the status alone is no lost connection, two are, and the first answer brings it back", async () => {
+    const connected = [];
+    for (const there of [true, false, true, false, false, true]) {
+      camera = there ? "there" : "away";
+      await second();
+      connected.push(tab.news.status.connected);
+    }
+    assert.deepEqual(connected, [true, true, true, true, false, true]);
+    assert.deepEqual(tab.news.status, { code: 200, text: "AI", executionTime: 200, connected: true });
+  });
+});
+
+describe("tabs", () => {
+  const other = () => {
+    const next = new Tab();
+    hub.connect(next);
+    return next;
+  };
+  const watch = (viewer, size = "800x450", anonymised = false, id = 1) =>
+    viewer.say({ type: "watch", id, size, anonymised });
+
+  test("ten have one feed, one poll, one reading of the settings and one stream between them", async () => {
+    const tabs = Array.from({ length: 10 }, other);
+    tabs.forEach((viewer) => watch(viewer));
+    await settle();
+    assert.equal(streams.length, 1);
+    streams[0].send("one");
+    await settle();
+    for (const viewer of tabs) assert.equal(await viewer.got.picture[0].picture.text(), "one");
+    fetched = [];
+    await second();
+    assert.deepEqual(fetched, ["get_status_code", "get_execution_time"]);
+    assert.equal(FakeSource.opened, 1);
+    assert.deepEqual(
+      tabs.map(({ got }) => got.settings.length),
+      Array(10).fill(1),
+    );
+  });
+
+  test("a slow one gets the newest picture when it has taken the one before", async () => {
+    watch(tab);
+    await settle();
+    for (const text of ["one", "two", "three"]) streams[0].send(text);
+    await settle();
+    assert.equal(tab.got.picture.length, 1);
+    tab.say({ type: "took", id: 1 });
+    assert.equal(await tab.got.picture[1].picture.text(), "three");
+  });
+
+  test("a stream ends with the last who looks: hidden, closed, or gone without a word", async () => {
+    const [closed, gone] = [other(), other()];
+    [tab, closed, gone].forEach((viewer) => watch(viewer));
+    await settle();
+    tab.say({ type: "leave", id: 1 });
+    closed.say({ type: "bye" });
+    assert.equal(streams[0].signal.aborted, false);
+    gone.alive = false;
+    for (let count = 0; count < 11; ++count) await second();
+    assert.equal(streams[0].signal.aborted, true);
+    assert.equal(hub.tabs.has(gone), false);
+    gone.say({ type: "here" });
+    assert.equal(hub.tabs.has(gone), true, "a frozen tab that wakes is welcome");
+  });
+
+  test("a stream that falls silent is opened anew; one that is refused says why", async () => {
+    watch(tab);
+    await settle();
+    for (let count = 0; count < 11; ++count) await second();
+    assert.equal(streams[0].signal.aborted, true);
+    assert.deepEqual(tab.got.failed, [{ id: 1, status: null }]);
+    globalThis.fetch = async (url) => ({ ok: false, status: url.includes("anonymised=1") ? 409 : 503 });
+    watch(tab, "640x360", true, 2);
+    await settle();
+    assert.deepEqual(tab.got.failed.at(-1), { id: 2, status: 409 });
+    tab.say({ type: "bye" });
+  });
+
+  test("what one saves all the others are shown at once", async () => {
+    const stored = new StoredSettings(SIZE);
+    stored.flags.FP_ON = "0";
+    const before = tab.got.settings.length;
+    const answered = globalThis.fetch;
+    globalThis.fetch = async (url, options) =>
+      url.includes("get_all_parameters") ? { ok: true, text: async () => stored.document() } : answered(url, options);
+    tab.got.answer = [];
+    tab.say({ type: "ask", id: 7, url: "http://camera/control.cgi?action=set_all_parameters" });
+    await settle();
+    assert.deepEqual([tab.got.answer[0].id, tab.got.settings.length], [7, before + 1]);
+  });
+});
+
+describe("a stream of pictures", () => {
+  const parts =
+    "--b\r\nContent-Type: image/jpeg\r\nContent-Length: 7\r\n\r\nab\r\n\r\nc\r\n--b\r\ncontent-length: 2\r\n\r\nde\r\n--b\r\n";
+  const read = async (text, step) => {
+    const pictures = [];
+    const chunks = text.match(new RegExp(`[^]{1,${step}}`, "g")).map((chunk) => new TextEncoder().encode(chunk));
+    const reader = { read: async () => ({ done: !chunks.length, value: chunks.shift() }) };
+    const onPicture = (jpeg) => pictures.push(new TextDecoder().decode(jpeg));
+    await readPictures(reader, { onBytes: () => {}, onPicture });
+    return pictures;
+  };
+
+  test("is taken apart by lengths, however it arrives", async () => {
+    for (const step of [1, 2, 5, 1000]) assert.deepEqual(await read(parts, step), ["ab\r\n\r\nc", "de"]);
+  });
+
+  test("that makes no sense is given up", async () => {
+    for (const header of [
+      "Content-Type: image/jpeg",
+      "Content-Length: -1",
+      "Content-Length: 99999999",
+      "x".repeat(5000),
+    ]) {
+      await assert.rejects(read(`--b\r\n${header}\r\n\r\n`, 1000), Error, header);
+    }
+  });
+});

@@ -1,0 +1,269 @@
+/**
+ * What all tabs of one browser share: one feed of events, one poll of the status, one stream for each picture looked at,
+ * and requests one after the other. A browser opens six connections to a camera, whatever the number of its tabs.
+ *
+ * Messages to a tab:
+ *   news      once a second and after each change, see newsOf()
+ *   past      {history, watching} of the feed, when it has changed
+ *   settings  {document, portrait, error}: as last read, when they have changed or after "refresh"; error: why they could
+ *             not be read, or null
+ *   answer    {id, text} or {id, error, status} to what was asked
+ *   picture   {id, picture: Blob}; the next one comes after "took"
+ *   failed    {id, status}: no picture comes; status of a refusal, or null
+ * Messages from a tab: here (answers news), bye, ask {id, url}, watch {id, size, anonymised}, leave {id}, took {id},
+ * refresh (reads the settings).
+ */
+import { Control, fetchText, oneByOne } from "../api.js";
+import { EventFeed, FRESH_MS } from "./feed.js";
+import { StatusPoll } from "./status.js";
+import { PictureStream } from "./streams.js";
+
+const TICK_MS = 1000;
+/** A tab that has not answered for so long has gone, or is frozen: nothing is fetched for it. */
+const ABSENCE_MS = 10000;
+const SETTINGS_MS = 10000;
+const EVENT_OF_CODE = { 502: "Patient Out of Bed", 503: "Fall Detected" };
+
+/** Whether a status code says that an event is active: true, false, or null when it hides that. */
+function activeByStatus(name, code) {
+  if (EVENT_OF_CODE[code] === name) return true;
+  return code === 200 || code === 503 ? false : null;
+}
+
+export class Hub {
+  /**
+   * @param {string} program address of the program's handler
+   * @param {() => number} now milliseconds that never jump
+   */
+  constructor(program, now = () => performance.now()) {
+    this.now = now;
+    this.beganAt = now();
+    this.ask = oneByOne(fetchText);
+    this.control = new Control(program, this.ask);
+    this.feed = new EventFeed({ news: () => this.tellNews(), past: () => this.tellPast() }, now);
+    this.status = new StatusPoll(this.control, { told: () => this.takeStatus(), back: () => this.connectAgain() }, now);
+    /** Since when the status tells an event of which the feed knows nothing. */
+    this.toldByStatus = new Map();
+    this.settings = { document: null, portrait: null, error: null };
+    this.settingsAt = -Infinity;
+    this.reading = false;
+    this.mustTell = false;
+    this.tabs = new Map();
+    this.streams = new Map();
+  }
+
+  start() {
+    this.feed.open();
+    setInterval(() => this.tick(), TICK_MS);
+  }
+
+  /** Once a second. */
+  tick() {
+    for (const [port, tab] of this.tabs) if (this.now() - tab.seenAt > ABSENCE_MS) this.forget(port);
+    this.feed.tick();
+    for (const { stream } of this.streams.values()) stream.tick();
+    if (this.tabs.size) {
+      this.status.poll();
+      if (this.now() - this.settingsAt > SETTINGS_MS) this.readSettings();
+    }
+    this.tellNews();
+  }
+
+  connect(port) {
+    port.onmessage = ({ data }) => this.take(port, data);
+    this.tabOf(port);
+    this.tick();
+  }
+
+  /** A tab that was away, such as a frozen one, is welcome again. */
+  tabOf(port) {
+    let tab = this.tabs.get(port);
+    if (!tab) {
+      tab = { seenAt: this.now(), watched: new Map() };
+      this.tabs.set(port, tab);
+      port.postMessage({ type: "past", ...this.past() });
+      if (this.settingsAt > -Infinity) port.postMessage({ type: "settings", ...this.settings });
+      port.postMessage(this.news());
+    }
+    tab.seenAt = this.now();
+    return tab;
+  }
+
+  take(port, message) {
+    if (message.type === "bye") return this.forget(port);
+    const tab = this.tabOf(port);
+    const watched = tab.watched.get(message.id);
+    if (message.type === "ask") this.answer(port, message);
+    else if (message.type === "watch") this.watch(port, tab, message);
+    else if (message.type === "leave") this.leave(tab, message.id);
+    else if (message.type === "took" && watched) this.sendNext(watched);
+    else if (message.type === "refresh") this.readSettings(true);
+    return undefined;
+  }
+
+  forget(port) {
+    const tab = this.tabs.get(port);
+    this.tabs.delete(port);
+    for (const id of tab?.watched.keys() ?? []) this.leave(tab, id);
+  }
+
+  tellAll(message) {
+    for (const port of this.tabs.keys()) port.postMessage(message);
+  }
+
+  // ---- Requests
+
+  async answer(port, { id, url }) {
+    try {
+      port.postMessage({ type: "answer", id, text: await this.ask(url) });
+    } catch ({ message, status }) {
+      port.postMessage({ type: "answer", id, error: message, status });
+    }
+    if (url.includes("set_all_parameters")) this.readSettings();
+  }
+
+  /** Reads the settings once for all tabs, which are told when these have changed, or `always`. */
+  async readSettings(always = false) {
+    this.mustTell ||= always;
+    if (this.reading) return;
+    this.reading = true;
+    const before = JSON.stringify(this.settings);
+    try {
+      const portrait = await this.control.isPortrait();
+      this.settings = { portrait, document: await this.control.document(), error: null };
+    } catch ({ message }) {
+      this.settings = { ...this.settings, error: message };
+    }
+    const must = this.mustTell || this.settingsAt === -Infinity;
+    this.settingsAt = this.now();
+    this.reading = false;
+    this.mustTell = false;
+    if (must || JSON.stringify(this.settings) !== before) this.tellAll({ type: "settings", ...this.settings });
+  }
+
+  connectAgain() {
+    if (this.feed.state !== "open") this.feed.open();
+    for (const { stream } of this.streams.values()) stream.hurry();
+    this.readSettings();
+  }
+
+  // ---- News
+
+  /** Whether the feed is believed alone. */
+  feedIsCurrent() {
+    const { state, heartbeat, beatAt } = this.feed;
+    return state === "open" && (!heartbeat || this.now() - beatAt <= FRESH_MS);
+  }
+
+  takeStatus() {
+    const { code, connected } = this.status.status;
+    const time = new Date(Date.now() + this.feed.offset).toISOString();
+    this.toldByStatus = new Map(
+      Object.values(EVENT_OF_CODE)
+        .filter((name) => connected && activeByStatus(name, code))
+        .map((name) => [name, this.toldByStatus.get(name) ?? time]),
+    );
+    if (connected && !this.feedIsCurrent() && this.feed.state !== "opening") this.followStatus(code, time);
+    this.tellNews();
+  }
+
+  /** Without the feed the status tells what it can; what it hides stays active, or is no longer known. */
+  followStatus(code, time) {
+    for (const name of Object.values(EVENT_OF_CODE)) {
+      const told = activeByStatus(name, code);
+      const known = this.feed.events.find((event) => event.name === name)?.active ?? null;
+      if (told === known || (told === null && known === true)) continue;
+      if (known !== null && told !== null) this.feed.change({ name, active: told, time });
+      this.feed.doubt(name, told, told ? time : null);
+    }
+  }
+
+  /** The worse news wins: an event is active when the feed or the status says so. */
+  events() {
+    const unknown = Object.values(EVENT_OF_CODE).map((name) => ({ name, active: null, since: null }));
+    return (this.feed.events.length ? this.feed.events : unknown).map((event) => {
+      const since = this.toldByStatus.get(event.name);
+      return since && !event.active ? { name: event.name, active: true, since } : event;
+    });
+  }
+
+  /**
+   * What is known now. Ages in milliseconds, null for what there never was: statusAge since the status answered, beatAge
+   * since the heartbeat arrived, silence since anything came from the program, age since this hub began.
+   */
+  news() {
+    const now = this.now();
+    const since = (at) => (at === null ? null : now - at);
+    const { state, heartbeat, offset, beatAt } = this.feed;
+    const heard = Math.max(this.status.answeredAt ?? -Infinity, beatAt ?? -Infinity);
+    return {
+      type: "news",
+      status: this.status.status,
+      statusAge: since(this.status.answeredAt),
+      feed: state,
+      heartbeat,
+      beatAge: since(beatAt),
+      silence: heard === -Infinity ? null : now - heard,
+      age: now - this.beganAt,
+      events: this.events(),
+      offset,
+    };
+  }
+
+  past() {
+    return { history: this.feed.history, watching: this.feed.watching };
+  }
+
+  tellNews() {
+    this.tellAll(this.news());
+  }
+
+  tellPast() {
+    this.tellAll({ type: "past", ...this.past() });
+  }
+
+  // ---- Pictures
+
+  watch(port, tab, { id, size, anonymised }) {
+    const key = `${size} ${anonymised}`;
+    const watched = { port, id, key, owes: false, next: null };
+    tab.watched.set(id, watched);
+    let shared = this.streams.get(key);
+    if (!shared) {
+      shared = { viewers: new Set(), stream: null };
+      this.streams.set(key, shared);
+      const { viewers } = shared;
+      const onPicture = (picture) => viewers.forEach((viewer) => this.offer(viewer, picture));
+      const onFail = (status) =>
+        viewers.forEach((viewer) => viewer.port.postMessage({ type: "failed", id: viewer.id, status }));
+      shared.stream = new PictureStream({ size, anonymised }, { onPicture, onFail }, this.now);
+    }
+    shared.viewers.add(watched);
+  }
+
+  leave(tab, id) {
+    const watched = tab.watched.get(id);
+    const shared = this.streams.get(watched?.key);
+    tab.watched.delete(id);
+    if (!shared?.viewers.delete(watched) || shared.viewers.size) return;
+    shared.stream.stop();
+    this.streams.delete(watched.key);
+  }
+
+  /** A tab that is slow gets the newest picture when it has taken the one before. */
+  offer(watched, picture) {
+    if (watched.owes) {
+      watched.next = picture;
+      return;
+    }
+    watched.owes = true;
+    watched.port.postMessage({ type: "picture", id: watched.id, picture });
+  }
+
+  sendNext(watched) {
+    watched.owes = false;
+    const { next } = watched;
+    watched.next = null;
+    if (next) this.offer(watched, next);
+  }
+}

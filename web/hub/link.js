@@ -1,0 +1,130 @@
+/** Grows with each change of what hub and tab say to each other: a tab of yesterday keeps yesterday's hub. */
+const VERSION = 1;
+/** A hub that has been silent for so long is given up: it speaks once a second. */
+const SILENCE_MS = 5000;
+const LOOK_MS = 1000;
+/** How often a shared hub is tried that does not speak: a broken worker starts anew, some browsers cannot run one. */
+const ATTEMPTS = 2;
+
+/** A hub that all tabs share. */
+function sharedHub(onError) {
+  const worker = new SharedWorker(new URL("worker.js", import.meta.url), {
+    type: "module",
+    name: `velmor-hub-${VERSION}`,
+  });
+  worker.onerror = onError;
+  return worker.port;
+}
+
+/** A hub of this tab's own. */
+function ownHub() {
+  const { port1, port2 } = new MessageChannel();
+  import("./hub.js").then(({ Hub }) => {
+    const hub = new Hub(new URL("../control.cgi", import.meta.url).href);
+    hub.start();
+    hub.connect(port1);
+  });
+  return port2;
+}
+
+/**
+ * A tab's way to the hub. "news", "past" and "settings" are events whose detail is the hub's message; news has `at`,
+ * when it came by performance.now(). A hub that does not start or falls silent is replaced, in the end by one in the tab.
+ */
+export class Link extends EventTarget {
+  constructor() {
+    super();
+    this.asked = new Map();
+    this.watched = new Map();
+    this.lastId = 0;
+    this.shared = typeof SharedWorker === "function" ? ATTEMPTS : 0;
+    this.connect();
+    setInterval(() => performance.now() - this.heardAt > SILENCE_MS && this.connect(), LOOK_MS);
+    addEventListener("pagehide", () => this.port.postMessage({ type: "bye" }));
+  }
+
+  connect() {
+    if (this.own) return;
+    this.port?.close();
+    this.heardAt = performance.now();
+    this.own = this.shared === 0;
+    this.port = this.own ? ownHub() : this.tryShared();
+    this.port.onmessage = ({ data }) => this.take(data);
+    this.refuseAll();
+    for (const [id, { size, anonymised }] of this.watched) this.send({ type: "watch", id, size, anonymised });
+  }
+
+  tryShared() {
+    this.shared -= 1;
+    const fail = () => {
+      this.shared = 0;
+      this.connect();
+    };
+    try {
+      return sharedHub(fail);
+    } catch {
+      this.own = true;
+      return ownHub();
+    }
+  }
+
+  refuseAll() {
+    for (const { reject } of this.asked.values()) reject(new Error("The camera does not answer."));
+    this.asked.clear();
+  }
+
+  send(message) {
+    this.port.postMessage(message);
+  }
+
+  take({ type, ...message }) {
+    this.heardAt = performance.now();
+    if (!this.own) this.shared = ATTEMPTS;
+    if (type === "news") {
+      this.send({ type: "here" });
+      message.at = this.heardAt;
+    }
+    if (type === "answer") this.answered(message);
+    else if (type === "picture") this.watched.get(message.id)?.onPicture(message.picture);
+    else if (type === "failed") this.watched.get(message.id)?.onFail(message.status);
+    else this.dispatchEvent(new CustomEvent(type, { detail: message }));
+  }
+
+  answered({ id, text, error, status }) {
+    const { resolve, reject } = this.asked.get(id) ?? {};
+    this.asked.delete(id);
+    if (error === undefined) resolve?.(text);
+    else reject?.(Object.assign(new Error(error), { status }));
+  }
+
+  /** The text of an answer, in turn with all other requests. @returns {Promise<string>} */
+  ask(url) {
+    const id = ++this.lastId;
+    return new Promise((resolve, reject) => {
+      this.asked.set(id, { resolve, reject });
+      this.send({ type: "ask", id, url: new URL(url, document.baseURI).href });
+    });
+  }
+
+  /** Reads the settings again soon. */
+  refresh() {
+    this.send({ type: "refresh" });
+  }
+
+  /**
+   * Pictures of a stream until the function returned is called.
+   * @param {{size: string, anonymised: boolean}} what
+   * @param {{onPicture: (picture: Blob, took: () => void) => void, onFail: (status: ?number) => void}} listener the next
+   *   picture comes once `took` was called; status: of a refusal
+   */
+  watch({ size, anonymised }, { onPicture, onFail }) {
+    const id = ++this.lastId;
+    const took = () => this.send({ type: "took", id });
+    this.watched.set(id, { size, anonymised, onFail, onPicture: (picture) => onPicture(picture, took) });
+    this.send({ type: "watch", id, size, anonymised });
+    return () => {
+      this.watched.delete(id);
+      this.send({ type: "leave", id });
+    };
+  }
+}

@@ -1,0 +1,286 @@
+/**
+ * Whether somebody is being watched: one pure function from everything that is known to the state that the page shows.
+ * Green needs every condition to be true; whatever is wrong, or not known, has a text and a place that mends it.
+ */
+import { areaProblem, floorPlacementProblem, floorProblem } from "./geometry.js";
+import { FRESH_MS } from "./hub/feed.js";
+import { decimal } from "./review.js";
+import { contains } from "./tools.js";
+import { EVENT_NAMES, clockTime, durationInWords } from "./words.js";
+
+/** A camera without heartbeats is heard of by its status only, which may take a cycle and a time limit to answer. */
+const STATUS_FRESH_MS = 6500;
+/** How long first answers are awaited; an open feed without a heartbeat then is one of an older camera. */
+const FIRST_ANSWERS_MS = 5000;
+
+const [FALL, BED] = EVENT_NAMES;
+const ALARMS = { [FALL]: "Fall detected", [BED]: "Patient out of bed" };
+
+/** Where in Set up something is mended: a heading's id, and its name. */
+const PLACES = {
+  events: { id: "detections-heading", name: "events" },
+  sensitivity: { id: "sensitivity-heading", name: "finding people" },
+  beds: { id: "editor-beds", name: "bed areas" },
+  exclusions: { id: "editor-exclusions", name: "exclusion areas" },
+  floor: { id: "editor-floor", name: "floor" },
+};
+
+/** Floor points of the package, in pixels: nobody has placed these. */
+export const PACKAGE_FLOOR = [
+  { x: 479, y: 381 },
+  { x: 665, y: 381 },
+  { x: 679, y: 591 },
+  { x: 385, y: 591 },
+];
+
+/** Scores between which people are found, and not everything is taken for one. */
+const SENSIBLE = { min: 0.1, max: 0.9 };
+const MOST_OF_PICTURE = 0.8;
+const MOST_OF_BED = 0.5;
+const HALF = 0.5;
+const NEARLY_ALL = 0.9;
+
+/**
+ * @typedef {object} Gap something that keeps the page from being green
+ * @property {string} text
+ * @property {?{href: string, text: string}} link to the place that mends it
+ * @property {string[]} stops names of the events that cannot begin because of it
+ */
+function gap(text, place = null, stops = []) {
+  const link = place && { href: `#setup/${PLACES[place].id}`, text: `Set up: ${PLACES[place].name}` };
+  return { text, link, stops };
+}
+
+// ---- The settings
+
+/** Shares of the picture, on a grid of points in percent, that lie in one of the areas. */
+const GRID = Array.from({ length: 50 * 50 }, (_, index) => ({
+  x: 2 * (index % 50) + 1,
+  y: 2 * Math.floor(index / 50) + 1,
+}));
+
+function shareCovered(points, areas) {
+  if (!points.length) return 0;
+  return points.filter((point) => areas.some(({ corners }) => contains(corners, point))).length / points.length;
+}
+
+function bedProblem(bed, exclusions, size) {
+  const problem = areaProblem(bed, size);
+  if (problem) return problem;
+  const inside = GRID.filter((point) => contains(bed.corners, point));
+  if (inside.length / GRID.length > MOST_OF_PICTURE) {
+    return "it covers nearly the whole picture, so whoever is in the room counts as being in bed.";
+  }
+  if (shareCovered(inside, exclusions) > MOST_OF_BED)
+    return "exclusion areas cover most of it, so nobody is seen in it.";
+  return null;
+}
+
+function bedGaps({ beds, outOfBed }, exclusions, size) {
+  if (!outOfBed) return [gap(`“${BED}” is switched off.`, "events", [BED])];
+  const active = beds.map((bed, index) => ({ bed, name: `Bed area ${index + 1}` })).filter(({ bed }) => bed.on);
+  if (!active.length) return [gap(`No bed area is switched on, so “${BED}” cannot begin.`, "beds", [BED])];
+  const problems = active.map(({ bed, name }) => ({ name, problem: bedProblem(bed, exclusions, size) }));
+  const stops = problems.every(({ problem }) => problem) ? [BED] : [];
+  return problems
+    .filter(({ problem }) => problem)
+    .map(({ name, problem }) => gap(`${name} does not work: ${problem}`, "beds", stops));
+}
+
+function exclusionGaps(exclusions) {
+  const share = shareCovered(GRID, exclusions);
+  if (share <= HALF) return [];
+  const stops = share > NEARLY_ALL ? EVENT_NAMES : [];
+  return [gap("Exclusion areas cover more than half of the picture: nobody is seen there.", "exclusions", stops)];
+}
+
+function sensitivityGaps({ sensitivity }) {
+  const value = decimal(sensitivity);
+  if (value === null) return [gap("The score that a person must reach is no number.", "sensitivity", EVENT_NAMES)];
+  if (value >= 1)
+    return [gap("No person can reach the score that is set, so nobody is seen.", "sensitivity", EVENT_NAMES)];
+  if (value <= 0) {
+    return [gap("The score that a person must reach is 0: anything counts as a person.", "sensitivity", EVENT_NAMES)];
+  }
+  if (value >= SENSIBLE.min && value <= SENSIBLE.max) return [];
+  const words = value < SENSIBLE.min ? "low: other things may count as people" : "high: people may not be seen";
+  return [gap(`The score that a person must reach is very ${words}.`, "sensitivity")];
+}
+
+function floorGaps({ falls, floor, widthM, depthM }, size) {
+  if (!falls) return [gap(`“${FALL}” is switched off.`, "events", [FALL])];
+  const [width, depth] = [widthM, depthM].map(decimal);
+  if (!(width > 0 && depth > 0)) return [gap("The floor rectangle's metres must be above 0.", "floor", [FALL])];
+  const problem = floorProblem(floor, widthM, depthM) ?? floorPlacementProblem(floor, size);
+  if (problem) return [gap(problem, "floor", [FALL])];
+  if (!floor.every(({ x, y }, index) => x === PACKAGE_FLOOR[index].x && y === PACKAGE_FLOOR[index].y)) return [];
+  return [gap("The floor points are still where the package puts them: nobody has placed them.", "floor", [FALL])];
+}
+
+/**
+ * What keeps these settings from raising both events.
+ * @param {?import("./wire.js").Settings} settings null: not known
+ * @param {import("./wire.js").Size} size
+ * @returns {Gap[]}
+ */
+export function settingsGaps(settings, size) {
+  if (!settings) return [gap("The settings are not known, so it is not known what is watched for.")];
+  const exclusions = settings.exclusions.filter(({ on }) => on);
+  return [
+    ...floorGaps(settings, size),
+    ...bedGaps(settings, exclusions, size),
+    ...sensitivityGaps(settings),
+    ...exclusionGaps(exclusions),
+  ];
+}
+
+// ---- The program
+
+function codeGaps({ code, text }) {
+  if (code === 200 || code === 502 || code === 503) return [];
+  if (code === 600) return [gap("Slow: pictures take longer than they should, events may come late.")];
+  if (code === 400) return [gap("Settings were refused in part (data error).")];
+  if (code === 100) return [gap("The program is starting.", null, EVENT_NAMES)];
+  if (code === 300) return [gap("The program has stopped.", null, EVENT_NAMES)];
+  return [gap(`The program reports “${text || "an error"}” (${code}).`, null, EVENT_NAMES)];
+}
+
+function statusGaps({ status, statusAge }) {
+  if (status?.connected) return codeGaps(status);
+  if (statusAge === null) return [gap("The program's status is not known.")];
+  return [gap(`The program's status has not been answered for ${durationInWords(statusAge)}.`)];
+}
+
+/** Troubles by which nobody is watched at all; others, known or not, leave something to be watched. */
+const BLIND = ["camera-away", "analysis-stands-still"];
+
+function heartbeatGaps({ heartbeat, beatAge }) {
+  const wrong = Array.isArray(heartbeat.wrong) ? heartbeat.wrong : [];
+  const has = (what) => wrong.some((entry) => entry.what === what);
+  const gaps = wrong.map(({ what, text }) => gap(text || what, null, BLIND.includes(what) ? EVENT_NAMES : []));
+  const age = heartbeat.cycle ? heartbeat.cycle_age_ms + beatAge : null;
+  if (age === null) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));
+  else if (!(age <= FRESH_MS) && !has("analysis-stands-still")) {
+    gaps.push(gap(`No picture has been analysed for ${durationInWords(age)}.`, null, EVENT_NAMES));
+  }
+  if (heartbeat.ticks_left_out_last_minute > 0 && !has("ticks-left-out")) {
+    gaps.push(gap(`${heartbeat.ticks_left_out_last_minute} pictures of the last minute were left out.`));
+  }
+  return gaps;
+}
+
+const LIMITED = "The feed of events is away: they are known only through the status, which shows one at a time.";
+
+function feedGaps(news) {
+  if (news.feed === "lost") return [gap(LIMITED)];
+  if (!news.heartbeat || news.feed === "absent") return [];
+  return news.beatAge > FRESH_MS ? [gap(LIMITED)] : heartbeatGaps(news);
+}
+
+// ---- All of it
+
+/** The hub's news with its ages as of now. */
+export function agedNews(news, elapsed) {
+  const older = (age) => (age === null ? null : age + elapsed);
+  return {
+    ...news,
+    statusAge: older(news.statusAge),
+    age: older(news.age),
+    beatAge: older(news.beatAge),
+    silence: older(news.silence),
+  };
+}
+
+/** Whether the events are known through the status only, one at a time. */
+export const isLimited = ({ feed, heartbeat, beatAge }) =>
+  feed === "lost" || feed === "absent" || (heartbeat !== null && beatAge > FRESH_MS);
+
+function isSilent({ silence, heartbeat, status, feed }) {
+  const lost = status?.connected === false;
+  if (silence === null || !heartbeat || feed === "absent") return lost || silence > STATUS_FRESH_MS;
+  return silence > FRESH_MS || (lost && feed !== "open");
+}
+
+/** While first answers are awaited nothing is claimed. */
+function isConnecting({ statusAge, feed, heartbeat, age }, settings) {
+  if (age > FIRST_ANSWERS_MS) return false;
+  return !settings || statusAge === null || feed === "opening" || (feed === "open" && !heartbeat);
+}
+
+/** "Fall detected, patient out of bed"; without a connection when each began, too. */
+function alarmTitle(active, silent, now) {
+  const words = active.map(({ name, since }) => {
+    const began = silent && since ? ` at ${clockTime(new Date(since), new Date(now))}` : "";
+    return `${ALARMS[name] ?? name}${began}`;
+  });
+  return words.map((text, index) => (index ? text[0].toLowerCase() + text.slice(1) : text)).join(", ");
+}
+
+/** "Program: AI (200), 312 ms a picture": the program's own words and its last cycle's time. */
+function ownWords(status) {
+  if (!status?.connected) return "";
+  const { code, text, executionTime } = status;
+  const time = Number.isFinite(executionTime) ? `, ${executionTime} ms for the last picture` : "";
+  return `Program: “${text || "no text"}” (${code})${time}`;
+}
+
+/** What nobody hears of the program means, since when, in words. */
+function silenceOf(news, now) {
+  const since = news.silence === null ? null : now - news.silence;
+  const lost = news.status?.connected === false;
+  const at = since === null ? "" : ` since ${clockTime(new Date(since), new Date(now))}`;
+  const [title, clause] = lost ? ["No connection", "connection lost"] : ["No sign of life", "no sign of life"];
+  return { since, lost, title: title + at, clause: clause + at };
+}
+
+const LOOKS = {
+  alarm: { tone: "alarm", sign: "▲" },
+  connecting: { tone: "idle", sign: "◌", title: "Connecting" },
+  silent: { tone: "off", sign: "?" },
+  "not-watching": { tone: "off", sign: "✕", title: "Not watching" },
+  partly: { tone: "warn", sign: "◐", title: "Partly armed" },
+  watching: { tone: "ok", sign: "✓", title: "Watching" },
+};
+
+function kindOf({ active, silent, connecting, missing }) {
+  if (active) return "alarm";
+  if (silent) return "silent";
+  if (connecting) return "connecting";
+  const stopped = EVENT_NAMES.filter((name) => missing.some(({ stops }) => stops.includes(name)));
+  if (stopped.length === EVENT_NAMES.length) return "not-watching";
+  return missing.length ? "partly" : "watching";
+}
+
+/**
+ * @param {object} facts
+ * @param {?object} facts.news of the hub, with ages as of now; null before the first
+ * @param {?import("./wire.js").Settings} facts.settings as the program holds them; null: not known
+ * @param {import("./wire.js").Size} facts.size
+ * @param {number} [facts.now] milliseconds since 1970 by the camera's clock
+ * @returns {{kind: "alarm"|"silent"|"connecting"|"not-watching"|"partly"|"watching", tone: string, sign: string,
+ *   title: string, program: string, missing: Gap[], silentSince: ?number, silentWords: string, lost: boolean}} an active
+ *   event comes first whatever else is wrong; silentSince: since when nothing has been heard, null while it is
+ */
+export function readiness({ news, settings, size, now = Date.now() }) {
+  const none = { program: "", missing: [], silentSince: null, silentWords: "", lost: false };
+  if (!news) return { kind: "connecting", ...LOOKS.connecting, ...none };
+  const silent = isSilent(news) ? silenceOf(news, now) : null;
+  const active = EVENT_NAMES.map((name) => news.events.find((event) => event.name === name)).filter(
+    (event) => event?.active,
+  );
+  const missing = silent ? [] : [...statusGaps(news), ...feedGaps(news), ...settingsGaps(settings, size)];
+  const kind = kindOf({ active: active.length > 0, silent, connecting: isConnecting(news, settings), missing });
+  const state = {
+    ...none,
+    kind,
+    ...LOOKS[kind],
+    missing: kind === "connecting" ? [] : missing,
+    program: silent ? "" : ownWords(news.status),
+    silentSince: silent && (silent.since ?? now),
+    silentWords: silent?.clause ?? "",
+    lost: silent?.lost ?? false,
+  };
+  if (kind === "alarm") state.title = alarmTitle(active, silent, now) + (silent ? `, ${silent.clause}` : "");
+  if (kind === "silent") state.title = silent.title;
+  return state;
+}
