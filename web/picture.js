@@ -69,7 +69,9 @@ export function LivePicture({ link, size, anonymised = false, label, live, onLiv
 export const notLiveWords = (since) => `Not live: the picture of ${clockTime(new Date(since))}`;
 
 function NotLive({ since }) {
-  return html`<p class="picture-old"><span class="sign" aria-hidden="true">✕</span>${notLiveWords(since)}</p>`;
+  return html`<p class="picture-old">
+    <span class="sign" aria-hidden="true">✕</span><span>${notLiveWords(since)}</span>
+  </p>`;
 }
 
 function messageOf(failed, refused) {

@@ -226,7 +226,7 @@ function ownWords(status) {
 
 /** What nobody hears of the program means, since when, in words. */
 function silenceOf(news, now) {
-  const since = news.silence === null ? null : now - news.silence;
+  const since = news.heardTime;
   const lost = news.status?.connected === false;
   const at = since === null ? "" : ` since ${clockTime(new Date(since), new Date(now))}`;
   const [title, clause] = lost ? ["No connection", "connection lost"] : ["No sign of life", "no sign of life"];

@@ -103,7 +103,7 @@ function Merge({ fields, onMerge }) {
         </tbody>
       </table>
     </div>
-    <p class="row">
+    <p class="row merge-end">
       <button type="button" class="quiet" onClick=${() => onMerge(mine)}>Merge with mine</button>
       <span class="small">Your other changes stay. Look at the result, then save.</span>
     </p>`;

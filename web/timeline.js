@@ -89,8 +89,8 @@ function Lane({ name, times, unwatched, at, ticks }) {
     <svg class="lane" aria-hidden="true">
       <rect class="lane-back" width="100%" y="8" height="18" rx="4" />
       ${ticks.map((time) => html`<line key=${time} class="tick" x1=${at(time)} x2=${at(time)} y1="0" y2="34" />`)}
-      ${unwatched.map(({ from, width }) => html`<rect key=${`-${from}`} class="unwatched" x=${at(from)} width=${width} y="8" height="18" />`)}
       ${times.map(({ from, width }) => html`<rect key=${from} class="bar" x=${at(from)} width=${width} y="4" height="26" rx="3" />`)}
+      ${unwatched.map(({ from, width }) => html`<rect key=${`-${from}`} class="unwatched" x=${at(from)} width=${width} y="8" height="18" />`)}
     </svg>`;
 }
 
@@ -145,7 +145,7 @@ function lasted(time, now) {
 function endOf(row, clock) {
   if (row.restart) return `ended by a restart at ${clock(row.to)}; what happened meanwhile is not known`;
   if (row.to === null) return "still active";
-  return row.why && row.to === row.now ? "lasts" : clock(row.to);
+  return row.why && row.to === row.now ? "until now" : clock(row.to);
 }
 
 function List({ rows, now }) {

@@ -143,9 +143,10 @@ function Last({ name, history, limited, now }) {
   return html`<p class="small">Last at ${clockTime(new Date(last.begin), day)}, for ${words}.</p>`;
 }
 
-function Since({ since, now }) {
+function Since({ since, silent, now }) {
   if (!since) return html`<p>Active, since when is not known.</p>`;
   const begin = Date.parse(since);
+  if (silent) return html`<p>Since ${clockTime(new Date(begin), new Date(now))}.</p>`;
   return html`<p>
     Since <time datetime=${since}>${clockTime(new Date(begin), new Date(now))}</time>, for${" "}
     <strong class="ticking">${durationInWords(now - begin)}</strong>
@@ -166,14 +167,16 @@ function lookOf(event, state, stopped) {
 function EventCard({ name, event, history, limited, state, now }) {
   const reasons = state.missing.filter(({ stops }) => stops.includes(name)).map(({ text }) => text);
   const { tone, sign, words } = lookOf(event, state, reasons.length > 0);
+  const silent = state.silentSince !== null;
   return html`<article class=${`event event-${tone}`}>
     <h3>${name}</h3>
     <p class="event-state"><span class="sign" aria-hidden="true">${sign}</span>${words}</p>
-    ${tone === "alarm" && html`<${Since} since=${event.since} now=${now} />`}
+    ${tone === "alarm" && html`<${Since} since=${event.since} silent=${silent} now=${now} />`}
     ${
-      state.silentSince !== null &&
+      silent &&
       html`<p class="note">
-        <span aria-hidden="true">! </span>${capitalised(state.silentWords)}: this is the last that is known.
+        <span aria-hidden="true">! </span
+        >${capitalised(state.silentWords)}${tone === "alarm" && ": this is the last that is known"}.
       </p>`
     }
     ${tone === "calm" && html`<${Last} name=${name} history=${history} limited=${limited} now=${now} />`}
@@ -222,6 +225,7 @@ export function Watch({ link, state, settings, waiting, live, events, past, limi
         )}
         ${
           limited &&
+          state.silentSince === null &&
           html`<p class="small note">
             <span aria-hidden="true">! </span>The events are known only through the program's status, which shows one at
             a time: while one is active, or while the program is slow, the other may be hidden.

@@ -1,7 +1,7 @@
-/** The real program, started as a user starts it, and a connection to it that can be cut. */
+/** The real program, started as a user starts it, and a connection to it that can be cut and listened to. */
 import { spawn } from "node:child_process";
 import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
-import { createConnection, createServer } from "node:net";
+import { createServer, request as createRequest } from "node:http";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -107,6 +107,12 @@ class RunningProgram {
     return readFile(join(this.state, "parameters.conf"), "utf8");
   }
 
+  /** SIGSTOP or SIGCONT to the process that the launcher watches over. */
+  async signal(name) {
+    const children = await readFile(`/proc/${this.child.pid}/task/${this.child.pid}/children`, "utf8");
+    process.kill(Number(children.trim().split(" ")[0]), name);
+  }
+
   /** Ends the program in order; throws when it does not end, or not well. */
   async stop() {
     this.stopping = true;
@@ -119,26 +125,49 @@ class RunningProgram {
   }
 }
 
-/** A port that passes everything on to another one, until the connection is cut. */
-export class Cable {
+/**
+ * A port in front of the program that passes requests on, until the connection is cut. `intercept(request, response)`
+ * returns true for a request that it answers itself, or leaves without an answer.
+ */
+export class Gateway {
   constructor(target) {
     this.target = target;
     this.sockets = new Set();
-    this.server = createServer((near) => {
-      const far = createConnection(this.target, "127.0.0.1");
-      for (const [socket, other] of [
-        [near, far],
-        [far, near],
-      ]) {
-        this.sockets.add(socket);
-        socket.on("error", () => {});
-        socket.on("close", () => {
-          this.sockets.delete(socket);
-          other.destroy();
-        });
-        socket.pipe(other);
-      }
+    this.feeds = new Set();
+    this.streams = new Set();
+    this.intercept = () => false;
+    this.server = createServer((request, response) => {
+      if (!this.intercept(request, response)) this.passOn(request, response);
     });
+    this.server.on("connection", (socket) => {
+      this.sockets.add(socket);
+      socket.on("close", () => this.sockets.delete(socket));
+    });
+  }
+
+  passOn(request, response) {
+    const { url: path, method, headers } = request;
+    const onward = createRequest({ host: "127.0.0.1", port: this.target, path, method, headers }, (answer) => {
+      response.writeHead(answer.statusCode, answer.headers);
+      response.flushHeaders();
+      answer.pipe(response);
+    });
+    onward.on("error", () => response.destroy());
+    response.on("error", () => {});
+    response.on("close", () => onward.destroy());
+    request.pipe(onward);
+    if (path.startsWith("/platform/events")) this.keep(this.feeds, response);
+    if (path.startsWith("/axis-cgi/mjpg")) this.keep(this.streams, response);
+  }
+
+  keep(set, response) {
+    set.add(response);
+    response.on("close", () => set.delete(response));
+  }
+
+  /** Says something on every open feed of events, as the program would. */
+  tell(type, data) {
+    for (const feed of this.feeds) feed.write(`event: ${type}\ndata: ${JSON.stringify(data)}\n\n`);
   }
 
   /** @returns {Promise<number>} the port to connect to */

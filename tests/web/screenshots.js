@@ -22,7 +22,7 @@ async function switchStreamsOn(page) {
   await save(page);
 }
 
-/** One page in many shapes: browsers open few connections to one address, and each page holds two. */
+/** One page in many shapes. */
 async function whileFallen(page, program) {
   await page.setViewportSize({ width: 1440, height: 900 });
   const fall = page.getByRole("article").filter({ hasText: "Fall Detected" });

@@ -3,6 +3,7 @@
  * and requests one after the other. A browser opens six connections to a camera, whatever the number of its tabs.
  *
  * Messages to a tab:
+ *   hello     the hub knows the tab (again) and that it wants no pictures yet
  *   news      once a second and after each change, see newsOf()
  *   past      {history, watching} of the feed, when it has changed
  *   settings  {document, portrait, error}: as last read, when they have changed or after "refresh"; error: why they could
@@ -44,6 +45,8 @@ export class Hub {
     this.status = new StatusPoll(this.control, { told: () => this.takeStatus(), back: () => this.connectAgain() }, now);
     /** Since when the status tells an event of which the feed knows nothing. */
     this.toldByStatus = new Map();
+    this.heard = -Infinity;
+    this.heardTime = null;
     this.settings = { document: null, portrait: null, error: null };
     this.settingsAt = -Infinity;
     this.reading = false;
@@ -81,6 +84,7 @@ export class Hub {
     if (!tab) {
       tab = { seenAt: this.now(), watched: new Map() };
       this.tabs.set(port, tab);
+      port.postMessage({ type: "hello" });
       port.postMessage({ type: "past", ...this.past() });
       if (this.settingsAt > -Infinity) port.postMessage({ type: "settings", ...this.settings });
       port.postMessage(this.news());
@@ -189,13 +193,16 @@ export class Hub {
 
   /**
    * What is known now. Ages in milliseconds, null for what there never was: statusAge since the status answered, beatAge
-   * since the heartbeat arrived, silence since anything came from the program, age since this hub began.
+   * since the heartbeat arrived, silence since anything came from the program, age since this hub began. heardTime: when that something came, in
+   * milliseconds since 1970 by the camera's clock.
    */
   news() {
     const now = this.now();
     const since = (at) => (at === null ? null : now - at);
     const { state, heartbeat, offset, beatAt } = this.feed;
     const heard = Math.max(this.status.answeredAt ?? -Infinity, beatAt ?? -Infinity);
+    if (heard !== this.heard) this.heardTime = Date.now() - (now - heard) + offset;
+    this.heard = heard;
     return {
       type: "news",
       status: this.status.status,
@@ -204,6 +211,7 @@ export class Hub {
       heartbeat,
       beatAge: since(beatAt),
       silence: heard === -Infinity ? null : now - heard,
+      heardTime: heard === -Infinity ? null : this.heardTime,
       age: now - this.beganAt,
       events: this.events(),
       offset,
@@ -225,6 +233,7 @@ export class Hub {
   // ---- Pictures
 
   watch(port, tab, { id, size, anonymised }) {
+    if (tab.watched.has(id)) return;
     const key = `${size} ${anonymised}`;
     const watched = { port, id, key, owes: false, next: null };
     tab.watched.set(id, watched);

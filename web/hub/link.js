@@ -51,6 +51,10 @@ export class Link extends EventTarget {
     this.port = this.own ? ownHub() : this.tryShared();
     this.port.onmessage = ({ data }) => this.take(data);
     this.refuseAll();
+  }
+
+  /** A hub that has just come to know this tab, or had given it up, is told what it looks at. */
+  watchAll() {
     for (const [id, { size, anonymised }] of this.watched) this.send({ type: "watch", id, size, anonymised });
   }
 
@@ -84,7 +88,8 @@ export class Link extends EventTarget {
       this.send({ type: "here" });
       message.at = this.heardAt;
     }
-    if (type === "answer") this.answered(message);
+    if (type === "hello") this.watchAll();
+    else if (type === "answer") this.answered(message);
     else if (type === "picture") this.watched.get(message.id)?.onPicture(message.picture);
     else if (type === "failed") this.watched.get(message.id)?.onFail(message.status);
     else this.dispatchEvent(new CustomEvent(type, { detail: message }));

@@ -2,7 +2,7 @@ import assert from "node:assert/strict";
 import { after, afterEach, before, describe, test } from "node:test";
 import { Control, saveAndCheck } from "../../../web/api.js";
 import { encodeSettings, parseSettings } from "../../../web/wire.js";
-import { drag, handle, noComplaints, openBrowser, openSetup, save, whereabouts } from "../browser.js";
+import { axeViolations, drag, handle, noComplaints, openBrowser, openSetup, save, whereabouts } from "../browser.js";
 import { demoCamera, demoParameters, startProgram } from "../program.js";
 
 const SIZE = { width: 1280, height: 720 };
@@ -96,6 +96,39 @@ describe("what the page checks before it saves", () => {
   });
 });
 
+test("two installers: what the other has saved is not overwritten, and goes together with one's own", async () => {
+  const earlier = await read();
+  page = await openSetup(browser, program.page);
+  const other = await openSetup(browser, program.page);
+  await drag(page, "Bed area 1, corner 1", 0.3, 0.3);
+  const mine = await whereabouts(page, "Bed area 1, corner 1");
+  await page.getByLabel("Red to green (width)").fill("1.80");
+  await other.getByLabel("Red to green (width)").fill("1.70");
+  await other.getByRole("switch", { name: "Exclusion area 2 in use" }).check();
+  await save(other);
+  const stored = await program.stored();
+
+  await save(page, /Not saved: somebody else has changed settings/);
+  assert.equal(await program.stored(), stored, "nothing was sent");
+  const merge = page.getByRole("region", { name: "Changed by somebody else" });
+  await merge.getByRole("row", { name: /Exclusion area 2 off Theirs: on/ }).waitFor();
+  assert.deepEqual(await axeViolations(page), []);
+  await merge.getByRole("group", { name: "Width" }).getByLabel("Yours: 1.80").check();
+  await page.getByRole("button", { name: "Merge with mine" }).click();
+  await save(page);
+  const now = await read();
+  const { x, y } = now.beds[0].corners[0];
+  assert.deepEqual([x, y, now.exclusions[1].on, now.widthM], [...mine, true, "1.80"]);
+
+  // Who looks on without edits of his own is shown what was saved.
+  await other.waitForFunction(() => document.getElementById("editor-width").value === "1.80");
+  await other.getByRole("button", { name: "Bed area 1" }).click();
+  assert.deepEqual(await whereabouts(other, "Bed area 1, corner 1"), mine);
+  await other.context().close();
+  noComplaints(page);
+  await store(earlier);
+});
+
 test("markup that somebody stored does not run, and the page goes on working", async () => {
   const earlier = await read();
   const image = "<img src=x onerror=\"document.title='ran'\">";
@@ -148,9 +181,7 @@ test("keyboard only: a corner is moved, undone, moved again and saved", async ()
   await page.reload();
   await page
     .getByRole("banner")
-    .getByText("Watching")
-    .or(page.getByRole("banner").getByText("Patient out of bed"))
-    .first()
+    .getByText(/Watching|Partly armed|detected|out of bed/i)
     .waitFor();
 
   await tabTo("Set up");

@@ -41,7 +41,7 @@ class FakeSource extends EventTarget {
 /** A tab as the hub sees it. */
 class Tab {
   constructor() {
-    this.got = { picture: [], failed: [], settings: [], past: [] };
+    this.got = { hello: [], answer: [], picture: [], failed: [], settings: [], past: [] };
     this.news = null;
     this.alive = true;
   }
@@ -288,7 +288,7 @@ describe("tabs", () => {
     assert.equal(streams[0].signal.aborted, true);
     assert.equal(hub.tabs.has(gone), false);
     gone.say({ type: "here" });
-    assert.equal(hub.tabs.has(gone), true, "a frozen tab that wakes is welcome");
+    assert.deepEqual([hub.tabs.has(gone), gone.got.hello.length], [true, 2], "a frozen tab that wakes is welcome");
   });
 
   test("a stream that falls silent is opened anew; one that is refused says why", async () => {
@@ -311,7 +311,6 @@ describe("tabs", () => {
     const answered = globalThis.fetch;
     globalThis.fetch = async (url, options) =>
       url.includes("get_all_parameters") ? { ok: true, text: async () => stored.document() } : answered(url, options);
-    tab.got.answer = [];
     tab.say({ type: "ask", id: 7, url: "http://camera/control.cgi?action=set_all_parameters" });
     await settle();
     assert.deepEqual([tab.got.answer[0].id, tab.got.settings.length], [7, before + 1]);

@@ -65,6 +65,7 @@ const NEWS = {
   heartbeat: BEAT,
   beatAge: 900,
   silence: 500,
+  heardTime: NOON - 5000,
   age: 60000,
   events: events(false, false),
   offset: 0,
@@ -247,7 +248,13 @@ describe("what was known stays when nothing is heard any more", () => {
     assert.equal(state(first).kind, "connecting");
     assert.equal(state({ age: 300 }, null).kind, "connecting");
     assert.equal(state({ ...first, events: events(true, null) }).kind, "alarm");
-    const never = { status: { ...STATUS, code: null, connected: false }, statusAge: null, silence: null, feed: "lost" };
+    const never = {
+      status: { ...STATUS, code: null, connected: false },
+      statusAge: null,
+      silence: null,
+      heardTime: null,
+      feed: "lost",
+    };
     assert.deepEqual(
       [state({ ...never, heartbeat: null }).kind, state({ ...never, heartbeat: null }).title],
       ["silent", "No connection"],
