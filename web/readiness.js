@@ -146,7 +146,7 @@ function codeGaps({ code, text }) {
 }
 
 function statusGaps({ status, statusAge }) {
-  if (status?.connected) return codeGaps(status);
+  if (status?.connected && statusAge <= STATUS_FRESH_MS) return codeGaps(status);
   if (statusAge === null) return [gap("The program's status is not known.")];
   return [gap(`The program's status has not been answered for ${durationInWords(statusAge)}.`)];
 }
@@ -155,14 +155,16 @@ function statusGaps({ status, statusAge }) {
 const BLIND = ["camera-away", "analysis-stands-still"];
 
 function heartbeatGaps({ heartbeat, beatAge }) {
-  const wrong = Array.isArray(heartbeat.wrong) ? heartbeat.wrong : [];
-  const has = (what) => wrong.some((entry) => entry.what === what);
-  const gaps = wrong.map(({ what, text }) => gap(text || what, null, BLIND.includes(what) ? EVENT_NAMES : []));
-  const age = heartbeat.cycle ? heartbeat.cycle_age_ms + beatAge : null;
-  if (age === null) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));
-  else if (!(age <= FRESH_MS) && !has("analysis-stands-still")) {
-    gaps.push(gap(`No picture has been analysed for ${durationInWords(age)}.`, null, EVENT_NAMES));
-  }
+  if (!Array.isArray(heartbeat.wrong)) return [gap("The camera does not tell what is wrong.")];
+  const has = (what) => heartbeat.wrong.some((entry) => entry.what === what);
+  const gaps = heartbeat.wrong.map(({ what, text }) =>
+    gap(text || what, null, BLIND.includes(what) ? EVENT_NAMES : []),
+  );
+  const [cycle, picture] = [heartbeat.cycle_age_ms, heartbeat.picture_age_ms].map((age) => age + beatAge);
+  if (!heartbeat.cycle) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));
+  else if (!(cycle <= FRESH_MS) && !has("analysis-stands-still")) {
+    gaps.push(gap(`No picture has been analysed for ${durationInWords(cycle)}.`, null, EVENT_NAMES));
+  } else if (!(picture <= FRESH_MS)) gaps.push(gap(`The picture analysed last is ${durationInWords(picture)} old.`));
   if (heartbeat.ticks_left_out_last_minute > 0 && !has("ticks-left-out")) {
     gaps.push(gap(`${heartbeat.ticks_left_out_last_minute} pictures of the last minute were left out.`));
   }
@@ -172,9 +174,16 @@ function heartbeatGaps({ heartbeat, beatAge }) {
 const LIMITED = "The feed of events is away: they are known only through the status, which shows one at a time.";
 
 function feedGaps(news) {
-  if (news.feed === "lost") return [gap(LIMITED)];
+  if (news.feed === "lost" || news.feed === "opening") return [gap(LIMITED)];
   if (!news.heartbeat || news.feed === "absent") return [];
   return news.beatAge > FRESH_MS ? [gap(LIMITED)] : heartbeatGaps(news);
+}
+
+function eventGaps({ events }) {
+  const unknown = EVENT_NAMES.filter(
+    (name) => typeof events.find((event) => event.name === name)?.active !== "boolean",
+  );
+  return unknown.map((name) => gap(`Whether “${name}” is active is not known.`));
 }
 
 // ---- All of it
@@ -230,7 +239,7 @@ function silenceOf(news, now) {
   const lost = news.status?.connected === false;
   const at = since === null ? "" : ` since ${clockTime(new Date(since), new Date(now))}`;
   const [title, clause] = lost ? ["No connection", "connection lost"] : ["No sign of life", "no sign of life"];
-  return { since, lost, title: title + at, clause: clause + at };
+  return { since, title: title + at, clause: clause + at };
 }
 
 const LOOKS = {
@@ -258,17 +267,19 @@ function kindOf({ active, silent, connecting, missing }) {
  * @param {import("./wire.js").Size} facts.size
  * @param {number} [facts.now] milliseconds since 1970 by the camera's clock
  * @returns {{kind: "alarm"|"silent"|"connecting"|"not-watching"|"partly"|"watching", tone: string, sign: string,
- *   title: string, program: string, missing: Gap[], silentSince: ?number, silentWords: string, lost: boolean}} an active
+ *   title: string, program: string, missing: Gap[], silentSince: ?number, silentWords: string}} an active
  *   event comes first whatever else is wrong; silentSince: since when nothing has been heard, null while it is
  */
 export function readiness({ news, settings, size, now = Date.now() }) {
-  const none = { program: "", missing: [], silentSince: null, silentWords: "", lost: false };
+  const none = { program: "", missing: [], silentSince: null, silentWords: "" };
   if (!news) return { kind: "connecting", ...LOOKS.connecting, ...none };
   const silent = isSilent(news) ? silenceOf(news, now) : null;
   const active = EVENT_NAMES.map((name) => news.events.find((event) => event.name === name)).filter(
     (event) => event?.active,
   );
-  const missing = silent ? [] : [...statusGaps(news), ...feedGaps(news), ...settingsGaps(settings, size)];
+  const missing = silent
+    ? []
+    : [...statusGaps(news), ...feedGaps(news), ...eventGaps(news), ...settingsGaps(settings, size)];
   const kind = kindOf({ active: active.length > 0, silent, connecting: isConnecting(news, settings), missing });
   const state = {
     ...none,
@@ -278,7 +289,6 @@ export function readiness({ news, settings, size, now = Date.now() }) {
     program: silent ? "" : ownWords(news.status),
     silentSince: silent && (silent.since ?? now),
     silentWords: silent?.clause ?? "",
-    lost: silent?.lost ?? false,
   };
   if (kind === "alarm") state.title = alarmTitle(active, silent, now) + (silent ? `, ${silent.clause}` : "");
   if (kind === "silent") state.title = silent.title;

@@ -95,7 +95,7 @@ test("an installer's demo is green: everything that must be true for it is", () 
   for (const news of [
     { feed: "absent", heartbeat: null, beatAge: null },
     { heartbeat: null, beatAge: null },
-    { beatAge: 2600, silence: 2600 },
+    { beatAge: 2400, silence: 2400 },
   ]) {
     assert.equal(state(news).kind, "watching", "a camera with less to tell, or a heartbeat of just now");
   }
@@ -170,6 +170,12 @@ describe("whatever is missing is told, with the place that mends it, and nothing
     ...[400, 600].map((code) => [`status ${code}`, { status: { ...STATUS, code } }, {}, "partly"]),
     ["no status for a while", { status: { ...STATUS, connected: false }, statusAge: 9000 }, {}, "partly"],
     ["no status ever", { status: null, statusAge: null }, {}, "partly"],
+    ["a status of long ago", { statusAge: 7000 }, {}, "partly"],
+    ["an event of which nothing is told", { events: events(false, false).slice(0, 1) }, {}, "partly"],
+    ["an event that is not known", { events: events(false, null) }, {}, "partly"],
+    ["a feed that does not open", { feed: "opening", heartbeat: null, beatAge: null }, {}, "partly"],
+    ["a heartbeat that does not tell what is wrong", beat({ wrong: undefined }), {}, "partly"],
+    ["an old picture", beat({ picture_age_ms: 2200 }), {}, "partly"],
     ["the feed away", { feed: "lost", beatAge: 9000 }, {}, "partly"],
     ["no heartbeat although the status answers", { beatAge: 3001 }, {}, "partly"],
     ["no cycle yet", beat({ cycle: 0, cycle_age_ms: null, picture_age_ms: null }), {}, "not-watching"],
@@ -200,7 +206,6 @@ describe("whatever is missing is told, with the place that mends it, and nothing
         ["alarm", "alarm", "Fall detected"],
         "an alarm stays foremost",
       );
-      assert.deepEqual(fallen.missing, missing);
     });
   }
 
