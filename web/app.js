@@ -40,14 +40,10 @@ function useHub(link) {
   const [told, setTold] = useState({ news: null, past: PAST, seen: null, begun: "", ended: "" });
   const [, look] = useReducer((count) => count + 1, 0);
   useEffect(() => {
-    link.addEventListener("news", ({ detail }) =>
-      setTold((before) => ({
-        ...before,
-        news: detail,
-        ...spoken(before.news?.events ?? [], detail.events, before.seen),
-      })),
+    link.listen("news", (news) =>
+      setTold((before) => ({ ...before, news, ...spoken(before.news?.events ?? [], news.events, before.seen) })),
     );
-    link.addEventListener("past", ({ detail }) => setTold((before) => ({ ...before, past: detail })));
+    link.listen("past", (past) => setTold((before) => ({ ...before, past })));
     const timer = setInterval(look, LOOK_MS);
     return () => clearInterval(timer);
   }, []);
@@ -72,7 +68,7 @@ function useDraft(link, control) {
   const [, redraw] = useReducer((count) => count + 1, 0);
   const draft = useMemo(() => new SettingsDraft(control, redraw, () => link.refresh()), []);
   useEffect(() => {
-    link.addEventListener("settings", ({ detail }) => draft.receive(detail));
+    link.listen("settings", (read) => draft.receive(read));
     const ask = (event) => draft.dirty && event.preventDefault();
     addEventListener("beforeunload", ask);
     return () => removeEventListener("beforeunload", ask);

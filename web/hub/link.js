@@ -27,13 +27,11 @@ function ownHub() {
   return port2;
 }
 
-/**
- * A tab's way to the hub. "news", "past" and "settings" are events whose detail is the hub's message; news has `at`,
- * when it came by performance.now(). A hub that does not start or falls silent is replaced, in the end by one in the tab.
- */
-export class Link extends EventTarget {
+/** A tab's way to the hub. A hub that does not start or falls silent is replaced, in the end by one in the tab. */
+export class Link {
   constructor() {
-    super();
+    this.listeners = new Map();
+    this.newest = new Map();
     this.asked = new Map();
     this.watched = new Map();
     this.lastId = 0;
@@ -92,7 +90,19 @@ export class Link extends EventTarget {
     else if (type === "answer") this.answered(message);
     else if (type === "picture") this.watched.get(message.id)?.onPicture(message.picture);
     else if (type === "failed") this.watched.get(message.id)?.onFail(message.status);
-    else this.dispatchEvent(new CustomEvent(type, { detail: message }));
+    else {
+      this.newest.set(type, message);
+      this.listeners.get(type)?.(message);
+    }
+  }
+
+  /**
+   * Hears the hub's messages of a type from now on, and the newest so far: effects of a tab in the background come late.
+   * @param {"news" | "past" | "settings"} type news has `at`, when it came by performance.now()
+   */
+  listen(type, take) {
+    this.listeners.set(type, take);
+    if (this.newest.has(type)) take(this.newest.get(type));
   }
 
   answered({ id, text, error, status }) {
