@@ -38,9 +38,9 @@ struct ModelSidecar {
 
 inline constexpr size_t kMaxModelBytes = size_t{64} << 20;
 
-/// Reads the sidecar beside the network file and checks all that can be known without running the network, above all
+/// Reads the sidecar beside the file `model` and checks all that can be known without running the network, above all
 /// that it is the one described: a damaged network runs, and finds nobody. `network` is the file's content. Throws
 /// std::runtime_error with one line.
-ModelSidecar readModelSidecar(const std::string& file, std::string_view network);
+ModelSidecar readModelSidecar(const std::string& model, std::string_view network);
 
 }  // namespace workstation
