@@ -40,7 +40,8 @@ class RtspCamera {
     const std::string grey = std::to_string(0xFF000000U + static_cast<unsigned>(luma) * 0x010101U);
     const std::string pipeline =
         "( videotestsrc is-live=true pattern=solid-color foreground-color=" + grey +
-        " ! video/x-raw,format=I420,framerate=10/1,width=" + std::to_string(width) + ",height=" + std::to_string(height) +
+        " ! video/x-raw,format=I420,framerate=10/1,width=" + std::to_string(width) +
+        ",height=" + std::to_string(height) +
         (codec == Codec::kJpeg ? " ! jpegenc ! rtpjpegpay name=pay0 )"
                                : " ! vp8enc deadline=1 keyframe-max-dist=10 ! rtpvp8pay name=pay0 )");
     m_process = ::fork();
