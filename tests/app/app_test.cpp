@@ -326,17 +326,18 @@ TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
 TEST(Startup, NamesTheSettingsThatSpoilTheFloor) {
   const std::string points =
       "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor\n";
-  const std::string rule = ": must be above 0; until the floor is saved again, falls may be missed\n";
-  const std::string rejected = "Degenerate Matrix\n";
+  const auto metres = [](const std::string& fault) {
+    return fault + ": must be above 0; until the floor is saved again, falls may be missed\n";
+  };
   const Lens lens("UINT32 3700;\n");
   g_StreamWidth = 1280;
   g_StreamHeight = 720;
   for (const auto& [yellowX, width, height, faults] :
-       {std::tuple{385, 0.0F, 2.0F, rejected + "WRectM is 0.000000" + rule},
-        {665, 1.5F, 2.0F, rejected + points},
-        {665, 1.5F, -2.0F, rejected + "HRectM is -2.000000" + rule + points},
-        {385, NAN, INFINITY, rejected + "WRectM is nan" + rule + "HRectM is inf" + rule},
-        {385, -1.0F, 2.0F, "WRectM is -1.000000" + rule}}) {
+       {std::tuple{385, 0.0F, 2.0F, metres("WRectM is 0.000000")},
+        {665, 1.5F, 2.0F, points},
+        {665, 1.5F, -2.0F, metres("HRectM is -2.000000").append(points)},
+        {385, NAN, INFINITY, metres("WRectM is nan").append(metres("HRectM is inf"))},
+        {385, -1.0F, 2.0F, metres("WRectM is -1.000000")}}) {
     const StateFolder state;
     openlog("startup_test", 0, LOG_USER);
     const int corners[] = {479, 381, 665, 381, 679, 591, yellowX, yellowX == 665 ? 381 : 591};
@@ -347,7 +348,7 @@ TEST(Startup, NamesTheSettingsThatSpoilTheFloor) {
     // Errors only, without time and process.
     std::string log = std::regex_replace(state.read("system.log"), std::regex("[^\n]*\\] info: [^\n]*\n"), "");
     log = std::regex_replace(log, std::regex("[^\n]*\\] error: "), "");
-    EXPECT_EQ(log, faults);
+    EXPECT_EQ(log, width < 0 ? faults : "Degenerate Matrix\n" + faults);
   }
 }
 

@@ -201,7 +201,8 @@ TEST_F(Refused, ALensThatHangsIsNamedAndKeepsNoStateWhenItIsLeftBehind) {
   const fs::path asked = folder_ / "asked";
   const fs::path busctl = write("busctl", "#!/bin/sh\necho $$ > '" + asked.string() + "'\nsleep 1000\n");
   fs::permissions(busctl, fs::perms::owner_all);
-  const std::string path = std::getenv("PATH");
+  const char* const known = std::getenv("PATH");
+  const std::string path = known == nullptr ? "" : known;
   setenv("PATH", (folder_.string() + ":" + path).c_str(), 1);
   const std::string state = " --state '" + (folder_ / "state").string() + "'";
   auto ended = std::async(std::launch::async, [&state] { return run("replay demo --json" + state); });

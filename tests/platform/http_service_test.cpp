@@ -411,8 +411,8 @@ TEST_F(HttpServing, AnswersWrongPasswordsLaterAndLater) {
     });
   }
   EXPECT_EQ(askAs(m_port, "ward", "the password", nullptr), 200U);
-  std::vector<std::chrono::steady_clock::duration> waits;
-  for (auto& one : tries) waits.push_back(one.get());
+  std::vector<std::chrono::steady_clock::duration> waits(tries.size());
+  std::transform(tries.begin(), tries.end(), waits.begin(), [](auto& one) { return one.get(); });
   std::sort(waits.begin(), waits.end());
   EXPECT_GE(waits[0], 500ms);
   EXPECT_GE(waits[1], 1000ms);
