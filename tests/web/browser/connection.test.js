@@ -180,10 +180,14 @@ test("a browser without shared workers shows the same", async () => {
 });
 
 test("a camera without the feed of events tells them through its status, and the page says that", async () => {
-  gateway.intercept = ({ url }, response) => url.startsWith("/platform/events") && response.writeHead(404).end("none");
+  gateway.intercept = ({ url }, response) => {
+    if (url.startsWith("/platform/events")) return response.writeHead(404).end("none");
+    return url.includes("action=get_status_code") && response.end("502");
+  };
   const page = await open();
   await page.getByText(/known only through the program's status/).waitFor();
-  await card(page, BED).getByText(KNOWN).waitFor();
+  await card(page, BED).getByText(ACTIVE).waitFor();
+  await card(page, FALL).getByText("Not known").waitFor();
   await page.getByText("Hatched: not known.").waitFor();
 });
 
