@@ -138,6 +138,7 @@ function Legend({ unwatched }) {
 }
 
 function lasted(time, now) {
+  if (time.restart) return "not known";
   const words = durationInWords((time.to ?? now) - time.from);
   return time.known ? words : `more than ${words}`;
 }

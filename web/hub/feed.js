@@ -115,7 +115,8 @@ export class EventFeed {
   }
 
   takeWatching({ active, time }) {
-    if (this.watching?.at(-1)?.time === time) return;
+    const last = this.watching?.at(-1);
+    if (last?.time === time && last.active === active) return;
     this.watching = [...(this.watching ?? []), { active, time }];
     this.listener.past();
   }

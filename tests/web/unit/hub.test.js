@@ -221,10 +221,13 @@ describe("the feed", () => {
     assert.equal(FakeSource.opened, 3, "numbers of another run mean nothing");
     feed().state({ seq: 0, run: "b" });
     feed().say("change", { seq: 1, run: "b", name: FALL, active: true, time: TIME, closed_at_start: true });
-    feed().say("watching", { seq: 2, run: "b", active: true, time: TIME });
+    for (const active of [true, true, false]) feed().say("watching", { seq: 2, run: "b", active, time: TIME });
     assert.deepEqual(tab.active, [FALL]);
     const { history, watching } = tab.got.past.at(-1);
-    assert.deepEqual([history.length, history[0].closed_at_start, watching], [1, true, [{ active: true, time: TIME }]]);
+    assert.deepEqual(
+      [history.length, history[0].closed_at_start, watching],
+      [1, true, [true, false].map((active) => ({ active, time: TIME }))],
+    );
   });
 
   test("an error of the status alone is no lost connection, two are, and the first answer brings it back", async () => {
