@@ -166,19 +166,30 @@ class WaitingMessages {
     GSource* watch = nullptr;
   };
 
+  /// Whom the watch is about; it may outlive the entry.
+  struct Client {
+    std::shared_ptr<SoupServerMessage> message;
+    Abandoned abandoned;
+  };
+
   /// libsoup does not look at the connection of a paused message.
   void watch(Waiting& waiting) {
-    GSocket* const socket = workstation::socketOf(waiting.message);
-    waiting.watch = g_socket_create_source(socket, G_IO_IN, nullptr);
+    waiting.watch = g_socket_create_source(workstation::socketOf(waiting.message), G_IO_IN, nullptr);
     constexpr auto readable = +[](GSocket* ready, GIOCondition, gpointer data) -> gboolean {
       char byte = 0;
       const ssize_t got = ::recv(g_socket_get_fd(ready), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
       if (got > 0) return G_SOURCE_REMOVE;  // it goes on speaking: it is there
       if (got < 0 && (errno == EAGAIN || errno == EINTR)) return G_SOURCE_CONTINUE;
-      workstation::dropConnection(static_cast<SoupServerMessage*>(data));
+      const auto* client = static_cast<Client*>(data);
+      *client->abandoned = true;
+      workstation::dropConnection(client->message.get());
       return G_SOURCE_REMOVE;
     };
-    g_source_set_callback(waiting.watch, G_SOURCE_FUNC(readable), g_object_ref(waiting.message), g_object_unref);
+    auto client = std::make_unique<Client>(Client{
+        {SOUP_SERVER_MESSAGE(g_object_ref(waiting.message)), [](SoupServerMessage* held) { g_object_unref(held); }},
+        waiting.abandoned});
+    g_source_set_callback(waiting.watch, G_SOURCE_FUNC(readable), client.release(),
+                          [](gpointer data) { std::unique_ptr<Client>(static_cast<Client*>(data)); });
     g_source_attach(waiting.watch, m_context);
   }
 
