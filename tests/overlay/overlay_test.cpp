@@ -28,25 +28,10 @@ constexpr axoverlay_stream_data kOtherStream = {4, 1, 1920, 1080, 0, FALSE, AXOV
 
 /// Somebody upright in the middle: shoulders at 200, feet at 560, box from (600, 150) to (680, 560).
 Skeleton standing(int rotation = 0) {
-  constexpr std::array<std::array<int, 2>, 17> at = {{{640, 150},
-                                                      {644, 150},
-                                                      {636, 150},
-                                                      {650, 150},
-                                                      {630, 150},
-                                                      {680, 200},
-                                                      {600, 200},
-                                                      {720, 280},
-                                                      {560, 280},
-                                                      {780, 280},
-                                                      {540, 340},
-                                                      {670, 360},
-                                                      {610, 360},
-                                                      {670, 460},
-                                                      {610, 460},
-                                                      {670, 560},
-                                                      {610, 560}}};
+  constexpr std::array<int, 17> x{640, 644, 636, 650, 630, 680, 600, 720, 560, 780, 540, 670, 610, 670, 610, 670, 610};
+  constexpr std::array<int, 17> y{150, 150, 150, 150, 150, 200, 200, 280, 280, 280, 340, 360, 360, 460, 460, 560, 560};
   Keypoints keypoints;
-  for (std::size_t i = 0; i < at.size(); ++i) keypoints[BodyParts[i]] = {{at[i][0], at[i][1]}, BodyParts[i], 1.0F};
+  for (std::size_t i = 0; i < x.size(); ++i) keypoints[BodyParts[i]] = {{x[i], y[i]}, BodyParts[i], 1.0F};
   return {keypoints, rotation, 0.875F};
 }
 
@@ -91,32 +76,22 @@ class Overlay : public ::testing::Test {
   std::unique_ptr<OverlayManager> m_manager;
 };
 
-TEST_F(Overlay, PaletteAndCheckeredPatterns) {
-  const std::array colors = {P::kBlack, P::kRed, P::kGreen, P::kBlue, P::kYellow, P::kWhite, P::kOrange, 0xFF4677CFU};
-  for (const int index : {0, 1, 2, 3, 4, 5, 6, 7, 8, -1}) {
-    const std::uint32_t color = index >= 0 && index < 8 ? colors[static_cast<std::size_t>(index)] : P::kBlack;
-    Picture picture(40, 40);
-    capturedLog().clear();
-    OverlayManager::drawRectangle(picture.cairo(), 10, 10, 30, 30, index, 4, true);
-    EXPECT_EQ(picture.at(10, 20), color) << index;
-    const bool isPatterned = index == Red || index == Green || index == Yellow || index == Orange;
-    for (const auto& [x, y] : {std::pair{12, 12}, {13, 15}, {16, 19}, {17, 20}, {27, 27}}) {
-      const bool isColored = (x / 4 + y / 4) % 2 == 0;
-      EXPECT_EQ(picture.at(x, y), !isColored ? P::kWhite : isPatterned ? color : P::kGray) << index << " at " << x;
-    }
-    const bool isUnknown = index < 0 || index > 7;
-    EXPECT_EQ(capturedLog().size(), isUnknown ? 1U : 0U);
-    EXPECT_EQ(hasLogged(LOG_ERR, "Unknown color index passed to OverlayManager::usePaletteColor. Using Black."),
-              isUnknown);
-  }
-}
-
 TEST_F(Overlay, ShapesInPixelsOfTheStream) {
+  for (const auto& [index, color, pattern] : {std::tuple{int{Red}, P::kRed, P::kRed},
+                                              {Orange, P::kOrange, P::kOrange},
+                                              {CornflowerBlue, 0xFF4677CFU, P::kGray},
+                                              {8, P::kBlack, P::kGray}}) {
+    Picture checkered(40, 40);
+    OverlayManager::drawRectangle(checkered.cairo(), 10, 10, 30, 30, index, 4, true);
+    EXPECT_EQ(checkered.at(10, 20), color) << index;
+    for (const auto& [x, y] : {std::pair{12, 12}, {13, 15}, {16, 19}, {17, 20}, {27, 27}}) {
+      EXPECT_EQ(checkered.at(x, y), (x / 4 + y / 4) % 2 == 0 ? pattern : P::kWhite) << index << " at " << x;
+    }
+  }
   Picture picture(100, 100);
   cairo_t* const cairo = picture.cairo();
   OverlayManager::usePaletteColor(cairo, White, 0.5);
   cairo_paint(cairo);
-  EXPECT_EQ(picture.at(50, 50), 0x80808080U);
   OverlayManager::drawCross(cairo, 30, 40, Red, 4, 10);
   OverlayManager::drawBox(cairo, 70, 40, Green, 4, 10);
   OverlayManager::drawCircle(cairo, 30, 80, Blue, 4, 10);
@@ -131,32 +106,6 @@ TEST_F(Overlay, ShapesInPixelsOfTheStream) {
   EXPECT_EQ(picture.at(70, 40), 0x80808080U);
   EXPECT_EQ(picture.at(30, 80), 0x80808080U);
   EXPECT_EQ(picture.at(70, 80), P::kOrange);
-  for (const auto& [seconds, text] : {std::pair{0, "0 seconds"},
-                                      {1, "1 second"},
-                                      {2, "2 seconds"},
-                                      {59, "59 seconds"},
-                                      {60, "1 minute"},
-                                      {119, "1 minute"},
-                                      {120, "2 minutes"},
-                                      {3599, "59 minutes"}}) {
-    EXPECT_EQ(OverlayManager::secondsToTimeText(seconds), text);
-  }
-}
-
-TEST_F(Overlay, AnalysisCoordinatesAreMappedOntoTheStream) {
-  Picture picture(640, 360);
-  const RenderingContext mirrored{picture.cairo(), 100.0F, 0.5F, 0.5F, true, 639};
-  RenderingContext upright = mirrored;
-  upright.isMirrored = false;
-  EXPECT_EQ(std::pair(mirrored.streamX(300), mirrored.streamY(200)), std::pair(539, 100));
-  EXPECT_EQ(std::pair(upright.streamX(303), upright.streamY(-3)), std::pair(101, -1));
-  OverlayManager::drawCross(mirrored, {300, 200}, Red, 4, 20);
-  const P::Part cross = picture.find(P::kRed);
-  EXPECT_EQ(std::pair(cross.left, cross.right), std::pair(529, 548));
-  OverlayManager::drawRectangle(upright, {{200, 100}, {240, 140}}, Blue, 2, false);
-  EXPECT_EQ(picture.at(50, 60), P::kBlue);
-  OverlayManager::drawCircle(upright, {300, 600}, Green, 4, 40);
-  EXPECT_EQ(picture.at(100, 279), P::kGreen);
 }
 
 TEST_F(Overlay, FootingThenActivityColourAPerson) {
@@ -292,17 +241,12 @@ TEST_F(Overlay, ThePictureIsCentredTurnedAndMirrored) {
 }
 
 TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
-  for (axoverlay_stream_data stream : {axoverlay_stream_data{1, 1, 1280, 720, 0, FALSE, {}},
-                                       {1, 1, 1280, 720, 90, FALSE, {}},
-                                       {1, 1, 1280, 720, 270, FALSE, {}},
-                                       {1, 1, 1280, 720, 180, FALSE, {}},
-                                       {1, 1, 1920, 1080, 90, FALSE, {}}}) {
-    const int width = stream.width, height = stream.height, rotation = stream.rotation;
+  for (const auto& [width, height, rotation] : {std::tuple{1280, 720, 0}, {1280, 720, 90}, {1920, 1080, 270}}) {
     OverlayManager::SetOverlayStreamResolution(static_cast<unsigned>(width), static_cast<unsigned>(height));
-    const auto status = [&](int code, int time_ms) {
+    const auto status = [&, w = width, h = height, r = rotation](int code, int time_ms) {
       g_StatusCode = code;
       g_ExecutionTime = time_ms;
-      return drawn(stream).find(P::kWhite);
+      return drawn({1, 1, w, h, r, FALSE, {}}).find(P::kWhite);
     };
     const int fontSize = height * 3 / 100;
     const int bottom = rotation % 180 == 0 ? height : width;
@@ -331,24 +275,14 @@ TEST_F(Overlay, StakesStandOnACalibratedFloor) {
 
 TEST_F(Overlay, UserShapesHaveTheirOrderAndTheirLimits) {
   for (int i = 0; i < 257; ++i) {
-    EXPECT_FALSE(hasLogged(LOG_ERR, "OverlayManager::addUser")) << i;
     OverlayManager::addUserRectangle(100 + i, 100, 20, 20, i == 255 ? Green : Red, 2);
     OverlayManager::addUserCircle(120, 300 + i, 10, i == 255 ? Green : Red, 2);
     OverlayManager::addUserLine(0, i, 120, 130, i == 255 ? Blue : Red, 2);
-  }
-  for (const char* line :
-       {"OverlayManager::addUserRectangle too many user rectangles.", "OverlayManager::addUserLine too many user lines",
-        "OverlayManager::addUserCircle too many user circles"}) {
-    EXPECT_TRUE(hasLogged(LOG_ERR, line)) << line;
   }
   Picture picture = drawn(kOverlayStream);
   EXPECT_EQ(picture.at(375, 110), P::kGreen) << "the last that fits, 20 columns right of its left edge";
   EXPECT_EQ(picture.at(376, 110), P::kNone);
   EXPECT_EQ(picture.at(120, 564), P::kGreen);
-  OverlayManager::clearUserRectangles();
-  OverlayManager::addUserRectangle(20, 20, 100, 30, Red, 4);
-  OverlayManager::addUserCircle(20, 90, 40, Blue, 4);
-  EXPECT_EQ(std::tuple(g_nUserRectangles, g_nUserCircles, g_nUserLines), std::tuple(1, 256, 256));
   OverlayManager::clearUserOverlays();
   OverlayManager::addUserLine(60, 0, 60, 100, Green, 4);
   OverlayManager::addUserCircle(20, 60, 40, Blue, 4);
@@ -357,6 +291,8 @@ TEST_F(Overlay, UserShapesHaveTheirOrderAndTheirLimits) {
   EXPECT_EQ(picture.at(60, 60), P::kGreen) << "lines over circles";
   EXPECT_EQ(picture.at(20, 20), P::kBlue) << "circles over rectangles";
   EXPECT_EQ(picture.at(90, 50), P::kRed);
+  OverlayManager::clearUserRectangles();
+  EXPECT_EQ(std::tuple(g_nUserRectangles, g_nUserCircles, g_nUserLines), std::tuple(0, 1, 1));
 }
 
 TEST_F(Overlay, TheFirstMatchingSizeDecidesWhatAStreamIs) {
@@ -366,55 +302,36 @@ TEST_F(Overlay, TheFirstMatchingSizeDecidesWhatAStreamIs) {
   info.anonymizedStreamWidth = 640;
   info.anonymizedStreamHeight = 360;
   EXPECT_EQ(info.getStreamType(640, 360), StreamType::AnonymizedStream);
-  info.overlayStreamWidth = 640;
+  info.overlayStreamWidth = info.appStreamWidth = 640;
   info.overlayStreamHeight = 360;
   EXPECT_EQ(info.getStreamType(640, 360), StreamType::OverlayStream);
-  info.appStreamWidth = 640;
   info.appStreamHeight = 360;
   EXPECT_EQ(info.getStreamType(640, 360), StreamType::ApplicationStream);
 }
 
 TEST_F(Overlay, ResolutionTextsMayBeAnything) {
   for (const auto& [text, width, height] : {std::tuple{"1280x720", 1280U, 720U},
-                                            {"0x0", 0U, 0U},
                                             {"", 0U, 0U},
-                                            {"x", 0U, 0U},
                                             {"x720", 0U, 720U},
-                                            {"1280x", 1280U, 0U},
                                             {"1280", 1280U, 0U},
                                             {"-5x+7", 0U, 7U},
                                             {" 12 x7z", 12U, 7U},
-                                            {"2147483648x99999999999999999999", 0U, 0U},
-                                            {"640x360x2", 640U, 360U},
-                                            {"%s%nx<b>", 0U, 0U}}) {
-    g_OverlayInfo = {1, 1, 2, 2, 3, 3, AXOVERLAY_STREAM_JPEG, false};
+                                            {"2147483648x99999999999999999999", 0U, 0U}}) {
     OverlayManager::SetOverlayStreamResolutionFromString(text);
-    EXPECT_EQ(std::pair(g_OverlayInfo.overlayStreamWidth, g_OverlayInfo.overlayStreamHeight), std::pair(width, height))
-        << text;
     OverlayManager::SetAnonymizedStreamResolutionFromString(text);
-    EXPECT_EQ(std::pair(g_OverlayInfo.anonymizedStreamWidth, g_OverlayInfo.anonymizedStreamHeight),
-              std::pair(width, height))
-        << text;
+    const OverlayInfo& info = g_OverlayInfo;
+    EXPECT_EQ(std::pair(info.overlayStreamWidth, info.overlayStreamHeight), std::pair(width, height)) << text;
+    EXPECT_EQ(std::pair(info.anonymizedStreamWidth, info.anonymizedStreamHeight), std::pair(width, height)) << text;
   }
-  OverlayRenderOptionsDict options;
-  OverlayRenderOptions found{true, true};
-  EXPECT_TRUE(options.setOptions({640, 360}, {true, false}) && options.setOptions({640, 360}, {false, true}));
-  EXPECT_FALSE(options.getOptions(360, 640, found));
-  EXPECT_EQ(found, (OverlayRenderOptions{true, true}));
-  EXPECT_TRUE(options.getOptions({640, 360}, found));
-  EXPECT_EQ(found, (OverlayRenderOptions{false, true}));
 }
 
 TEST_F(Overlay, TheCamerasResolutionsAreListedInOrderAndOnce) {
   fakeCamera().channels = {{{1920, 1080}, {640, 480}}, {{640, 360}, {1920, 1080}}};
   EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "640x360,640x480,1920x1080,");
-  EXPECT_TRUE(hasLogged(LOG_INFO, "getCameraResolutions: Successfully got all channels."));
-  fakeCamera().failingCall = "vdo_channel_get_resolutions";
-  EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "");
-  EXPECT_FALSE(hasLogged(LOG_INFO, "getCameraResolutions: Failed"));
-  fakeCamera().failingCall = "vdo_channel_get_all";
-  EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "");
-  EXPECT_TRUE(hasLogged(LOG_INFO, "getCameraResolutions: Failed to get all channels."));
+  for (const char* call : {"vdo_channel_get_resolutions", "vdo_channel_get_all"}) {
+    fakeCamera().failingCall = call;
+    EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "") << call;
+  }
 }
 
 TEST_F(Overlay, TheManagerLivesWithWhateverFails) {
@@ -426,23 +343,18 @@ TEST_F(Overlay, TheManagerLivesWithWhateverFails) {
   EXPECT_EQ(fakeOverlays().redraws, 2);
   fakeOverlays().failingCalls = {"axoverlay_redraw"};
   EXPECT_FALSE(m_manager->renderFindings());
-  EXPECT_TRUE(hasLogged(LOG_ERR, "OverlayManager::renderFindings Failed to redraw overlay (4): no axoverlay_redraw"));
   m_manager.reset();
   EXPECT_EQ(std::pair(fakeOverlays().liveOverlays, fakeOverlays().liveSessions), std::pair(0, 0));
 
-  for (const auto& [call, line] :
-       {std::pair{"axoverlay_is_backend_supported", "AXOVERLAY_CAIRO_IMAGE_BACKEND is not supported"},
-        {"axoverlay_init", "OverlayManager::OverlayManager Failed to initialize axoverlay: no axoverlay_init"},
-        {"axoverlay_get_max_resolution_width", "OverlayManager::OverlayManager no maximum resolution: no axo"},
-        {"axoverlay_create_overlay", "OverlayManager::createOverlayFindings failed to create overlay: no axo"},
-        {"axoverlay_redraw", "OverlayManager::OverlayManager failed to do initial draw of overlays: no axo"}}) {
+  for (const char* call : {"axoverlay_is_backend_supported", "axoverlay_init", "axoverlay_get_max_resolution_width",
+                           "axoverlay_create_overlay", "axoverlay_redraw"}) {
     fakeOverlays() = FakeOverlays();
     fakeOverlays().failingCalls = {call};
     capturedLog().clear();
     m_manager = std::make_unique<OverlayManager>();
-    EXPECT_TRUE(hasLogged(LOG_ERR, line)) << call;
     EXPECT_EQ(m_manager->renderFindings(), !fakeOverlays().failingCalls.contains("axoverlay_redraw")) << call;
-    EXPECT_EQ(capturedLog().size(), 1U) << call;
+    ASSERT_EQ(capturedLog().size(), 1U) << call;
+    EXPECT_EQ(capturedLog()[0].level, LOG_ERR) << call;
     m_manager.reset();
     EXPECT_EQ(fakeOverlays().liveOverlays, 0) << call;
     EXPECT_EQ(fakeOverlays().liveSessions, fakeOverlays().failingCalls.contains("axoverlay_init") ? -1 : 0) << call;

@@ -13,26 +13,14 @@ using PersonPixels = std::array<PosenetDecoder::Point, PosenetDecoder::kNumKeypo
 
 /// A person who stands upright, facing the camera; top of the head at (x, top), all in pixels.
 inline PersonPixels standingPerson(float x, float top, float height) {
-  constexpr std::array<std::array<float, 2>, 17> kShape = {{{0.0F, 0.08F},
-                                                            {0.02F, 0.06F},
-                                                            {-0.02F, 0.06F},
-                                                            {0.04F, 0.07F},
-                                                            {-0.04F, 0.07F},
-                                                            {0.11F, 0.2F},
-                                                            {-0.11F, 0.2F},
-                                                            {0.15F, 0.36F},
-                                                            {-0.15F, 0.36F},
-                                                            {0.17F, 0.5F},
-                                                            {-0.17F, 0.5F},
-                                                            {0.07F, 0.52F},
-                                                            {-0.07F, 0.52F},
-                                                            {0.08F, 0.75F},
-                                                            {-0.08F, 0.75F},
-                                                            {0.07F, 0.97F},
-                                                            {-0.07F, 0.97F}}};
+  // In heights of the body: to the picture's right of the middle, and below the top.
+  constexpr std::array<float, 17> kAside = {0,     0.02F,  -0.02F, 0.04F,  -0.04F, 0.11F,  -0.11F, 0.15F, -0.15F,
+                                            0.17F, -0.17F, 0.07F,  -0.07F, 0.08F,  -0.08F, 0.07F,  -0.07F};
+  constexpr std::array<float, 17> kBelow = {0.08F, 0.06F, 0.06F, 0.07F, 0.07F, 0.2F,  0.2F,  0.36F, 0.36F,
+                                            0.5F,  0.5F,  0.52F, 0.52F, 0.75F, 0.75F, 0.97F, 0.97F};
   PersonPixels person;
   for (std::size_t k = 0; k < person.size(); ++k) {
-    person[k] = {top + kShape[k][1] * height, x + kShape[k][0] * height};
+    person[k] = {top + kBelow[k] * height, x + kAside[k] * height};
   }
   return person;
 }
