@@ -1,6 +1,5 @@
 #include "tests/video/captured_log.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -8,11 +7,6 @@
 std::vector<LogLine>& capturedLog() {
   static std::vector<LogLine> lines;
   return lines;
-}
-
-bool hasLogged(int level, const std::string& beginning) {
-  return std::any_of(capturedLog().begin(), capturedLog().end(),
-                     [&](const LogLine& line) { return line.level == level && line.text.starts_with(beginning); });
 }
 
 extern "C" void syslog(int level, const char* format, ...) {

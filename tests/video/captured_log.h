@@ -12,5 +12,3 @@ struct LogLine {
 
 /// Everything logged since the last clear().
 std::vector<LogLine>& capturedLog();
-/// Whether a line of that level begins with the text.
-bool hasLogged(int level, const std::string& beginning);
