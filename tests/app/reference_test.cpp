@@ -80,12 +80,8 @@ TEST_F(Reference, ABadLineIsNamed) {
   for (const auto& [lines, complaint] :
        {std::pair{good + "{\"t\": 1.0", std::string("line 2: not a JSON object")},
         {good + good, "line 2: \"t\" must be later than in the line before"},
-        {changed("0.5", "null"), "line 2: \"t\" must be a number from 0 to 31622400"},
         {changed("0.5", "-1"), "line 2: \"t\" must be a number from 0 to 31622400"},
-        {good + "{\"t\": 1}\n", "line 2: \"people\" must be a list"},
         {good + "{\"t\": 1, \"people\": [7]}\n", "line 2: person 1: must be an object"},
-        {good + "{\"t\": 1, \"people\": [{\"keypoints\": []}]}\n",
-         "line 2: person 1: \"keypoints\" must have 17 rows, not 0"},
         {changed(", 2]", ", 3]").replace(good.find("0.5"), 3, "0.1"), "line 2: person 1: Nose visibility must be"},
         {changed(".2, ", "e9, ").replace(good.find("0.5"), 3, "0.1"), "line 2: person 1: Nose x must be a number"},
         {std::string(), "no picture in it"}}) {
