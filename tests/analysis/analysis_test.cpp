@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <syslog.h>
 
 #include <chrono>
 #include <limits>
@@ -10,7 +9,6 @@
 #include "analysis/detection_processing.h"
 #include "analysis/tracker.h"
 #include "app/process_state.h"
-#include "tests/platform/state_folder.h"
 
 namespace {
 
@@ -67,12 +65,9 @@ TEST(Tracker, DropsAfterTooManyCyclesWithoutReusingIds) {
   EXPECT_EQ(track(people, {at(7)}), (Seen{{4, 7}}));
 }
 
-TEST(Tracker, DistancesAndTheirOrder) {
+TEST(Tracker, DistancesOfAnyIntsAndTheirOrder) {
   const tracker people;
   EXPECT_EQ(people.compute_distance(at(-2000000000), at(2000000000)), 4e9F);
-  // Halves of odd sizes truncate toward zero: the centroids are (12, 20) and (8, 17).
-  EXPECT_EQ(people.compute_all_distances(t_rectangle_list{{10, 18, 5, 4}}, {{10, 20, -5, -7}, {12, 20, 0, 0}}),
-            (t_all_distances{{5, 0}}));
   const t_all_distances D{{4, 2, 2}, {7, 1, 9}, {2, 3, 8}};
   EXPECT_EQ(people.min_argsort(D), (std::vector<int>{1, 0, 2}));
   EXPECT_EQ(people.argmin_rows(D, {2, 0, 1, 0}), (std::vector<int>{0, 1, 1, 1}));
@@ -227,27 +222,6 @@ TEST(Duplicates, TheSmallerOfTwoOverlappingBoxesGoes) {
   }
   g_skeletons = {boxed(0, 0, 100, 100), boxed(10, 0, 100, 100)};
   EXPECT_EQ(DetectionProcessing::findDuplicateSkeletons(0), std::set<int>{0});  // of two equals the first
-}
-
-TEST(Duplicates, DeveloperModeSaysHowManyEachComparisonRemoves) {
-  const StateFolder state;
-  openlog("analysis_test", 0, LOG_USER);
-  for (const bool devMode : {false, true}) {
-    g_IsDevMode = devMode;
-    g_skeletons = {boxed(0, 0, 100, 100), boxed(10, 0, 80, 100), boxed(20, 0, 60, 100)};
-    DetectionProcessing::applyNonMaximumSuppression();
-    const std::string log = state.read("system.log");
-    EXPECT_EQ(log.find("info: applyNonMaximumSuppression deleting 2 skeletons") != std::string::npos, devMode);
-    EXPECT_EQ(log.find("info: applyNonMaximumSuppression deleting 1 skeletons") != std::string::npos, devMode);
-  }
-  g_IsDevMode = false;
-}
-
-TEST(Milliseconds, BothTimesAreTruncatedBeforeTheyAreSubtracted) {
-  EXPECT_EQ(getMillisecondsBetween({1, 999'999}, {3, 1'000}), 1002);
-  EXPECT_EQ(getMillisecondsBetween({3, 0}, {1, 0}), -2000);
-  ticker_clock::setReplayTime(TimeStamp(std::chrono::microseconds(2'000'999)));
-  EXPECT_EQ(getMillisecondsSince({1, 999}), 1000);
 }
 
 }  // namespace

@@ -85,24 +85,6 @@ TEST_F(Calibration, MapsFloorAndPictureOntoEachOther) {
   }
 }
 
-TEST_F(Calibration, TheLogShowsWhatItIsMadeOf) {
-  const StateFolder state;
-  openlog("geometry_test", 0, LOG_USER);
-  const Lens lens("UINT32 3700;\n");
-  EXPECT_TRUE(controller.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
-  controller.calibrate("none", kFloor, 1e30F, 2.0F);  // no int holds this width
-  const std::string log = state.read("system.log");
-  const std::string source = "Calibrating... source(479, 381, 385, 591, 679, 591, 665, 381) target(0, 0, 0, 2, ";
-  for (const std::string& line :
-       {std::string("info: Distance_Controller::calibrate focalLength 3700\n"), source + "1, 2, 1, 0)\n",
-        source + "536870912, 2, 536870912, 0)\n",
-        std::string("calculate_camera_matrix: sensorDimensions found for none, width=6.200000, height=3.500000\n"),
-        std::string("FocalLengthInMicrons : 3700\n"), std::string("FocalLengthInMM      : 3.700000\n"),
-        std::string("X_FocalLengthInPixels  : 584.69"), std::string("Y_FocalLengthInPixels  : 590.68")}) {
-    EXPECT_NE(log.find(line), std::string::npos) << line;
-  }
-}
-
 struct Sensor {
   const char* product;
   double width_mm, height_mm;
@@ -153,6 +135,7 @@ TEST_F(Calibration, DegenerateQuadsAreRejectedAndKeepTheOldMapping) {
   EXPECT_FALSE(controller.calibrate("AXIS Q1656", kFloor, 0.0F, 0.0F));
   EXPECT_FALSE(controller.calibrate("AXIS Q1656", kFloor, std::numeric_limits<float>::infinity(), 2.0F));
   EXPECT_EQ(controller.world_to_screen_point({1, 1, 0}), before);
+  controller.calibrate("AXIS Q1656", kFloor, 1e30F, 2.0F);  // no int holds this width
 }
 
 TEST_F(Calibration, FocalLengthComesFromTheLens) {
@@ -289,7 +272,6 @@ TEST_F(Calibration, StakesStandUprightOnTheCorners) {
     return calibrator.getStakeScreenCoordinates(static_cast<Calibrator::Corner>(corner), stake[0], stake[1], stake[2],
                                                 stake[3]);
   };
-  EXPECT_FALSE(calibrator.isInitialized() || calibrator.shouldRender());
   calibrator.setSize(1.5F, 2.0F);
   EXPECT_FALSE(stakeOn(0)) << "the floor is not calibrated";
   const Lens lens("UINT32 3700;\n");
@@ -298,11 +280,6 @@ TEST_F(Calibration, StakesStandUprightOnTheCorners) {
   EXPECT_FALSE(stakeOn(0)) << "no size is set";
   EXPECT_EQ(stake, (std::array{9, 9, 9, 9}));
   calibrator.setSize(1.5F, 2.0F);
-  calibrator.setRender(true);
-  EXPECT_TRUE(calibrator.isInitialized() && calibrator.shouldRender());
-  float width = 0, height = 0;
-  calibrator.getSize(width, height);
-  EXPECT_EQ(std::pair(width, height), std::pair(1.5F, 2.0F));
   for (const auto& [corner, x, y] : {std::tuple{0, 0.0F, 0.0F}, {1, 1.5F, 0.0F}, {2, 0.0F, 2.0F}, {3, 1.5F, 2.0F}}) {
     ASSERT_TRUE(stakeOn(corner));
     const cv::Point2f foot = g_DistanceController.world_to_screen_point({x, y, -0.0F});
@@ -313,10 +290,6 @@ TEST_F(Calibration, StakesStandUprightOnTheCorners) {
     EXPECT_LT(stake[3], stake[1]) << "a metre up";
   }
   for (const int noCorner : {-1, 4}) EXPECT_FALSE(stakeOn(noCorner));
-  calibrator.setSize(0, 0);
-  ASSERT_TRUE(stakeOn(3));
-  const cv::Point2f origin = g_DistanceController.world_to_screen_point({0, 0, 0});
-  EXPECT_EQ(stake[0], static_cast<int>(origin.x));
   EXPECT_TRUE(calibrator.getStakeScreenCoordinates(std::nanf(""), 1e30F, stake[0], stake[1], stake[2], stake[3]));
 }
 
