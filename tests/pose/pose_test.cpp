@@ -59,6 +59,24 @@ void expectAt(const PosenetDecoder::Point& actual, const PosenetDecoder::Point& 
   EXPECT_NEAR(actual.x, expected.x, 2.0F);
 }
 
+/// As the networks were trained. The grids of these tests are made with the same numbers: nothing else sees a wrong
+/// one.
+TEST(Decoder, ReadsTheModelsQuantizationAndBodyTree) {
+  for (const auto& [dequantizer, lowest, highest] : {std::tuple{heatmapDequantizer, -17.1659523F, 3.67841835F},
+                                                     {shortOffsetDequantizer, -6.53928016F, 5.20379337F},
+                                                     {midOffsetDequantizer, -11.0754443F, 11.8858427F}}) {
+    EXPECT_FLOAT_EQ(dequantizer(0), lowest);
+    EXPECT_FLOAT_EQ(dequantizer(255), highest);
+  }
+  std::string tree;
+  for (const auto& [parent, child] : PosenetDecoder::kEdgeList) {
+    tree += std::to_string(parent) + "-" + std::to_string(child) + " ";
+  }
+  EXPECT_EQ(tree,
+            "0-1 1-3 0-2 2-4 0-5 5-7 7-9 5-11 11-13 13-15 0-6 6-8 8-10 6-12 12-14 14-16 "
+            "1-0 3-1 2-0 4-2 5-0 7-5 9-7 11-5 13-11 15-13 6-0 8-6 10-8 12-6 14-12 16-14 ");
+}
+
 TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
   const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
   SyntheticGrid grid(46, 81);

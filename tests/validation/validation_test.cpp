@@ -78,27 +78,29 @@ class Validation : public testing::Test {
 };
 
 TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
-  // Luma tells the column, in bands of 10 pixels. The body's square is 1079 pixels wide and starts at column 0.
-  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
   ASSERT_TRUE(init());
-  Skeletons skeletons = {body(250, 600, 100)};
-  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
-  EXPECT_EQ(skeletons.size(), 1U);
-  const auto grey = [](std::size_t column) { return static_cast<int>(fakeLarod().lastInput[column * 3]); };
-  // 1079 columns of the picture on 60 of the detector, mirrored: bands 0, 106 and 70. 1.164 is the gain from luma to
-  // RGB.
-  EXPECT_NEAR(grey(kSide - 1), 0, 1);
-  EXPECT_NEAR(grey(0), 1.164 * 106, 2);
-  EXPECT_NEAR(grey(20), 1.164 * 70, 2);
+  const auto inputFor = [&](const Skeleton& one) {
+    Skeletons skeletons = {one};
+    EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
+    EXPECT_EQ(skeletons.size(), 1U);
+    return fakeLarod().lastInput;
+  };
+  // Luma tells the column, then the row, in bands of 10 pixels; 1.164 is the gain from luma to RGB. The squares are
+  // 1079 and 584 pixels wide, begin at column 432 and at row 113, and come mirrored on the detector's 60 pixels.
+  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
+  const Bytes columns = inputFor(body(600, 600, 100));
+  for (const auto& [place, band] : {std::pair{59U, 43}, {0U, 149}, {20U, 113}}) {
+    EXPECT_NEAR(columns[place * 3], 1.164 * band, 2) << "column " << place;
+  }
+  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i / 19200);
+  const Bytes rows = inputFor(body(600, 400, 140));
+  for (const auto& [place, band] : {std::pair{59U, 11}, {0U, 68}, {20U, 49}}) {
+    EXPECT_NEAR(rows[place * kSide * 3], 1.164 * band, 2) << "row " << place;
+  }
 
-  const Bytes before = fakeLarod().lastInput;
   std::fill(fakeCamera().frame.begin(), fakeCamera().frame.begin() + 1920L * 1080, uint8_t{235});
-  skeletons = {body(250, 100, 600)};
-  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
-  EXPECT_EQ(fakeLarod().lastInput, before) << "an upright body is judged on the previous picture";
-  skeletons = {body(250, 600, 100)};
-  ASSERT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
-  EXPECT_EQ(fakeLarod().lastInput, Bytes(std::size_t{kSide} * kSide * 3, 255));
+  EXPECT_EQ(inputFor(body(250, 100, 600)), rows) << "an upright body is judged on the previous picture";
+  EXPECT_EQ(inputFor(body(250, 600, 100)), Bytes(std::size_t{kSide} * kSide * 3, 255));
 }
 
 TEST_F(Validation, KeepsOnlyWhatIsAPersonAboveTheSensitivity) {
