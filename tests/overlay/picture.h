@@ -20,7 +20,6 @@ class Picture {
         m_cairo(cairo_create(m_surface.get())) {}
 
   cairo_t* cairo() const { return m_cairo.get(); }
-  cairo_surface_t* surface() const { return m_surface.get(); }
 
   /// Opacity, red, green and blue of a pixel, from the highest byte down; 0 outside of the picture.
   std::uint32_t at(int x, int y) const {

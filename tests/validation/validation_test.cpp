@@ -89,12 +89,12 @@ TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
   // 1079 and 584 pixels wide, begin at column 432 and at row 113, and come mirrored on the detector's 60 pixels.
   for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
   const Bytes columns = inputFor(body(600, 600, 100));
-  for (const auto& [place, band] : {std::pair{59U, 43}, {0U, 149}, {20U, 113}}) {
+  for (const auto& [place, band] : {std::pair{59UL, 43}, {0UL, 149}, {20UL, 113}}) {
     EXPECT_NEAR(columns[place * 3], 1.164 * band, 2) << "column " << place;
   }
   for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i / 19200);
   const Bytes rows = inputFor(body(600, 400, 140));
-  for (const auto& [place, band] : {std::pair{59U, 11}, {0U, 68}, {20U, 49}}) {
+  for (const auto& [place, band] : {std::pair{59UL, 11}, {0UL, 68}, {20UL, 49}}) {
     EXPECT_NEAR(rows[place * kSide * 3], 1.164 * band, 2) << "row " << place;
   }
 
