@@ -72,8 +72,7 @@ class InferenceService : public testing::Test {
   }
 
   static std::string network(const std::string& name) {
-    const auto tests = std::filesystem::path(__FILE__).parent_path().parent_path();
-    std::ifstream file(tests / "data" / (name + ".onnx"), std::ios::binary);
+    std::ifstream file(TEST_DATA "/" + name + ".onnx", std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
 

@@ -243,7 +243,10 @@ TEST_F(LiveCameraTest, ViewersSeeThatAFilmHasVanishedAndComesBack) {
 /// The end of a process is a matter of processes of their own.
 class FilmDeathTest : public LiveCameraTest {
  protected:
-  FilmDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+  FilmDeathTest() {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    liveTimes().fresh = 60s;  // a busy machine may take a while to begin again
+  }
 
   /// A program that watches until it is told to end, or the film has begun again twice, and then returns 0 from main.
   /// Shows each grey level once.
