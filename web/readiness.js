@@ -64,27 +64,37 @@ function shareCovered(points, areas) {
   return points.filter((point) => areas.some(({ corners }) => contains(corners, point))).length / points.length;
 }
 
-function bedProblem(bed, exclusions, size) {
+const coversPicture = (bed) => shareCovered(GRID, [bed]) > MOST_OF_PICTURE;
+
+function bedProblem(bed, size) {
   const problem = areaProblem(bed, size);
   if (problem) return problem;
-  const inside = GRID.filter((point) => contains(bed.corners, point));
-  if (inside.length / GRID.length > MOST_OF_PICTURE) {
-    return "it covers nearly the whole picture, so whoever is in the room counts as being in bed.";
+  if (coversPicture(bed)) {
+    return "it covers nearly the whole picture, so whoever is in the room counts as being in bed, also on the floor.";
   }
-  if (shareCovered(inside, exclusions) > MOST_OF_BED)
-    return "exclusion areas cover most of it, so nobody is seen in it.";
   return null;
 }
 
-function bedGaps({ beds, outOfBed }, exclusions, size) {
+/** A bed counts before an exclusion area: who lies in it is seen, and who lies on the floor around it is not. */
+function coveredBedGaps({ beds }, exclusions) {
+  return beds.flatMap((bed, index) => {
+    if (!bed.on) return [];
+    const inside = GRID.filter((point) => contains(bed.corners, point));
+    if (shareCovered(inside, exclusions) <= MOST_OF_BED) return [];
+    return [gap(`Exclusion areas cover bed area ${index + 1}: a fall at that bed is not seen.`, "exclusions")];
+  });
+}
+
+function bedGaps({ beds, outOfBed }, size) {
   if (!outOfBed) return [gap(`“${BED}” is switched off.`, "events", [BED])];
   const active = beds.map((bed, index) => ({ bed, name: `Bed area ${index + 1}` })).filter(({ bed }) => bed.on);
   if (!active.length) return [gap(`No bed area is switched on, so “${BED}” cannot begin.`, "beds", [BED])];
-  const problems = active.map(({ bed, name }) => ({ name, problem: bedProblem(bed, exclusions, size) }));
+  const problems = active.map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }));
   const stops = problems.every(({ problem }) => problem) ? [BED] : [];
+  const hidden = (bed) => (coversPicture(bed) ? [FALL] : []);
   return problems
     .filter(({ problem }) => problem)
-    .map(({ name, problem }) => gap(`${name} does not work: ${problem}`, "beds", stops));
+    .map(({ bed, name, problem }) => gap(`${name} does not work: ${problem}`, "beds", [...stops, ...hidden(bed)]));
 }
 
 function exclusionGaps(exclusions) {
@@ -128,7 +138,8 @@ export function settingsGaps(settings, size) {
   const exclusions = settings.exclusions.filter(({ on }) => on);
   return [
     ...floorGaps(settings, size),
-    ...bedGaps(settings, exclusions, size),
+    ...bedGaps(settings, size),
+    ...coveredBedGaps(settings, exclusions),
     ...sensitivityGaps(settings),
     ...exclusionGaps(exclusions),
   ];

@@ -122,7 +122,7 @@ describe("whatever is missing is told, with the place that mends it, and nothing
       "a bed over the whole picture",
       {},
       { beds: [rectangle(true, 0, 0, 100, 100), off, off] },
-      "partly",
+      "not-watching",
       "editor-beds",
     ],
     [
@@ -137,14 +137,14 @@ describe("whatever is missing is told, with the place that mends it, and nothing
       {},
       { exclusions: [{ on: true, corners: bed.corners }, off, off] },
       "partly",
-      "editor-beds",
+      "editor-exclusions",
     ],
     [
       "two exclusions that cover the bed",
       {},
       { exclusions: [rectangle(true, 0, 0, 24, 100), rectangle(true, 24, 0, 45, 60), off] },
       "partly",
-      "editor-beds",
+      "editor-exclusions",
     ],
     [
       "an exclusion over everything",
