@@ -86,15 +86,17 @@ function coveredBedGaps({ beds }, exclusions) {
 }
 
 function bedGaps({ beds, outOfBed }, size) {
-  if (!outOfBed) return [gap(`“${BED}” is switched off.`, "events", [BED])];
   const active = beds.map((bed, index) => ({ bed, name: `Bed area ${index + 1}` })).filter(({ bed }) => bed.on);
-  if (!active.length) return [gap(`No bed area is switched on, so “${BED}” cannot begin.`, "beds", [BED])];
-  const problems = active.map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }));
-  const stops = problems.every(({ problem }) => problem) ? [BED] : [];
-  const hidden = (bed) => (coversPicture(bed) ? [FALL] : []);
-  return problems
-    .filter(({ problem }) => problem)
-    .map(({ bed, name, problem }) => gap(`${name} does not work: ${problem}`, "beds", [...stops, ...hidden(bed)]));
+  if (outOfBed && !active.length) return [gap(`No bed area is switched on, so “${BED}” cannot begin.`, "beds", [BED])];
+  const bad = active
+    .map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }))
+    .filter(({ problem }) => problem);
+  const stops = bad.length === active.length ? [BED] : [];
+  const hides = (bed) => (coversPicture(bed) ? [FALL] : []);
+  return [
+    ...(outOfBed ? [] : [gap(`“${BED}” is switched off.`, "events", [BED])]),
+    ...bad.map(({ bed, name, problem }) => gap(`${name} does not work: ${problem}`, "beds", [...stops, ...hides(bed)])),
+  ];
 }
 
 function exclusionGaps(exclusions) {

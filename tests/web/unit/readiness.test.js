@@ -126,6 +126,13 @@ describe("whatever is missing is told, with the place that mends it, and nothing
       "editor-beds",
     ],
     [
+      "a bed over the whole picture, and no event of it",
+      {},
+      { outOfBed: false, beds: [rectangle(true, 0, 0, 100, 100), off, off] },
+      "not-watching",
+      "editor-beds",
+    ],
+    [
       "a second bed over the whole picture",
       {},
       { beds: [bed, rectangle(true, 2, 2, 98, 98), off] },
