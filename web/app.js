@@ -5,7 +5,7 @@ import { SettingsDraft } from "./draft.js";
 import { Setup } from "./editor.js";
 import { Guide, guideIsNew } from "./guide.js";
 import { Link } from "./hub/link.js";
-import { agedNews, isLimited, readiness } from "./readiness.js";
+import { agedNews, isLimited, readiness, settingsGaps } from "./readiness.js";
 import { reviewSettings } from "./review.js";
 import { SaveBar } from "./savebar.js";
 import { Settings } from "./settings.js";
@@ -41,7 +41,7 @@ function useHub(link) {
   const [, look] = useReducer((count) => count + 1, 0);
   useEffect(() => {
     link.listen("news", (news) =>
-      setTold((before) => ({ ...before, news, ...spoken(before.news?.events ?? [], news.events, before.seen) })),
+      setTold((before) => ({ ...before, news, ...spoken(before.news?.events ?? [], news.events, before) })),
     );
     link.listen("past", (past) => setTold((before) => ({ ...before, past })));
     const timer = setInterval(look, LOOK_MS);
@@ -52,14 +52,16 @@ function useHub(link) {
 }
 
 /** What to announce when the events go from `before` to `after`; nothing at the first state. */
-function spoken(before, after, seen) {
+function spoken(before, after, { seen, past }) {
   const was = (name) => before.find((event) => event.name === name)?.active;
   const active = after.filter((event) => event.active).map((event) => event.name);
   const begun = active.filter((name) => was(name) === false || was(name) === null);
   const ended = after.filter((event) => event.active === false && was(event.name)).map((event) => event.name);
   const words = {};
   if (begun.length) words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
-  if (ended.length) words.ended = `${ended.join(" and ")} ended at ${clockTime(new Date())}.`;
+  const byRestart = ended.some((name) => past?.history?.findLast((change) => change.name === name)?.closed_at_start);
+  const how = byRestart ? "was ended by a restart: whether it is over is not known" : "ended";
+  if (ended.length) words.ended = `${ended.join(" and ")} ${how}, at ${clockTime(new Date())}.`;
   return { ...words, seen: active[0] ?? seen };
 }
 
@@ -187,7 +189,7 @@ function useFacts(link, control) {
   const { news, past, seen, begun, ended } = useHub(link);
   const draft = useDraft(link, control);
   const now = Date.now() + (news?.offset ?? 0);
-  const state = readiness({ news, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
+  const state = readiness({ news, past, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
   const analysed = news?.heartbeat?.picture_age_ms;
   const live = {
     analysedAge: analysed === undefined || analysed === null ? null : analysed + news.beatAge,
@@ -215,7 +217,10 @@ function App({ link, control }) {
   useLayoutEffect(() => {
     document.title = `${state.sign} ${state.title} · Velmor Care`;
   }, [state.sign, state.title]);
-  const facts = { connected, draft: present, dirty, seen };
+  const away = news?.heartbeat?.wrong?.some(({ what }) => what === "camera-away");
+  const seesPicture = connected && !away && (!news.heartbeat || news.heartbeat.cycle > 0);
+  const gaps = present && settingsGaps(present, size);
+  const facts = { seesPicture, gaps, dirty, seen };
   return html`
     <a class="skip" href="#main">Skip to the content</a>
     <${Header}

@@ -5,6 +5,9 @@ import { html, useEffect, useRef } from "./vendor/preact.js";
 /** True until the guide was finished or skipped in this browser. */
 export const guideIsNew = () => recall("guide") !== "done";
 
+/** Whether something is missing that is mended at this place of Set up. */
+const leadsTo = (gaps, place) => gaps.some(({ link }) => link?.href.endsWith(place));
+
 const STEPS = [
   {
     view: "#watch",
@@ -13,8 +16,8 @@ const STEPS = [
       "This is the room, live, with what the program finds drawn into it. Turn the camera until the bed and the floor around it are in view.",
       "Keep the way between camera and bed free: what hides a person hides a fall as well.",
     ],
-    done: ({ connected }) => connected && "The camera answers.",
-    open: "Waiting for the camera.",
+    done: ({ seesPicture }) => seesPicture && "The camera answers.",
+    open: "Waiting for the camera's picture.",
   },
   {
     view: "#setup",
@@ -24,7 +27,7 @@ const STEPS = [
       "Draw it about a tenth larger than the bed. People are judged by the middle of their shoulders: whoever has it inside is in bed.",
       "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area.",
     ],
-    done: ({ draft }) => draft?.beds.some((bed) => bed.on) && "A bed area is switched on.",
+    done: ({ gaps }) => gaps && !leadsTo(gaps, "editor-beds") && "A bed area is switched on.",
     open: "No bed area is switched on yet.",
   },
   {
@@ -35,8 +38,8 @@ const STEPS = [
       "Put the red, green, blue and yellow points on its corners, going around it clockwise, and enter its width (red to green) and depth (green to blue).",
       "It is right when the grid lies flat on the floor and the figure looks as tall as a person. Then press Save.",
     ],
-    done: ({ dirty, draft }) => draft && !dirty && "Everything is saved.",
-    open: "Changes are not saved yet.",
+    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, "editor-floor") && "Everything is saved.",
+    open: "The floor is not placed and saved yet.",
   },
   {
     view: "#watch",
@@ -62,8 +65,9 @@ function Progress({ step }) {
 }
 
 /**
- * @param {object} props {step, onStep(number or null), facts}: null ends the guide; facts {connected, draft, dirty,
- *   seen}: what a step's sign of success is told from; seen: name of an event that was active, or null
+ * @param {object} props {step, onStep(number or null), facts}: null ends the guide; facts {seesPicture, gaps,
+ *   dirty, seen}: what a step's sign of success is told from; gaps: of the draft, null before there is one; seen: name of
+ *   an event that was active, or null
  */
 export function Guide({ step, onStep, facts }) {
   const heading = useRef(null);

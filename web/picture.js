@@ -32,7 +32,8 @@ export function notLiveSince(arrived, analysed, now) {
  * @param {string} props.label what the picture shows, for those who cannot see it
  * @param {{analysedAge: ?number, offset: number}} props.live age in ms of the picture that the program last spoke about,
  *   null where it does not tell, and the camera's clock minus ours
- * @param {(since: ?number) => void} [props.onLive] told since when the picture is not live, null while it is
+ * @param {(since: ?number|"absent") => void} [props.onLive] told since when the picture is not live, null while it is,
+ *   "absent" while there is none
  * @param {(view: View) => any} [props.children] drawn over the picture, in an SVG whose unit is the stream's pixel
  * @param {(view: View) => any} [props.above] HTML over all of it
  * @typedef {{width: number, height: number, unit: number, image: HTMLImageElement | null}} View width and height in the
@@ -45,10 +46,10 @@ export function LivePicture({ link, size, anonymised = false, label, live, onLiv
   const { arrived, failed } = usePictures({ link, size, anonymised, image, setView });
   const shownWidth = useWidth(frame);
   const since = notLiveSince(arrived, live.analysedAge, Date.now() + live.offset);
-  useEffect(() => onLive?.(since), [since === null ? null : Math.round(since / 1000)]);
-
   const refused = failed?.status === 409;
   const absent = arrived === null || refused;
+  useEffect(() => onLive?.(absent ? "absent" : since), [absent, since === null ? null : Math.round(since / 1000)]);
+
   const shown = { ...view, unit: shownWidth > 0 ? view.width / shownWidth : 1, image: image.current };
   return html`
     <div class="picture" ref=${frame} style=${{ "--picture-width": view.width, "--picture-height": view.height }}>

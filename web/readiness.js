@@ -2,7 +2,7 @@
  * Whether somebody is being watched: one pure function from everything that is known to the state that the page shows.
  * Green needs every condition to be true; whatever is wrong, or not known, has a text and a place that mends it.
  */
-import { areaProblem, floorPlacementProblem, floorProblem } from "./geometry.js";
+import { areaProblem, floorPlacementProblem, floorProblem, floorWarning } from "./geometry.js";
 import { FRESH_MS } from "./hub/feed.js";
 import { decimal } from "./review.js";
 import { contains } from "./tools.js";
@@ -38,7 +38,14 @@ const SENSIBLE = { min: 0.1, max: 0.9 };
 const MOST_OF_PICTURE = 0.8;
 const MOST_OF_BED = 0.5;
 const HALF = 0.5;
+/** Pixels by which a floor point must have been moved to count as placed. */
+const MOVED = 3;
+/** Sides of a rectangle that somebody measures on a room's floor, in metres. */
+const USUAL_SIDE = { min: 0.5, max: 8 };
+/** How long a restart that ended an event is a reason to look into the room, in milliseconds. */
+const DOUBT_MS = 600000;
 const NEARLY_ALL = 0.9;
+const THIRD = 1 / 3;
 
 /**
  * @typedef {object} Gap something that keeps the page from being green
@@ -64,12 +71,12 @@ function shareCovered(points, areas) {
   return points.filter((point) => areas.some(({ corners }) => contains(corners, point))).length / points.length;
 }
 
-const coversPicture = (bed) => shareCovered(GRID, [bed]) > MOST_OF_PICTURE;
+const coverPicture = (...beds) => shareCovered(GRID, beds) > MOST_OF_PICTURE;
 
 function bedProblem(bed, size) {
   const problem = areaProblem(bed, size);
   if (problem) return problem;
-  if (coversPicture(bed)) {
+  if (coverPicture(bed)) {
     return "it covers nearly the whole picture, so whoever is in the room counts as being in bed, also on the floor.";
   }
   return null;
@@ -92,18 +99,36 @@ function bedGaps({ beds, outOfBed }, size) {
     .map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }))
     .filter(({ problem }) => problem);
   const stops = bad.length === active.length ? [BED] : [];
-  const hides = (bed) => (coversPicture(bed) ? [FALL] : []);
+  const hides = (bed) => (coverPicture(bed) ? [FALL] : []);
+  if (!bad.length && coverPicture(...active.map(({ bed }) => bed))) {
+    return [
+      gap("The bed areas cover nearly the whole picture: who lies on the floor counts as in bed.", "beds", EVENT_NAMES),
+    ];
+  }
   return [
     ...(outOfBed ? [] : [gap(`“${BED}” is switched off.`, "events", [BED])]),
     ...bad.map(({ bed, name, problem }) => gap(`${name} does not work: ${problem}`, "beds", [...stops, ...hides(bed)])),
   ];
 }
 
-function exclusionGaps(exclusions) {
+/** Who falls in an exclusion area is not seen, so it must not lie over the floor on which somebody may fall. */
+function exclusionGaps(exclusions, floor, size) {
+  const broken = exclusions
+    .map((area, index) => ({ problem: areaProblem(area, size), name: `Exclusion area ${index + 1}` }))
+    .filter(({ problem }) => problem)
+    .map(({ name, problem }) => gap(`${name} does not work: ${problem}`, "exclusions"));
   const share = shareCovered(GRID, exclusions);
-  if (share <= HALF) return [];
-  const stops = share > NEARLY_ALL ? EVENT_NAMES : [];
-  return [gap("Exclusion areas cover more than half of the picture: nobody is seen there.", "exclusions", stops)];
+  if (share > NEARLY_ALL) {
+    return [...broken, gap("Exclusion areas cover the picture: nobody is seen.", "exclusions", EVENT_NAMES)];
+  }
+  const corners = floor.map(({ x, y }) => ({ x: (100 * x) / size.width, y: (100 * y) / size.height }));
+  const measured = GRID.filter((point) => contains(corners, point));
+  if (shareCovered(measured, exclusions) > HALF) {
+    const text = "Exclusion areas cover most of the measured floor: a fall there is not seen.";
+    return [...broken, gap(text, "exclusions", [FALL])];
+  }
+  if (share <= THIRD) return broken;
+  return [...broken, gap("Exclusion areas cover a large part of the picture: nobody is seen there.", "exclusions")];
 }
 
 function sensitivityGaps({ sensitivity }) {
@@ -125,8 +150,15 @@ function floorGaps({ falls, floor, widthM, depthM }, size) {
   if (!(width > 0 && depth > 0)) return [gap("The floor rectangle's metres must be above 0.", "floor", [FALL])];
   const problem = floorProblem(floor, widthM, depthM) ?? floorPlacementProblem(floor, size);
   if (problem) return [gap(problem, "floor", [FALL])];
-  if (!floor.every(({ x, y }, index) => x === PACKAGE_FLOOR[index].x && y === PACKAGE_FLOOR[index].y)) return [];
-  return [gap("The floor points are still where the package puts them: nobody has placed them.", "floor", [FALL])];
+  const isPlaced = ({ x, y }, index) => Math.hypot(x - PACKAGE_FLOOR[index].x, y - PACKAGE_FLOOR[index].y) > MOVED;
+  if (!floor.some(isPlaced)) {
+    return [gap("The floor points are still where the package puts them: nobody has placed them.", "floor", [FALL])];
+  }
+  if ([width, depth].some((side) => side < USUAL_SIDE.min || side > USUAL_SIDE.max)) {
+    return [gap(`A floor rectangle of ${width} by ${depth} metres is unusual: measure again.`, "floor")];
+  }
+  const doubt = floorWarning(floor, widthM, depthM, size);
+  return doubt ? [gap(doubt, "floor")] : [];
 }
 
 /**
@@ -143,7 +175,7 @@ export function settingsGaps(settings, size) {
     ...bedGaps(settings, size),
     ...coveredBedGaps(settings, exclusions),
     ...sensitivityGaps(settings),
-    ...exclusionGaps(exclusions),
+    ...exclusionGaps(exclusions, settings.floor, size),
   ];
 }
 
@@ -197,6 +229,18 @@ function eventGaps({ events }) {
     (name) => typeof events.find((event) => event.name === name)?.active !== "boolean",
   );
   return unknown.map((name) => gap(`Whether “${name}” is active is not known.`));
+}
+
+/** An event that a restart ended may be going on. */
+function restartGaps(past, now) {
+  return EVENT_NAMES.flatMap((name) => {
+    const last = past?.history?.findLast((change) => change.name === name);
+    if (!last?.closed_at_start || now - Date.parse(last.time) > DOUBT_MS) return [];
+    const at = clockTime(new Date(last.time), new Date(now));
+    return [
+      gap(`“${name}” was active when the program stopped, and again it watches since ${at}: look into the room.`),
+    ];
+  });
 }
 
 // ---- All of it
@@ -276,6 +320,7 @@ function kindOf({ active, silent, connecting, missing }) {
 /**
  * @param {object} facts
  * @param {?object} facts.news of the hub, with ages as of now; null before the first
+ * @param {?object} [facts.past] of the hub: the history of changes
  * @param {?import("./wire.js").Settings} facts.settings as the program holds them; null: not known
  * @param {import("./wire.js").Size} facts.size
  * @param {number} [facts.now] milliseconds since 1970 by the camera's clock
@@ -283,7 +328,7 @@ function kindOf({ active, silent, connecting, missing }) {
  *   title: string, program: string, missing: Gap[], silentSince: ?number, silentWords: string}} an active
  *   event comes first whatever else is wrong; silentSince: since when nothing has been heard, null while it is
  */
-export function readiness({ news, settings, size, now = Date.now() }) {
+export function readiness({ news, past = null, settings, size, now = Date.now() }) {
   const none = { program: "", missing: [], silentSince: null, silentWords: "" };
   if (!news) return { kind: "connecting", ...LOOKS.connecting, ...none };
   const silent = isSilent(news) ? silenceOf(news, now) : null;
@@ -292,7 +337,13 @@ export function readiness({ news, settings, size, now = Date.now() }) {
   );
   const missing = silent
     ? []
-    : [...statusGaps(news), ...feedGaps(news), ...eventGaps(news), ...settingsGaps(settings, size)];
+    : [
+        ...statusGaps(news),
+        ...feedGaps(news),
+        ...eventGaps(news),
+        ...restartGaps(past, now),
+        ...settingsGaps(settings, size),
+      ];
   const kind = kindOf({ active: active.length > 0, silent, connecting: isConnecting(news, settings), missing });
   const state = {
     ...none,

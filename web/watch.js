@@ -42,16 +42,17 @@ function OpenAlone({ size, anonymised }) {
 }
 
 function pictureTitle(anonymise, notLive) {
+  if (notLive === "absent") return "No picture";
   if (notLive !== null) return notLiveWords(notLive);
   return anonymise ? "Live, anonymised" : "Live";
 }
 
 function Picture({ link, settings, live }) {
   const [anonymise, setAnonymise] = useState(() => recall("anonymise") === "on");
-  const [notLive, setNotLive] = useState(null);
+  const [notLive, setNotLive] = useState("absent");
   const choose = (on) => {
     remember("anonymise", on ? "on" : "off");
-    setNotLive(null);
+    setNotLive("absent");
     setAnonymise(on);
   };
   const reason = whyNotAnonymised(settings);

@@ -8,12 +8,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -240,6 +242,7 @@ class MainThreadQueue {
 
  private:
   static constexpr size_t kMostWaiting = 256;
+  static constexpr std::chrono::seconds kLongestTurn{1};
 
   struct Task {
     std::function<void()> run;
@@ -247,7 +250,8 @@ class MainThreadQueue {
   };
   static bool isAbandoned(const Task& task) { return task.abandoned && *task.abandoned; }
 
-  /// All that wait are served in one turn of the main loop: there may be only one between two cycles.
+  /// All that wait are served in one turn of the main loop: there may be only one between two cycles. Only what would
+  /// keep the next cycle waiting for long, such as saves while the lens does not answer, goes on after it.
   static gboolean serve(gpointer self) {
     auto* queue = static_cast<MainThreadQueue*>(self);
     std::deque<Task> tasks;
@@ -256,10 +260,19 @@ class MainThreadQueue {
       tasks.swap(queue->m_tasks);
       g_source_set_ready_time(queue->m_source, -1);
     }
-    for (const Task& task : tasks) {
-      if (!isAbandoned(task)) task.run();
+    const auto end = std::chrono::steady_clock::now() + kLongestTurn;
+    for (; !tasks.empty() && std::chrono::steady_clock::now() < end; tasks.pop_front()) {
+      if (!isAbandoned(tasks.front())) tasks.front().run();
     }
+    queue->putBack(std::move(tasks));
     return G_SOURCE_CONTINUE;
+  }
+
+  void putBack(std::deque<Task> tasks) {
+    if (tasks.empty()) return;
+    const std::lock_guard lock(m_mutex);
+    m_tasks.insert(m_tasks.begin(), std::make_move_iterator(tasks.begin()), std::make_move_iterator(tasks.end()));
+    g_source_set_ready_time(m_source, 0);
   }
 
   static gboolean dispatch(GSource* /*source*/, GSourceFunc callback, gpointer self) { return callback(self); }

@@ -1,6 +1,7 @@
 #include "platform/workstation/durable_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +51,11 @@ bool writeAll(int fd, const void* bytes, size_t size) {
   const char* next = static_cast<const char*>(bytes);
   while (size > 0) {
     const ssize_t written = ::write(fd, next, size);
+    if (written < 0 && errno == EAGAIN) {  // a pipe that its owner has set so
+      pollfd room{fd, POLLOUT, 0};
+      ::poll(&room, 1, -1);
+      continue;
+    }
     if (written < 0 && errno != EINTR) {
       return false;
     }

@@ -96,7 +96,7 @@ std::string heartbeat() {
       {"period_ms", milliseconds(health.beat.period)},
       {"ticks_left_out", health.beat.left_out},
       {"ticks_left_out_last_minute", health.beat.left_out_last_minute},
-      {"slowdown", health.beat.slowdown},
+      {"slowdown", health.slowdown},
       {"wrong", wrong}};
   return "event: heartbeat\ndata: " + oneLine(beat) + "\n\n";
 }

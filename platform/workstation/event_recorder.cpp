@@ -394,11 +394,14 @@ void EventRecorder::lookAround() {
   m_changed.notify_all();
 }
 
-/// With the lock held.
+/// With the lock held. On a machine whose cycles take seconds the last one is often older than a silence may be: as
+/// long as they come, watching has not ceased for the journal.
 void EventRecorder::lookWhetherWatching() {
   const Health health = currentHealth();
-  if (m_first == 0 || health.isWatching() == m_watching) return;
-  m_watching = health.isWatching();
+  const auto patience = std::max<std::chrono::nanoseconds>(kLongestSilence, 3 * health.beat.last_call);
+  const bool is_watching = m_watching ? health.cycle_age && *health.cycle_age <= patience : health.isWatching();
+  if (m_first == 0 || is_watching == m_watching) return;
+  m_watching = is_watching;
   give({lastCycle(health), "watching", "", "", m_watching});
 }
 

@@ -1,7 +1,9 @@
 #include "platform/workstation/health.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <deque>
 #include <map>
 #include <mutex>
 
@@ -10,12 +12,18 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::chrono::minutes kWindow{1};
+
 struct Known {
   std::mutex mutex;
   std::map<Trouble, Health::Wrong> wrong;
   std::uint64_t cycle = 0;
-  Clock::time_point completed;
+  std::deque<Clock::time_point> completions;  ///< of the last minute, and the last one always
   Clock::time_point picture_taken;
+
+  void forgetOld(Clock::time_point now) {
+    while (completions.size() > 1 && now - completions.front() > kWindow) completions.pop_front();
+  }
 };
 
 Known& known() {
@@ -32,7 +40,7 @@ void setTrouble(Trouble trouble, const std::string& text) {
 /// What follows from the beat and from the last cycle's age. With the lock held.
 void derive(const Health& health) {
   if (health.cycle_age.value_or(health.beat.age) > kLongestSilence) {
-    setTrouble(Trouble::kAnalysisStandsStill, "No picture has been analysed since then: nobody is being watched.");
+    setTrouble(Trouble::kAnalysisStandsStill, "No picture is being analysed: nobody is being watched.");
   } else {
     known().wrong.erase(Trouble::kAnalysisStandsStill);
   }
@@ -42,9 +50,8 @@ void derive(const Health& health) {
   }
   std::array<char, 160> text{};
   std::snprintf(text.data(), text.size(),
-                "This machine is too slow: %llu pictures of the last minute were left out, alarms take %.1f times as "
-                "long.",
-                static_cast<unsigned long long>(health.beat.left_out_last_minute), health.beat.slowdown);
+                "This machine is too slow: pictures left out in the last minute: %llu; alarms take %.1f times as long.",
+                static_cast<unsigned long long>(health.beat.left_out_last_minute), health.slowdown);
   setTrouble(Trouble::kTicksLeftOut, text.data());
 }
 
@@ -79,7 +86,8 @@ void endTrouble(Trouble trouble) {
 void noteCompleteCycle(std::uint64_t cycle, Clock::time_point picture_taken) {
   const std::scoped_lock lock(known().mutex);
   known().cycle = cycle;
-  known().completed = Clock::now();
+  known().completions.push_back(Clock::now());
+  known().forgetOld(known().completions.back());
   known().picture_taken = picture_taken;
 }
 
@@ -90,7 +98,13 @@ Health currentHealth() {
   health.cycle = known().cycle;
   if (health.cycle != 0) {
     const Clock::time_point now = Clock::now();
-    health.cycle_age = now - known().completed;
+    known().forgetOld(now);
+    const auto& completions = known().completions;
+    health.cycle_age = now - completions.back();
+    if (completions.size() > 1 && health.beat.period.count() > 0) {
+      const auto distance = (completions.back() - completions.front()) / (completions.size() - 1);
+      health.slowdown = std::max(1.0, std::chrono::duration<double>(distance) / health.beat.period);
+    }
     health.picture_age = now - known().picture_taken;
   }
   derive(health);

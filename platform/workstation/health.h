@@ -44,6 +44,7 @@ struct Health {
   std::optional<std::chrono::nanoseconds> cycle_age;    ///< since it was complete
   std::optional<std::chrono::nanoseconds> picture_age;  ///< of the picture that it was about
   ticker_clock::Beat beat;
+  double slowdown = 1.0;     ///< mean distance between the complete cycles of the last minute, in periods
   std::vector<Wrong> wrong;  ///< in the order of Trouble; empty while all is well
 
   /// Whether somebody who needs help would be seen now.

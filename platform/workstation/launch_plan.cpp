@@ -155,6 +155,17 @@ StatePlace placeFor(const LaunchRequest& request) {
   return request.replay && !request.state ? temporaryPlace() : StatePlace(lastingPlace(request), false);
 }
 
+/// A disk without room must not keep a start from going on with what stands on it already.
+void writeIfOther(const fs::path& path, const std::string& text) {
+  constexpr std::size_t kMost = std::size_t{4} << 20;
+  try {
+    if (readFile(path, kMost) == text) return;
+  } catch (const std::exception&) {
+    // Whatever stands there is replaced.
+  }
+  replaceFile(path, text);
+}
+
 void checkTruth(const LaunchRequest& request) {
   if (request.truth && !fs::is_regular_file(*request.truth)) {
     throw std::runtime_error(*request.truth + ": there is no such file");
@@ -288,7 +299,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   if (!request.truth) {
     checkModels(root, values);
   }
-  replaceFile(state / "camera.json", toJson(camera).dump(2) + "\n");
+  writeIfOther(state / "camera.json", toJson(camera).dump(2) + "\n");
 
   plan.environment = {{"VELMOR_ROOT", root.string()},
                       {"VELMOR_STATE", state.string()},

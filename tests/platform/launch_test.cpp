@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -184,6 +185,20 @@ TEST_F(Launch, LaysOutTheDemo) {
   }
 }
 
+TEST_F(Launch, WritesNothingThatStandsThereAlready) {
+  m_request.state = (m_tree / "state").string();
+  const auto file = [this] {
+    prepare();
+    struct stat status {};
+    EXPECT_EQ(::stat((m_tree / "state/camera.json").c_str(), &status), 0);
+    return status.st_ino;
+  };
+  const auto first = file();
+  EXPECT_EQ(file(), first) << "a start on a disk without room goes on";
+  std::ofstream(m_tree / "state/camera.json", std::ios::app) << "damage";
+  EXPECT_NE(file(), first);
+}
+
 TEST_F(Launch, ReplaysInAPlaceThatGoesAgain) {
   m_tree.write("t.jsonl", "{}");
   m_request = parseCommandLine({"replay", demo(), "--json", "--truth", (m_tree / "t.jsonl").string()});
@@ -306,7 +321,9 @@ TEST_F(Launch, ResetsTheFloorAndNothingElse) {
     EXPECT_THROW(reset(), std::runtime_error);
   }
   EXPECT_EQ(file.load(), saved);
-  EXPECT_EQ(advice(), "To put the floor calibration back to the original one: ./run --reset floor --source '" +
+  const std::string outcome = "The program did not start: nobody is being watched.\n";
+  EXPECT_EQ(advice(), outcome +
+                          "To put the floor calibration back to the original one: ./run --reset floor --source '" +
                           (m_tree / "my cam.json").string() + "' --state " + (m_tree / "state").string() + "\n");
   EXPECT_EQ(reset(), (m_tree / "state").string() + R"(: the floor calibration is the original one again
   FallCalibration0x: 7 -> 300
@@ -319,7 +336,8 @@ TEST_F(Launch, ResetsTheFloorAndNothingElse) {
   expected.values.insert_or_assign("WRectM", "4");
   EXPECT_EQ(file.load(), expected);
   EXPECT_NE(reset().find("is the original one already"), std::string::npos);
-  EXPECT_EQ(advice(), "The floor calibration comes from " + (m_tree / "my cam.json").string() + "; correct it there\n");
+  EXPECT_EQ(advice(),
+            outcome + "The floor calibration comes from " + (m_tree / "my cam.json").string() + "; correct it there\n");
 }
 
 TEST_F(Launch, SeesOnlyWhatTheLogSaysOfThisStart) {

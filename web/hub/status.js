@@ -34,7 +34,9 @@ export class StatusPoll {
     this.answered({ ...known, code, executionTime: this.status?.executionTime ?? null, connected: true });
     const executionTime = await this.control.executionTime();
     const text = this.status.text ?? (await this.control.statusText());
-    this.answered({ code, text, executionTime, connected: true });
+    // A cycle may have ended between code and text: words of another code are worse than none.
+    const isOne = this.status.text !== null || (await this.control.statusCode()) === code;
+    this.answered({ code, text: isOne ? text : null, executionTime, connected: true });
   }
 
   answered(status) {

@@ -77,6 +77,26 @@ const state = (news = {}, settings = {}) =>
     size: SIZE,
     now: NOON,
   });
+test("an event that a restart has ended keeps the page from green for a while", () => {
+  const after = (name, closed_at_start, now) =>
+    readiness({
+      news: NEWS,
+      past: {
+        history: [
+          { name: FALL, active: true, time: AT },
+          { name, active: false, time: AT, closed_at_start },
+        ],
+      },
+      settings: SETTINGS,
+      size: SIZE,
+      now,
+    });
+  assert.equal(after(FALL, true, NOON).kind, "partly");
+  assert.match(after(FALL, true, NOON).missing[0].text, /look into the room/);
+  assert.equal(after(FALL, undefined, NOON).kind, "watching", "it ended by itself");
+  assert.equal(after(FALL, true, NOON + 700000).kind, "watching", "watched for long enough");
+});
+
 const beat = (change) => ({ heartbeat: { ...BEAT, ...change } });
 const wrong = (what) => beat({ wrong: [{ what, since: AT, text: `The text of ${what}.` }] });
 const rectangle = (on, left, top, right, bottom) => ({
@@ -159,6 +179,30 @@ describe("whatever is missing is told, with the place that mends it, and nothing
       { exclusions: [rectangle(true, 0, 0, 100, 100), off, off] },
       "not-watching",
       "editor-exclusions",
+    ],
+    [
+      "an exclusion over the floor beside the bed",
+      {},
+      { exclusions: [rectangle(true, 38, 0, 86, 100), off, off] },
+      "partly",
+      "editor-exclusions",
+    ],
+    ["an exclusion of which two sides cross", {}, { exclusions: [crossed, off, off] }, "partly", "editor-exclusions"],
+    [
+      "two beds that cover the picture together",
+      {},
+      { beds: [rectangle(true, 0, 0, 50, 100), rectangle(true, 50, 0, 100, 100), off] },
+      "not-watching",
+      "editor-beds",
+    ],
+    ["metres of another unit", {}, { widthM: "16", depthM: "12" }, "partly", "editor-floor"],
+    ["metres that do not fit the picture", {}, { widthM: "1.6", depthM: "7" }, "partly", "editor-floor"],
+    [
+      "the package's floor, one point moved by a pixel",
+      {},
+      { floor: PACKAGE_FLOOR.map((point, index) => (index ? point : { ...point, x: point.x + 1 })) },
+      "partly",
+      "editor-floor",
     ],
     ["sensitivity 0", {}, { sensitivity: "0.00" }, "not-watching", "sensitivity-heading"],
     ["sensitivity 1", {}, { sensitivity: "1.00" }, "not-watching", "sensitivity-heading"],
