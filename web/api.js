@@ -92,23 +92,42 @@ export class Control {
   }
 }
 
+const NOT_STORED =
+  "The camera uses these settings but could not store them: they are gone when it starts again. Its log says why; save again.";
+const NOT_WHOLE =
+  "The camera reports a data error for this save, so the floor may not be in use as it was saved. Its log says why; save again.";
+
+/** What the program says of a save that has just been answered; the next cycle overwrites it. */
+async function doubtOf(control) {
+  try {
+    return (await control.statusCode()) === 400 ? [NOT_WHOLE] : [];
+  } catch {
+    return [];
+  }
+}
+
 /**
- * Saves and reads back. The status is no judge: the next cycle overwrites it.
- * @returns {Promise<{saved: boolean, differences: object[], error: ?string}>} error: why it is not known what the
- *   program holds, or why it was not saved
+ * Saves and reads back. The answer and the status are no judges of what is in use, only of what else went wrong: a
+ * store that took nothing, a floor that could not be calibrated.
+ * @returns {Promise<{saved: boolean, differences: object[], error: ?string, warnings: string[]}>} error: why it is not
+ *   known what the program holds, or why it was not saved
  */
 export async function saveAndCheck(control, settings, size) {
   let refusal = null;
+  let warnings = [];
   try {
     await control.save(settings, size);
+    warnings = await doubtOf(control);
   } catch (error) {
     refusal = error.message;
+    if (error.status === 500) warnings = [NOT_STORED];
   }
   try {
     const found = differences(settings, await control.settings(size), size);
-    return { saved: found.length === 0, differences: found, error: found.length === 0 ? null : refusal };
+    const saved = found.length === 0;
+    return { saved, differences: found, error: saved ? null : refusal, warnings };
   } catch (error) {
-    return { saved: false, differences: [], error: refusal ?? error.message };
+    return { saved: false, differences: [], error: refusal ?? error.message, warnings };
   }
 }
 

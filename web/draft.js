@@ -152,7 +152,7 @@ export class SettingsDraft {
       if (result.saved) {
         this.saved = wanted;
         this.base = wanted;
-        return { kind: "saved", at: new Date(), warnings };
+        return { kind: "saved", at: new Date(), warnings: [...result.warnings, ...warnings] };
       }
       if (result.error || !result.differences.length) return { kind: "failed", error: result.error };
       this.saved = await this.control.settings(this.size);

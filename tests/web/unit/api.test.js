@@ -55,33 +55,56 @@ describe("requests to the program", () => {
 describe("a save is judged by what is read back", () => {
   const wanted = parseSettings(new StoredSettings(SIZE).document(), SIZE);
   const cases = [
-    ["taken and answered", 200, true, { saved: true, differences: 0, error: null }],
-    ["taken, but the answer was an error", 503, true, { saved: true, differences: 0, error: null }],
-    ["answered, but not taken", 200, false, { saved: false, differences: 1, error: null }],
+    ["taken and answered", 200, true, 200, { saved: true, differences: 0, error: null, warning: undefined }],
+    [
+      "taken, but the answer was an error",
+      503,
+      true,
+      200,
+      { saved: true, differences: 0, error: null, warning: undefined },
+    ],
+    [
+      "in use, but not stored",
+      500,
+      true,
+      200,
+      { saved: true, differences: 0, error: null, warning: "could not store" },
+    ],
+    ["stored, but not calibrated", 200, true, 400, { saved: true, differences: 0, error: null, warning: "data error" }],
+    ["answered, but not taken", 200, false, 200, { saved: false, differences: 1, error: null, warning: undefined }],
     [
       "refused",
       413,
       false,
-      { saved: false, differences: 1, error: "The camera refused the request: 413 (Payload Too Large)." },
+      200,
+      {
+        saved: false,
+        differences: 1,
+        error: "The camera refused the request: 413 (Payload Too Large).",
+        warning: undefined,
+      },
     ],
   ];
-  for (const [what, status, taken, expected] of cases) {
+  for (const [what, status, taken, code, expected] of cases) {
     test(what, async () => {
       const stored = new StoredSettings(SIZE);
       answer = ({ searchParams }) => {
         if (searchParams.get("action") === "get_all_parameters") return stored.document();
+        if (searchParams.get("action") === "get_status_code") return String(code);
         searchParams.delete("action");
         if (taken) stored.take(searchParams);
         return status === 200 ? "" : status;
       };
-      const { differences, ...result } = await saveAndCheck(new Control(base), { ...wanted, stakes: true }, SIZE);
-      assert.deepEqual({ ...result, differences: differences.length }, expected);
+      const result = await saveAndCheck(new Control(base), { ...wanted, stakes: true }, SIZE);
+      const warning = result.warnings[0]?.match(/could not store|data error/)[0];
+      const { saved, differences, error } = result;
+      assert.deepEqual({ saved, differences: differences.length, error, warning }, expected);
     });
   }
 
   test("a camera that has gone away leaves it open, with the reason", async () => {
     const result = await saveAndCheck(new Control("http://127.0.0.1:1/"), wanted, SIZE);
-    assert.deepEqual(result, { saved: false, differences: [], error: "The camera does not answer." });
+    assert.deepEqual(result, { saved: false, differences: [], error: "The camera does not answer.", warnings: [] });
   });
 });
 
