@@ -95,17 +95,18 @@ function usePictures({ link, size, anonymised, image, setView }) {
     if (!visible) return undefined;
     const onPicture = (picture, took) => {
       const url = URL.createObjectURL(picture);
+      const element = image.current;
       const done = (good) => {
         took();
-        if (!good) return URL.revokeObjectURL(url);
+        // A picture may be ready after its place has left the page.
+        if (!good || image.current !== element) return URL.revokeObjectURL(url);
         if (newest.current.url) URL.revokeObjectURL(newest.current.url);
         const awaited = newest.current.at === null || performance.now() - newest.current.at > FRESH_MS;
         newest.current = { at: performance.now(), url };
         setFailed(null);
         if (awaited) look((count) => count + 1);
-        return setView((old) => sizeShown(old, image.current));
+        return setView((old) => sizeShown(old, element));
       };
-      const element = image.current;
       element.onload = () => done(true);
       element.onerror = () => done(false);
       element.src = url;
