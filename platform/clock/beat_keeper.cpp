@@ -38,10 +38,6 @@ Beat BeatKeeper::at(Microseconds now) {
   Beat beat = m_beat;
   if (beat.period.count() > 0) beat.age = now - m_begun;
   for (const Call& call : m_calls) beat.left_out_last_minute += call.left_out;
-  if (!m_calls.empty()) {
-    const auto calls = static_cast<double>(m_calls.size());
-    beat.slowdown = (calls + static_cast<double>(beat.left_out_last_minute)) / calls;
-  }
   return beat;
 }
 

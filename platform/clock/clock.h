@@ -33,7 +33,6 @@ struct Beat {
   std::chrono::nanoseconds last_call{0};   ///< how long the last finished call took
   std::uint64_t left_out = 0;              ///< ticks since the ticker was added
   std::uint64_t left_out_last_minute = 0;  ///< of the ticks that were due in the last minute
-  double slowdown = 1.0;                   ///< mean distance between calls in the last minute, in periods
 };
 
 /// From any thread.
