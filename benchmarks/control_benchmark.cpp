@@ -9,7 +9,7 @@
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "config/request_handler.h"
-#include "platform/workstation/parameter_batch.h"
+#include "platform/workstation/parameters/parameter_batch.h"
 #include "tests/platform/state_folder.h"
 
 namespace {

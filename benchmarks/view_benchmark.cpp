@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/workstation/anonymised_view.h"
-#include "platform/workstation/video_camera.h"
-#include "platform/workstation/view_picture.h"
+#include "platform/workstation/views/anonymised_view.h"
+#include "platform/workstation/decoding/video_camera.h"
+#include "platform/workstation/views/view_picture.h"
 
 namespace {
 

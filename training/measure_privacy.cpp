@@ -23,9 +23,9 @@
 #include "app/startup.h"
 #include "app/truth.h"
 #include "platform/clock/clock.h"
-#include "platform/workstation/launch_plan.h"
-#include "platform/workstation/overlay_service.h"
-#include "platform/workstation/view_picture.h"
+#include "platform/workstation/launcher/launch_plan.h"
+#include "platform/workstation/views/overlay_service.h"
+#include "platform/workstation/views/view_picture.h"
 
 namespace {
 

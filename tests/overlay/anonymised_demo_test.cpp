@@ -18,8 +18,8 @@
 #include "app/startup.h"
 #include "app/truth.h"
 #include "overlay/overlay_manager.h"
-#include "platform/workstation/anonymised_view.h"
-#include "platform/workstation/overlay_service.h"
+#include "platform/workstation/views/anonymised_view.h"
+#include "platform/workstation/views/overlay_service.h"
 #include "tests/platform/state_folder.h"
 #include "tests/platform/viewer_camera.h"
 

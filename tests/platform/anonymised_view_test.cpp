@@ -1,4 +1,4 @@
-#include "platform/workstation/anonymised_view.h"
+#include "platform/workstation/views/anonymised_view.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/workstation/camera_description.h"
+#include "platform/workstation/camera/camera_description.h"
 
 #include <gtest/gtest.h>
 

@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "platform/clock/clock.h"
-#include "platform/workstation/event_journal.h"
-#include "platform/workstation/health.h"
+#include "platform/workstation/events/event_journal.h"
+#include "platform/workstation/system/health.h"
 #include "tests/platform/state_folder.h"
 
 namespace {

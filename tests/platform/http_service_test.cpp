@@ -20,10 +20,10 @@
 #include <vector>
 
 #include "platform/clock/clock.h"
-#include "platform/workstation/event_feed.h"
-#include "platform/workstation/health.h"
-#include "platform/workstation/http_server.h"
-#include "platform/workstation/run_marks.h"
+#include "platform/workstation/web/event_feed.h"
+#include "platform/workstation/system/health.h"
+#include "platform/workstation/web/http_server.h"
+#include "platform/workstation/events/run_marks.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/state_folder.h"
 

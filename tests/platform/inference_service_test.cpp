@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/workstation/tensor_quantizer.h"
+#include "platform/workstation/inference/tensor_quantizer.h"
 #include "tests/platform/state_folder.h"
 
 namespace {

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/workstation/floor_reset.h"
-#include "platform/workstation/launch_media.h"
-#include "platform/workstation/launch_plan.h"
-#include "platform/workstation/launch_request.h"
-#include "platform/workstation/launch_web.h"
-#include "platform/workstation/stored_parameters.h"
+#include "platform/workstation/launcher/floor_reset.h"
+#include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/launcher/launch_plan.h"
+#include "platform/workstation/launcher/launch_request.h"
+#include "platform/workstation/launcher/launch_web.h"
+#include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"
 

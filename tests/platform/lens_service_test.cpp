@@ -1,4 +1,4 @@
-#include "platform/workstation/lens_service.h"
+#include "platform/workstation/camera/lens_service.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -14,8 +14,8 @@
 #include <string>
 #include <thread>
 
-#include "platform/workstation/child_processes.h"
-#include "platform/workstation/health.h"
+#include "platform/workstation/launcher/child_processes.h"
+#include "platform/workstation/system/health.h"
 #include "state_folder.h"
 
 namespace {

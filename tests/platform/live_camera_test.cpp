@@ -1,6 +1,6 @@
 // Cameras that stand still, vanish, come late and come back, on the system's clock. What waits for seconds waits for
 // tenths of them here.
-#include "platform/workstation/live_camera.h"
+#include "platform/workstation/decoding/live_camera.h"
 
 #include <axparameter.h>
 #include <fcntl.h>
@@ -15,9 +15,9 @@
 #include <optional>
 #include <thread>
 
-#include "platform/workstation/health.h"
-#include "platform/workstation/launch_media.h"
-#include "platform/workstation/view_streams.h"
+#include "platform/workstation/system/health.h"
+#include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/web/view_streams.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/rtsp_camera.h"
 #include "tests/platform/state_folder.h"

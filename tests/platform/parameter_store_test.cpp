@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/workstation/parameter_batch.h"
-#include "platform/workstation/stored_parameters.h"
+#include "platform/workstation/parameters/parameter_batch.h"
+#include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/state_folder.h"
 
 namespace {

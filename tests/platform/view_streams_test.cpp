@@ -1,6 +1,6 @@
 // The overlay service and the viewers' streams, over a real web server. The clock is a replay's: it stands still unless
 // a cycle runs.
-#include "platform/workstation/view_streams.h"
+#include "platform/workstation/web/view_streams.h"
 
 #include <axoverlay.h>
 #include <axparameter.h>
@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/workstation/overlay_service.h"
+#include "platform/workstation/views/overlay_service.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"

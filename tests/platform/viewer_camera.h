@@ -10,8 +10,8 @@
 #include <memory>
 
 #include "platform/clock/clock.h"
-#include "platform/workstation/video_pipeline.h"
-#include "platform/workstation/view_picture.h"
+#include "platform/workstation/decoding/video_pipeline.h"
+#include "platform/workstation/views/view_picture.h"
 
 struct Yuv {
   std::uint8_t y, u, v;

@@ -1,0 +1,224 @@
+#include "platform/workstation/camera/camera_description.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <system_error>
+
+#include "platform/workstation/camera/lens_service.h"
+#include "platform/workstation/decoding/video_source.h"
+
+namespace workstation {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::uint32_t kMaxFocalLength_um = 1'000'000;
+constexpr std::uint32_t kMaxStreamSide = 4096;
+constexpr std::size_t kMaxStreamSizes = 32;
+
+constexpr const char* kSourceRule = "allowed is a text: the path of a video file or a URI";
+constexpr const char* kSwitchRule = "allowed are true and false";
+constexpr const char* kRotationRule = "allowed are 0, 90, 180 and 270";
+constexpr const char* kProductRule = "allowed is a text that is not empty";
+constexpr const char* kFocalRule = "allowed is a whole number from 1 to 1000000";
+constexpr const char* kSizesRule =
+    "allowed is a list of 1 to 32 different texts \"WIDTHxHEIGHT\" of even numbers from 2 to 4096";
+constexpr const char* kParametersRule = "allowed is an object of parameter names with texts as values";
+constexpr const char* kKeysRule =
+    "allowed are source, loop, rotation, mirrored, product_name, focal_length_um, stream_sizes and parameters";
+
+/// A value as it stands in the file, cut to a length that fits a line.
+std::string shown(const json& value) {
+  constexpr std::size_t kLongest = 40;
+  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
+  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
+  return text;
+}
+
+std::optional<std::uint32_t> parseSide(std::string_view text) {
+  std::uint32_t side = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), side);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (side < 2 || side > kMaxStreamSide || side % 2 != 0) return std::nullopt;
+  return side;
+}
+
+std::optional<StreamSize> parseSize(const json& value) {
+  const auto* text = value.get_ptr<const std::string*>();
+  if (text == nullptr) return std::nullopt;
+  const std::string_view view = *text;
+  const std::size_t cross = view.find('x');
+  if (cross == std::string_view::npos) return std::nullopt;
+  const auto width = parseSide(view.substr(0, cross));
+  const auto height = parseSide(view.substr(cross + 1));
+  if (!width || !height) return std::nullopt;
+  return StreamSize{*width, *height};
+}
+
+/// Takes the keys over one by one and collects every mistake on the way.
+class Reader {
+ public:
+  explicit Reader(const std::string& file) { m_description.file = file; }
+
+  CameraDescription read(std::string_view text) {
+    const json document = json::parse(text, nullptr, false);
+    if (!document.is_object()) {
+      note("the file", document.is_discarded() ? "is not valid JSON" : "holds no object", "allowed is one JSON object");
+    } else {
+      if (!document.contains("source")) note("source", "is missing", kSourceRule);
+      for (const auto& [key, value] : document.items()) take(key, value);
+    }
+    if (!m_mistakes.empty()) throw DescriptionError(m_mistakes);
+    return std::move(m_description);
+  }
+
+ private:
+  void note(const std::string& key, const std::string& mistake, const std::string& allowed) {
+    if (!m_mistakes.empty()) m_mistakes += '\n';
+    m_mistakes += m_description.file + ": " + key + ": " + mistake + "; " + allowed;
+  }
+
+  void take(const std::string& key, const json& value) {
+    if (key == "source") {
+      takeSource(value);
+    } else if (key == "loop") {
+      takeSwitch(key, value, m_description.loop);
+    } else if (key == "rotation") {
+      takeRotation(value);
+    } else if (key == "mirrored") {
+      takeSwitch(key, value, m_description.mirrored);
+    } else if (key == "product_name") {
+      takeProductName(value);
+    } else if (key == "focal_length_um") {
+      takeFocalLength(value);
+    } else if (key == "stream_sizes") {
+      takeStreamSizes(value);
+    } else if (key == "parameters") {
+      takeParameters(value);
+    } else {
+      note(shown(key), "is not a key of a camera", kKeysRule);
+    }
+  }
+
+  void refuse(const std::string& key, const json& value, const std::string& allowed) {
+    note(key, "cannot be " + shown(value), allowed);
+  }
+
+  void takeSource(const json& value) {
+    const auto* source = value.get_ptr<const std::string*>();
+    if (source == nullptr || source->empty() || source->find('\0') != std::string::npos) {
+      return refuse("source", value, kSourceRule);
+    }
+    m_description.source = *source;
+    if (isUri(*source)) return;
+    std::error_code error;
+    const auto folder = std::filesystem::absolute(m_description.file, error).parent_path();
+    m_description.source = (folder / *source).lexically_normal().string();
+  }
+
+  void takeSwitch(const std::string& key, const json& value, bool& target) {
+    if (!value.is_boolean()) return refuse(key, value, kSwitchRule);
+    value.get_to(target);
+  }
+
+  void takeRotation(const json& value) {
+    if (!value.is_number_integer() || (value != 0 && value != 90 && value != 180 && value != 270)) {
+      return refuse("rotation", value, kRotationRule);
+    }
+    value.get_to(m_description.rotation);
+  }
+
+  void takeProductName(const json& value) {
+    if (!value.is_string() || value.get_ref<const std::string&>().empty())
+      return refuse("product_name", value, kProductRule);
+    value.get_to(m_description.product_name);
+  }
+
+  void takeFocalLength(const json& value) {
+    if (!value.is_number_integer() || value < 1 || value > kMaxFocalLength_um) {
+      return refuse("focal_length_um", value, kFocalRule);
+    }
+    value.get_to(m_description.focal_length_um);
+  }
+
+  void takeStreamSizes(const json& value) {
+    if (!value.is_array() || value.empty() || value.size() > kMaxStreamSizes) {
+      return refuse("stream_sizes", value, kSizesRule);
+    }
+    auto& sizes = m_description.stream_sizes;
+    sizes.clear();
+    for (const json& entry : value) {
+      const auto size = parseSize(entry);
+      if (!size || std::find(sizes.begin(), sizes.end(), *size) != sizes.end()) {
+        refuse("stream_sizes", entry, kSizesRule);
+      } else {
+        sizes.push_back(*size);
+      }
+    }
+  }
+
+  void takeParameters(const json& value) {
+    if (!value.is_object()) return refuse("parameters", value, kParametersRule);
+    for (const auto& [name, text] : value.items()) {
+      if (name.empty() || !text.is_string()) {
+        refuse("parameters." + shown(name), text, kParametersRule);
+      } else {
+        m_description.parameters[name] = text.get<std::string>();
+      }
+    }
+  }
+
+  CameraDescription m_description;
+  std::string m_mistakes;
+};
+
+[[noreturn]] void refuseFile(const std::string& file, const std::string& mistake) {
+  throw DescriptionError(file + ": the file: " + mistake + "; allowed is a readable JSON file of at most 1 MiB");
+}
+
+}  // namespace
+
+std::string toString(StreamSize size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
+
+CameraDescription parseCameraDescription(std::string_view text, const std::string& file) {
+  return Reader(file).read(text);
+}
+
+CameraDescription loadCameraDescription(const std::string& file) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) {
+    refuseFile(file, error ? error.message() : "is not a regular file");
+  }
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) refuseFile(file, "cannot be read");
+  std::string text(kDescriptionLimitBytes + 1, '\0');
+  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (stream.bad()) refuseFile(file, "cannot be read");
+  text.resize(static_cast<std::size_t>(stream.gcount()));
+  if (text.size() > kDescriptionLimitBytes) refuseFile(file, "is too large");
+  return parseCameraDescription(text, file);
+}
+
+const CameraDescription& startedCamera() {
+  // Never destroyed, because handles of the camera may be released after main. One entry for each file ever named.
+  static auto& mutex = *new std::mutex;
+  static auto& cameras = *new std::map<std::string, std::unique_ptr<const CameraDescription>>;
+  const char* file = std::getenv("VELMOR_CAMERA");
+  if (file == nullptr || *file == '\0') {
+    throw DescriptionError("VELMOR_CAMERA: is not set; allowed is the path of a camera's description file");
+  }
+  const std::scoped_lock lock(mutex);
+  auto& camera = cameras[file];
+  if (!camera) camera = std::make_unique<const CameraDescription>(loadCameraDescription(file));
+  startLensService(camera->focal_length_um);
+  return *camera;
+}
+
+}  // namespace workstation

@@ -1,0 +1,139 @@
+#include "platform/workstation/decoding/nv12_picture.h"
+
+#include <libyuv.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <stdexcept>
+
+namespace workstation {
+namespace {
+
+/// A frame with its own memory.
+class I420Frame {
+ public:
+  I420Frame(int width, int height) : m_width(width), m_height(height), m_bytes(lumaSize() + 2 * chromaSize()) {}
+
+  std::uint8_t* y() { return m_bytes.data(); }
+  std::uint8_t* u() { return y() + lumaSize(); }
+  std::uint8_t* v() { return u() + chromaSize(); }
+  [[nodiscard]] int chromaWidth() const { return (m_width + 1) / 2; }
+  I420View view() { return {y(), u(), v(), m_width, chromaWidth(), chromaWidth(), m_width, m_height, false}; }
+
+ private:
+  [[nodiscard]] std::size_t lumaSize() const {
+    return static_cast<std::size_t>(m_width) * static_cast<std::size_t>(m_height);
+  }
+  [[nodiscard]] std::size_t chromaSize() const {
+    return static_cast<std::size_t>(chromaWidth()) * static_cast<std::size_t>((m_height + 1) / 2);
+  }
+
+  int m_width;
+  int m_height;
+  std::vector<std::uint8_t> m_bytes;
+};
+
+/// The part of `length` that is kept, and where it begins: even, so that it falls on whole chroma samples.
+struct Cut {
+  int begin;
+  int length;
+};
+
+Cut middle(int length, std::int64_t wanted) {
+  const int kept = std::clamp(static_cast<int>(wanted), 1, length);
+  return {(length - kept) / 2 & ~1, kept};
+}
+
+I420View cropToAspect(const I420View& frame, StreamSize size) {
+  const std::int64_t width = frame.width;
+  const std::int64_t height = frame.height;
+  const Cut columns = middle(frame.width, (height * size.width + size.height / 2) / size.height);
+  const Cut rows = middle(frame.height, (width * size.height + size.width / 2) / size.width);
+  I420View cut = frame;
+  cut.y += static_cast<std::ptrdiff_t>(rows.begin) * frame.y_stride + columns.begin;
+  cut.u += static_cast<std::ptrdiff_t>(rows.begin / 2) * frame.u_stride + columns.begin / 2;
+  cut.v += static_cast<std::ptrdiff_t>(rows.begin / 2) * frame.v_stride + columns.begin / 2;
+  cut.width = columns.length;
+  cut.height = rows.length;
+  return cut;
+}
+
+void check(int status) {
+  if (status != 0) throw std::runtime_error("a frame of this size cannot be scaled");
+}
+
+I420Frame scaled(const I420View& from, int width, int height) {
+  I420Frame to(width, height);
+  check(libyuv::I420Scale(from.y, from.y_stride, from.u, from.u_stride, from.v, from.v_stride, from.width, from.height,
+                          to.y(), width, to.u(), to.chromaWidth(), to.v(), to.chromaWidth(), width, height,
+                          libyuv::kFilterBox));
+  return to;
+}
+
+I420Frame turned(const I420View& from, std::uint32_t rotation) {
+  const bool upright = rotation == 180;
+  const int width = upright ? from.width : from.height;
+  I420Frame to(width, upright ? from.height : from.width);
+  check(libyuv::I420Rotate(from.y, from.y_stride, from.u, from.u_stride, from.v, from.v_stride, to.y(), width, to.u(),
+                           to.chromaWidth(), to.v(), to.chromaWidth(), from.width, from.height,
+                           static_cast<libyuv::RotationMode>(rotation)));
+  return to;
+}
+
+std::vector<std::uint8_t> packed(const I420View& from) {
+  const auto luma = static_cast<std::size_t>(from.width) * static_cast<std::size_t>(from.height);
+  std::vector<std::uint8_t> nv12(luma * 3 / 2);
+  check(libyuv::I420ToNV12(from.y, from.y_stride, from.u, from.u_stride, from.v, from.v_stride, nv12.data(), from.width,
+                           nv12.data() + luma, from.width, from.width, from.height));
+  return nv12;
+}
+
+/// A byte's way from full range, with `zero_in` as its zero, to a range of `steps` with `zero_out` as its zero.
+std::array<std::uint8_t, 256> rangeTable(double zero_in, double zero_out, double steps) {
+  std::array<std::uint8_t, 256> table{};
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    table.at(i) = static_cast<std::uint8_t>(std::lround((static_cast<double>(i) - zero_in) * steps / 255.0 + zero_out));
+  }
+  return table;
+}
+
+/// Luma 0..255 to 16..235, chroma to 16..240 around 128 (ITU-R BT.601, section 2.5.3).
+void compressRange(std::vector<std::uint8_t>& nv12) {
+  static const auto luma = rangeTable(0, 16, 219);
+  static const auto chroma = rangeTable(128, 128, 224);
+  const auto uv = nv12.begin() + static_cast<std::ptrdiff_t>(nv12.size() / 3 * 2);
+  std::transform(nv12.begin(), uv, nv12.begin(), [](std::uint8_t value) { return luma[value]; });
+  std::transform(uv, nv12.end(), uv, [](std::uint8_t value) { return chroma[value]; });
+}
+
+}  // namespace
+
+void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rotation,
+                       const std::function<void(const I420View& picture)>& use) {
+  const auto width = static_cast<int>(size.width);
+  const auto height = static_cast<int>(size.height);
+  I420View picture = cropToAspect(cropToAspect(frame, kSensorShape), size);
+  std::optional<I420Frame> right_size;
+  if (picture.width != width || picture.height != height) {
+    right_size = scaled(picture, width, height);
+    picture = right_size->view();
+  }
+  std::optional<I420Frame> upright;
+  if (rotation != 0) {
+    upright = turned(picture, rotation);
+    picture = upright->view();
+  }
+  picture.full_range = frame.full_range;
+  use(picture);
+}
+
+std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
+  std::vector<std::uint8_t> nv12;
+  withStreamPicture(frame, size, rotation, [&](const I420View& picture) { nv12 = packed(picture); });
+  if (frame.full_range) compressRange(nv12);
+  return nv12;
+}
+
+}  // namespace workstation

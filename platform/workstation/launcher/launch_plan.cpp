@@ -1,0 +1,323 @@
+#include "platform/workstation/launcher/launch_plan.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/inference/model_sidecar.h"
+#include "platform/workstation/system/state_directory.h"
+#include "platform/workstation/decoding/video_source.h"
+
+namespace workstation {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr const char* kPackageFolders[] = {"usr/local/packages", "mnt/flash/usr/local/packages"};
+constexpr const char* kModelParameters[] = {"LandscapeModelFileName", "PortraitModelFileName",
+                                            "mobilenetModelFileName"};
+
+/// A program that was killed a moment ago may leave a helper that still holds the lock.
+constexpr std::chrono::milliseconds kLockPatience{500}, kLockPause{50};
+
+bool isDescription(const std::string& source) { return !isUri(source) && fs::path(source).extension() == ".json"; }
+
+std::string fullName(const std::string& source) {
+  return isUri(source) ? source : fs::absolute(source).lexically_normal().string();
+}
+
+/// The demo's video, whatever container it is in.
+fs::path demoVideo(const fs::path& folder) {
+  for (const char* suffix : {".mp4", ".webm", ".mkv"}) {
+    if (fs::path video = folder / (std::string("demo") + suffix); fs::exists(video)) {
+      return video;
+    }
+  }
+  throw std::runtime_error((folder / "demo.mp4").string() + ": the demo's video is missing");
+}
+
+json toJson(const CameraDescription& camera) {
+  json sizes = json::array();
+  for (const StreamSize size : camera.stream_sizes) {
+    sizes.push_back(toString(size));
+  }
+  return {{"source", camera.source},
+          {"loop", camera.loop},
+          {"rotation", camera.rotation},
+          {"mirrored", camera.mirrored},
+          {"product_name", camera.product_name},
+          {"focal_length_um", camera.focal_length_um},
+          {"stream_sizes", sizes},
+          {"parameters", camera.parameters}};
+}
+
+bool isNumber(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  return !text.empty() && end == text.c_str() + text.size() && std::isfinite(value);
+}
+
+bool isSwitch(const std::string& text) { return text == "true" || text == "false"; }
+
+/// What is wrong with a parameter, nothing if it is good. The kind of its default is the kind of its value: the program
+/// would take anything else for 0 or false without a word.
+std::string mistakeIn(const std::string& name, const std::string& value, const Parameters& defaults) {
+  const auto fallback = defaults.find(name);
+  if (fallback == defaults.end()) return "is not a parameter; allowed are those of package/manifest.json";
+  if (isSwitch(fallback->second) && !isSwitch(value)) return "must be \"true\" or \"false\"";
+  if (isNumber(fallback->second) && !isNumber(value)) return "must be a number, as text";
+  return "";
+}
+
+/// One line for each parameter that the package does not have or that has the wrong kind of value.
+void checkParameters(const CameraDescription& camera, const Parameters& defaults, const std::string& file) {
+  std::string mistakes;
+  for (const auto& [name, value] : camera.parameters) {
+    const std::string mistake = mistakeIn(name, value, defaults);
+    if (mistake.empty()) continue;
+    mistakes.append(mistakes.empty() ? "" : "\n").append(file).append(": parameters: \"").append(name);
+    mistakes.append("\" ").append(mistake);
+  }
+  if (!mistakes.empty()) {
+    throw std::runtime_error(mistakes);
+  }
+}
+
+void linkFiles(const fs::path& from, const fs::path& to, std::initializer_list<const char*> suffixes) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(from, error)) {
+    const auto has = [&](const char* suffix) { return entry.path().extension() == suffix; };
+    if (std::any_of(suffixes.begin(), suffixes.end(), has)) {
+      fs::create_symlink(fs::absolute(entry.path()), to / entry.path().filename());
+    }
+  }
+}
+
+/// The package directories of the camera below `root`, as links into the source tree.
+void layOutPackage(const fs::path& root, const fs::path& source_tree) {
+  fs::remove_all(root);
+  for (const char* folder : kPackageFolders) {
+    const fs::path package = root / folder / kAppName;
+    fs::create_directories(package);
+    linkFiles(source_tree / "models", package, {".onnx", ".json"});
+    linkFiles(source_tree / "package", package, {".json"});
+    fs::create_directory_symlink(fs::absolute(source_tree / "web"), package / "html");
+  }
+}
+
+/// The models that the program will ask for: there, whole, and described.
+void checkModels(const fs::path& root, const Parameters& values) {
+  for (const char* parameter : kModelParameters) {
+    const auto name = values.find(parameter);
+    if (name == values.end() || name->second.empty()) {
+      throw std::runtime_error(std::string(parameter) + ": names no model file");
+    }
+    std::error_code error;
+    const fs::path link = root / kPackageFolders[0] / kAppName / name->second;
+    const fs::path model = fs::canonical(link, error);
+    if (error || !fs::is_regular_file(model)) {
+      throw std::runtime_error("models/" + name->second + ": the model that " + parameter + " names is missing");
+    }
+    readModelSidecar(model.string(), readFile(model, kMaxModelBytes).value_or(""));
+  }
+}
+
+/// What the program's parameter store will hold.
+Parameters effectiveParameters(const fs::path& state, const Parameters& defaults, const CameraDescription& camera) {
+  StoredState stored = StoredParameters(state, kAppName).load().value_or(StoredState());
+  return startFrom(std::move(stored), defaults, camera.parameters).values;
+}
+
+StatePlace temporaryPlace() {
+  std::string name = (fs::temp_directory_path() / "velmor-replay-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error(name + ": cannot be created: " + std::strerror(errno));
+  }
+  return {name, true};
+}
+
+StatePlace placeFor(const LaunchRequest& request) {
+  return request.replay && !request.state ? temporaryPlace() : StatePlace(lastingPlace(request), false);
+}
+
+/// A disk without room must not keep a start from going on with what stands on it already.
+void writeIfOther(const fs::path& path, const std::string& text) {
+  constexpr std::size_t kMost = std::size_t{4} << 20;
+  try {
+    if (readFile(path, kMost) == text) return;
+  } catch (const std::exception&) {
+    // Whatever stands there is replaced.
+  }
+  replaceFile(path, text);
+}
+
+void checkTruth(const LaunchRequest& request) {
+  if (request.truth && !fs::is_regular_file(*request.truth)) {
+    throw std::runtime_error(*request.truth + ": there is no such file");
+  }
+}
+
+}  // namespace
+
+StatePlace::StatePlace(fs::path directory, bool temporary)
+    : m_directory(std::move(directory)), m_removed_at_end(temporary ? m_directory : fs::path()) {
+  std::error_code error;
+  fs::create_directories(m_directory, error);
+  if (error) {
+    throw std::runtime_error(m_directory.string() + ": cannot be used as the state directory: " + error.message());
+  }
+  const fs::path file = m_directory / "lock";
+  m_lock = FileDescriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (m_lock.get() < 0) {
+    throw std::runtime_error(file.string() + ": cannot be opened: " + std::strerror(errno));
+  }
+  for (auto waited = kLockPause; ::flock(m_lock.get(), LOCK_EX | LOCK_NB) != 0; waited += kLockPause) {
+    if (waited > kLockPatience) {
+      throw std::runtime_error(m_directory.string() + ": another run is using this state directory; end it first");
+    }
+    std::this_thread::sleep_for(kLockPause);
+  }
+}
+
+StatePlace::~StatePlace() {
+  if (!m_removed_at_end.empty()) {
+    std::error_code ignored;
+    fs::remove_all(m_removed_at_end, ignored);
+  }
+}
+
+void layOver(CameraDescription& camera, const fs::path& settings) {
+  const auto text = readFile(settings, kDescriptionLimitBytes);
+  if (!text) {
+    throw DescriptionError(settings.string() + ": there is no such file");
+  }
+  json document = json::parse(*text, nullptr, false);
+  if (!document.is_object()) {
+    throw DescriptionError(settings.string() + ": is not a JSON object of settings");
+  }
+  for (const auto& [key, value] : document.items()) {
+    if (key != "rotation" && key != "mirrored" && key != "product_name" && key != "focal_length_um" &&
+        key != "parameters") {
+      throw DescriptionError(settings.string() + ": " + key + ": is not a setting; allowed are rotation, mirrored, " +
+                             "product_name, focal_length_um and parameters");
+    }
+  }
+  document["source"] = "-";
+  const std::string composed = document.dump(-1, ' ', false, json::error_handler_t::replace);
+  const CameraDescription set = parseCameraDescription(composed, settings.string());
+  camera.rotation = document.contains("rotation") ? set.rotation : camera.rotation;
+  camera.mirrored = document.contains("mirrored") ? set.mirrored : camera.mirrored;
+  camera.product_name = document.contains("product_name") ? set.product_name : camera.product_name;
+  camera.focal_length_um = document.contains("focal_length_um") ? set.focal_length_um : camera.focal_length_um;
+  for (const auto& [name, value] : set.parameters) {
+    camera.parameters.insert_or_assign(name, value);
+  }
+}
+
+CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& source_tree) {
+  CameraDescription camera;
+  if (!request.source) {
+    const fs::path demo = source_tree / "simulator" / "demo";
+    camera.source = demoVideo(demo).string();
+    camera.loop = true;
+    layOver(camera, demo / "demo.settings.json");
+    return camera;
+  }
+  if (isDescription(*request.source)) {
+    camera = loadCameraDescription(*request.source);
+  } else {
+    camera.source = fullName(*request.source);
+  }
+  if (request.settings) {
+    layOver(camera, *request.settings);
+  }
+  if (request.loop && kindOf(camera.source) != SourceKind::kFile) {
+    throw UsageError("--loop is for a video file; any other source is opened again by itself when it ends");
+  }
+  camera.loop = camera.loop || request.loop;
+  return camera;
+}
+
+std::string stateName(const LaunchRequest& request) {
+  constexpr int kHashLength = 8;
+  if (!request.source) {
+    return "demo";
+  }
+  const std::string name = withoutUser(fullName(*request.source));
+  std::string stem = fs::path(withoutSecrets(name)).stem().string();
+  std::replace_if(
+      stem.begin(), stem.end(), [](char c) { return !g_ascii_isalnum(c) && !std::strchr("._-", c); }, '_');
+  const std::unique_ptr<gchar, decltype(&g_free)> hash(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1), &g_free);
+  return stem + "-" + std::string(hash.get(), kHashLength);
+}
+
+fs::path lastingPlace(const LaunchRequest& request) {
+  return request.state ? fs::absolute(*request.state).lexically_normal() : stateHome() / stateName(request);
+}
+
+std::string settingsName(const LaunchRequest& request) {
+  return request.settings.value_or(request.source.value_or("demo.settings.json"));
+}
+
+Parameters packageDefaults(const fs::path& source_tree) {
+  return manifestDefaults(source_tree / "package" / "manifest.json");
+}
+
+LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
+  const fs::path manifest = source_tree / "package" / "manifest.json";
+  const CameraDescription camera = requestedCamera(request, source_tree);
+  const Parameters defaults = packageDefaults(source_tree);
+  checkParameters(camera, defaults, settingsName(request));
+  if (std::string problem = videoProblem(camera.source, request.replay); !problem.empty()) {
+    throw std::runtime_error(problem);
+  }
+  checkTruth(request);
+
+  LaunchPlan plan;
+  plan.program = request.truth ? "velmor_reference" : "velmor_care";
+  plan.place = placeFor(request);
+  const fs::path state = plan.place.directory();
+  const fs::path root = state / "root";
+  layOutPackage(root, source_tree);
+  const Parameters values = effectiveParameters(state, defaults, camera);
+  if (!request.truth) {
+    checkModels(root, values);
+  }
+  writeIfOther(state / "camera.json", toJson(camera).dump(2) + "\n");
+
+  plan.environment = {{"VELMOR_ROOT", root.string()},
+                      {"VELMOR_STATE", state.string()},
+                      {"VELMOR_CAMERA", (state / "camera.json").string()},
+                      {"VELMOR_MANIFEST", manifest.string()},
+                      {"VELMOR_OUTPUT", !request.replay ? "text"
+                                        : request.json  ? "json"
+                                                        : "replay"}};
+  if (request.replay) {
+    plan.environment["VELMOR_CLOCK"] = "replay";
+  }
+  if (request.replay && on_terminal) {
+    plan.environment["VELMOR_PROGRESS"] = "1";
+  }
+  if (request.truth) {
+    plan.environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
+  }
+  return plan;
+}
+
+}  // namespace workstation

@@ -1,0 +1,220 @@
+#include "platform/workstation/parameters/stored_parameters.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "platform/workstation/system/durable_file.h"
+
+namespace workstation {
+namespace {
+
+constexpr size_t kMaxFileBytes = 1 << 20;
+constexpr size_t kMaxNameLength = 64;
+constexpr std::string_view kChecksumMark = "# sha256 of what follows: ";
+
+struct GLibDeleter {
+  void operator()(GKeyFile* keyFile) const { g_key_file_unref(keyFile); }
+  void operator()(GError* error) const { g_error_free(error); }
+  void operator()(gchar* text) const { g_free(text); }
+  void operator()(gchar** texts) const { g_strfreev(texts); }
+};
+template <typename T>
+using GLibOwner = std::unique_ptr<T, GLibDeleter>;
+
+std::string checksum(std::string_view body) {
+  const GLibOwner<gchar> sum(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(body.data()), body.size()));
+  return sum.get();
+}
+
+/// The text without its checksum line, which must be right.
+std::string_view checkedBody(std::string_view text) {
+  const size_t end = text.find('\n');
+  if (!text.starts_with(kChecksumMark) || end == std::string_view::npos) {
+    throw std::runtime_error("it has no checksum line");
+  }
+  const std::string_view body = text.substr(end + 1);
+  if (text.substr(kChecksumMark.size(), end - kChecksumMark.size()) != checksum(body)) {
+    throw std::runtime_error("its checksum is wrong");
+  }
+  return body;
+}
+
+/// Files of before there was a memory have no such group.
+std::string describedGroup(const std::string& group) { return group + " as described"; }
+
+Parameters groupOf(GKeyFile* keyFile, const std::string& group) {
+  const GLibOwner<gchar*> names(g_key_file_get_keys(keyFile, group.c_str(), nullptr, nullptr));
+  Parameters values;
+  for (gchar** name = names.get(); name != nullptr && *name != nullptr; ++name) {
+    GError* raw = nullptr;
+    const GLibOwner<gchar> value(g_key_file_get_string(keyFile, group.c_str(), *name, &raw));
+    if (value == nullptr) {
+      throw std::runtime_error(GLibOwner<GError>(raw)->message);
+    }
+    values.emplace(*name, value.get());
+  }
+  return values;
+}
+
+StoredState parse(std::string_view body, const std::string& group) {
+  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  GError* raw = nullptr;
+  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, &raw) == FALSE) {
+    throw std::runtime_error(GLibOwner<GError>(raw)->message);
+  }
+  if (g_key_file_has_group(keyFile.get(), group.c_str()) == FALSE) {
+    throw std::runtime_error("it has no group [" + group + "]");
+  }
+  return {groupOf(keyFile.get(), group), groupOf(keyFile.get(), describedGroup(group))};
+}
+
+void putGroup(GKeyFile* keyFile, const std::string& group, const Parameters& values) {
+  for (const auto& [name, value] : values) {
+    g_key_file_set_string(keyFile, group.c_str(), name.c_str(), value.c_str());
+  }
+}
+
+std::string format(const StoredState& state, const std::string& group) {
+  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  g_key_file_set_comment(keyFile.get(), nullptr, nullptr, " Written by the program.", nullptr);
+  putGroup(keyFile.get(), group, state.values);
+  putGroup(keyFile.get(), describedGroup(group), state.described);
+  gsize size = 0;
+  const GLibOwner<gchar> data(g_key_file_to_data(keyFile.get(), &size, nullptr));
+  const std::string body(data.get(), size);
+  return std::string(kChecksumMark) + checksum(body) + "\n" + body;
+}
+
+struct Current {
+  std::mutex mutex;
+  std::shared_ptr<const Parameters> values = std::make_shared<Parameters>();
+};
+
+Current& current() {
+  static auto& the_current = *new Current;  // never destroyed: threads may ask until the process ends
+  return the_current;
+}
+
+}  // namespace
+
+std::shared_ptr<const Parameters> currentParameters() {
+  const std::scoped_lock lock(current().mutex);
+  return current().values;
+}
+
+void setCurrentParameters(const Parameters& values) {
+  auto copy = std::make_shared<const Parameters>(values);
+  const std::scoped_lock lock(current().mutex);
+  current().values = std::move(copy);
+}
+
+bool isParameterName(const std::string& name) {
+  const auto allowed = [](char c) { return g_ascii_isalnum(c) || c == '.' || c == '-' || c == '_'; };
+  return !name.empty() && name.size() <= kMaxNameLength && std::all_of(name.begin(), name.end(), allowed);
+}
+
+Parameters manifestDefaults(const std::filesystem::path& manifest) {
+  const auto text = readFile(manifest, kMaxFileBytes);
+  if (!text) {
+    throw std::runtime_error(manifest.string() + ": the package's manifest is missing");
+  }
+  const auto json = nlohmann::json::parse(*text, nullptr, false);
+  if (!json.is_object() || !json.contains("parameters") || !json["parameters"].is_array()) {
+    throw std::runtime_error(manifest.string() + ": is not a manifest: it needs a list \"parameters\"");
+  }
+  Parameters defaults;
+  for (const auto& entry : json["parameters"]) {
+    const bool complete = entry.is_object() && entry.contains("name") && entry["name"].is_string() &&
+                          entry.contains("default") && entry["default"].is_string();
+    if (!complete || !isParameterName(entry["name"])) {
+      throw std::runtime_error(manifest.string() +
+                               ": parameters: every entry needs the texts \"name\" and \"default\"");
+    }
+    if (!defaults.emplace(entry["name"], entry["default"]).second) {
+      throw std::runtime_error(manifest.string() + ": parameters: \"" + std::string(entry["name"]) + "\" stands twice");
+    }
+  }
+  if (defaults.empty()) {
+    throw std::runtime_error(manifest.string() + ": parameters: the list is empty");
+  }
+  return defaults;
+}
+
+StoredState startFrom(StoredState stored, const Parameters& defaults,
+                      const std::map<std::string, std::string>& described) {
+  stored.values.insert(defaults.begin(), defaults.end());
+  for (const auto& [name, value] : described) {
+    const auto before = stored.described.find(name);
+    if (before == stored.described.end() || before->second != value) {
+      stored.values.insert_or_assign(name, value);
+    }
+  }
+  stored.described = Parameters(described.begin(), described.end());
+  return stored;
+}
+
+StoredParameters::StoredParameters(const std::filesystem::path& directory, std::string group)
+    : m_file(directory / "parameters.conf"), m_previous(directory / "parameters.conf.1"), m_group(std::move(group)) {}
+
+std::optional<StoredState> StoredParameters::readGeneration(const std::filesystem::path& path) const {
+  const auto text = readFile(path, kMaxFileBytes);
+  if (!text) {
+    return std::nullopt;
+  }
+  try {
+    return parse(checkedBody(*text), m_group);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path.string() + ": is damaged: " + error.what());
+  }
+}
+
+std::optional<StoredState> StoredParameters::load() {
+  m_damage.clear();
+  try {
+    if (auto state = readGeneration(m_file)) {
+      return state;
+    }
+    m_damage = m_file.string() + ": is missing";
+  } catch (const std::runtime_error& error) {
+    m_damage = error.what();
+  }
+  std::optional<StoredState> state;
+  try {
+    state = readGeneration(m_previous);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(m_damage + "; so is the generation before: " + error.what() +
+                             "; remove both files to start from the defaults");
+  }
+  if (!state && !std::filesystem::exists(m_file)) {
+    m_damage.clear();
+    return std::nullopt;
+  }
+  if (!state) {
+    throw std::runtime_error(m_damage + "; there is no generation before it; remove it to start from the defaults");
+  }
+  m_damage += "; the values of the generation before are used";
+  return state;
+}
+
+void StoredParameters::save(const StoredState& state) {
+  const std::string text = format(state, m_group);
+  if (text.size() > kMaxFileBytes) {
+    throw std::runtime_error(m_file.string() + ": cannot hold more than " + std::to_string(kMaxFileBytes) + " bytes");
+  }
+  const bool damaged = !m_damage.empty();
+  replaceFile(m_file, text, damaged ? std::filesystem::path(m_file.string() + ".damaged") : m_previous);
+  m_damage.clear();
+  if (!std::filesystem::exists(m_previous)) {
+    replaceFile(m_previous, text);
+  }
+}
+
+}  // namespace workstation

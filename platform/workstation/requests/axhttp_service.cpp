@@ -1,0 +1,356 @@
+// The camera's web server on a workstation: requests for the program wait for its main loop, everything else is
+// answered on the server's own thread.
+#include <axhttp.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "app/package_path.h"
+#include "platform/clock/clock.h"
+#include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/web/event_feed.h"
+#include "platform/workstation/web/http_server.h"
+#include "platform/workstation/parameters/parameter_batch.h"
+#include "platform/workstation/web/view_streams.h"
+
+using workstation::HttpQuery;
+using workstation::HttpServer;
+using workstation::ProgramRequest;
+
+namespace {
+
+constexpr const char* kApplication = "velmor_care";
+/// Instead of the program's reply when what it has set is not on disk.
+constexpr const char* kNotStored =
+    "Status: 500 Internal Server Error\r\nContent-Type: text/plain\r\n\r\n"
+    "The settings are in use but could not be stored; the system log says why.\n";
+
+constexpr const char* kTooManyWaiting =
+    "Status: 503 Service Unavailable\r\nContent-Type: text/plain\r\n\r\n"
+    "Too many requests wait for the program; try again later.\n";
+
+struct Unref {
+  void operator()(gpointer object) const { g_object_unref(object); }
+};
+
+std::string variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+/// What the launcher has put into the pipe whose number is in the environment; the pipe is used up. Throws
+/// std::runtime_error.
+std::string inheritedPassword() {
+  const std::string number = variable("VELMOR_PASSWORD_FD");
+  if (number.empty()) return "";
+  ::unsetenv("VELMOR_PASSWORD_FD");
+  const workstation::FileDescriptor pipe(std::atoi(number.c_str()));
+  std::string password;
+  char block[1024];
+  for (ssize_t got = 0; (got = ::read(pipe.get(), block, sizeof block)) != 0;) {
+    if (got < 0 && errno != EINTR) throw std::runtime_error("the password cannot be read from the launcher");
+    password.append(block, got > 0 ? static_cast<size_t>(got) : 0);
+  }
+  return password;
+}
+
+/// The start is over: the launcher waits for the end of the pipe whose number is in the environment. Once, since the
+/// number may be somebody else's afterwards.
+void tellStarted() {
+  static const int told = [] {
+    const std::string number = variable("VELMOR_STARTED_FD");
+    return number.empty() ? 0 : ::close(std::atoi(number.c_str()));
+  }();
+  static_cast<void>(told);
+}
+
+workstation::HttpServerSettings settings() {
+  workstation::HttpServerSettings settings;
+  settings.application = kApplication;
+  settings.page = packagePath(std::string("/usr/local/packages/") + kApplication + "/html");
+  settings.user = {variable("VELMOR_USER"), inheritedPassword()};
+  return settings;
+}
+
+/// A hash table of the parameters, none for a request without.
+std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)> tableOf(const ProgramRequest& request) {
+  std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)> table(nullptr, &g_hash_table_unref);
+  if (request.parameters) {
+    table.reset(g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free));
+    for (const auto& [key, value] : *request.parameters) {
+      g_hash_table_insert(table.get(), g_strdup(key.c_str()), g_strdup(value.c_str()));
+    }
+  }
+  return table;
+}
+
+void answer(SoupServerMessage* message, const std::string& output) {
+  const auto reply = workstation::parseCgiReply(output);
+  if (!reply) {
+    workstation::answerLine(message, SOUP_STATUS_BAD_GATEWAY, "The program's reply is not well-formed.");
+    return;
+  }
+  soup_server_message_set_status(message, reply->status, reply->reason.empty() ? nullptr : reply->reason.c_str());
+  soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_COPY, reply->body.data(),
+                           reply->body.size());
+  SoupMessageHeaders* headers = soup_server_message_get_response_headers(message);
+  for (const auto& [name, value] : reply->headers) {
+    soup_message_headers_replace(headers, name.c_str(), value.c_str());
+  }
+}
+
+/// Set once nobody waits for an answer any more.
+using Abandoned = std::shared_ptr<std::atomic<bool>>;
+
+/// Whether a request only asks, so that it is in vain when its client has gone.
+bool onlyReads(const ProgramRequest& request) {
+  const auto action = request.parameters ? request.parameters->find("action") : HttpQuery::const_iterator();
+  return request.parameters && action != request.parameters->end() && action->second.starts_with("get_");
+}
+
+/// Messages whose answers the program owes; on the server's thread only.
+class WaitingMessages {
+ public:
+  explicit WaitingMessages(GMainContext* context) : m_context(context) {}
+  ~WaitingMessages() {
+    while (!m_messages.empty()) release(m_messages.begin()->first);
+  }
+  WaitingMessages(const WaitingMessages&) = delete;
+  WaitingMessages& operator=(const WaitingMessages&) = delete;
+
+  /// The message waits, and while it does its client is watched; `abandoned` is set when the client has gone.
+  std::uint64_t add(SoupServerMessage* message, Abandoned abandoned) {
+    constexpr auto gone =
+        +[](SoupServerMessage* ended, gpointer self) { static_cast<WaitingMessages*>(self)->forget(ended); };
+    soup_server_message_pause(message);
+    g_signal_connect(message, "finished", G_CALLBACK(gone), this);
+    g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
+    Waiting& waiting = m_messages[++m_last];
+    waiting.message = SOUP_SERVER_MESSAGE(g_object_ref(message));
+    waiting.abandoned = std::move(abandoned);
+    watch(waiting);
+    return m_last;
+  }
+
+  /// Nothing for a message whose client has gone.
+  void finish(std::uint64_t id, const std::string& output) {
+    const auto found = m_messages.find(id);
+    if (found == m_messages.end()) return;
+    SoupServerMessage* const message = found->second.message;
+    answer(message, output);
+    soup_server_message_unpause(message);
+    release(id);
+  }
+
+ private:
+  struct Waiting {
+    SoupServerMessage* message;
+    Abandoned abandoned;
+    GSource* watch = nullptr;
+  };
+
+  /// Whom the watch is about; it may outlive the entry.
+  struct Client {
+    std::shared_ptr<SoupServerMessage> message;
+    Abandoned abandoned;
+  };
+
+  /// libsoup does not look at the connection of a paused message.
+  void watch(Waiting& waiting) {
+    waiting.watch = g_socket_create_source(workstation::socketOf(waiting.message), G_IO_IN, nullptr);
+    constexpr auto readable = +[](GSocket* ready, GIOCondition, gpointer data) -> gboolean {
+      char byte = 0;
+      const ssize_t got = ::recv(g_socket_get_fd(ready), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+      if (got > 0) return G_SOURCE_REMOVE;  // it goes on speaking: it is there
+      if (got < 0 && (errno == EAGAIN || errno == EINTR)) return G_SOURCE_CONTINUE;
+      const auto* client = static_cast<Client*>(data);
+      *client->abandoned = true;
+      workstation::dropConnection(client->message.get());
+      return G_SOURCE_REMOVE;
+    };
+    auto client = std::make_unique<Client>(Client{
+        {SOUP_SERVER_MESSAGE(g_object_ref(waiting.message)), [](SoupServerMessage* held) { g_object_unref(held); }},
+        waiting.abandoned});
+    g_source_set_callback(waiting.watch, G_SOURCE_FUNC(readable), client.release(),
+                          [](gpointer data) { std::unique_ptr<Client>(static_cast<Client*>(data)); });
+    g_source_attach(waiting.watch, m_context);
+  }
+
+  void forget(SoupServerMessage* message) {
+    for (const auto& [id, waiting] : m_messages) {
+      if (waiting.message == message) return release(id);
+    }
+  }
+
+  void release(std::uint64_t id) {
+    const auto node = m_messages.extract(id);
+    const Waiting& waiting = node.mapped();
+    *waiting.abandoned = true;
+    g_source_destroy(waiting.watch);
+    g_source_unref(waiting.watch);
+    g_signal_handlers_disconnect_by_data(waiting.message, this);
+    g_object_unref(waiting.message);
+  }
+
+  GMainContext* m_context;
+  std::map<std::uint64_t, Waiting> m_messages;
+  std::uint64_t m_last = 0;
+};
+
+/// What the program's main thread has yet to do.
+class MainThreadQueue {
+ public:
+  MainThreadQueue() : m_source(g_source_new(&s_functions, sizeof(GSource))) {
+    g_source_set_callback(m_source, &MainThreadQueue::serve, this, nullptr);
+    g_source_attach(m_source, nullptr);
+  }
+  ~MainThreadQueue() {
+    g_source_destroy(m_source);
+    g_source_unref(m_source);
+  }
+  MainThreadQueue(const MainThreadQueue&) = delete;
+  MainThreadQueue& operator=(const MainThreadQueue&) = delete;
+
+  /// A task that is left out once it is abandoned; with none, it never is. From any thread; false when too many wait.
+  bool push(std::function<void()> run, Abandoned abandoned) {
+    const std::lock_guard lock(m_mutex);
+    std::erase_if(m_tasks, isAbandoned);
+    if (m_tasks.size() >= kMostWaiting) return false;
+    m_tasks.push_back({std::move(run), std::move(abandoned)});
+    g_source_set_ready_time(m_source, 0);
+    return true;
+  }
+
+ private:
+  static constexpr size_t kMostWaiting = 256;
+  static constexpr std::chrono::seconds kLongestTurn{1};
+
+  struct Task {
+    std::function<void()> run;
+    Abandoned abandoned;
+  };
+  static bool isAbandoned(const Task& task) { return task.abandoned && *task.abandoned; }
+
+  /// All that wait are served in one turn of the main loop: there may be only one between two cycles. Only what would
+  /// keep the next cycle waiting for long, such as saves while the lens does not answer, goes on after it.
+  static gboolean serve(gpointer self) {
+    auto* queue = static_cast<MainThreadQueue*>(self);
+    std::deque<Task> tasks;
+    {
+      const std::lock_guard lock(queue->m_mutex);
+      tasks.swap(queue->m_tasks);
+      g_source_set_ready_time(queue->m_source, -1);
+    }
+    const auto end = std::chrono::steady_clock::now() + kLongestTurn;
+    for (; !tasks.empty() && std::chrono::steady_clock::now() < end; tasks.pop_front()) {
+      if (!isAbandoned(tasks.front())) tasks.front().run();
+    }
+    queue->putBack(std::move(tasks));
+    return G_SOURCE_CONTINUE;
+  }
+
+  void putBack(std::deque<Task> tasks) {
+    if (tasks.empty()) return;
+    const std::lock_guard lock(m_mutex);
+    m_tasks.insert(m_tasks.begin(), std::make_move_iterator(tasks.begin()), std::make_move_iterator(tasks.end()));
+    g_source_set_ready_time(m_source, 0);
+  }
+
+  static gboolean dispatch(GSource* /*source*/, GSourceFunc callback, gpointer self) { return callback(self); }
+  static inline GSourceFuncs s_functions = {nullptr, nullptr, &MainThreadQueue::dispatch, nullptr, nullptr, nullptr};
+
+  std::mutex m_mutex;
+  std::deque<Task> m_tasks;
+  GSource* m_source;
+};
+
+}  // namespace
+
+struct _AXHttpHandler {
+  _AXHttpHandler(AXRequestCallback handler_callback, gpointer handler_data)
+      : callback(handler_callback),
+        user_data(handler_data),
+        server(settings()),
+        waiting(server.context()),
+        feed(server),
+        streams(server) {
+    server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
+  }
+  ~_AXHttpHandler() { server.stop(); }
+  _AXHttpHandler(const _AXHttpHandler&) = delete;
+  _AXHttpHandler& operator=(const _AXHttpHandler&) = delete;
+
+  /// On the server's thread. What changes something is never left out.
+  void accept(SoupServerMessage* message, const ProgramRequest& request) {
+    const auto abandoned = std::make_shared<std::atomic<bool>>(false);
+    const std::uint64_t id = waiting.add(message, abandoned);
+    if (!queue.push([this, id, request] { call(id, request); }, onlyReads(request) ? abandoned : nullptr)) {
+      waiting.finish(id, kTooManyWaiting);
+    }
+  }
+
+  /// On the main thread.
+  void call(std::uint64_t id, const ProgramRequest& request) {
+    const std::unique_ptr<GOutputStream, Unref> output(g_memory_output_stream_new_resizable());
+    const auto table = tableOf(request);
+    workstation::ParameterBatch batch;
+    callback(request.path.c_str(), request.method.c_str(), request.query ? request.query->c_str() : nullptr,
+             table.get(), output.get(), user_data);
+    auto* memory = G_MEMORY_OUTPUT_STREAM(output.get());
+    std::string reply(static_cast<const char*>(g_memory_output_stream_get_data(memory)),
+                      g_memory_output_stream_get_data_size(memory));
+    if (!batch.finish()) {
+      reply = kNotStored;
+    }
+    server.invoke([this, id, reply = std::move(reply)] { waiting.finish(id, reply); });
+  }
+
+  AXRequestCallback callback;
+  gpointer user_data;
+  MainThreadQueue queue;
+  HttpServer server;
+  WaitingMessages waiting;
+  workstation::EventFeed feed;
+  workstation::ViewStreams streams;
+};
+
+AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_data) {
+  tellStarted();
+  try {
+    auto handler = std::make_unique<AXHttpHandler>(callback, user_data);
+    const std::string where = ticker_clock::isReplay() ? "" : variable("VELMOR_LISTEN");
+    if (!where.empty()) {
+      const workstation::ListenAddress listen = workstation::parseListenAddress(where);
+      const std::uint16_t port = handler->server.listen(listen);
+      if (variable("VELMOR_OUTPUT") == "text") {
+        std::printf("Page: %s\n", workstation::pageAddress(listen.address, port).c_str());
+        std::fflush(stdout);
+      }
+    }
+    return handler.release();
+  } catch (const std::exception& exception) {
+    syslog(LOG_ERR, "%s", exception.what());
+    return nullptr;
+  }
+}
+
+void ax_http_handler_free(AXHttpHandler* handler) { delete handler; }

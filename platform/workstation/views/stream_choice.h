@@ -1,0 +1,28 @@
+// Which sizes the program has chosen for its streams, read from the parameters that it stores.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/parameters/stored_parameters.h"
+
+namespace workstation {
+
+/// The application's own stream always has this size.
+inline constexpr StreamSize kApplicationStream{800, 450};
+
+struct StreamChoice {
+  std::optional<StreamSize> overlay;     ///< shows findings; nothing while switched off
+  std::optional<StreamSize> anonymised;  ///< nobody is to be recognised on it; nothing while switched off
+  std::uint64_t version = 0;             ///< another one after each change
+};
+
+/// Reads the choice from all stored parameters.
+StreamChoice readStreamChoice(const Parameters& stored);
+
+/// The choice in force. From any thread.
+StreamChoice currentStreamChoice();
+
+}  // namespace workstation
