@@ -24,6 +24,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/support/owners.h"
+#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/signal_mask.h"
 
@@ -56,57 +58,29 @@ constexpr const char* kIntrospection =
     "<property name='FocalLength' type='u' access='read'/>"
     "</interface></node>";
 
-template <auto release>
-struct Releaser {
-  void operator()(auto* object) const { release(object); }
-};
-template <typename T>
-using GObjectPtr = std::unique_ptr<T, Releaser<g_object_unref>>;
-
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : m_fd(fd) {}
-  ~FileDescriptor() {
-    if (m_fd >= 0) close(m_fd);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  [[nodiscard]] int get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
-
 [[noreturn]] void fail(const std::string& what, int error_number) {
   throw std::runtime_error(what + ": " + std::strerror(error_number));
 }
 
 /// Throws the error's message, if there is one.
-void check(GError* error) {
-  if (error == nullptr) return;
-  const std::string message = error->message;
-  g_error_free(error);
-  throw std::runtime_error(message);
+void check(const CaughtError& error) {
+  if (error) throw std::runtime_error(error.text());
 }
 
 /// An abstract socket: nothing is left behind on disk when the daemon is killed. The same for every bus of this
 /// process, since the environment that names it must not be changed once there are threads.
 std::string newAddress() {
-  const std::unique_ptr<char, Releaser<g_free>> name(g_uuid_string_random());
+  const GLibPtr<gchar> name(g_uuid_string_random());
   return std::string("unix:abstract=velmor_care-") + name.get();
 }
 
 /// An anonymous file.
-int configurationFile(const std::string& address) {
+FileDescriptor configurationFile(const std::string& address) {
   const std::string text = std::string(kBusConfigurationBegin).append(address).append(kBusConfigurationEnd);
-  const int fd = memfd_create("velmor_care-dbus", MFD_CLOEXEC);
-  if (fd < 0) fail("no memory for the bus configuration", errno);
-  if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    const int reason = errno;
-    close(fd);
-    fail("cannot write the bus configuration", reason);
-  }
-  return fd;
+  FileDescriptor file(memfd_create("velmor_care-dbus", MFD_CLOEXEC));
+  if (!file) fail("no memory for the bus configuration", errno);
+  if (!writeAll(file.get(), text.data(), text.size())) fail("cannot write the bus configuration", errno);
+  return file;
 }
 
 /// Runs in the forked child: nothing here may allocate or lock.
@@ -152,18 +126,18 @@ class Daemon {
  public:
   /// Returns when it listens.
   explicit Daemon(const std::string& address) {
-    const std::unique_ptr<char, Releaser<g_free>> program(g_find_program_in_path("dbus-daemon"));
+    const GLibPtr<gchar> program(g_find_program_in_path("dbus-daemon"));
     if (!program) throw std::runtime_error("dbus-daemon is missing; install the package dbus-daemon");
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("no pipe", errno);
     const FileDescriptor read_end(ends[0]);
-    auto write_end = std::make_unique<FileDescriptor>(ends[1]);
-    const FileDescriptor configuration(configurationFile(address));
+    FileDescriptor write_end(ends[1]);
+    const FileDescriptor configuration = configurationFile(address);
     const pid_t parent = getpid();
     m_process = fork();
     if (m_process < 0) fail("no process for dbus-daemon", errno);
-    if (m_process == 0) becomeDaemon(program.get(), configuration.get(), write_end->get(), parent);
-    write_end.reset();
+    if (m_process == 0) becomeDaemon(program.get(), configuration.get(), write_end.get(), parent);
+    write_end = FileDescriptor();
     try {
       waitForAddress(read_end.get());
     } catch (...) {
@@ -191,27 +165,26 @@ GVariant* getProperty(GDBusConnection*, const gchar*, const gchar*, const gchar*
 }
 
 /// Connects, exports the property in the calling thread's main context, then takes the name.
-GObjectPtr<GDBusConnection> exportLens(const std::string& address, std::uint32_t focal_um) {
-  GError* error = nullptr;
+GLibPtr<GDBusConnection> exportLens(const std::string& address, std::uint32_t focal_um) {
+  CaughtError error;
   constexpr auto kFlags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  GObjectPtr<GDBusConnection> bus(
-      g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, nullptr, &error));
+  GLibPtr<GDBusConnection> bus(
+      g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, nullptr, error.out()));
   check(error);
-  const std::unique_ptr<GDBusNodeInfo, Releaser<g_dbus_node_info_unref>> node(
-      g_dbus_node_info_new_for_xml(kIntrospection, &error));
+  const GLibPtr<GDBusNodeInfo> node(
+      g_dbus_node_info_new_for_xml(kIntrospection, error.out()));
   check(error);
   const GDBusInterfaceVTable table{nullptr, getProperty, nullptr, {}};
   g_dbus_connection_register_object(bus.get(), "/com/axis/Optics0", node->interfaces[0], &table,
-                                    GUINT_TO_POINTER(focal_um), nullptr, &error);
+                                    GUINT_TO_POINTER(focal_um), nullptr, error.out());
   check(error);
   constexpr guint kDoNotQueue = 4;
-  GVariant* reply =
+  const GLibPtr<GVariant> reply(
       g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                   "RequestName", g_variant_new("(su)", "com.axis.Optics2", kDoNotQueue),
-                                  G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+                                  G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
   check(error);
-  g_variant_unref(reply);
   return bus;
 }
 
@@ -251,7 +224,8 @@ void serveNextBuses(const std::string& address, std::uint32_t focal_um, GMainCon
 /// The service's thread lives as long as the process, and the daemon is its child: the kernel kills the daemon when
 /// the thread ends, whichever way the process ends.
 void serve(const std::string& address, std::uint32_t focal_um, std::promise<void> started) {
-  GMainContext* context = g_main_context_new();
+  const GLibPtr<GMainContext> owned(g_main_context_new());
+  GMainContext* const context = owned.get();
   g_main_context_push_thread_default(context);
   try {
     serveOneBus(address, focal_um, context, [&started] { started.set_value(); });
@@ -260,7 +234,6 @@ void serve(const std::string& address, std::uint32_t focal_um, std::promise<void
     started.set_exception(std::current_exception());
   }
   g_main_context_pop_thread_default(context);
-  g_main_context_unref(context);
 }
 
 bool start(std::uint32_t focal_um) {

@@ -1,6 +1,5 @@
 #include "platform/workstation/decoding/live_camera.h"
 
-#include <gio/gio.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/decoding/video_source.h"
@@ -57,15 +57,12 @@ std::string clockTime(std::chrono::system_clock::time_point time) {
 std::string connectProblem(const std::string& uri) {
   if (!uri.starts_with("rtsp") && !uri.starts_with("http")) return "";
   const auto port = static_cast<guint16>(!uri.starts_with("http") ? 554 : uri.starts_with("https") ? 443 : 80);
-  const std::unique_ptr<GSocketClient, decltype(&g_object_unref)> client(g_socket_client_new(), &g_object_unref);
+  const GLibPtr<GSocketClient> client(g_socket_client_new());
   g_socket_client_set_timeout(client.get(), kConnectPatience_s);
-  GError* error = nullptr;
-  GSocketConnection* connection = g_socket_client_connect_to_uri(client.get(), uri.c_str(), port, nullptr, &error);
-  if (connection != nullptr) g_object_unref(connection);
-  if (error == nullptr) return "";
-  std::string text = error->message;
-  g_error_free(error);
-  return text;
+  CaughtError error;
+  const GLibPtr<GSocketConnection> connection(
+      g_socket_client_connect_to_uri(client.get(), uri.c_str(), port, nullptr, error.out()));
+  return error.text("");
 }
 
 /// One opening of the source.

@@ -1,11 +1,10 @@
 #include "platform/workstation/decoding/video_source.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <system_error>
+
+#include "platform/support/owners.h"
 
 namespace workstation {
 namespace {
@@ -32,7 +31,7 @@ bool isUri(const std::string& source) { return source.find(kScheme) != std::stri
 
 std::string localPath(const std::string& source) {
   if (!isUri(source)) return source;
-  const std::unique_ptr<gchar, decltype(&g_free)> path(g_filename_from_uri(source.c_str(), nullptr, nullptr), &g_free);
+  const GLibPtr<gchar> path(g_filename_from_uri(source.c_str(), nullptr, nullptr));
   return path ? path.get() : "";
 }
 

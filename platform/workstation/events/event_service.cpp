@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/clock/clock.h"
+#include "platform/support/owners.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/events/event_recorder.h"
 #include "platform/workstation/system/standard_output.h"
@@ -74,7 +75,7 @@ Output outputFormat() {
 /// "14:03:07", on the wall clock of the place where the program runs.
 std::string localTime(GDateTime* time) {
   const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> local(g_date_time_to_local(time), &g_date_time_unref);
-  const std::unique_ptr<gchar, decltype(&g_free)> text(g_date_time_format(local.get(), "%H:%M:%S"), &g_free);
+  const GLibPtr<gchar> text(g_date_time_format(local.get(), "%H:%M:%S"));
   return text.get();
 }
 

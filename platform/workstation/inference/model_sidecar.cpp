@@ -10,6 +10,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
@@ -115,9 +116,8 @@ void checkIdentity(const json& sidecar, const std::string& model, std::string_vi
   if (!wanted.is_string() || wanted.get_ref<const std::string&>().empty()) {
     throw std::runtime_error(model + ".json: sha256: is missing; if the model is good, put there what sha256sum says");
   }
-  const std::unique_ptr<gchar, decltype(&g_free)> found(
-      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(network.data()), network.size()),
-      &g_free);
+  const GLibPtr<gchar> found(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(network.data()), network.size()));
   if (wanted.get_ref<const std::string&>() != found.get()) {
     throw std::runtime_error(model + ": is damaged, or another network than its sidecar (sha256) describes; put the " +
                              "right file back");

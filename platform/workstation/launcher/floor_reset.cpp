@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/decoding/video_source.h"
@@ -55,7 +56,7 @@ std::string replaceValues(Parameters& stored, const Parameters& values) {
 std::string shellWord(const std::string& text) {
   const auto is_plain = [](char c) { return g_ascii_isalnum(c) || std::strchr("_./:@%+=,-", c) != nullptr; };
   if (!text.empty() && std::all_of(text.begin(), text.end(), is_plain)) return text;
-  const std::unique_ptr<gchar, decltype(&g_free)> quoted(g_shell_quote(text.c_str()), &g_free);
+  const GLibPtr<gchar> quoted(g_shell_quote(text.c_str()));
   return quoted.get();
 }
 

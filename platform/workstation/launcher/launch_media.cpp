@@ -7,6 +7,7 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/decoding/video_source.h"
 
 namespace workstation {
@@ -42,7 +43,7 @@ std::string uriOf(const std::string& source) {
   if (isUri(source)) {
     return source;
   }
-  const std::unique_ptr<gchar, decltype(&g_free)> uri(gst_filename_to_uri(source.c_str(), nullptr), &g_free);
+  const GLibPtr<gchar> uri(gst_filename_to_uri(source.c_str(), nullptr));
   return uri ? uri.get() : "";
 }
 
@@ -65,7 +66,7 @@ std::string reasonOf(const GError* error) {
 
 /// Whether there is anything here that speaks the URI's language.
 bool isSpoken(const std::string& uri) {
-  const std::unique_ptr<gchar, decltype(&g_free)> protocol(gst_uri_get_protocol(uri.c_str()), &g_free);
+  const GLibPtr<gchar> protocol(gst_uri_get_protocol(uri.c_str()));
   return protocol && gst_uri_protocol_is_supported(GST_URI_SRC, protocol.get()) != FALSE;
 }
 

@@ -17,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/launcher/launch_media.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/system/state_directory.h"
@@ -262,8 +263,8 @@ std::string stateName(const LaunchRequest& request) {
   std::string stem = fs::path(withoutSecrets(name)).stem().string();
   std::replace_if(
       stem.begin(), stem.end(), [](char c) { return !g_ascii_isalnum(c) && !std::strchr("._-", c); }, '_');
-  const std::unique_ptr<gchar, decltype(&g_free)> hash(
-      g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1), &g_free);
+  const GLibPtr<gchar> hash(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1));
   return stem + "-" + std::string(hash.get(), kHashLength);
 }
 

@@ -92,16 +92,16 @@ sigset_t passedOnSignals() {
 
 /// The reading end of a pipe that holds the password; none without one. Neither the command line nor the environment
 /// of the program shows it.
-workstation::FileDescriptor pipeWith(const std::string& password) {
+FileDescriptor pipeWith(const std::string& password) {
   if (password.empty()) {
-    return workstation::FileDescriptor();
+    return FileDescriptor();
   }
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error(std::string("the password cannot be handed on: ") + std::strerror(errno));
   }
-  workstation::FileDescriptor reading(ends[0]);
-  const workstation::FileDescriptor writing(ends[1]);
+  FileDescriptor reading(ends[0]);
+  const FileDescriptor writing(ends[1]);
   workstation::writeAll(writing.get(), password.data(), password.size());
   return reading;
 }
@@ -128,7 +128,7 @@ workstation::FileDescriptor pipeWith(const std::string& password) {
 /// A program and the pipe that it closes when it has started, or ends.
 struct Program {
   pid_t id;
-  workstation::FileDescriptor starting;
+  FileDescriptor starting;
 };
 
 Program start(const LaunchPlan& plan, const std::string& password) {
@@ -138,7 +138,7 @@ Program start(const LaunchPlan& plan, const std::string& password) {
   }
   std::vector<std::string> arguments{program.string()};
   std::vector<std::string> variables = environmentFor(plan);
-  const workstation::FileDescriptor secret = pipeWith(password);
+  const FileDescriptor secret = pipeWith(password);
   if (secret.get() >= 0) {
     variables.push_back("VELMOR_PASSWORD_FD=" + std::to_string(secret.get()));
   }
@@ -146,8 +146,8 @@ Program start(const LaunchPlan& plan, const std::string& password) {
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error(std::string("the program cannot be started: ") + std::strerror(errno));
   }
-  workstation::FileDescriptor starting(ends[0]);
-  const workstation::FileDescriptor started(ends[1]);
+  FileDescriptor starting(ends[0]);
+  const FileDescriptor started(ends[1]);
   variables.push_back("VELMOR_STARTED_FD=" + std::to_string(started.get()));
   const auto argument_pointers = pointersTo(arguments);
   const auto variable_pointers = pointersTo(variables);

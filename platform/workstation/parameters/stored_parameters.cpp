@@ -1,7 +1,5 @@
 #include "platform/workstation/parameters/stored_parameters.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <memory>
 #include <mutex>
@@ -10,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
@@ -19,17 +18,8 @@ constexpr size_t kMaxFileBytes = 1 << 20;
 constexpr size_t kMaxNameLength = 64;
 constexpr std::string_view kChecksumMark = "# sha256 of what follows: ";
 
-struct GLibDeleter {
-  void operator()(GKeyFile* keyFile) const { g_key_file_unref(keyFile); }
-  void operator()(GError* error) const { g_error_free(error); }
-  void operator()(gchar* text) const { g_free(text); }
-  void operator()(gchar** texts) const { g_strfreev(texts); }
-};
-template <typename T>
-using GLibOwner = std::unique_ptr<T, GLibDeleter>;
-
 std::string checksum(std::string_view body) {
-  const GLibOwner<gchar> sum(
+  const GLibPtr<gchar> sum(
       g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(body.data()), body.size()));
   return sum.get();
 }
@@ -51,13 +41,13 @@ std::string_view checkedBody(std::string_view text) {
 std::string describedGroup(const std::string& group) { return group + " as described"; }
 
 Parameters groupOf(GKeyFile* keyFile, const std::string& group) {
-  const GLibOwner<gchar*> names(g_key_file_get_keys(keyFile, group.c_str(), nullptr, nullptr));
+  const GLibPtr<gchar*> names(g_key_file_get_keys(keyFile, group.c_str(), nullptr, nullptr));
   Parameters values;
   for (gchar** name = names.get(); name != nullptr && *name != nullptr; ++name) {
-    GError* raw = nullptr;
-    const GLibOwner<gchar> value(g_key_file_get_string(keyFile, group.c_str(), *name, &raw));
+    CaughtError error;
+    const GLibPtr<gchar> value(g_key_file_get_string(keyFile, group.c_str(), *name, error.out()));
     if (value == nullptr) {
-      throw std::runtime_error(GLibOwner<GError>(raw)->message);
+      throw std::runtime_error(error.text());
     }
     values.emplace(*name, value.get());
   }
@@ -65,10 +55,10 @@ Parameters groupOf(GKeyFile* keyFile, const std::string& group) {
 }
 
 StoredState parse(std::string_view body, const std::string& group) {
-  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
-  GError* raw = nullptr;
-  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, &raw) == FALSE) {
-    throw std::runtime_error(GLibOwner<GError>(raw)->message);
+  const GLibPtr<GKeyFile> keyFile(g_key_file_new());
+  CaughtError error;
+  if (g_key_file_load_from_data(keyFile.get(), body.data(), body.size(), G_KEY_FILE_NONE, error.out()) == FALSE) {
+    throw std::runtime_error(error.text());
   }
   if (g_key_file_has_group(keyFile.get(), group.c_str()) == FALSE) {
     throw std::runtime_error("it has no group [" + group + "]");
@@ -83,12 +73,12 @@ void putGroup(GKeyFile* keyFile, const std::string& group, const Parameters& val
 }
 
 std::string format(const StoredState& state, const std::string& group) {
-  const GLibOwner<GKeyFile> keyFile(g_key_file_new());
+  const GLibPtr<GKeyFile> keyFile(g_key_file_new());
   g_key_file_set_comment(keyFile.get(), nullptr, nullptr, " Written by the program.", nullptr);
   putGroup(keyFile.get(), group, state.values);
   putGroup(keyFile.get(), describedGroup(group), state.described);
   gsize size = 0;
-  const GLibOwner<gchar> data(g_key_file_to_data(keyFile.get(), &size, nullptr));
+  const GLibPtr<gchar> data(g_key_file_to_data(keyFile.get(), &size, nullptr));
   const std::string body(data.get(), size);
   return std::string(kChecksumMark) + checksum(body) + "\n" + body;
 }

@@ -63,7 +63,7 @@ std::string inheritedPassword() {
   const std::string number = variable("VELMOR_PASSWORD_FD");
   if (number.empty()) return "";
   ::unsetenv("VELMOR_PASSWORD_FD");
-  const workstation::FileDescriptor pipe(std::atoi(number.c_str()));
+  const FileDescriptor pipe(std::atoi(number.c_str()));
   std::string password;
   char block[1024];
   for (ssize_t got = 0; (got = ::read(pipe.get(), block, sizeof block)) != 0;) {

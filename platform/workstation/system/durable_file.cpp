@@ -34,17 +34,6 @@ void keepAs(const std::filesystem::path& path, const std::filesystem::path& prev
 
 }  // namespace
 
-FileDescriptor::~FileDescriptor() {
-  if (m_fd >= 0) {
-    ::close(m_fd);
-  }
-}
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-  std::swap(m_fd, other.m_fd);
-  return *this;
-}
-
 void takeFileLimitsAsFullDisks() { std::signal(SIGXFSZ, SIG_IGN); }
 
 bool writeAll(int fd, const void* bytes, size_t size) {

@@ -6,24 +6,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "platform/support/file_descriptor.h"
 
 namespace workstation {
-
-/// Owns a file descriptor; -1 is none.
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd = -1) : m_fd(fd) {}
-  ~FileDescriptor();
-  FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
 
 /// From here on a limit on the size of files (ulimit -f) is a full disk to whoever reaches it, and does not end the
 /// process.

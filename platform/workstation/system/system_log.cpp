@@ -94,7 +94,7 @@ class LogFile {
     m_failure.clear();
   }
 
-  void close() { m_file = workstation::FileDescriptor(); }
+  void close() { m_file = FileDescriptor(); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -133,7 +133,7 @@ class LogFile {
     } catch (...) {
       return fail("no state directory");
     }
-    m_file = workstation::FileDescriptor(::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
+    m_file = FileDescriptor(::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
     struct stat info {};
     if (m_file.get() < 0 || ::fstat(m_file.get(), &info) != 0) return fail(strerrordesc_np(errno));
     m_size = info.st_size;
@@ -160,7 +160,7 @@ class LogFile {
 
   std::string m_ident = program_invocation_short_name;
   std::string m_path;
-  workstation::FileDescriptor m_file;
+  FileDescriptor m_file;
   off_t m_size = 0;
   std::string m_failure;  ///< why the file took no line last, else empty
   Clock::time_point m_tried;

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/support/owners.h"
+
 namespace workstation {
 namespace {
 
@@ -62,8 +64,8 @@ std::optional<Proof> proofOf(SoupServerMessage* message) {
 
 DigestGuard::DigestGuard(SoupServer* server, const std::string& user, const std::string& password)
     : m_user(user), m_domain(soup_auth_domain_digest_new("realm", kRealm, nullptr)) {
-  const std::unique_ptr<char, decltype(&g_free)> encoded(
-      soup_auth_domain_digest_encode_password(user.c_str(), kRealm, password.c_str()), &g_free);
+  const GLibPtr<gchar> encoded(
+      soup_auth_domain_digest_encode_password(user.c_str(), kRealm, password.c_str()));
   m_encoded_password = encoded.get();
   soup_auth_domain_add_path(m_domain, "/");
   soup_auth_domain_digest_set_auth_callback(m_domain, &DigestGuard::encodedPassword, this, nullptr);

@@ -13,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/web/digest_guard.h"
 #include "platform/workstation/web/page_files.h"
 #include "platform/workstation/system/signal_mask.h"
@@ -68,8 +69,8 @@ struct InetEnd {
 InetEnd inetEnd(GSocketAddress* address) {
   if (!G_IS_INET_SOCKET_ADDRESS(address)) return {};
   auto* inet = G_INET_SOCKET_ADDRESS(address);
-  const std::unique_ptr<gchar, decltype(&g_free)> text(
-      g_inet_address_to_string(g_inet_socket_address_get_address(inet)), &g_free);
+  const GLibPtr<gchar> text(
+      g_inet_address_to_string(g_inet_socket_address_get_address(inet)));
   return {text.get(), g_inet_socket_address_get_port(inet)};
 }
 
