@@ -9,10 +9,10 @@
 #include <string>
 
 #include "app/initial_params.h"
-#include "app/package_path.h"
 #include "app/process_state.h"
 #include "app/startup.h"
 #include "config/parameter_controller.h"
+#include "platform/support/package_path.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "validation/Validator.h"
 #include "video/VideoStreamSource.h"

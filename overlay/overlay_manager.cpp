@@ -3,8 +3,6 @@
 #include <syslog.h>
 #include <vdostream.h>
 
-#include <cstdlib>
-#include <limits>
 #include <utility>
 
 namespace {
@@ -32,17 +30,6 @@ int largest(gint (*side)(gint, GError**)) {
     syslog(LOG_ERR, "OverlayManager::OverlayManager no maximum resolution: %s", error->message);
   }
   return pixels;
-}
-
-/// The number that the text begins with; 0 for none and for one that no int can hold.
-unsigned int pixelsFrom(const std::string& text) {
-  const long long pixels = std::strtoll(text.c_str(), nullptr, 10);
-  return pixels < 0 || pixels > std::numeric_limits<int>::max() ? 0 : static_cast<unsigned int>(pixels);
-}
-
-Resolution resolutionFrom(const std::string& text) {
-  const std::size_t x = text.find('x');
-  return {pixelsFrom(text), x == std::string::npos ? 0 : pixelsFrom(text.substr(x + 1))};
 }
 
 struct ListDeleter {
@@ -196,8 +183,8 @@ std::set<Resolution> OverlayManager::getCameraResolutions() {
 
 std::string OverlayManager::getCamerasResolutionsAsCsv() {
   std::string csv;
-  for (const auto& [width, height] : getCameraResolutions()) {
-    csv += std::to_string(width) + "x" + std::to_string(height) + ",";
+  for (const Resolution& size : getCameraResolutions()) {
+    csv += toString(size) + ",";
   }
   return csv;
 }
@@ -213,11 +200,11 @@ void OverlayManager::SetAnonymizedStreamResolution(unsigned int width, unsigned 
 }
 
 void OverlayManager::SetOverlayStreamResolutionFromString(const std::string& text) {
-  const auto [width, height] = resolutionFrom(text);
+  const auto [width, height] = streamSizeFrom(text);
   SetOverlayStreamResolution(width, height);
 }
 
 void OverlayManager::SetAnonymizedStreamResolutionFromString(const std::string& text) {
-  const auto [width, height] = resolutionFrom(text);
+  const auto [width, height] = streamSizeFrom(text);
   SetAnonymizedStreamResolution(width, height);
 }

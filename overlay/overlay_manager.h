@@ -10,21 +10,12 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <tuple>
 
 #include "app/common_structs.h"
+#include "platform/support/stream_size.h"
 #include "pose/skeleton.h"
 
-/// Size of a stream in pixels, ordered by width, then height.
-struct Resolution {
-  unsigned int width = 0;
-  unsigned int height = 0;
-
-  bool operator==(const Resolution&) const = default;
-  bool operator<(const Resolution& other) const {
-    return std::tie(width, height) < std::tie(other.width, other.height);
-  }
-};
+using Resolution = StreamSize;
 
 struct OverlayRenderOptions {
   bool renderOverlays = false;
@@ -56,8 +47,8 @@ enum class StreamType : std::int32_t {
 
 /// Sizes in pixels by which streams are known; no stream has the size 0 x 0.
 struct OverlayInfo {
-  unsigned int appStreamWidth = 800;
-  unsigned int appStreamHeight = 450;
+  unsigned int appStreamWidth = kApplicationStream.width;
+  unsigned int appStreamHeight = kApplicationStream.height;
   unsigned int overlayStreamWidth = 0;
   unsigned int overlayStreamHeight = 0;
   unsigned int anonymizedStreamWidth = 0;
@@ -152,7 +143,7 @@ class OverlayManager {
   /// Choose the streams by their size; 0 x 0 switches one off.
   static void SetOverlayStreamResolution(unsigned int width, unsigned int height);
   static void SetAnonymizedStreamResolution(unsigned int width, unsigned int height);
-  /// The same from "1280x720"; of each part the number that it begins with counts, 0 when there is none or too large.
+  /// The same from "1280x720", as lenient as streamSizeFrom.
   static void SetOverlayStreamResolutionFromString(const std::string& text);
   static void SetAnonymizedStreamResolutionFromString(const std::string& text);
 

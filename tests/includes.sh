@@ -4,16 +4,16 @@ set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
 declare -A allowed=(
-  [platform]="app/package_path.h larod vdostream axparameter axevent axhttp axoverlay"
+  [platform]="larod vdostream axparameter axevent axhttp axoverlay"
   [video]="vdostream"
   [pose]="app/initial_params.h app/process_state.h video larod"
   [geometry]="app/process_state.h app/truncate.h video/VideoStreamSource.h"
   [events]="platform/clock axevent"
   [config]="app/.*_params.h app/process_state.h app/status_text.h app/truncate.h analysis/area_of_interest.h geometry overlay/overlay_manager.h video/VideoStreamSource.h axparameter axhttp"
   [analysis]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock"
-  [overlay]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h analysis/FindingsHistory.h app/status_text.h geometry pose/skeleton.h axoverlay vdostream"
-  [validation]="app/.*_params.h app/package_path.h config/parameter_controller.h pose video larod"
-  [app]="analysis config events geometry overlay pose validation video platform/clock larod axhttp"
+  [overlay]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h analysis/FindingsHistory.h app/status_text.h geometry pose/skeleton.h platform/support axoverlay vdostream"
+  [validation]="app/.*_params.h config/parameter_controller.h platform/support pose video larod"
+  [app]="analysis config events geometry overlay pose validation video platform/clock platform/support larod axhttp"
   [simulator]=""
   [training]="analysis app platform pose"
 )

@@ -13,8 +13,8 @@
 
 #include "app/calibration_params.h"
 #include "app/initial_params.h"
-#include "app/package_path.h"
 #include "config/parameter_controller.h"
+#include "platform/support/package_path.h"
 #include "pose/larod_helpers.h"
 
 std::unique_ptr<VideoStreamSource> g_videoHQStreamSource;

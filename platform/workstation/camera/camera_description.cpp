@@ -1,7 +1,6 @@
 #include "platform/workstation/camera/camera_description.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -42,24 +41,14 @@ std::string shown(const json& value) {
   return text;
 }
 
-std::optional<std::uint32_t> parseSide(std::string_view text) {
-  std::uint32_t side = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), side);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (side < 2 || side > kMaxStreamSide || side % 2 != 0) return std::nullopt;
-  return side;
-}
+bool isSide(std::uint32_t side) { return side >= 2 && side <= kMaxStreamSide && side % 2 == 0; }
 
 std::optional<StreamSize> parseSize(const json& value) {
   const auto* text = value.get_ptr<const std::string*>();
   if (text == nullptr) return std::nullopt;
-  const std::string_view view = *text;
-  const std::size_t cross = view.find('x');
-  if (cross == std::string_view::npos) return std::nullopt;
-  const auto width = parseSide(view.substr(0, cross));
-  const auto height = parseSide(view.substr(cross + 1));
-  if (!width || !height) return std::nullopt;
-  return StreamSize{*width, *height};
+  const StreamSize size = streamSizeFrom(*text);
+  if (toString(size) != *text || !isSide(size.width) || !isSide(size.height)) return std::nullopt;
+  return size;
 }
 
 /// Takes the keys over one by one and collects every mistake on the way.
@@ -184,8 +173,6 @@ class Reader {
 }
 
 }  // namespace
-
-std::string toString(StreamSize size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
 CameraDescription parseCameraDescription(std::string_view text, const std::string& file) {
   return Reader(file).read(text);

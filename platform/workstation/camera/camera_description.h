@@ -9,17 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/support/stream_size.h"
+
 namespace workstation {
 
-/// Width and height in pixels of a stream that the camera offers, before any turning.
-struct StreamSize {
-  std::uint32_t width = 0;
-  std::uint32_t height = 0;
-  bool operator==(const StreamSize&) const = default;
-};
-
-/// Written "640x360".
-std::string toString(StreamSize size);
+using ::StreamSize;
 
 struct CameraDescription {
   std::string file;                         ///< where it was read from, for messages
@@ -29,7 +23,7 @@ struct CameraDescription {
   bool mirrored = false;                    ///< viewers see left and right exchanged, after the turning
   std::string product_name = "AXIS Q1656";  ///< short product name
   std::uint32_t focal_length_um = 3700;     ///< of the lens, in micrometres
-  std::vector<StreamSize> stream_sizes{{640, 360}, {800, 450}, {1280, 720}, {1920, 1080}};
+  std::vector<StreamSize> stream_sizes{{640, 360}, kApplicationStream, {1280, 720}, {1920, 1080}};
   std::map<std::string, std::string> parameters;  ///< what the installer has set, by parameter name
 };
 

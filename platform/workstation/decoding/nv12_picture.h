@@ -6,7 +6,7 @@
 #include <functional>
 #include <vector>
 
-#include "platform/workstation/camera/camera_description.h"
+#include "platform/support/stream_size.h"
 
 namespace workstation {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "app/package_path.h"
+#include "platform/support/package_path.h"
 #include "platform/workstation/camera/camera_description.h"
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/system/state_directory.h"

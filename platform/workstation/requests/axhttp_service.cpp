@@ -24,8 +24,8 @@
 #include <string_view>
 #include <utility>
 
-#include "app/package_path.h"
 #include "platform/clock/clock.h"
+#include "platform/support/package_path.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"

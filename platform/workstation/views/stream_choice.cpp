@@ -1,9 +1,9 @@
 #include "platform/workstation/views/stream_choice.h"
 
-#include <cstdlib>
-#include <limits>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace workstation {
@@ -14,16 +14,10 @@ std::string valueOf(const Parameters& stored, std::string_view name) {
   return found == stored.end() ? "" : found->second;
 }
 
-/// As lenient as the program, which takes the number that a text begins with.
 std::optional<StreamSize> chosenSize(const Parameters& stored, std::string_view on, std::string_view selected) {
   const std::string size = valueOf(stored, selected);
-  const std::size_t cross = size.find('x');
-  if (valueOf(stored, on) != "true" || cross == std::string::npos) return std::nullopt;
-  const auto side = [](const std::string& text) {
-    const long long pixels = std::strtoll(text.c_str(), nullptr, 10);
-    return pixels < 0 || pixels > std::numeric_limits<int>::max() ? 0 : static_cast<std::uint32_t>(pixels);
-  };
-  return StreamSize{side(size), side(size.substr(cross + 1))};
+  if (valueOf(stored, on) != "true" || size.find('x') == std::string::npos) return std::nullopt;
+  return streamSizeFrom(size);
 }
 
 struct Current {

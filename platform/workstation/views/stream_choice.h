@@ -3,15 +3,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 
-#include "platform/workstation/camera/camera_description.h"
+#include "platform/support/stream_size.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 
 namespace workstation {
-
-/// The application's own stream always has this size.
-inline constexpr StreamSize kApplicationStream{800, 450};
 
 struct StreamChoice {
   std::optional<StreamSize> overlay;     ///< shows findings; nothing while switched off

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/workstation/camera/camera_description.h"
+#include "platform/support/stream_size.h"
 #include "platform/workstation/decoding/nv12_picture.h"
 
 namespace workstation {

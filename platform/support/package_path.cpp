@@ -1,4 +1,4 @@
-#include "app/package_path.h"
+#include "platform/support/package_path.h"
 
 #include <cstdlib>
 
