@@ -12,6 +12,7 @@ struct GLibRelease {
   void operator()(gchar* text) const { g_free(text); }
   void operator()(gchar** texts) const { g_strfreev(texts); }
   void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
+  void operator()(GDateTime* time) const { g_date_time_unref(time); }
   void operator()(GDBusNodeInfo* info) const { g_dbus_node_info_unref(info); }
   void operator()(GError* error) const { g_error_free(error); }
   void operator()(GHashTable* table) const { g_hash_table_unref(table); }

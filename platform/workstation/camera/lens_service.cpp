@@ -172,8 +172,7 @@ GLibPtr<GDBusConnection> exportLens(const std::string& address, std::uint32_t fo
   GLibPtr<GDBusConnection> bus(
       g_dbus_connection_new_for_address_sync(address.c_str(), kFlags, nullptr, nullptr, error.out()));
   check(error);
-  const GLibPtr<GDBusNodeInfo> node(
-      g_dbus_node_info_new_for_xml(kIntrospection, error.out()));
+  const GLibPtr<GDBusNodeInfo> node(g_dbus_node_info_new_for_xml(kIntrospection, error.out()));
   check(error);
   const GDBusInterfaceVTable table{nullptr, getProperty, nullptr, {}};
   g_dbus_connection_register_object(bus.get(), "/com/axis/Optics0", node->interfaces[0], &table,

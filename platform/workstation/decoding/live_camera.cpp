@@ -17,9 +17,9 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/signal_mask.h"
-#include "platform/workstation/decoding/video_source.h"
 
 namespace workstation {
 namespace {
@@ -82,10 +82,7 @@ struct Attempt {
 class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
  public:
   Keeper(const std::string& source, bool loop)
-      : m_source(source),
-        m_name(withoutSecrets(source)),
-        m_kind(kindOf(source)),
-        m_loop(loop) {}
+      : m_source(source), m_name(withoutSecrets(source)), m_kind(kindOf(source)), m_loop(loop) {}
 
   void start();
   void stop();

@@ -12,8 +12,8 @@
 #include "platform/workstation/decoding/live_camera.h"
 #include "platform/workstation/decoding/recording_end.h"
 #include "platform/workstation/decoding/replay_progress.h"
-#include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/system/signal_mask.h"
 
 namespace workstation {
 namespace {

@@ -12,8 +12,9 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/workstation/system/signal_mask.h"
+#include "platform/support/owners.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/system/signal_mask.h"
 
 namespace workstation {
 namespace {
@@ -36,35 +37,27 @@ void checkFile(const std::string& path) {
 
 /// All tracks are known: without pictures among them nothing would ever reach the converter.
 void refuseWithoutVideo(GstElement* decoder, gpointer converter) {
-  GstPad* input = gst_element_get_static_pad(GST_ELEMENT(converter), "sink");
-  if (gst_pad_is_linked(input) == FALSE) {
+  const GstPtr<GstPad> input(gst_element_get_static_pad(GST_ELEMENT(converter), "sink"));
+  if (gst_pad_is_linked(input.get()) == FALSE) {
     GST_ELEMENT_ERROR(decoder, STREAM, WRONG_TYPE, ("it holds no picture"), (nullptr));
   }
-  gst_object_unref(input);
-}
-
-std::string takeMessage(GError* error, const char* otherwise) {
-  if (error == nullptr) return otherwise;
-  std::string message = error->message;
-  g_error_free(error);
-  return message;
 }
 
 /// GStreamer's own words, save where they would blame its installation: "Missing decoder: NAME (...)" then stands in
 /// the details only.
 std::string complaintOf(GstMessage* message) {
   constexpr std::string_view kMissing = "Missing decoder: ";
-  GError* error = nullptr;
-  gchar* details = nullptr;
-  gst_message_parse_error(message, &error, &details);
-  const bool missing = g_error_matches(error, GST_CORE_ERROR, GST_CORE_ERROR_MISSING_PLUGIN) == TRUE;
-  std::string text = takeMessage(error, "GStreamer does not say why");
-  const std::string_view view = details == nullptr ? "" : details;
+  CaughtError error;
+  gchar* raw_details = nullptr;
+  gst_message_parse_error(message, error.out(), &raw_details);
+  const GLibPtr<gchar> details(raw_details);
+  const bool missing = g_error_matches(error.get(), GST_CORE_ERROR, GST_CORE_ERROR_MISSING_PLUGIN) == TRUE;
+  std::string text = error.text("GStreamer does not say why");
+  const std::string_view view = details ? details.get() : "";
   if (const auto found = view.find(kMissing); missing && found != std::string_view::npos) {
     const auto name = view.substr(found + kMissing.size());
     text = "it holds no picture that can be decoded here, but " + std::string(name.substr(0, name.find(" (")));
   }
-  g_free(details);
   return text;
 }
 
@@ -77,12 +70,10 @@ FileDescriptor openFifo(const std::string& path) {
 }
 
 std::string fileUri(const std::string& path) {
-  GError* error = nullptr;
-  gchar* uri = gst_filename_to_uri(path.c_str(), &error);
-  if (uri == nullptr) throw std::runtime_error(takeMessage(error, "its name cannot be used"));
-  std::string result = uri;
-  g_free(uri);
-  return result;
+  CaughtError error;
+  const GLibPtr<gchar> uri(gst_filename_to_uri(path.c_str(), error.out()));
+  if (!uri) throw std::runtime_error(error.text("its name cannot be used"));
+  return uri.get();
 }
 
 std::string toUri(const std::string& source, const FileDescriptor& fifo) {
@@ -102,9 +93,8 @@ std::string toUri(const std::string& source, const FileDescriptor& fifo) {
 
 /// The decoder offers its tracks one by one; the first with pictures is the camera's.
 void linkVideo(GstElement* /*decoder*/, GstPad* pad, gpointer converter) {
-  GstPad* input = gst_element_get_static_pad(GST_ELEMENT(converter), "sink");
-  if (gst_pad_is_linked(input) == FALSE) gst_pad_link(pad, input);
-  gst_object_unref(input);
+  const GstPtr<GstPad> input(gst_element_get_static_pad(GST_ELEMENT(converter), "sink"));
+  if (gst_pad_is_linked(input.get()) == FALSE) gst_pad_link(pad, input.get());
 }
 
 /// What is watched should be shown at once.
@@ -166,9 +156,9 @@ std::uint32_t DecodedFrame::framerate() const {
 }
 
 void startGStreamer() {
-  GError* error = nullptr;
-  if (gst_init_check(nullptr, nullptr, &error) == FALSE) {
-    throw std::runtime_error(takeMessage(error, "GStreamer cannot be initialised"));
+  CaughtError error;
+  if (gst_init_check(nullptr, nullptr, error.out()) == FALSE) {
+    throw std::runtime_error(error.text("GStreamer cannot be initialised"));
   }
 }
 
@@ -187,12 +177,12 @@ VideoPipeline::~VideoPipeline() {
 /// The decoder converts nothing that it needn't: most deliver I420 as it is, and only pictures that a telephone marks
 /// as turned are turned.
 void VideoPipeline::build(Mode mode) {
-  GError* error = nullptr;
+  CaughtError error;
   m_pipeline.reset(
       gst_parse_launch("uridecodebin name=decoder videoconvert name=converter ! videoflip video-direction=auto ! "
                        "appsink name=sink caps=video/x-raw,format=I420",
-                       &error));
-  if (error != nullptr) throw std::runtime_error(takeMessage(error, ""));
+                       error.out()));
+  if (error) throw std::runtime_error(error.text());
   m_sink.reset(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "sink"));
   const GstPtr<GstElement> decoder(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "decoder"));
   const GstPtr<GstElement> converter(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "converter"));
@@ -229,13 +219,12 @@ bool VideoPipeline::isAtEnd() {
   constexpr auto kKinds = static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS);
   const GstPtr<GstBus> bus(gst_element_get_bus(m_pipeline.get()));
   m_at_end = m_at_end || gst_app_sink_is_eos(GST_APP_SINK(m_sink.get())) != FALSE;
-  while (GstMessage* message = gst_bus_pop_filtered(bus.get(), kKinds)) {
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+  while (const GstPtr<GstMessage> message{gst_bus_pop_filtered(bus.get(), kKinds)}) {
+    if (GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_EOS) {
       m_at_end = true;
     } else if (m_error.empty()) {
-      m_error = complaintOf(message);
+      m_error = complaintOf(message.get());
     }
-    gst_message_unref(message);
   }
   return m_at_end;
 }

@@ -9,9 +9,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
-#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/decoding/nv12_picture.h"
+#include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
 
@@ -20,9 +21,11 @@ template <typename T>
 struct GstRelease {
   void operator()(T* object) const { gst_object_unref(object); }
 };
-template <>
-struct GstRelease<GstSample> {
-  void operator()(GstSample* sample) const { gst_sample_unref(sample); }
+template <typename T>
+requires std::is_same_v<T, GstSample> || std::is_same_v<T, GstCaps> || std::is_same_v<T, GstEvent> ||
+    std::is_same_v<T, GstMessage>
+struct GstRelease<T> {
+  void operator()(T* object) const { gst_mini_object_unref(GST_MINI_OBJECT_CAST(object)); }
 };
 template <typename T>
 using GstPtr = std::unique_ptr<T, GstRelease<T>>;

@@ -19,8 +19,8 @@
 
 #include "platform/clock/clock.h"
 #include "platform/support/owners.h"
-#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/events/event_recorder.h"
+#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/system/standard_output.h"
 
 using workstation::EventRecord;
@@ -74,7 +74,7 @@ Output outputFormat() {
 
 /// "14:03:07", on the wall clock of the place where the program runs.
 std::string localTime(GDateTime* time) {
-  const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> local(g_date_time_to_local(time), &g_date_time_unref);
+  const GLibPtr<GDateTime> local(g_date_time_to_local(time));
   const GLibPtr<gchar> text(g_date_time_format(local.get(), "%H:%M:%S"));
   return text.get();
 }
@@ -106,7 +106,7 @@ void show(const EventRecord& record, GDateTime* time) {
 
 /// For somebody who reads: what a run before left active has ended.
 void showClosed(const EventRecord& record) {
-  const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(g_date_time_new_now_local(), &g_date_time_unref);
+  const GLibPtr<GDateTime> time(g_date_time_new_now_local());
   if (outputFormat() == Output::kText) show(record, time.get());
 }
 

@@ -24,10 +24,10 @@
 #include <utility>
 #include <vector>
 
-#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/inference/model_sidecar.h"
-#include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/inference/tensor_quantizer.h"
+#include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/signal_mask.h"
 
 namespace {
 

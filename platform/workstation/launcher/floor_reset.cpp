@@ -11,9 +11,9 @@
 #include <optional>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/parameters/stored_parameters.h"
-#include "platform/workstation/decoding/video_source.h"
 
 namespace workstation {
 namespace {

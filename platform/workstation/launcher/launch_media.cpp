@@ -15,14 +15,6 @@ namespace {
 
 constexpr GstClockTime kPatience = 10 * GST_SECOND;
 
-struct Unref {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
-
-struct ErrorFree {
-  void operator()(GError* error) const { g_error_free(error); }
-};
-
 /// What is wrong with a path before anybody tries to play it.
 std::string fileProblem(const std::string& path) {
   std::error_code error;
@@ -58,8 +50,8 @@ bool hasMovingPicture(GstDiscovererInfo* info) {
 }
 
 /// GStreamer's words in one line.
-std::string reasonOf(const GError* error) {
-  std::string reason = error == nullptr ? "unknown reason" : error->message;
+std::string reasonOf(const CaughtError& error) {
+  std::string reason = error.text();
   std::replace(reason.begin(), reason.end(), '\n', ' ');
   return withoutSecrets(reason);
 }
@@ -73,13 +65,12 @@ bool isSpoken(const std::string& uri) {
 /// Plays a moment of the source.
 std::string playProblem(const std::string& source) {
   const std::string name = withoutSecrets(source);
-  GError* raw_error = nullptr;
-  const std::unique_ptr<GstDiscoverer, Unref> discoverer(gst_discoverer_new(kPatience, &raw_error));
-  const std::unique_ptr<GstDiscovererInfo, Unref> info(
-      discoverer ? gst_discoverer_discover_uri(discoverer.get(), uriOf(source).c_str(), &raw_error) : nullptr);
-  const std::unique_ptr<GError, ErrorFree> error(raw_error);
+  CaughtError error;
+  const GLibPtr<GstDiscoverer> discoverer(gst_discoverer_new(kPatience, error.out()));
+  const GLibPtr<GstDiscovererInfo> info(
+      discoverer ? gst_discoverer_discover_uri(discoverer.get(), uriOf(source).c_str(), error.out()) : nullptr);
   if (!info) {
-    return name + ": cannot be played: " + reasonOf(error.get());
+    return name + ": cannot be played: " + reasonOf(error);
   }
   switch (gst_discoverer_info_get_result(info.get())) {
     case GST_DISCOVERER_OK:
@@ -89,7 +80,7 @@ std::string playProblem(const std::string& source) {
     case GST_DISCOVERER_TIMEOUT:
       return name + ": cannot be played: no picture within 10 seconds";
     default:
-      return name + ": is not a video that can be played: " + reasonOf(error.get());
+      return name + ": is not a video that can be played: " + reasonOf(error);
   }
 }
 

@@ -18,10 +18,10 @@
 #include <utility>
 
 #include "platform/support/owners.h"
-#include "platform/workstation/launcher/launch_media.h"
-#include "platform/workstation/inference/model_sidecar.h"
-#include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/inference/model_sidecar.h"
+#include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/system/state_directory.h"
 
 namespace workstation {
 namespace {
@@ -263,8 +263,7 @@ std::string stateName(const LaunchRequest& request) {
   std::string stem = fs::path(withoutSecrets(name)).stem().string();
   std::replace_if(
       stem.begin(), stem.end(), [](char c) { return !g_ascii_isalnum(c) && !std::strchr("._-", c); }, '_');
-  const GLibPtr<gchar> hash(
-      g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1));
+  const GLibPtr<gchar> hash(g_compute_checksum_for_string(G_CHECKSUM_SHA256, name.c_str(), -1));
   return stem + "-" + std::string(hash.get(), kHashLength);
 }
 

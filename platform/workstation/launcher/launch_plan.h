@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "platform/workstation/camera/camera_description.h"
-#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/launcher/launch_request.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
 

@@ -1,6 +1,11 @@
 #include "platform/workstation/launcher/launch_request.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
+#include <string_view>
+
+#include "platform/support/owners.h"
 
 namespace workstation {
 namespace {
@@ -23,59 +28,89 @@ void checkCombination(const LaunchRequest& request) {
   }
 }
 
+/// What an option's value goes to, once.
+struct Target {
+  const char* option;  ///< with its dashes
+  std::optional<std::string> LaunchRequest::*value;
+  bool is_for_replays = true;
+};
+constexpr std::array kTargets{
+    Target{"--source", &LaunchRequest::source, false}, Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},          Target{"--state", &LaunchRequest::state},
+    Target{"--reset", &LaunchRequest::reset, false},   Target{"--listen", &LaunchRequest::listen, false},
+    Target{"--user", &LaunchRequest::user, false},     Target{"--password-file", &LaunchRequest::password_file, false},
+};
+
+gboolean refuse(GError** error, const std::string& why) {
+  g_set_error_literal(error, G_OPTION_ERROR, G_OPTION_ERROR_BAD_VALUE, why.c_str());
+  return FALSE;
+}
+
+gboolean takeValue(const gchar* option, const gchar* value, gpointer data, GError** error) {
+  auto& request = *static_cast<LaunchRequest*>(data);
+  const auto target = std::find_if(kTargets.begin(), kTargets.end(),
+                                   [option](const Target& known) { return std::string_view(known.option) == option; });
+  auto& place = request.*target->value;
+  if (place) return refuse(error, std::string(option) + " was given twice");
+  if (*value == '\0') return refuse(error, std::string(option) + " needs a value");
+  place = value;
+  return TRUE;
+}
+
+/// The options of a live run or of a replay.
+std::vector<GOptionEntry> entriesFor(LaunchRequest& request, gboolean& help, gboolean& json, gboolean& loop) {
+  std::vector<GOptionEntry> entries;
+  const auto add = [&entries](const char* name, GOptionArg kind, gpointer target) {
+    entries.push_back({name, 0, 0, kind, target, nullptr, nullptr});
+  };
+  for (const Target& target : kTargets) {
+    if (request.replay && !target.is_for_replays) continue;
+    add(target.option + 2, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&takeValue));
+  }
+  add("help", G_OPTION_ARG_NONE, &help);
+  add("json", G_OPTION_ARG_NONE, &json);
+  if (!request.replay) add("loop", G_OPTION_ARG_NONE, &loop);
+  entries.push_back({});
+  return entries;
+}
+
+/// Takes the options over; what remains is what is none.
+std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, LaunchRequest& request) {
+  gboolean help = FALSE;
+  gboolean json = FALSE;
+  gboolean loop = FALSE;
+  const auto entries = entriesFor(request, help, json, loop);
+  const GLibPtr<GOptionContext> context(g_option_context_new(nullptr));
+  GOptionGroup* group = g_option_group_new("velmor", "", "", &request, nullptr);  // the context's own
+  g_option_group_add_entries(group, entries.data());
+  g_option_context_set_main_group(context.get(), group);
+  g_option_context_set_help_enabled(context.get(), FALSE);
+  GLibPtr<gchar*> words(g_new0(gchar*, arguments.size() + 2));
+  words.get()[0] = g_strdup("run");
+  for (size_t n = 0; n < arguments.size(); ++n) words.get()[n + 1] = g_strdup(arguments[n].c_str());
+  CaughtError error;
+  gchar** all = words.release();
+  const bool understood = g_option_context_parse_strv(context.get(), &all, error.out()) != FALSE;
+  words.reset(all);
+  if (!understood) throw UsageError(error.text() + "; see --help");
+  request.help = help != FALSE;
+  request.json = json != FALSE;
+  request.loop = loop != FALSE;
+  return {all + 1, all + g_strv_length(all)};
+}
+
 }  // namespace
 
 LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   LaunchRequest request;
-  size_t next = 0;
-  const auto value = [&](std::optional<std::string>& target, const std::string& option) {
-    if (target) {
-      throw UsageError(option + " was given twice");
-    }
-    if (next == arguments.size() || arguments[next].empty()) {
-      throw UsageError(option + " needs a value; see --help");
-    }
-    target = arguments[next++];
-  };
-  if (!arguments.empty() && arguments[0] == "replay") {
-    request.replay = true;
-    ++next;
-    value(request.source, "replay");
-    if (request.source->starts_with("--")) {
-      throw UsageError("replay needs demo or a file first; see --help");
-    }
-    if (request.source == "demo") {
-      request.source.reset();
-    }
+  request.replay = !arguments.empty() && arguments[0] == "replay";
+  std::vector<std::string> rest = takeOptions(arguments, request);
+  if (request.replay) {
+    if (rest.size() < 2 || rest[1].empty()) throw UsageError("replay needs demo or a file; see --help");
+    if (rest[1] != "demo") request.source = rest[1];
+    rest.erase(rest.begin(), rest.begin() + 2);
   }
-  while (next < arguments.size()) {
-    const std::string& option = arguments[next++];
-    if (option == "--help") {
-      request.help = true;
-    } else if (option == "--json") {
-      request.json = true;
-    } else if (option == "--source" && !request.replay) {
-      value(request.source, option);
-    } else if (option == "--loop" && !request.replay) {
-      request.loop = true;
-    } else if (option == "--settings") {
-      value(request.settings, option);
-    } else if (option == "--truth") {
-      value(request.truth, option);
-    } else if (option == "--reset" && !request.replay) {
-      value(request.reset, option);
-    } else if (option == "--listen" && !request.replay) {
-      value(request.listen, option);
-    } else if (option == "--user" && !request.replay) {
-      value(request.user, option);
-    } else if (option == "--password-file" && !request.replay) {
-      value(request.password_file, option);
-    } else if (option == "--state") {
-      value(request.state, option);
-    } else {
-      throw UsageError("\"" + option + "\" is not understood here; see --help");
-    }
-  }
+  if (!rest.empty()) throw UsageError("\"" + rest[0] + "\" is not understood here; see --help");
   checkCombination(request);
   return request;
 }

@@ -21,11 +21,11 @@
 #include <vector>
 
 #include "platform/workstation/launcher/child_processes.h"
-#include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/launcher/floor_reset.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/launch_request.h"
 #include "platform/workstation/launcher/launch_web.h"
+#include "platform/workstation/system/durable_file.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include "platform/support/package_path.h"
 #include "platform/workstation/camera/camera_description.h"
 #include "platform/workstation/parameters/parameter_batch.h"
-#include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "platform/workstation/system/state_directory.h"
 
 using workstation::Parameters;
 using workstation::StoredParameters;

@@ -25,11 +25,12 @@
 #include <utility>
 
 #include "platform/clock/clock.h"
+#include "platform/support/owners.h"
 #include "platform/support/package_path.h"
+#include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
-#include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/web/view_streams.h"
 
 using workstation::HttpQuery;
@@ -47,10 +48,6 @@ constexpr const char* kNotStored =
 constexpr const char* kTooManyWaiting =
     "Status: 503 Service Unavailable\r\nContent-Type: text/plain\r\n\r\n"
     "Too many requests wait for the program; try again later.\n";
-
-struct Unref {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
 
 std::string variable(const char* name) {
   const char* value = std::getenv(name);
@@ -92,8 +89,8 @@ workstation::HttpServerSettings settings() {
 }
 
 /// A hash table of the parameters, none for a request without.
-std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)> tableOf(const ProgramRequest& request) {
-  std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)> table(nullptr, &g_hash_table_unref);
+GLibPtr<GHashTable> tableOf(const ProgramRequest& request) {
+  GLibPtr<GHashTable> table;
   if (request.parameters) {
     table.reset(g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free));
     for (const auto& [key, value] : *request.parameters) {
@@ -170,7 +167,7 @@ class WaitingMessages {
 
   /// Whom the watch is about; it may outlive the entry.
   struct Client {
-    std::shared_ptr<SoupServerMessage> message;
+    GLibPtr<SoupServerMessage> message;
     Abandoned abandoned;
   };
 
@@ -187,9 +184,7 @@ class WaitingMessages {
       workstation::dropConnection(client->message.get());
       return G_SOURCE_REMOVE;
     };
-    auto client = std::make_unique<Client>(Client{
-        {SOUP_SERVER_MESSAGE(g_object_ref(waiting.message)), [](SoupServerMessage* held) { g_object_unref(held); }},
-        waiting.abandoned});
+    auto client = std::make_unique<Client>(Client{share(waiting.message), waiting.abandoned});
     g_source_set_callback(waiting.watch, G_SOURCE_FUNC(readable), client.release(),
                           [](gpointer data) { std::unique_ptr<Client>(static_cast<Client*>(data)); });
     g_source_attach(waiting.watch, m_context);
@@ -310,7 +305,7 @@ struct _AXHttpHandler {
 
   /// On the main thread.
   void call(std::uint64_t id, const ProgramRequest& request) {
-    const std::unique_ptr<GOutputStream, Unref> output(g_memory_output_stream_new_resizable());
+    const GLibPtr<GOutputStream> output(g_memory_output_stream_new_resizable());
     const auto table = tableOf(request);
     workstation::ParameterBatch batch;
     callback(request.path.c_str(), request.method.c_str(), request.query ? request.query->c_str() : nullptr,

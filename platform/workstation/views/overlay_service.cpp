@@ -16,9 +16,9 @@
 #include <utility>
 
 #include "platform/clock/clock.h"
+#include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/views/stream_choice.h"
-#include "platform/workstation/camera/video_service.h"
 
 namespace workstation {
 namespace {

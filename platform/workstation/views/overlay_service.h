@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/view_picture.h"
 
 namespace workstation {

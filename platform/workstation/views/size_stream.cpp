@@ -20,8 +20,8 @@ std::shared_ptr<const ViewedPicture> SizeStream::picture() {
   const bool is_fresh = m_encoded && !source.anonymised && !m_source.anonymised && now - m_encoded_at < kFreshness;
   if (is_same || is_fresh) return m_encoded;
   const std::uint64_t number = m_encoded ? m_encoded->number + 1 : 1;
-  m_encoded = std::make_shared<ViewedPicture>(ViewedPicture{
-      toJpeg(compose(source)), number, source.anonymised, source.anonymised || source.overlay != nullptr});
+  m_encoded = std::make_shared<ViewedPicture>(ViewedPicture{toJpeg(compose(source)), number, source.anonymised,
+                                                            source.anonymised || source.overlay != nullptr});
   m_encoded_at = now;
   m_source = std::move(source);
   return m_encoded;

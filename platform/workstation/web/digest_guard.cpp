@@ -64,15 +64,14 @@ std::optional<Proof> proofOf(SoupServerMessage* message) {
 
 DigestGuard::DigestGuard(SoupServer* server, const std::string& user, const std::string& password)
     : m_user(user), m_domain(soup_auth_domain_digest_new("realm", kRealm, nullptr)) {
-  const GLibPtr<gchar> encoded(
-      soup_auth_domain_digest_encode_password(user.c_str(), kRealm, password.c_str()));
+  const GLibPtr<gchar> encoded(soup_auth_domain_digest_encode_password(user.c_str(), kRealm, password.c_str()));
   m_encoded_password = encoded.get();
-  soup_auth_domain_add_path(m_domain, "/");
-  soup_auth_domain_digest_set_auth_callback(m_domain, &DigestGuard::encodedPassword, this, nullptr);
-  soup_server_add_auth_domain(server, m_domain);
+  soup_auth_domain_add_path(m_domain.get(), "/");
+  soup_auth_domain_digest_set_auth_callback(m_domain.get(), &DigestGuard::encodedPassword, this, nullptr);
+  soup_server_add_auth_domain(server, m_domain.get());
 }
 
-DigestGuard::~DigestGuard() { g_object_unref(m_domain); }
+DigestGuard::~DigestGuard() = default;
 
 char* DigestGuard::encodedPassword(SoupAuthDomain* /*domain*/, SoupServerMessage* message, const char* user,
                                    gpointer guard) {

@@ -9,6 +9,8 @@
 #include <map>
 #include <string>
 
+#include "platform/support/owners.h"
+
 namespace workstation {
 
 class DigestGuard {
@@ -52,7 +54,7 @@ class DigestGuard {
   std::map<std::string, Challenge> m_challenges;
   std::map<std::string, Attempts> m_attempts;  ///< by address
   bool m_stale = false;                        ///< the message at hand answers a challenge that is not good any more
-  SoupAuthDomain* m_domain;                    ///< a reference of its own
+  GLibPtr<SoupAuthDomain> m_domain;
 };
 
 }  // namespace workstation

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/clock/clock.h"
+#include "platform/support/owners.h"
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/system/health.h"
 
@@ -111,9 +112,9 @@ class EventFeed::Implementation : public EventListener {
 
  private:
   struct Viewer {
-    SoupServerMessage* message;  ///< a reference of its own
-    std::uint64_t last;          ///< the number it knows
-    size_t unsent = 0;           ///< bytes
+    GLibPtr<SoupServerMessage> message;
+    std::uint64_t last;  ///< the number it knows
+    size_t unsent = 0;   ///< bytes
   };
 
   void welcome(SoupServerMessage* message);
@@ -126,27 +127,26 @@ class EventFeed::Implementation : public EventListener {
   HttpServer& m_server;
   EventFeedLimits m_limits;
   std::list<Viewer> m_viewers;
-  GSource* m_heartbeat;
+  GLibPtr<GSource> m_heartbeat;
 };
 
 EventFeed::Implementation::Implementation(HttpServer& server, const EventFeedLimits& limits)
     : m_server(server), m_limits(limits), m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
   server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) { welcome(message); });
   g_source_set_callback(
-      m_heartbeat,
+      m_heartbeat.get(),
       [](gpointer self) -> gboolean {
         static_cast<Implementation*>(self)->sendToAll(heartbeat());
         return G_SOURCE_CONTINUE;
       },
       this, nullptr);
-  g_source_attach(m_heartbeat, server.context());
+  g_source_attach(m_heartbeat.get(), server.context());
   listenToEvents(this);
 }
 
 EventFeed::Implementation::~Implementation() {
   listenToEvents(nullptr);
-  g_source_destroy(m_heartbeat);
-  g_source_unref(m_heartbeat);
+  m_heartbeat.reset();
   while (!m_viewers.empty()) release(m_viewers.begin());
 }
 
@@ -187,7 +187,7 @@ void EventFeed::Implementation::welcome(SoupServerMessage* message) {
   soup_message_body_set_accumulate(soup_server_message_get_response_body(message), FALSE);
   constexpr auto wrote = +[](SoupServerMessage* viewed, guint bytes, gpointer self) {
     for (Viewer& viewer : static_cast<Implementation*>(self)->m_viewers) {
-      if (viewer.message == viewed) viewer.unsent -= std::min<size_t>(viewer.unsent, bytes);
+      if (viewer.message.get() == viewed) viewer.unsent -= std::min<size_t>(viewer.unsent, bytes);
     }
   };
   constexpr auto gone =
@@ -195,7 +195,7 @@ void EventFeed::Implementation::welcome(SoupServerMessage* message) {
   g_signal_connect(message, "wrote-body-data", G_CALLBACK(wrote), this);
   g_signal_connect(message, "finished", G_CALLBACK(gone), this);
   g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
-  m_viewers.push_back({SOUP_SERVER_MESSAGE(g_object_ref(message)), 0});
+  m_viewers.push_back({share(message), 0});
   const std::string state = stateMessage(m_viewers.back().last);
   send(m_viewers.back(), state + heartbeat());
 }
@@ -217,12 +217,12 @@ std::string EventFeed::Implementation::stateMessage(std::uint64_t& last) const {
 void EventFeed::Implementation::send(Viewer& viewer, const std::string& text) const {
   viewer.unsent += text.size();
   if (viewer.unsent > m_limits.unsent_bytes) {
-    dropConnection(viewer.message);
+    dropConnection(viewer.message.get());
     return;
   }
-  soup_message_body_append(soup_server_message_get_response_body(viewer.message), SOUP_MEMORY_COPY, text.data(),
+  soup_message_body_append(soup_server_message_get_response_body(viewer.message.get()), SOUP_MEMORY_COPY, text.data(),
                            text.size());
-  soup_server_message_unpause(viewer.message);
+  soup_server_message_unpause(viewer.message.get());
 }
 
 void EventFeed::Implementation::sendToAll(const std::string& text) {
@@ -233,15 +233,14 @@ void EventFeed::Implementation::sendToAll(const std::string& text) {
 
 void EventFeed::Implementation::forget(SoupServerMessage* message) {
   const auto found = std::find_if(m_viewers.begin(), m_viewers.end(),
-                                  [message](const Viewer& viewer) { return viewer.message == message; });
+                                  [message](const Viewer& viewer) { return viewer.message.get() == message; });
   if (found != m_viewers.end()) release(found);
 }
 
 void EventFeed::Implementation::release(std::list<Viewer>::iterator viewer) {
-  SoupServerMessage* const message = viewer->message;
+  const GLibPtr<SoupServerMessage> message = std::move(viewer->message);
   m_viewers.erase(viewer);
-  g_signal_handlers_disconnect_by_data(message, this);
-  g_object_unref(message);
+  g_signal_handlers_disconnect_by_data(message.get(), this);
 }
 
 EventFeed::EventFeed(HttpServer& server, const EventFeedLimits& limits)

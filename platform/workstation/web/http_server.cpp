@@ -14,9 +14,9 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/web/digest_guard.h"
 #include "platform/workstation/web/page_files.h"
-#include "platform/workstation/system/signal_mask.h"
 
 namespace workstation {
 namespace {
@@ -42,10 +42,6 @@ constexpr std::pair<const char*, const char*> kHeaders[] = {
     {"Cross-Origin-Resource-Policy", "same-origin"},
     {"Cache-Control", "no-store"}};
 
-struct Unref {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
-
 std::string_view textOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 const char* requestHeader(SoupServerMessage* message, const char* name) {
@@ -69,8 +65,7 @@ struct InetEnd {
 InetEnd inetEnd(GSocketAddress* address) {
   if (!G_IS_INET_SOCKET_ADDRESS(address)) return {};
   auto* inet = G_INET_SOCKET_ADDRESS(address);
-  const GLibPtr<gchar> text(
-      g_inet_address_to_string(g_inet_socket_address_get_address(inet)));
+  const GLibPtr<gchar> text(g_inet_address_to_string(g_inet_socket_address_get_address(inet)));
   return {text.get(), g_inet_socket_address_get_port(inet)};
 }
 
@@ -87,8 +82,7 @@ bool isForm(SoupServerMessage* message) {
 }
 
 std::string takeBody(SoupServerMessage* message) {
-  const std::unique_ptr<GBytes, decltype(&g_bytes_unref)> bytes(
-      soup_message_body_flatten(soup_server_message_get_request_body(message)), &g_bytes_unref);
+  const GLibPtr<GBytes> bytes(soup_message_body_flatten(soup_server_message_get_request_body(message)));
   gsize size = 0;
   const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
   return data == nullptr ? "" : std::string(data, size);
@@ -121,29 +115,27 @@ bool hasGoodLength(SoupServerMessage* message) {
 }
 
 /// A socket that listens on the first port that is free. Throws std::runtime_error with one line.
-std::unique_ptr<GSocket, Unref> listeningSocket(const ListenAddress& where, std::uint16_t& port) {
-  const std::unique_ptr<GInetAddress, Unref> address(g_inet_address_new_from_string(where.address.c_str()));
+GLibPtr<GSocket> listeningSocket(const ListenAddress& where, std::uint16_t& port) {
+  const GLibPtr<GInetAddress> address(g_inet_address_new_from_string(where.address.c_str()));
   for (unsigned int candidate = where.first_port;; ++candidate) {
-    const std::unique_ptr<GSocketAddress, Unref> target(
-        g_inet_socket_address_new(address.get(), static_cast<guint16>(candidate)));
-    GError* error = nullptr;
-    std::unique_ptr<GSocket, Unref> socket(
-        g_socket_new(g_socket_address_get_family(target.get()), G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, &error));
+    const GLibPtr<GSocketAddress> target(g_inet_socket_address_new(address.get(), static_cast<guint16>(candidate)));
+    CaughtError error;
+    GLibPtr<GSocket> socket(g_socket_new(g_socket_address_get_family(target.get()), G_SOCKET_TYPE_STREAM,
+                                         G_SOCKET_PROTOCOL_TCP, error.out()));
     if (socket && g_socket_address_get_family(target.get()) == G_SOCKET_FAMILY_IPV6) {
       g_socket_set_option(socket.get(), IPPROTO_IPV6, IPV6_V6ONLY, TRUE, nullptr);
     }
     if (socket) g_socket_set_listen_backlog(socket.get(), SOMAXCONN);
-    if (socket && g_socket_bind(socket.get(), target.get(), TRUE, &error) && g_socket_listen(socket.get(), &error)) {
-      const std::unique_ptr<GSocketAddress, Unref> bound(g_socket_get_local_address(socket.get(), nullptr));
+    if (socket && g_socket_bind(socket.get(), target.get(), TRUE, error.out()) &&
+        g_socket_listen(socket.get(), error.out())) {
+      const GLibPtr<GSocketAddress> bound(g_socket_get_local_address(socket.get(), nullptr));
       port = inetEnd(bound.get()).port;
       g_socket_set_blocking(socket.get(), FALSE);
       return socket;
     }
-    const bool taken = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE) != FALSE;
-    const std::string reason = error->message;
-    g_error_free(error);
+    const bool taken = g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE) != FALSE;
     if (!taken || candidate >= where.last_port) {
-      throw std::runtime_error(toString(where) + ": cannot be listened on: " + reason +
+      throw std::runtime_error(toString(where) + ": cannot be listened on: " + error.text() +
                                "; choose another address with --listen ADDRESS:PORT");
     }
   }
@@ -175,15 +167,15 @@ class HttpServer::Implementation {
  private:
   struct Connection {
     Implementation* server;
-    GSocket* socket;                          ///< borrowed; the connection is forgotten when it ends
-    std::string address;                      ///< of the other end
-    SoupServerMessage* message = nullptr;     ///< a weak pointer
-    bool answering = false;                   ///< it has been read and is not finished
-    bool let_in = false;                      ///< its request was complete and has passed all guards
-    bool ending = false;                      ///< cut off
-    std::uint64_t number = 0;                 ///< in the order of coming
-    std::chrono::milliseconds held{0};        ///< its answer waits that long
-    std::unique_ptr<GIOStream, Unref> taken;  ///< from libsoup, for a last word
+    GSocket* socket;                       ///< borrowed; the connection is forgotten when it ends
+    std::string address;                   ///< of the other end
+    SoupServerMessage* message = nullptr;  ///< a weak pointer
+    bool answering = false;                ///< it has been read and is not finished
+    bool let_in = false;                   ///< its request was complete and has passed all guards
+    bool ending = false;                   ///< cut off
+    std::uint64_t number = 0;              ///< in the order of coming
+    std::chrono::milliseconds held{0};     ///< its answer waits that long
+    GLibPtr<GIOStream> taken;              ///< from libsoup, for a last word
     GSource* deadline = nullptr;
   };
 
@@ -221,7 +213,7 @@ class HttpServer::Implementation {
   static void redirect(SoupServerMessage* message, const std::string& target);
 
   GMainLoop* m_loop;
-  std::unique_ptr<GSocket, Unref> m_listener;
+  GLibPtr<GSocket> m_listener;
   GSource* m_listener_source = nullptr;
   SoupServer* m_server = nullptr;
   std::unique_ptr<DigestGuard> m_guard;
@@ -358,20 +350,19 @@ void HttpServer::Implementation::rest() {
 }
 
 void HttpServer::Implementation::accept() {
-  GError* error = nullptr;
-  const std::unique_ptr<GSocket, Unref> socket(g_socket_accept(m_listener.get(), nullptr, &error));
+  CaughtError error;
+  const GLibPtr<GSocket> socket(g_socket_accept(m_listener.get(), nullptr, error.out()));
   if (!socket) {
-    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK) == FALSE) rest();
-    g_error_free(error);
+    if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK) == FALSE) rest();
     return;
   }
-  const std::unique_ptr<GSocketAddress, Unref> local(g_socket_get_local_address(socket.get(), nullptr));
-  const std::unique_ptr<GSocketAddress, Unref> remote(g_socket_get_remote_address(socket.get(), nullptr));
+  const GLibPtr<GSocketAddress> local(g_socket_get_local_address(socket.get(), nullptr));
+  const GLibPtr<GSocketAddress> remote(g_socket_get_remote_address(socket.get(), nullptr));
   const std::string address = inetEnd(remote.get()).address;
   if (!local || !remote) return;
   makeRoom(address);
   prepare(socket.get());
-  const std::unique_ptr<GSocketConnection, Unref> stream(g_socket_connection_factory_create_connection(socket.get()));
+  const GLibPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(socket.get()));
   Connection& connection = m_connections[socket.get()];
   connection.server = this;
   connection.socket = socket.get();

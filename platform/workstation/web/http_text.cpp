@@ -1,7 +1,6 @@
 #include "platform/workstation/web/http_text.h"
 
-#include <gio/gio.h>
-#include <glib.h>
+#include <libsoup/soup.h>
 
 #include <algorithm>
 #include <charconv>
@@ -10,13 +9,12 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/support/owners.h"
+
 namespace workstation {
 namespace {
 
-struct Unref {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
-using InetAddress = std::unique_ptr<GInetAddress, Unref>;
+using InetAddress = GLibPtr<GInetAddress>;
 
 constexpr std::uint16_t kHttpPort = 80;
 
@@ -29,22 +27,10 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && g_ascii_strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-std::optional<std::string> decode(std::string_view text) {
-  std::string decoded;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i] == '+' ? ' ' : text[i];
-      continue;
-    }
-    const int high = i + 2 < text.size() ? g_ascii_xdigit_value(text[i + 1]) : -1;
-    const int low = i + 2 < text.size() ? g_ascii_xdigit_value(text[i + 2]) : -1;
-    if (high < 0 || low < 0) return std::nullopt;
-    decoded += static_cast<char>(high * 16 + low);
-    i += 2;
-  }
-  // The length-bound check also refuses a NUL.
-  if (g_utf8_validate_len(decoded.data(), decoded.size(), nullptr) == FALSE) return std::nullopt;
-  return decoded;
+/// Whether each part of a form is a text; libsoup leaves out what is not, and a NUL would end it.
+bool isTextForm(const std::string& form) {
+  const GLibPtr<gchar> text(g_uri_unescape_string(form.c_str(), nullptr));
+  return form.find('\0') == std::string::npos && text && g_utf8_validate(text.get(), -1, nullptr) != FALSE;
 }
 
 std::optional<std::uint16_t> parsePort(std::string_view text) {
@@ -66,55 +52,48 @@ std::string bracketed(const std::string& address) {
   return address.find(':') == std::string::npos ? address : "[" + address + "]";
 }
 
-bool isHeaderName(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) { return g_ascii_isalnum(c) || c == '-'; });
-}
-
-bool isHeaderValue(std::string_view value) {
-  return std::none_of(value.begin(), value.end(), [](char c) { return g_ascii_iscntrl(c) && c != '\t'; });
-}
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && g_ascii_isspace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && g_ascii_isspace(text.back())) text.remove_suffix(1);
-  return text;
-}
-
 /// "406\tNot Acceptable": a number of three digits, then perhaps a reason.
 bool takeStatus(std::string_view value, CgiReply& reply) {
   constexpr size_t kDigits = 3;
-  const std::string_view digits = value.substr(0, kDigits);
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), reply.status);
-  const bool whole = error == std::errc() && end == value.data() + kDigits;
-  reply.reason = trimmed(value.substr(digits.size()));
-  return whole && reply.status >= 200 && (value.size() == kDigits || g_ascii_isspace(value[kDigits]));
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), reply.status);
+  const std::string_view rest = value.substr(static_cast<size_t>(end - value.data()));
+  reply.reason = rest.substr(std::min(rest.find_first_not_of(" \t"), rest.size()));
+  return error == std::errc() && end == value.data() + kDigits && reply.status >= 200 &&
+         (rest.empty() || g_ascii_isspace(rest.front()));
 }
 
-bool takeHeader(std::string_view line, CgiReply& reply) {
-  const size_t colon = line.find(':');
-  const std::string_view name = line.substr(0, colon);
-  const std::string_view value = colon == std::string_view::npos ? "" : trimmed(line.substr(colon + 1));
-  if (colon == std::string_view::npos || !isHeaderName(name) || !isHeaderValue(value)) return false;
-  if (equalIgnoringCase(name, "status")) return takeStatus(value, reply);
-  const auto isName = [name](std::string_view other) { return equalIgnoringCase(name, other); };
-  if (std::none_of(std::begin(kServersHeaders), std::end(kServersHeaders), isName))
-    reply.headers.emplace_back(name, value);
-  return true;
+using Headers = std::unique_ptr<SoupMessageHeaders, decltype(&soup_message_headers_unref)>;
+
+/// Takes the lines after the first. False where one is no header: libsoup leaves those out.
+bool takeHeaders(const std::string& lines, CgiReply& reply) {
+  const Headers headers(soup_message_headers_new(SOUP_MESSAGE_HEADERS_RESPONSE), &soup_message_headers_unref);
+  if (soup_headers_parse(lines.data(), static_cast<int>(lines.size()), headers.get()) == FALSE) return false;
+  ptrdiff_t left = std::count(lines.begin(), lines.end(), '\n') - 1;
+  bool good = true;
+  SoupMessageHeadersIter next;
+  soup_message_headers_iter_init(&next, headers.get());
+  for (const char *name = nullptr, *value = nullptr; soup_message_headers_iter_next(&next, &name, &value) != FALSE;) {
+    --left;
+    const auto is_name = [name](std::string_view other) { return equalIgnoringCase(name, other); };
+    if (is_name("status")) {
+      good = takeStatus(value, reply) && good;
+    } else if (std::none_of(std::begin(kServersHeaders), std::end(kServersHeaders), is_name)) {
+      reply.headers.emplace_back(name, value);
+    }
+  }
+  return good && left == 0;
 }
 
 }  // namespace
 
-std::optional<HttpQuery> decodeForm(std::string_view form) {
+std::optional<HttpQuery> decodeForm(const std::string& form) {
+  if (!isTextForm(form)) return std::nullopt;
+  const GLibPtr<GHashTable> table(soup_form_decode(form.c_str()));
   HttpQuery query;
-  while (!form.empty()) {
-    const std::string_view pair = form.substr(0, form.find('&'));
-    form.remove_prefix(std::min(form.size(), pair.size() + 1));
-    const size_t equals = pair.find('=');
-    const auto key = decode(pair.substr(0, equals));
-    const auto value = decode(equals == std::string_view::npos ? "" : pair.substr(equals + 1));
-    if (!key || !value) return std::nullopt;
-    if (!pair.empty()) query.insert_or_assign(*key, *value);
-  }
+  constexpr auto take = +[](gpointer key, gpointer value, gpointer target) {
+    (*static_cast<HttpQuery*>(target))[static_cast<const char*>(key)] = static_cast<const char*>(value);
+  };
+  g_hash_table_foreach(table.get(), take, &query);
   return query;
 }
 
@@ -129,7 +108,7 @@ ListenAddress parseListenAddress(const std::string& text) {
                              "\": is not an address to listen on; give ADDRESS:PORT, for example 127.0.0.1:8080, "
                              "[::1]:8080 or 0.0.0.0:8080");
   }
-  const std::unique_ptr<gchar, decltype(&g_free)> plain(g_inet_address_to_string(address.get()), &g_free);
+  const GLibPtr<gchar> plain(g_inet_address_to_string(address.get()));
   return {plain.get(), *first, *last};
 }
 
@@ -171,17 +150,16 @@ bool isLongEnough(const std::string& password) {
 std::optional<CgiReply> parseCgiReply(std::string_view reply) {
   CgiReply parsed;
   if (reply.empty()) return parsed;
-  for (;;) {
-    const size_t end = reply.find('\n');
-    if (end == std::string_view::npos) return std::nullopt;
-    std::string_view line = reply.substr(0, end);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    reply.remove_prefix(end + 1);
-    if (line.empty()) break;
-    if (!takeHeader(line, parsed)) return std::nullopt;
+  // A message has a first line before its headers; a program's reply has none.
+  const std::string message = "\n" + std::string(reply);
+  for (size_t end = 0; end != message.npos; end = message.find('\n', end + 1)) {
+    const size_t next = message.find_first_not_of('\r', end + 1);
+    if (next == message.npos || message[next] != '\n') continue;
+    if (!takeHeaders(message.substr(0, end + 1), parsed)) return std::nullopt;
+    parsed.body = message.substr(next + 1);
+    return parsed;
   }
-  parsed.body = reply;
-  return parsed;
+  return std::nullopt;
 }
 
 }  // namespace workstation

@@ -15,7 +15,7 @@ namespace workstation {
 using HttpQuery = std::map<std::string, std::string, std::less<>>;
 
 /// Keys and values of "a=1&b=x+y%21". None for what is no text: a broken percent sign, a NUL, no UTF-8.
-std::optional<HttpQuery> decodeForm(std::string_view form);
+std::optional<HttpQuery> decodeForm(const std::string& form);
 
 /// Where to listen. A range of ports means the first that is free.
 struct ListenAddress {

@@ -9,10 +9,11 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/views/size_stream.h"
 #include "platform/workstation/views/stream_choice.h"
-#include "platform/workstation/camera/video_service.h"
 
 namespace workstation {
 namespace {
@@ -30,10 +31,6 @@ constexpr const char* kAppearanceGroup = "root.Image.I0.Appearance";
 constexpr const char* kBoundary = "velmor-picture";
 constexpr const char* kStreamType = "multipart/x-mixed-replace; boundary=velmor-picture";
 constexpr const char* kSnapshotType = "image/jpeg";
-
-/// A reference to a GObject.
-template <typename T>
-using ObjectPtr = std::unique_ptr<T, decltype(&g_object_unref)>;
 
 std::string valueOf(const HttpQuery& query, std::string_view key) {
   const auto found = query.find(key);
@@ -73,18 +70,16 @@ std::string listOf(const std::vector<StreamSize>& sizes) {
   return list;
 }
 
-struct Unref {
-  void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
-};
-
-std::shared_ptr<GBytes> toBytes(const std::string& text) { return {g_bytes_new(text.data(), text.size()), Unref()}; }
+std::shared_ptr<GBytes> toBytes(const std::string& text) {
+  return {g_bytes_new(text.data(), text.size()), GLibRelease()};
+}
 
 /// One picture as it is sent, shared by all who are sent it.
 struct Sendable {
   explicit Sendable(const ViewedPicture& picture)
       : image(toBytes(picture.jpeg)),
-        part(toBytes("Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(picture.jpeg.size()) +
-                     "\r\n\r\n" + picture.jpeg + "\r\n--" + kBoundary + "\r\n")),
+        part(toBytes("Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(picture.jpeg.size()) + "\r\n\r\n" +
+                     picture.jpeg + "\r\n--" + kBoundary + "\r\n")),
         number(picture.number),
         anonymised(picture.anonymised),
         complete(picture.complete) {}
@@ -103,10 +98,7 @@ class Viewer {
 
   /// `anonymised`: whether the stream is the anonymised one now, or has been asked for as such.
   Viewer(SoupServerMessage* message, Kind kind, bool anonymised)
-      : m_message(SOUP_SERVER_MESSAGE(g_object_ref(message)), &g_object_unref),
-        m_kind(kind),
-        m_anonymised(anonymised),
-        m_came(Clock::now()) {}
+      : m_message(share(message)), m_kind(kind), m_anonymised(anonymised), m_came(Clock::now()) {}
   ~Viewer() { g_signal_handlers_disconnect_by_data(m_message.get(), this); }
   Viewer(const Viewer&) = delete;
   Viewer& operator=(const Viewer&) = delete;
@@ -179,7 +171,7 @@ class Viewer {
     soup_server_message_unpause(m_message.get());
   }
 
-  ObjectPtr<SoupServerMessage> m_message;
+  GLibPtr<SoupServerMessage> m_message;
   Kind m_kind;
   bool m_anonymised;
   Clock::time_point m_came;
@@ -204,7 +196,7 @@ class ViewStreams::Implementation {
       receive(message, query, Viewer::Kind::kSnapshot);
     });
   }
-  ~Implementation() { stopTimer(); }
+  ~Implementation() = default;
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
@@ -300,32 +292,26 @@ class ViewStreams::Implementation {
     }
     m_audiences.remove_if(
         [&](const Audience& audience) { return audience.viewers.empty() && now - audience.last_watched > kLinger; });
-    if (m_audiences.empty() && m_gone.empty()) stopTimer();
+    if (m_audiences.empty() && m_gone.empty()) m_timer.reset();
   }
 
   void startTimer() {
-    if (m_timer != nullptr) return;
-    m_timer = g_timeout_source_new(kPeriod_ms);
+    if (m_timer) return;
+    m_timer.reset(g_timeout_source_new(kPeriod_ms));
     g_source_set_callback(
-        m_timer,
+        m_timer.get(),
         [](gpointer self) -> gboolean {
           static_cast<Implementation*>(self)->turn();
           return G_SOURCE_CONTINUE;
         },
         this, nullptr);
-    g_source_attach(m_timer, m_server.context());
-  }
-
-  void stopTimer() {
-    if (m_timer == nullptr) return;
-    g_source_destroy(m_timer);
-    g_source_unref(std::exchange(m_timer, nullptr));
+    g_source_attach(m_timer.get(), m_server.context());
   }
 
   HttpServer& m_server;
   std::list<Audience> m_audiences;
   std::vector<std::shared_ptr<Viewer>> m_gone;
-  GSource* m_timer = nullptr;
+  GLibPtr<GSource> m_timer;
 };
 
 ViewStreams::ViewStreams(HttpServer& server) : m_implementation(std::make_unique<Implementation>(server)) {}
