@@ -68,12 +68,12 @@ TEST(StreamChoice, IsReadFromTheStoredParameters) {
   for (const auto& [on, size] : {std::pair{"false", "1280x720"}, {"yes", "1280x720"}, {"true", "none"}}) {
     EXPECT_EQ(choice(on, size).anonymised, std::nullopt) << on << size;
   }
-  noteStoredParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}});
+  tellParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}});
   const StreamChoice first = currentStreamChoice();
-  noteStoredParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}, {"Sensitivity", "0.5"}});
+  tellParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}, {"Sensitivity", "0.5"}});
   EXPECT_EQ(currentStreamChoice().version, first.version);
-  noteStoredParameters({{"AnonOverlaysOn", "false"}, {"SelectedAnonOverlay", "1280x720"}});
-  noteStoredParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}});
+  tellParameters({{"AnonOverlaysOn", "false"}, {"SelectedAnonOverlay", "1280x720"}});
+  tellParameters({{"AnonOverlaysOn", "true"}, {"SelectedAnonOverlay", "1280x720"}});
   EXPECT_NE(currentStreamChoice().version, first.version) << "off and on again in between";
 }
 
@@ -86,7 +86,8 @@ class AnonymisedViewTest : public testing::Test {
     m_view.show({frame(), overlay}, m_choice, m_now);
   }
 
-  AnonymisedView m_view;
+  CycleFailures m_failures;
+  AnonymisedView m_view{[this] { return m_failures; }};
   StreamChoice m_choice{StreamSize{1920, 1080}, StreamSize{1280, 720}, 1};
   AnonymisedView::Clock::time_point m_now;
 };
@@ -96,9 +97,13 @@ TEST_F(AnonymisedViewTest, ShowsACardUnlessTheLastCycleGaveAPicture) {
   showPicture();
   EXPECT_EQ(reason(), "");
   EXPECT_NE(m_view.sightAt(m_choice, 0, m_now).picture.frame, nullptr);
-  m_view.noteFailure();
-  EXPECT_EQ(reason(), "The last picture could not be analysed.");
+  m_failures = {1, "why"};
+  EXPECT_EQ(reason(), "why") << "a cycle has failed since";
   EXPECT_EQ(m_view.sightAt(m_choice, 0, m_now).picture.frame, nullptr);
+  showPicture();
+  EXPECT_EQ(reason(), "");
+  m_view.drop();
+  EXPECT_EQ(reason(), "The last picture could not be analysed.");
   showPicture();
   EXPECT_EQ(reason(), "");
   m_now += 3s;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -12,6 +11,7 @@
 
 #include "platform/workstation/camera/lens_service.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
 namespace {
@@ -168,29 +168,23 @@ class Reader {
   std::string m_mistakes;
 };
 
-[[noreturn]] void refuseFile(const std::string& file, const std::string& mistake) {
-  throw DescriptionError(file + ": the file: " + mistake + "; allowed is a readable JSON file of at most 1 MiB");
-}
-
 }  // namespace
 
 CameraDescription parseCameraDescription(std::string_view text, const std::string& file) {
   return Reader(file).read(text);
 }
 
-CameraDescription loadCameraDescription(const std::string& file) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) {
-    refuseFile(file, error ? error.message() : "is not a regular file");
+std::string readDescription(const std::string& file) {
+  try {
+    if (auto text = readFile(file, kDescriptionLimitBytes)) return *std::move(text);
+  } catch (const std::runtime_error& problem) {
+    throw DescriptionError(problem.what());
   }
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) refuseFile(file, "cannot be read");
-  std::string text(kDescriptionLimitBytes + 1, '\0');
-  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (stream.bad()) refuseFile(file, "cannot be read");
-  text.resize(static_cast<std::size_t>(stream.gcount()));
-  if (text.size() > kDescriptionLimitBytes) refuseFile(file, "is too large");
-  return parseCameraDescription(text, file);
+  throw DescriptionError(file + ": there is no such file");
+}
+
+CameraDescription loadCameraDescription(const std::string& file) {
+  return parseCameraDescription(readDescription(file), file);
 }
 
 const CameraDescription& startedCamera() {

@@ -41,6 +41,9 @@ inline constexpr std::size_t kDescriptionLimitBytes = std::size_t{1} << 20;
 /// Throws DescriptionError with all mistakes found.
 CameraDescription parseCameraDescription(std::string_view text, const std::string& file);
 
+/// The text of a description's file. Throws DescriptionError.
+std::string readDescription(const std::string& file);
+
 /// Reads and checks a file. Throws DescriptionError.
 CameraDescription loadCameraDescription(const std::string& file);
 

@@ -24,17 +24,6 @@ using std::chrono::nanoseconds;
 constexpr guint kFramesAhead = 3;   // decoded while a replay is at work; bounds the memory
 constexpr guint kLatency_ms = 200;  // for a network's packets that come late; GStreamer itself would take 2 s
 
-/// Throws the reason why a path holds no video, where it can be told without decoding.
-void checkFile(const std::string& path) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (status.type() == fs::file_type::not_found) throw std::runtime_error("there is no such file");
-  if (error) throw std::runtime_error(error.message());
-  if (fs::is_directory(status)) throw std::runtime_error("it is a directory");
-  if (fs::is_regular_file(status) && fs::file_size(path, error) == 0) throw std::runtime_error("the file is empty");
-}
-
 /// All tracks are known: without pictures among them nothing would ever reach the converter.
 void refuseWithoutVideo(GstElement* decoder, gpointer converter) {
   const GstPtr<GstPad> input(gst_element_get_static_pad(GST_ELEMENT(converter), "sink"));
@@ -87,7 +76,7 @@ std::string toUri(const std::string& source, const FileDescriptor& fifo) {
     case SourceKind::kFile:
       break;
   }
-  checkFile(localPath(source));
+  if (const std::string problem = fileProblem(localPath(source)); !problem.empty()) throw std::runtime_error(problem);
   return fileUri(localPath(source));
 }
 

@@ -45,6 +45,16 @@ SourceKind kindOf(const std::string& source) {
   return is_awaited || type == std::filesystem::file_type::character ? SourceKind::kDevice : SourceKind::kFile;
 }
 
+std::string fileProblem(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (status.type() == fs::file_type::not_found) return "there is no such file";
+  if (error) return error.message();
+  if (fs::is_directory(status)) return "is a directory, not a video";
+  return fs::is_regular_file(status) && fs::file_size(path, error) == 0 ? "is empty" : "";
+}
+
 std::string withoutUser(const std::string& source) {
   const std::size_t scheme = source.find(kScheme);
   if (scheme == std::string::npos) return source;

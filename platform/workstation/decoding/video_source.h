@@ -20,6 +20,9 @@ std::string localPath(const std::string& source);
 /// Without opening it. A path where nothing is counts as a file, below /dev as a device.
 SourceKind kindOf(const std::string& source);
 
+/// Why a path holds no video, as far as that shows without opening it; else empty.
+std::string fileProblem(const std::string& path);
+
 /// A source without the user name and the password that its URI may hold.
 std::string withoutUser(const std::string& source);
 

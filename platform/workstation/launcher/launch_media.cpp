@@ -15,22 +15,6 @@ namespace {
 
 constexpr GstClockTime kPatience = 10 * GST_SECOND;
 
-/// What is wrong with a path before anybody tries to play it.
-std::string fileProblem(const std::string& path) {
-  std::error_code error;
-  const auto status = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(status)) {
-    return path + ": there is no such file";
-  }
-  if (std::filesystem::is_directory(status)) {
-    return path + ": is a directory, not a video";
-  }
-  if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0) {
-    return path + ": is empty";
-  }
-  return "";
-}
-
 std::string uriOf(const std::string& source) {
   if (isUri(source)) {
     return source;
@@ -93,8 +77,8 @@ std::string videoProblem(const std::string& source, bool replay) {
     return withoutSecrets(source) + ": this kind of address cannot be played; one that can is rtsp://HOST/PATH";
   }
   if (kind == SourceKind::kFile) {
-    if (std::string problem = fileProblem(localPath(source)); !problem.empty()) {
-      return problem;
+    if (const std::string problem = fileProblem(localPath(source)); !problem.empty()) {
+      return source + ": " + problem;
     }
   }
   if (kind == SourceKind::kPipe && replay) {

@@ -203,11 +203,7 @@ StatePlace::~StatePlace() {
 }
 
 void layOver(CameraDescription& camera, const fs::path& settings) {
-  const auto text = readFile(settings, kDescriptionLimitBytes);
-  if (!text) {
-    throw DescriptionError(settings.string() + ": there is no such file");
-  }
-  json document = json::parse(*text, nullptr, false);
+  json document = json::parse(readDescription(settings.string()), nullptr, false);
   if (!document.is_object()) {
     throw DescriptionError(settings.string() + ": is not a JSON object of settings");
   }

@@ -82,7 +82,7 @@ AXParameter* openStore(const std::string& app_name) {
   if (!damage.empty() || store->state != stored) {
     save(*store);
   }
-  workstation::setCurrentParameters(store->state.values);
+  workstation::tellParameters(store->state.values);
   return store.release();
 }
 
@@ -128,7 +128,7 @@ void put(AXParameter& store, const std::string& name, const std::string& value, 
     store.unsaved = unsaved_before;
     throw;
   }
-  workstation::setCurrentParameters(store.state.values);
+  workstation::tellParameters(store.state.values);
 }
 
 /// Saves one store of the batch; false after a log line.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
@@ -83,27 +82,15 @@ std::string format(const StoredState& state, const std::string& group) {
   return std::string(kChecksumMark) + checksum(body) + "\n" + body;
 }
 
-struct Current {
-  std::mutex mutex;
-  std::shared_ptr<const Parameters> values = std::make_shared<Parameters>();
-};
-
-Current& current() {
-  static auto& the_current = *new Current;  // never destroyed: threads may ask until the process ends
-  return the_current;
-}
+/// Constant at first, so that others may set it before main.
+constinit ParametersHook parameters_hook = nullptr;
 
 }  // namespace
 
-std::shared_ptr<const Parameters> currentParameters() {
-  const std::scoped_lock lock(current().mutex);
-  return current().values;
-}
+void setParametersHook(ParametersHook hook) { parameters_hook = hook; }
 
-void setCurrentParameters(const Parameters& values) {
-  auto copy = std::make_shared<const Parameters>(values);
-  const std::scoped_lock lock(current().mutex);
-  current().values = std::move(copy);
+void tellParameters(const Parameters& values) {
+  if (parameters_hook != nullptr) parameters_hook(values);
 }
 
 bool isParameterName(const std::string& name) {

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -30,10 +29,12 @@ struct StoredState {
 StoredState startFrom(StoredState stored, const Parameters& defaults,
                       const std::map<std::string, std::string>& described);
 
-/// The parameters that are in force; empty before there are any, never null. From any thread.
-std::shared_ptr<const Parameters> currentParameters();
-/// For whoever stores them.
-void setCurrentParameters(const Parameters& values);
+/// Is told of the parameters that are in force from now on, by the thread that stores them. One for the process, set
+/// before main.
+using ParametersHook = void (*)(const Parameters&);
+void setParametersHook(ParametersHook hook);
+/// For whoever stores them: tells the hook.
+void tellParameters(const Parameters& values);
 
 /// What a state directory holds for one group (application).
 class StoredParameters {

@@ -1,10 +1,8 @@
 #include "platform/workstation/views/stream_choice.h"
 
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace workstation {
 namespace {
@@ -22,7 +20,6 @@ std::optional<StreamSize> chosenSize(const Parameters& stored, std::string_view 
 
 struct Current {
   std::mutex mutex;
-  std::shared_ptr<const Parameters> parameters;  ///< that the choice was read from
   StreamChoice choice;
 };
 
@@ -30,6 +27,18 @@ Current& current() {
   static auto& the_current = *new Current;  // never destroyed: threads may ask until the process ends
   return the_current;
 }
+
+/// A choice that was another in between is a new one.
+void note(const Parameters& stored) {
+  StreamChoice choice = readStreamChoice(stored);
+  const std::scoped_lock lock(current().mutex);
+  StreamChoice& before = current().choice;
+  const bool is_same = choice.overlay == before.overlay && choice.anonymised == before.anonymised;
+  choice.version = before.version + (is_same ? 0 : 1);
+  before = choice;
+}
+
+[[maybe_unused]] const bool is_told = (setParametersHook(note), true);
 
 }  // namespace
 
@@ -40,14 +49,6 @@ StreamChoice readStreamChoice(const Parameters& stored) {
 
 StreamChoice currentStreamChoice() {
   const std::scoped_lock lock(current().mutex);
-  auto parameters = currentParameters();
-  if (parameters != std::exchange(current().parameters, parameters)) {
-    StreamChoice choice = readStreamChoice(*parameters);
-    StreamChoice& before = current().choice;
-    const bool is_same = choice.overlay == before.overlay && choice.anonymised == before.anonymised;
-    choice.version = before.version + (is_same ? 0 : 1);
-    before = choice;
-  }
   return current().choice;
 }
 

@@ -598,7 +598,7 @@ void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std:
   }
   const auto endpoint = m_endpoints.find(path);
   if (endpoint == m_endpoints.end()) return answerFile(message, path);
-  const auto query = decodeForm(textOrEmpty(g_uri_get_query(soup_server_message_get_uri(message))));
+  const auto query = decodeForm(std::string(textOrEmpty(g_uri_get_query(soup_server_message_get_uri(message)))));
   if (!query) return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
   endpoint->second(message, *query);
 }
