@@ -12,14 +12,13 @@
 #include "app/detection_params.h"
 #include "app/process_state.h"
 #include "events/event_manager.h"
+#include "events/event_names.h"
 #include "platform/clock/clock.h"
 
 namespace {
 
 constexpr float kOverlap = 0.2F;         // of the smaller box
 constexpr int kMostFramesOutOfBed = 10;  // one more, and the patient counts as out of bed
-constexpr const char* kOutOfBedEvent = "Patient Out of Bed";
-constexpr const char* kFallEvent = "Fall Detected";
 
 /// A bounding box in floats.
 struct Box {

@@ -7,7 +7,9 @@
 #include "analysis/detection_processing.h"
 #include "app/calibration_params.h"
 #include "app/process_state.h"
+#include "app/status.h"
 #include "events/event_manager.h"
+#include "events/event_names.h"
 #include "overlay/overlay_manager.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton_fusion.h"
@@ -26,7 +28,7 @@ constexpr int kOverloadPeriods = 3;
 bool findSkeletons(BodypixPoseEstimator& estimator, int rotation, const char* failure, Skeletons& skeletons) {
   if (!estimator.runModel(*g_videoStreamSource, rotation)) {
     syslog(LOG_ERR, failure, nFrames);
-    g_StatusCode = 401;
+    g_StatusCode = status::kModelError;
     return false;
   }
   skeletons = estimator.getSkeletons();
@@ -61,12 +63,12 @@ bool findPeople() {
 /// The status after a complete cycle; g_ExecutionTime is still that of the cycle before.
 int decideStatus() {
   if (g_ExecutionTime >= kOverloadPeriods * g_main_loop_time) {
-    return 600;
+    return status::kSlow;
   }
-  if (g_EventManager->isEventStarted("Patient Out of Bed")) {
-    return 502;
+  if (g_EventManager->isEventStarted(kOutOfBedEvent)) {
+    return status::kOutOfBed;
   }
-  return g_EventManager->isEventStarted("Fall Detected") ? 503 : 200;
+  return g_EventManager->isEventStarted(kFallEvent) ? status::kFallen : status::kRunning;
 }
 
 }  // namespace

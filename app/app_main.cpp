@@ -13,6 +13,7 @@
 #include "app/process_state.h"
 #include "app/shutdown.h"
 #include "app/startup.h"
+#include "app/status.h"
 #include "config/parameter_io.h"
 #include "config/request_handler.h"
 #include "platform/clock/clock.h"
@@ -48,7 +49,7 @@ gboolean thread_function(void* /*data*/) {
 
 int failStart(const char* text) {
   syslog(LOG_ERR, "%s", text);
-  g_StatusCode = 401;
+  g_StatusCode = status::kModelError;
   return -1;
 }
 
@@ -57,7 +58,7 @@ int failStart(const char* text) {
 int main() {
   openlog(g_app_name.c_str(), LOG_PID | LOG_CONS, LOG_USER);
   init_terminate();
-  g_StatusCode = 100;
+  g_StatusCode = status::kStarting;
   init_signals();
   init_parameter_controller();
   if (init_ai() != 0) {

@@ -5,7 +5,7 @@
 
 /// Period of the analysis timer in ms; also the reference by which a cycle counts as too slow.
 extern int g_main_loop_time;
-/// 100 starting, 200 running, 401 start-up or model failure, 502 out of bed, 503 fall, 600 overload.
+/// One of status::Code.
 extern int g_StatusCode;
 /// Wall time of the last complete cycle in ms.
 extern int g_ExecutionTime;

@@ -13,6 +13,7 @@
 #include "config/parameter_controller.h"
 #include "config/parameter_io.h"
 #include "events/event_manager.h"
+#include "events/event_names.h"
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
 
@@ -64,8 +65,9 @@ void init_overlay_manager() {
 
 void init_event_manager() {
   g_EventManager = new EventManager;
-  g_EventManager->addEvent("Patient Out of Bed");
-  g_EventManager->addEvent("Fall Detected");
+  for (const char* name : kEvents) {
+    g_EventManager->addEvent(name);
+  }
 }
 
 bool init_3D() {

@@ -4,6 +4,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <tuple>
+#include <type_traits>
+#include <vector>
 
 #include "app/process_state.h"
 
@@ -19,15 +23,138 @@ const char* textOf(const gchar* text) { return text == nullptr ? "(null)" : text
 /// Decimal text to int; what was written as unsigned comes back to the same int.
 int toInt(const gchar* text) { return text == nullptr ? 0 : static_cast<int>(std::strtol(text, nullptr, 10)); }
 
-/// Calls `use(name, element)` for a polygon's coordinates: corner by corner, x before y; "Detection1" gives
-/// "Detection10x" with element 0 to "Detection13y" with element 7.
-template <typename Array, typename Use>
-void forEachCoordinate(const std::string& polygon, Array& coordinates, Use use) {
-  for (int corner = 0; corner < kCorners; ++corner) {
-    const std::string name = polygon + std::to_string(corner);
-    use(name + "x", coordinates[2 * corner]);
-    use(name + "y", coordinates[2 * corner + 1]);
+/// One parameter, or the coordinates of a polygon: its member's type says how the texts of the store are read.
+template <typename Params, typename Value>
+struct Parameter {
+  const char* name;
+  Value Params::*member;
+  int added = 0;  ///< place in the order in which missing ones are added at start; 0: the package declares it
+};
+template <typename Params, typename Value>
+Parameter(const char*, Value Params::*) -> Parameter<Params, Value>;
+template <typename Params, typename Value>
+Parameter(const char*, Value Params::*, int) -> Parameter<Params, Value>;
+
+/// The picture's rotation is read before this place.
+constexpr int kFirstAfterRotation = 4;
+
+// Every parameter, in the order in which those of a structure are loaded and saved.
+constexpr std::tuple kCalibration{
+    Parameter{"Sensitivity", &_CalibrationParams::f_Sensitivity, 1},
+    Parameter{"MaxDisappeared", &_CalibrationParams::i_MaxDisappeared, 3},
+    Parameter{"DetectionOverlaysOn", &_CalibrationParams::b_DetectionOverlaysOn, 15},
+    Parameter{"AnonOverlaysOn", &_CalibrationParams::b_AnonOverlaysOn, 16},
+    Parameter{"ShowCalibrationMarkers", &_CalibrationParams::b_ShowCalibrationMarkers, 19},
+    Parameter{"SelectedDetectionOverlay", &_CalibrationParams::str_DetectionOverlay, 17},
+    Parameter{"SelectedAnonOverlay", &_CalibrationParams::str_AnonOverlay, 18},
+};
+constexpr std::tuple kInitial{
+    Parameter{"LandscapeModelFileName", &_InitialParams::s_LandscapeModelFileName},
+    Parameter{"PortraitModelFileName", &_InitialParams::s_PortraitModelFileName},
+    Parameter{"LarodChipType", &_InitialParams::l_LarodChipType, 2},
+    Parameter{"mobilenetModelFileName", &_InitialParams::s_mobilenetModelFileName, 20},
+    Parameter{"mobilenetModelWidth", &_InitialParams::i_mobilenetModelWidth, 21},
+    Parameter{"mobilenetModelHeight", &_InitialParams::i_mobilenetModelHeight, 22},
+};
+constexpr std::tuple kDetection{
+    Parameter{"Detection1", &_DetectionParams::i_Detection1},
+    Parameter{"Detection2", &_DetectionParams::i_Detection2},
+    Parameter{"Detection3", &_DetectionParams::i_Detection3},
+    Parameter{"Detection1Active", &_DetectionParams::b_Detection1Active},
+    Parameter{"Detection2Active", &_DetectionParams::b_Detection2Active},
+    Parameter{"Detection3Active", &_DetectionParams::b_Detection3Active},
+    Parameter{"DetectPatientOutOfBed", &_DetectionParams::b_DetectPatientOutOfBed, kFirstAfterRotation},
+    Parameter{"DetectFallenPersons", &_DetectionParams::b_DetectFallenPersons, 5},
+    Parameter{"Exclusion1Active", &_DetectionParams::b_Exclusion1Active, 6},
+    Parameter{"Exclusion2Active", &_DetectionParams::b_Exclusion2Active, 7},
+    Parameter{"Exclusion3Active", &_DetectionParams::b_Exclusion3Active, 8},
+    Parameter{"Exclusion1", &_DetectionParams::i_Exclusion1, 9},
+    Parameter{"Exclusion2", &_DetectionParams::i_Exclusion2, 10},
+    Parameter{"Exclusion3", &_DetectionParams::i_Exclusion3, 11},
+    Parameter{"FallCalibration", &_DetectionParams::i_FallCalibration, 12},
+    Parameter{"HRectM", &_DetectionParams::f_HRectM, 13},
+    Parameter{"WRectM", &_DetectionParams::f_WRectM, 14},
+};
+constexpr std::tuple kFloor{Parameter{"FeetOnFloor", &_FloorParams::b_FeetOnFloor, 23}};
+
+/// The names in the store: that of the parameter, or for the corners of "Detection1" those from "Detection10x" and
+/// "Detection10y" to "Detection13y".
+template <typename Params, typename Value>
+std::vector<std::string> namesOf(const Parameter<Params, Value>& parameter) {
+  if constexpr (!std::is_array_v<Value>) {
+    return {parameter.name};
   }
+  std::vector<std::string> names;
+  for (int corner = 0; corner < kCorners; ++corner) {
+    for (const char* axis : {"x", "y"}) {
+      names.push_back(parameter.name + std::to_string(corner) + axis);
+    }
+  }
+  return names;
+}
+
+/// The names of the parameters that the program adds, by their place.
+std::map<int, std::vector<std::string>> addedParameters() {
+  std::map<int, std::vector<std::string>> added;
+  std::apply([&](const auto&... parameter) { ((added[parameter.added] = namesOf(parameter)), ...); },
+             std::tuple_cat(kCalibration, kInitial, kDetection, kFloor));
+  added.erase(0);
+  return added;
+}
+
+void get(parameter_controller& store, const std::string& name, bool& value) {
+  value = store.get_boolean_parameter(name);
+}
+void get(parameter_controller& store, const std::string& name, int& value) { value = store.get_gint_parameter(name); }
+void get(parameter_controller& store, const std::string& name, unsigned int& value) {
+  value = static_cast<unsigned int>(store.get_gint_parameter(name));
+}
+void get(parameter_controller& store, const std::string& name, float& value) {
+  value = store.get_gfloat_parameter(name);
+}
+void get(parameter_controller& store, const std::string& name, std::string& value) {
+  value = store.get_string_parameter(name);
+}
+void get(parameter_controller& store, const std::string& name, larodChip& value) {
+  value = store.get_larodchiptype_parameter(name);
+}
+
+void set(parameter_controller& store, const std::string& name, bool value) { store.set_boolean_parameter(name, value); }
+void set(parameter_controller& store, const std::string& name, int value) {
+  store.set_guint_parameter(name, static_cast<unsigned int>(value));
+}
+void set(parameter_controller& store, const std::string& name, float value) { store.set_gfloat_parameter(name, value); }
+void set(parameter_controller& store, const std::string& name, const std::string& value) {
+  store.set_string_parameter(name, value);
+}
+
+/// Calls `use(name, value)` with each name in the store and its place in the structure.
+template <typename Table, typename Params, typename Use>
+void forEach(const Table& table, Params& params, Use use) {
+  const auto useOne = [&](const auto& parameter) {
+    auto& value = params.*parameter.member;
+    const std::vector<std::string> names = namesOf(parameter);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if constexpr (std::is_array_v<std::remove_reference_t<decltype(value)>>) {
+        use(names[i], value[i]);
+      } else {
+        use(names[i], value);
+      }
+    }
+  };
+  std::apply([&](const auto&... parameter) { (useOne(parameter), ...); }, table);
+}
+
+template <typename Params, typename Table>
+Params load(parameter_controller& store, const Table& table) {
+  Params params;
+  forEach(table, params, [&](const std::string& name, auto& value) { get(store, name, value); });
+  return params;
+}
+
+template <typename Table, typename Params>
+void save(parameter_controller& store, const Table& table, const Params& params) {
+  forEach(table, params, [&](const std::string& name, const auto& value) { set(store, name, value); });
 }
 
 }  // namespace
@@ -37,113 +164,31 @@ void parameter_controller::init_controller(const std::string& appName) {
   if (!m_Parameter) {
     syslog(LOG_EMERG, "%s: Error Initializng Parameter of %s", "init_controller", appName.c_str());
   }
-  for (const char* name : {"Sensitivity", "LarodChipType", "MaxDisappeared"}) {
-    add_parameter(name);
-  }
-  m_rotation = find_rotation_parameter("Rotation");
-  add_detection_parameters();
-}
-
-void parameter_controller::add_detection_parameters() {
-  for (const char* name :
-       {"DetectPatientOutOfBed", "DetectFallenPersons", "Exclusion1Active", "Exclusion2Active", "Exclusion3Active"}) {
-    add_parameter(name);
-  }
-  const int elements[2 * kCorners] = {};
-  for (const char* polygon : {"Exclusion1", "Exclusion2", "Exclusion3", "FallCalibration"}) {
-    forEachCoordinate(polygon, elements, [this](const std::string& name, int) { add_parameter(name); });
-  }
-  for (const char* name : {"HRectM", "WRectM", "DetectionOverlaysOn", "AnonOverlaysOn", "SelectedDetectionOverlay",
-                           "SelectedAnonOverlay", "ShowCalibrationMarkers", "mobilenetModelFileName",
-                           "mobilenetModelWidth", "mobilenetModelHeight", "FeetOnFloor"}) {
-    add_parameter(name);
+  for (const auto& [place, names] : addedParameters()) {
+    if (place == kFirstAfterRotation) {
+      m_rotation = find_rotation_parameter("Rotation");
+    }
+    for (const std::string& name : names) {
+      add_parameter(name);
+    }
   }
 }
 
-_CalibrationParams parameter_controller::load_calibration() {
-  _CalibrationParams params;
-  params.f_Sensitivity = get_gfloat_parameter("Sensitivity");
-  params.i_MaxDisappeared = get_gint_parameter("MaxDisappeared");
-  params.b_DetectionOverlaysOn = get_boolean_parameter("DetectionOverlaysOn");
-  params.b_AnonOverlaysOn = get_boolean_parameter("AnonOverlaysOn");
-  params.b_ShowCalibrationMarkers = get_boolean_parameter("ShowCalibrationMarkers");
-  params.str_DetectionOverlay = get_string_parameter("SelectedDetectionOverlay");
-  params.str_AnonOverlay = get_string_parameter("SelectedAnonOverlay");
-  return params;
-}
+_CalibrationParams parameter_controller::load_calibration() { return load<_CalibrationParams>(*this, kCalibration); }
 
-_InitialParams parameter_controller::load_initial_params() {
-  _InitialParams params;
-  params.s_LandscapeModelFileName = get_string_parameter("LandscapeModelFileName");
-  params.s_PortraitModelFileName = get_string_parameter("PortraitModelFileName");
-  params.l_LarodChipType = get_larodchiptype_parameter("LarodChipType");
-  params.s_mobilenetModelFileName = get_string_parameter("mobilenetModelFileName");
-  params.i_mobilenetModelWidth = static_cast<unsigned int>(get_gint_parameter("mobilenetModelWidth"));
-  params.i_mobilenetModelHeight = static_cast<unsigned int>(get_gint_parameter("mobilenetModelHeight"));
-  return params;
-}
+_InitialParams parameter_controller::load_initial_params() { return load<_InitialParams>(*this, kInitial); }
 
-_DetectionParams parameter_controller::load_detection_params() {
-  _DetectionParams params;
-  const auto load = [this](const std::string& name, int& element) { element = get_gint_parameter(name); };
-  forEachCoordinate("Detection1", params.i_Detection1, load);
-  forEachCoordinate("Detection2", params.i_Detection2, load);
-  forEachCoordinate("Detection3", params.i_Detection3, load);
-  params.b_Detection1Active = get_boolean_parameter("Detection1Active");
-  params.b_Detection2Active = get_boolean_parameter("Detection2Active");
-  params.b_Detection3Active = get_boolean_parameter("Detection3Active");
-  params.b_DetectPatientOutOfBed = get_boolean_parameter("DetectPatientOutOfBed");
-  params.b_DetectFallenPersons = get_boolean_parameter("DetectFallenPersons");
-  params.b_Exclusion1Active = get_boolean_parameter("Exclusion1Active");
-  params.b_Exclusion2Active = get_boolean_parameter("Exclusion2Active");
-  params.b_Exclusion3Active = get_boolean_parameter("Exclusion3Active");
-  forEachCoordinate("Exclusion1", params.i_Exclusion1, load);
-  forEachCoordinate("Exclusion2", params.i_Exclusion2, load);
-  forEachCoordinate("Exclusion3", params.i_Exclusion3, load);
-  forEachCoordinate("FallCalibration", params.i_FallCalibration, load);
-  params.f_HRectM = get_gfloat_parameter("HRectM");
-  params.f_WRectM = get_gfloat_parameter("WRectM");
-  return params;
-}
+_DetectionParams parameter_controller::load_detection_params() { return load<_DetectionParams>(*this, kDetection); }
 
-_FloorParams parameter_controller::load_floor_params() {
-  _FloorParams params;
-  params.b_FeetOnFloor = get_boolean_parameter("FeetOnFloor");
-  return params;
-}
+_FloorParams parameter_controller::load_floor_params() { return load<_FloorParams>(*this, kFloor); }
 
 int parameter_controller::save_calibration(const _CalibrationParams& params) {
-  set_gfloat_parameter("Sensitivity", params.f_Sensitivity);
-  set_guint_parameter("MaxDisappeared", static_cast<unsigned int>(params.i_MaxDisappeared));
-  set_boolean_parameter("DetectionOverlaysOn", params.b_DetectionOverlaysOn);
-  set_boolean_parameter("AnonOverlaysOn", params.b_AnonOverlaysOn);
-  set_boolean_parameter("ShowCalibrationMarkers", params.b_ShowCalibrationMarkers);
-  set_string_parameter("SelectedDetectionOverlay", params.str_DetectionOverlay);
-  set_string_parameter("SelectedAnonOverlay", params.str_AnonOverlay);
+  save(*this, kCalibration, params);
   return 1;
 }
 
 int parameter_controller::save_detection(const _DetectionParams& params) {
-  const auto save = [this](const std::string& name, int element) {
-    set_guint_parameter(name, static_cast<unsigned int>(element));
-  };
-  forEachCoordinate("Detection1", params.i_Detection1, save);
-  forEachCoordinate("Detection2", params.i_Detection2, save);
-  forEachCoordinate("Detection3", params.i_Detection3, save);
-  set_boolean_parameter("Detection1Active", params.b_Detection1Active);
-  set_boolean_parameter("Detection2Active", params.b_Detection2Active);
-  set_boolean_parameter("Detection3Active", params.b_Detection3Active);
-  set_boolean_parameter("DetectPatientOutOfBed", params.b_DetectPatientOutOfBed);
-  set_boolean_parameter("DetectFallenPersons", params.b_DetectFallenPersons);
-  set_boolean_parameter("Exclusion1Active", params.b_Exclusion1Active);
-  set_boolean_parameter("Exclusion2Active", params.b_Exclusion2Active);
-  set_boolean_parameter("Exclusion3Active", params.b_Exclusion3Active);
-  forEachCoordinate("Exclusion1", params.i_Exclusion1, save);
-  forEachCoordinate("Exclusion2", params.i_Exclusion2, save);
-  forEachCoordinate("Exclusion3", params.i_Exclusion3, save);
-  forEachCoordinate("FallCalibration", params.i_FallCalibration, save);
-  set_gfloat_parameter("HRectM", params.f_HRectM);
-  set_gfloat_parameter("WRectM", params.f_WRectM);
+  save(*this, kDetection, params);
   return 1;
 }
 

@@ -74,7 +74,6 @@ class parameter_controller {
   bool write(const std::string& name, const std::string& value);
   /// One of the platform's own parameters; a failure is logged in the name of `function`.
   Text readPlatform(const char* name, const char* function);
-  void add_detection_parameters();
 
   std::unique_ptr<AXParameter, StoreDeleter> m_Parameter;
   int m_rotation = 0;

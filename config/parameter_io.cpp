@@ -17,7 +17,7 @@
 #include "app/calibration_params.h"
 #include "app/detection_params.h"
 #include "app/process_state.h"
-#include "app/status_text.h"
+#include "app/status.h"
 #include "app/truncate.h"
 #include "config/parameter_controller.h"
 #include "geometry/calibrator.h"

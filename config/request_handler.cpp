@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "app/process_state.h"
+#include "app/status.h"
 #include "config/parameter_io.h"
 #include "geometry/distance_controller.h"
 #include "video/VideoStreamSource.h"
@@ -58,7 +59,7 @@ void set_all_parameters(GHashTable* params, GDataOutputStream* /*reply*/) {
   } catch (const std::exception& problem) {
     syslog(LOG_ERR, " Exception from set_all_parameters trying to set parameters.");
     syslog(LOG_INFO, "set_all_parameters: %s", problem.what());
-    g_StatusCode = 400;
+    g_StatusCode = status::kDataError;
   }
 }
 

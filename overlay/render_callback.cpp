@@ -4,7 +4,7 @@
 
 #include "analysis/FindingsHistory.h"
 #include "app/process_state.h"
-#include "app/status_text.h"
+#include "app/status.h"
 #include "app/truncate.h"
 #include "geometry/calibrator.h"
 #include "overlay/overlay_manager.h"

@@ -1,40 +1,40 @@
-#include "app/status_text.h"
+#include "app/status.h"
 
 std::string statusText(int code) {
   switch (code) {
-    case 50:
+    case status::kUnknown:
       return "Unknown status";
-    case 100:
+    case status::kStarting:
       return "Starting";
-    case 200:
+    case status::kRunning:
       return "AI";
-    case 300:
+    case status::kStopped:
       return "Stopped";
-    case 400:
+    case status::kDataError:
       return "Data error";
-    case 401:
+    case status::kModelError:
       return "AI error";
-    case 402:
+    case status::kLocationsError:
       return "Locations error";
-    case 403:
+    case status::kAreasError:
       return "AOI error";
-    case 405:
+    case status::kFindingsError:
       return "Findings error";
-    case 406:
+    case status::kEventsError:
       return "Events error";
-    case 407:
+    case status::kCalibrationError:
       return "3D calibration error";
-    case 500:
+    case status::kNotInBed:
       return "Patient not in bed, event active";
-    case 501:
+    case status::kOccupied:
       return "Occupancy event active";
-    case 502:
+    case status::kOutOfBed:
       return "Patient out of bed";
-    case 503:
+    case status::kFallen:
       return "Fall detected";
-    case 600:
+    case status::kSlow:
       return "Slow";
-    case 700:
+    case status::kNoConnection:
       return "No connection error";
     default:
       return "Unknown default status";
