@@ -2,48 +2,29 @@
 #include <axhttp.h>
 #include <syslog.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
-#include <string_view>
-
 #include "app/analysis_cycle.h"
 #include "app/init_ai.h"
 #include "app/process_state.h"
 #include "app/shutdown.h"
 #include "app/startup.h"
 #include "app/status.h"
-#include "config/parameter_io.h"
 #include "config/request_handler.h"
 #include "platform/clock/clock.h"
 
 namespace {
 
-/// For somebody who watches a live run in a terminal: one line for each change of the status.
-void printStatusChange() {
-  static const bool wanted = [] {
-    const char* output = std::getenv("VELMOR_OUTPUT");
-    return output != nullptr && std::string_view(output) == "text" && !ticker_clock::isReplay();
-  }();
-  static int printedStatus = 0;
-  if (!wanted || g_StatusCode == printedStatus) {
-    return;
+/// One line for each change of the status.
+void logStatusChange() {
+  static int logged = 0;
+  if (g_StatusCode != logged) {
+    logged = g_StatusCode;
+    syslog(LOG_NOTICE, "status %d  %s", g_StatusCode, statusText(g_StatusCode).c_str());
   }
-  printedStatus = g_StatusCode;
-  const std::time_t now = std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(ticker_clock::now()));
-  std::tm local{};
-  localtime_r(&now, &local);
-  char time[16];
-  std::strftime(time, sizeof time, "%H:%M:%S", &local);
-  std::printf("%s  status %d  %s\n", time, g_StatusCode, parameter_io::status_to_string(g_StatusCode).c_str());
-  std::fflush(stdout);
 }
 
 gboolean thread_function(void* /*data*/) {
   do_one_analysis();
-  printStatusChange();
+  logStatusChange();
   return G_SOURCE_CONTINUE;
 }
 

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/clock/clock.h"
 #include "state_folder.h"
 
 namespace {
@@ -58,6 +59,26 @@ TEST_F(SystemLogTest, EveryEntryIsOneLineWithTimeProcessAndLevel) {
   EXPECT_GT(found[5].size(), 4'000u);
   EXPECT_TRUE(shown.starts_with("velmor_test: Failed init_3D\nvelmor_test: no camera\nvelmor_test: xxx"))
       << shown.substr(0, 200);
+}
+
+TEST_F(SystemLogTest, OnlyALiveRunInATerminalShowsNotices) {
+  const auto shownWith = [](const char* output) {
+    ::setenv("VELMOR_OUTPUT", output, 1);
+    testing::internal::CaptureStdout();
+    errno = ENOENT;
+    syslog(LOG_INFO, "no notice");
+    syslog(LOG_NOTICE, "status %d  %s\n", 502, "Patient out of bed");
+    syslog(LOG_WARNING, "no notice");
+    EXPECT_EQ(errno, ENOENT);
+    ::unsetenv("VELMOR_OUTPUT");
+    return testing::internal::GetCapturedStdout();
+  };
+  const std::string shown = shownWith("text");
+  EXPECT_TRUE(matches(shown, "[0-2][0-9]:[0-5][0-9]:[0-6][0-9]  status 502  Patient out of bed\n")) << shown;
+  EXPECT_EQ(shownWith("json"), "");
+  ticker_clock::setReplayTime(TimeStamp());
+  EXPECT_EQ(shownWith("text"), "") << "a replay";
+  EXPECT_EQ(lines().size(), 9U);
 }
 
 TEST_F(SystemLogTest, AFullFileMakesRoomOnce) {

@@ -317,7 +317,7 @@ void LiveCamera::Keeper::tell(Lock& lock) {
     m_told.clear();
     lock.unlock();
     endTrouble(Trouble::kCameraAway);
-    syslog(LOG_NOTICE, "%s: the camera gives pictures again", m_name.c_str());
+    syslog(LOG_INFO, "%s: the camera gives pictures again", m_name.c_str());
     return lock.lock();
   }
   m_newest.reset();

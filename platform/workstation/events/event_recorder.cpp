@@ -349,7 +349,7 @@ void EventRecorder::noteCaughtUp() {
     m_marking.post([marks = m_marks] { marks->forgetEarlier(); });
   }
   if (!m_delay) return;
-  say(LOG_NOTICE, "events are recorded again, " + std::to_string(m_delay->recorded_late) + " of them late");
+  say(LOG_INFO, "events are recorded again, " + std::to_string(m_delay->recorded_late) + " of them late");
   m_delay.reset();
   endTrouble(Trouble::kAlarmsNotRecorded);
 }

@@ -1,6 +1,6 @@
 // The C library's system log calls, for a machine that may have no log daemon: every line goes to "system.log" in the
-// state directory, errors and worse also to standard error, there not again within a minute. Usable before openlog and
-// after main, from any thread.
+// state directory, errors and worse also to standard error, there not again within a minute; where somebody watches a
+// live run in a terminal, notices also to standard output. Usable before openlog and after main, from any thread.
 //
 // File and terminal each have a thread. A caller waits for them, so that a line stands where it belongs, but not for a
 // disk or a terminal that does not answer.
@@ -20,6 +20,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -28,8 +29,10 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/clock/clock.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/system/side_thread.h"
+#include "platform/workstation/system/standard_output.h"
 #include "platform/workstation/system/state_directory.h"
 
 using workstation::SideThread;
@@ -67,8 +70,25 @@ void toStandardError(std::string text) {
   terminal().settle(kPatience);
 }
 
+/// Whether somebody watches a live run in a terminal.
+bool areNoticesShown() {
+  const char* const output = std::getenv("VELMOR_OUTPUT");
+  return output != nullptr && std::string_view(output) == "text" && !ticker_clock::isReplay();
+}
+
+/// "14:03:07  message", on the wall clock of the place where the program runs.
+void showNotice(const std::string& message) {
+  const time_t now = std::time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 16> time{};
+  std::strftime(time.data(), time.size(), "%H:%M:%S", &local);
+  workstation::showLines(time.data() + ("  " + message));
+}
+
 struct Entry {
   std::string line;
+  std::string message;
   std::string for_terminal;  ///< "velmor_care: message": the time and the process are of no use to somebody there
   bool shown;                ///< on standard error already
 };
@@ -196,6 +216,7 @@ class SystemLog {
     const int caller_errno = errno;
     Entry entry = entryOf(priority, format, arguments);
     if (entry.shown) toStandardError(entry.for_terminal);
+    if (LOG_PRI(priority) == LOG_NOTICE && areNoticesShown()) showNotice(entry.message);
     const unsigned long missed = m_missed.exchange(0);
     const bool taken = disk().post([entry = std::move(entry), missed] { logFile().write(entry, missed); });
     if (!taken) m_missed += missed + 1;
@@ -218,7 +239,8 @@ class SystemLog {
     const std::size_t length = finish(line, head, head + clampLength(printed, line.size() - 1 - head));
     const std::string message(line.data() + head, length - head);
     const bool for_terminal = LOG_PRI(priority) <= LOG_ERR || (m_options & LOG_PERROR) != 0;
-    return {{line.data(), length}, std::string(ident()) + ": " + message, for_terminal && !isRepetition(message)};
+    return {
+        {line.data(), length}, message, std::string(ident()) + ": " + message, for_terminal && !isRepetition(message)};
   }
 
   struct Shown {
