@@ -15,7 +15,8 @@ declare -A allowed=(
   [validation]="app/.*_params.h config/parameter_controller.h platform/support pose video larod"
   [app]="analysis config events geometry overlay pose validation video platform/clock platform/support larod axhttp"
   [simulator]=""
-  [training]="analysis app platform pose"
+  [reference]="analysis app/process_state.h app/shutdown.h app/startup.h platform/clock pose/skeleton.h"
+  [accuracy]="analysis app platform pose reference"
 )
 
 failed=0

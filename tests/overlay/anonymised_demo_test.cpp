@@ -16,7 +16,7 @@
 #include "analysis/detection_processing.h"
 #include "app/process_state.h"
 #include "app/startup.h"
-#include "app/truth.h"
+#include "reference/truth.h"
 #include "overlay/overlay_manager.h"
 #include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/overlay_service.h"

@@ -21,7 +21,7 @@
 #include "app/init_ai.h"
 #include "app/process_state.h"
 #include "app/startup.h"
-#include "app/truth.h"
+#include "reference/truth.h"
 #include "platform/clock/clock.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/views/overlay_service.h"

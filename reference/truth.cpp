@@ -1,4 +1,4 @@
-#include "app/truth.h"
+#include "reference/truth.h"
 
 #include <chrono>
 #include <cmath>
