@@ -10,6 +10,7 @@
 #include "analysis/area_of_interest.h"
 #include "analysis/tracker.h"
 #include "app/process_state.h"
+#include "config/apply_settings.h"
 #include "config/parameter_controller.h"
 #include "config/parameter_io.h"
 #include "events/event_manager.h"
@@ -49,7 +50,7 @@ void init_parameter_controller() {
     g_IsPortrait = true;
   }
   g_IsDevMode = false;
-  parameter_io::show_stakes();
+  show_stakes();
 }
 
 void init_stream_size() {
@@ -60,7 +61,7 @@ void init_stream_size() {
 
 void init_overlay_manager() {
   g_overlayManager = std::make_unique<OverlayManager>();
-  parameter_io::select_streams();
+  select_streams();
 }
 
 void init_event_manager() {
@@ -71,9 +72,9 @@ void init_event_manager() {
 }
 
 bool init_3D() {
-  const bool calibrated = parameter_io::calibrate_floor();
+  const bool calibrated = calibrate_floor();
   const bool areMetresGood = checkMetres();
-  if (!calibrated && (areMetresGood || g_DistanceController.is_degenerate(parameter_io::floor_quad()))) {
+  if (!calibrated && (areMetresGood || g_DistanceController.is_degenerate(floor_quad()))) {
     syslog(LOG_ERR, "FallCalibration0x .. FallCalibration3y: the four points cannot be a rectangle on the floor");
   }
   return calibrated;

@@ -1,11 +1,9 @@
-// Moves settings between the web page, their structures, the store and the parts of the program that use them.
+// The settings and the status on the wire: what the web page sends and reads.
 #pragma once
 
 #include <gio/gio.h>
 
 #include <string>
-
-#include "geometry/perspective_transform.h"
 
 /// A table maps query keys to texts. On the wire areas are whole percents of the analysis picture and floor points
 /// fractions of it; inside the program both are its pixels.
@@ -43,13 +41,6 @@ class parameter_io {
   /// Copy the polygons of g_DetectionParams and their switches into g_AreaofInterest.
   static void store_points_into_AOI();
   static void store_points_into_exclusions();
-  /// Choose the overlay and the anonymised stream; "0x0" for one that is switched off.
-  static void select_streams();
-  /// Sizes the calibration stakes and switches them on or off.
-  static void show_stakes();
-  /// The four floor points in the order that the calibration takes them in, and the calibration; false when it fails.
-  static Quad floor_quad();
-  static bool calibrate_floor();
   /// The text for a status code: 200 is "AI".
   static std::string status_to_string(int code);
   /// The sizes of the camera's streams, "640x360,1280x720,".
