@@ -9,7 +9,7 @@
 #include "analysis/FindingsHistory.h"
 #include "app/process_state.h"
 #include "overlay/overlay_manager.h"
-#include "tests/overlay/fake_axoverlay.h"
+#include "platform/scripted/overlays.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ void drawTenPeople(benchmark::State& state) {
   const Surface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, kWidth, kHeight), cairo_surface_destroy);
   while (state.KeepRunning()) {
     const Context cairo(cairo_create(surface.get()), cairo_destroy);
-    fakeOverlays().render(cairo.get(), {1, 1, kWidth, kHeight, 0, FALSE, AXOVERLAY_STREAM_JPEG});
+    scripted::overlays().render(cairo.get(), {1, 1, kWidth, kHeight, 0, FALSE, AXOVERLAY_STREAM_JPEG});
     cairo_surface_flush(surface.get());
   }
 }

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "app/process_state.h"
+#include "platform/scripted/pose_network.h"
+#include "platform/scripted/video.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton_fusion.h"
-#include "tests/pose/synthetic_grid.h"
-#include "tests/video/fake_vdostream.h"
 #include "video/VideoStreamSource.h"
 #include "video/imgconverter.h"
 
@@ -18,12 +18,14 @@ bool g_IsDevMode;
 
 namespace {
 
+using namespace scripted;
+
 constexpr int kWidth = 1280;
 constexpr int kHeight = 720;
 constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
 
-SyntheticGrid threePeople() {
-  SyntheticGrid grid(46, 81);
+PoseGrid threePeople() {
+  PoseGrid grid(46, 81);
   grid.add(standingPerson(250.0F, 150.0F, 400.0F), 2.5F);
   grid.add(standingPerson(600.0F, 200.0F, 380.0F), 1.5F);
   grid.add(standingPerson(950.0F, 250.0F, 350.0F), 0.5F);
@@ -37,18 +39,18 @@ void dequantize(const std::vector<uint8_t>& bytes, const Dequantizer& dequantize
 
 struct Grids {
   std::array<float, 63342> heatmaps;
-  std::array<float, 126684> shortOffsets;
-  std::array<float, 238464> midOffsets;
+  std::array<float, 126684> short_offsets;
+  std::array<float, 238464> mid_offsets;
 
-  void fill(const SyntheticGrid& grid) {
+  void fill(const PoseGrid& grid) {
     dequantize(grid.heatmaps, heatmapDequantizer, heatmaps);
-    dequantize(grid.shortOffsets, shortOffsetDequantizer, shortOffsets);
-    dequantize(grid.midOffsets, midOffsetDequantizer, midOffsets);
+    dequantize(grid.short_offsets, shortOffsetDequantizer, short_offsets);
+    dequantize(grid.mid_offsets, midOffsetDequantizer, mid_offsets);
   }
 };
 
 void DecodeThreePeople(benchmark::State& state) {
-  const SyntheticGrid grid = threePeople();
+  const PoseGrid grid = threePeople();
   const auto grids = std::make_unique<Grids>();
   grids->fill(grid);
   std::vector<PosenetDecoder::PoseKeypoints> poses(20);
@@ -56,7 +58,7 @@ void DecodeThreePeople(benchmark::State& state) {
   std::vector<float> scores(20);
   while (state.KeepRunning()) {
     benchmark::DoNotOptimize(PosenetDecoder::DecodeAllPoses(
-        grids->heatmaps.data(), grids->shortOffsets.data(), grids->midOffsets.data(), grid.height, grid.width, 20,
+        grids->heatmaps.data(), grids->short_offsets.data(), grids->mid_offsets.data(), grid.height, grid.width, 20,
         0.01F, 5, 2.0F, 16, poses.data(), keypointScores.data(), scores.data()));
   }
 }

@@ -17,7 +17,7 @@
 #include "app/process_state.h"
 #include "events/event_manager.h"
 #include "geometry/distance_controller.h"
-#include "tests/geometry/lens.h"
+#include "platform/scripted/lens.h"
 #include "tests/platform/state_folder.h"
 
 /// Metres: x to the right of the camera, away from it along the floor, up from the floor.
@@ -30,7 +30,7 @@ class Room : public ::testing::Test {
   Room() {
     g_StreamWidth = 1280;
     g_StreamHeight = 720;
-    const Lens lens("UINT32 3700;\n");
+    const scripted::Lens lens("UINT32 3700;\n");
     const Point red = seen({-1.5, 4.5, 0}), green = seen({1.5, 4.5, 0});
     const Point blue = seen({1.5, 2, 0}), yellow = seen({-1.5, 2, 0});
     const auto f = [](int pixels) { return static_cast<float>(pixels); };

@@ -30,17 +30,19 @@
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
+#include "platform/scripted/inference.h"
+#include "platform/scripted/lens.h"
+#include "platform/scripted/overlays.h"
+#include "platform/scripted/pose_network.h"
+#include "platform/scripted/video.h"
 #include "pose/BodypixPoseEstimator.h"
-#include "tests/geometry/lens.h"
-#include "tests/overlay/fake_axoverlay.h"
 #include "tests/platform/state_folder.h"
-#include "tests/pose/fake_larod.h"
-#include "tests/pose/synthetic_grid.h"
-#include "tests/video/fake_vdostream.h"
 #include "validation/Validator.h"
 #include "video/VideoStreamSource.h"
 
 namespace {
+
+using namespace scripted;
 
 /// Runs the main loop as main does; SIGTERM is pending before its first turn if asked for.
 [[noreturn]] void runLoop(bool pendingAtStart, GSourceFunc tick) {
@@ -146,12 +148,12 @@ void provideModels(const StateFolder& package) {
   std::filesystem::create_directories(package / folder);
   for (const char* model : {"pose_landscape.onnx", "pose_portrait.onnx"}) package.write(folder / model, "model");
   setenv("VELMOR_ROOT", package.path().c_str(), 1);
-  fakeLarod().onLoad = [](const std::string& name) {
+  inference().on_load = [](const std::string& name) {
     const bool isUpright = name.ends_with("portrait.onnx");
     const std::size_t height = isUpright ? 1280 : 720;
     const std::size_t width = isUpright ? 720 : 1280;
-    fakeLarod().inputs = {{1, height, width, 3}};
-    fakeLarod().outputs.assign(name.ends_with("detector.onnx") ? 4 : 6, {1, height / 16 + 1, width / 16 + 1, 17});
+    inference().inputs = {{1, height, width, 3}};
+    inference().outputs.assign(name.ends_with("detector.onnx") ? 4 : 6, {1, height / 16 + 1, width / 16 + 1, 17});
   };
 }
 
@@ -165,14 +167,14 @@ class Cycle : public ::testing::Test {
     std::filesystem::create_directories(package / detectors);
     package.write(detectors + "/person_detector.onnx", "model");
     g_InitialParams = {LAROD_CHIP_CPU, "pose_landscape.onnx", "pose_portrait.onnx", "person_detector.onnx", 300, 300};
-    fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
+    camera().frame.assign(1920 * 1080 * 3 / 2, 128);
     EXPECT_EQ(init_ai(), 0);
     init_overlay_manager();
   }
   Cycle() {
     openlog("cycle_test", 0, LOG_USER);
-    fakeLarod().failingCall = "";
-    fakeLarod().outputBytes = SyntheticGrid(46, 81).outputs();
+    inference().faults.clear();
+    inference().output_bytes = PoseGrid(46, 81).outputs();
     g_DetectionParams = {};
     g_DetectionParams.b_DetectPatientOutOfBed = g_DetectionParams.b_DetectFallenPersons = true;
     g_findingsHistory = FindingsHistory(12);
@@ -207,42 +209,41 @@ TEST_F(Cycle, StatusTellsEventsAndOverload) {
 TEST_F(Cycle, FusesTheFourTurnsOfOneFreshPicture) {
   g_CalibrationParams.f_Sensitivity = 0.4F;
   // One person a run, upright in the turned picture and apart from the others in the upright one.
-  SyntheticGrid north(46, 81);
-  SyntheticGrid west(81, 46);
-  SyntheticGrid east(81, 46);
+  PoseGrid north(46, 81);
+  PoseGrid west(81, 46);
+  PoseGrid east(81, 46);
   north.add(standingPerson(300, 100, 400), 2.0F);
   west.add(standingPerson(600, 700, 400), 2.0F);
   east.add(standingPerson(650, 800, 400), 2.0F);
   const auto rotationsFound = [&](float detectorScore, uint8_t luma) {
-    std::fill_n(fakeCamera().frame.begin(), 1280 * 720, luma);
+    std::fill_n(camera().frame.begin(), 1280 * 720, luma);
     std::vector<uint8_t> scores(20 * sizeof(float));
     for (std::size_t i = 0; i < 20; ++i) std::memcpy(&scores[i * sizeof(float)], &detectorScore, sizeof(float));
     const std::vector<std::vector<uint8_t>> detections = {scores, {}, {}, std::vector<uint8_t>(scores.size())};
-    fakeLarod().nextOutputs = {north.outputs(), north.outputs(), detections, west.outputs(), east.outputs()};
+    inference().next_outputs = {north.outputs(), north.outputs(), detections, west.outputs(), east.outputs()};
     EXPECT_EQ(do_one_analysis(), 0);
     std::vector<int> rotations;
     for (const Skeleton& one : g_skeletons) rotations.push_back(one.detectorRotation);
     return rotations;
   };
   EXPECT_EQ(rotationsFound(0.5F, 16), (std::vector{0, 270, 180, 90}));
-  EXPECT_EQ(fakeLarod().lastInput[0], 0);
+  EXPECT_EQ(inference().last_input[0], 0);
   EXPECT_EQ(rotationsFound(0.4F, 235), (std::vector{0, 270, 90})) << "only those upside down need confirmation";
-  EXPECT_EQ(fakeLarod().lastInput[0], 255);
+  EXPECT_EQ(inference().last_input[0], 255);
 }
 
 TEST_F(Cycle, TheOverlayIsDrawnOnceACycleAndItsFailureChangesNothing) {
-  const int redraws = fakeOverlays().redraws;
+  const int redraws = overlays().redraws;
   EXPECT_EQ(statusAfter(0), 200);
-  EXPECT_EQ(fakeOverlays().redraws, redraws + 1);
-  fakeOverlays().failingCalls = {"axoverlay_redraw"};
+  EXPECT_EQ(overlays().redraws, redraws + 1);
+  overlays().faults = {{"axoverlay_redraw", 0}};
   EXPECT_EQ(statusAfter(0), 200);
   EXPECT_NE(state.read("system.log").find("OverlayManager::renderFindings Failed to redraw overlay"),
             std::string::npos);
-  fakeLarod().failingCall = "larodRunJob";
-  fakeLarod().callsBeforeFailure = 3;
-  fakeOverlays().failingCalls.clear();
+  inference().faults = {{"larodRunJob", 3}};
+  overlays().faults.clear();
   EXPECT_EQ(do_one_analysis(), 1);
-  EXPECT_EQ(fakeOverlays().redraws, redraws + 1) << "what was drawn last stays";
+  EXPECT_EQ(overlays().redraws, redraws + 1) << "what was drawn last stays";
 }
 
 TEST(Startup, SwitchesDecideWhetherAStreamIsChosen) {
@@ -256,7 +257,7 @@ TEST(Startup, SwitchesDecideWhetherAStreamIsChosen) {
       init_overlay_manager();
       EXPECT_EQ(g_OverlayInfo.overlayStreamWidth, findings ? 1920U : 0U);
       EXPECT_EQ(g_OverlayInfo.anonymizedStreamHeight, masks ? 360U : 0U);
-      EXPECT_EQ(fakeOverlays().liveOverlays, 1);
+      EXPECT_EQ(overlays().live_overlays, 1);
     }
   }
 }
@@ -266,14 +267,13 @@ TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
   for (const int run : {0, 1, 2, 3}) {
     g_skeletons.resize(3);
     g_ExecutionTime = 77;
-    fakeLarod().failingCall = "larodRunJob";
-    fakeLarod().callsBeforeFailure = run;
+    inference().faults = {{"larodRunJob", run}};
     EXPECT_EQ(do_one_analysis(), 1);
     EXPECT_EQ(std::tuple(g_StatusCode, g_ExecutionTime, g_skeletons.size()), std::tuple(401, 77, 3U)) << run;
   }
   EXPECT_NE(state.read("system.log").find("Error running portrait model for 270 degree rotated frame "),
             std::string::npos);
-  fakeLarod().failingCall = "";
+  inference().faults.clear();
   EXPECT_EQ(do_one_analysis(), 0);
   EXPECT_EQ(g_StatusCode, 200);
   EXPECT_TRUE(g_skeletons.empty());
@@ -301,7 +301,7 @@ TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   g_bodypixPoseEstimatorEW->getModelSize(width, height);
   EXPECT_EQ((std::array{g_modelWidth, g_modelHeight, width, height}), (std::array{720, 1280, 1280, 720}));
   EXPECT_EQ((std::array{g_StreamWidth, g_StreamHeight}), (std::array{720, 1280}));
-  const auto& stream = fakeCamera().settings;
+  const auto& stream = camera().settings;
   EXPECT_TRUE(stream.at("width") == 1280 && stream.at("height") == 720 && stream.at("rotation") == 270);
   const Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(init_3D());

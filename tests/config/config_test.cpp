@@ -13,7 +13,7 @@
 #include "config/parameter_controller.h"
 #include "config/parameter_io.h"
 #include "geometry/distance_controller.h"
-#include "tests/geometry/lens.h"
+#include "platform/scripted/lens.h"
 #include "tests/platform/state_folder.h"
 
 namespace {
@@ -72,7 +72,7 @@ TEST_F(Store, TheDefaultsCalibrateInBothOrientationsAndActivateNoArea) {
   const auto p = [&params](int i) { return static_cast<float>(params.i_FallCalibration[i]); };
   for (int i = 0; i < 8; ++i) EXPECT_TRUE(p(i) >= 0 && p(i) < 720);
   const Quad quad(p(0), p(1), p(6), p(7), p(4), p(5), p(2), p(3));
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   for (const bool portrait : {false, true}) {
     g_IsPortrait = portrait;
     g_StreamWidth = portrait ? 720 : 1280;

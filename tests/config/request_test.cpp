@@ -18,9 +18,9 @@
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
-#include "tests/geometry/lens.h"
+#include "platform/scripted/lens.h"
+#include "platform/scripted/video.h"
 #include "tests/platform/state_folder.h"
-#include "tests/video/fake_vdostream.h"
 #include "video/VideoStreamSource.h"
 
 namespace {
@@ -64,7 +64,7 @@ class Requests : public ::testing::Test {
     g_StreamWidth = 1280;
     g_StreamHeight = 720;
     g_StatusCode = 200;
-    fakeCamera().channels = {{{1280, 720}, {640, 360}}, {{640, 360}}};
+    scripted::camera().channels = {{{1280, 720}, {640, 360}}, {{640, 360}}};
     g_ParameterController.init_controller("velmor_care");
     g_CalibrationParams = g_ParameterController.load_calibration();
     g_DetectionParams = g_ParameterController.load_detection_params();
@@ -113,7 +113,7 @@ class Requests : public ::testing::Test {
   bool logged(const std::string& line) { return state.read("system.log").find(line) != std::string::npos; }
 
   StateFolder state;
-  Lens lens{"UINT32 3700;\n"};
+  scripted::Lens lens{"UINT32 3700;\n"};
 };
 
 TEST_F(Requests, EachActionHasItsReply) {
@@ -138,7 +138,7 @@ TEST_F(Requests, EachActionHasItsReply) {
 
 TEST_F(Requests, ChessboardActionsLookAtTheCamera) {
   EXPECT_EQ(ask("find_pattern"), kRefused) << "no camera";
-  auto& frame = fakeCamera().frame;
+  auto& frame = scripted::camera().frame;
   frame.assign(1280 * 720 * 3 / 2, 128);
   g_videoStreamSource = std::make_unique<VideoStreamSource>(720, 1280, 0);
   EXPECT_EQ(ask("find_pattern"), kRefused);
@@ -330,7 +330,7 @@ TEST_F(Requests, AFloorThatCannotBeCalibratedIsLoggedAndStored) {
 }
 
 TEST_F(Requests, ALensThatCannotBeAskedLosesNoSetting) {
-  const Lens away("Failed to get property");
+  const scripted::Lens away("Failed to get property");
   saveWith("XM", "2.5");
   EXPECT_TRUE(logged("error: Failed Calibration"));
   EXPECT_EQ(g_StatusCode, 400);

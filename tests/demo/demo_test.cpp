@@ -21,9 +21,9 @@
 
 #include "app/startup.h"
 #include "config/request_handler.h"
+#include "platform/scripted/rtsp_camera.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/recording_writer.h"
-#include "tests/platform/rtsp_camera.h"
 
 namespace {
 
@@ -327,7 +327,7 @@ class Watching : public Refused {
 };
 
 TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
-  RtspCamera camera;
+  scripted::RtspCamera camera;
   start(camera.uri("ward:secret@"));
   HttpClient feed(port_);
   feed.send("GET /platform/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) + "\r\n\r\n");

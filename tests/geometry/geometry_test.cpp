@@ -19,7 +19,7 @@
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "geometry/shell_command.h"
-#include "tests/geometry/lens.h"
+#include "platform/scripted/lens.h"
 #include "tests/platform/state_folder.h"
 #include "video/VideoStreamSource.h"
 
@@ -65,7 +65,7 @@ class Calibration : public ::testing::Test {
 };
 
 TEST_F(Calibration, MapsFloorAndPictureOntoEachOther) {
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   EXPECT_FALSE(controller.isCalibrated());
   ASSERT_TRUE(controller.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
   EXPECT_TRUE(controller.isCalibrated());
@@ -100,7 +100,7 @@ constexpr Sensor kSensors[] = {
     {"no such camera", 6.2, 3.5}};
 
 TEST_F(Calibration, EverySensorShowsAStakeAsHighAsItsLensMakesIt) {
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   for (const bool portrait : {false, true}) {
     turn(portrait);
     for (const auto& [product, width, height] : kSensors) {
@@ -122,7 +122,7 @@ TEST_F(Calibration, EverySensorShowsAStakeAsHighAsItsLensMakesIt) {
 }
 
 TEST_F(Calibration, DegenerateQuadsAreRejectedAndKeepTheOldMapping) {
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(controller.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
   const cv::Point2f before = controller.world_to_screen_point({1, 1, 0});
   const Quad slantedLine(100, 100, 200, 300, 300, 500, 400, 700);
@@ -141,11 +141,11 @@ TEST_F(Calibration, DegenerateQuadsAreRejectedAndKeepTheOldMapping) {
 TEST_F(Calibration, FocalLengthComesFromTheLens) {
   for (const auto& [answer, focalLength] :
        {std::pair{"UINT32 3700;\n", 3700}, {"UINT32 12;\n", 12}, {"UINT32 2147483647;\n", 2147483647}}) {
-    const Lens lens(answer);
+    const scripted::Lens lens(answer);
     EXPECT_EQ(controller.getFocalLength(), focalLength);
   }
   for (const char* noNumber : {"", "UINT", "UINT32 ", "UINT32 ;\n", "UINT32 many;\n", "UINT32 4294967295;\n"}) {
-    const Lens lens(noNumber);
+    const scripted::Lens lens(noNumber);
     try {
       ADD_FAILURE() << noNumber << controller.getFocalLength();
     } catch (const std::logic_error& e) {
@@ -274,7 +274,7 @@ TEST_F(Calibration, StakesStandUprightOnTheCorners) {
   };
   calibrator.setSize(1.5F, 2.0F);
   EXPECT_FALSE(stakeOn(0)) << "the floor is not calibrated";
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(g_DistanceController.calibrate("AXIS Q1656", kFloor, 1.5F, 2.0F));
   calibrator = Calibrator();
   EXPECT_FALSE(stakeOn(0)) << "no size is set";

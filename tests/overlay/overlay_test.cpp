@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <limits>
@@ -11,15 +12,47 @@
 #include "geometry/calibrator.h"
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
-#include "tests/geometry/lens.h"
-#include "tests/overlay/fake_axoverlay.h"
-#include "tests/overlay/picture.h"
-#include "tests/video/captured_log.h"
-#include "tests/video/fake_vdostream.h"
+#include "platform/scripted/lens.h"
+#include "platform/scripted/overlays.h"
+#include "platform/scripted/system_log.h"
+#include "platform/scripted/video.h"
 
 namespace {
 
-using P = Picture;
+using namespace scripted;
+
+constexpr std::uint32_t kNone = 0, kBlack = 0xFF000000, kRed = 0xFFFF0000, kGreen = 0xFF00FF00, kBlue = 0xFF0000FF,
+                        kYellow = 0xFFFFFF00, kWhite = 0xFFFFFFFF, kOrange = 0xFFFF9900, kGray = 0xFF808080;
+
+/// The smallest part of a picture that holds all pixels of a colour; left > right when there is none.
+struct Part {
+  int left, top, right, bottom, pixels;
+};
+
+Part find(const Canvas& picture, std::uint32_t color) {
+  Part part{picture.width(), picture.height(), -1, -1, 0};
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      if (picture.at(x, y) != color) continue;
+      part = {std::min(part.left, x), std::min(part.top, y), std::max(part.right, x), y, part.pixels + 1};
+    }
+  }
+  return part;
+}
+
+/// How many pixels of a part come close to an opaque colour; small letters hardly reach it.
+int countNear(const Canvas& picture, std::uint32_t color, int left, int top, int right, int bottom) {
+  int pixels = 0;
+  for (int y = top; y < bottom; ++y) {
+    for (int x = left; x < right; ++x) {
+      const auto isNear = [&, pixel = picture.at(x, y)](int shift) {
+        return std::abs(static_cast<int>(pixel >> shift & 0xFF) - static_cast<int>(color >> shift & 0xFF)) < 100;
+      };
+      pixels += isNear(0) && isNear(8) && isNear(16) && isNear(24);
+    }
+  }
+  return pixels;
+}
 
 constexpr axoverlay_stream_data kOverlayStream = {1, 1, 1280, 720, 0, FALSE, AXOVERLAY_STREAM_JPEG};
 constexpr axoverlay_stream_data kAnonymizedStream = {2, 1, 640, 360, 0, FALSE, AXOVERLAY_STREAM_JPEG};
@@ -52,23 +85,20 @@ class Overlay : public ::testing::Test {
     OverlayManager::SetOverlayStreamResolution(1280, 720);
     OverlayManager::SetAnonymizedStreamResolution(640, 360);
     OverlayManager::clearUserOverlays();
-    fakeOverlays() = FakeOverlays();
-    fakeCamera() = FakeCamera();
-    capturedLog().clear();
+    overlays() = Overlays();
+    camera() = Camera();
+    systemLog().clear();
     m_manager = std::make_unique<OverlayManager>();
   }
 
   /// A stream's overlay as it is with nobody but this person.
-  Picture drawn(axoverlay_stream_data stream, Finding finding) {
+  Canvas drawn(axoverlay_stream_data stream, Finding finding) {
     g_findingsHistory = FindingsHistory(12);
     g_findingsHistory.add(finding);
     return drawn(stream);
   }
-  static Picture drawn(axoverlay_stream_data stream) {
-    gint width = 0, height = 0;
-    fakeOverlays().settings.adjustment_callback(7, &stream, nullptr, nullptr, nullptr, &width, &height, nullptr);
-    Picture picture(width, height);
-    fakeOverlays().render(picture.cairo(), stream);
+  static Canvas drawn(axoverlay_stream_data stream, int overlay = Overlays::kOverlay) {
+    Canvas picture = overlays().drawn(stream, overlay);
     EXPECT_EQ(cairo_status(picture.cairo()), CAIRO_STATUS_SUCCESS);
     return picture;
   }
@@ -77,33 +107,31 @@ class Overlay : public ::testing::Test {
 };
 
 TEST_F(Overlay, MasksAreCheckeredWithWhite) {
-  for (const auto& [index, color, pattern] : {std::tuple{int{Red}, P::kRed, P::kRed},
-                                              {Orange, P::kOrange, P::kOrange},
-                                              {Black, P::kBlack, P::kGray},
-                                              {8, P::kBlack, P::kGray}}) {
-    Picture picture(40, 40);
+  for (const auto& [index, color, pattern] :
+       {std::tuple{int{Red}, kRed, kRed}, {Orange, kOrange, kOrange}, {Black, kBlack, kGray}, {8, kBlack, kGray}}) {
+    Canvas picture(40, 40);
     OverlayManager::drawRectangle(picture.cairo(), 10, 10, 30, 30, index, 4, true);
     EXPECT_EQ(picture.at(10, 20), color) << index;
     for (const auto& [x, y] : {std::pair{12, 12}, {13, 15}, {16, 19}, {17, 20}, {27, 27}}) {
-      EXPECT_EQ(picture.at(x, y), (x / 4 + y / 4) % 2 == 0 ? pattern : P::kWhite) << index << " at " << x;
+      EXPECT_EQ(picture.at(x, y), (x / 4 + y / 4) % 2 == 0 ? pattern : kWhite) << index << " at " << x;
     }
   }
 }
 
 TEST_F(Overlay, FootingThenActivityColourAPerson) {
   using enum Activity;
-  for (const auto& [footing, activity, color] : {std::tuple{Footings::bed, fallen, P::kGreen},
-                                                 {Footings::floor, lying_down, P::kOrange},
-                                                 {Footings::floor, fallen, P::kRed},
-                                                 {Footings::floor, standing, P::kYellow},
-                                                 {Footings::unknown, unknownActivity, P::kYellow},
-                                                 {Footings::exclusion, fallen, P::kNone}}) {
+  for (const auto& [footing, activity, color] : {std::tuple{Footings::bed, fallen, kGreen},
+                                                 {Footings::floor, lying_down, kOrange},
+                                                 {Footings::floor, fallen, kRed},
+                                                 {Footings::floor, standing, kYellow},
+                                                 {Footings::unknown, unknownActivity, kYellow},
+                                                 {Footings::exclusion, fallen, kNone}}) {
     Finding finding = findingOf(::standing(), footing);
     finding.activity = activity;
-    const Picture picture = drawn(kOverlayStream, finding);
+    const Canvas picture = drawn(kOverlayStream, finding);
     EXPECT_EQ(picture.at(660, 200), color) << "shoulders";
     EXPECT_EQ(picture.at(640, 110), color) << "head";
-    EXPECT_EQ(picture.at(640, 150), P::kNone) << "a face has no lines";
+    EXPECT_EQ(picture.at(640, 150), kNone) << "a face has no lines";
   }
 }
 
@@ -115,26 +143,25 @@ TEST_F(Overlay, EachStreamShowsItsShare) {
     for (axoverlay_stream_data stream : {axoverlay_stream_data{1, 1, 1024, 576, 0, FALSE, AXOVERLAY_STREAM_JPEG},
                                          kApplicationStream, kAnonymizedStream, kOtherStream}) {
       for (const auto footing : {Footings::floor, Footings::exclusion}) {
-        const Picture picture = drawn(stream, findingOf(standing(), footing));
+        const Canvas picture = drawn(stream, findingOf(standing(), footing));
         const auto at = [&](int x, int y) {
           return picture.at(x * (stream.width - 1) / 1279, y * (stream.height - 1) / 719);
         };
         const bool isOurs = stream.id != kOtherStream.id, isMasked = stream.id == kAnonymizedStream.id;
-        EXPECT_EQ(at(750, 280) == P::kYellow, isOurs && footing == Footings::floor) << "forearm";
-        EXPECT_EQ(at(600, 300) == P::kBlack, isOurs && (isMasked || developer)) << "box";
+        EXPECT_EQ(at(750, 280) == kYellow, isOurs && footing == Footings::floor) << "forearm";
+        EXPECT_EQ(at(600, 300) == kBlack, isOurs && (isMasked || developer)) << "box";
         for (int y = 160; y < 550; y += 5) {
           const std::uint32_t inside = at(655, y);
-          ASSERT_EQ(inside == P::kGray || inside == P::kWhite, isMasked) << "mask";
+          ASSERT_EQ(inside == kGray || inside == kWhite, isMasked) << "mask";
         }
-        EXPECT_EQ(picture.countNear(P::kRed, 0, 0, stream.width, stream.height * 150 / 720) > 10, isOurs && developer)
+        EXPECT_EQ(countNear(picture, kRed, 0, 0, stream.width, stream.height * 150 / 720) > 10, isOurs && developer)
             << "label of an unknown ratio";
-        EXPECT_EQ(picture.find(P::kWhite).bottom > stream.height - 30, isOurs) << "status";
+        EXPECT_EQ(find(picture, kWhite).bottom > stream.height - 30, isOurs) << "status";
       }
     }
   }
-  Picture untouched(640, 360);
-  fakeOverlays().render(untouched.cairo(), kAnonymizedStream, FakeOverlays::kOverlay + 1);
-  EXPECT_EQ(untouched.find(P::kNone).pixels, 640 * 360) << "another application's overlay";
+  const Canvas untouched = drawn(kAnonymizedStream, Overlays::kOverlay + 1);
+  EXPECT_EQ(find(untouched, kNone).pixels, 640 * 360) << "another application's overlay";
 }
 
 TEST_F(Overlay, HeadVelocityAndLegs) {
@@ -148,21 +175,21 @@ TEST_F(Overlay, HeadVelocityAndLegs) {
     finding.skeleton.edges.clear();
     finding.hasValidAverageNormalFactorVelocity = true;
     finding.averageNormalFactorVelocity = {-60.9F, 0};
-    const Picture picture = drawn(kOverlayStream, finding);
-    EXPECT_EQ(picture.at(x - 45, y), P::kYellow) << rotation;
-    EXPECT_EQ(picture.at(x, y + 44), P::kYellow) << rotation;
-    const P::Part velocity = picture.find(P::kBlue);
+    const Canvas picture = drawn(kOverlayStream, finding);
+    EXPECT_EQ(picture.at(x - 45, y), kYellow) << rotation;
+    EXPECT_EQ(picture.at(x, y + 44), kYellow) << rotation;
+    const Part velocity = find(picture, kBlue);
     EXPECT_EQ(std::tuple(velocity.left, velocity.right, velocity.top), std::tuple(x, x + 59, y - 1)) << rotation;
     finding.skeleton.hasSkeletonHeight = finding.hasValidAverageNormalFactorVelocity = false;
-    EXPECT_EQ(drawn(kOverlayStream, finding).at(farX, farY), P::kYellow) << rotation;
+    EXPECT_EQ(drawn(kOverlayStream, finding).at(farX, farY), kYellow) << rotation;
   }
-  for (const auto& [hips, color] : {std::pair{330, P::kNone}, {310, P::kYellow}}) {
+  for (const auto& [hips, color] : {std::pair{330, kNone}, {310, kYellow}}) {
     Finding finding = findingOf(standing());
     finding.averageSuperior = {300, 200};
     finding.averageHipMedian = {300, hips};
     finding.averageInferior = {300, 560};
     finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior = true;
-    const Picture picture = drawn(kOverlayStream, finding);
+    const Canvas picture = drawn(kOverlayStream, finding);
     EXPECT_EQ(picture.at(300, hips), color) << "cross";
     EXPECT_EQ(picture.at(300, hips + 5), color) << "circle";
   }
@@ -170,12 +197,12 @@ TEST_F(Overlay, HeadVelocityAndLegs) {
 
 TEST_F(Overlay, DeveloperModeShowsWhatActivityFollowsFrom) {
   g_IsDevMode = true;
-  for (const auto& [rotation, isMoving, feet] : {std::tuple{0, true, P::kWhite},
-                                                 {90, false, P::kRed},
-                                                 {180, true, P::kYellow},
-                                                 {270, false, P::kGreen},
-                                                 {-1, true, P::kBlue},
-                                                 {-2, false, P::kBlack}}) {
+  for (const auto& [rotation, isMoving, feet] : {std::tuple{0, true, kWhite},
+                                                 {90, false, kRed},
+                                                 {180, true, kYellow},
+                                                 {270, false, kGreen},
+                                                 {-1, true, kBlue},
+                                                 {-2, false, kBlack}}) {
     Finding finding = findingOf(standing(rotation));
     finding.isMoving = isMoving;
     finding.averageSuperior = {300, 200};
@@ -185,19 +212,19 @@ TEST_F(Overlay, DeveloperModeShowsWhatActivityFollowsFrom) {
     finding.expectedInferior = {900, 600};
     finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior =
         finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
-    const Picture picture = drawn(kOverlayStream, finding);
+    const Canvas picture = drawn(kOverlayStream, finding);
     EXPECT_EQ(picture.at(635, 559), feet) << rotation;
-    EXPECT_EQ(picture.at(300, 200), isMoving ? P::kYellow : P::kOrange);
-    EXPECT_EQ(picture.at(300, finding.averageInferior.y), P::kBlack);
-    EXPECT_EQ(picture.at(300, 300), P::kBlue);
-    EXPECT_EQ(picture.at(900, 450), P::kWhite);
-    EXPECT_EQ(picture.at(901, 450), P::kNone);
+    EXPECT_EQ(picture.at(300, 200), isMoving ? kYellow : kOrange);
+    EXPECT_EQ(picture.at(300, finding.averageInferior.y), kBlack);
+    EXPECT_EQ(picture.at(300, 300), kBlue);
+    EXPECT_EQ(picture.at(900, 450), kWhite);
+    EXPECT_EQ(picture.at(901, 450), kNone);
     // The box is narrow, so the whole width is the radius.
-    EXPECT_GT(picture.countNear(P::kWhite, 970, 299, 990, 301), 1);
+    EXPECT_GT(countNear(picture, kWhite, 970, 299, 990, 301), 1);
     // The label stands on the box, white for a ratio from 0.5 on.
-    const auto labelled = [&](std::uint32_t color) { return picture.countNear(color, 700, 105, 800, 130) > 20; };
-    EXPECT_TRUE(labelled(isMoving ? P::kWhite : P::kRed) && labelled(P::kBlack));
-    EXPECT_FALSE(labelled(isMoving ? P::kRed : P::kWhite));
+    const auto labelled = [&](std::uint32_t color) { return countNear(picture, color, 700, 105, 800, 130) > 20; };
+    EXPECT_TRUE(labelled(isMoving ? kWhite : kRed) && labelled(kBlack));
+    EXPECT_FALSE(labelled(isMoving ? kRed : kWhite));
   }
 }
 
@@ -205,7 +232,7 @@ TEST_F(Overlay, ThePictureIsCentredTurnedAndMirrored) {
   const auto box = [&](axoverlay_stream_data stream) {
     OverlayManager::SetAnonymizedStreamResolution(static_cast<unsigned>(stream.width),
                                                   static_cast<unsigned>(stream.height));
-    const P::Part mask = drawn(stream, findingOf(standing())).find(P::kGray);
+    const Part mask = find(drawn(stream, findingOf(standing())), kGray);
     return std::array{mask.left, mask.top, mask.right, mask.bottom};
   };
   const auto expectNear = [](std::array<int, 4> part, std::array<int, 4> expected) {
@@ -228,11 +255,11 @@ TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
     const auto status = [&, w = width, h = height, r = rotation](int code, int time_ms) {
       g_StatusCode = code;
       g_ExecutionTime = time_ms;
-      return drawn({1, 1, w, h, r, FALSE, {}}).find(P::kWhite);
+      return find(drawn({1, 1, w, h, r, FALSE, {}}), kWhite);
     };
     const int fontSize = height * 3 / 100;
     const int bottom = rotation % 180 == 0 ? height : width;
-    const P::Part part = status(502, 7);
+    const Part part = status(502, 7);
     EXPECT_NEAR(part.left, 11, 3);
     EXPECT_NEAR((part.top + part.bottom) / 2.0, bottom + 5 - 1.5 * fontSize, fontSize * 0.6) << rotation;
     EXPECT_GT(status(502, 77777).right, part.right + fontSize);
@@ -242,16 +269,16 @@ TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
 
 TEST_F(Overlay, StakesStandOnACalibratedFloor) {
   g_calibrator.setSize(1.5F, 2.0F);
-  EXPECT_EQ(drawn(kOverlayStream).at(640, 360), P::kNone);
+  EXPECT_EQ(drawn(kOverlayStream).at(640, 360), kNone);
   g_calibrator.setRender(true);
-  const Lens lens("UINT32 3700;\n");
+  const scripted::Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(g_DistanceController.calibrate("AXIS Q1656", Quad(479, 381, 385, 591, 679, 591, 665, 381), 1.5F, 2.0F));
-  const Picture picture = drawn(kOverlayStream);
-  for (const auto& [x, y] : {std::pair{630, 360}, {649, 360}, {640, 350}}) EXPECT_EQ(picture.at(x, y), P::kWhite);
+  const Canvas picture = drawn(kOverlayStream);
+  for (const auto& [x, y] : {std::pair{630, 360}, {649, 360}, {640, 350}}) EXPECT_EQ(picture.at(x, y), kWhite);
   for (const int corner : {0, 1, 2, 3}) {
     int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
     ASSERT_TRUE(g_calibrator.getStakeScreenCoordinates(static_cast<Calibrator::Corner>(corner), x0, y0, x1, y1));
-    EXPECT_EQ(picture.at((x0 + x1) / 2, (y0 + y1) / 2), P::kWhite) << corner;
+    EXPECT_EQ(picture.at((x0 + x1) / 2, (y0 + y1) / 2), kWhite) << corner;
   }
 }
 
@@ -259,10 +286,10 @@ TEST_F(Overlay, UserShapesHaveTheirOrderAndTheirLimits) {
   OverlayManager::addUserLine(60, 0, 60, 100, Green, 4);
   OverlayManager::addUserCircle(20, 60, 40, Blue, 4);
   OverlayManager::addUserRectangle(20, 20, 100, 30, Red, 4);
-  const Picture picture = drawn(kOverlayStream);
-  EXPECT_EQ(picture.at(60, 60), P::kGreen) << "lines over circles";
-  EXPECT_EQ(picture.at(20, 20), P::kBlue) << "circles over rectangles";
-  EXPECT_EQ(std::pair(picture.at(90, 50), picture.at(120, 35)), std::pair(P::kRed, P::kRed));
+  const Canvas picture = drawn(kOverlayStream);
+  EXPECT_EQ(picture.at(60, 60), kGreen) << "lines over circles";
+  EXPECT_EQ(picture.at(20, 20), kBlue) << "circles over rectangles";
+  EXPECT_EQ(std::pair(picture.at(90, 50), picture.at(120, 35)), std::pair(kRed, kRed));
   for (int i = 0; i < 257; ++i) {
     OverlayManager::addUserRectangle(0, 0, 20, 20, Red, 2);
     OverlayManager::addUserCircle(0, 0, 10, Red, 2);
@@ -304,38 +331,38 @@ TEST_F(Overlay, ResolutionTextsMayBeAnything) {
 }
 
 TEST_F(Overlay, TheCamerasResolutionsAreListedInOrderAndOnce) {
-  fakeCamera().channels = {{{1920, 1080}, {640, 480}}, {{640, 360}, {1920, 1080}}};
+  camera().channels = {{{1920, 1080}, {640, 480}}, {{640, 360}, {1920, 1080}}};
   EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "640x360,640x480,1920x1080,");
   for (const char* call : {"vdo_channel_get_resolutions", "vdo_channel_get_all"}) {
-    fakeCamera().failingCall = call;
+    camera().faults = {{call, 0}};
     EXPECT_EQ(OverlayManager::getCamerasResolutionsAsCsv(), "") << call;
   }
 }
 
 TEST_F(Overlay, TheManagerLivesWithWhateverFails) {
-  const axoverlay_overlay_data& overlay = fakeOverlays().overlay;
+  const axoverlay_overlay_data& overlay = overlays().overlay;
   EXPECT_EQ(std::tuple(overlay.width, overlay.height, overlay.anchor_point, overlay.scale_to_stream),
             std::tuple(1920, 1080, AXOVERLAY_ANCHOR_TOP_LEFT, FALSE));
-  EXPECT_TRUE(fakeOverlays().settings.select_callback(1, 1, 1, 0, FALSE, AXOVERLAY_STREAM_OTHER));
+  EXPECT_TRUE(overlays().settings.select_callback(1, 1, 1, 0, FALSE, AXOVERLAY_STREAM_OTHER));
   EXPECT_TRUE(m_manager->renderFindings());
-  EXPECT_EQ(fakeOverlays().redraws, 2);
-  fakeOverlays().failingCalls = {"axoverlay_redraw"};
+  EXPECT_EQ(overlays().redraws, 2);
+  overlays().faults = {{"axoverlay_redraw", 0}};
   EXPECT_FALSE(m_manager->renderFindings());
   m_manager.reset();
-  EXPECT_EQ(std::pair(fakeOverlays().liveOverlays, fakeOverlays().liveSessions), std::pair(0, 0));
+  EXPECT_EQ(std::pair(overlays().live_overlays, overlays().live_sessions), std::pair(0, 0));
 
   for (const char* call : {"axoverlay_is_backend_supported", "axoverlay_init", "axoverlay_get_max_resolution_width",
                            "axoverlay_create_overlay", "axoverlay_redraw"}) {
-    fakeOverlays() = FakeOverlays();
-    fakeOverlays().failingCalls = {call};
-    capturedLog().clear();
+    overlays() = Overlays();
+    overlays().faults = {{call, 0}};
+    systemLog().clear();
     m_manager = std::make_unique<OverlayManager>();
-    EXPECT_EQ(m_manager->renderFindings(), !fakeOverlays().failingCalls.contains("axoverlay_redraw")) << call;
-    ASSERT_EQ(capturedLog().size(), 1U) << call;
-    EXPECT_EQ(capturedLog()[0].level, LOG_ERR) << call;
+    EXPECT_EQ(m_manager->renderFindings(), !overlays().faults.contains("axoverlay_redraw")) << call;
+    ASSERT_EQ(systemLog().size(), 1U) << call;
+    EXPECT_EQ(systemLog()[0].level, LOG_ERR) << call;
     m_manager.reset();
-    EXPECT_EQ(fakeOverlays().liveOverlays, 0) << call;
-    EXPECT_EQ(fakeOverlays().liveSessions, fakeOverlays().failingCalls.contains("axoverlay_init") ? -1 : 0) << call;
+    EXPECT_EQ(overlays().live_overlays, 0) << call;
+    EXPECT_EQ(overlays().live_sessions, overlays().faults.contains("axoverlay_init") ? -1 : 0) << call;
   }
 }
 
@@ -359,9 +386,9 @@ TEST_F(Overlay, WildFindingsNeitherHarmNorUncover) {
       for (axoverlay_stream_data stream : {kAnonymizedStream, kOverlayStream}) {
         for (const gboolean mirrored : {0, 1}) {
           stream.mirrored = mirrored;
-          const Picture picture = drawn(stream, finding);
+          const Canvas picture = drawn(stream, finding);
           if (stream.id != kAnonymizedStream.id) continue;
-          for (int i = 0; i < 36; ++i) EXPECT_NE(picture.at(i * 17, i * 10), P::kNone) << far << " at " << i;
+          for (int i = 0; i < 36; ++i) EXPECT_NE(picture.at(i * 17, i * 10), kNone) << far << " at " << i;
         }
       }
     }

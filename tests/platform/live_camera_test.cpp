@@ -15,11 +15,11 @@
 #include <optional>
 #include <thread>
 
-#include "platform/workstation/system/health.h"
+#include "platform/scripted/rtsp_camera.h"
 #include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/system/health.h"
 #include "platform/workstation/web/view_streams.h"
 #include "tests/platform/recording_writer.h"
-#include "tests/platform/rtsp_camera.h"
 #include "tests/platform/state_folder.h"
 #include "tests/platform/viewed_program.h"
 
@@ -142,7 +142,7 @@ class LiveCameraTest : public testing::Test {
 };
 
 TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) {
-  RtspCamera camera;
+  scripted::RtspCamera camera;
   use(camera.uri("ward:s%2Fecret@"));
   open();
   EXPECT_EQ(luma(), -1);
@@ -157,7 +157,7 @@ TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) 
   EXPECT_TRUE(comes([] { return troubleHas("stopped sending"); })) << trouble();
   EXPECT_EQ(framerate(), 10U);
   camera.unplug();
-  camera.plug(60, 480, 272, RtspCamera::Codec::kVp8);
+  camera.plug(60, 480, 272, scripted::RtspCamera::Codec::kVp8);
   EXPECT_TRUE(comes([this] { return showsNear(68); })) << trouble();
   camera.unplug();
   EXPECT_TRUE(comes([this] { return luma() == -1 && !trouble().empty(); }));

@@ -11,10 +11,10 @@
 
 #include "app/initial_params.h"
 #include "app/process_state.h"
+#include "platform/scripted/inference.h"
+#include "platform/scripted/pose_network.h"
+#include "platform/scripted/system_log.h"
 #include "pose/BodypixPoseEstimator.h"
-#include "tests/pose/fake_larod.h"
-#include "tests/pose/synthetic_grid.h"
-#include "tests/video/captured_log.h"
 
 bool g_IsDevMode;
 _InitialParams g_InitialParams;
@@ -23,13 +23,14 @@ namespace {
 
 using enum BodyPart;
 using PosenetDecoder::kNumKeypoints;
+using namespace scripted;
 
 /// What the network gives for a grid, as numbers.
 struct Tensors {
-  explicit Tensors(const SyntheticGrid& grid)
+  explicit Tensors(const PoseGrid& grid)
       : heat(numbers(grid.heatmaps, heatmapDequantizer)),
-        near(numbers(grid.shortOffsets, shortOffsetDequantizer)),
-        mid(numbers(grid.midOffsets, midOffsetDequantizer)) {}
+        near(numbers(grid.short_offsets, shortOffsetDequantizer)),
+        mid(numbers(grid.mid_offsets, midOffsetDequantizer)) {}
   Tensors() = default;
 
   static std::vector<float> numbers(const std::vector<uint8_t>& bytes, const Dequantizer& dequantizer) {
@@ -42,8 +43,8 @@ struct Tensors {
 };
 
 struct Decoded {
-  explicit Decoded(const SyntheticGrid& grid) : Decoded(grid, Tensors(grid)) {}
-  Decoded(const SyntheticGrid& grid, const Tensors& in) {
+  explicit Decoded(const PoseGrid& grid) : Decoded(grid, Tensors(grid)) {}
+  Decoded(const PoseGrid& grid, const Tensors& in) {
     count = PosenetDecoder::DecodeAllPoses(in.heat.data(), in.near.data(), in.mid.data(), grid.height, grid.width, 20,
                                            0.01F, 5, 2.0F, 16, keypoints.data(), keypointScores.data(), scores.data());
   }
@@ -54,32 +55,23 @@ struct Decoded {
   std::array<float, 20> scores;
 };
 
-void expectAt(const PosenetDecoder::Point& actual, const PosenetDecoder::Point& expected) {
+void expectAt(const PosenetDecoder::Point& actual, const Pixel& expected) {
   EXPECT_NEAR(actual.y, expected.y, 2.0F);
   EXPECT_NEAR(actual.x, expected.x, 2.0F);
 }
 
-/// As the networks were trained. The grids of these tests are made with the same numbers: nothing else sees a wrong
-/// one.
-TEST(Decoder, ReadsTheModelsQuantizationAndBodyTree) {
+TEST(Decoder, ReadsTheModelsQuantization) {
   for (const auto& [dequantizer, lowest, highest] : {std::tuple{heatmapDequantizer, -17.1659523F, 3.67841835F},
                                                      {shortOffsetDequantizer, -6.53928016F, 5.20379337F},
                                                      {midOffsetDequantizer, -11.0754443F, 11.8858427F}}) {
     EXPECT_FLOAT_EQ(dequantizer(0), lowest);
     EXPECT_FLOAT_EQ(dequantizer(255), highest);
   }
-  std::string tree;
-  for (const auto& [parent, child] : PosenetDecoder::kEdgeList) {
-    tree += std::to_string(parent) + "-" + std::to_string(child) + " ";
-  }
-  EXPECT_EQ(tree,
-            "0-1 1-3 0-2 2-4 0-5 5-7 7-9 5-11 11-13 13-15 0-6 6-8 8-10 6-12 12-14 14-16 "
-            "1-0 3-1 2-0 4-2 5-0 7-5 9-7 11-5 13-11 15-13 6-0 8-6 10-8 12-6 14-12 16-14 ");
 }
 
 TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
   const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
-  SyntheticGrid grid(46, 81);
+  PoseGrid grid(46, 81);
   grid.add(person, 2.0F);
   const Tensors in(grid);
   for (int root = 0; root < kNumKeypoints; ++root) {
@@ -97,18 +89,18 @@ TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
 }
 
 TEST(Decoder, LoneKeypointsTakeNoPlaceFromPeople) {
-  SyntheticGrid grid(46, 81);
+  PoseGrid grid(46, 81);
   grid.add(standingPerson(640.0F, 250.0F, 400.0F), -4.2F);
   for (std::size_t x = 0; x < 25; ++x) grid.heatmaps[(2 * std::size_t{81} + 3 * x) * 17 + 5] = 173;  // logit -3
   EXPECT_EQ(Decoded(grid).count, 1);
 }
 
 TEST(Decoder, APoseThatABetterOneCoversIsDropped) {
-  SyntheticGrid grid(46, 81);
+  PoseGrid grid(46, 81);
   const PersonPixels person = standingPerson(640.0F, 200.0F, 400.0F);
   grid.add(person, 2.0F, 7);
   for (std::size_t cell = 0; cell < 46UL * 81; ++cell) {
-    for (const std::size_t channel : {37U, 53U}) grid.midOffsets[cell * 64 + channel] = 123;
+    for (const std::size_t channel : {37U, 53U}) grid.mid_offsets[cell * 64 + channel] = 123;
   }  // the left elbow, found first, does not lead to its shoulder
   const Decoded decoded(grid);
   ASSERT_EQ(decoded.count, 1);
@@ -168,7 +160,7 @@ TEST(Decoder, SurvivesAnyNumbers) {
     return values;
   };
   for (int round = 0; round < 20; ++round) {
-    const SyntheticGrid size(5, 9);
+    const PoseGrid size(5, 9);
     Tensors wild;
     wild.heat = fill(45UL * 17);
     wild.near = fill(45UL * 34);
@@ -199,33 +191,29 @@ class Estimator : public testing::Test {
  protected:
   Estimator() {
     std::ofstream(m_modelPath) << "model";
-    fakeLarod() = {};
+    inference() = {};
     describeModel(720, 1280, 46, 81);
-    capturedLog().clear();
+    systemLog().clear();
   }
-  ~Estimator() override { EXPECT_EQ(fakeLarod().liveHandles, 0); }
+  ~Estimator() override { EXPECT_EQ(inference().live_handles, 0); }
 
   static void describeModel(std::size_t height, std::size_t width, std::size_t rows, std::size_t columns) {
-    fakeLarod().inputs = {{1, height, width, 3}};
-    fakeLarod().outputs.clear();
+    inference().inputs = {{1, height, width, 3}};
+    inference().outputs.clear();
     for (const std::size_t channels : {17U, 34U, 64U, 1U, 24U, 34U}) {
-      fakeLarod().outputs.push_back({1, rows, columns, channels});
+      inference().outputs.push_back({1, rows, columns, channels});
     }
   }
 
   /// Shows two people, given in pixels of the upright picture, to a run of that rotation.
   static void show(const PersonPixels& strong, const PersonPixels& weak, int rotation) {
     const bool isTurned = rotation % 180 == 90;
-    SyntheticGrid grid(isTurned ? 81 : 46, isTurned ? 46 : 81);
+    PoseGrid grid(isTurned ? 81 : 46, isTurned ? 46 : 81);
     describeModel(isTurned ? 1280 : 720, isTurned ? 720 : 1280, isTurned ? 81 : 46, isTurned ? 46 : 81);
     for (const auto& [person, logit] : {std::pair{weak, 0.0F}, std::pair{strong, 2.5F}}) {
-      PersonPixels turned;
-      std::transform(person.begin(), person.end(), turned.begin(), [&](const PosenetDecoder::Point& p) {
-        return turnedPixel(p, rotation, isTurned ? 1280.0F : 720.0F, isTurned ? 720.0F : 1280.0F);
-      });
-      grid.add(turned, logit);
+      grid.add(turned(person, rotation, isTurned ? 1280.0F : 720.0F, isTurned ? 720.0F : 1280.0F), logit);
     }
-    fakeLarod().outputBytes = grid.outputs();
+    inference().output_bytes = grid.outputs();
   }
 
   const std::string m_modelPath = testing::TempDir() + "pose_model";
@@ -241,9 +229,9 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
     const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
     for (int run = 0; run < 2; ++run) {
       ASSERT_TRUE(estimator->runModel(m_source, rotation));
-      const auto& shape = fakeLarod().inputs[0];
+      const auto& shape = inference().inputs[0];
       EXPECT_EQ(m_source.asked, (std::array{static_cast<int>(shape[1]), static_cast<int>(shape[2]), rotation}));
-      EXPECT_EQ(fakeLarod().lastInput, std::vector<uint8_t>(shape[1] * shape[2] * 3, 90));
+      EXPECT_EQ(inference().last_input, std::vector<uint8_t>(shape[1] * shape[2] * 3, 90));
       for (const BodyPart part : BodyParts) {
         const auto k = static_cast<std::size_t>(part);
         const Point first = estimator->getKeypoint(0, part);
@@ -260,12 +248,12 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
 
 TEST_F(Estimator, TurnsKeypointsBackAndTruncatesThem) {
   describeModel(721, 1281, 46, 81);
-  SyntheticGrid grid(46, 81);
+  PoseGrid grid(46, 81);
   constexpr std::size_t kCell = 5 * std::size_t{81} + 10;
-  grid.heatmaps[kCell * 17] = 255;           // a nose
-  grid.shortOffsets[kCell * 34] = 143;       // 80.74 pixels down
-  grid.shortOffsets[kCell * 34 + 17] = 141;  // 159.26 pixels to the right
-  fakeLarod().outputBytes = grid.outputs();
+  grid.heatmaps[kCell * 17] = 255;            // a nose
+  grid.short_offsets[kCell * 34] = 143;       // 80.74 pixels down
+  grid.short_offsets[kCell * 34 + 17] = 141;  // 159.26 pixels to the right
+  inference().output_bytes = grid.outputs();
   const auto estimator = std::make_unique<BodypixPoseEstimator>(m_modelPath);
   for (const auto& [rotation, x, y] :
        {std::tuple(0, 159, 80), std::tuple(90, 80, 1121), std::tuple(180, 1121, 640), std::tuple(270, 640, 159)}) {
@@ -292,7 +280,7 @@ TEST_F(Estimator, ThresholdsCutPosesAndEdges) {
     ASSERT_TRUE(estimator->runModel(m_source, 0));
     EXPECT_EQ(estimator->getSkeletons().size(), count);
   }
-  fakeLarod().outputBytes = SyntheticGrid(46, 81).outputs();
+  inference().output_bytes = PoseGrid(46, 81).outputs();
   ASSERT_TRUE(estimator->runModel(m_source, 0));
   EXPECT_EQ(estimator->getPoseScore(0), 0.0F) << "nothing is left of the previous run";
   EXPECT_TRUE(estimator->getSkeletons().empty());
@@ -305,7 +293,7 @@ TEST_F(Estimator, AFailedRunKeepsTheLastResults) {
   m_source.works = false;
   EXPECT_FALSE(estimator->runModel(m_source, 0));
   m_source.works = true;
-  fakeLarod().failingCall = "larodRunJob";
+  inference().faults = {{"larodRunJob", 0}};
   EXPECT_FALSE(estimator->runModel(m_source, 0));
   EXPECT_EQ(estimator->getSkeletons().size(), 2U);
 }
@@ -315,8 +303,8 @@ TEST_F(Estimator, ConstructionFailsWithTheReasonAndLeavesNothingBehind) {
        {"larodConnect", "larodLoadModel", "larodCreateModelInputs", "larodCreateModelOutputs", "larodSetTensorFd",
         "larodCreateJobRequest", "no output", "wide input", "larger grid", "no file"}) {
     describeModel(720, failure == "wide input" ? 9999 : 1280, 46, failure == "larger grid" ? 82 : 81);
-    if (failure == "no output") fakeLarod().outputs.clear();
-    fakeLarod().failingCall = failure;
+    if (failure == "no output") inference().outputs.clear();
+    inference().faults = {{failure, 0}};
     const std::string reason = failure.starts_with("larod") ? "out of order"
                                : failure == "no file"       ? "Failed to open model file /nowhere. No such file"
                                                             : "Model " + m_modelPath + " ";
@@ -325,9 +313,9 @@ TEST_F(Estimator, ConstructionFailsWithTheReasonAndLeavesNothingBehind) {
       ADD_FAILURE() << failure;
     } catch (const std::runtime_error& error) {
       EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
-      EXPECT_EQ(capturedLog().back(), (LogLine{LOG_ERR, error.what()}));
+      EXPECT_EQ(systemLog().back(), (LogLine{LOG_ERR, error.what()}));
     }
-    EXPECT_EQ(fakeLarod().liveHandles, 0) << failure;
+    EXPECT_EQ(inference().live_handles, 0) << failure;
   }
   EXPECT_THROW(MemoryMappedFile("/nowhere/file-XXXXXX", 1), const char*);
   EXPECT_THROW(MemoryMappedFile("/tmp/velmor.test-XXXXXX", 0), const char*);

@@ -1,4 +1,3 @@
-#include <axparameter.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,13 +9,15 @@
 #include "app/initial_params.h"
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
-#include "tests/pose/fake_larod.h"
-#include "tests/video/captured_log.h"
-#include "tests/video/fake_vdostream.h"
+#include "platform/scripted/inference.h"
+#include "platform/scripted/parameters.h"
+#include "platform/scripted/system_log.h"
+#include "platform/scripted/video.h"
 #include "validation/Validator.h"
 
 namespace {
 
+using namespace scripted;
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kSide = 60;  // of the detector's input
@@ -48,13 +49,13 @@ Skeleton body(int left, int headY, int feetY) {
 class Validation : public testing::Test {
  protected:
   Validation() {
-    fakeCamera() = {};
-    fakeCamera().frame.assign(1920 * 1080 * 3 / 2, 128);
-    fakeLarod() = {};
-    fakeLarod().inputs = {{1, kSide, kSide, 3}};
-    fakeLarod().outputs.assign(4, {1, 20});
-    fakeLarod().outputBytes = detections(0.0F, 0.9F);
-    capturedLog().clear();
+    camera() = {};
+    camera().frame.assign(1920 * 1080 * 3 / 2, 128);
+    inference() = {};
+    inference().inputs = {{1, kSide, kSide, 3}};
+    inference().outputs.assign(4, {1, 20});
+    inference().output_bytes = detections(0.0F, 0.9F);
+    systemLog().clear();
     g_CalibrationParams.f_Sensitivity = 0.5F;
     g_InitialParams.l_LarodChipType = LAROD_CHIP_CPU;
     g_InitialParams.s_mobilenetModelFileName = "detector.onnx";
@@ -69,7 +70,7 @@ class Validation : public testing::Test {
   ~Validation() override {
     g_videoHQStreamSource.reset();
     m_validator.reset();
-    EXPECT_EQ(fakeLarod().liveHandles, 0);
+    EXPECT_EQ(inference().live_handles, 0);
   }
 
   bool init() { return m_validator->init("velmor_care"); }
@@ -83,22 +84,22 @@ TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
     Skeletons skeletons = {one};
     EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
     EXPECT_EQ(skeletons.size(), 1U);
-    return fakeLarod().lastInput;
+    return inference().last_input;
   };
   // Luma tells the column, then the row, in bands of 10 pixels; 1.164 is the gain from luma to RGB. The squares are
   // 1079 and 584 pixels wide, begin at column 432 and at row 113, and come mirrored on the detector's 60 pixels.
-  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
+  for (std::size_t i = 0; i < 1920UL * 1080; ++i) camera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
   const Bytes columns = inputFor(body(600, 600, 100));
   for (const auto& [place, band] : {std::pair{59UL, 43}, {0UL, 149}, {20UL, 113}}) {
     EXPECT_NEAR(columns[place * 3], 1.164 * band, 2) << "column " << place;
   }
-  for (std::size_t i = 0; i < 1920UL * 1080; ++i) fakeCamera().frame[i] = static_cast<uint8_t>(16 + i / 19200);
+  for (std::size_t i = 0; i < 1920UL * 1080; ++i) camera().frame[i] = static_cast<uint8_t>(16 + i / 19200);
   const Bytes rows = inputFor(body(600, 400, 140));
   for (const auto& [place, band] : {std::pair{59UL, 11}, {0UL, 68}, {20UL, 49}}) {
     EXPECT_NEAR(rows[place * kSide * 3], 1.164 * band, 2) << "row " << place;
   }
 
-  std::fill(fakeCamera().frame.begin(), fakeCamera().frame.begin() + 1920L * 1080, uint8_t{235});
+  std::fill(camera().frame.begin(), camera().frame.begin() + 1920L * 1080, uint8_t{235});
   EXPECT_EQ(inputFor(body(250, 100, 600)), rows) << "an upright body is judged on the previous picture";
   EXPECT_EQ(inputFor(body(250, 600, 100)), Bytes(std::size_t{kSide} * kSide * 3, 255));
 }
@@ -111,19 +112,18 @@ TEST_F(Validation, KeepsOnlyWhatIsAPersonAboveTheSensitivity) {
   };
   for (const Case& c : {Case{0.0F, 0.51F, true}, Case{0.0F, 0.5F, false}, Case{0.9F, 0.9F, true},
                         Case{-0.9F, 0.9F, true}, Case{1.0F, 0.9F, false}}) {
-    fakeLarod().outputBytes = detections(c.personClass, c.score);
+    inference().output_bytes = detections(c.personClass, c.score);
     Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
     EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
     EXPECT_EQ(skeletons.size(), c.isConfirmed ? 2U : 0U) << c.personClass << " " << c.score;
   }
-  fakeLarod().outputBytes = detections(0.0F, 0.9F);
-  fakeLarod().failingCall = "larodRunJob";
-  fakeLarod().callsBeforeFailure = 1;
+  inference().output_bytes = detections(0.0F, 0.9F);
+  inference().faults = {{"larodRunJob", 1}};
   Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
   EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
   ASSERT_EQ(skeletons.size(), 1U);
   EXPECT_EQ(skeletons[0].superior.x, 250);
-  fakeCamera().failingCall = "vdo_stream_get_buffer";
+  camera().faults = {{"vdo_stream_get_buffer", 0}};
   EXPECT_FALSE(m_validator->validateAndRemove(skeletons, 1280, 720));
   EXPECT_EQ(skeletons.size(), 1U);
 }
@@ -155,21 +155,21 @@ TEST_F(Validation, InitSaysWhyItFails) {
     g_InitialParams.l_LarodChipType = failure == "chip" ? LAROD_CHIP_INVALID : LAROD_CHIP_CPU;
     g_InitialParams.s_mobilenetModelFileName = failure == "file" ? "other.onnx" : "detector.onnx";
     g_InitialParams.i_mobilenetModelWidth = failure == "size" ? 641 : kSide;
-    fakeLarod().outputs.assign(failure == "outputs" ? 3 : 4, {1, 20});
-    fakeLarod().failingCall = failure;
-    fakeLarod().callsBeforeFailure = failure == "larodSetTensorFd" ? 4 : 0;  // the input's and three outputs' succeed
+    inference().outputs.assign(failure == "outputs" ? 3 : 4, {1, 20});
+    inference().faults = {{failure, failure == "larodSetTensorFd" ? 4 : 0}};  // the input's and three outputs' succeed
     m_validator = std::make_unique<Validator>();
     EXPECT_FALSE(init()) << failure;
-    const std::string& line = capturedLog().back().text;
+    const std::string& line = systemLog().back().text;
     EXPECT_EQ(line.find("out of order") != std::string::npos, failure.starts_with("larod")) << line;
   }
 }
 
 TEST_F(Validation, ATurnedCameraGivesAPortraitPicture) {
-  g_ParameterController.init_controller("velmor_care");  // reads 270 degrees
-  g_InitialParams.i_mobilenetModelWidth = 640;           // the widest that is taken
+  parameters().values = {{"root.Image.I0.Appearance.Rotation", "270"}};
+  g_ParameterController.init_controller("velmor_care");
+  g_InitialParams.i_mobilenetModelWidth = 640;  // the widest that is taken
   ASSERT_TRUE(init());
-  EXPECT_EQ(fakeCamera().settings["rotation"], 270U);
+  EXPECT_EQ(camera().settings["rotation"], 270U);
   int x = 0, y = 0, w = 0, h = 0;
   EXPECT_TRUE(m_validator->findBestCropParameters(0, 1500, 200, 200, x, y, w, h));
   EXPECT_EQ(y, 1450);
@@ -183,17 +183,3 @@ bool g_IsDevMode;
 _CalibrationParams g_CalibrationParams;
 _InitialParams g_InitialParams;
 parameter_controller g_ParameterController;
-
-// A parameter store in which the camera is turned by 270 degrees.
-extern "C" {
-AXParameter* ax_parameter_new(const gchar*, GError**) { return reinterpret_cast<AXParameter*>(&g_ParameterController); }
-void ax_parameter_free(AXParameter*) {}
-gboolean ax_parameter_add(AXParameter*, const gchar*, const gchar*, const gchar*, GError**) { return TRUE; }
-gboolean ax_parameter_set(AXParameter*, const gchar*, const gchar*, gboolean, GError**) { return TRUE; }
-gboolean ax_parameter_get(AXParameter*, const gchar*, gchar** value, GError**) {
-  *value = g_strdup("270");
-  return TRUE;
-}
-GList* ax_parameter_list(AXParameter*, GError**) { return nullptr; }
-GQuark ax_parameter_error_quark() { return g_quark_from_static_string("parameter"); }
-}

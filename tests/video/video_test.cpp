@@ -6,13 +6,14 @@
 #include <random>
 #include <stdexcept>
 
-#include "tests/video/captured_log.h"
-#include "tests/video/fake_vdostream.h"
+#include "platform/scripted/system_log.h"
+#include "platform/scripted/video.h"
 #include "video/VideoStreamSource.h"
 #include "video/imgconverter.h"
 
 namespace {
 
+using namespace scripted;
 using Bytes = std::vector<uint8_t>;
 
 // Larger than a tile of the turning copy in both directions, and no multiple of one.
@@ -56,11 +57,11 @@ Bytes turned(const Bytes& source, int rows, int columns, int rotation) {
 class Video : public testing::Test {
  protected:
   Video() {
-    fakeCamera() = {};
-    fakeCamera().frame = randomFrame(1);
-    capturedLog().clear();
+    camera() = {};
+    camera().frame = randomFrame(1);
+    systemLog().clear();
   }
-  ~Video() override { EXPECT_EQ(fakeCamera().liveStreams, 0); }
+  ~Video() override { EXPECT_EQ(camera().live_streams, 0); }
 
   static Bytes take(VideoStreamSource& source, int height, int width, int rotation) {
     Bytes out(static_cast<std::size_t>(height * width * 3), 0xA5);
@@ -74,7 +75,7 @@ TEST_F(Video, ServesEveryQuarterTurnOfTheFrame) {
     const bool isPortrait = streamRotation % 180 == 90;  // the camera then delivers kWidth rows of kHeight pixels
     const int rows = isPortrait ? kWidth : kHeight;
     const int columns = isPortrait ? kHeight : kWidth;
-    const Bytes picture = toRgb(fakeCamera().frame, static_cast<unsigned>(columns), static_cast<unsigned>(rows));
+    const Bytes picture = toRgb(camera().frame, static_cast<unsigned>(columns), static_cast<unsigned>(rows));
     VideoStreamSource source(kHeight, kWidth, streamRotation);
     source.setDirty();
     for (const int rotation : {0, 180, 90, 270}) {
@@ -84,7 +85,7 @@ TEST_F(Video, ServesEveryQuarterTurnOfTheFrame) {
                 turned(picture, rows, columns, rotation));
     }
   }
-  EXPECT_EQ(fakeCamera().settings,
+  EXPECT_EQ(camera().settings,
             (std::map<std::string, unsigned>{
                 {"channel", 1}, {"format", 3}, {"width", kWidth}, {"height", kHeight}, {"rotation", 270}}));
 }
@@ -94,19 +95,19 @@ TEST_F(Video, ShowsOnePictureUntilMarkedDirtyAndReturnsEveryBuffer) {
   EXPECT_EQ(take(source, kHeight, kWidth, 0), Bytes(kPictureBytes, 0)) << "nothing was asked for yet";
   source.setDirty();
   const Bytes first = take(source, kHeight, kWidth, 0);
-  fakeCamera().frame = randomFrame(2);
+  camera().frame = randomFrame(2);
   EXPECT_EQ(take(source, kHeight, kWidth, 0), first);
   source.setDirty();
   take(source, 20, 20, 0);  // scaled from the fresh buffer, leaves the cached picture due
-  EXPECT_EQ(take(source, kHeight, kWidth, 0), toRgb(fakeCamera().frame, kWidth, kHeight));
-  EXPECT_EQ(fakeCamera().buffersTaken, 5);
-  EXPECT_EQ(fakeCamera().buffersReturned, 5);
+  EXPECT_EQ(take(source, kHeight, kWidth, 0), toRgb(camera().frame, kWidth, kHeight));
+  EXPECT_EQ(camera().buffers_taken, 5);
+  EXPECT_EQ(camera().buffers_returned, 5);
 }
 
 TEST_F(Video, ScalesAnyOtherSizeWithoutTurning) {
   VideoStreamSource source(kHeight, kWidth, 0);
   source.setDirty();
-  EXPECT_EQ(take(source, kHeight, kWidth, 90), toRgb(fakeCamera().frame, kWidth, kHeight));
+  EXPECT_EQ(take(source, kHeight, kWidth, 90), toRgb(camera().frame, kWidth, kHeight));
   const Bytes untouched(kPictureBytes, 0xA5);
   VideoStreamSource slanted(kHeight, kWidth, 45);
   EXPECT_EQ(take(slanted, kHeight, kWidth, 0), untouched) << "a stream that is turned by no quarter";
@@ -114,24 +115,24 @@ TEST_F(Video, ScalesAnyOtherSizeWithoutTurning) {
 
 TEST_F(Video, FailuresAreReportedWithTheirReason) {
   for (const char* call : {"vdo_stream_new", "vdo_stream_attach", "vdo_stream_start"}) {
-    fakeCamera().failingCall = call;
+    camera().faults = {{call, 0}};
     try {
       VideoStreamSource source(kHeight, kWidth, 0);
       ADD_FAILURE() << call;
     } catch (const std::runtime_error& error) {
       EXPECT_NE(std::string(error.what()).find("camera is gone"), std::string::npos) << call;
-      EXPECT_EQ(capturedLog().back(), (LogLine{LOG_ERR, error.what()}));
+      EXPECT_EQ(systemLog().back(), (LogLine{LOG_ERR, error.what()}));
     }
   }
-  fakeCamera().failingCall = "vdo_stream_get_settings";  // tells what the camera gives, no more
+  camera().faults = {{"vdo_stream_get_settings", 0}};  // tells what the camera gives, no more
   VideoStreamSource source(kHeight, kWidth, 0);
   Bytes out(kPictureBytes);
   for (const char* call : {"vdo_stream_get_buffer", "vdo_stream_buffer_unref"}) {
-    fakeCamera().failingCall = call;
+    camera().faults = {{call, 0}};
     EXPECT_FALSE(source.getFrame(kHeight, kWidth, 0, out.data())) << call;
-    EXPECT_NE(capturedLog().back().text.find("camera is gone"), std::string::npos) << call;
+    EXPECT_NE(systemLog().back().text.find("camera is gone"), std::string::npos) << call;
   }
-  fakeCamera().failingCall.clear();
+  camera().faults.clear();
   EXPECT_FALSE(source.getFrame(0, 0, 0, out.data())) << "a picture without pixels";
 }
 

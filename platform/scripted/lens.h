@@ -1,10 +1,12 @@
-// A lens that gives the answer a test wants.
+// A lens that gives the answer a scenario wants.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+
+namespace scripted {
 
 /// While it lives, the busctl that the shell finds first prints the given text.
 class Lens {
@@ -31,3 +33,5 @@ class Lens {
   std::string m_path;
   std::filesystem::path m_folder;
 };
+
+}  // namespace scripted

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes the small networks that the inference tests run (Debian's python3-onnx; not needed to run the tests).
+"""Writes the small networks of tests/data that the inference tests run (needs Debian's python3-onnx; the tests do not).
 
 Both take a 4x6 RGB picture as one wide channel, [1, 1, 4, 18], and look at 2x2-pixel cells: a 2x3 grid.
 tiny_pose:     heatmaps  [1, 2, 2, 3] = (red of the cell's top left pixel, minus its green)
@@ -14,7 +14,7 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-HERE = pathlib.Path(__file__).parent
+TARGET = pathlib.Path(__file__).resolve().parent.parent / "tests" / "data"
 
 
 def weights(*channels):
@@ -41,7 +41,7 @@ def save(name, nodes, tensors, outputs):
     model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 10)])
     model.ir_version = 5
     onnx.checker.check_model(model)
-    onnx.save(model, HERE / f"{name}.onnx")
+    onnx.save(model, TARGET / f"{name}.onnx")
 
 
 RED, MINUS_GREEN = {(0, 0, 0): 1.0}, {(0, 0, 1): -1.0}

@@ -5,6 +5,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 
 declare -A allowed=(
   [platform]="larod vdostream axparameter axevent axhttp axoverlay"
+  [platform/scripted]="larod vdostream axparameter axoverlay"
   [video]="vdostream"
   [pose]="app/initial_params.h app/process_state.h video larod"
   [geometry]="app/process_state.h app/truncate.h video/VideoStreamSource.h"

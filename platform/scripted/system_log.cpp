@@ -1,13 +1,17 @@
-#include "tests/video/captured_log.h"
+#include "platform/scripted/system_log.h"
 
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 
-std::vector<LogLine>& capturedLog() {
+namespace scripted {
+
+std::vector<LogLine>& systemLog() {
   static std::vector<LogLine> lines;
   return lines;
 }
+
+}  // namespace scripted
 
 extern "C" void syslog(int level, const char* format, ...) {
   std::array<char, 1024> text = {};
@@ -15,5 +19,5 @@ extern "C" void syslog(int level, const char* format, ...) {
   va_start(arguments, format);
   std::vsnprintf(text.data(), text.size(), format, arguments);
   va_end(arguments);
-  capturedLog().push_back({level, text.data()});
+  scripted::systemLog().push_back({level, text.data()});
 }

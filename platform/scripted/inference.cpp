@@ -1,4 +1,4 @@
-#include "tests/pose/fake_larod.h"
+#include "platform/scripted/inference.h"
 
 #include <larod.h>
 #include <unistd.h>
@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <utility>
 
-FakeLarod& fakeLarod() {
-  static FakeLarod service;
+scripted::Inference& scripted::inference() {
+  static Inference service;
   return service;
 }
+
+using scripted::inference;
 
 struct larodTensor {
   larodTensorDims dims;
@@ -30,25 +32,25 @@ larodTensor** makeTensors(const std::vector<std::vector<std::size_t>>& shapes, s
     std::copy(shapes[i].begin(), shapes[i].end(), array[i]->dims.dims);
   }
   *count = shapes.size();
-  ++fakeLarod().liveHandles;
+  ++inference().live_handles;
   return array;
 }
 
 bool fails(const char* call, larodError** error) {
-  if (fakeLarod().failingCall != call || fakeLarod().callsBeforeFailure-- > 0) return false;
+  if (!scripted::strikes(inference().faults, call)) return false;
   *error = new larodError{LAROD_ERROR_JOB, "out of order"};
   return true;
 }
 
 template <typename T>
 T* acquire() {
-  ++fakeLarod().liveHandles;
-  return reinterpret_cast<T*>(&fakeLarod());
+  ++inference().live_handles;
+  return reinterpret_cast<T*>(&inference());
 }
 
 template <typename T>
 void release(T** object) {
-  if (*object != nullptr) --fakeLarod().liveHandles;
+  if (*object != nullptr) --inference().live_handles;
   *object = nullptr;
 }
 
@@ -70,16 +72,16 @@ bool larodDisconnect(larodConnection** connection, larodError**) {
 }
 larodModel* larodLoadModel(larodConnection*, int, larodChip, larodAccess, const char* name, const larodMap*,
                            larodError** error) {
-  if (fakeLarod().onLoad) fakeLarod().onLoad(name);
+  if (inference().on_load) inference().on_load(name);
   return fails("larodLoadModel", error) ? nullptr : acquire<larodModel>();
 }
 bool larodDeleteModel(larodConnection*, larodModel*, larodError**) { return true; }
 void larodDestroyModel(larodModel** model) { release(model); }
 larodTensor** larodCreateModelInputs(const larodModel*, size_t* count, larodError** error) {
-  return fails("larodCreateModelInputs", error) ? nullptr : makeTensors(fakeLarod().inputs, count);
+  return fails("larodCreateModelInputs", error) ? nullptr : makeTensors(inference().inputs, count);
 }
 larodTensor** larodCreateModelOutputs(const larodModel*, size_t* count, larodError** error) {
-  return fails("larodCreateModelOutputs", error) ? nullptr : makeTensors(fakeLarod().outputs, count);
+  return fails("larodCreateModelOutputs", error) ? nullptr : makeTensors(inference().outputs, count);
 }
 bool larodDestroyTensors(larodConnection*, larodTensor*** tensors, size_t count, larodError**) {
   larodTensor** const array = *tensors;
@@ -103,7 +105,7 @@ bool larodGetTensorFdSize(const larodTensor*, size_t* size, larodError**) { retu
 larodJobRequest* larodCreateJobRequest(const larodModel*, larodTensor** inputs, size_t, larodTensor** outputs, size_t,
                                        larodMap*, larodError** error) {
   if (fails("larodCreateJobRequest", error)) return nullptr;
-  ++fakeLarod().liveHandles;
+  ++inference().live_handles;
   return new larodJobRequest{inputs, outputs};
 }
 void larodDestroyJobRequest(larodJobRequest** request) {
@@ -112,14 +114,14 @@ void larodDestroyJobRequest(larodJobRequest** request) {
 }
 bool larodRunJob(larodConnection*, const larodJobRequest* request, larodError** error) {
   if (fails("larodRunJob", error)) return false;
-  FakeLarod& fake = fakeLarod();
+  scripted::Inference& script = inference();
   const std::size_t* const shape = request->inputs[0]->dims.dims;
-  fake.lastInput.resize(shape[1] * shape[2] * shape[3]);
-  bool isDone = pread(request->inputs[0]->fd, fake.lastInput.data(), fake.lastInput.size(), 0) > 0;
-  auto outputs = fake.outputBytes;
-  if (!fake.nextOutputs.empty()) {
-    outputs = std::move(fake.nextOutputs.front());
-    fake.nextOutputs.pop_front();
+  script.last_input.resize(shape[1] * shape[2] * shape[3]);
+  bool isDone = pread(request->inputs[0]->fd, script.last_input.data(), script.last_input.size(), 0) > 0;
+  auto outputs = script.output_bytes;
+  if (!script.next_outputs.empty()) {
+    outputs = std::move(script.next_outputs.front());
+    script.next_outputs.pop_front();
   }
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     const auto size = static_cast<ssize_t>(outputs[i].size());

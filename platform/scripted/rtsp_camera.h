@@ -1,4 +1,4 @@
-// A network camera of plain grey that a test plugs in, freezes and unplugs.
+// A network camera of plain grey that a scenario plugs in, freezes and unplugs.
 #pragma once
 
 #include <arpa/inet.h>
@@ -12,6 +12,8 @@
 #ifndef PROGRAM_DIRECTORY
 #error "PROGRAM_DIRECTORY is where rtsp_camera lies"
 #endif
+
+namespace scripted {
 
 class RtspCamera {
  public:
@@ -62,3 +64,5 @@ class RtspCamera {
   std::string m_port;
   pid_t m_process = 0;
 };
+
+}  // namespace scripted
