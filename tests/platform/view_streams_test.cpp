@@ -137,6 +137,25 @@ TEST_F(ViewStreamsTest, TheAnonymisedStreamShowsItsOwnCyclesOnly) {
   EXPECT_TRUE(isNear(colourAt(snapshot("96x54"), 2, 2), kCard)) << "the program draws nothing there";
 }
 
+TEST_F(ViewStreamsTest, AFailedDrawingLeavesNoPictureOnTheAnonymisedStream) {
+  open();
+  anonymise("128x72");
+  const auto corner = [&] { return colourAt(snapshot("128x72"), 2, 2); };
+  for (const auto drawing : {Program::Drawing::kThrows, Program::Drawing::kFails}) {
+    m_program->drawing = Program::Drawing::kGood;
+    m_program->cycle();
+    EXPECT_TRUE(isNear(corner(), kFound));
+    EXPECT_FALSE(m_program->is_told_of_failure);
+    m_program->drawing = drawing;
+    m_program->cycle();
+    EXPECT_TRUE(isNear(corner(), kCard)) << "neither the cycle before nor masks that are half drawn";
+    EXPECT_TRUE(m_program->is_told_of_failure);
+  }
+  m_program->drawing = Program::Drawing::kGood;
+  m_program->cycle();
+  EXPECT_TRUE(isNear(corner(), kFound));
+}
+
 TEST_F(ViewStreamsTest, WhoWatchesTheAnonymisedStreamIsNotShownTheRoomWhenItIsSwitchedOff) {
   open();
   HttpClient earlier(m_port);

@@ -54,16 +54,27 @@ class Program {
       VdoBuffer* buffer = vdo_stream_get_buffer(m_stream, nullptr);
       has_picture = buffer != nullptr;
       if (has_picture) vdo_stream_buffer_unref(m_stream, &buffer, nullptr);
-      if (has_picture && succeeds) axoverlay_redraw(nullptr);
+      if (has_picture && succeeds) redraw();
     });
     return has_picture;
   }
 
+  enum class Drawing { kGood, kThrows, kFails };
+
   gint overlay() const { return m_overlay; }
-  axoverlay_stream_data drawn{};  ///< the stream that was drawn last
-  bool shrinks = false;           ///< the overlay is a quarter of the stream, at the right and the bottom
+  Drawing drawing = Drawing::kGood;
+  bool is_told_of_failure = false;  ///< by the redraw of the last cycle
+  axoverlay_stream_data drawn{};    ///< the stream that was drawn last
+  bool shrinks = false;             ///< the overlay is a quarter of the stream, at the right and the bottom
 
  private:
+  void redraw() {
+    GError* error = nullptr;
+    axoverlay_redraw(&error);
+    is_told_of_failure = error != nullptr;
+    g_clear_error(&error);
+  }
+
   static void adjust(gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type* /*postype*/, gfloat* x,
                      gfloat* y, gint* width, gint* height, gpointer program) {
     const bool turned = stream->rotation % 180 != 0;
@@ -77,13 +88,16 @@ class Program {
 
   static void render(gpointer context, gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type /*postype*/,
                      gfloat /*x*/, gfloat /*y*/, gint width, gint height, gpointer program) {
-    static_cast<Program*>(program)->drawn = *stream;
+    auto& self = *static_cast<Program*>(program);
+    self.drawn = *stream;
     auto* const cairo = static_cast<cairo_t*>(context);
     cairo_set_source_rgb(cairo, 1, 0, 0);
     cairo_rectangle(cairo, 0, 0, width / 2.0, height / 2.0);
     cairo_fill(cairo);
     cairo_rectangle(cairo, width, height, 100, 100);  // outside of the overlay: clipped
     cairo_fill(cairo);
+    if (self.drawing == Drawing::kThrows) throw std::runtime_error("half of it is drawn");
+    if (self.drawing == Drawing::kFails) cairo_restore(cairo);  // nothing was saved
   }
 
   VdoStream* m_stream = nullptr;
