@@ -1,7 +1,5 @@
-import { fetchText } from "../api.js";
-
-/** Milliseconds after which a heartbeat, and what it says of a cycle or a picture, is old. */
-export const FRESH_MS = 3000;
+import { REFUSAL } from "../base/facts.js";
+import { fetchText } from "../program/api.js";
 
 const EVENTS_URL = "/platform/events";
 const RETRY_MS = 5000;
@@ -94,7 +92,7 @@ export class EventFeed {
     if (this.source.readyState !== EventSource.CLOSED) return;
     this.retry();
     const status = await fetchText(EVENTS_URL).catch((error) => error.status);
-    if (status !== 404 || this.source) return;
+    if (status !== REFUSAL.noFeed || this.source) return;
     this.close();
     this.state = "absent";
     this.listener.news();

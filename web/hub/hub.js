@@ -14,8 +14,9 @@
  * Messages from a tab: here (answers news), bye, ask {id, url}, watch {id, size, anonymised}, leave {id}, took {id},
  * refresh (reads the settings).
  */
-import { Control, fetchText, oneByOne } from "../api.js";
-import { EventFeed, FRESH_MS } from "./feed.js";
+import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS } from "../base/facts.js";
+import { Control, PROGRAM_URL, fetchText, isSave, oneByOne } from "../program/api.js";
+import { EventFeed } from "./feed.js";
 import { StatusPoll } from "./status.js";
 import { PictureStream } from "./streams.js";
 
@@ -23,24 +24,23 @@ const TICK_MS = 1000;
 /** A tab that has not answered for so long has gone, or is frozen: nothing is fetched for it. */
 const ABSENCE_MS = 10000;
 const SETTINGS_MS = 10000;
-const EVENT_OF_CODE = { 502: "Patient Out of Bed", 503: "Fall Detected" };
+const CODE_OF_EVENT = { [BED]: CODE.outOfBed, [FALL]: CODE.fall };
 
 /** Whether a status code says that an event is active: true, false, or null when it hides that. */
 function activeByStatus(name, code) {
-  if (EVENT_OF_CODE[code] === name) return true;
-  return code === 200 || code === 503 ? false : null;
+  if (CODE_OF_EVENT[name] === code) return true;
+  return code === CODE.watching || code === CODE.fall ? false : null;
 }
 
 export class Hub {
   /**
-   * @param {string} program address of the program's handler
    * @param {() => number} now milliseconds that never jump
    */
-  constructor(program, now = () => performance.now()) {
+  constructor(now = () => performance.now()) {
     this.now = now;
     this.beganAt = now();
     this.ask = oneByOne(fetchText);
-    this.control = new Control(program, this.ask);
+    this.control = new Control(PROGRAM_URL, this.ask);
     this.feed = new EventFeed({ news: () => this.tellNews(), past: () => this.tellPast() }, now);
     this.status = new StatusPoll(this.control, { told: () => this.takeStatus(), back: () => this.connectAgain() }, now);
     /** Since when the status tells an event of which the feed knows nothing. */
@@ -123,7 +123,7 @@ export class Hub {
     } catch ({ message, status }) {
       port.postMessage({ type: "answer", id, error: message, status });
     }
-    if (url.includes("set_all_parameters")) this.readSettings();
+    if (isSave(url)) this.readSettings();
   }
 
   /** Reads the settings once for all tabs, which are told when these have changed, or `always`. */
@@ -163,9 +163,10 @@ export class Hub {
     const { code, connected } = this.status.status;
     const time = new Date(Date.now() + this.feed.offset).toISOString();
     this.toldByStatus = new Map(
-      Object.values(EVENT_OF_CODE)
-        .filter((name) => connected && activeByStatus(name, code))
-        .map((name) => [name, this.toldByStatus.get(name) ?? time]),
+      EVENT_NAMES.filter((name) => connected && activeByStatus(name, code)).map((name) => [
+        name,
+        this.toldByStatus.get(name) ?? time,
+      ]),
     );
     if (connected && !this.feedIsCurrent() && this.feed.state !== "opening") this.followStatus(code, time);
     this.tellNews();
@@ -173,7 +174,7 @@ export class Hub {
 
   /** Without the feed the status tells what it can; what it hides stays active, or is no longer known. */
   followStatus(code, time) {
-    for (const name of Object.values(EVENT_OF_CODE)) {
+    for (const name of EVENT_NAMES) {
       const told = activeByStatus(name, code);
       const known = this.feed.events.find((event) => event.name === name)?.active ?? null;
       if (told === known || (told === null && known === true)) continue;
@@ -184,7 +185,7 @@ export class Hub {
 
   /** The worse news wins: an event is active when the feed or the status says so. */
   events() {
-    const unknown = Object.values(EVENT_OF_CODE).map((name) => ({ name, active: null, since: null }));
+    const unknown = EVENT_NAMES.map((name) => ({ name, active: null, since: null }));
     return (this.feed.events.length ? this.feed.events : unknown).map((event) => {
       const since = this.toldByStatus.get(event.name);
       return since && !event.active ? { name: event.name, active: true, since } : event;

@@ -1,3 +1,5 @@
+import { NO_ANSWER } from "../base/words.js";
+
 /** Grows with each change of what hub and tab say to each other: a tab of yesterday keeps yesterday's hub. */
 const VERSION = 1;
 /** A hub that has been silent for so long is given up: it speaks once a second. */
@@ -20,7 +22,7 @@ function sharedHub(onError) {
 function ownHub() {
   const { port1, port2 } = new MessageChannel();
   import("./hub.js").then(({ Hub }) => {
-    const hub = new Hub(new URL("../control.cgi", import.meta.url).href);
+    const hub = new Hub();
     hub.start();
     hub.connect(port1);
   });
@@ -71,7 +73,7 @@ export class Link {
   }
 
   refuseAll() {
-    for (const { reject } of this.asked.values()) reject(new Error("The camera does not answer."));
+    for (const { reject } of this.asked.values()) reject(new Error(NO_ANSWER));
     this.asked.clear();
   }
 

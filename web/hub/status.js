@@ -6,7 +6,7 @@ const FAILURES_UNTIL_LOST = 2;
  */
 export class StatusPoll {
   /**
-   * @param {import("../api.js").Control} control
+   * @param {import("../program/api.js").Control} control
    * @param {{told: () => void, back: () => void}} listener `told` after each answer and failure, `back` with the first
    *   answer after a lost connection
    * @param {() => number} now milliseconds that never jump

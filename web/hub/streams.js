@@ -1,4 +1,4 @@
-import { streamUrl } from "../api.js";
+import { streamUrl } from "../program/api.js";
 
 const RETRY_MS = 2000;
 /** A stream without a byte for so long is opened anew: the camera repeats a picture at least once a second. */

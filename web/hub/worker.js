@@ -1,6 +1,6 @@
 /** The hub as a shared worker: all tabs of the page have one, and it lives as long as one of them. */
 import { Hub } from "./hub.js";
 
-const hub = new Hub(new URL("../control.cgi", import.meta.url).href);
+const hub = new Hub();
 hub.start();
 self.onconnect = ({ ports: [port] }) => hub.connect(port);

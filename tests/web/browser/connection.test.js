@@ -13,7 +13,7 @@ import {
   save,
   whereabouts,
 } from "../browser.js";
-import { encodeSettings, parseSettings } from "../../../web/wire.js";
+import { encodeSettings, parseSettings } from "../../../web/program/wire.js";
 import { Gateway, demoCamera, demoParameters, startProgram } from "../program.js";
 
 const SIZE = { width: 1280, height: 720 };

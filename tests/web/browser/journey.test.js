@@ -11,7 +11,7 @@ import {
   save,
   whereabouts,
 } from "../browser.js";
-import { parseSettings } from "../../../web/wire.js";
+import { parseSettings } from "../../../web/program/wire.js";
 import { demoCamera, startProgram } from "../program.js";
 
 const BED = [

@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import { after, afterEach, before, describe, test } from "node:test";
-import { Control, saveAndCheck } from "../../../web/api.js";
-import { encodeSettings, parseSettings } from "../../../web/wire.js";
+import { Control, saveAndCheck } from "../../../web/program/api.js";
+import { encodeSettings, parseSettings } from "../../../web/program/wire.js";
 import { axeViolations, drag, handle, noComplaints, openBrowser, openSetup, save, whereabouts } from "../browser.js";
 import { demoCamera, demoParameters, startProgram } from "../program.js";
 

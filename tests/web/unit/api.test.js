@@ -1,8 +1,8 @@
 import assert from "node:assert/strict";
 import { createServer } from "node:http";
 import { after, before, describe, test } from "node:test";
-import { Control, cameraAppearance, saveAndCheck } from "../../../web/api.js";
-import { parseSettings } from "../../../web/wire.js";
+import { Control, cameraAppearance, saveAndCheck } from "../../../web/program/api.js";
+import { parseSettings } from "../../../web/program/wire.js";
 import { StoredSettings } from "./stored.js";
 
 const SIZE = { width: 1280, height: 720 };

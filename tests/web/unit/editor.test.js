@@ -1,25 +1,23 @@
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
 
-import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/floor.js";
-import { createHistory } from "../../../web/history.js";
-import { loupeSide, loupeSize, loupeSpan } from "../../../web/loupe.js";
-import { pointWords } from "../../../web/stage.js";
+import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/setup/floor.js";
+import { createHistory } from "../../../web/settings/history.js";
+import { loupeSide, loupeSize, loupeSpan } from "../../../web/setup/loupe.js";
+import { pointWords } from "../../../web/setup/stage.js";
 import {
   FLOOR,
   TOOLS,
-  contains,
-  distanceToSegment,
   isUndrawn,
   movePoint,
-  nearest,
   placeFloorInMiddle,
   shiftArea,
   stepPoint,
   switchArea,
-} from "../../../web/tools.js";
-import { areaProblem, floorProblem, floorWarning } from "../../../web/geometry.js";
-import { percentToPixel, pixelToPercent, smallestPercent } from "../../../web/wire.js";
+} from "../../../web/setup/tools.js";
+import { floorProblem, floorWarning } from "../../../web/geometry/calibration.js";
+import { areaProblem, contains, distanceToSegment, nearest } from "../../../web/geometry/plane.js";
+import { percentToPixel, pixelToPercent, smallestPercent } from "../../../web/program/wire.js";
 
 const LANDSCAPE = { width: 1280, height: 720 };
 const PORTRAIT = { width: 720, height: 1280 };

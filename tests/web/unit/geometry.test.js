@@ -1,15 +1,8 @@
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
-import {
-  areaProblem,
-  floorGrid,
-  floorProblem,
-  floorTransform,
-  floorWarning,
-  stakesOf,
-  streamMapping,
-  uprightFigure,
-} from "../../../web/geometry.js";
+import { floorProblem, floorTransform, floorWarning } from "../../../web/geometry/calibration.js";
+import { floorGrid, stakesOf, uprightFigure } from "../../../web/geometry/figures.js";
+import { areaProblem, streamMapping } from "../../../web/geometry/plane.js";
 
 const LANDSCAPE = { width: 1280, height: 720 };
 const PORTRAIT = { width: 720, height: 1280 };

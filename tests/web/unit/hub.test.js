@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import { afterEach, beforeEach, describe, test } from "node:test";
 import { Hub } from "../../../web/hub/hub.js";
 import { readPictures } from "../../../web/hub/streams.js";
-import { readiness } from "../../../web/readiness.js";
+import { readiness } from "../../../web/watch/readiness.js";
 import { StoredSettings } from "./stored.js";
 
 const FALL = "Fall Detected";
@@ -110,7 +110,7 @@ beforeEach(async () => {
   fetched = [];
   streams = [];
   FakeSource.opened = 0;
-  hub = new Hub("http://camera/control.cgi", () => clock);
+  hub = new Hub(() => clock);
   hub.feed.open();
   tab = new Tab();
   hub.connect(tab);

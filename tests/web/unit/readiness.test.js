@@ -2,8 +2,8 @@
 import assert from "node:assert/strict";
 import { readFile } from "node:fs/promises";
 import { describe, test } from "node:test";
-import { PACKAGE_FLOOR, agedNews, readiness } from "../../../web/readiness.js";
-import { nearestPercent } from "../../../web/wire.js";
+import { PACKAGE_FLOOR, agedNews, readiness } from "../../../web/watch/readiness.js";
+import { nearestPercent } from "../../../web/program/wire.js";
 
 const SIZE = { width: 1280, height: 720 };
 const FALL = "Fall Detected";

@@ -1,13 +1,13 @@
 // What the page says and keeps around the picture: times, the timeline, the checks before saving, the draft.
 import assert from "node:assert/strict";
 import { beforeEach, describe, test } from "node:test";
-import { SettingsDraft } from "../../../web/draft.js";
-import { reviewSettings } from "../../../web/review.js";
-import { activeTimes, unwatchedTimes } from "../../../web/timeline.js";
-import { watchedSize } from "../../../web/watch.js";
-import { clockTime, durationInWords } from "../../../web/words.js";
-import { notLiveSince } from "../../../web/picture.js";
-import { encodeSettings } from "../../../web/wire.js";
+import { SettingsDraft } from "../../../web/settings/draft.js";
+import { reviewSettings } from "../../../web/settings/review.js";
+import { activeTimes, unwatchedTimes } from "../../../web/watch/timeline.js";
+import { watchedSize } from "../../../web/watch/watch.js";
+import { clockTime, durationInWords } from "../../../web/base/words.js";
+import { notLiveSince } from "../../../web/picture/picture.js";
+import { encodeSettings } from "../../../web/program/wire.js";
 
 const SIZE = { width: 1280, height: 720 };
 const FALL = "Fall Detected";

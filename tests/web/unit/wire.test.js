@@ -10,7 +10,7 @@ import {
   pixelToPercent,
   smallestPercent,
   steppedPercent,
-} from "../../../web/wire.js";
+} from "../../../web/program/wire.js";
 import { StoredSettings } from "./stored.js";
 
 const LANDSCAPE = { width: 1280, height: 720 };

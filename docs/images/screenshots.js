@@ -1,13 +1,13 @@
 /**
  * Takes the documentation's pictures of the page from the real program on the demo, in about a minute and a half:
- * `npm run screenshots` writes docs/images/page-*.jpg.
+ * `npm --prefix tests/web run screenshots` writes docs/images/page-*.jpg.
  */
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
-import { ACTIVE, openBrowser, openSetup, pictureIsLive, save } from "./browser.js";
-import { demoCamera, demoParameters, startProgram } from "./program.js";
+import { ACTIVE, openBrowser, openSetup, pictureIsLive, save } from "../../tests/web/browser.js";
+import { demoCamera, demoParameters, startProgram } from "../../tests/web/program.js";
 
-const IMAGES = fileURLToPath(new URL("../../docs/images", import.meta.url));
+const IMAGES = fileURLToPath(new URL(".", import.meta.url));
 const LIVE = "Live picture of the room";
 
 const take = (page, name) =>

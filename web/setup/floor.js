@@ -1,7 +1,11 @@
 /** The floor rectangle on the picture: grid, stakes and figure as this calibration would place them; its list entry. */
-import { floorGrid, floorProblem, floorTransform, floorWarning, stakesOf, uprightFigure } from "./geometry.js";
-import { decimal } from "./review.js";
-import { html } from "./vendor/preact.js";
+import { COLOURS } from "../base/facts.js";
+import { floorProblem, floorTransform, floorWarning } from "../geometry/calibration.js";
+import { floorGrid, stakesOf, uprightFigure } from "../geometry/figures.js";
+import { clamp } from "../geometry/plane.js";
+import { decimal } from "../settings/review.js";
+import { html } from "../vendor/preact.js";
+import { FLOOR_NAMES } from "./tools.js";
 
 /** How far beside the rectangle the figure may walk, in metres. */
 const WALK = 5;
@@ -9,7 +13,6 @@ const STEP = 0.1;
 const LARGE_STEP = 0.5;
 
 const pathOf = (segments) => segments.map(([a, b]) => `M${a.x} ${a.y}L${b.x} ${b.y}`).join("");
-const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
 
 const floorOf = ({ floor, widthM, depthM }) => [floor, decimal(widthM) ?? 0, decimal(depthM) ?? 0];
 const isUsable = (settings) => floorProblem(...floorOf(settings)) === null;
@@ -92,6 +95,14 @@ function Length({ from, to, text, unit }) {
   return html`<text class="editor-text" transform=${middle}>${text} m</text>`;
 }
 
+/** Where the drawing beside the help has the floor points. */
+const HELP_DOTS = [
+  [66, 16],
+  [138, 16],
+  [158, 60],
+  [42, 60],
+];
+
 /** How to measure and mark the floor; a mirrored picture shows the order the other way round. */
 export function FloorHelp({ mirrored }) {
   const [first, second] = mirrored ? ["right", "left"] : ["left", "right"];
@@ -104,19 +115,9 @@ export function FloorHelp({ mirrored }) {
     <svg class="floor-help" viewBox="0 0 200 76" aria-hidden="true">
       <g transform=${mirrored ? "translate(200 0) scale(-1 1)" : ""}>
         <path class="floor-help-outline" d="M66 16H138L158 60H42Z" />
-        ${[
-          ["red", 66, 16],
-          ["green", 138, 16],
-          ["blue", 158, 60],
-          ["yellow", 42, 60],
-        ].map(([kind, x, y]) => html`<circle class=${`floor-dot floor-dot-${kind}`} cx=${x} cy=${y} r="7" />`)}
+        ${HELP_DOTS.map(([x, y], index) => html`<circle class=${`floor-dot floor-dot-${COLOURS[index]}`} cx=${x} cy=${y} r="7" />`)}
       </g>
-      ${[
-        ["R", 66, 16],
-        ["G", 138, 16],
-        ["B", 158, 60],
-        ["Y", 42, 60],
-      ].map(([sign, x, y]) => html`<text x=${mirrored ? 200 - x : x} y=${y + 3.5}>${sign}</text>`)}
+      ${HELP_DOTS.map(([x, y], index) => html`<text x=${mirrored ? 200 - x : x} y=${y + 3.5}>${FLOOR_NAMES[index][0]}</text>`)}
       <text class="floor-help-word" x="100" y="10">width</text>
       <text class="floor-help-word" x=${mirrored ? 30 : 172} y="42">depth</text>
     </svg>

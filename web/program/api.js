@@ -1,7 +1,16 @@
 /** Addresses and requests: the program (control.cgi), the camera's streams and its appearance. */
+import { CODE, REFUSAL } from "../base/facts.js";
+import { NO_ANSWER } from "../base/words.js";
 import { differences, encodeSettings, parseSettings } from "./wire.js";
 
+/** Address of the program's handler, beside the page. */
+export const PROGRAM_URL = new URL("../control.cgi", import.meta.url).href;
+
 const TIMEOUT_MS = 5000;
+const SAVE = "set_all_parameters";
+
+/** Whether a request to the program changes the settings. */
+export const isSave = (url) => url.includes(SAVE);
 
 /** The answer to a request as text. Every reason why there is none becomes a sentence, a refusal has its `status`. */
 export async function fetchText(url) {
@@ -12,8 +21,8 @@ export async function fetchText(url) {
     if (answer.ok) return await answer.text();
   } catch (error) {
     const slow = error.name === "TimeoutError" || error.name === "AbortError";
-    const words = slow ? `has not answered within ${TIMEOUT_MS / 1000} seconds` : "does not answer";
-    throw new Error(`The camera ${words}.`, { cause: error });
+    const words = slow ? `The camera has not answered within ${TIMEOUT_MS / 1000} seconds.` : NO_ANSWER;
+    throw new Error(words, { cause: error });
   }
   const reason = answer.statusText ? ` (${answer.statusText})` : "";
   throw Object.assign(new Error(`The camera refused the request: ${answer.status}${reason}.`), {
@@ -37,7 +46,7 @@ export class Control {
    * @param {string} base address of the program's handler
    * @param {(url: string) => Promise<string>} ask gets the answer to a request
    */
-  constructor(base, ask = oneByOne(fetchText)) {
+  constructor(base = PROGRAM_URL, ask = oneByOne(fetchText)) {
     this.base = base;
     this.ask = ask;
   }
@@ -84,7 +93,7 @@ export class Control {
 
   /** Sends all settings; that they were taken is known only by reading them back. */
   async save(settings, size) {
-    await this.request("set_all_parameters", encodeSettings(settings, size));
+    await this.request(SAVE, encodeSettings(settings, size));
   }
 
   async toggleDeveloperMode() {
@@ -100,7 +109,7 @@ const NOT_WHOLE =
 /** What the program says of a save that has just been answered; the next cycle overwrites it. */
 async function doubtOf(control) {
   try {
-    return (await control.statusCode()) === 400 ? [NOT_WHOLE] : [];
+    return (await control.statusCode()) === CODE.dataError ? [NOT_WHOLE] : [];
   } catch {
     return [];
   }
@@ -120,7 +129,7 @@ export async function saveAndCheck(control, settings, size) {
     warnings = await doubtOf(control);
   } catch (error) {
     refusal = error.message;
-    if (error.status === 500) warnings = [NOT_STORED];
+    if (error.status === REFUSAL.notStored) warnings = [NOT_STORED];
   }
   try {
     const found = differences(settings, await control.settings(size), size);

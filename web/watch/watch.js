@@ -1,13 +1,17 @@
 /** The Watch view: the live picture, the program's state, both events, the last hours. */
-import { html, useMemo, useState } from "./vendor/preact.js";
-import { streamUrl } from "./api.js";
-import { recall, remember } from "./memory.js";
-import { LivePicture, notLiveWords } from "./picture.js";
-import { APPLICATION_SIZE, anonymisedProblem } from "./review.js";
+import { APPLICATION_SIZE, EVENT_NAMES, VIEW, sizeOf } from "../base/facts.js";
+import { recall, remember } from "../base/memory.js";
+import { capitalised, clockTime, durationInWords } from "../base/words.js";
+import { LivePicture, notLiveWords } from "../picture/picture.js";
+import { streamUrl } from "../program/api.js";
+import { anonymisedProblem } from "../settings/review.js";
+import { html, useMemo, useState } from "../vendor/preact.js";
 import { Timeline } from "./timeline.js";
-import { EVENT_NAMES, capitalised, clockTime, durationInWords } from "./words.js";
 
-const area = (size) => size.split("x").reduce((product, side) => product * Number(side), 1);
+function area(size) {
+  const { width, height } = sizeOf(size);
+  return width * height;
+}
 
 /** The stream to watch: the overlay stream when it is on, else one that the program draws on, else the largest. */
 export function watchedSize({ overlayOn, overlaySize, sizes }) {
@@ -30,7 +34,7 @@ function NoAnonymised({ reason, onShow }) {
     <p class="no-picture-title">Nothing anonymised to show</p>
     <p>${reason}</p>
     <p class="row">
-      <a class="button" href="#setup">Go to the settings</a>
+      <a class="button" href=${VIEW.setup}>Go to the settings</a>
       <button type="button" class="quiet" onClick=${onShow}>Show the picture with people</button>
     </p>
   </div>`;
@@ -83,20 +87,17 @@ function Picture({ link, settings, live }) {
             : html`<div class="no-picture"><p>The camera offers no stream.</p></div>`
       }
     </div>
-    ${
-      (!anonymise || !reason) &&
-      size &&
-      html`<p class="caption">
-        <span>${size}</span>
-        ${
-          anonymise
-            ? html`<span>People that the program follows are covered, the rest is coarsened.</span>`
-            : html`<span>${settings.overlayOn ? "Overlay stream" : "The application's own stream"}</span>`
-        }
-        <${OpenAlone} size=${size} anonymised=${anonymise} />
-      </p>`
-    }
+    ${(!anonymise || !reason) && size && html`<${Caption} size=${size} anonymised=${anonymise} settings=${settings} />`}
   </section>`;
+}
+
+function Caption({ size, anonymised, settings }) {
+  const drawn = settings.overlayOn ? "Overlay stream" : "The application's own stream";
+  return html`<p class="caption">
+    <span>${size}</span>
+    <span>${anonymised ? "People that the program follows are covered, the rest is coarsened." : drawn}</span>
+    <${OpenAlone} size=${size} anonymised=${anonymised} />
+  </p>`;
 }
 
 function Gap({ text, link }) {
@@ -185,9 +186,32 @@ function EventCard({ name, event, history, limited, state, now }) {
   </article>`;
 }
 
+function Events({ events, history, limited, state, now }) {
+  return html`<section class="panel events" aria-labelledby="events-heading">
+    <h2 id="events-heading">Events</h2>
+    ${EVENT_NAMES.map(
+      (name) =>
+        html`<${EventCard}
+          key=${name}
+          name=${name}
+          event=${events.find((event) => event.name === name)}
+          ...${{ history, limited, state, now }}
+        />`,
+    )}
+    ${
+      limited &&
+      state.silentSince === null &&
+      html`<p class="small note">
+        <span aria-hidden="true">! </span>The events are known only through the program's status, which shows one at a
+        time: while one is active, or while the program is slow, the other may be hidden.
+      </p>`
+    }
+  </section>`;
+}
+
 /**
  * @param {object} view
- * @param {import("./hub/link.js").Link} view.link
+ * @param {import("../hub/link.js").Link} view.link
  * @param {object} view.state what readiness gave
  * @param {?object} view.settings the saved ones, and `view.waiting`, the words in their place
  * @param {object} view.live of the picture, see LivePicture
@@ -210,37 +234,8 @@ export function Watch({ link, state, settings, waiting, live, events, past, limi
     }
     <div class="side">
       <${State} state=${state} />
-      <section class="panel events" aria-labelledby="events-heading">
-        <h2 id="events-heading">Events</h2>
-        ${EVENT_NAMES.map(
-          (name) =>
-            html`<${EventCard}
-              key=${name}
-              name=${name}
-              event=${events.find((event) => event.name === name)}
-              history=${history}
-              limited=${limited}
-              state=${state}
-              now=${now}
-            />`,
-        )}
-        ${
-          limited &&
-          state.silentSince === null &&
-          html`<p class="small note">
-            <span aria-hidden="true">! </span>The events are known only through the program's status, which shows one at
-            a time: while one is active, or while the program is slow, the other may be hidden.
-          </p>`
-        }
-      </section>
+      <${Events} ...${{ events, history, limited, state, now }} />
     </div>
-    <${Timeline}
-      history=${history}
-      events=${events}
-      watching=${watching}
-      silentSince=${state.silentSince}
-      openedAt=${openedAt}
-      now=${now}
-    />
+    <${Timeline} ...${{ history, events, watching, openedAt, now }} silentSince=${state.silentSince} />
   </div>`;
 }

@@ -1,10 +1,10 @@
+import { clamp, streamMapping } from "../geometry/plane.js";
+import { LivePicture } from "../picture/picture.js";
+import { html, useRef } from "../vendor/preact.js";
 import { REACH, useDrag } from "./drag.js";
 import { FloorDrawing, figureAt, figureStepped, figureWords } from "./floor.js";
-import { streamMapping } from "./geometry.js";
 import { Loupe } from "./loupe.js";
-import { LivePicture } from "./picture.js";
 import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, pointsOf, stepPoint } from "./tools.js";
-import { html, useRef } from "./vendor/preact.js";
 
 /** Arrow keys, as steps to the right and down on the screen. */
 const ARROWS = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] };
@@ -42,8 +42,8 @@ function mappingOf(view, size, mirrored) {
 
 /** A stream of other proportions may show less than the analysis picture; handles stay where they can be reached. */
 const withinView = ({ x, y }, view) => ({
-  x: Math.min(view.width, Math.max(0, x)),
-  y: Math.min(view.height, Math.max(0, y)),
+  x: clamp(x, 0, view.width),
+  y: clamp(y, 0, view.height),
 });
 
 /**
@@ -84,24 +84,11 @@ function FloorLoupe({ tool, scene, size, mirrored, loupe, point, view }) {
 
 /** What lies over the picture. */
 function Board(props) {
-  const { tool, scene, size, mirrored, view, point, onPoint, onCommit, onLoupe } = props;
+  const { tool, scene, size, mirrored, view } = props;
   const group = useRef(null);
   const mapping = mappingOf(view, size, mirrored);
   const spots = spotsOf(props, mapping);
   const dragging = useDrag(group, props, mapping, spots);
-
-  const keyDown = (index) => (event) => {
-    const arrow = ARROWS[event.key];
-    if (!arrow || event.ctrlKey || event.altKey || event.metaKey) return;
-    event.preventDefault();
-    const [right, down] = arrow;
-    const across = mirrored ? -right : right;
-    onCommit(stepped(props, index, across, down, event.shiftKey), index, `${pointName(tool, index)} by keys`);
-  };
-  const focus = (index) => () => {
-    onPoint(index);
-    onLoupe(true);
-  };
   return html`
     <g
       ref=${group}
@@ -119,20 +106,38 @@ function Board(props) {
         ${TOOLS.map((other) => html`<${Outline} key=${other.id} ...${props} tool=${other} chosen=${other === tool} mapping=${mapping} />`)}
         ${tool === FLOOR && html`<${FloorDrawing} scene=${scene} size=${size} mapping=${mapping} unit=${view.unit} />`}
       </svg>
-      ${spots.map(
-        (spot) =>
-          html`<${Handle}
-            key=${`${tool.id}-${spot.index}`}
-            spot=${spot}
-            unit=${view.unit}
-            active=${spot.index === point}
-            onKeyDown=${keyDown(spot.index)}
-            onFocus=${focus(spot.index)}
-            onBlur=${() => onLoupe(false)}
-          />`,
-      )}
+      ${handlesFor(spots, props)}
     </g>
   `;
+}
+
+/** A handle for each spot, with its keys. */
+function handlesFor(spots, props) {
+  const { tool, mirrored, view, point, onPoint, onCommit, onLoupe } = props;
+  const keyDown = (index) => (event) => {
+    const arrow = ARROWS[event.key];
+    if (!arrow || event.ctrlKey || event.altKey || event.metaKey) return;
+    event.preventDefault();
+    const [right, down] = arrow;
+    const across = mirrored ? -right : right;
+    onCommit(stepped(props, index, across, down, event.shiftKey), index, `${pointName(tool, index)} by keys`);
+  };
+  const focus = (index) => () => {
+    onPoint(index);
+    onLoupe(true);
+  };
+  return spots.map(
+    (spot) =>
+      html`<${Handle}
+        key=${`${tool.id}-${spot.index}`}
+        spot=${spot}
+        unit=${view.unit}
+        active=${spot.index === point}
+        onKeyDown=${keyDown(spot.index)}
+        onFocus=${focus(spot.index)}
+        onBlur=${() => onLoupe(false)}
+      />`,
+  );
 }
 
 /** The scene with a point, or the figure, moved by one step of a key. */
@@ -197,7 +202,7 @@ function Handle({ spot, unit, active, onKeyDown, onFocus, onBlur }) {
       aria-label=${spot.name}
       aria-valuemin="0"
       aria-valuemax="100"
-      aria-valuenow=${Math.min(100, Math.max(0, spot.now))}
+      aria-valuenow=${clamp(spot.now, 0, 100)}
       aria-valuetext=${spot.words}
       data-spot=${spot.index}
       onKeyDown=${onKeyDown}

@@ -1,7 +1,12 @@
-/** What the page says about states, times and events: pure functions from numbers to words. */
+/** What the page says in more than one place, and numbers in words. */
+import { BED } from "./facts.js";
 
-/** The program's two events, in the order in which the page shows them. */
-export const EVENT_NAMES = ["Fall Detected", "Patient Out of Bed"];
+export const NO_ANSWER = "The camera does not answer.";
+export const NO_PICTURE_YET = "Waiting for the camera's picture.";
+export const ALL_SAVED = "Everything is saved.";
+export const NO_BED_AREA = `No bed area is switched on, so “${BED}” cannot begin.`;
+
+export const onOrOff = (on) => (on ? "on" : "off");
 
 export const capitalised = (text) => text[0].toUpperCase() + text.slice(1);
 

@@ -1,10 +1,11 @@
 /** Setting up on the picture: the beds, the areas to leave out, the floor. */
+import { PLACES } from "../base/facts.js";
+import { Switch } from "../settings/panels.js";
+import { areaWarning } from "../settings/review.js";
+import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 import { FloorHelp, FloorMetres, floorTrouble } from "./floor.js";
-import { areaProblem } from "./geometry.js";
-import { Switch } from "./settings.js";
 import { Stage, pointName, pointWords } from "./stage.js";
 import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, placeFloorInMiddle, stepPoint, switchArea } from "./tools.js";
-import { html, useEffect, useRef, useState } from "./vendor/preact.js";
 
 const NUDGES = [
   { sign: "←", word: "left", across: -1, down: 0 },
@@ -28,17 +29,57 @@ const NUDGES = [
  * @param {boolean} props.canUndo
  * @param {boolean} props.canRedo
  */
-export function Setup({ size, mirrored, streamSize, link, live, draft, onDraft, onUndo, onRedo, canUndo, canRedo }) {
+export function Setup(props) {
+  const { size, mirrored, draft } = props;
+  const [preview, setPreview] = useState(null);
+  const [loupe, setLoupe] = useState(false);
+  const [said, say] = useSaid();
+  const editing = useEditing(props, say);
+  const { tool, point, figure, choose } = editing;
+  const scene = preview ?? { settings: draft, figure };
+  const undoing = useUndo(props, preview !== null, say);
+  const subject = { settings: scene.settings, size, mirrored };
+  const list = { subject, tool, onTool: choose, onSwitch: editing.switchOn };
+  const pad = html`<${Pad}
+    tool=${tool}
+    point=${point}
+    onPoint=${editing.setPoint}
+    onNudge=${editing.nudge}
+    onLoupe=${setLoupe}
+  />`;
+  return html`
+    <div class=${`editor ${size.width > size.height ? "editor-landscape" : ""}`}>
+      <h2 class="hidden">On the picture</h2>
+      <div class="editor-picture">
+        <${Stage}
+          ...${props}
+          ...${{ tool, scene, loupe, point }}
+          onPoint=${editing.setPoint}
+          onLoupe=${setLoupe}
+          onTool=${choose}
+          onPreview=${setPreview}
+          onCommit=${editing.commit}
+        />
+        <${Bar} ...${undoing} tool=${tool} subject=${subject} />
+      </div>
+      <${List} list=${list} pad=${pad} draft=${draft} onDraft=${props.onDraft} />
+      <p class="hidden" role="status">${said}</p>
+    </div>
+  `;
+}
+
+/** Words for those who cannot see what an edit did: [said, say]. */
+function useSaid() {
+  const [said, setSaid] = useState("");
+  // The same words twice are told twice only when the text differs.
+  return [said, (text) => setSaid((old) => (old === text ? `${text}\u00a0` : text))];
+}
+
+/** What is chosen and where the figure stands, and the edits of both; these go to the draft and are said. */
+function useEditing({ size, mirrored, draft, onDraft }, say) {
   const [tool, setTool] = useState(() => TOOLS[0]);
   const [point, setPoint] = useState(0);
-  const [loupe, setLoupe] = useState(false);
   const [figure, setFigure] = useState(null);
-  const [preview, setPreview] = useState(null);
-  const [said, setSaid] = useState("");
-  const scene = preview ?? { settings: draft, figure };
-
-  // The same words twice are told twice only when the text differs.
-  const say = (text) => setSaid((old) => (old === text ? `${text}\u00a0` : text));
   const choose = (next) => {
     setTool(next);
     setPoint(0);
@@ -50,18 +91,6 @@ export function Setup({ size, mirrored, streamSize, link, live, draft, onDraft, 
     if (index === null) say(`${tool.name} moved`);
     else say(`${pointName(tool, index)}: ${pointWords(next.settings, tool, index, size, mirrored)}`);
   };
-  const undo = () => {
-    if (!canUndo || preview) return;
-    onUndo();
-    say("Undone");
-  };
-  const redo = () => {
-    if (!canRedo || preview) return;
-    onRedo();
-    say("Done again");
-  };
-  useUndoKeys(undo, redo);
-
   const switchOn = (which, on) => {
     choose(which);
     onDraft(switchArea(draft, which, on, size));
@@ -71,51 +100,49 @@ export function Setup({ size, mirrored, streamSize, link, live, draft, onDraft, 
     const settings = stepPoint(draft, tool, point, mirrored ? -across : across, down, size);
     commit({ settings, figure }, point, `${pointName(tool, point)} by keys`);
   };
-  const subject = { settings: scene.settings, size, mirrored };
-  const list = { subject, tool, onTool: choose, onSwitch: switchOn };
-  const pad = html`<${Pad} tool=${tool} point=${point} onPoint=${setPoint} onNudge=${nudge} onLoupe=${setLoupe} />`;
-  return html`
-    <div class=${`editor ${size.width > size.height ? "editor-landscape" : ""}`}>
-      <h2 class="hidden">On the picture</h2>
-      <div class="editor-picture">
-        <${Stage}
-          tool=${tool}
-          scene=${scene}
-          size=${size}
-          mirrored=${mirrored}
-          streamSize=${streamSize}
-          link=${link}
-          live=${live}
-          loupe=${loupe}
-          point=${point}
-          onPoint=${setPoint}
-          onLoupe=${setLoupe}
-          onTool=${choose}
-          onPreview=${setPreview}
-          onCommit=${commit}
-        />
-        <div class="editor-bar">
-          <button type="button" class="quiet" disabled=${!canUndo} onClick=${undo} title="Ctrl+Z">
-            <span aria-hidden="true">↶</span>Undo
-          </button>
-          <button type="button" class="quiet" disabled=${!canRedo} onClick=${redo} title="Ctrl+Shift+Z">
-            <span aria-hidden="true">↷</span>Redo
-          </button>
-          <${Hint} tool=${tool} subject=${subject} />
-        </div>
-      </div>
-      <div class="editor-list">
-        <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad}>
-          Draw the bed a tenth larger than it is. Keep the way between camera and bed free.
-        <//>
-        <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
-          People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
-        <//>
-        <${Floor} ...${list} draft=${draft} onDraft=${onDraft} pad=${pad} />
-      </div>
-      <p class="hidden" role="status">${said}</p>
-    </div>
-  `;
+  return { tool, point, figure, choose, setPoint, commit, switchOn, nudge };
+}
+
+/** Undo and redo, by button and by keys, while nothing is dragged: {undo, redo, canUndo, canRedo}. */
+function useUndo({ onUndo, onRedo, canUndo, canRedo }, dragging, say) {
+  const undo = () => {
+    if (!canUndo || dragging) return;
+    onUndo();
+    say("Undone");
+  };
+  const redo = () => {
+    if (!canRedo || dragging) return;
+    onRedo();
+    say("Done again");
+  };
+  useUndoKeys(undo, redo);
+  return { undo, redo, canUndo, canRedo };
+}
+
+/** Under the picture. */
+function Bar({ undo, redo, canUndo, canRedo, tool, subject }) {
+  return html`<div class="editor-bar">
+    <button type="button" class="quiet" disabled=${!canUndo} onClick=${undo} title="Ctrl+Z">
+      <span aria-hidden="true">↶</span>Undo
+    </button>
+    <button type="button" class="quiet" disabled=${!canRedo} onClick=${redo} title="Ctrl+Shift+Z">
+      <span aria-hidden="true">↷</span>Redo
+    </button>
+    <${Hint} tool=${tool} subject=${subject} />
+  </div>`;
+}
+
+/** Beside the picture. */
+function List({ list, pad, draft, onDraft }) {
+  return html`<div class="editor-list">
+    <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad}>
+      Draw the bed a tenth larger than it is. Keep the way between camera and bed free.
+    <//>
+    <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
+      People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
+    <//>
+    <${Floor} ...${list} draft=${draft} onDraft=${onDraft} pad=${pad} />
+  </div>`;
 }
 
 /** Ctrl+Z, Ctrl+Shift+Z and Ctrl+Y, also with Command; a text field keeps its own undo. */
@@ -151,9 +178,8 @@ function Choose({ tool, chosen, onTool, children }) {
 /** What is wrong with a tool's points as {refused, warned}: texts; the subject is {settings, size, mirrored}. */
 function troubleOf(tool, { settings, size, mirrored }) {
   if (tool === FLOOR) return floorTrouble(settings, size, mirrored);
-  const area = areaOf(settings, tool);
-  const problem = area.on ? areaProblem(area, size) : null;
-  return { refused: [], warned: problem ? [`${tool.name} will not work: ${problem}`] : [] };
+  const warning = areaWarning(settings, tool.group, tool.index, size);
+  return { refused: [], warned: warning ? [warning] : [] };
 }
 
 const problemTexts = ({ refused, warned }) => [
@@ -181,8 +207,8 @@ function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad })
   const { settings } = subject;
   const tools = TOOLS.filter((entry) => entry.group === group);
   const chosen = tools.includes(tool) ? tool : null;
-  return html`<section class="panel editor-group" aria-labelledby=${`editor-${group}`}>
-    <h3 id=${`editor-${group}`}>${title}</h3>
+  return html`<section class="panel editor-group" aria-labelledby=${PLACES[group].id}>
+    <h3 id=${PLACES[group].id}>${title}</h3>
     <p class="small">${children}</p>
     <ul class="editor-rows">
       ${tools.map(
@@ -214,8 +240,8 @@ function Floor({ subject, tool, onTool, draft, onDraft, pad }) {
     onTool(FLOOR);
     onDraft(placeFloorInMiddle(draft, subject.size));
   };
-  return html`<section class="panel editor-group" aria-labelledby="editor-floor">
-    <h3 id="editor-floor">Floor</h3>
+  return html`<section class="panel editor-group" aria-labelledby=${PLACES.floor.id}>
+    <h3 id=${PLACES.floor.id}>Floor</h3>
     <${FloorHelp} mirrored=${subject.mirrored} />
     <div class="editor-rows"><${Choose} tool=${FLOOR} chosen=${tool === FLOOR} onTool=${onTool} /></div>
     <${FloorMetres} settings=${draft} onChange=${set} />
@@ -261,20 +287,24 @@ function Pad({ tool, point, onPoint, onNudge, onLoupe }) {
         )}
       </div>
     </fieldset>
-    <div class="editor-nudges" role="group" aria-label=${`Move the ${noun.toLowerCase()}`}>
-      ${NUDGES.map(
-        (nudge) =>
-          html`<button
-            key=${nudge.word}
-            type="button"
-            class="quiet"
-            disabled=${current === null}
-            aria-label=${`Move ${nudge.word}`}
-            onClick=${() => onNudge(nudge)}
-          >
-            ${nudge.sign}
-          </button>`,
-      )}
-    </div>
+    <${Nudges} noun=${noun} disabled=${current === null} onNudge=${onNudge} />
+  </div>`;
+}
+
+function Nudges({ noun, disabled, onNudge }) {
+  return html`<div class="editor-nudges" role="group" aria-label=${`Move the ${noun.toLowerCase()}`}>
+    ${NUDGES.map(
+      (nudge) =>
+        html`<button
+          key=${nudge.word}
+          type="button"
+          class="quiet"
+          disabled=${disabled}
+          aria-label=${`Move ${nudge.word}`}
+          onClick=${() => onNudge(nudge)}
+        >
+          ${nudge.sign}
+        </button>`,
+    )}
   </div>`;
 }

@@ -1,22 +1,23 @@
 /** Two people's settings made into one: what each has changed since both began with the same. */
-import { expectedReadBack } from "./wire.js";
+import { COLOURS, SETTING_NAMES, areaName } from "../base/facts.js";
+import { onOrOff } from "../base/words.js";
+import { SIDES, SINGLES, expectedReadBack, inWords } from "../program/wire.js";
 
-const COLOURS = ["red", "green", "blue", "yellow"];
-const onOrOff = (on) => (on ? "on" : "off");
 const pairs = (points, unit) => points.map(({ x, y }) => `${x}${unit}, ${y}${unit}`).join("; ");
+const colouredPairs = (points) => points.map(({ x, y }, index) => `${COLOURS[index]} ${x}, ${y}`).join("; ");
 
-const plain = (name, key, words = String) => ({
-  name,
+const plain = (key, words = inWords) => ({
+  name: SETTING_NAMES[key],
   words: (settings) => words(settings[key]),
   taken: (into, from) => ({ ...into, [key]: from[key] }),
 });
 
 /** One area's switch or its outline; corners of two people would make a third outline, so these go as one. */
-function areaFields(group, kind) {
+function areaFields(group) {
   return [0, 1, 2].flatMap((index) =>
     [
-      ["on", `${kind} area ${index + 1}`, onOrOff],
-      ["corners", `${kind} area ${index + 1}, outline`, (corners) => pairs(corners, " %")],
+      ["on", areaName(group, index), onOrOff],
+      ["corners", `${areaName(group, index)}, outline`, (corners) => pairs(corners, " %")],
     ].map(([key, name, words]) => ({
       name,
       words: (settings) => words(settings[group][index][key]),
@@ -30,26 +31,18 @@ function areaFields(group, kind) {
 
 /** What can be taken from one or the other: its name, its value in words, and settings with another's value. */
 const FIELDS = [
-  plain("Score that a person must reach", "sensitivity"),
-  plain("Patient Out of Bed", "outOfBed", onOrOff),
-  plain("Fall Detected", "falls", onOrOff),
-  plain("Calibration stakes", "stakes", onOrOff),
-  plain("Overlay stream", "overlayOn", onOrOff),
-  plain("Size of the overlay stream", "overlaySize"),
-  plain("Anonymised stream", "anonymisedOn", onOrOff),
-  plain("Size of the anonymised stream", "anonymisedSize"),
-  ...areaFields("beds", "Bed"),
-  ...areaFields("exclusions", "Exclusion"),
-  plain("Floor points", "floor", (floor) => floor.map(({ x, y }, index) => `${COLOURS[index]} ${x}, ${y}`).join("; ")),
-  plain("Width of the floor rectangle", "widthM"),
-  plain("Depth of the floor rectangle", "depthM"),
+  ...SINGLES.map((key) => plain(key)),
+  ...areaFields("beds"),
+  ...areaFields("exclusions"),
+  plain("floor", colouredPairs),
+  ...SIDES.map((key) => plain(key)),
 ];
 
 /**
  * What others have changed since the draft began.
- * @param {import("./wire.js").Settings} base what both began with
- * @param {import("./wire.js").Settings} mine
- * @param {import("./wire.js").Settings} theirs
+ * @param {import("../program/wire.js").Settings} base what both began with
+ * @param {import("../program/wire.js").Settings} mine
+ * @param {import("../program/wire.js").Settings} theirs
  * @returns {{name: string, base: string, mine: string, theirs: string, both: boolean}[]} both: changed here as well, and
  *   otherwise
  */
@@ -63,7 +56,7 @@ export function changedByOthers(base, mine, theirs, size) {
 /**
  * Theirs with what was changed here; where both changed something, mine only for the names in `keepMine`.
  * @param {Set<string>} keepMine
- * @returns {import("./wire.js").Settings}
+ * @returns {import("../program/wire.js").Settings}
  */
 export function merged(base, mine, theirs, size, keepMine) {
   const [was, here, there] = [base, mine, theirs].map((settings) => expectedReadBack(settings, size));

@@ -1,6 +1,6 @@
 /** The bar at the window's lower edge: unsaved changes, Save, what became of the last save, and what others changed. */
-import { html, useRef, useState } from "./vendor/preact.js";
-import { clockTime } from "./words.js";
+import { ALL_SAVED, clockTime } from "../base/words.js";
+import { html, useRef, useState } from "../vendor/preact.js";
 
 function Texts({ texts }) {
   return html`<ul>
@@ -149,7 +149,7 @@ const isPlainlySaved = (outcome) => outcome?.kind === "saved" && !outcome.warnin
 function State({ draft: { outcome, dirty, busy } }) {
   if (busy) return "Saving …";
   if (dirty) return "Changes are not saved yet.";
-  if (!isPlainlySaved(outcome)) return "Everything is saved.";
+  if (!isPlainlySaved(outcome)) return ALL_SAVED;
   const words = `Saved and read back at ${clockTime(outcome.at)}.`;
   return html`<span class="tone-ok"><span class="sign" aria-hidden="true">✓</span></span> ${words}`;
 }

@@ -1,4 +1,4 @@
-import { html, useEffect, useRef } from "./vendor/preact.js";
+import { html, useEffect, useRef } from "../vendor/preact.js";
 
 /** Sides of the square loupe in CSS pixels; in between it takes a share of the picture's width. */
 const SMALLEST = 92;
@@ -24,7 +24,7 @@ export const loupeSpan = (side, unit) => side / (MAGNIFICATION * Math.max(1, 1 /
  * The live picture around a point, much larger, with a cross hair whose centre is the point.
  *
  * @param {object} props
- * @param {import("./picture.js").View} props.view
+ * @param {import("../picture/picture.js").View} props.view
  * @param {{x: number, y: number}} props.at the point in the stream's pixels
  * @param {string} props.name which point, as shown under the loupe
  */

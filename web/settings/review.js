@@ -1,8 +1,8 @@
 /** What the page looks at before it sends settings, since the program takes everything. */
-import { areaProblem, floorProblem, floorWarning } from "./geometry.js";
-
-/** Size of the stream on which the program always draws; it cannot be anonymised. */
-export const APPLICATION_SIZE = "800x450";
+import { APPLICATION_SIZE, areaName } from "../base/facts.js";
+import { NO_BED_AREA } from "../base/words.js";
+import { floorProblem, floorWarning } from "../geometry/calibration.js";
+import { areaProblem } from "../geometry/plane.js";
 
 const METRES = { min: 0.1, max: 100 };
 
@@ -46,16 +46,16 @@ function streamWarnings(settings) {
   ];
 }
 
-function areaWarnings(areas, what, size) {
-  return areas.map((area, index) => {
-    const problem = area.on ? areaProblem(area, size) : null;
-    return problem && `${what} ${index + 1} will not work: ${problem}`;
-  });
+/** Why an area that is switched on will not work, or null. */
+export function areaWarning(settings, group, index, size) {
+  const area = settings[group][index];
+  const problem = area.on ? areaProblem(area, size) : null;
+  return problem && `${areaName(group, index)} will not work: ${problem}`;
 }
 
 function detectionWarnings({ outOfBed, beds }) {
   if (!outOfBed || beds.some((bed) => bed.on)) return [];
-  return ["No bed area is switched on, so “Patient Out of Bed” cannot begin."];
+  return [NO_BED_AREA];
 }
 
 /**
@@ -72,8 +72,9 @@ export function reviewSettings(settings, size) {
   const floorRefusal = refusals.length ? null : floorProblem(floor, widthM, depthM);
   if (floorRefusal) refusals.push(floorRefusal);
   const warnings = [
-    ...areaWarnings(settings.beds, "Bed area", size),
-    ...areaWarnings(settings.exclusions, "Exclusion area", size),
+    ...["beds", "exclusions"].flatMap((group) =>
+      settings[group].map((_, index) => areaWarning(settings, group, index, size)),
+    ),
     ...detectionWarnings(settings),
     refusals.length ? null : floorWarning(floor, widthM, depthM, size),
     ...streamWarnings(settings),

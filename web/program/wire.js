@@ -3,6 +3,9 @@
  * percent, floor points as fractions, both cut towards zero in each direction.
  */
 
+import { COLOURS, SETTING_NAMES, areaName, sizeOf } from "../base/facts.js";
+import { onOrOff } from "../base/words.js";
+
 /**
  * @typedef {{width: number, height: number}} Size the analysis picture in pixels
  * @typedef {{x: number, y: number}} Point
@@ -25,12 +28,10 @@
  * @property {string[]} problems what was read and cannot be right
  */
 
-const COLOURS = ["red", "green", "blue", "yellow"];
-const COLOUR_KEYS = ["R", "G", "B", "Y"];
+const COLOUR_KEYS = COLOURS.map((colour) => colour[0].toUpperCase());
 const AXES = ["x", "y"];
 const THREE = [0, 1, 2];
 const FOUR = [0, 1, 2, 3];
-const SIZE = /^[1-9]\d{0,4}x[1-9]\d{0,4}$/;
 
 const lengthOf = (size, axis) => (axis === "x" ? size.width : size.height);
 // + 0 turns -0 into 0.
@@ -137,7 +138,7 @@ function readFloor(own, size) {
 }
 
 function sizeProblem(text, what) {
-  if (SIZE.test(text)) return null;
+  if (sizeOf(text)) return null;
   const shown = text.length > 40 ? `${text.slice(0, 40)}…` : text;
   return `The size stored for the ${what} is “${shown}”, which is no size such as 1280x720. Choose one.`;
 }
@@ -162,9 +163,7 @@ export function parseSettings(text, size) {
     anonymisedOn: readFlag(own, "AnonOverlaysOn"),
     overlaySize,
     anonymisedSize,
-    sizes: between(own, "<CamsResAsCsv>", "</CamsResAsCsv>")
-      .split(",")
-      .filter((entry) => SIZE.test(entry)),
+    sizes: between(own, "<CamsResAsCsv>", "</CamsResAsCsv>").split(",").filter(sizeOf),
     beds: areas("Detection"),
     exclusions: areas("Exclusion"),
     floor: readFloor(own, size),
@@ -241,33 +240,41 @@ export function expectedReadBack(settings, size) {
   };
 }
 
-const onOrOff = (on) => (on ? "on" : "off");
+/** Settings of one value, as they are told before and after the areas and the floor points. */
+export const SINGLES = [
+  "sensitivity",
+  "outOfBed",
+  "falls",
+  "stakes",
+  "overlayOn",
+  "overlaySize",
+  "anonymisedOn",
+  "anonymisedSize",
+];
+export const SIDES = ["widthM", "depthM"];
+
+/** A setting of one value in words. */
+export const inWords = (value) => (typeof value === "boolean" ? onOrOff(value) : value);
+
 const percentPair = ({ x, y }) => `${x} %, ${y} %`;
 const pixelPair = ({ x, y }) => `${x}, ${y}`;
 
-function areaEntries(areas, name) {
-  return areas.flatMap(({ on, corners }, area) => [
-    [`${name} ${area + 1}`, onOrOff(on)],
-    ...corners.map((corner, index) => [`${name} ${area + 1}, corner ${index + 1}`, percentPair(corner)]),
+function areaEntries(settings, group) {
+  return settings[group].flatMap(({ on, corners }, area) => [
+    [areaName(group, area), onOrOff(on)],
+    ...corners.map((corner, index) => [`${areaName(group, area)}, corner ${index + 1}`, percentPair(corner)]),
   ]);
 }
 
 /** Every setting as a name and a text. */
 function entries(settings) {
+  const single = (key) => [SETTING_NAMES[key], inWords(settings[key])];
   return [
-    ["Score that a person must reach", settings.sensitivity],
-    ["Patient Out of Bed", onOrOff(settings.outOfBed)],
-    ["Fall Detected", onOrOff(settings.falls)],
-    ["Calibration stakes", onOrOff(settings.stakes)],
-    ["Overlay stream", onOrOff(settings.overlayOn)],
-    ["Size of the overlay stream", settings.overlaySize],
-    ["Anonymised stream", onOrOff(settings.anonymisedOn)],
-    ["Size of the anonymised stream", settings.anonymisedSize],
-    ...areaEntries(settings.beds, "Bed area"),
-    ...areaEntries(settings.exclusions, "Exclusion area"),
+    ...SINGLES.map(single),
+    ...areaEntries(settings, "beds"),
+    ...areaEntries(settings, "exclusions"),
     ...settings.floor.map((point, index) => [`Floor point ${COLOURS[index]}`, pixelPair(point)]),
-    ["Width of the floor rectangle", settings.widthM],
-    ["Depth of the floor rectangle", settings.depthM],
+    ...SIDES.map(single),
   ];
 }
 

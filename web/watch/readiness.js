@@ -2,28 +2,18 @@
  * Whether somebody is being watched: one pure function from everything that is known to the state that the page shows.
  * Green needs every condition to be true; whatever is wrong, or not known, has a text and a place that mends it.
  */
-import { areaProblem, floorPlacementProblem, floorProblem, floorWarning } from "./geometry.js";
-import { FRESH_MS } from "./hub/feed.js";
-import { decimal } from "./review.js";
-import { contains } from "./tools.js";
-import { EVENT_NAMES, clockTime, durationInWords } from "./words.js";
+import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, VIEW, areaName } from "../base/facts.js";
+import { NO_BED_AREA, clockTime, durationInWords } from "../base/words.js";
+import { floorPlacementProblem, floorProblem, floorWarning } from "../geometry/calibration.js";
+import { areaProblem, contains } from "../geometry/plane.js";
+import { decimal } from "../settings/review.js";
 
 /** A camera without heartbeats is heard of by its status only, which may take a cycle and a time limit to answer. */
 const STATUS_FRESH_MS = 6500;
 /** How long first answers are awaited; an open feed without a heartbeat then is one of an older camera. */
 const FIRST_ANSWERS_MS = 5000;
 
-const [FALL, BED] = EVENT_NAMES;
 const ALARMS = { [FALL]: "Fall detected", [BED]: "Patient out of bed" };
-
-/** Where in Set up something is mended: a heading's id, and its name. */
-const PLACES = {
-  events: { id: "detections-heading", name: "events" },
-  sensitivity: { id: "sensitivity-heading", name: "finding people" },
-  beds: { id: "editor-beds", name: "bed areas" },
-  exclusions: { id: "editor-exclusions", name: "exclusion areas" },
-  floor: { id: "editor-floor", name: "floor" },
-};
 
 /** Floor points of the package, in pixels: nobody has placed these. */
 export const PACKAGE_FLOOR = [
@@ -54,7 +44,7 @@ const THIRD = 1 / 3;
  * @property {string[]} stops names of the events that cannot begin because of it
  */
 function gap(text, place = null, stops = []) {
-  const link = place && { href: `#setup/${PLACES[place].id}`, text: `Set up: ${PLACES[place].name}` };
+  const link = place && { href: `${VIEW.setup}/${PLACES[place].id}`, text: `Set up: ${PLACES[place].name}` };
   return { text, link, stops };
 }
 
@@ -93,8 +83,8 @@ function coveredBedGaps({ beds }, exclusions) {
 }
 
 function bedGaps({ beds, outOfBed }, size) {
-  const active = beds.map((bed, index) => ({ bed, name: `Bed area ${index + 1}` })).filter(({ bed }) => bed.on);
-  if (outOfBed && !active.length) return [gap(`No bed area is switched on, so “${BED}” cannot begin.`, "beds", [BED])];
+  const active = beds.map((bed, index) => ({ bed, name: areaName("beds", index) })).filter(({ bed }) => bed.on);
+  if (outOfBed && !active.length) return [gap(NO_BED_AREA, "beds", [BED])];
   const bad = active
     .map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }))
     .filter(({ problem }) => problem);
@@ -114,7 +104,7 @@ function bedGaps({ beds, outOfBed }, size) {
 /** Who falls in an exclusion area is not seen, so it must not lie over the floor on which somebody may fall. */
 function exclusionGaps(exclusions, floor, size) {
   const broken = exclusions
-    .map((area, index) => ({ problem: areaProblem(area, size), name: `Exclusion area ${index + 1}` }))
+    .map((area, index) => ({ problem: areaProblem(area, size), name: areaName("exclusions", index) }))
     .filter(({ problem }) => problem)
     .map(({ name, problem }) => gap(`${name} does not work: ${problem}`, "exclusions"));
   const share = shareCovered(GRID, exclusions);
@@ -163,8 +153,8 @@ function floorGaps({ falls, floor, widthM, depthM }, size) {
 
 /**
  * What keeps these settings from raising both events.
- * @param {?import("./wire.js").Settings} settings null: not known
- * @param {import("./wire.js").Size} size
+ * @param {?import("../program/wire.js").Settings} settings null: not known
+ * @param {import("../program/wire.js").Size} size
  * @returns {Gap[]}
  */
 export function settingsGaps(settings, size) {
@@ -182,11 +172,11 @@ export function settingsGaps(settings, size) {
 // ---- The program
 
 function codeGaps({ code, text }) {
-  if (code === 200 || code === 502 || code === 503) return [];
-  if (code === 600) return [gap("Slow: pictures take longer than they should, events may come late.")];
-  if (code === 400) return [gap("Settings were refused in part (data error).")];
-  if (code === 100) return [gap("The program is starting.", null, EVENT_NAMES)];
-  if (code === 300) return [gap("The program has stopped.", null, EVENT_NAMES)];
+  if ([CODE.watching, CODE.outOfBed, CODE.fall].includes(code)) return [];
+  if (code === CODE.slow) return [gap("Slow: pictures take longer than they should, events may come late.")];
+  if (code === CODE.dataError) return [gap("Settings were refused in part (data error).")];
+  if (code === CODE.starting) return [gap("The program is starting.", null, EVENT_NAMES)];
+  if (code === CODE.stopped) return [gap("The program has stopped.", null, EVENT_NAMES)];
   return [gap(`The program reports “${text || "an error"}” (${code}).`, null, EVENT_NAMES)];
 }
 
@@ -197,7 +187,7 @@ function statusGaps({ status, statusAge }) {
 }
 
 /** Troubles by which nobody is watched at all; others, known or not, leave something to be watched. */
-const BLIND = ["camera-away", "analysis-stands-still"];
+const BLIND = [TROUBLE.cameraAway, TROUBLE.standsStill];
 
 function heartbeatGaps({ heartbeat, beatAge }) {
   if (!Array.isArray(heartbeat.wrong)) return [gap("The camera does not tell what is wrong.")];
@@ -207,10 +197,10 @@ function heartbeatGaps({ heartbeat, beatAge }) {
   );
   const [cycle, picture] = [heartbeat.cycle_age_ms, heartbeat.picture_age_ms].map((age) => age + beatAge);
   if (!heartbeat.cycle) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));
-  else if (!(cycle <= FRESH_MS) && !has("analysis-stands-still")) {
+  else if (!(cycle <= FRESH_MS) && !has(TROUBLE.standsStill)) {
     gaps.push(gap(`No picture has been analysed for ${durationInWords(cycle)}.`, null, EVENT_NAMES));
   } else if (!(picture <= FRESH_MS)) gaps.push(gap(`The picture analysed last is ${durationInWords(picture)} old.`));
-  if (heartbeat.ticks_left_out_last_minute > 0 && !has("ticks-left-out")) {
+  if (heartbeat.ticks_left_out_last_minute > 0 && !has(TROUBLE.ticksLeftOut)) {
     gaps.push(gap(`${heartbeat.ticks_left_out_last_minute} pictures of the last minute were left out.`));
   }
   return gaps;
@@ -321,8 +311,8 @@ function kindOf({ active, silent, connecting, missing }) {
  * @param {object} facts
  * @param {?object} facts.news of the hub, with ages as of now; null before the first
  * @param {?object} [facts.past] of the hub: the history of changes
- * @param {?import("./wire.js").Settings} facts.settings as the program holds them; null: not known
- * @param {import("./wire.js").Size} facts.size
+ * @param {?import("../program/wire.js").Settings} facts.settings as the program holds them; null: not known
+ * @param {import("../program/wire.js").Size} facts.size
  * @param {number} [facts.now] milliseconds since 1970 by the camera's clock
  * @returns {{kind: "alarm"|"silent"|"connecting"|"not-watching"|"partly"|"watching", tone: string, sign: string,
  *   title: string, program: string, missing: Gap[], silentSince: ?number, silentWords: string}} an active

@@ -3,8 +3,10 @@
  * floor points in its whole pixels. A scene is {settings, figure}; figure is where the upright figure stands, in metres
  * from the red floor point, or null for the rectangle's middle. Scenes are never changed, edits make new ones.
  */
-
-import { nearestPercent, steppedPercent } from "./wire.js";
+import { AREA_KINDS, COLOURS, SETTING_NAMES, areaName } from "../base/facts.js";
+import { capitalised } from "../base/words.js";
+import { clamp } from "../geometry/plane.js";
+import { nearestPercent, steppedPercent } from "../program/wire.js";
 
 /**
  * @typedef {object} Tool
@@ -15,23 +17,23 @@ import { nearestPercent, steppedPercent } from "./wire.js";
  * @property {number} index which one of its group
  */
 
-const areaTools = (group, kind) =>
+const areaTools = (group) =>
   [0, 1, 2].map((index) => ({
     id: `${group}${index + 1}`,
-    name: `${kind} area ${index + 1}`,
-    short: `${kind} ${index + 1}`,
+    name: areaName(group, index),
+    short: `${AREA_KINDS[group]} ${index + 1}`,
     group,
     index,
   }));
 
 /** The floor points have one tool, since they mean something together only. */
-export const FLOOR = { id: "floor", name: "Floor points", short: "Floor", group: "floor", index: 0 };
+export const FLOOR = { id: "floor", name: SETTING_NAMES.floor, short: "Floor", group: "floor", index: 0 };
 
 /** Three bed areas, three exclusion areas, the floor points. @type {Tool[]} */
-export const TOOLS = [...areaTools("beds", "Bed"), ...areaTools("exclusions", "Exclusion"), FLOOR];
+export const TOOLS = [...areaTools("beds"), ...areaTools("exclusions"), FLOOR];
 
-/** Names of the floor points, clockwise from the far left one as the analysis picture shows them. */
-export const FLOOR_NAMES = ["Red", "Green", "Blue", "Yellow"];
+/** Names of the floor points, "Red" first. */
+export const FLOOR_NAMES = COLOURS.map(capitalised);
 
 /** Stands for the figure where the index of a point is expected. */
 export const FIGURE = 4;
@@ -44,7 +46,6 @@ const FIRST_CORNERS = [
   { x: 160, y: 480 },
 ];
 
-const clamp = (value, low, high) => Math.min(high, Math.max(low, value));
 const same = (a, b) => a.x === b.x && a.y === b.y;
 const replaced = (list, index, value) => list.map((old, at) => (at === index ? value : old));
 
@@ -148,36 +149,4 @@ function middleRectangle({ index }) {
 export function placeFloorInMiddle(settings, size) {
   const at = (x, y) => ({ x: Math.round(x * size.width), y: Math.round(y * size.height) });
   return { ...settings, floor: [at(0.4, 0.55), at(0.6, 0.55), at(0.66, 0.8), at(0.34, 0.8)] };
-}
-
-/** The entry of `points` nearest to `point` and at most `reach` away, or -1. */
-export function nearest(points, point, reach) {
-  let best = -1;
-  let distance = reach;
-  points.forEach(({ x, y }, index) => {
-    const away = Math.hypot(x - point.x, y - point.y);
-    if (away > distance || (away === distance && best >= 0)) return;
-    best = index;
-    distance = away;
-  });
-  return best;
-}
-
-/** True when a polygon holds a point: a line from it to the right crosses the edges an odd number of times. */
-export function contains(polygon, { x, y }) {
-  let inside = false;
-  polygon.forEach((a, index) => {
-    const b = polygon[(index + 1) % polygon.length];
-    if (a.y > y !== b.y > y && x < a.x + ((b.x - a.x) * (y - a.y)) / (b.y - a.y)) inside = !inside;
-  });
-  return inside;
-}
-
-/** Distance of a point to the segment from a to b. */
-export function distanceToSegment(point, a, b) {
-  const along = { x: b.x - a.x, y: b.y - a.y };
-  const squared = along.x ** 2 + along.y ** 2;
-  const share = squared ? ((point.x - a.x) * along.x + (point.y - a.y) * along.y) / squared : 0;
-  const t = clamp(share, 0, 1);
-  return Math.hypot(point.x - a.x - t * along.x, point.y - a.y - t * along.y);
 }

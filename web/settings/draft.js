@@ -1,12 +1,10 @@
 /** The settings being edited beside those that the program holds: load, edit, save, merge, discard. */
-import { saveAndCheck } from "./api.js";
+import { LANDSCAPE, PORTRAIT } from "../base/facts.js";
+import { saveAndCheck } from "../program/api.js";
+import { differences, encodeSettings, parseSettings } from "../program/wire.js";
 import { createHistory } from "./history.js";
 import { changedByOthers, merged } from "./merge.js";
 import { reviewSettings } from "./review.js";
-import { differences, encodeSettings, parseSettings } from "./wire.js";
-
-const LANDSCAPE = { width: 1280, height: 720 };
-const PORTRAIT = { width: 720, height: 1280 };
 
 const sent = (settings, size) => encodeSettings(settings, size).toString();
 

@@ -1,52 +1,54 @@
 /** The guide for the first visit: a few steps beside the page, which stays usable; skipped and found again. */
-import { recall, remember } from "./memory.js";
-import { html, useEffect, useRef } from "./vendor/preact.js";
+import { BED, FALL, PLACES, VIEW, areaName } from "../base/facts.js";
+import { recall, remember } from "../base/memory.js";
+import { ALL_SAVED, NO_PICTURE_YET } from "../base/words.js";
+import { html, useEffect, useRef } from "../vendor/preact.js";
 
 /** True until the guide was finished or skipped in this browser. */
 export const guideIsNew = () => recall("guide") !== "done";
 
 /** Whether something is missing that is mended at this place of Set up. */
-const leadsTo = (gaps, place) => gaps.some(({ link }) => link?.href.endsWith(place));
+const leadsTo = (gaps, { id }) => gaps.some(({ link }) => link?.href.endsWith(id));
 
 const STEPS = [
   {
-    view: "#watch",
+    view: VIEW.watch,
     title: "See the picture",
     texts: [
       "This is the room, live, with what the program finds drawn into it. Turn the camera until the bed and the floor around it are in view.",
       "Keep the way between camera and bed free: what hides a person hides a fall as well.",
     ],
     done: ({ seesPicture }) => seesPicture && "The camera answers.",
-    open: "Waiting for the camera's picture.",
+    open: NO_PICTURE_YET,
   },
   {
-    view: "#setup",
+    view: VIEW.setup,
     title: "Draw the bed",
     texts: [
-      "Switch on “Bed area 1” and drag its four corners onto the bed in the picture.",
+      `Switch on “${areaName("beds", 0)}” and drag its four corners onto the bed in the picture.`,
       "Draw it about a tenth larger than the bed. People are judged by the middle of their shoulders: whoever has it inside is in bed.",
       "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area.",
     ],
-    done: ({ gaps }) => gaps && !leadsTo(gaps, "editor-beds") && "A bed area is switched on.",
+    done: ({ gaps }) => gaps && !leadsTo(gaps, PLACES.beds) && "A bed area is switched on.",
     open: "No bed area is switched on yet.",
   },
   {
-    view: "#setup",
+    view: VIEW.setup,
     title: "Place the floor points",
     texts: [
       "Lay out a rectangle on the floor, or take one that is there, such as tiles or a rug, and measure it in metres.",
       "Put the red, green, blue and yellow points on its corners, going around it clockwise, and enter its width (red to green) and depth (green to blue).",
       "It is right when the grid lies flat on the floor and the figure looks as tall as a person. Then press Save.",
     ],
-    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, "editor-floor") && "Everything is saved.",
+    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, PLACES.floor) && ALL_SAVED,
     open: "The floor is not placed and saved yet.",
   },
   {
-    view: "#watch",
+    view: VIEW.watch,
     title: "Watch an event",
     texts: [
-      "Leave the bed empty: after some seconds “Patient Out of Bed” becomes active, and it ends when somebody is back in it.",
-      "Lie down still on the floor, away from the picture's edge: “Fall Detected” becomes active, until you get up.",
+      `Leave the bed empty: after some seconds “${BED}” becomes active, and it ends when somebody is back in it.`,
+      `Lie down still on the floor, away from the picture's edge: “${FALL}” becomes active, until you get up.`,
     ],
     done: ({ seen }) => seen && `Seen: ${seen}.`,
     open: "No event has been seen yet.",

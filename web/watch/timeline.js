@@ -1,6 +1,7 @@
 /** The last hours as bars: one lane for each event, and the same as a table. */
-import { html, useState } from "./vendor/preact.js";
-import { EVENT_NAMES, capitalised, clockTime, durationInWords } from "./words.js";
+import { EVENT_NAMES } from "../base/facts.js";
+import { capitalised, clockTime, durationInWords } from "../base/words.js";
+import { html, useState } from "../vendor/preact.js";
 
 const HOUR = 3600000;
 const SPANS = [

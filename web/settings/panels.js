@@ -1,6 +1,7 @@
 /** The settings that are not drawn: detections, sensitivity, streams, developer mode. */
-import { html, useState } from "./vendor/preact.js";
-import { APPLICATION_SIZE, anonymisedProblem, decimal } from "./review.js";
+import { APPLICATION_SIZE, SETTING_NAMES as NAMES, PLACES } from "../base/facts.js";
+import { html, useState } from "../vendor/preact.js";
+import { anonymisedProblem, decimal } from "./review.js";
 
 /** A switch with its label and, below it, what it does. */
 export function Switch({ label, hint, checked, onChange }) {
@@ -14,19 +15,19 @@ export function Switch({ label, hint, checked, onChange }) {
 }
 
 function Detections({ settings, set }) {
-  return html`<section class="panel" aria-labelledby="detections-heading">
-    <h3 id="detections-heading">Events</h3>
+  return html`<section class="panel" aria-labelledby=${PLACES.events.id}>
+    <h3 id=${PLACES.events.id}>Events</h3>
     <${Switch}
-      label="Patient Out of Bed"
+      label=${NAMES.outOfBed}
       hint="When a bed area that is switched on has been empty for some seconds."
       checked=${settings.outOfBed}
-      onChange=${(on) => set({ outOfBed: on }, "Patient Out of Bed")}
+      onChange=${(on) => set({ outOfBed: on }, NAMES.outOfBed)}
     />
     <${Switch}
-      label="Fall Detected"
+      label=${NAMES.falls}
       hint="When somebody lies still on the floor, away from the picture's edge."
       checked=${settings.falls}
-      onChange=${(on) => set({ falls: on }, "Fall Detected")}
+      onChange=${(on) => set({ falls: on }, NAMES.falls)}
     />
   </section>`;
 }
@@ -35,17 +36,17 @@ function Sensitivity({ settings, set }) {
   const value = decimal(settings.sensitivity);
   const wrong = value === null || value > 1;
   const change = (event) => set({ sensitivity: event.target.value }, "Sensitivity");
-  return html`<section class="panel" aria-labelledby="sensitivity-heading">
-    <h3 id="sensitivity-heading">Finding people</h3>
+  return html`<section class="panel" aria-labelledby=${PLACES.sensitivity.id}>
+    <h3 id=${PLACES.sensitivity.id}>Finding people</h3>
     <div class="field">
-      <label for="sensitivity">Score that a person must reach</label>
+      <label for="sensitivity">${NAMES.sensitivity}</label>
       <div class="row sensitivity">
         <input
           type="range"
           min="0"
           max="1"
           step="0.01"
-          aria-label="Score that a person must reach, as a slider"
+          aria-label=${`${NAMES.sensitivity}, as a slider`}
           value=${wrong ? 0 : value}
           onInput=${change}
         />
@@ -88,44 +89,36 @@ function SizeChoice({ id, label, value, sizes, onChange }) {
   </div>`;
 }
 
-function Streams({ settings, set }) {
-  const problem = anonymisedProblem(settings);
+/** A stream's switch and its size; `what` begins the names of both settings. */
+function Stream({ what, hint, settings, set }) {
+  const [on, size] = [`${what}On`, `${what}Size`];
+  return html`<div class="pair">
+    <${Switch}
+      label=${NAMES[on]}
+      hint=${hint}
+      checked=${settings[on]}
+      onChange=${(checked) => set({ [on]: checked }, NAMES[on])}
+    />
+    <${SizeChoice}
+      id=${`${what}-size`}
+      label=${NAMES[size]}
+      value=${settings[size]}
+      sizes=${settings.sizes}
+      onChange=${(chosen) => set({ [size]: chosen, problems: [] }, NAMES[size])}
+    />
+  </div>`;
+}
+
+function Streams(props) {
+  const problem = anonymisedProblem(props.settings);
   return html`<section class="panel" aria-labelledby="streams-heading">
     <h3 id="streams-heading">Streams</h3>
     <p class="small">
       The camera offers one stream for each size. The program draws on the one of ${APPLICATION_SIZE} always, and on
       these:
     </p>
-    <div class="pair">
-      <${Switch}
-        label="Overlay stream"
-        hint="People and what they do, drawn into the picture."
-        checked=${settings.overlayOn}
-        onChange=${(on) => set({ overlayOn: on }, "Overlay stream")}
-      />
-      <${SizeChoice}
-        id="overlay-size"
-        label="Size of the overlay stream"
-        value=${settings.overlaySize}
-        sizes=${settings.sizes}
-        onChange=${(size) => set({ overlaySize: size, problems: [] }, "Size of the overlay stream")}
-      />
-    </div>
-    <div class="pair">
-      <${Switch}
-        label="Anonymised stream"
-        hint="People are covered, so that nobody can be recognised."
-        checked=${settings.anonymisedOn}
-        onChange=${(on) => set({ anonymisedOn: on }, "Anonymised stream")}
-      />
-      <${SizeChoice}
-        id="anonymised-size"
-        label="Size of the anonymised stream"
-        value=${settings.anonymisedSize}
-        sizes=${settings.sizes}
-        onChange=${(size) => set({ anonymisedSize: size, problems: [] }, "Size of the anonymised stream")}
-      />
-    </div>
+    <${Stream} ...${props} what="overlay" hint="People and what they do, drawn into the picture." />
+    <${Stream} ...${props} what="anonymised" hint="People are covered, so that nobody can be recognised." />
     ${problem && html`<p class="note"><span aria-hidden="true">! </span>${problem}</p>`}
   </section>`;
 }

@@ -1,14 +1,8 @@
-import { FRESH_MS } from "./hub/feed.js";
-import { html, useEffect, useRef, useState } from "./vendor/preact.js";
-import { clockTime } from "./words.js";
+import { FRESH_MS, LANDSCAPE, REFUSAL, sizeOf } from "../base/facts.js";
+import { NO_PICTURE_YET, clockTime } from "../base/words.js";
+import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 
 const LOOK_MS = 500;
-
-/** "1280x720" as numbers; anything else gives a picture of common proportions until the camera's first arrives. */
-function sizeFromText(text) {
-  const match = /^([1-9]\d{1,4})x([1-9]\d{1,4})$/.exec(text);
-  return match ? { width: Number(match[1]), height: Number(match[2]) } : { width: 1280, height: 720 };
-}
 
 /**
  * Since when a picture that is shown is not live any more, or null: no other one has come, or what was found in it is old.
@@ -26,7 +20,7 @@ export function notLiveSince(arrived, analysed, now) {
  * camera that is turned by a quarter sends "1280x720" as 720 x 1280.
  *
  * @param {object} props
- * @param {import("./hub/link.js").Link} props.link where pictures come from
+ * @param {import("../hub/link.js").Link} props.link where pictures come from
  * @param {string} props.size the stream's resolution, such as "1280x720"
  * @param {boolean} [props.anonymised] whether nobody is to be recognised on it: another picture is then refused
  * @param {string} props.label what the picture shows, for those who cannot see it
@@ -42,11 +36,11 @@ export function notLiveSince(arrived, analysed, now) {
 export function LivePicture({ link, size, anonymised = false, label, live, onLive, children, above }) {
   const image = useRef(null);
   const frame = useRef(null);
-  const [view, setView] = useState(() => sizeFromText(size));
+  const [view, setView] = useState(() => sizeOf(size) ?? LANDSCAPE);
   const { arrived, failed } = usePictures({ link, size, anonymised, image, setView });
   const shownWidth = useWidth(frame);
   const since = notLiveSince(arrived, live.analysedAge, Date.now() + live.offset);
-  const refused = failed?.status === 409;
+  const refused = failed?.status === REFUSAL.notAnonymised;
   const absent = arrived === null || refused;
   useEffect(() => onLive?.(absent ? "absent" : since), [absent, since === null ? null : Math.round(since / 1000)]);
 
@@ -77,7 +71,7 @@ function NotLive({ since }) {
 
 function messageOf(failed, refused) {
   if (refused) return "This stream is not anonymised now, so it is not shown. Somebody has changed the settings.";
-  return failed ? "The camera sends no picture. Trying again every few seconds." : "Waiting for the camera's picture.";
+  return failed ? "The camera sends no picture. Trying again every few seconds." : NO_PICTURE_YET;
 }
 
 /**
@@ -93,24 +87,15 @@ function usePictures({ link, size, anonymised, image, setView }) {
 
   useEffect(() => {
     if (!visible) return undefined;
-    const onPicture = (picture, took) => {
-      const url = URL.createObjectURL(picture);
-      const element = image.current;
-      const done = (good) => {
-        took();
-        // A picture may be ready after its place has left the page.
-        if (!good || image.current !== element) return URL.revokeObjectURL(url);
-        if (newest.current.url) URL.revokeObjectURL(newest.current.url);
-        const awaited = newest.current.at === null || performance.now() - newest.current.at > FRESH_MS;
-        newest.current = { at: performance.now(), url };
-        setFailed(null);
-        if (awaited) look((count) => count + 1);
-        return setView((old) => sizeShown(old, element));
-      };
-      element.onload = () => done(true);
-      element.onerror = () => done(false);
-      element.src = url;
+    const shown = (url, element) => {
+      const { at, url: before } = newest.current;
+      if (before) URL.revokeObjectURL(before);
+      newest.current = { at: performance.now(), url };
+      setFailed(null);
+      if (at === null || performance.now() - at > FRESH_MS) look((count) => count + 1);
+      setView((old) => sizeShown(old, element));
     };
+    const onPicture = (picture, took) => showIn(image, picture, took, shown);
     const onFail = (status) => {
       setFailed({ status });
       if (status >= 400 && status < 500) link.refresh();
@@ -127,6 +112,21 @@ function usePictures({ link, size, anonymised, image, setView }) {
   }, []);
   const { at } = newest.current;
   return { arrived: at === null ? null : performance.now() - at, failed };
+}
+
+/** Puts a picture into an image element; `shown(url, element)` once it is to be seen, and its address is then the caller's. */
+function showIn(image, picture, took, shown) {
+  const url = URL.createObjectURL(picture);
+  const element = image.current;
+  const done = (good) => {
+    took();
+    // A picture may be ready after its place has left the page.
+    if (good && image.current === element) shown(url, element);
+    else URL.revokeObjectURL(url);
+  };
+  element.onload = () => done(true);
+  element.onerror = () => done(false);
+  element.src = url;
 }
 
 /** The same object while the camera's pictures have the same size. */

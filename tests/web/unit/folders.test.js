@@ -1,0 +1,45 @@
+// The page's files: folders point down, no file leads back to itself, and the browser is told of all it will need.
+import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
+import { join } from "node:path";
+import { test } from "node:test";
+import { fileURLToPath } from "node:url";
+
+const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
+/** What each folder may use beside vendor and base. */
+const ARROWS = {
+  base: [],
+  program: [],
+  hub: ["program"],
+  geometry: ["program"],
+  settings: ["geometry", "program"],
+  picture: [],
+  watch: ["picture", "settings", "geometry", "program"],
+  setup: ["picture", "settings", "geometry", "program"],
+  shell: ["setup", "watch", "settings", "hub", "program"],
+};
+
+/** The files that a file leads to, all of which are gathered in `found`; `way` are those that led to it. */
+async function follow(file, found, way = []) {
+  assert.ok(!way.includes(file), `a circle: ${[...way, file].join(" ")}`);
+  if (found.has(file)) return;
+  found.add(file);
+  const [folder] = file.split("/");
+  if (folder === "vendor") return;
+  const text = await readFile(join(WEB, file), "utf8");
+  for (const [, path] of text.matchAll(/^(?:import|export) .*?from "(\..*?)";$/gms)) {
+    const used = join(file, "..", path);
+    const allowed = [folder, ...ARROWS[folder], "base", "vendor"];
+    assert.ok(allowed.includes(used.split("/")[0]), `${file} may not use ${used}`);
+    await follow(used, found, [...way, file]);
+  }
+}
+
+test("folders point down, in no circle, and all that the page needs is asked for at once", async () => {
+  const found = new Set();
+  await follow("shell/app.js", found);
+  const html = await readFile(join(WEB, "index.html"), "utf8");
+  const preloaded = [...html.matchAll(/"modulepreload" href="(.*?)"/g)].map(([, path]) => path);
+  assert.deepEqual(preloaded.toSorted(), [...found].toSorted());
+  await follow("hub/worker.js", found);
+});

@@ -1,0 +1,69 @@
+/** What the program, the camera and the page agree on: names, codes, limits and places, each of them here only. */
+
+export const FALL = "Fall Detected";
+export const BED = "Patient Out of Bed";
+/** The program's events, in the order in which the page shows them. */
+export const EVENT_NAMES = [FALL, BED];
+
+/** The program's status codes of which the page knows more than their text. */
+export const CODE = { starting: 100, watching: 200, stopped: 300, dataError: 400, outOfBed: 502, fall: 503, slow: 600 };
+
+/** Refusals (HTTP) of which the page knows the reason. */
+export const REFUSAL = { noFeed: 404, notAnonymised: 409, notStored: 500 };
+
+/** Troubles of a heartbeat that the page treats in a way of their own. */
+export const TROUBLE = {
+  cameraAway: "camera-away",
+  standsStill: "analysis-stands-still",
+  ticksLeftOut: "ticks-left-out",
+};
+
+/** Milliseconds after which a heartbeat, and what it says of a cycle or a picture, is old. */
+export const FRESH_MS = 3000;
+
+/** The analysis picture in pixels. */
+export const LANDSCAPE = { width: 1280, height: 720 };
+export const PORTRAIT = { width: 720, height: 1280 };
+
+/** Size of the stream on which the program always draws; it cannot be anonymised. */
+export const APPLICATION_SIZE = "800x450";
+
+/** "1280x720" as numbers, or null for any other text. */
+export function sizeOf(text) {
+  const match = /^([1-9]\d{0,4})x([1-9]\d{0,4})$/.exec(text);
+  return match && { width: Number(match[1]), height: Number(match[2]) };
+}
+
+/** The settings as they are named to people. */
+export const SETTING_NAMES = {
+  sensitivity: "Score that a person must reach",
+  outOfBed: BED,
+  falls: FALL,
+  stakes: "Calibration stakes",
+  overlayOn: "Overlay stream",
+  overlaySize: "Size of the overlay stream",
+  anonymisedOn: "Anonymised stream",
+  anonymisedSize: "Size of the anonymised stream",
+  floor: "Floor points",
+  widthM: "Width of the floor rectangle",
+  depthM: "Depth of the floor rectangle",
+};
+
+export const AREA_KINDS = { beds: "Bed", exclusions: "Exclusion" };
+/** "Bed area 1". */
+export const areaName = (group, index) => `${AREA_KINDS[group]} area ${index + 1}`;
+
+/** The floor points, clockwise from the far left one as the analysis picture shows them. */
+export const COLOURS = ["red", "green", "blue", "yellow"];
+
+/** The page's views, as addresses. */
+export const VIEW = { watch: "#watch", setup: "#setup" };
+
+/** Headings of Set up under which something is mended: their ids, and what a link to them is called. */
+export const PLACES = {
+  events: { id: "detections-heading", name: "events" },
+  sensitivity: { id: "sensitivity-heading", name: "finding people" },
+  beds: { id: "editor-beds", name: "bed areas" },
+  exclusions: { id: "editor-exclusions", name: "exclusion areas" },
+  floor: { id: "editor-floor", name: "floor" },
+};

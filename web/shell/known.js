@@ -1,0 +1,82 @@
+/** What the page knows, as hooks: the hub's news, the draft of the settings, how the camera turns its picture. */
+import { clockTime } from "../base/words.js";
+import { cameraAppearance } from "../program/api.js";
+import { SettingsDraft } from "../settings/draft.js";
+import { useEffect, useMemo, useReducer, useState } from "../vendor/preact.js";
+import { agedNews, readiness } from "../watch/readiness.js";
+
+const RETRY_MS = 5000;
+const LOOK_MS = 1000;
+const PAST = { history: [], watching: null };
+
+/** What the hub tells, with ages as of now; looked at each second, also when the hub has fallen silent. */
+function useHub(link) {
+  const [told, setTold] = useState({ news: null, past: PAST, seen: null, begun: "", ended: "" });
+  const [, look] = useReducer((count) => count + 1, 0);
+  useEffect(() => {
+    link.listen("news", (news) =>
+      setTold((before) => ({ ...before, news, ...spoken(before.news?.events ?? [], news.events, before) })),
+    );
+    link.listen("past", (past) => setTold((before) => ({ ...before, past })));
+    const timer = setInterval(look, LOOK_MS);
+    return () => clearInterval(timer);
+  }, []);
+  const news = told.news && agedNews(told.news, performance.now() - told.news.at);
+  return { ...told, news };
+}
+
+/** What to announce when the events go from `before` to `after`; nothing at the first state. */
+function spoken(before, after, { seen, past }) {
+  const was = (name) => before.find((event) => event.name === name)?.active;
+  const active = after.filter((event) => event.active).map((event) => event.name);
+  const begun = active.filter((name) => was(name) === false || was(name) === null);
+  const ended = after.filter((event) => event.active === false && was(event.name)).map((event) => event.name);
+  const words = {};
+  if (begun.length) words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
+  const byRestart = ended.some((name) => past?.history?.findLast((change) => change.name === name)?.closed_at_start);
+  const how = byRestart ? "was ended by a restart: whether it is over is not known" : "ended";
+  if (ended.length) words.ended = `${ended.join(" and ")} ${how}, at ${clockTime(new Date())}.`;
+  return { ...words, seen: active[0] ?? seen };
+}
+
+/** The draft of the settings, which the hub reads for it. */
+function useDraft(link, control) {
+  const [, redraw] = useReducer((count) => count + 1, 0);
+  const draft = useMemo(() => new SettingsDraft(control, redraw, () => link.refresh()), []);
+  useEffect(() => {
+    link.listen("settings", (read) => draft.receive(read));
+    const ask = (event) => draft.dirty && event.preventDefault();
+    addEventListener("beforeunload", ask);
+    return () => removeEventListener("beforeunload", ask);
+  }, []);
+  return draft;
+}
+
+/** How the camera turns its picture; null until it has told, since on a mirrored one every point would be misplaced. */
+export function useAppearance(connected) {
+  const [appearance, setAppearance] = useState(null);
+  useEffect(() => {
+    if (!connected) return undefined;
+    const ask = () => cameraAppearance().then(setAppearance, () => {});
+    ask();
+    if (appearance) return undefined;
+    const timer = setInterval(ask, RETRY_MS);
+    return () => clearInterval(timer);
+  }, [connected, appearance === null]);
+  return appearance;
+}
+
+/** Everything that the page shows, from what the hub tells and from the draft. */
+export function useFacts(link, control) {
+  const { news, past, seen, begun, ended } = useHub(link);
+  const draft = useDraft(link, control);
+  const now = Date.now() + (news?.offset ?? 0);
+  const state = readiness({ news, past, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
+  const analysed = news?.heartbeat?.picture_age_ms;
+  const live = {
+    analysedAge: analysed === undefined || analysed === null ? null : analysed + news.beatAge,
+    offset: news?.offset ?? 0,
+  };
+  const connected = state.silentSince === null && news !== null && news.silence !== null;
+  return { news, past, seen, begun, ended, draft, now, state, live, connected };
+}
