@@ -1,65 +1,36 @@
+// Editing on the picture: points and areas that move, the figure, steps back, what a pointer takes.
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
-
-import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/setup/floor.js";
-import { createHistory } from "../../../web/settings/history.js";
-import { loupeSide, loupeSize, loupeSpan } from "../../../web/setup/loupe.js";
-import { pointWords } from "../../../web/setup/stage.js";
-import {
-  FLOOR,
-  TOOLS,
-  isUndrawn,
-  movePoint,
-  placeFloorInMiddle,
-  shiftArea,
-  stepPoint,
-  switchArea,
-} from "../../../web/setup/tools.js";
 import { floorProblem, floorWarning } from "../../../web/geometry/calibration.js";
 import { areaProblem, contains, distanceToSegment, nearest } from "../../../web/geometry/plane.js";
 import { percentToPixel, pixelToPercent, smallestPercent } from "../../../web/program/wire.js";
+import { createHistory } from "../../../web/settings/history.js";
+import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/setup/floor.js";
+import { loupeSide, loupeSize, loupeSpan } from "../../../web/setup/loupe.js";
+import { pointWords } from "../../../web/setup/stage.js";
+import * as tools from "../../../web/setup/tools.js";
+import { LANDSCAPE, PORTRAIT, SETTINGS, area, frozen, points, rectangle } from "./fixtures.js";
 
-const LANDSCAPE = { width: 1280, height: 720 };
-const PORTRAIT = { width: 720, height: 1280 };
-const [BED_1, BED_2, BED_3] = TOOLS;
-
-const points = (...pairs) => pairs.map(([x, y]) => ({ x, y }));
-const area = (on, ...pairs) => ({ on, corners: points(...pairs) });
+const { FLOOR, TOOLS, movePoint, shiftArea, stepPoint, switchArea } = tools;
+const [BED_1, BED_2] = TOOLS;
 const drawn = (on) => area(on, [10, 20], [40, 20], [45, 60], [5, 60]);
-
-/** Nothing in here can be changed: an edit that does not copy throws. */
-function frozen(value) {
-  if (typeof value === "object") Object.values(value ?? {}).forEach(frozen);
-  return Object.freeze(value);
-}
-
-const settings = frozen({
-  beds: [drawn(true), drawn(false), drawn(false)],
-  exclusions: [drawn(false), drawn(false), drawn(false)],
-  floor: points([573, 362], [868, 388], [898, 580], [516, 537]),
-  widthM: "1.60",
-  depthM: "1.20",
-});
+const settings = frozen({ ...SETTINGS, beds: [drawn(true), drawn(false), drawn(false)] });
 
 describe("history", () => {
   test("undoes and redoes step by step and forgets what was undone at the next edit", () => {
+    const told = ({ present, canUndo, canRedo }) => [present, canUndo, canRedo];
     const start = createHistory("a");
-    assert.deepEqual(
-      [start.canUndo, start.canRedo, start.undo().present, start.redo().present],
-      [false, false, "a", "a"],
-    );
+    for (const same of [start, start.undo(), start.redo()]) assert.deepEqual(told(same), ["a", false, false]);
     const edited = start.push("b").push("c");
     const back = edited.undo().undo();
-    assert.deepEqual([back.present, back.canUndo, back.canRedo], ["a", false, true]);
-    assert.equal(back.redo().present, "b");
-    assert.equal(back.redo().redo().present, "c");
+    assert.deepEqual(told(back), ["a", false, true]);
+    assert.deepEqual([back.redo().present, back.redo().redo().present], ["b", "c"]);
     const other = edited.undo().push("d");
-    assert.deepEqual([other.present, other.canRedo, other.undo().present], ["d", false, "b"]);
-    assert.equal(edited.present, "c", "a history itself never changes");
+    assert.deepEqual([...told(other), other.undo().present], ["d", true, false, "b"]);
   });
 
   test("edits in a row with one label are one step; others are not", () => {
-    const typed = createHistory("").push("1", "width").push("1.", "width").push("1.6", "width");
+    const typed = createHistory("").push("1", "width").push("1.6", "width");
     assert.equal(typed.undo().present, "");
     assert.equal(typed.push("x", "depth").undo().present, "1.6");
     assert.equal(createHistory(0).push(1).push(2).undo().present, 1, "drags have no label");
@@ -70,22 +41,20 @@ describe("history", () => {
 });
 
 describe("moving points", () => {
-  const moves = [
-    ["a corner goes to the nearest whole percent", BED_1, 1, { x: 12.7 * 12.8, y: 0.4 * 7.2 }, { x: 13, y: 0 }],
-    ["a corner stops at the picture's edges", BED_1, 1, { x: -50, y: 9999 }, { x: 0, y: 100 }],
-    ["a floor point goes to the nearest pixel", FLOOR, 2, { x: 99.5, y: 10.4 }, { x: 100, y: 10 }],
-    ["a floor point stays in the picture", FLOOR, 2, { x: 1280, y: -3 }, { x: 1279, y: 0 }],
-  ];
-  for (const [name, tool, index, to, expected] of moves) {
-    test(name, () => {
-      const moved = movePoint(settings, tool, index, to, LANDSCAPE);
+  test("they go to the nearest that can be stored and stay in the picture", () => {
+    const moves = [
+      [BED_1, { x: 12.7 * 12.8, y: 0.4 * 7.2 }, { x: 13, y: 0 }],
+      [BED_1, { x: -50, y: 9999 }, { x: 0, y: 100 }],
+      [FLOOR, { x: 99.5, y: 10.4 }, { x: 100, y: 10 }],
+      [FLOOR, { x: 1280, y: -3 }, { x: 1279, y: 0 }],
+    ];
+    for (const [tool, to, expected] of moves) {
+      const moved = movePoint(settings, tool, 1, to, LANDSCAPE);
       const [before, after] = [settings, moved].map((from) => (tool === FLOOR ? from.floor : from.beds[0].corners));
-      assert.deepEqual(after[index], expected);
-      const others = (list) => list.filter((_, at) => at !== index);
-      assert.deepEqual(others(after), others(before), "the others stay");
-      assert.equal(movePoint(moved, tool, index, to, LANDSCAPE), moved, "no change is no edit");
-    });
-  }
+      assert.deepEqual(after, [before[0], expected, before[2], before[3]]);
+      assert.equal(movePoint(moved, tool, 1, to, LANDSCAPE), moved, "no change is no edit");
+    }
+  });
 
   test("a key's step goes on from everywhere, to the next percent that is read back as it was sent", () => {
     for (const size of [LANDSCAPE, PORTRAIT]) {
@@ -100,11 +69,11 @@ describe("moving points", () => {
   });
 
   test("an area that is shifted against the edges keeps its shape", () => {
-    const { corners } = shiftArea(settings, BED_1, { x: -9999, y: 9999 }, LANDSCAPE).beds[0];
-    assert.deepEqual(corners, points([5, 60], [35, 60], [40, 100], [0, 100]));
-    assert.deepEqual(shiftArea(settings, BED_1, { x: 25.6, y: -7.2 }, LANDSCAPE).beds[0].corners[0], { x: 12, y: 19 });
-    const across = shiftArea(settings, BED_1, { x: 76.8, y: 0 }, LANDSCAPE).beds[0].corners.map((corner) => corner.x);
-    assert.deepEqual(across, [15, 45, 50, 10], "16, 46, 51 and 11 would be read back as these");
+    const shifted = (x, y) => shiftArea(settings, BED_1, { x, y }, LANDSCAPE).beds[0].corners;
+    assert.deepEqual(shifted(-9999, 9999), points([5, 60], [35, 60], [40, 100], [0, 100]));
+    assert.deepEqual(shifted(25.6, -7.2)[0], { x: 12, y: 19 });
+    // 16, 46, 51 and 11 would be read back as these.
+    assert.deepEqual(shifted(76.8, 0), points([15, 20], [45, 20], [50, 60], [10, 60]));
     assert.equal(shiftArea(settings, BED_1, { x: 3, y: 3 }, LANDSCAPE), settings);
   });
 });
@@ -125,8 +94,7 @@ describe("the figure", () => {
   test("stays near the rectangle, and away from where nobody can stand", () => {
     const { x } = figureMovedTo(scene, { x: 1279, y: 300 }, LANDSCAPE);
     assert.ok(x > 1.6 && x <= 6.6, `${x}`);
-    const far = figureStepped({ ...scene, figure: { x: -5, y: 0 } }, -1, 0, true);
-    assert.deepEqual(far, { x: -5, y: 0 });
+    assert.deepEqual(figureStepped({ ...scene, figure: { x: -5, y: 0 } }, -1, 0, true), { x: -5, y: 0 });
   });
 
   test("is not there, and the reason is, when the floor cannot be calibrated", () => {
@@ -142,73 +110,48 @@ describe("the figure", () => {
 test("places are told as the viewer sees them", () => {
   const corner = (mirrored) => pointWords(settings, BED_1, 1, LANDSCAPE, mirrored);
   assert.deepEqual(
-    [corner(false), corner(true)].map((words) => words.match(/[0-9]+/g)),
-    [
-      ["40", "20"],
-      ["60", "20"],
-    ],
+    [corner(false), corner(true)],
+    ["40 percent across, 20 percent down", "60 percent across, 20 percent down"],
   );
   assert.match(pointWords(settings, FLOOR, 0, LANDSCAPE, true), /^706 pixels across, 362 /);
 });
 
-describe("switching areas on", () => {
-  const packaged = { 1280: [13, 23, 38, 67], 720: [23, 13, 67, 38] };
+describe("switching on", () => {
   for (const size of [LANDSCAPE, PORTRAIT]) {
-    test(`what nobody has drawn begins as rectangles in the middle, ${size.width} wide`, () => {
-      const [left, top, right, bottom] = packaged[size.width];
-      const first = area(false, [left, top], [right, top], [right, bottom], [left, bottom]);
-      const empty = area(false, [0, 0], [0, 0], [0, 0], [0, 0]);
-      let next = frozen({ ...settings, beds: [first, empty, area(false, [9, 9], [70, 9], [70, 10], [9, 10])] });
-      assert.ok(next.beds.every((bed) => isUndrawn(bed, size)));
-      for (const tool of [BED_1, BED_2, BED_3]) next = switchArea(next, tool, true, size);
+    test(`what nobody has drawn begins in the middle and can be used, ${size.width} wide`, () => {
+      const first = size === LANDSCAPE ? rectangle(false, 13, 23, 38, 67) : rectangle(false, 23, 13, 67, 38);
+      let next = frozen({ ...settings, beds: [first, rectangle(false, 0, 0, 0, 0), rectangle(false, 9, 9, 70, 10)] });
+      for (const tool of TOOLS.slice(0, 3)) next = switchArea(next, tool, true, size);
       for (const bed of next.beds) {
         assert.ok(bed.on && contains(bed.corners, { x: 50, y: 50 }));
         assert.equal(areaProblem(bed, size), null);
       }
       assert.equal(new Set(next.beds.map((bed) => bed.corners[0].x)).size, 3, "none hides another");
-      assert.deepEqual(switchArea({ beds: [first] }, BED_1, false, size).beds[0].corners, first.corners);
+      assert.deepEqual(switchArea({ beds: [first] }, BED_1, false, size).beds[0], first);
+      const { floor } = tools.placeFloorInMiddle(settings, size);
+      assert.equal(floorProblem(floor, 1.5, 1.5), null);
+      assert.doesNotMatch(floorWarning(floor, 1.5, 1.5, size) ?? "", /cross|clockwise|outside|line/);
     });
   }
 
   test("what somebody has drawn stays as it is", () => {
     const on = switchArea(settings, BED_2, true, LANDSCAPE);
-    assert.deepEqual(on.beds[1], { on: true, corners: settings.beds[1].corners });
+    assert.deepEqual(on.beds[1], drawn(true));
     assert.deepEqual(switchArea(on, BED_2, false, LANDSCAPE), settings);
-    assert.ok(!isUndrawn(area(false, [13, 23], [38, 23], [38, 67], [10, 67]), LANDSCAPE), "one corner has been moved");
-  });
-
-  test("floor points put in the middle can be calibrated", () => {
-    for (const size of [LANDSCAPE, PORTRAIT]) {
-      const { floor } = placeFloorInMiddle(settings, size);
-      assert.equal(floorProblem(floor, 1.5, 1.5), null);
-      assert.doesNotMatch(floorWarning(floor, 1.5, 1.5, size) ?? "", /cross|clockwise|outside|line/);
-    }
+    assert.ok(!tools.isUndrawn(area(false, [13, 23], [38, 23], [38, 67], [10, 67]), LANDSCAPE), "one corner was moved");
   });
 });
 
-test("a pointer takes the nearest handle within its reach", () => {
+test("a pointer takes the nearest handle within its reach, and knows inside from beside", () => {
   const handles = points([0, 0], [10, 0], [100, 0]);
-  const cases = [
-    [{ x: 6, y: 0 }, 1],
-    [{ x: 4, y: 3 }, 0],
-    [{ x: 10, y: 20 }, 1],
-    [{ x: 10, y: 20.1 }, -1],
-  ];
-  for (const [at, expected] of cases) assert.equal(nearest(handles, at, 20), expected, JSON.stringify(at));
-});
-
-test("inside and beside", () => {
+  const taken = points([6, 0], [4, 3], [10, 20], [10, 20.1]).map((at) => nearest(handles, at, 20));
+  assert.deepEqual(taken, [1, 0, 1, -1]);
   const arrow = points([0, 0], [10, 5], [0, 10], [5, 5]);
-  assert.ok(contains(arrow, { x: 7, y: 5 }));
-  assert.ok(!contains(arrow, { x: 2, y: 5 }), "in the notch");
-  assert.ok(!contains(arrow, { x: 11, y: 5 }));
-  const [a, b] = points([0, 0], [0, 10]);
+  const inside = points([7, 5], [2, 5], [11, 5]).map((at) => contains(arrow, at));
+  assert.deepEqual(inside, [true, false, false], "in the notch, and beside");
+  const [a, b, ...places] = points([0, 0], [0, 10], [3, 5], [3, -4], [0, 12]);
   assert.deepEqual(
-    [
-      [3, 5],
-      [3, -4],
-      [0, 12],
-    ].map(([x, y]) => distanceToSegment({ x, y }, a, b)),
+    places.map((at) => distanceToSegment(at, a, b)),
     [3, 5, 2],
   );
   assert.equal(distanceToSegment({ x: 3, y: 4 }, a, a), 5);

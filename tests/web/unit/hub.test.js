@@ -4,11 +4,9 @@ import { afterEach, beforeEach, describe, test } from "node:test";
 import { Hub } from "../../../web/hub/hub.js";
 import { readPictures } from "../../../web/hub/streams.js";
 import { readiness } from "../../../web/watch/readiness.js";
+import { BED, FALL, LANDSCAPE as SIZE } from "./fixtures.js";
 import { StoredSettings } from "./stored.js";
 
-const FALL = "Fall Detected";
-const BED = "Patient Out of Bed";
-const SIZE = { width: 1280, height: 720 };
 const TIME = "2026-03-01T12:00:00.000Z";
 
 class FakeSource extends EventTarget {
@@ -27,11 +25,11 @@ class FakeSource extends EventTarget {
     this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
   }
   state({ seq = 3, run = "a", fall = false, bed = false, ...more } = {}) {
-    const events = [
-      { name: FALL, active: fall, since: fall ? TIME : null },
-      { name: BED, active: bed, since: bed ? TIME : null },
-    ];
-    this.say("state", { time: TIME, run, seq, events, history: [], ...more });
+    const event = (name, active) => ({ name, active, since: active ? TIME : null });
+    this.say("state", { time: TIME, run, seq, events: [event(FALL, fall), event(BED, bed)], history: [], ...more });
+  }
+  change(seq, name, active, { run = "a", ...more } = {}) {
+    this.say("change", { seq, run, name, active, time: TIME, ...more });
   }
   beat(run = "a") {
     this.say("heartbeat", { time: TIME, run, cycle: 1, cycle_age_ms: 100, picture_age_ms: 100, wrong: [] });
@@ -63,10 +61,12 @@ const native = { EventSource: globalThis.EventSource, fetch: globalThis.fetch };
 const settle = async () => {
   for (let turn = 0; turn < 20; ++turn) await new Promise(setImmediate);
 };
-const second = async () => {
-  clock += 1000;
-  hub.tick();
-  await settle();
+const seconds = async (count = 1) => {
+  for (let passed = 0; passed < count; ++passed) {
+    clock += 1000;
+    hub.tick();
+    await settle();
+  }
 };
 const feed = () => FakeSource.newest;
 const state = () => readiness({ news: tab.news, settings: null, size: SIZE });
@@ -128,10 +128,10 @@ describe("of feed and status the worse news wins", () => {
     feed().state();
     feed().beat();
     camera = "silent";
-    feed().say("change", { seq: 4, run: "a", name: FALL, active: true, time: TIME });
+    feed().change(4, FALL, true);
     for (let count = 0; count < 20; ++count) {
       feed().beat();
-      await second();
+      await seconds();
     }
     assert.deepEqual([tab.active, tab.news.feed, FakeSource.opened], [[FALL], "open", 1]);
     assert.equal(state().silentSince, null, "the heartbeat tells that it lives");
@@ -141,17 +141,17 @@ describe("of feed and status the worse news wins", () => {
     feed().state();
     feed().beat();
     code = 503;
-    await second();
+    await seconds();
     assert.deepEqual(tab.active, [FALL], "the status alone");
     code = 200;
-    await second();
+    await seconds();
     assert.deepEqual(tab.active, []);
     feed().state({ seq: 5, fall: true });
-    await second();
+    await seconds();
     assert.deepEqual(tab.active, [FALL], "the feed alone");
     camera = "away";
     feed().dispatchEvent(new Event("error"));
-    for (let count = 0; count < 5; ++count) await second();
+    await seconds(5);
     assert.deepEqual(tab.active, [FALL]);
     assert.match(state().title, /^Fall detected at .*, connection lost since /);
   });
@@ -160,39 +160,24 @@ describe("of feed and status the worse news wins", () => {
     feed().state();
     feed().dispatchEvent(new Event("error"));
     const cases = [
-      [503, [FALL], [false]],
-      [600, [FALL], [null]],
-      [200, [], [false, false]],
-      [502, [BED], [null]],
+      [503, true, false],
+      [600, true, null],
+      [200, false, false],
+      [502, null, true],
     ];
-    for (const [told, active, others] of cases) {
+    for (const [told, ...expected] of cases) {
       code = told;
-      await second();
-      assert.deepEqual(tab.active, active, `${told}`);
-      assert.deepEqual(
-        tab.news.events.filter((event) => !event.active).map((event) => event.active),
-        others,
-        `${told}: what is hidden is not known`,
-      );
+      await seconds();
+      const active = (name) => tab.news.events.find((event) => event.name === name).active;
+      assert.deepEqual([FALL, BED].map(active), expected, `${told}: what is hidden is not known`);
     }
     assert.equal(tab.news.feed, "lost");
     code = 200;
     feed().state({ seq: 9, bed: true });
-    await second();
+    await seconds();
     assert.deepEqual([tab.active, tab.news.feed], [[BED], "open"]);
-    feed().say("change", { seq: 9, run: "a", name: BED, active: false, time: TIME });
+    feed().change(9, BED, false);
     assert.deepEqual(tab.active, [BED], "a change that the state knew already");
-  });
-
-  test("a camera without the feed tells events through its status, and before the feed has answered", async () => {
-    code = 503;
-    await second();
-    assert.deepEqual(tab.active, [FALL]);
-    feed().readyState = FakeSource.CLOSED;
-    feed().dispatchEvent(new Event("error"));
-    await settle();
-    await second();
-    assert.deepEqual([tab.news.feed, tab.active], ["absent", [FALL]]);
   });
 });
 
@@ -214,27 +199,27 @@ describe("the feed", () => {
   test("one that falls silent is opened anew, and another run begins with its state", async () => {
     feed().state();
     feed().beat();
-    for (let count = 0; count < 11; ++count) await second();
+    await seconds(11);
     assert.equal(FakeSource.opened, 2);
     feed().state({ seq: 50 });
-    feed().say("change", { seq: 1, run: "b", name: FALL, active: true, time: TIME });
+    feed().change(1, FALL, true, { run: "b" });
     assert.equal(FakeSource.opened, 3, "numbers of another run mean nothing");
     feed().state({ seq: 0, run: "b" });
-    feed().say("change", { seq: 1, run: "b", name: FALL, active: true, time: TIME, closed_at_start: true });
+    feed().change(1, FALL, true, { run: "b", closed_at_start: true });
     for (const active of [true, true, false]) feed().say("watching", { seq: 2, run: "b", active, time: TIME });
     assert.deepEqual(tab.active, [FALL]);
     const { history, watching } = tab.got.past.at(-1);
+    assert.deepEqual([history.length, history[0].closed_at_start], [1, true]);
     assert.deepEqual(
-      [history.length, history[0].closed_at_start, watching],
-      [1, true, [true, false].map((active) => ({ active, time: TIME }))],
+      watching,
+      [true, false].map((active) => ({ active, time: TIME })),
     );
   });
 
   test("an error of the status alone is no lost connection, two are, and the first answer brings it back", async () => {
     const connected = [];
-    for (const there of [true, false, true, false, false, true]) {
-      camera = there ? "there" : "away";
-      await second();
+    for (camera of ["there", "away", "there", "away", "away", "there"]) {
+      await seconds();
       connected.push(tab.news.status.connected);
     }
     assert.deepEqual(connected, [true, true, true, true, false, true]);
@@ -260,13 +245,10 @@ describe("tabs", () => {
     await settle();
     for (const viewer of tabs) assert.equal(await viewer.got.picture[0].picture.text(), "one");
     fetched = [];
-    await second();
+    await seconds();
     assert.deepEqual(fetched, ["get_status_code", "get_execution_time"]);
     assert.equal(FakeSource.opened, 1);
-    assert.deepEqual(
-      tabs.map(({ got }) => got.settings.length),
-      Array(10).fill(1),
-    );
+    assert.ok(tabs.every(({ got }) => got.settings.length === 1));
   });
 
   test("a slow one gets the newest picture when it has taken the one before", async () => {
@@ -287,7 +269,7 @@ describe("tabs", () => {
     closed.say({ type: "bye" });
     assert.equal(streams[0].signal.aborted, false);
     gone.alive = false;
-    for (let count = 0; count < 11; ++count) await second();
+    await seconds(11);
     assert.equal(streams[0].signal.aborted, true);
     assert.equal(hub.tabs.has(gone), false);
     gone.say({ type: "here" });
@@ -297,7 +279,7 @@ describe("tabs", () => {
   test("a stream that falls silent is opened anew; one that is refused says why", async () => {
     watch(tab);
     await settle();
-    for (let count = 0; count < 11; ++count) await second();
+    await seconds(11);
     assert.equal(streams[0].signal.aborted, true);
     assert.deepEqual(tab.got.failed, [{ id: 1, status: null }]);
     globalThis.fetch = async (url) => ({ ok: false, status: url.includes("anonymised=1") ? 409 : 503 });
@@ -337,12 +319,7 @@ describe("a stream of pictures", () => {
   });
 
   test("that makes no sense is given up", async () => {
-    for (const header of [
-      "Content-Type: image/jpeg",
-      "Content-Length: -1",
-      "Content-Length: 99999999",
-      "x".repeat(5000),
-    ]) {
+    for (const header of ["Content-Type: image/jpeg", "Content-Length: 99999999", "x".repeat(5000)]) {
       await assert.rejects(read(`--b\r\n${header}\r\n\r\n`, 1000), Error, header);
     }
   });

@@ -2,11 +2,15 @@
 
 const THREE = [1, 2, 3];
 const FOUR = [1, 2, 3, 4];
-const COLOURS = ["R", "G", "B", "Y"];
+const AXES = ["X", "Y"];
+
+const AREA_KEYS = ["AOI", "EX"].flatMap((name) =>
+  THREE.flatMap((n) => FOUR.flatMap((k) => AXES.map((axis) => [`${name}${n}_${axis}${k}`, axis]))),
+);
+const FLOOR_KEYS = ["R", "G", "B", "Y"].flatMap((colour) => AXES.map((axis) => [axis + colour, axis]));
 
 const cut = (value) => value.toFixed(6).slice(0, 4);
-/** The document passes a formatter. */
-const formatted = (text) => text.replaceAll("%%", "%");
+const element = (name, value) => `<${name}>${value}</${name}>`;
 
 export class StoredSettings {
   constructor({ width, height }, pixel = (index) => 10 + 7 * index) {
@@ -14,19 +18,8 @@ export class StoredSettings {
     this.texts = { SDO: "1280x720", SAO: "640x360" };
     this.numbers = { SN: Math.fround(0.38), XM: Math.fround(1.6), YM: Math.fround(1.2) };
     this.flags = { POB_ON: "1", FP_ON: "1", DO: "1", AO: "0", SCM: "0" };
-    this.pixels = {};
-    [...this.areaKeys(), ...this.floorKeys()].forEach(([key], index) => (this.pixels[key] = pixel(index)));
+    this.pixels = Object.fromEntries([...AREA_KEYS, ...FLOOR_KEYS].map(([key], index) => [key, pixel(index)]));
     for (const name of ["AOI", "EX"]) for (const n of THREE) this.flags[`${name}${n}_ON`] = "0";
-  }
-
-  areaKeys() {
-    return ["AOI", "EX"].flatMap((name) =>
-      THREE.flatMap((n) => FOUR.flatMap((k) => ["X", "Y"].map((axis) => [`${name}${n}_${axis}${k}`, axis]))),
-    );
-  }
-
-  floorKeys() {
-    return COLOURS.flatMap((colour) => ["X", "Y"].map((axis) => [axis + colour, axis]));
   }
 
   /** Takes a query; throws when a key is missing or unknown. */
@@ -41,10 +34,10 @@ export class StoredSettings {
     for (const key of Object.keys(this.flags)) this.flags[key] = taken(key) === "1" ? "1" : "0";
     for (const key of Object.keys(this.texts)) this.texts[key] = taken(key);
     for (const key of Object.keys(this.numbers)) this.numbers[key] = Math.fround(parseFloat(taken(key)));
-    for (const [key, axis] of this.areaKeys()) {
+    for (const [key, axis] of AREA_KEYS) {
       this.pixels[key] = Math.trunc((parseInt(taken(key), 10) * this.sides[axis]) / 100);
     }
-    for (const [key, axis] of this.floorKeys()) {
+    for (const [key, axis] of FLOOR_KEYS) {
       this.pixels[key] = Math.trunc(Math.fround(Math.fround(parseFloat(taken(key))) * this.sides[axis]));
     }
     if (left.size) throw new Error(`unknown: ${[...left.keys()]}`);
@@ -55,18 +48,16 @@ export class StoredSettings {
     return JSON.stringify([this.texts, this.numbers, this.flags, this.pixels]);
   }
 
+  area(key, name) {
+    const percent = (axis, k) => Math.trunc((this.pixels[`${key}_${axis}${k}`] * 100) / this.sides[axis]);
+    const corners = FOUR.flatMap((k) => AXES.map((axis) => percent(axis, k)));
+    const elements = corners.map((value, index) => element(`${name}_${index}`, value));
+    return elements.join("") + element(`${name}_Active`, this.flags[`${key}_ON`]);
+  }
+
   document() {
-    const element = (name, value) => `<${name}>${value}</${name}>`;
-    const areas = (key, name) =>
-      THREE.map((n) => {
-        const percent = FOUR.flatMap((k) =>
-          ["X", "Y"].map((axis) => Math.trunc((this.pixels[`${key}${n}_${axis}${k}`] * 100) / this.sides[axis])),
-        );
-        const corners = percent.map((value, j) => element(`${name}${n}_${j}`, value)).join("");
-        return corners + element(`${name}${n}_Active`, this.flags[`${key}${n}_ON`]);
-      }).join("");
-    const floor = this.floorKeys().map(([key, axis], j) =>
-      element(`FallCalibration_${j}`, Math.fround(this.pixels[key] / this.sides[axis]).toFixed(6)),
+    const floor = FLOOR_KEYS.map(([key, axis], index) =>
+      element(`FallCalibration_${index}`, Math.fround(this.pixels[key] / this.sides[axis]).toFixed(6)),
     );
     const content = [
       element("Sensitivity", cut(this.numbers.SN)),
@@ -78,12 +69,13 @@ export class StoredSettings {
       element("SelectedDetectionOverlay", this.texts.SDO),
       element("SelectedAnonOverlay", this.texts.SAO),
       element("CamsResAsCsv", "640x360,800x450,1280x720,"),
-      areas("AOI", "Detection"),
-      areas("EX", "Exclusion"),
+      ...THREE.map((n) => this.area(`AOI${n}`, `Detection${n}`)),
+      ...THREE.map((n) => this.area(`EX${n}`, `Exclusion${n}`)),
       ...floor,
       element("HRectM", cut(this.numbers.YM)),
       element("WRectM", cut(this.numbers.XM)),
     ];
-    return formatted(element("app", content.join("")));
+    // The document passes a formatter.
+    return element("app", content.join("")).replaceAll("%%", "%");
   }
 }
