@@ -1,36 +1,65 @@
 #!/bin/bash
-# No include points up: each folder names the folders and the camera's headers that it may use. From the source tree.
+# No include points up or runs in a circle, and each library is used where it belongs. From the source tree.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
-declare -A allowed=(
-  [platform]="larod vdostream axparameter axevent axhttp axoverlay"
-  [platform/scripted]="larod vdostream axparameter axoverlay"
-  [video]="vdostream"
-  [pose]="app/initial_params.h app/process_state.h video larod"
-  [geometry]="app/process_state.h app/truncate.h video/VideoStreamSource.h"
-  [events]="platform/clock axevent"
-  [config]="app/.*_params.h app/process_state.h app/status.h app/truncate.h analysis/area_of_interest.h geometry overlay/overlay_manager.h video/VideoStreamSource.h axparameter axhttp"
-  [analysis]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock"
-  [overlay]="app/.*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h analysis/FindingsHistory.h app/status.h geometry pose/skeleton.h platform/support axoverlay vdostream"
-  [validation]="app/.*_params.h config/parameter_controller.h platform/support pose video larod"
-  [app]="analysis config events geometry overlay pose validation video platform/clock platform/support larod axhttp"
-  [simulator]=""
-  [reference]="analysis app/process_state.h app/shutdown.h app/startup.h platform/clock pose/skeleton.h"
-  [accuracy]="analysis app platform pose reference"
+# The house from the bottom up: a room | the rooms and headers below that it may include | the libraries that it may.
+# The headers of app/ that everybody shares lie lower than their folder; app/finding.h lies on pose.
+rooms=(
+  "platform/support||"
+  "platform/clock||"
+  "platform/scripted||gst larod vdostream axparameter axoverlay opencv2 cairo"
+  "platform/workstation/system|platform/support platform/clock|"
+  "platform/workstation/decoding|platform/support platform/clock platform/workstation/system|gst libyuv.h"
+  "platform/workstation/camera|platform/support platform/clock platform/workstation/system platform/workstation/decoding|nlohmann vdostream.h"
+  "platform/workstation/inference|platform/support platform/workstation/system|nlohmann opencv2 larod.h"
+  "platform/workstation/parameters|platform/support platform/workstation/system platform/workstation/camera|nlohmann axparameter.h"
+  "platform/workstation/events|platform/support platform/clock platform/workstation/system|nlohmann axevent.h"
+  "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
+  "platform/workstation/web|platform/support platform/clock platform/workstation/system platform/workstation/camera platform/workstation/events platform/workstation/views|nlohmann libsoup"
+  "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
+  "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
+  "video||libyuv.h vdostream.h"
+  "pose|app/initial_params.h app/process_state.h video|larod.h"
+  "geometry|app/process_state.h app/truncate.h video/VideoStreamSource.h|opencv2"
+  "events|platform/clock|axevent.h"
+  "analysis|app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock|opencv2"
+  "overlay|app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/status.h app/truncate.h analysis/FindingsHistory.h geometry pose/skeleton.h platform/support|cairo.h axoverlay.h vdostream.h"
+  "config|app/[a-z]*_params.h app/process_state.h app/status.h app/truncate.h analysis/area_of_interest.h geometry overlay/overlay_manager.h video/VideoStreamSource.h platform/support|axparameter.h axhttp.h"
+  "validation|app/[a-z]*_params.h config/parameter_controller.h platform/support pose video|larod.h"
+  "app|analysis config events geometry overlay pose validation video platform/clock platform/support|opencv2 larod.h axhttp.h"
+  "simulator||EGL GL glm gst nlohmann"
+  "reference|analysis app/process_state.h app/shutdown.h app/startup.h platform/clock pose/skeleton.h|nlohmann"
+  "accuracy|analysis app platform pose reference|nlohmann opencv2"
 )
+guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 
 failed=0
-for folder in "${!allowed[@]}"; do
+complain() {
+  echo "$1"
+  failed=1
+}
+
+seen=" app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/status.h app/truncate.h "
+set -f  # no name below is a pattern of files
+for room in "${rooms[@]}"; do
+  IFS='|' read -r folder ours libraries <<<"$room"
   pattern="^($folder/"
-  for place in ${allowed[$folder]}; do pattern+="|$place"; done
+  for place in $ours; do
+    [[ "$seen" == *" $place "* || "$seen" == *" ${place%%/*} "* || "$folder" == accuracy ]] ||
+      complain "$folder may not use $place, which lies above it"
+    pattern+="|$place"
+  done
+  for library in $libraries; do pattern+="|$library"; done
   pattern+=")"
   while IFS=: read -r file include; do
-    if ! [[ "$include" =~ $pattern ]]; then
-      echo "$file includes $include, which $folder may not use"
-      failed=1
-    fi
-  done < <(grep -roE '#include ("[a-z_]+/[^"]*"|<(larod|vdostream|axparameter|axevent|axhttp|axoverlay)\.h>)' --include='*.cpp' --include='*.h' "$folder" |
-    sed -E 's/#include [<"]//; s/[>"]$//' | grep -v '^platform/include/')
+    [[ "$include" =~ $pattern ]] || complain "$file includes $include, which $folder may not use"
+  done < <(grep -rE "^#include (\"[a-z_]+/|<($guarded)[/.])" --include='*.cpp' --include='*.h' "$folder" |
+    sed -E 's/:#include [<"]([^>"]*).*/:\1/')
+  seen+="$folder "
+done
+set +f
+for folder in platform/workstation/*/ platform/*/; do
+  [[ " $seen platform/include platform/workstation " == *" ${folder%/} "* ]] || complain "$folder has no place in the house"
 done
 exit "$failed"

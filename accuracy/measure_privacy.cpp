@@ -21,11 +21,11 @@
 #include "app/init_ai.h"
 #include "app/process_state.h"
 #include "app/startup.h"
-#include "reference/truth.h"
 #include "platform/clock/clock.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/views/overlay_service.h"
 #include "platform/workstation/views/view_picture.h"
+#include "reference/truth.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/decoding/video_camera.h"
+#include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/view_picture.h"
 
 namespace {

@@ -1,5 +1,6 @@
 // velmor_reference: the analysis of velmor_care on the true people of a recording instead of what the networks see.
-// The file named by VELMOR_TRUTH holds one picture a line; see reference/truth.h. Everything else is as for velmor_care.
+// The file named by VELMOR_TRUTH holds one picture a line; see reference/truth.h. Everything else is as for
+// velmor_care.
 #include <syslog.h>
 
 #include <algorithm>
@@ -14,8 +15,8 @@
 #include "app/process_state.h"
 #include "app/shutdown.h"
 #include "app/startup.h"
-#include "reference/truth.h"
 #include "platform/clock/clock.h"
+#include "reference/truth.h"
 
 namespace {
 

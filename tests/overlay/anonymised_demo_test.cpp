@@ -16,10 +16,10 @@
 #include "analysis/detection_processing.h"
 #include "app/process_state.h"
 #include "app/startup.h"
-#include "reference/truth.h"
 #include "overlay/overlay_manager.h"
 #include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/overlay_service.h"
+#include "reference/truth.h"
 #include "tests/platform/state_folder.h"
 #include "tests/platform/viewer_camera.h"
 

@@ -21,10 +21,10 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/events/event_hub.h"
-#include "platform/workstation/web/event_feed.h"
-#include "platform/workstation/system/health.h"
-#include "platform/workstation/web/http_server.h"
 #include "platform/workstation/events/run_marks.h"
+#include "platform/workstation/system/health.h"
+#include "platform/workstation/web/event_feed.h"
+#include "platform/workstation/web/http_server.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/state_folder.h"
 

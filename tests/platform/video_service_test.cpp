@@ -190,9 +190,9 @@ TEST_F(VideoServiceTest, ASourceThatCannotBePlayedIsNamedWithTheReason) {
   m_folder.write("empty", "");
   m_folder.write("letter.txt", "Dear patient,\nthis is no video.\n");
   for (const auto& [source, reason] :
-       {std::pair{"absent", "there is no such file"}, std::pair{"empty", "is empty"},
-        std::pair{"letter.txt", ""}, std::pair{"sound.wav", "it holds no picture"},
-        std::pair{"rare.mkv", "it holds no picture"}, std::pair{".", "is a directory"}}) {
+       {std::pair{"absent", "there is no such file"}, std::pair{"empty", "is empty"}, std::pair{"letter.txt", ""},
+        std::pair{"sound.wav", "it holds no picture"}, std::pair{"rare.mkv", "it holds no picture"},
+        std::pair{".", "is a directory"}}) {
     useCamera(source);
     const std::string message = errorOf(64, 36, 0);
     const std::string file = std::filesystem::path(m_folder / source).lexically_normal().string();
