@@ -20,7 +20,7 @@ rooms=(
   "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
   "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
-  "pose|app/initial_params.h app/process_state.h video|larod.h"
+  "pose|app/[a-z]*_params.h app/process_state.h video|larod.h"
   "geometry|app/process_state.h app/truncate.h video/VideoStreamSource.h|opencv2"
   "events|platform/clock|axevent.h"
   "analysis|app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock|opencv2"

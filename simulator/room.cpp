@@ -144,10 +144,49 @@ bool findWallPlace(const Room& room, Random& random, float radius, glm::vec2& pl
   return false;
 }
 
+glm::vec3 randomColor(Random& random) {
+  return glm::vec3(uniform(random, 0.25F, 0.8F), uniform(random, 0.22F, 0.65F), uniform(random, 0.18F, 0.6F));
+}
+
+void addPiece(Room& room, Random& random, unsigned kind, glm::vec2 place) {
+  const glm::vec3 base(place, 0);
+  const glm::vec3 tint = randomColor(random);
+  if (kind == 0) {  // wardrobe
+    addBox(room.mesh, base, {0.8F, 0.55F, 1.9F}, place.x < 0.6F || place.x > room.width - 0.6F ? 1.5708F : 0, tint,
+           Surface::kWood);
+  } else if (kind == 1) {  // bedside table
+    addBox(room.mesh, base, {0.45F, 0.4F, 0.6F}, 0, tint, Surface::kWood);
+    addBox(room.mesh, base + glm::vec3(0.05F, 0, 0.6F), {0.12F, 0.12F, 0.25F}, 0.4F, randomColor(random));
+  } else if (kind == 2) {  // chair
+    addBox(room.mesh, base + glm::vec3(0, 0, 0.3F), {0.48F, 0.48F, 0.15F}, 0, tint, Surface::kFabric);
+    addBox(room.mesh, base + glm::vec3(0, 0.22F, 0.45F), {0.48F, 0.07F, 0.5F}, 0, tint, Surface::kFabric);
+    for (const float x : {-0.2F, 0.2F}) {
+      for (const float y : {-0.2F, 0.2F})
+        addBox(room.mesh, base + glm::vec3(x, y, 0), {0.04F, 0.04F, 0.3F}, 0, tint * 0.5F);
+    }
+  } else if (kind == 3) {  // drip stand
+    addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 0.7F, glm::vec3(0.4F));
+    addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 2.3F, glm::vec3(0.4F));
+    addBox(room.mesh, base, {0.03F, 0.03F, 1.8F}, 0, glm::vec3(0.7F));
+    addBox(room.mesh, base + glm::vec3(0.08F, 0, 1.5F), {0.13F, 0.05F, 0.24F}, 0, glm::vec3(0.8F, 0.85F, 0.88F));
+  } else {  // plant
+    addBox(room.mesh, base, {0.3F, 0.3F, 0.35F}, 0.3F, tint);
+    for (int leaf = 0; leaf < 7; ++leaf) {
+      const float a = 0.9F * static_cast<float>(leaf);
+      addCapsule(room.mesh,
+                 {base + glm::vec3(0, 0, 0.4F),
+                  base + glm::vec3(0.22F * std::cos(a), 0.22F * std::sin(a), 0.75F + 0.05F * std::cos(3 * a)),
+                  0.03F,
+                  0.06F,
+                  {0, 0, 1},
+                  0.5F,
+                  glm::vec3(0.15F, 0.38F, 0.14F),
+                  Surface::kPlain});
+    }
+  }
+}
+
 void addFurniture(Room& room, Random& random) {
-  const auto color = [&] {
-    return glm::vec3(uniform(random, 0.25F, 0.8F), uniform(random, 0.22F, 0.65F), uniform(random, 0.18F, 0.6F));
-  };
   const std::size_t pieces = 2 + random() % 4;
   for (std::size_t i = 0; i < pieces; ++i) {
     const auto kind = static_cast<unsigned>(random() % 5);
@@ -155,50 +194,16 @@ void addFurniture(Room& room, Random& random) {
     glm::vec2 place;
     if (!findWallPlace(room, random, radius, place)) continue;
     room.obstacles.emplace_back(place.x, place.y, radius);
-    const glm::vec3 base(place, 0);
-    const glm::vec3 tint = color();
-    if (kind == 0) {  // wardrobe
-      addBox(room.mesh, base, {0.8F, 0.55F, 1.9F}, place.x < 0.6F || place.x > room.width - 0.6F ? 1.5708F : 0, tint,
-             Surface::kWood);
-    } else if (kind == 1) {  // bedside table
-      addBox(room.mesh, base, {0.45F, 0.4F, 0.6F}, 0, tint, Surface::kWood);
-      addBox(room.mesh, base + glm::vec3(0.05F, 0, 0.6F), {0.12F, 0.12F, 0.25F}, 0.4F, color());
-    } else if (kind == 2) {  // chair
-      addBox(room.mesh, base + glm::vec3(0, 0, 0.3F), {0.48F, 0.48F, 0.15F}, 0, tint, Surface::kFabric);
-      addBox(room.mesh, base + glm::vec3(0, 0.22F, 0.45F), {0.48F, 0.07F, 0.5F}, 0, tint, Surface::kFabric);
-      for (const float x : {-0.2F, 0.2F}) {
-        for (const float y : {-0.2F, 0.2F})
-          addBox(room.mesh, base + glm::vec3(x, y, 0), {0.04F, 0.04F, 0.3F}, 0, tint * 0.5F);
-      }
-    } else if (kind == 3) {  // drip stand
-      addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 0.7F, glm::vec3(0.4F));
-      addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 2.3F, glm::vec3(0.4F));
-      addBox(room.mesh, base, {0.03F, 0.03F, 1.8F}, 0, glm::vec3(0.7F));
-      addBox(room.mesh, base + glm::vec3(0.08F, 0, 1.5F), {0.13F, 0.05F, 0.24F}, 0, glm::vec3(0.8F, 0.85F, 0.88F));
-    } else {  // plant
-      addBox(room.mesh, base, {0.3F, 0.3F, 0.35F}, 0.3F, tint);
-      for (int leaf = 0; leaf < 7; ++leaf) {
-        const float a = 0.9F * static_cast<float>(leaf);
-        addCapsule(room.mesh,
-                   {base + glm::vec3(0, 0, 0.4F),
-                    base + glm::vec3(0.22F * std::cos(a), 0.22F * std::sin(a), 0.75F + 0.05F * std::cos(3 * a)),
-                    0.03F,
-                    0.06F,
-                    {0, 0, 1},
-                    0.5F,
-                    glm::vec3(0.15F, 0.38F, 0.14F),
-                    Surface::kPlain});
-      }
-    }
+    addPiece(room, random, kind, place);
   }
   if (chance(random, 0.5F)) {  // rug
     addBox(room.mesh, {room.width * uniform(random, 0.4F, 0.65F), uniform(random, 1.6F, 2.6F), 0},
-           {uniform(random, 1.0F, 1.8F), uniform(random, 0.8F, 1.3F), 0.012F}, uniform(random, -0.3F, 0.3F), color(),
-           chance(random, 0.5F) ? Surface::kStripes : Surface::kFabric);
+           {uniform(random, 1.0F, 1.8F), uniform(random, 0.8F, 1.3F), 0.012F}, uniform(random, -0.3F, 0.3F),
+           randomColor(random), chance(random, 0.5F) ? Surface::kStripes : Surface::kFabric);
   }
   for (std::size_t i = random() % 3; i > 0; --i) {  // pictures
     addBox(room.mesh, {uniform(random, 0.5F, room.width - 0.5F), room.depth - 0.015F, uniform(random, 1.3F, 1.6F)},
-           {uniform(random, 0.3F, 0.7F), 0.02F, uniform(random, 0.3F, 0.6F)}, 0, color(), Surface::kTiles);
+           {uniform(random, 0.3F, 0.7F), 0.02F, uniform(random, 0.3F, 0.6F)}, 0, randomColor(random), Surface::kTiles);
   }
 }
 
