@@ -8,12 +8,8 @@
 #include <regex>
 #include <set>
 
-#include "analysis/area_of_interest.h"
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
-#include "config/parameter_io.h"
-#include "geometry/distance_controller.h"
-#include "platform/scripted/lens.h"
 #include "tests/platform/state_folder.h"
 
 namespace {
@@ -31,7 +27,7 @@ class Store : public ::testing::Test {
     setenv("VELMOR_MANIFEST", kManifest.c_str(), 1);
     openlog("config_test", 0, LOG_USER);
   }
-  ~Store() override { g_IsDevMode = g_IsPortrait = false; }
+  ~Store() override { g_IsDevMode = false; }
 
   void open() { controller.init_controller("velmor_care"); }
   bool logged(const std::string& text) { return state.read("system.log").find(text) != std::string::npos; }
@@ -52,36 +48,8 @@ TEST_F(Store, TheManifestHoldsExactlyTheParametersThatAreRead) {
   std::set<std::string> read;
   for (std::sregex_iterator match(log.begin(), log.end(), line), end; match != end; ++match) read.insert((*match)[1]);
   std::set<std::string> declared;
-  for (const auto& parameter : manifestParameters()) {
-    declared.insert(parameter.at("name"));
-    if (parameter.contains("min")) {
-      const double value = std::stod(parameter.at("default").get<std::string>());
-      EXPECT_TRUE(value >= parameter.at("min") && value <= parameter.at("max")) << parameter;
-    } else if (parameter.contains("values")) {
-      EXPECT_NE(parameter.at("values").dump().find(parameter.at("default").dump()), std::string::npos) << parameter;
-    }
-  }
+  for (const auto& parameter : manifestParameters()) declared.insert(parameter.at("name"));
   EXPECT_EQ(read, declared);
-  EXPECT_EQ(read.size(), 80U);
-}
-
-TEST_F(Store, TheDefaultsCalibrateInBothOrientationsAndActivateNoArea) {
-  open();
-  const _DetectionParams params = controller.load_detection_params();
-  EXPECT_FALSE(params.b_Detection1Active || params.b_Detection2Active || params.b_Detection3Active);
-  const auto p = [&params](int i) { return static_cast<float>(params.i_FallCalibration[i]); };
-  for (int i = 0; i < 8; ++i) EXPECT_TRUE(p(i) >= 0 && p(i) < 720);
-  const Quad quad(p(0), p(1), p(6), p(7), p(4), p(5), p(2), p(3));
-  const scripted::Lens lens("UINT32 3700;\n");
-  for (const bool portrait : {false, true}) {
-    g_IsPortrait = portrait;
-    g_StreamWidth = portrait ? 720 : 1280;
-    g_StreamHeight = portrait ? 1280 : 720;
-    Distance_Controller floor;
-    ASSERT_TRUE(floor.calibrate("AXIS Q1656", quad, params.f_WRectM, params.f_HRectM));
-    const float feet = floor.world_to_screen_point({0.75F, 1, 0}).y;
-    EXPECT_LT(floor.world_to_screen_point({0.75F, 1, -1.7F}).y, feet - 100) << "people stand upright";
-  }
 }
 
 /// All polygons and the floor points.
@@ -90,18 +58,13 @@ std::array<int*, 7> polygonsOf(_DetectionParams& p) {
           p.i_Exclusion2, p.i_Exclusion3, p.i_FallCalibration};
 }
 
-/// Every coordinate another one, beginning with a negative one.
-void number(_DetectionParams& params) {
-  int value = -20;
-  for (int* polygon : polygonsOf(params)) {
-    for (int i = 0; i < 8; ++i) polygon[i] = value += 17;
-  }
-}
-
 TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
   open();
   _DetectionParams saved;
-  number(saved);
+  int value = -20;  // every coordinate another one, the first negative
+  for (int* polygon : polygonsOf(saved)) {
+    for (int i = 0; i < 8; ++i) polygon[i] = value += 17;
+  }
   saved.i_Detection1[8] = 99;  // reserved: neither saved nor loaded
   saved.b_Detection1Active = saved.b_Exclusion2Active = saved.b_DetectFallenPersons = true;
   saved.f_WRectM = 2.25F;
@@ -135,16 +98,12 @@ TEST_F(Store, ReadsTheCameraTheModelsAndOnlyTrueAsTrue) {
   EXPECT_EQ(controller.get_rotation(), 90);
   EXPECT_EQ(controller.findProdShortName(), "AXIS Q1715");
   controller.list_params();
-  for (const char* line : {"info: find_rotation_parameter: About to return rotation number: 90",
-                           "info: findProdShortName: About to return ProdShortName: AXIS Q1715",
-                           "info: list_params: Parameter in list: \"WRectM\""}) {
-    EXPECT_TRUE(logged(line)) << line;
-  }
+  EXPECT_TRUE(logged("info: list_params: Parameter in list: \"WRectM\""));
   const _InitialParams params = controller.load_initial_params();
   EXPECT_EQ(params.l_LarodChipType, LAROD_CHIP_CPU);
   EXPECT_TRUE(params.i_mobilenetModelWidth == 300 && params.i_mobilenetModelHeight == 300);
   EXPECT_EQ(params.s_LandscapeModelFileName + params.s_PortraitModelFileName, "pose_landscape.onnxpose_portrait.onnx");
-  for (const char* text : {"1", "TRUE", "yes", "", "true "}) {
+  for (const char* text : {"1", "TRUE", "", "true "}) {
     controller.set_string_parameter("Exclusion1Active", text);
     EXPECT_FALSE(controller.get_boolean_parameter("Exclusion1Active")) << text;
   }
@@ -190,23 +149,6 @@ TEST_F(Store, AFailureIsLoggedAndClosesTheStore) {
   EXPECT_TRUE(logged("emergency: init_controller: Error Initializng Parameter of velmor_care"));
   EXPECT_TRUE(logged("error: find_rotation_parameter: Unknown rotation value"));
   EXPECT_EQ(controller.get_rotation(), 0);
-}
-
-TEST(ParameterIo, PolygonsAndSwitchesReachTheAreas) {
-  number(g_DetectionParams);
-  g_DetectionParams.b_Detection2Active = g_DetectionParams.b_Exclusion3Active = true;
-  parameter_io::store_points_into_AOI();
-  parameter_io::store_points_into_exclusions();
-  for (int id = 1; id <= 3; ++id) {
-    const int d = -3 + 136 * (id - 1);
-    const int e = d + 408;
-    EXPECT_EQ(g_AreaofInterest.get_detection(id),
-              (t_Polygon{{d, d + 17}, {d + 34, d + 51}, {d + 68, d + 85}, {d + 102, d + 119}}));
-    EXPECT_EQ(g_AreaofInterest.get_exclusion(id),
-              (t_Polygon{{e, e + 17}, {e + 34, e + 51}, {e + 68, e + 85}, {e + 102, e + 119}}));
-    EXPECT_EQ(g_AreaofInterest.get_detection_active(id), id == 2);
-    EXPECT_EQ(g_AreaofInterest.get_exclusion_active(id), id == 3);
-  }
 }
 
 }  // namespace
