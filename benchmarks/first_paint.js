@@ -20,7 +20,7 @@ function watch() {
 
 const median = (values) => values.sort((a, b) => a - b)[Math.floor(values.length / 2)];
 
-const program = await startProgram({ ...(await demoCamera()), parameters: await demoParameters() });
+const program = await startProgram({ ...demoCamera(), parameters: demoParameters() });
 const browser = await openBrowser();
 const visits = [];
 for (let visit = 0; visit < VISITS; ++visit) {

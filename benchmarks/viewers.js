@@ -41,8 +41,8 @@ async function follow(program, forMs) {
 const line = ({ statuses, times }) =>
   `cycle: median ${middle(times)} ms, longest ${Math.max(...times)} ms; status seen: ${JSON.stringify(statuses)}`;
 
-const parameters = { ...(await demoParameters()), DetectionOverlaysOn: "true", SelectedDetectionOverlay: "1280x720" };
-const program = await startProgram({ ...(await demoCamera()), parameters });
+const parameters = { ...demoParameters(), DetectionOverlaysOn: "true", SelectedDetectionOverlay: "1280x720" };
+const program = await startProgram({ ...demoCamera(), parameters });
 try {
   await sleep(2000);
   console.log(`nobody watching: ${line(await follow(program, WATCHED_MS / 3))}`);

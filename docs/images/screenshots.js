@@ -4,11 +4,10 @@
  */
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
-import { ACTIVE, openBrowser, openSetup, pictureIsLive, save } from "../../tests/web/browser.js";
+import { ACTIVE, openBrowser, openSetup, pictureIsLive, save, toView } from "../../tests/web/browser.js";
 import { demoCamera, demoParameters, startProgram } from "../../tests/web/program.js";
 
 const IMAGES = fileURLToPath(new URL(".", import.meta.url));
-const LIVE = "Live picture of the room";
 
 const take = (page, name) =>
   page.screenshot({ path: join(IMAGES, `page-${name}.jpg`), type: "jpeg", quality: 82, animations: "disabled" });
@@ -47,20 +46,20 @@ async function whileFallen(page, program) {
 
 async function floor(page) {
   await page.setViewportSize({ width: 1440, height: 1000 });
-  await page.getByRole("link", { name: /^Set up/ }).click();
-  await pictureIsLive(page, LIVE);
+  await toView(page, /^Set up/);
+  await pictureIsLive(page);
   await page.getByRole("button", { name: /^Floor/ }).click();
   await page.waitForTimeout(1000);
   await take(page, "floor");
 }
 
-const program = await startProgram({ ...(await demoCamera()), parameters: await demoParameters() });
+const program = await startProgram({ ...demoCamera(), parameters: demoParameters() });
 const browser = await openBrowser();
 try {
   const page = await openSetup(browser, program.page);
   await switchStreamsOn(page);
-  await page.getByRole("link", { name: "Watch", exact: true }).click();
-  await pictureIsLive(page, LIVE);
+  await toView(page, "Watch");
+  await pictureIsLive(page);
   await whileFallen(page, program);
   await floor(page);
 } finally {

@@ -8,25 +8,18 @@ import { chromium } from "playwright-core";
 export const ACTIVE = /^\W*Active$/;
 export const KNOWN = /^\W*(Active|Not active)$/;
 
+/** The picture with what the program found, in both views. */
+const LIVE = /Live picture of the room/;
+
 /** For what a loaded machine with sanitizers takes; no test passes sooner by a smaller one. */
 const PATIENCE_MS = 60000;
 
-const FLAGS = [
-  "--no-sandbox",
-  "--disable-gpu",
-  "--disable-quic",
-  "--no-first-run",
-  "--disable-background-networking",
-  "--disable-component-update",
-  "--disable-sync",
-];
+const QUIET = ["background-networking", "component-update", "sync"].map((what) => `--disable-${what}`);
+const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", ...QUIET];
 
 export function openBrowser(flags = []) {
-  return chromium.launch({
-    executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
-    headless: true,
-    args: [...FLAGS, ...flags],
-  });
+  const executablePath = process.env.CHROMIUM ?? "/usr/bin/chromium";
+  return chromium.launch({ executablePath, headless: true, args: [...FLAGS, ...flags] });
 }
 
 /**
@@ -52,20 +45,20 @@ export async function openPage(browser, address, { width = 1280, height = 900, .
 export async function openSetup(browser, address, options) {
   const page = await openPage(browser, address, options);
   await page.getByRole("button", { name: "Skip the guide" }).click();
-  await page
-    .getByRole("navigation", { name: "Views" })
-    .getByRole("link", { name: /^Set up/ })
-    .click();
-  await pictureIsLive(page, "Live picture of the room");
+  await toView(page, /^Set up/);
+  await pictureIsLive(page);
   return page;
 }
+
+export const toView = (page, name) =>
+  page.getByRole("navigation", { name: "Views" }).getByRole("link", { name }).click();
 
 export function noComplaints(page) {
   assert.deepEqual(page.complaints, []);
 }
 
 /** Waits until the page's live picture shows a picture. */
-export async function pictureIsLive(page, name) {
+export async function pictureIsLive(page, name = LIVE) {
   const picture = page.getByRole("img", { name });
   await picture.waitFor();
   await page.waitForFunction((image) => image.naturalWidth > 0, await picture.elementHandle());
@@ -73,10 +66,13 @@ export async function pictureIsLive(page, name) {
   return picture;
 }
 
+/** Waits until a part of the page shows a text. */
+export const says = (place, text) => place.getByText(text).first().waitFor();
+
 /** Saves and waits for what the page says about it. */
 export async function save(page, expected = /Saved and read back at/) {
   await page.getByRole("button", { name: "Save" }).click();
-  await page.getByRole("region", { name: "Saving" }).getByText(expected).waitFor();
+  await says(page.getByRole("region", { name: "Saving" }), expected);
 }
 
 /** The handle of a corner, a floor point or the figure. */
@@ -84,7 +80,7 @@ export const handle = (page, name) => page.getByRole("slider", { name, exact: tr
 
 /** Drags a handle to a point of the analysis picture, in shares of its width and height. */
 export async function drag(page, name, x, y) {
-  const picture = await page.getByRole("img", { name: "Live picture of the room" }).boundingBox();
+  const picture = await page.getByRole("img", { name: LIVE }).boundingBox();
   const from = await handle(page, name).boundingBox();
   await page.mouse.move(from.x + from.width / 2, from.y + from.height / 2);
   await page.mouse.down();

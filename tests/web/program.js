@@ -1,5 +1,6 @@
 /** The real program, started as a user starts it, and a connection to it that can be cut and listened to. */
 import { spawn } from "node:child_process";
+import { once } from "node:events";
 import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import { createServer, request as createRequest } from "node:http";
 import { tmpdir } from "node:os";
@@ -18,28 +19,21 @@ const SANITIZERS = {
   LSAN_OPTIONS: `suppressions=${join(ROOT, "tests/demo/leaks.supp")}:print_suppressions=0`,
 };
 
+const { parameters: installed, ...description } = JSON.parse(await readFile(join(DEMO, "demo.settings.json")));
+
 /** What a camera is, and nothing that an installer has set. */
-export async function demoCamera() {
-  const { product_name, focal_length_um, rotation } = JSON.parse(await readFile(join(DEMO, "demo.settings.json")));
-  return { source: join(DEMO, "demo.mp4"), loop: true, product_name, focal_length_um, rotation };
-}
+export const demoCamera = () => ({ source: join(DEMO, "demo.mp4"), loop: true, ...description });
 
 /** The demo's settings: what an installer of that room would set. */
-export async function demoParameters() {
-  return JSON.parse(await readFile(join(DEMO, "demo.settings.json"))).parameters;
-}
+export const demoParameters = () => installed;
 
-/**
- * Starts the program on a camera's description and waits until its page has an address.
- * @param {object} camera
- * @returns {Promise<RunningProgram>}
- */
+/** Starts the program on a camera's description and waits until its page has an address. */
 export async function startProgram(camera) {
   const folder = await mkdtemp(join(tmpdir(), "velmor-page-"));
-  const description = join(folder, "camera.json");
-  await writeFile(description, JSON.stringify(camera));
+  const source = join(folder, "camera.json");
+  await writeFile(source, JSON.stringify(camera));
   const state = join(folder, "state");
-  const words = ["--source", description, "--state", state, "--listen", "127.0.0.1:0"];
+  const words = ["--source", source, "--state", state, "--listen", "127.0.0.1:0"];
   const child = spawn(join(PROGRAMS, "velmor_run"), words, {
     env: { ...process.env, ...SANITIZERS, VELMOR_SOURCE_DIR: ROOT },
     stdio: ["ignore", "pipe", "pipe"],
@@ -56,37 +50,24 @@ export async function startProgram(camera) {
 
 class RunningProgram {
   constructor(child, folder, state) {
-    this.child = child;
-    this.folder = folder;
-    this.state = state;
-    this.output = "";
-    this.page = null;
-    this.stopping = false;
-    this.ended = new Promise((resolve) =>
-      child.once("close", (code, signal) => {
-        if (!this.stopping) console.error(`the program ended by itself with ${code ?? signal}:\n${this.output}`);
-        resolve({ code, signal });
-      }),
-    );
+    Object.assign(this, { child, folder, state, output: "", page: null, stopping: false });
+    for (const stream of [child.stdout, child.stderr]) stream.on("data", (chunk) => (this.output += chunk));
+    this.ended = once(child, "close").then(([code, signal]) => {
+      if (!this.stopping) console.error(`the program ended by itself with ${code ?? signal}:\n${this.output}`);
+      return { code, signal };
+    });
   }
 
   /** Waits for the page's address. */
-  started() {
-    return new Promise((resolve, reject) => {
-      const timer = setTimeout(() => reject(new Error(`no address of a page:\n${this.output}`)), START_MS);
-      const take = (chunk) => {
-        this.output += chunk;
-        const match = /^Page: (http:\S+)/m.exec(this.output);
-        if (!match || this.page) return;
-        clearTimeout(timer);
-        this.page = new URL(match[1]);
-        resolve();
-      };
-      this.child.stdout.on("data", take);
-      this.child.stderr.on("data", take);
-      this.child.once("error", reject);
-      this.ended.then(({ code, signal }) => reject(new Error(`ended with ${code ?? signal}:\n${this.output}`)));
-    });
+  async started() {
+    const late = setTimeout(() => this.child.kill("SIGKILL"), START_MS).unref();
+    while (!this.page) {
+      const end = await Promise.race([once(this.child.stdout, "data"), this.ended]);
+      if ("code" in end) throw new Error(`no address of a page:\n${this.output}`);
+      const address = /^Page: (http:\S+)/m.exec(this.output)?.[1];
+      if (address) this.page = new URL(address);
+    }
+    clearTimeout(late);
   }
 
   /** The address of the program's own handler. */
@@ -170,15 +151,12 @@ export class Gateway {
     for (const feed of this.feeds) feed.write(`event: ${type}\ndata: ${JSON.stringify(data)}\n\n`);
   }
 
-  /** @returns {Promise<number>} the port to connect to */
-  plug(port = this.port ?? 0) {
-    return new Promise((resolve, reject) => {
-      this.server.once("error", reject);
-      this.server.listen(port, "127.0.0.1", () => {
-        this.port = this.server.address().port;
-        resolve(this.port);
-      });
-    });
+  /** @returns {Promise<number>} the port to connect to, the same each time */
+  async plug() {
+    this.server.listen(this.port ?? 0, "127.0.0.1");
+    await once(this.server, "listening");
+    this.port = this.server.address().port;
+    return this.port;
   }
 
   cut() {

@@ -1,208 +1,157 @@
 import assert from "node:assert/strict";
-import { after, afterEach, before, describe, test } from "node:test";
-import {
-  ACTIVE,
-  KNOWN,
-  axeViolations,
-  drag,
-  noComplaints,
-  openBrowser,
-  openPage,
-  openSetup,
-  pictureIsLive,
-  save,
-  whereabouts,
-} from "../browser.js";
-import { encodeSettings, parseSettings } from "../../../web/program/wire.js";
-import { Gateway, demoCamera, demoParameters, startProgram } from "../program.js";
+import { describe, test } from "node:test";
+import * as ui from "../browser.js";
+import { onTheDemo } from "../demo.js";
 
-const SIZE = { width: 1280, height: 720 };
+const { ACTIVE, axeViolations, noComplaints, pictureIsLive, save, says, whereabouts } = ui;
+
 const FALL = "Fall Detected";
 const BED = "Patient Out of Bed";
-/** A change that nothing the program says later undoes. */
-const FALLEN = { seq: 1e9, name: FALL, active: true };
+const NOT_LIVE = /^Not live: the picture of \d/;
 
-let program;
-let gateway;
-let browser;
-const pages = [];
+const demo = onTheDemo();
 
-before(async () => {
-  program = await startProgram({ ...(await demoCamera()), parameters: await demoParameters() });
-  gateway = new Gateway(Number(program.page.port));
-  // The browser takes the gateway without knowing it.
-  browser = await openBrowser([`--host-resolver-rules=MAP ${program.page.host} 127.0.0.1:${await gateway.plug()}`]);
-});
-
-afterEach(async () => {
-  gateway.intercept = () => false;
-  if (!gateway.server.listening) await gateway.plug();
-  for (const page of pages.splice(0)) await page.context().close();
-});
-
-after(async () => {
-  await browser?.close();
-  await gateway?.cut();
-  await program?.stop();
-});
-
-async function open(options) {
-  const page = await openPage(browser, program.page, options);
-  pages.push(page);
-  await pictureIsLive(page, /Live picture of the room/);
+async function open() {
+  const page = await demo.open();
+  await pictureIsLive(page);
   return page;
 }
 
+const gone = (locator) => locator.waitFor({ state: "detached" });
 const chip = (page, text) => page.getByRole("banner").getByText(text);
-const card = (page, name) => page.getByRole("article").filter({ has: page.getByRole("heading", { name }) });
+const inCard = (page, name, text) => says(page.getByRole("article").filter({ hasText: name }), text);
+const lost = (page) => page.getByRole("alert").getByText("The camera does not answer");
 const title = (page, pattern) =>
   page.waitForFunction(([source]) => new RegExp(source).test(document.title), [pattern.source]);
 const until = async (condition) => {
   while (!(await condition())) await new Promise((resolve) => setTimeout(resolve, 100));
 };
-const isStatus = ({ url }) => /action=get_(status|execution)/.test(url);
+/** A change that nothing the program says later undoes. */
 const fallen = async (page) => {
-  gateway.tell("change", { ...FALLEN, time: new Date().toISOString() });
+  demo.gateway.tell("change", { seq: 1e9, name: FALL, active: true, time: new Date().toISOString() });
   await title(page, /Fall detected/);
 };
 
 test("a lost connection is said at once, what was entered is kept, and all of it returns by itself", async () => {
-  const page = await openSetup(browser, program.page);
-  pages.push(page);
-  await drag(page, "Bed area 1, corner 1", 0.3, 0.3);
+  const page = await demo.openSetup();
+  await ui.drag(page, "Bed area 1, corner 1", 0.3, 0.3);
   const entered = await whereabouts(page, "Bed area 1, corner 1");
 
-  await gateway.cut();
-  const banner = page.getByRole("alert").getByText("The camera does not answer");
-  await banner.waitFor();
+  await demo.gateway.cut();
+  await lost(page).waitFor();
   await chip(page, /No connection since/).waitFor();
-  await page.getByText(/^Not live: the picture of/).waitFor();
+  await says(page, NOT_LIVE);
   await save(page, /Not saved/);
   assert.deepEqual(await whereabouts(page, "Bed area 1, corner 1"), entered);
 
-  await gateway.plug();
-  await banner.waitFor({ state: "detached" });
-  await page.getByText(/^Not live: the picture of/).waitFor({ state: "detached" });
+  await demo.gateway.plug();
+  await gone(lost(page));
+  await gone(page.getByText(NOT_LIVE));
   assert.deepEqual(await whereabouts(page, "Bed area 1, corner 1"), entered);
   await save(page);
-  await page.getByRole("link", { name: "Watch", exact: true }).click();
-  await pictureIsLive(page, /Live picture of the room/);
-  await page.getByRole("article").getByText(KNOWN).first().waitFor();
+  await ui.toView(page, "Watch");
+  await pictureIsLive(page);
+  await says(page.getByRole("article"), ui.KNOWN);
 });
 
 describe("a fall stays in sight", () => {
   test("in red, with when it began and since when nothing is heard, when the cable is cut", async () => {
     const page = await open();
     await fallen(page);
-    await gateway.cut();
+    await demo.gateway.cut();
     const words = /Fall detected at .*, connection lost since \d/;
     await title(page, words);
     await chip(page, words).waitFor();
-    await page.getByRole("region", { name: "State" }).getByText(words).waitFor();
-    await card(page, FALL).getByText(ACTIVE).waitFor();
-    await card(page, FALL)
-      .getByText(/Connection lost since/)
-      .waitFor();
+    await says(page.getByRole("region", { name: "State" }), words);
+    await inCard(page, FALL, ACTIVE);
+    await inCard(page, FALL, /Connection lost since/);
     assert.equal(await page.locator(".chip.tone-alarm").count(), 1);
     assert.deepEqual(await axeViolations(page), []);
-    await gateway.plug();
-    await page.getByRole("alert").getByText("The camera does not answer").waitFor({ state: "detached" });
+    await demo.gateway.plug();
+    await gone(lost(page));
   });
 
   test("while the status is never answered: the feed lives, and says so", async () => {
     const page = await open();
     let unanswered = 0;
-    gateway.intercept = (request) => isStatus(request) && ++unanswered > 0;
+    demo.gateway.intercept = ({ url }) => /action=get_(status|execution)/.test(url) && ++unanswered > 0;
     await fallen(page);
-    await page.getByText(/The program's status has not been answered for/).waitFor();
+    await says(page, /The program's status has not been answered for/);
     await until(() => unanswered > 2);
     assert.match(await page.title(), /Fall detected ·/);
-    assert.equal(await page.getByRole("alert").getByText("The camera does not answer").count(), 0);
-    assert.equal(gateway.feeds.size, 1);
-    await card(page, FALL).getByText(ACTIVE).waitFor();
+    assert.deepEqual([await lost(page).count(), demo.gateway.feeds.size], [0, 1]);
+    await inCard(page, FALL, ACTIVE);
   });
 });
 
 test("a program that stands still is noticed, in words and over the picture, and its going on as well", async () => {
   const page = await open();
   try {
-    await program.signal("SIGSTOP");
+    await demo.program.signal("SIGSTOP");
     await chip(page, /no sign of life since \d/i).waitFor();
-    await page.getByRole("heading", { name: /^Not live: the picture of \d/ }).waitFor();
-    await page
-      .locator(".picture")
-      .getByText(/^Not live: the picture of \d/)
-      .waitFor();
-    await card(page, FALL)
-      .getByText(/No sign of life since/)
-      .waitFor();
+    await page.getByRole("heading", { name: NOT_LIVE }).waitFor();
+    await says(page.locator(".picture"), NOT_LIVE);
+    await inCard(page, FALL, /No sign of life since/);
   } finally {
-    await program.signal("SIGCONT");
+    await demo.program.signal("SIGCONT");
   }
-  await chip(page, /no sign of life|no connection|connection lost/i).waitFor({ state: "detached" });
-  await page
-    .getByText(/^Not live: the picture of/)
-    .first()
-    .waitFor({ state: "detached" });
+  await gone(chip(page, /no sign of life|no connection|connection lost/i));
+  await gone(page.getByText(NOT_LIVE).first());
 });
 
 test("ten tabs show the picture and a fall over few connections, and hidden ones take no pictures", async () => {
   const first = await open();
   const tabs = [first];
   while (tabs.length < 10) tabs.push(await first.context().newPage());
-  await Promise.all(tabs.slice(1).map((tab) => tab.goto(program.page.href)));
-  for (const tab of tabs) await pictureIsLive(tab, /Live picture of the room/);
+  await Promise.all(tabs.slice(1).map((tab) => tab.goto(demo.program.page.href)));
+  for (const tab of tabs) await pictureIsLive(tab);
   await fallen(first);
   for (const tab of tabs) await title(tab, /Fall detected/);
-  assert.deepEqual([gateway.feeds.size, gateway.streams.size], [1, 1]);
+  const { feeds, streams } = demo.gateway;
+  assert.deepEqual([feeds.size, streams.size], [1, 1]);
   const show = (hidden) => {
     Object.defineProperty(document, "hidden", { value: hidden, configurable: true });
     document.dispatchEvent(new Event("visibilitychange"));
   };
   for (const tab of tabs) await tab.evaluate(show, true);
-  await until(() => gateway.streams.size === 0);
+  await until(() => streams.size === 0);
   await tabs[9].evaluate(show, false);
-  await until(() => gateway.streams.size === 1);
+  await until(() => streams.size === 1);
   await first.close();
   await tabs[9].reload();
-  await pictureIsLive(tabs[9], /Live picture of the room/);
+  await pictureIsLive(tabs[9]);
   await title(tabs[9], /Fall detected|Partly|Watching|out of bed/);
+  demo.pages.push(tabs[9]);
 });
 
 test("a browser without shared workers shows the same", async () => {
-  const page = await openPage(browser, new URL("about:blank"));
-  pages.push(page);
+  const page = await ui.openPage(demo.browser, new URL("about:blank"));
+  demo.pages.push(page);
   await page.addInitScript(() => delete window.SharedWorker);
-  await page.goto(program.page.href);
-  await pictureIsLive(page, /Live picture of the room/);
+  await page.goto(demo.program.page.href);
+  await pictureIsLive(page);
   await fallen(page);
   noComplaints(page);
 });
 
 test("a camera without the feed of events tells them through its status, and the page says that", async () => {
-  gateway.intercept = ({ url }, response) => {
+  demo.gateway.intercept = ({ url }, response) => {
     if (url.startsWith("/platform/events")) return response.writeHead(404).end("none");
     return url.includes("action=get_status_code") && response.end("502");
   };
   const page = await open();
-  await page.getByText(/known only through the program's status/).waitFor();
-  await card(page, BED).getByText(ACTIVE).waitFor();
-  await card(page, FALL).getByText("Not known").waitFor();
-  await page.getByText("Hatched: not known.").waitFor();
+  await says(page, /known only through the program's status/);
+  await inCard(page, BED, ACTIVE);
+  await inCard(page, FALL, "Not known");
+  await says(page, "Hatched: not known.");
 });
 
 describe("a camera on which all is well", () => {
   const at = (minutes) => new Date(Date.now() - minutes * 60000).toISOString();
   const events = [FALL, BED].map((name) => ({ name, active: false, since: null }));
-  const history = [
-    { seq: 1, name: FALL, active: true, time: at(100) },
-    { seq: 2, name: FALL, active: false, time: at(80), closed_at_start: true },
-  ];
-  const watching = [
-    { active: true, time: at(120) },
-    { active: false, time: at(95) },
-    { active: true, time: at(80) },
-  ];
+  const history = [100, 80].map((minutes) => ({ name: FALL, active: minutes === 100, time: at(minutes) }));
+  history[1].closed_at_start = true;
+  const watching = [120, 95, 80].map((minutes) => ({ active: minutes !== 95, time: at(minutes) }));
 
   /** The real settings and pictures with the heartbeats of a quick machine. */
   function healthy({ url }, response) {
@@ -219,37 +168,29 @@ describe("a camera on which all is well", () => {
     return true;
   }
 
-  test("is green with good settings only, and a link leads to what is missing", async () => {
-    gateway.intercept = healthy;
+  test("is green with good settings only, links to what is missing, hatches what it missed, tells of a restart", async () => {
+    demo.gateway.intercept = healthy;
     const page = await open();
     await page.getByRole("button", { name: "Skip the guide" }).click();
     await chip(page, "Watching").waitFor();
-    const earlier = parseSettings(await program.ask("get_all_parameters"), SIZE);
-    const store = (change) =>
-      program.ask("set_all_parameters", encodeSettings({ ...earlier, ...change }, SIZE).toString());
-    await store({ outOfBed: false, falls: false });
+    const earlier = await demo.read();
+    await demo.store({ ...earlier, outOfBed: false, falls: false });
     await chip(page, "Not watching").waitFor();
-    await store({ falls: false });
+    await demo.store({ ...earlier, falls: false });
     await chip(page, "Partly armed").waitFor();
-    await card(page, FALL).getByText("Not watched for").waitFor();
+    await inCard(page, FALL, "Not watched for");
     await page.getByRole("link", { name: "Set up: events" }).click();
     await page.waitForFunction(() => document.activeElement.id === "detections-heading");
-    await store({});
+    await demo.store(earlier);
     await chip(page, "Watching").waitFor();
-    noComplaints(page);
-  });
 
-  test("hatches the time in which it did not watch, and tells what a restart ended", async () => {
-    gateway.intercept = healthy;
-    const page = await open();
-    await page.getByText("Hatched: not watching.").waitFor();
+    await ui.toView(page, "Watch");
+    await says(page, "Hatched: not watching.");
     await page.getByText(/^As a list/).click();
     const rows = page.getByRole("region", { name: "Events as a list" }).getByRole("row");
-    await rows
-      .filter({ hasText: "Fall Detected" })
-      .getByText(/ended by a restart at .*not known/)
-      .waitFor();
+    await says(rows.filter({ hasText: FALL }), /ended by a restart at .*not known/);
     assert.equal(await rows.filter({ hasText: "Not watching" }).count(), 2);
     assert.equal(await page.locator(".lane .unwatched").count(), 4);
+    noComplaints(page);
   });
 });

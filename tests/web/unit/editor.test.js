@@ -3,41 +3,32 @@ import assert from "node:assert/strict";
 import { describe, test } from "node:test";
 import { floorProblem, floorWarning } from "../../../web/geometry/calibration.js";
 import { areaProblem, contains, distanceToSegment, nearest } from "../../../web/geometry/plane.js";
-import { percentToPixel, pixelToPercent, smallestPercent } from "../../../web/program/wire.js";
 import { createHistory } from "../../../web/settings/history.js";
 import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/setup/floor.js";
-import { loupeSide, loupeSize, loupeSpan } from "../../../web/setup/loupe.js";
 import { pointWords } from "../../../web/setup/stage.js";
 import * as tools from "../../../web/setup/tools.js";
 import { LANDSCAPE, PORTRAIT, SETTINGS, area, frozen, points, rectangle } from "./fixtures.js";
 
-const { FLOOR, TOOLS, movePoint, shiftArea, stepPoint, switchArea } = tools;
+const { FLOOR, TOOLS, movePoint, shiftArea, switchArea } = tools;
 const [BED_1, BED_2] = TOOLS;
 const drawn = (on) => area(on, [10, 20], [40, 20], [45, 60], [5, 60]);
 const settings = frozen({ ...SETTINGS, beds: [drawn(true), drawn(false), drawn(false)] });
 
-describe("history", () => {
-  test("undoes and redoes step by step and forgets what was undone at the next edit", () => {
-    const told = ({ present, canUndo, canRedo }) => [present, canUndo, canRedo];
-    const start = createHistory("a");
-    for (const same of [start, start.undo(), start.redo()]) assert.deepEqual(told(same), ["a", false, false]);
-    const edited = start.push("b").push("c");
-    const back = edited.undo().undo();
-    assert.deepEqual(told(back), ["a", false, true]);
-    assert.deepEqual([back.redo().present, back.redo().redo().present], ["b", "c"]);
-    const other = edited.undo().push("d");
-    assert.deepEqual([...told(other), other.undo().present], ["d", true, false, "b"]);
-  });
+test("history goes back and forth step by step; edits in a row with one label are one step", () => {
+  const told = ({ present, canUndo, canRedo }) => [present, canUndo, canRedo];
+  const start = createHistory("a");
+  for (const same of [start, start.undo(), start.redo()]) assert.deepEqual(told(same), ["a", false, false]);
+  const edited = start.push("b").push("c");
+  const back = edited.undo().undo();
+  assert.deepEqual([...told(back), back.redo().redo().present], ["a", false, true, "c"]);
+  const other = edited.undo().push("d");
+  assert.deepEqual([...told(other), other.undo().present], ["d", true, false, "b"], "what was undone is forgotten");
 
-  test("edits in a row with one label are one step; others are not", () => {
-    const typed = createHistory("").push("1", "width").push("1.6", "width");
-    assert.equal(typed.undo().present, "");
-    assert.equal(typed.push("x", "depth").undo().present, "1.6");
-    assert.equal(createHistory(0).push(1).push(2).undo().present, 1, "drags have no label");
-    const afterUndo = typed.push("x").undo().push("2", "width");
-    assert.equal(afterUndo.undo().present, "1.6", "a label from before an undo takes nothing in");
-    assert.equal(typed.push("1.6", "other"), typed, "no change is no step");
-  });
+  const typed = createHistory("").push("1", "width").push("1.6", "width");
+  assert.deepEqual([typed.undo().present, typed.push("x", "depth").undo().present], ["", "1.6"]);
+  const afterUndo = typed.push("x").undo().push("2", "width");
+  assert.equal(afterUndo.undo().present, "1.6", "a label from before an undo takes nothing in");
+  assert.equal(typed.push("1.6", "other"), typed, "no change is no step");
 });
 
 describe("moving points", () => {
@@ -53,18 +44,6 @@ describe("moving points", () => {
       const [before, after] = [settings, moved].map((from) => (tool === FLOOR ? from.floor : from.beds[0].corners));
       assert.deepEqual(after, [before[0], expected, before[2], before[3]]);
       assert.equal(movePoint(moved, tool, 1, to, LANDSCAPE), moved, "no change is no edit");
-    }
-  });
-
-  test("a key's step goes on from everywhere, to the next percent that is read back as it was sent", () => {
-    for (const size of [LANDSCAPE, PORTRAIT]) {
-      for (let percent = 0; percent <= 94; percent++) {
-        const at = { ...settings, beds: [area(true, [percent, percent], [0, 0], [1, 1], [2, 2])] };
-        const { x, y } = stepPoint(at, BED_1, 0, 1, 5, size).beds[0].corners[0];
-        const stored = percentToPixel(x, size.width);
-        assert.equal(smallestPercent(pixelToPercent(stored, size.width), size.width), x);
-        assert.ok([1, 2].includes(x - percent) && [5, 6].includes(y - percent), `${percent} to ${x}, ${y}`);
-      }
     }
   });
 
@@ -91,13 +70,10 @@ describe("the figure", () => {
     assert.ok(head.y < foot.y - 100);
   });
 
-  test("stays near the rectangle, and away from where nobody can stand", () => {
+  test("stays near the rectangle, and is nowhere when the floor cannot be calibrated", () => {
     const { x } = figureMovedTo(scene, { x: 1279, y: 300 }, LANDSCAPE);
     assert.ok(x > 1.6 && x <= 6.6, `${x}`);
     assert.deepEqual(figureStepped({ ...scene, figure: { x: -5, y: 0 } }, -1, 0, true), { x: -5, y: 0 });
-  });
-
-  test("is not there, and the reason is, when the floor cannot be calibrated", () => {
     assert.deepEqual(floorTrouble(settings, LANDSCAPE), { refused: [], warned: [] });
     for (const change of [{ widthM: "0" }, { depthM: "-1" }, { widthM: "two" }, { depthM: "" }]) {
       const wrong = { ...settings, ...change };
@@ -108,11 +84,8 @@ describe("the figure", () => {
 });
 
 test("places are told as the viewer sees them", () => {
-  const corner = (mirrored) => pointWords(settings, BED_1, 1, LANDSCAPE, mirrored);
-  assert.deepEqual(
-    [corner(false), corner(true)],
-    ["40 percent across, 20 percent down", "60 percent across, 20 percent down"],
-  );
+  const across = [false, true].map((mirrored) => pointWords(settings, BED_1, 1, LANDSCAPE, mirrored).slice(0, 17));
+  assert.deepEqual(across, ["40 percent across", "60 percent across"]);
   assert.match(pointWords(settings, FLOOR, 0, LANDSCAPE, true), /^706 pixels across, 362 /);
 });
 
@@ -150,21 +123,7 @@ test("a pointer takes the nearest handle within its reach, and knows inside from
   const inside = points([7, 5], [2, 5], [11, 5]).map((at) => contains(arrow, at));
   assert.deepEqual(inside, [true, false, false], "in the notch, and beside");
   const [a, b, ...places] = points([0, 0], [0, 10], [3, 5], [3, -4], [0, 12]);
-  assert.deepEqual(
-    places.map((at) => distanceToSegment(at, a, b)),
-    [3, 5, 2],
-  );
+  const away = places.map((at) => distanceToSegment(at, a, b));
+  assert.deepEqual(away, [3, 5, 2]);
   assert.equal(distanceToSegment({ x: 3, y: 4 }, a, a), 5);
-});
-
-test("the loupe leaves a finger's width around the point free and magnifies at least four times", () => {
-  for (const width of [288, 328, 600, 1400]) {
-    const side = loupeSize(width);
-    for (let x = 0; x <= width; x++) {
-      const left = loupeSide({ x, y: 0 }, width) === "left" ? 8 : width - 8 - side;
-      assert.ok(x + 22 < left || x - 22 > left + side, `${x} of ${width}`);
-    }
-    for (const unit of [0.5, 1, 1280 / width, 4]) assert.ok(loupeSpan(side, unit) * 4 <= side * unit + 1e-9);
-    assert.ok(loupeSpan(side, 4) * 4 <= side, "each of the stream's pixels can be told from the next");
-  }
 });

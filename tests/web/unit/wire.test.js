@@ -29,7 +29,12 @@ for (const length of [1280, 720]) {
       let percent = 100 - end;
       for (let count = 0; count < 100; ++count) {
         const next = wire.steppedPercent(percent, step, length);
-        assert.ok(percent === end ? next === end : (next - percent) * step >= step * step, `${percent}, then ${next}`);
+        const [gone, asked] = [(next - percent) * Math.sign(step), Math.abs(step)];
+        assert.ok(
+          percent === end ? gone === 0 : next === end || [asked, asked + 1].includes(gone),
+          `${percent}: ${next}`,
+        );
+        assert.equal(smallestPercent(roundTrip(next), length), next, "read back as it was sent");
         percent = next;
       }
       assert.equal(percent, end);
@@ -115,7 +120,6 @@ test("what is no settings document is refused in one sentence", () => {
   const broken = {
     "another page": "<html><body>Not found</body></html>",
     "half a document": whole.slice(0, whole.length / 2),
-    "no depth": whole.replace(/<HRectM>.*<\/HRectM>/, ""),
     "an area that is no number": whole.replace("<Detection2_3>", "<Detection2_3>x"),
     "a floor point that is not finite": whole.replace(/<FallCalibration_1>[^<]*/, "<FallCalibration_1>nan"),
   };
@@ -131,7 +135,6 @@ test("every difference is named, with what was wanted and what was found", () =>
   const moved = (areas, index, to) => replaced(areas, index, { corners: replaced(areas[index].corners, 1, to) });
   const cases = [
     [{ sensitivity: "0.5" }, "Score that a person must reach: 0.50, not 0.38"],
-    [{ stakes: true }, "Calibration stakes: on, not off"],
     [{ beds: moved(before.beds, 0, { x: 33, y: 20 }) }, /^Bed area 1, corner 2: 33 %, 20 %, not /],
     [{ exclusions: replaced(before.exclusions, 2, { on: true }) }, "Exclusion area 3: on, not off"],
     [{ floor: replaced(before.floor, 3, { x: 5, y: 6 }) }, /^Floor point yellow: 5, 6, not /],
