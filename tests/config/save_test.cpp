@@ -43,7 +43,7 @@ class Saves : public testing::Test {
   }
 
   StateFolder state;
-  Lens lens{"UINT32 3700;\n"};
+  scripted::Lens lens{"UINT32 3700;\n"};
 
  private:
   AXHttpHandler* m_handler = nullptr;
