@@ -33,22 +33,22 @@ constexpr std::array<float, 6> kSensitivities = {0.3F, 0.35F, 0.4F, 0.45F, 0.5F,
 /// One picture from memory, turned as the camera's stream turns it.
 class MemorySource : public ImageFrameSource {
  public:
-  explicit MemorySource(cv::Mat picture) : picture_(std::move(picture)) {}
+  explicit MemorySource(cv::Mat picture) : m_picture(std::move(picture)) {}
 
   bool getFrame(int height, int width, int rotation, uint8_t* pixels) override {
     cv::Mat out(height, width, CV_8UC3, pixels);
     if (rotation == 180) {
-      std::reverse_copy(picture_.data, picture_.data + picture_.total() * 3, pixels);
+      std::reverse_copy(m_picture.data, m_picture.data + m_picture.total() * 3, pixels);
     } else if (rotation == 0) {
-      picture_.copyTo(out);
+      m_picture.copyTo(out);
     } else {
-      cv::rotate(picture_, out, rotation == 90 ? cv::ROTATE_90_CLOCKWISE : cv::ROTATE_90_COUNTERCLOCKWISE);
+      cv::rotate(m_picture, out, rotation == 90 ? cv::ROTATE_90_CLOCKWISE : cv::ROTATE_90_COUNTERCLOCKWISE);
     }
     return true;
   }
 
  private:
-  cv::Mat picture_;
+  cv::Mat m_picture;
 };
 
 struct Truth {

@@ -57,56 +57,56 @@ BENCHMARK(blobFromPackedPicture)->Unit(benchmark::kMillisecond)->UseRealTime();
 /// Bytes in a file to quantized tensors in files, as the program runs it.
 class Service {
  public:
-  Service() : file_(open(kModel.c_str(), O_RDONLY | O_CLOEXEC)) {
-    check(larodConnect(&connection_, &error_));
-    model_ = larodLoadModel(connection_, file_, LAROD_CHIP_CPU, LAROD_ACCESS_PUBLIC, "pose", nullptr, &error_);
-    check(model_ != nullptr);
-    inputs_ = larodCreateModelInputs(model_, &inputCount_, &error_);
-    outputs_ = larodCreateModelOutputs(model_, &outputCount_, &error_);
-    check(inputs_ != nullptr && outputs_ != nullptr && outputCount_ == kOutputBytes.size());
+  Service() : m_file(open(kModel.c_str(), O_RDONLY | O_CLOEXEC)) {
+    check(larodConnect(&m_connection, &m_error));
+    m_model = larodLoadModel(m_connection, m_file, LAROD_CHIP_CPU, LAROD_ACCESS_PUBLIC, "pose", nullptr, &m_error);
+    check(m_model != nullptr);
+    m_inputs = larodCreateModelInputs(m_model, &m_inputCount, &m_error);
+    m_outputs = larodCreateModelOutputs(m_model, &m_outputCount, &m_error);
+    check(m_inputs != nullptr && m_outputs != nullptr && m_outputCount == kOutputBytes.size());
     const cv::Mat picture = noise(kHeight, kWidth, CV_8UC3);
-    std::copy_n(picture.data, kWidth * kHeight * 3, static_cast<uchar*>(input_.getBuffer()));
-    check(larodSetTensorFd(inputs_[0], input_.getFileDescriptor(), &error_));
-    for (std::size_t i = 0; i < outputCount_; ++i) {
-      files_.push_back(std::make_unique<MemoryMappedFile>("/tmp/benchmark-XXXXXX", kOutputBytes[i]));
-      check(larodSetTensorFd(outputs_[i], files_[i]->getFileDescriptor(), &error_));
+    std::copy_n(picture.data, kWidth * kHeight * 3, static_cast<uchar*>(m_input.getBuffer()));
+    check(larodSetTensorFd(m_inputs[0], m_input.getFileDescriptor(), &m_error));
+    for (std::size_t i = 0; i < m_outputCount; ++i) {
+      m_files.push_back(std::make_unique<MemoryMappedFile>("/tmp/benchmark-XXXXXX", kOutputBytes[i]));
+      check(larodSetTensorFd(m_outputs[i], m_files[i]->getFileDescriptor(), &m_error));
     }
-    request_ = larodCreateJobRequest(model_, inputs_, inputCount_, outputs_, outputCount_, nullptr, &error_);
-    check(request_ != nullptr);
+    m_request = larodCreateJobRequest(m_model, m_inputs, m_inputCount, m_outputs, m_outputCount, nullptr, &m_error);
+    check(m_request != nullptr);
   }
 
   ~Service() {
-    larodDestroyJobRequest(&request_);
-    larodDestroyTensors(connection_, &inputs_, inputCount_, &error_);
-    larodDestroyTensors(connection_, &outputs_, outputCount_, &error_);
-    larodDestroyModel(&model_);
-    larodDisconnect(&connection_, &error_);
-    close(file_);
+    larodDestroyJobRequest(&m_request);
+    larodDestroyTensors(m_connection, &m_inputs, m_inputCount, &m_error);
+    larodDestroyTensors(m_connection, &m_outputs, m_outputCount, &m_error);
+    larodDestroyModel(&m_model);
+    larodDisconnect(&m_connection, &m_error);
+    close(m_file);
   }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
   void run() {
-    for (const auto& file : files_) file->rewind();
-    check(larodRunJob(connection_, request_, &error_));
+    for (const auto& file : m_files) file->rewind();
+    check(larodRunJob(m_connection, m_request, &m_error));
   }
 
  private:
   void check(bool good) const {
-    if (!good) throw std::runtime_error(error_ != nullptr ? error_->msg : "the model does not fit this benchmark");
+    if (!good) throw std::runtime_error(m_error != nullptr ? m_error->msg : "the model does not fit this benchmark");
   }
 
-  int file_;
-  larodConnection* connection_ = nullptr;
-  larodModel* model_ = nullptr;
-  larodTensor** inputs_ = nullptr;
-  larodTensor** outputs_ = nullptr;
-  larodJobRequest* request_ = nullptr;
-  larodError* error_ = nullptr;
-  std::size_t inputCount_ = 0;
-  std::size_t outputCount_ = 0;
-  MemoryMappedFile input_{"/tmp/benchmark-XXXXXX", kWidth* kHeight * 3};
-  std::vector<std::unique_ptr<MemoryMappedFile>> files_;
+  int m_file;
+  larodConnection* m_connection = nullptr;
+  larodModel* m_model = nullptr;
+  larodTensor** m_inputs = nullptr;
+  larodTensor** m_outputs = nullptr;
+  larodJobRequest* m_request = nullptr;
+  larodError* m_error = nullptr;
+  std::size_t m_inputCount = 0;
+  std::size_t m_outputCount = 0;
+  MemoryMappedFile m_input{"/tmp/benchmark-XXXXXX", kWidth* kHeight * 3};
+  std::vector<std::unique_ptr<MemoryMappedFile>> m_files;
 };
 
 void inferenceService(benchmark::State& state) {

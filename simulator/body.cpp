@@ -16,9 +16,9 @@ glm::quat turn(float angle, const glm::vec3& axis) { return glm::angleAxis(angle
 /// Builds the pieces of one body from its joint frames.
 class FigureBuilder {
  public:
-  FigureBuilder(const BodyShape& shape, const Pose& pose) : shape_(shape), pose_(pose), h_(shape.height) {
-    chest_ = pose.orientation * turn(pose.spineTwist, kZ) * turn(-pose.spineBend, kX) * turn(pose.spineSide, kY);
-    neck_ = pose.root + chest_ * glm::vec3(0, 0, 0.288F * h_);
+  FigureBuilder(const BodyShape& shape, const Pose& pose) : m_shape(shape), m_pose(pose), m_h(shape.height) {
+    m_chest = pose.orientation * turn(pose.spineTwist, kZ) * turn(-pose.spineBend, kX) * turn(pose.spineSide, kY);
+    m_neck = pose.root + m_chest * glm::vec3(0, 0, 0.288F * m_h);
   }
 
   Figure build() {
@@ -28,53 +28,55 @@ class FigureBuilder {
       arm(side);
       leg(side);
     }
-    return std::move(figure_);
+    return std::move(m_figure);
   }
 
  private:
   void keypoint(std::size_t index, const glm::vec3& place, float depth) {
-    figure_.keypoints[index] = place;
-    figure_.keypointDepth[index] = depth;
+    m_figure.keypoints[index] = place;
+    m_figure.keypointDepth[index] = depth;
   }
 
   void capsule(const glm::vec3& a, const glm::vec3& b, float radiusA, float radiusB, const glm::vec3& color,
                const glm::vec3& flatAxis = kY, float flat = 1, Surface surface = Surface::kPlain) {
-    figure_.capsules.push_back({a, b, radiusA, radiusB, flatAxis, flat, color, surface});
+    m_figure.capsules.push_back({a, b, radiusA, radiusB, flatAxis, flat, color, surface});
   }
 
   void torso() {
-    const glm::vec3 forward = chest_ * kY;
-    const float wide = 0.088F * h_ * shape_.girth;
-    const Surface cloth = shape_.stripedTop ? Surface::kStripes : Surface::kFabric;
-    const glm::vec3 hipAxis = pose_.orientation * kX * (0.04F * h_);
-    capsule(pose_.root - hipAxis, pose_.root + hipAxis, 0.068F * h_ * shape_.girth, 0.068F * h_ * shape_.girth,
-            shape_.trousers, pose_.orientation * kY, 0.95F, Surface::kFabric);
-    const glm::vec3 waist = pose_.root + chest_ * glm::vec3(0, 0, 0.07F * h_);
-    const glm::vec3 ribs = pose_.root + chest_ * glm::vec3(0, 0, 0.21F * h_);
-    capsule(waist, ribs, wide, wide * 1.12F, shape_.top, forward, 0.72F, cloth);
-    const glm::vec3 shoulders = chest_ * kX * (0.078F * h_);
-    const glm::vec3 yoke = neck_ - chest_ * kZ * (0.03F * h_);
-    capsule(yoke - shoulders, yoke + shoulders, 0.05F * h_, 0.05F * h_, shape_.top, forward, 0.95F, cloth);
+    const glm::vec3 forward = m_chest * kY;
+    const float wide = 0.088F * m_h * m_shape.girth;
+    const Surface cloth = m_shape.stripedTop ? Surface::kStripes : Surface::kFabric;
+    const glm::vec3 hipAxis = m_pose.orientation * kX * (0.04F * m_h);
+    capsule(m_pose.root - hipAxis, m_pose.root + hipAxis, 0.068F * m_h * m_shape.girth, 0.068F * m_h * m_shape.girth,
+            m_shape.trousers, m_pose.orientation * kY, 0.95F, Surface::kFabric);
+    const glm::vec3 waist = m_pose.root + m_chest * glm::vec3(0, 0, 0.07F * m_h);
+    const glm::vec3 ribs = m_pose.root + m_chest * glm::vec3(0, 0, 0.21F * m_h);
+    capsule(waist, ribs, wide, wide * 1.12F, m_shape.top, forward, 0.72F, cloth);
+    const glm::vec3 shoulders = m_chest * kX * (0.078F * m_h);
+    const glm::vec3 yoke = m_neck - m_chest * kZ * (0.03F * m_h);
+    capsule(yoke - shoulders, yoke + shoulders, 0.05F * m_h, 0.05F * m_h, m_shape.top, forward, 0.95F, cloth);
   }
 
   void head() {
-    const glm::quat frame = chest_ * turn(pose_.neckTurn, kZ) * turn(-pose_.neckBend, kX);
+    const glm::quat frame = m_chest * turn(m_pose.neckTurn, kZ) * turn(-m_pose.neckBend, kX);
     const glm::vec3 centre =
-        neck_ + chest_ * glm::vec3(0, 0.01F * h_, 0.04F * h_) + frame * glm::vec3(0, 0.01F * h_, 0.075F * h_);
-    const auto at = [&](float x, float y, float z) { return centre + frame * (glm::vec3(x, y, z) * h_); };
-    capsule(neck_ - chest_ * kZ * (0.01F * h_), centre - frame * kZ * (0.03F * h_), 0.034F * h_, 0.032F * h_,
-            shape_.skin);
-    capsule(at(0, 0.006F, -0.022F), at(0, 0, 0.02F), 0.044F * h_, 0.052F * h_, shape_.skin, frame * kX, 0.88F);
-    capsule(at(0, -0.014F, 0.006F), at(0, -0.008F, 0.03F), 0.052F * h_, 0.053F * h_, shape_.hair, frame * kX, 0.95F);
-    if (shape_.longHair) capsule(at(0, -0.03F, 0.0F), at(0, -0.036F, -0.06F), 0.042F * h_, 0.034F * h_, shape_.hair);
-    const glm::vec3 dark = shape_.skin * 0.75F;
-    capsule(at(0, 0.05F, -0.008F), at(0, 0.053F, -0.014F), 0.009F * h_, 0.012F * h_, dark);
+        m_neck + m_chest * glm::vec3(0, 0.01F * m_h, 0.04F * m_h) + frame * glm::vec3(0, 0.01F * m_h, 0.075F * m_h);
+    const auto at = [&](float x, float y, float z) { return centre + frame * (glm::vec3(x, y, z) * m_h); };
+    capsule(m_neck - m_chest * kZ * (0.01F * m_h), centre - frame * kZ * (0.03F * m_h), 0.034F * m_h, 0.032F * m_h,
+            m_shape.skin);
+    capsule(at(0, 0.006F, -0.022F), at(0, 0, 0.02F), 0.044F * m_h, 0.052F * m_h, m_shape.skin, frame * kX, 0.88F);
+    capsule(at(0, -0.014F, 0.006F), at(0, -0.008F, 0.03F), 0.052F * m_h, 0.053F * m_h, m_shape.hair, frame * kX, 0.95F);
+    if (m_shape.longHair)
+      capsule(at(0, -0.03F, 0.0F), at(0, -0.036F, -0.06F), 0.042F * m_h, 0.034F * m_h, m_shape.hair);
+    const glm::vec3 dark = m_shape.skin * 0.75F;
+    capsule(at(0, 0.05F, -0.008F), at(0, 0.053F, -0.014F), 0.009F * m_h, 0.012F * m_h, dark);
     for (const float side : {-1.0F, 1.0F}) {
-      capsule(at(side * 0.019F, 0.046F, 0.006F), at(side * 0.019F, 0.047F, 0.006F), 0.009F * h_, 0.009F * h_,
+      capsule(at(side * 0.019F, 0.046F, 0.006F), at(side * 0.019F, 0.047F, 0.006F), 0.009F * m_h, 0.009F * m_h,
               glm::vec3(0.08F));
-      capsule(at(side * 0.046F, -0.002F, -0.012F), at(side * 0.046F, -0.002F, 0.008F), 0.011F * h_, 0.013F * h_, dark);
+      capsule(at(side * 0.046F, -0.002F, -0.012F), at(side * 0.046F, -0.002F, 0.008F), 0.011F * m_h, 0.013F * m_h,
+              dark);
     }
-    capsule(at(-0.014F, 0.043F, -0.034F), at(0.014F, 0.043F, -0.034F), 0.007F * h_, 0.007F * h_,
+    capsule(at(-0.014F, 0.043F, -0.034F), at(0.014F, 0.043F, -0.034F), 0.007F * m_h, 0.007F * m_h,
             glm::vec3(0.55F, 0.2F, 0.2F));
     keypoint(0, at(0, 0.06F, -0.012F), 0.03F);
     keypoint(1, at(-0.019F, 0.052F, 0.006F), 0.03F);
@@ -85,18 +87,18 @@ class FigureBuilder {
 
   void arm(std::size_t side) {
     const float out = side == 0 ? -1.0F : 1.0F;
-    const Limb& angles = pose_.arms[side];
-    const glm::vec3 shoulder = neck_ + chest_ * glm::vec3(out * 0.105F * h_, 0, -0.025F * h_);
+    const Limb& angles = m_pose.arms[side];
+    const glm::vec3 shoulder = m_neck + m_chest * glm::vec3(out * 0.105F * m_h, 0, -0.025F * m_h);
     const glm::quat upper =
-        chest_ * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
-    const glm::vec3 elbow = shoulder + upper * glm::vec3(0, 0, -0.172F * h_);
+        m_chest * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
+    const glm::vec3 elbow = shoulder + upper * glm::vec3(0, 0, -0.172F * m_h);
     const glm::quat lower = upper * turn(angles.bend, kX);
-    const glm::vec3 wrist = elbow + lower * glm::vec3(0, 0, -0.15F * h_);
-    const glm::vec3 hand = wrist + lower * glm::vec3(0, 0, -0.045F * h_);
-    const float thick = 0.5F + 0.5F * shape_.girth;
-    capsule(shoulder, elbow, 0.04F * h_ * thick, 0.03F * h_ * thick, shape_.top, kY, 1, Surface::kFabric);
-    capsule(elbow, wrist, 0.028F * h_ * thick, 0.02F * h_ * thick, shape_.longSleeves ? shape_.top : shape_.skin);
-    capsule(wrist, hand, 0.019F * h_, 0.024F * h_, shape_.skin, lower * kX, 0.6F);
+    const glm::vec3 wrist = elbow + lower * glm::vec3(0, 0, -0.15F * m_h);
+    const glm::vec3 hand = wrist + lower * glm::vec3(0, 0, -0.045F * m_h);
+    const float thick = 0.5F + 0.5F * m_shape.girth;
+    capsule(shoulder, elbow, 0.04F * m_h * thick, 0.03F * m_h * thick, m_shape.top, kY, 1, Surface::kFabric);
+    capsule(elbow, wrist, 0.028F * m_h * thick, 0.02F * m_h * thick, m_shape.longSleeves ? m_shape.top : m_shape.skin);
+    capsule(wrist, hand, 0.019F * m_h, 0.024F * m_h, m_shape.skin, lower * kX, 0.6F);
     keypoint(5 + side, shoulder, 0.1F);
     keypoint(7 + side, elbow, 0.09F);
     keypoint(9 + side, wrist, 0.08F);
@@ -104,29 +106,29 @@ class FigureBuilder {
 
   void leg(std::size_t side) {
     const float out = side == 0 ? -1.0F : 1.0F;
-    const Limb& angles = pose_.legs[side];
-    const glm::vec3 hip = pose_.root + pose_.orientation * glm::vec3(out * 0.054F * h_, 0, -0.01F * h_);
+    const Limb& angles = m_pose.legs[side];
+    const glm::vec3 hip = m_pose.root + m_pose.orientation * glm::vec3(out * 0.054F * m_h, 0, -0.01F * m_h);
     const glm::quat upper =
-        pose_.orientation * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
-    const glm::vec3 knee = hip + upper * glm::vec3(0, 0, -0.245F * h_);
+        m_pose.orientation * turn(-out * angles.abduct, kY) * turn(angles.flex, kX) * turn(out * angles.twist, kZ);
+    const glm::vec3 knee = hip + upper * glm::vec3(0, 0, -0.245F * m_h);
     const glm::quat lower = upper * turn(-angles.bend, kX);
-    const glm::vec3 ankle = knee + lower * glm::vec3(0, 0, -0.235F * h_);
-    const glm::vec3 toe = ankle + lower * glm::vec3(0, 0.095F * h_, -0.028F * h_);
-    const float thick = 0.4F + 0.6F * shape_.girth;
-    capsule(hip, knee, 0.06F * h_ * thick, 0.041F * h_ * thick, shape_.trousers, kY, 1, Surface::kFabric);
-    capsule(knee, ankle, 0.04F * h_ * thick, 0.027F * h_ * thick, shape_.trousers, kY, 1, Surface::kFabric);
-    capsule(ankle + lower * glm::vec3(0, -0.012F * h_, -0.018F * h_), toe, 0.027F * h_, 0.022F * h_, shape_.shoes);
+    const glm::vec3 ankle = knee + lower * glm::vec3(0, 0, -0.235F * m_h);
+    const glm::vec3 toe = ankle + lower * glm::vec3(0, 0.095F * m_h, -0.028F * m_h);
+    const float thick = 0.4F + 0.6F * m_shape.girth;
+    capsule(hip, knee, 0.06F * m_h * thick, 0.041F * m_h * thick, m_shape.trousers, kY, 1, Surface::kFabric);
+    capsule(knee, ankle, 0.04F * m_h * thick, 0.027F * m_h * thick, m_shape.trousers, kY, 1, Surface::kFabric);
+    capsule(ankle + lower * glm::vec3(0, -0.012F * m_h, -0.018F * m_h), toe, 0.027F * m_h, 0.022F * m_h, m_shape.shoes);
     keypoint(11 + side, hip, 0.16F);
     keypoint(13 + side, knee, 0.12F);
     keypoint(15 + side, ankle, 0.1F);
   }
 
-  const BodyShape& shape_;
-  const Pose& pose_;
-  float h_;
-  glm::quat chest_{1, 0, 0, 0};
-  glm::vec3 neck_{0};
-  Figure figure_;
+  const BodyShape& m_shape;
+  const Pose& m_pose;
+  float m_h;
+  glm::quat m_chest{1, 0, 0, 0};
+  glm::vec3 m_neck{0};
+  Figure m_figure;
 };
 
 /// Body axes for someone upright who faces `heading` (radians, counter-clockwise from world x).

@@ -17,59 +17,60 @@ constexpr int kDetectorSide = 300;
 /// Places people into one scene.
 class Casting {
  public:
-  Casting(Scene& scene, Random& random, bool heldOut) : scene_(scene), random_(random), heldOut_(heldOut) {}
+  Casting(Scene& scene, Random& random, bool heldOut) : m_scene(scene), m_random(random), m_heldOut(heldOut) {}
 
   void run() {
-    if (chance(random_, 0.5F)) inBed();
-    const std::size_t more = scene_.people.empty() ? 1 + random_() % 2 : random_() % 3;
+    if (chance(m_random, 0.5F)) inBed();
+    const std::size_t more = m_scene.people.empty() ? 1 + m_random() % 2 : m_random() % 3;
     for (std::size_t i = 0; i < more; ++i) onFloor();
   }
 
  private:
   BodyShape body() {
-    const unsigned number = heldOut_ ? kHeldOutBodies + static_cast<unsigned>(random_()) % (kAllBodies - kHeldOutBodies)
-                                     : static_cast<unsigned>(random_()) % kHeldOutBodies;
+    const unsigned number = m_heldOut
+                                ? kHeldOutBodies + static_cast<unsigned>(m_random()) % (kAllBodies - kHeldOutBodies)
+                                : static_cast<unsigned>(m_random()) % kHeldOutBodies;
     return makeBody(number);
   }
 
   float roll() {
-    const float kind = uniform(random_, 0, 1);
-    if (kind < 0.5F) return uniform(random_, -0.35F, 0.35F);
-    if (kind < 0.85F) return (chance(random_, 0.5F) ? 1.0F : -1.0F) * uniform(random_, 1.1F, 1.7F);
-    return glm::pi<float>() + uniform(random_, -0.4F, 0.4F);
+    const float kind = uniform(m_random, 0, 1);
+    if (kind < 0.5F) return uniform(m_random, -0.35F, 0.35F);
+    if (kind < 0.85F) return (chance(m_random, 0.5F) ? 1.0F : -1.0F) * uniform(m_random, 1.1F, 1.7F);
+    return glm::pi<float>() + uniform(m_random, -0.4F, 0.4F);
   }
 
   void add(const BodyShape& shape, const Pose& pose, bool inBed) {
     Person person;
-    person.id = static_cast<int>(scene_.people.size());
+    person.id = static_cast<int>(m_scene.people.size());
     person.shape = shape;
     person.pose = pose;
     person.inBed = inBed;
-    scene_.people.push_back(person);
+    m_scene.people.push_back(person);
   }
 
   void inBed() {
-    const Bed& bed = scene_.room.bed;
+    const Bed& bed = m_scene.room.bed;
     const BodyShape shape = body();
-    const glm::vec2 place(bed.at(uniform(random_, 0.44F, 0.54F), uniform(random_, 0.4F, 0.6F)));
-    Pose lying = lyingPose(place, bed.heading + uniform(random_, -0.12F, 0.12F),
-                           chance(random_, 0.7F) ? uniform(random_, -0.3F, 0.3F) : roll());
-    lying.neckBend += uniform(random_, 0.1F, 0.5F);
-    disturb(lying, random_, 0.16F);
+    const glm::vec2 place(bed.at(uniform(m_random, 0.44F, 0.54F), uniform(m_random, 0.4F, 0.6F)));
+    Pose lying = lyingPose(place, bed.heading + uniform(m_random, -0.12F, 0.12F),
+                           chance(m_random, 0.7F) ? uniform(m_random, -0.3F, 0.3F) : roll());
+    lying.neckBend += uniform(m_random, 0.1F, 0.5F);
+    disturb(lying, m_random, 0.16F);
     settle(shape, lying, bed.mattress - 0.02F);
     Pose pose = lying;
-    scene_.cover = chance(random_, 0.8F) ? uniform(random_, 0.3F, 1.0F) : uniform(random_, 0.0F, 0.2F);
-    const float kind = uniform(random_, 0, 1);
+    m_scene.cover = chance(m_random, 0.8F) ? uniform(m_random, 0.3F, 1.0F) : uniform(m_random, 0.0F, 0.2F);
+    const float kind = uniform(m_random, 0, 1);
     if (kind > 0.75F) {
       Pose up = sittingUp(place, bed);
       settle(shape, up, bed.mattress - 0.02F);
-      pose = blend(lying, up, uniform(random_, 0.2F, 1.0F));
-      scene_.cover = uniform(random_, 0.0F, 0.3F);
+      pose = blend(lying, up, uniform(m_random, 0.2F, 1.0F));
+      m_scene.cover = uniform(m_random, 0.0F, 0.3F);
       if (kind > 0.88F) {
-        pose = blend(up, onEdge(shape), uniform(random_, 0.3F, 1.0F));
-        scene_.cover = 0;
+        pose = blend(up, onEdge(shape), uniform(m_random, 0.3F, 1.0F));
+        m_scene.cover = 0;
       }
-      disturb(pose, random_, 0.1F);
+      disturb(pose, m_random, 0.1F);
     }
     add(shape, pose, true);
   }
@@ -81,29 +82,29 @@ class Casting {
   }
 
   Pose onEdge(const BodyShape& shape) {
-    const Bed& bed = scene_.room.bed;
-    const bool right = glm::distance(glm::vec2(bed.at(0.5F, 0)), glm::vec2(scene_.room.width / 2, 1.5F)) <
-                       glm::distance(glm::vec2(bed.at(0.5F, 1)), glm::vec2(scene_.room.width / 2, 1.5F));
-    const glm::vec2 place(bed.at(uniform(random_, 0.35F, 0.6F), right ? 0.12F : 0.88F));
+    const Bed& bed = m_scene.room.bed;
+    const bool right = glm::distance(glm::vec2(bed.at(0.5F, 0)), glm::vec2(m_scene.room.width / 2, 1.5F)) <
+                       glm::distance(glm::vec2(bed.at(0.5F, 1)), glm::vec2(m_scene.room.width / 2, 1.5F));
+    const glm::vec2 place(bed.at(uniform(m_random, 0.35F, 0.6F), right ? 0.12F : 0.88F));
     Pose pose = sittingPose(place, bed.heading + (right ? -1.0F : 1.0F) * glm::half_pi<float>());
     pose.root.z = bed.mattress + 0.07F * shape.height;
     return pose;
   }
 
   bool findPlace(glm::vec2& place, float radius) {
-    const bool close = !scene_.people.empty() && chance(random_, 0.25F);
+    const bool close = !m_scene.people.empty() && chance(m_random, 0.25F);
     for (int attempt = 0; attempt < 60; ++attempt) {
-      place = {uniform(random_, 0.2F, scene_.room.width - 0.2F), uniform(random_, 0.9F, scene_.room.depth - 0.2F)};
+      place = {uniform(m_random, 0.2F, m_scene.room.width - 0.2F), uniform(m_random, 0.9F, m_scene.room.depth - 0.2F)};
       if (close) {
-        const float angle = uniform(random_, 0, glm::two_pi<float>());
-        place = glm::vec2(scene_.people.back().pose.root) +
-                uniform(random_, 0.5F, 1.3F) * glm::vec2(std::cos(angle), std::sin(angle));
+        const float angle = uniform(m_random, 0, glm::two_pi<float>());
+        place = glm::vec2(m_scene.people.back().pose.root) +
+                uniform(m_random, 0.5F, 1.3F) * glm::vec2(std::cos(angle), std::sin(angle));
       }
-      if (!scene_.room.isFree(place, radius)) continue;
-      const bool apart = std::all_of(scene_.people.begin(), scene_.people.end(), [&](const Person& other) {
+      if (!m_scene.room.isFree(place, radius)) continue;
+      const bool apart = std::all_of(m_scene.people.begin(), m_scene.people.end(), [&](const Person& other) {
         return glm::distance(glm::vec2(other.pose.root), place) > 0.45F;
       });
-      const glm::vec3 seen = scene_.camera.project({place, 0.6F});
+      const glm::vec3 seen = m_scene.camera.project({place, 0.6F});
       if (apart && seen.x > 20 && seen.x < 1260 && seen.y > 0 && seen.y < 700) return true;
     }
     return false;
@@ -113,31 +114,31 @@ class Casting {
     const BodyShape shape = body();
     glm::vec2 place;
     if (!findPlace(place, 0.28F)) return;
-    const float heading = uniform(random_, 0, glm::two_pi<float>());
-    Pose standing = chance(random_, 0.6F) ? walkingPose(place, heading, uniform(random_, 0, glm::two_pi<float>()))
-                                          : standingPose(place, heading);
-    Pose lying = lyingPose(place, uniform(random_, 0, glm::two_pi<float>()), roll());
-    disturb(standing, random_, 0.12F);
-    disturb(lying, random_, 0.3F);
+    const float heading = uniform(m_random, 0, glm::two_pi<float>());
+    Pose standing = chance(m_random, 0.6F) ? walkingPose(place, heading, uniform(m_random, 0, glm::two_pi<float>()))
+                                           : standingPose(place, heading);
+    Pose lying = lyingPose(place, uniform(m_random, 0, glm::two_pi<float>()), roll());
+    disturb(standing, m_random, 0.12F);
+    disturb(lying, m_random, 0.3F);
     settle(shape, standing, 0);
     settle(shape, lying, 0);
-    const float kind = uniform(random_, 0, 1);
+    const float kind = uniform(m_random, 0, 1);
     Pose pose = standing;
     if (kind > 0.42F) pose = lying;
     if (kind > 0.8F) {
       pose = bendingPose(place, heading);
       if (kind > 0.85F) pose = kneelingPose(place, heading);
-      if (kind > 0.9F) pose = blend(standing, lying, uniform(random_, 0.15F, 0.9F));
-      if (kind > 0.96F) pose = blend(kneelingPose(place, heading), lying, uniform(random_, 0.2F, 0.8F));
-      disturb(pose, random_, 0.12F);
+      if (kind > 0.9F) pose = blend(standing, lying, uniform(m_random, 0.15F, 0.9F));
+      if (kind > 0.96F) pose = blend(kneelingPose(place, heading), lying, uniform(m_random, 0.2F, 0.8F));
+      disturb(pose, m_random, 0.12F);
       settle(shape, pose, 0);
     }
     add(shape, pose, false);
   }
 
-  Scene& scene_;
-  Random& random_;
-  bool heldOut_;
+  Scene& m_scene;
+  Random& m_random;
+  bool m_heldOut;
 };
 
 /// A square window, three times in four around somebody.

@@ -19,55 +19,55 @@ using nlohmann::ordered_json;
 /// Encodes pictures of one size into an H.264 file.
 class VideoFile {
  public:
-  VideoFile(const std::filesystem::path& file, int width, int height, int framesPerSecond) : rate_(framesPerSecond) {
+  VideoFile(const std::filesystem::path& file, int width, int height, int framesPerSecond) : m_rate(framesPerSecond) {
     gst_init(nullptr, nullptr);
     GError* error = nullptr;
-    pipeline_ = gst_parse_launch_full(
+    m_pipeline = gst_parse_launch_full(
         "appsrc name=in format=time max-bytes=0 ! videoconvert ! video/x-raw,format=I420 ! "
         "x264enc pass=qual quantizer=21 speed-preset=slow key-int-max=40 threads=2 ! "
         "mp4mux faststart=true ! filesink name=out",
         nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
-    if (pipeline_ == nullptr) {
+    if (m_pipeline == nullptr) {
       const std::string why = error != nullptr ? error->message : "unknown error";
       g_clear_error(&error);
       throw std::runtime_error("cannot encode video (" + why + "): install gstreamer1.0-plugins-ugly");
     }
-    GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline_), "out");
+    GstElement* sink = gst_bin_get_by_name(GST_BIN(m_pipeline), "out");
     g_object_set(sink, "location", file.c_str(), nullptr);
     gst_object_unref(sink);
-    source_ = gst_bin_get_by_name(GST_BIN(pipeline_), "in");
+    m_source = gst_bin_get_by_name(GST_BIN(m_pipeline), "in");
     GstCaps* caps =
         gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGB", "width", G_TYPE_INT, width, "height",
-                            G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, rate_, 1, nullptr);
-    gst_app_src_set_caps(GST_APP_SRC(source_), caps);
+                            G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, m_rate, 1, nullptr);
+    gst_app_src_set_caps(GST_APP_SRC(m_source), caps);
     gst_caps_unref(caps);
-    gst_element_set_state(pipeline_, GST_STATE_PLAYING);
+    gst_element_set_state(m_pipeline, GST_STATE_PLAYING);
   }
 
   ~VideoFile() {
-    gst_element_set_state(pipeline_, GST_STATE_NULL);
-    gst_object_unref(source_);
-    gst_object_unref(pipeline_);
+    gst_element_set_state(m_pipeline, GST_STATE_NULL);
+    gst_object_unref(m_source);
+    gst_object_unref(m_pipeline);
   }
   VideoFile(const VideoFile&) = delete;
   VideoFile& operator=(const VideoFile&) = delete;
 
   void add(const Picture& picture) {
     failOnError(0);
-    while (gst_app_src_get_current_level_bytes(GST_APP_SRC(source_)) > kMostWaiting) failOnError(5 * GST_MSECOND);
+    while (gst_app_src_get_current_level_bytes(GST_APP_SRC(m_source)) > kMostWaiting) failOnError(5 * GST_MSECOND);
     GstBuffer* buffer = gst_buffer_new_allocate(nullptr, picture.rgb.size(), nullptr);
     gst_buffer_fill(buffer, 0, picture.rgb.data(), picture.rgb.size());
-    const auto rate = static_cast<guint64>(rate_);
-    GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(count_, GST_SECOND, rate);
+    const auto rate = static_cast<guint64>(m_rate);
+    GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(m_count, GST_SECOND, rate);
     GST_BUFFER_DURATION(buffer) = GST_SECOND / rate;
-    ++count_;
-    if (gst_app_src_push_buffer(GST_APP_SRC(source_), buffer) != GST_FLOW_OK)
+    ++m_count;
+    if (gst_app_src_push_buffer(GST_APP_SRC(m_source), buffer) != GST_FLOW_OK)
       throw std::runtime_error("the video encoder stopped");
   }
 
   void finish() {
-    gst_app_src_end_of_stream(GST_APP_SRC(source_));
-    GstBus* bus = gst_element_get_bus(pipeline_);
+    gst_app_src_end_of_stream(GST_APP_SRC(m_source));
+    GstBus* bus = gst_element_get_bus(m_pipeline);
     GstMessage* message = gst_bus_timed_pop_filtered(bus, 120 * GST_SECOND,
                                                      static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
     const bool good = message != nullptr && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
@@ -81,7 +81,7 @@ class VideoFile {
 
   /// A failed encoder takes no more pictures, so that waiting for it must end here.
   void failOnError(GstClockTime patience) {
-    GstBus* bus = gst_element_get_bus(pipeline_);
+    GstBus* bus = gst_element_get_bus(m_pipeline);
     GstMessage* message = gst_bus_timed_pop_filtered(bus, patience, GST_MESSAGE_ERROR);
     gst_object_unref(bus);
     if (message == nullptr) return;
@@ -89,10 +89,10 @@ class VideoFile {
     throw std::runtime_error("the video encoder failed: is there room on the disk?");
   }
 
-  int rate_;
-  guint64 count_ = 0;
-  GstElement* pipeline_ = nullptr;
-  GstElement* source_ = nullptr;
+  int m_rate;
+  guint64 m_count = 0;
+  GstElement* m_pipeline = nullptr;
+  GstElement* m_source = nullptr;
 };
 
 /// As a double, so that it is written with one decimal.

@@ -270,16 +270,16 @@ struct Renderer::Implementation {
   }
 };
 
-Renderer::Renderer() : implementation_(std::make_unique<Implementation>()) {
-  implementation_->openContext();
-  implementation_->createObjects();
+Renderer::Renderer() : m_implementation(std::make_unique<Implementation>()) {
+  m_implementation->openContext();
+  m_implementation->createObjects();
 }
 
 Renderer::~Renderer() = default;
 
 void Renderer::draw(const Camera& camera, const Window& window, const Light& light, const Room& room,
                     const Mesh& moving, int width, int height) {
-  Implementation& gl = *implementation_;
+  Implementation& gl = *m_implementation;
   const Mesh& fixed = room.mesh;
   gl.resize(width, height);
   const auto bytes = [](const Mesh& mesh) { return static_cast<GLsizeiptr>(mesh.size() * sizeof(Vertex)); };
@@ -316,10 +316,10 @@ void Renderer::draw(const Camera& camera, const Window& window, const Light& lig
   gl.readBack();
 }
 
-const Picture& Renderer::picture() const { return implementation_->picture; }
+const Picture& Renderer::picture() const { return m_implementation->picture; }
 
 float Renderer::depthAt(float x, float y) const {
-  const Implementation& gl = *implementation_;
+  const Implementation& gl = *m_implementation;
   if (!(x >= 0 && y >= 0 && x < static_cast<float>(gl.width) && y < static_cast<float>(gl.height))) return kFar;
   const auto index = static_cast<std::size_t>(y) * static_cast<std::size_t>(gl.width) + static_cast<std::size_t>(x);
   const float ndc = 2 * gl.depth[index] - 1;

@@ -40,7 +40,7 @@ class Renderer {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  std::unique_ptr<Implementation> m_implementation;
 };
 
 }  // namespace simulator

@@ -328,7 +328,7 @@ class BlanketField {
   BlanketField(const Bed& bed, const Figure* patient) {
     for (std::size_t i = 0; i < kAlong; ++i) {
       for (std::size_t j = 0; j < kAcross; ++j)
-        height_[i][j] = raise(bed.at(along(i), across(j)), bed.mattress, patient);
+        m_height[i][j] = raise(bed.at(along(i), across(j)), bed.mattress, patient);
     }
     for (int pass = 0; pass < 2; ++pass) smooth();
   }
@@ -336,7 +336,7 @@ class BlanketField {
   static float along(std::size_t i) { return static_cast<float>(i) / (kAlong - 1); }
   static float across(std::size_t j) { return 1.12F * static_cast<float>(j) / (kAcross - 1) - 0.06F; }
 
-  float at(std::size_t i, std::size_t j) const { return height_[i][j]; }
+  float at(std::size_t i, std::size_t j) const { return m_height[i][j]; }
 
  private:
   static float raise(const glm::vec3& place, float mattress, const Figure* patient) {
@@ -357,16 +357,16 @@ class BlanketField {
   }
 
   void smooth() {
-    const auto old = height_;
+    const auto old = m_height;
     for (std::size_t i = 1; i + 1 < kAlong; ++i) {
       for (std::size_t j = 1; j + 1 < kAcross; ++j) {
         const float around = (old[i - 1][j] + old[i + 1][j] + old[i][j - 1] + old[i][j + 1]) / 4;
-        height_[i][j] = std::max(old[i][j], around);
+        m_height[i][j] = std::max(old[i][j], around);
       }
     }
   }
 
-  std::array<std::array<float, kAcross>, kAlong> height_{};
+  std::array<std::array<float, kAcross>, kAlong> m_height{};
 };
 
 }  // namespace

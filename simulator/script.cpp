@@ -33,71 +33,71 @@ std::string range(float low, float high) {
 class Field {
  public:
   Field(const std::string& file, std::string path, const json& value)
-      : file_(file), path_(std::move(path)), value_(value) {}
+      : m_file(file), m_path(std::move(path)), m_value(value) {}
 
   [[noreturn]] void fail(const std::string& what) const {
-    throw std::runtime_error(file_ + ": " + (path_.empty() ? "" : path_ + ": ") + what);
+    throw std::runtime_error(m_file + ": " + (m_path.empty() ? "" : m_path + ": ") + what);
   }
 
   /// The value must be an object with no other keys than these.
   void expectKeys(std::initializer_list<std::string_view> keys) const {
-    if (!value_.is_object()) refuse("an object");
+    if (!m_value.is_object()) refuse("an object");
     std::string known;
     for (const std::string_view key : keys) known.append(known.empty() ? "" : ", ").append(key);
-    for (const auto& [key, value] : value_.items()) {
+    for (const auto& [key, value] : m_value.items()) {
       if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
-        Field(file_, join(key), value).fail("is not known here; allowed are " + known);
+        Field(m_file, join(key), value).fail("is not known here; allowed are " + known);
       }
     }
   }
 
-  bool has(const char* key) const { return value_.contains(key); }
+  bool has(const char* key) const { return m_value.contains(key); }
 
   Field operator[](const char* key) const {
-    const auto found = value_.find(key);
-    if (found == value_.end()) Field(file_, join(key), value_).fail("is missing");
-    return {file_, join(key), *found};
+    const auto found = m_value.find(key);
+    if (found == m_value.end()) Field(m_file, join(key), m_value).fail("is missing");
+    return {m_file, join(key), *found};
   }
 
   float number(float low, float high) const {
-    if (!isNumber(value_, low, high)) refuse("a number " + range(low, high));
-    return value_.get<float>();
+    if (!isNumber(m_value, low, high)) refuse("a number " + range(low, high));
+    return m_value.get<float>();
   }
 
   unsigned whole(unsigned low, unsigned high) const {
-    if (!value_.is_number_integer() || value_ < low || value_ > high) {
+    if (!m_value.is_number_integer() || m_value < low || m_value > high) {
       refuse("a whole number " + range(static_cast<float>(low), static_cast<float>(high)));
     }
-    return value_.get<unsigned>();
+    return m_value.get<unsigned>();
   }
 
   template <std::size_t count>
   std::array<float, count> numbers(float low, float high) const {
     const bool good =
-        value_.is_array() && value_.size() == count &&
-        std::all_of(value_.begin(), value_.end(), [&](const json& item) { return isNumber(item, low, high); });
+        m_value.is_array() && m_value.size() == count &&
+        std::all_of(m_value.begin(), m_value.end(), [&](const json& item) { return isNumber(item, low, high); });
     if (!good) refuse("a list of " + std::to_string(count) + " numbers " + range(low, high));
-    return value_.get<std::array<float, count>>();
+    return m_value.get<std::array<float, count>>();
   }
 
   std::string text() const {
-    if (!value_.is_string() || value_.get_ref<const std::string&>().empty()) refuse("a text that is not empty");
-    return value_.get<std::string>();
+    if (!m_value.is_string() || m_value.get_ref<const std::string&>().empty()) refuse("a text that is not empty");
+    return m_value.get<std::string>();
   }
 
   std::vector<Field> list() const {
-    if (!value_.is_array() || value_.empty()) refuse("a list that is not empty");
+    if (!m_value.is_array() || m_value.empty()) refuse("a list that is not empty");
     std::vector<Field> fields;
-    fields.reserve(value_.size());
-    for (std::size_t i = 0; i < value_.size(); ++i) {
-      fields.emplace_back(file_, path_ + "[" + std::to_string(i) + "]", value_[i]);
+    fields.reserve(m_value.size());
+    for (std::size_t i = 0; i < m_value.size(); ++i) {
+      fields.emplace_back(m_file, m_path + "[" + std::to_string(i) + "]", m_value[i]);
     }
     return fields;
   }
 
   [[noreturn]] void refuse(const std::string& allowed) const {
     constexpr std::size_t kShown = 40;
-    std::string shown = value_.dump(-1, ' ', true, json::error_handler_t::replace);
+    std::string shown = m_value.dump(-1, ' ', true, json::error_handler_t::replace);
     if (shown.size() > kShown) shown = shown.substr(0, kShown) + "...";
     fail("cannot be " + shown + "; allowed is " + allowed);
   }
@@ -107,11 +107,11 @@ class Field {
     return value.is_number() && value.get<double>() >= low && value.get<double>() <= high;
   }
 
-  std::string join(const std::string& key) const { return path_.empty() ? key : path_ + "." + key; }
+  std::string join(const std::string& key) const { return m_path.empty() ? key : m_path + "." + key; }
 
-  const std::string& file_;
-  std::string path_;
-  const json& value_;
+  const std::string& m_file;
+  std::string m_path;
+  const json& m_value;
 };
 
 bool isInPicture(const Camera& camera, const glm::vec3& place) {

@@ -140,12 +140,12 @@ TEST(Demo, AFullDiskSwallowsNoAlarmAndTheNextStartSaysWhatIsMissing) {
 
 class Refused : public testing::Test {
  protected:
-  void SetUp() override { fs::create_directories(folder_); }
-  void TearDown() override { fs::remove_all(folder_); }
+  void SetUp() override { fs::create_directories(m_folder); }
+  void TearDown() override { fs::remove_all(m_folder); }
 
   fs::path write(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ / name) << text;
-    return folder_ / name;
+    std::ofstream(m_folder / name) << text;
+    return m_folder / name;
   }
 
   /// One line on standard error that contains `words`, nothing on standard output, and a status of failure.
@@ -157,11 +157,11 @@ class Refused : public testing::Test {
     EXPECT_NE(outcome.errors.find(words), std::string::npos) << outcome.errors;
   }
 
-  fs::path folder_ = fs::path(testing::TempDir()) / ("demo-refused-" + std::to_string(getpid()));
+  fs::path m_folder = fs::path(testing::TempDir()) / ("demo-refused-" + std::to_string(getpid()));
 };
 
 TEST_F(Refused, FilesThatHoldNoVideoEndInOneLine) {
-  const std::vector<std::pair<fs::path, std::string>> files = {{folder_ / "missing.mp4", "missing.mp4"},
+  const std::vector<std::pair<fs::path, std::string>> files = {{m_folder / "missing.mp4", "missing.mp4"},
                                                                {write("empty.mp4", ""), "empty"},
                                                                {write("text.mp4", std::string(5000, 'x')), "text.mp4"}};
   for (const auto& [file, words] : files) {
@@ -171,7 +171,7 @@ TEST_F(Refused, FilesThatHoldNoVideoEndInOneLine) {
 }
 
 TEST_F(Refused, AMissingModelEndsInOneLine) {
-  const fs::path source = folder_ / "source";
+  const fs::path source = m_folder / "source";
   fs::create_directories(source / "models");
   fs::create_directory_symlink(fs::path(SOURCE_DIRECTORY) / "package", source / "package");
   fs::create_directory_symlink(fs::path(SOURCE_DIRECTORY) / "simulator", source / "simulator");
@@ -184,10 +184,10 @@ TEST_F(Refused, AMissingModelEndsInOneLine) {
 
 TEST_F(Refused, ADamagedStoreIsReplacedByTheLastGoodOneOrRefused) {
   const std::string words =
-      "replay demo --json --state '" + folder_.string() + "' --truth '" + (kDemo / "demo.truth.jsonl").string() + "'";
+      "replay demo --json --state '" + m_folder.string() + "' --truth '" + (kDemo / "demo.truth.jsonl").string() + "'";
   const Outcome good = run(words);
   ASSERT_EQ(good.status, 0) << good.errors;
-  ASSERT_TRUE(fs::exists(folder_ / "parameters.conf"));
+  ASSERT_TRUE(fs::exists(m_folder / "parameters.conf"));
   write("parameters.conf", "no parameters at all");
   const Outcome mended = run(words);
   EXPECT_EQ(mended.status, 0) << mended.errors;
@@ -198,18 +198,18 @@ TEST_F(Refused, ADamagedStoreIsReplacedByTheLastGoodOneOrRefused) {
 }
 
 TEST_F(Refused, ALensThatHangsIsNamedAndKeepsNoStateWhenItIsLeftBehind) {
-  const fs::path asked = folder_ / "asked";
+  const fs::path asked = m_folder / "asked";
   const fs::path busctl = write("busctl", "#!/bin/sh\necho $$ > '" + asked.string() + "'\nsleep 1000\n");
   fs::permissions(busctl, fs::perms::owner_all);
   const char* const known = std::getenv("PATH");
   const std::string path = known == nullptr ? "" : known;
-  setenv("PATH", (folder_.string() + ":" + path).c_str(), 1);
-  const std::string state = " --state '" + (folder_ / "state").string() + "'";
+  setenv("PATH", (m_folder.string() + ":" + path).c_str(), 1);
+  const std::string state = " --state '" + (m_folder / "state").string() + "'";
   auto ended = std::async(std::launch::async, [&state] { return run("replay demo --json" + state); });
   while (ended.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout &&
          contents(errorsFile()).find("Still starting: ") == std::string::npos) {
   }
-  const std::string log = contents(folder_ / "state" / "system.log");
+  const std::string log = contents(m_folder / "state" / "system.log");
   kill(std::stoi(log.substr(log.find('[') + 1)), SIGKILL);
   const Outcome outcome = ended.get();
   setenv("PATH", path.c_str(), 1);
@@ -252,11 +252,11 @@ void saveFloorWidth(const fs::path& state, const std::string& metres) {
 }
 
 TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
-  const std::string state = " --state '" + folder_.string() + "'";
+  const std::string state = " --state '" + m_folder.string() + "'";
   const std::string truth = " --truth '" + (kDemo / "demo.truth.jsonl").string() + "'";
   ASSERT_EQ(run("replay demo --json" + state + truth).status, 0);
-  saveFloorWidth(folder_, "0");
-  const std::string command = "./run --reset floor --state " + folder_.string();
+  saveFloorWidth(m_folder, "0");
+  const std::string command = "./run --reset floor --state " + m_folder.string();
   for (const std::string& words : {"replay demo --json" + state, "replay demo --json" + state + truth}) {
     const Outcome stopped = run(words);
     EXPECT_NE(stopped.status, 0);
@@ -273,7 +273,7 @@ TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
   EXPECT_EQ(repaired.output.find("Sensitivity"), std::string::npos) << "nothing else is touched";
   const Outcome started = run("replay demo --json" + state + truth);
   EXPECT_EQ(started.status, 0) << started.errors;
-  EXPECT_NE(contents(folder_ / "parameters.conf").find("Detection10x=640"), std::string::npos) << "still as saved";
+  EXPECT_NE(contents(m_folder / "parameters.conf").find("Detection10x=640"), std::string::npos) << "still as saved";
 }
 
 /// The program while it watches a camera.
@@ -283,24 +283,24 @@ class Watching : public Refused {
     const std::string command = "exec env " + kSanitizers +
                                 "VELMOR_SOURCE_DIR='" SOURCE_DIRECTORY "' " PROGRAM_DIRECTORY
                                 "/velmor_run --listen 127.0.0.1:0 --state '" +
-                                folder_.string() + "' --source '" + source + "' >'" + output_.string() + "' 2>&1";
-    program_ = fork();
-    if (program_ == 0) {
+                                m_folder.string() + "' --source '" + source + "' >'" + m_output.string() + "' 2>&1";
+    m_program = fork();
+    if (m_program == 0) {
       execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
       _exit(127);
     }
     const std::string page = "Page: http://127.0.0.1:";
-    for (int i = 0; i < 1200 && contents(output_).find(page) == std::string::npos; ++i) usleep(100'000);
-    const std::string output = contents(output_);
+    for (int i = 0; i < 1200 && contents(m_output).find(page) == std::string::npos; ++i) usleep(100'000);
+    const std::string output = contents(m_output);
     ASSERT_NE(output.find(page), std::string::npos) << output;
-    port_ = static_cast<std::uint16_t>(std::stoi(output.substr(output.find(page) + page.size())));
+    m_port = static_cast<std::uint16_t>(std::stoi(output.substr(output.find(page) + page.size())));
   }
 
   /// Its status at the end that it is asked for.
   int end() const {
-    kill(program_, SIGTERM);
+    kill(m_program, SIGTERM);
     int status = -1;
-    waitpid(program_, &status, 0);
+    waitpid(m_program, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
@@ -321,32 +321,32 @@ class Watching : public Refused {
     return false;
   }
 
-  fs::path output_ = folder_ / "output";
-  pid_t program_ = 0;
-  std::uint16_t port_ = 0;
+  fs::path m_output = m_folder / "output";
+  pid_t m_program = 0;
+  std::uint16_t m_port = 0;
 };
 
 TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
   scripted::RtspCamera camera;
   start(camera.uri("ward:secret@"));
-  HttpClient feed(port_);
-  feed.send("GET /platform/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) + "\r\n\r\n");
-  EXPECT_TRUE(heartbeatTells(feed, true, false)) << contents(output_);
+  HttpClient feed(m_port);
+  feed.send("GET /platform/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n");
+  EXPECT_TRUE(heartbeatTells(feed, true, false)) << contents(m_output);
   camera.plug(90);
-  EXPECT_TRUE(heartbeatTells(feed, false, true)) << contents(output_);
+  EXPECT_TRUE(heartbeatTells(feed, false, true)) << contents(m_output);
   camera.unplug();
-  EXPECT_TRUE(heartbeatTells(feed, true, true)) << contents(output_);
-  EXPECT_EQ(request(port_, "GET", "/axis-cgi/jpg/image.cgi").status, 503);
-  EXPECT_EQ(end(), 0) << contents(output_);
-  EXPECT_NE(contents(output_).find("The camera has given no picture since "), std::string::npos);
-  EXPECT_EQ((contents(output_) + contents(folder_ / "system.log")).find("secret"), std::string::npos);
+  EXPECT_TRUE(heartbeatTells(feed, true, true)) << contents(m_output);
+  EXPECT_EQ(request(m_port, "GET", "/axis-cgi/jpg/image.cgi").status, 503);
+  EXPECT_EQ(end(), 0) << contents(m_output);
+  EXPECT_NE(contents(m_output).find("The camera has given no picture since "), std::string::npos);
+  EXPECT_EQ((contents(m_output) + contents(m_folder / "system.log")).find("secret"), std::string::npos);
 }
 
 TEST_F(Watching, AFilmThatBreaksIsNoGoodEnd) {
-  const std::string film = (folder_ / "film").string();
+  const std::string film = (m_folder / "film").string();
   ASSERT_TRUE(writeRecording({.frames = 20}, film));
   write("film", brokenAtTheEnd(contents(film)));
-  const Outcome outcome = run("--listen 127.0.0.1:0 --state '" + folder_.string() + "' --source '" + film + "'");
+  const Outcome outcome = run("--listen 127.0.0.1:0 --state '" + m_folder.string() + "' --source '" + film + "'");
   EXPECT_EQ(outcome.status, 1) << outcome.errors;
   EXPECT_NE(outcome.errors.find("cannot play " + film + " any further: "), std::string::npos) << outcome.errors;
 }

@@ -142,21 +142,21 @@ TEST(Dataset, RandomScenesKeepToTheirSideOfWhatIsSetAside) {
 class Drawing : public testing::Test {
  protected:
   Drawing() {
-    scene_.room = makeRoom(0);
-    scene_.camera.position = {scene_.room.width / 2, 0.15F, 2.4F};
-    scene_.camera.heading = glm::half_pi<float>();
-    scene_.camera.pitch = 0.65F;
-    setOptics(scene_.camera, {});
+    m_scene.room = makeRoom(0);
+    m_scene.camera.position = {m_scene.room.width / 2, 0.15F, 2.4F};
+    m_scene.camera.heading = glm::half_pi<float>();
+    m_scene.camera.pitch = 0.65F;
+    setOptics(m_scene.camera, {});
   }
 
   void stand(glm::vec2 place) {
     Person person;
     person.pose = standingPose(place, -glm::half_pi<float>());
     settle(person.shape, person.pose, 0);
-    scene_.people.push_back(person);
+    m_scene.people.push_back(person);
   }
 
-  std::vector<TrueKeypoints> draw() { return scene_.draw(renderer_, {}, 640, 360); }
+  std::vector<TrueKeypoints> draw() { return m_scene.draw(m_renderer, {}, 640, 360); }
 
   /// One for all tests and never destroyed: what Mesa keeps is no leak while its driver stays loaded.
   static Renderer& renderer() {
@@ -164,18 +164,18 @@ class Drawing : public testing::Test {
     return once;
   }
 
-  Renderer& renderer_ = renderer();
-  Scene scene_;
+  Renderer& m_renderer = renderer();
+  Scene m_scene;
 };
 
 TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
-  const glm::vec3 place(scene_.room.width / 2 + 0.5F, 2, 1);
+  const glm::vec3 place(m_scene.room.width / 2 + 0.5F, 2, 1);
   Mesh ball;
   addFigure({{}, {}, {{place, place, 0.05F, 0.05F, {0, 1, 0}, 1, {1, 0, 1}, Surface::kLight}}}, ball);
-  const glm::vec3 seen = scene_.camera.project(place);
+  const glm::vec3 seen = m_scene.camera.project(place);
   for (const Window& window : {Window{}, Window{500, 100, 640, 360}, Window{-100, -50, 1280, 720}}) {
-    renderer_.draw(scene_.camera, window, scene_.light, scene_.room, ball, 640, 360);
-    const Picture& picture = renderer_.picture();
+    m_renderer.draw(m_scene.camera, window, m_scene.light, m_scene.room, ball, 640, 360);
+    const Picture& picture = m_renderer.picture();
     ASSERT_EQ(picture.rgb.size(), 640U * 360 * 3);
     glm::vec2 sum(0);
     float count = 0;
@@ -190,21 +190,21 @@ TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
     const glm::vec2 expected = (glm::vec2(seen) - glm::vec2(window.x, window.y)) * scale;
     ASSERT_GT(count, 50);
     EXPECT_LT(glm::distance(sum / count, expected), 1.5F);
-    EXPECT_NEAR(renderer_.depthAt(expected.x, expected.y), seen.z - 0.05F, 0.02F);
-    EXPECT_GT(renderer_.depthAt(-1, 10), 10) << "beyond the border";
-    EXPECT_GT(renderer_.depthAt(10, 360), 10) << "beyond the border";
+    EXPECT_NEAR(m_renderer.depthAt(expected.x, expected.y), seen.z - 0.05F, 0.02F);
+    EXPECT_GT(m_renderer.depthAt(-1, 10), 10) << "beyond the border";
+    EXPECT_GT(m_renderer.depthAt(10, 360), 10) << "beyond the border";
   }
 }
 
 TEST_F(Drawing, TheBlanketHidesWhatItCovers) {
-  const Bed& bed = scene_.room.bed;
+  const Bed& bed = m_scene.room.bed;
   Person patient;
   patient.inBed = true;
   patient.pose = lyingPose(glm::vec2(bed.at(0.48F, 0.5F)), bed.heading, 0);
   settle(patient.shape, patient.pose, bed.mattress - 0.02F);
-  scene_.people = {patient};
+  m_scene.people = {patient};
   for (const auto& [cover, knees] : {std::pair{0.7F, Visibility::kHidden}, {0.0F, Visibility::kVisible}}) {
-    scene_.cover = cover;
+    m_scene.cover = cover;
     const TrueKeypoints truth = draw().at(0);
     EXPECT_EQ(truth[kNose].visibility, Visibility::kVisible) << cover;
     EXPECT_EQ(truth[kLeftKnee].visibility, knees) << cover;
@@ -213,7 +213,7 @@ TEST_F(Drawing, TheBlanketHidesWhatItCovers) {
 }
 
 TEST_F(Drawing, PeopleHideWhoIsBehindThemAndNobodyIsSeenOutsideThePicture) {
-  const float x = scene_.camera.position.x;
+  const float x = m_scene.camera.position.x;
   stand({x, 3});
   std::vector<TrueKeypoints> truth = draw();
   for (const TrueKeypoint& keypoint : truth.at(0)) EXPECT_NE(keypoint.visibility, Visibility::kOutside);

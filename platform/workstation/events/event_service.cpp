@@ -79,8 +79,18 @@ std::string localTime(GDateTime* time) {
   return text.get();
 }
 
-std::string quoted(const std::string& text) {
-  return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+/// With a blank after each comma and colon, as people read it; no value has a line feed of its own.
+std::string oneLine(const nlohmann::ordered_json& object) {
+  const std::string lines = object.dump(0, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  std::string line;
+  for (const char c : lines) {
+    if (c != '\n') {
+      line += c;
+    } else if (line.back() == ',') {
+      line += ' ';
+    }
+  }
+  return line;
 }
 
 void show(const EventRecord& record, GDateTime* time) {
@@ -88,8 +98,7 @@ void show(const EventRecord& record, GDateTime* time) {
   const double seconds = workstation::secondsOf(record.time);
   switch (outputFormat()) {
     case Output::kJson:
-      workstation::showLines("{\"t\": " + nlohmann::json(seconds).dump() + ", \"event\": " + quoted(record.event) +
-                             ", \"active\": " + (record.active ? "true" : "false") + "}\n");
+      workstation::showLines(oneLine({{"t", seconds}, {"event", record.event}, {"active", record.active}}) + "\n");
       break;
     case Output::kReplay: {
       char stamp[32];
