@@ -17,10 +17,10 @@
 #include <string>
 
 #include "analysis/FindingsHistory.h"
-#include "app/analysis_cycle.h"
-#include "app/init_ai.h"
+#include "app/lifecycle/analysis_cycle.h"
+#include "app/lifecycle/init_ai.h"
 #include "app/process_state.h"
-#include "app/startup.h"
+#include "app/lifecycle/startup.h"
 #include "platform/clock/clock.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/views/overlay_service.h"

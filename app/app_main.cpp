@@ -2,11 +2,11 @@
 #include <axhttp.h>
 #include <syslog.h>
 
-#include "app/analysis_cycle.h"
-#include "app/init_ai.h"
+#include "app/lifecycle/analysis_cycle.h"
+#include "app/lifecycle/init_ai.h"
 #include "app/process_state.h"
-#include "app/shutdown.h"
-#include "app/startup.h"
+#include "app/lifecycle/shutdown.h"
+#include "app/lifecycle/startup.h"
 #include "app/status.h"
 #include "config/request_handler.h"
 #include "platform/clock/clock.h"

@@ -13,8 +13,8 @@
 
 #include "analysis/detection_processing.h"
 #include "app/process_state.h"
-#include "app/shutdown.h"
-#include "app/startup.h"
+#include "app/lifecycle/shutdown.h"
+#include "app/lifecycle/startup.h"
 #include "platform/clock/clock.h"
 #include "reference/truth.h"
 

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "app/startup.h"
+#include "app/lifecycle/startup.h"
 #include "config/request_handler.h"
 #include "platform/scripted/rtsp_camera.h"
 #include "tests/platform/http_client.h"

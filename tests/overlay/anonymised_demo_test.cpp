@@ -15,7 +15,7 @@
 #include "analysis/FindingsHistory.h"
 #include "analysis/detection_processing.h"
 #include "app/process_state.h"
-#include "app/startup.h"
+#include "app/lifecycle/startup.h"
 #include "overlay/overlay_manager.h"
 #include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/overlay_service.h"

@@ -1,4 +1,4 @@
-#include "app/init_ai.h"
+#include "app/lifecycle/init_ai.h"
 
 #include <syslog.h>
 
@@ -9,8 +9,8 @@
 #include <string>
 
 #include "app/initial_params.h"
+#include "app/lifecycle/startup.h"
 #include "app/process_state.h"
-#include "app/startup.h"
 #include "config/parameter_controller.h"
 #include "platform/support/package_path.h"
 #include "pose/BodypixPoseEstimator.h"

@@ -1,4 +1,4 @@
-#include "app/analysis_cycle.h"
+#include "app/lifecycle/analysis_cycle.h"
 
 #include <syslog.h>
 

@@ -1,4 +1,4 @@
-#include "app/startup.h"
+#include "app/lifecycle/startup.h"
 
 #include <syslog.h>
 

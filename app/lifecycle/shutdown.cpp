@@ -1,4 +1,4 @@
-#include "app/shutdown.h"
+#include "app/lifecycle/shutdown.h"
 
 #include <poll.h>
 #include <pthread.h>
