@@ -4,9 +4,9 @@
 
 #include "app/lifecycle/analysis_cycle.h"
 #include "app/lifecycle/init_ai.h"
-#include "app/process_state.h"
 #include "app/lifecycle/shutdown.h"
 #include "app/lifecycle/startup.h"
+#include "app/process_state.h"
 #include "app/status.h"
 #include "config/request_handler.h"
 #include "platform/clock/clock.h"

@@ -12,9 +12,9 @@
 #include <string>
 
 #include "analysis/detection_processing.h"
-#include "app/process_state.h"
 #include "app/lifecycle/shutdown.h"
 #include "app/lifecycle/startup.h"
+#include "app/process_state.h"
 #include "platform/clock/clock.h"
 #include "reference/truth.h"
 
