@@ -79,16 +79,16 @@ TEST(CameraDescription, AllMistakesAreFoundInOnePass) {
 TEST(CameraDescription, UnreadableAndHugeFilesAreRefused) {
   const StateFolder folder;
   folder.write("huge.json", std::string(workstation::kDescriptionLimitBytes + 1, ' '));
-  for (const auto& [name, mistake] : {std::pair{"absent.json", "No such file or directory"},
-                                      std::pair{"", "is not a file"}, std::pair{"huge.json", "is larger than"}}) {
+  for (const auto& [name, mistake] : {std::pair{"absent.json", "there is no such file"}, std::pair{"", "is not a file"},
+                                      std::pair{"huge.json", "is larger than"}}) {
     const std::string file = folder / name;
-    EXPECT_THROW(
-        try { workstation::loadCameraDescription(file); } catch (const DescriptionError& error) {
-          EXPECT_EQ(error.what(),
-                    file + ": the file: " + mistake + "; allowed is a readable JSON file of at most 1 MiB");
-          throw;
-        },
-        DescriptionError);
+    std::string refusal;
+    try {
+      workstation::loadCameraDescription(file);
+    } catch (const DescriptionError& error) {
+      refusal = error.what();
+    }
+    EXPECT_TRUE(refusal.starts_with(file + ": " + mistake)) << refusal;
   }
 }
 
