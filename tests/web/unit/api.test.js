@@ -9,8 +9,7 @@ import { StoredSettings } from "./stored.js";
 
 const NOBODY = "http://127.0.0.1:1/";
 
-let server, base;
-let answer; // text for 200, a number for another status
+let server, base, answer; // the answer is text for 200, a number for another status
 let [running, most] = [0, 0];
 
 before(async () => {

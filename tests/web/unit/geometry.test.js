@@ -6,9 +6,7 @@ import { floorGrid, stakesOf, uprightFigure } from "../../../web/geometry/figure
 import { areaProblem, streamMapping } from "../../../web/geometry/plane.js";
 import { LANDSCAPE, PORTRAIT, SETTINGS, area, points } from "./fixtures.js";
 
-const WIDTH = 1.6;
-const DEPTH = 1.2;
-const DEMO = SETTINGS.floor;
+const [WIDTH, DEPTH, DEMO] = [1.6, 1.2, SETTINGS.floor];
 const CROSSED = [DEMO[0], DEMO[2], DEMO[1], DEMO[3]];
 const BACKWARDS = [...DEMO].reverse();
 const rad = (degrees) => (degrees * Math.PI) / 180;

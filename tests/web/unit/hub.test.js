@@ -26,6 +26,7 @@ class FakeSource extends EventTarget {
   state({ seq = 3, run = "a", fall = false, bed = false, ...more } = {}) {
     const event = (name, active) => ({ name, active, since: active ? TIME : null });
     this.say("state", { time: TIME, run, seq, events: [event(FALL, fall), event(BED, bed)], history: [], ...more });
+    return this;
   }
   change(seq, name, active, { run = "a", ...more } = {}) {
     this.say("change", { seq, run, name, active, time: TIME, ...more });
@@ -113,8 +114,7 @@ afterEach(() => {
 
 describe("of feed and status the worse news wins", () => {
   test("either says fall, and a fall that was known stays when nothing answers", async () => {
-    feed().state();
-    feed().beat();
+    feed().state().beat();
     code = 503;
     await seconds();
     assert.deepEqual(tab.active, [FALL], "the status alone");
@@ -152,8 +152,13 @@ describe("of feed and status the worse news wins", () => {
 
 describe("the feed", () => {
   test("one that falls silent is opened anew, and another run begins with its state", async () => {
-    feed().state();
-    feed().beat();
+    feed().state().beat();
+    const after = (milliseconds) => {
+      clock += milliseconds;
+      hub.tellNews();
+      return state().silentSince !== null;
+    };
+    assert.deepEqual([after(3000), after(1)], [false, true]);
     await seconds(11);
     assert.equal(FakeSource.opened, 2);
     feed().state({ seq: 50 });
