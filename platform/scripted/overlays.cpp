@@ -1,6 +1,8 @@
 #include "platform/scripted/overlays.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 
 namespace scripted {
 
@@ -18,6 +20,31 @@ std::uint32_t Canvas::at(int x, int y) const {
   const unsigned char* row = cairo_image_surface_get_data(m_surface.get()) +
                              std::ptrdiff_t{y} * cairo_image_surface_get_stride(m_surface.get());
   return reinterpret_cast<const std::uint32_t*>(row)[x];
+}
+
+Canvas::Part Canvas::find(std::uint32_t color) const {
+  Part part{width(), height(), -1, -1, 0};
+  for (int y = 0; y < height(); ++y) {
+    for (int x = 0; x < width(); ++x) {
+      if (at(x, y) != color) continue;
+      part = {std::min(part.left, x), std::min(part.top, y), std::max(part.right, x), y, part.pixels + 1};
+    }
+  }
+  return part;
+}
+
+int Canvas::countNear(std::uint32_t color, int left, int top, int right, int bottom) const {
+  constexpr int kNear = 100;  // of 255, for each part of a colour
+  int pixels = 0;
+  for (int y = top; y < bottom; ++y) {
+    for (int x = left; x < right; ++x) {
+      const auto is_near = [color, pixel = at(x, y)](unsigned shift) {
+        return std::abs(static_cast<int>(pixel >> shift & 255U) - static_cast<int>(color >> shift & 255U)) < kNear;
+      };
+      pixels += is_near(0) && is_near(8) && is_near(16) && is_near(24) ? 1 : 0;
+    }
+  }
+  return pixels;
 }
 
 void Overlays::render(cairo_t* cairo, axoverlay_stream_data stream, int id) const {

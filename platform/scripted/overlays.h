@@ -22,6 +22,14 @@ class Canvas {
   /// Opacity, red, green and blue of a pixel, from the highest byte down; 0 outside of the picture.
   [[nodiscard]] std::uint32_t at(int x, int y) const;
 
+  /// The smallest part of the picture that holds all pixels of a colour; left > right when there is none.
+  struct Part {
+    int left, top, right, bottom, pixels;
+  };
+  [[nodiscard]] Part find(std::uint32_t color) const;
+  /// How many pixels of a part come close to an opaque colour; small letters hardly reach it.
+  [[nodiscard]] int countNear(std::uint32_t color, int left, int top, int right, int bottom) const;
+
  private:
   template <auto Release>
   struct Releaser {

@@ -6,7 +6,6 @@
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <memory>
 
 #include "analysis/FindingsHistory.h"
 #include "analysis/area_of_interest.h"

@@ -9,7 +9,6 @@
 #include <array>
 #include <cmath>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <regex>
@@ -32,8 +31,8 @@
 #include "overlay/overlay_manager.h"
 #include "platform/scripted/inference.h"
 #include "platform/scripted/lens.h"
+#include "platform/scripted/networks.h"
 #include "platform/scripted/overlays.h"
-#include "platform/scripted/pose_network.h"
 #include "platform/scripted/video.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "tests/platform/state_folder.h"
@@ -150,10 +149,8 @@ void provideModels(const StateFolder& package) {
   setenv("VELMOR_ROOT", package.path().c_str(), 1);
   inference().on_load = [](const std::string& name) {
     const bool isUpright = name.ends_with("portrait.onnx");
-    const std::size_t height = isUpright ? 1280 : 720;
-    const std::size_t width = isUpright ? 720 : 1280;
-    inference().inputs = {{1, height, width, 3}};
-    inference().outputs.assign(name.ends_with("detector.onnx") ? 4 : 6, {1, height / 16 + 1, width / 16 + 1, 17});
+    describePoseModel(isUpright ? 1280 : 720, isUpright ? 720 : 1280, isUpright ? 81 : 46, isUpright ? 46 : 81);
+    if (name.ends_with("detector.onnx")) inference().outputs.resize(4);
   };
 }
 
@@ -217,10 +214,8 @@ TEST_F(Cycle, FusesTheFourTurnsOfOneFreshPicture) {
   east.add(standingPerson(650, 800, 400), 2.0F);
   const auto rotationsFound = [&](float detectorScore, uint8_t luma) {
     std::fill_n(camera().frame.begin(), 1280 * 720, luma);
-    std::vector<uint8_t> scores(20 * sizeof(float));
-    for (std::size_t i = 0; i < 20; ++i) std::memcpy(&scores[i * sizeof(float)], &detectorScore, sizeof(float));
-    const std::vector<std::vector<uint8_t>> detections = {scores, {}, {}, std::vector<uint8_t>(scores.size())};
-    inference().next_outputs = {north.outputs(), north.outputs(), detections, west.outputs(), east.outputs()};
+    inference().next_outputs = {north.outputs(), north.outputs(), detectorOutputs(0, detectorScore), west.outputs(),
+                                east.outputs()};
     EXPECT_EQ(do_one_analysis(), 0);
     std::vector<int> rotations;
     for (const Skeleton& one : g_skeletons) rotations.push_back(one.detectorRotation);

@@ -16,6 +16,7 @@
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
 #include "platform/scripted/lens.h"
+#include "platform/scripted/pictures.h"
 #include "platform/scripted/video.h"
 #include "tests/config/page_settings.h"
 #include "tests/platform/state_folder.h"
@@ -111,17 +112,11 @@ TEST_F(Requests, EachActionHasItsReply) {
 
 TEST_F(Requests, ChessboardActionsLookAtTheCamera) {
   EXPECT_EQ(ask("find_pattern"), kRefused) << "no camera";
-  auto& frame = scripted::camera().frame;
-  frame.assign(1280 * 720 * 3 / 2, 128);
+  scripted::camera().frame.assign(1280 * 720 * 3 / 2, 128);
   g_videoStreamSource = std::make_unique<VideoStreamSource>(720, 1280, 0);
   EXPECT_EQ(ask("find_pattern"), kRefused);
   EXPECT_EQ(ask("log_intrinsic_matrix"), kRefused);
-  for (int i = 0; i < 1280 * 720; ++i) {
-    const int column = i % 1280 / 60 - 5;
-    const int row = i / 1280 / 60 - 2;
-    const bool isBlack = column >= 0 && column < 10 && row >= 0 && row < 7 && (column + row) % 2 == 0;
-    frame[static_cast<std::size_t>(i)] = isBlack ? 20 : 220;
-  }
+  scripted::camera().frame = scripted::chessboardFrame(1280, 720, 1000, 0, 0);
   EXPECT_EQ(ask("find_pattern"), kText);
   EXPECT_EQ(ask("log_intrinsic_matrix"), kRefused) << "seen from the front only";
   g_StreamWidth = -1;

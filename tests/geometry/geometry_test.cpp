@@ -2,13 +2,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <limits>
-#include <opencv2/calib3d.hpp>
-#include <opencv2/imgproc.hpp>
 #include <sstream>
 #include <stdexcept>
 #include <tuple>
@@ -20,35 +17,12 @@
 #include "geometry/distance_controller.h"
 #include "geometry/shell_command.h"
 #include "platform/scripted/lens.h"
+#include "platform/scripted/pictures.h"
+#include "platform/scripted/video.h"
 #include "tests/platform/state_folder.h"
 #include "video/VideoStreamSource.h"
 
 namespace {
-
-const Quad kUnit(0, 0, 1, 0, 1, 1, 0, 1);
-
-void expectNear(const Vector3& v, float x, float y) {
-  EXPECT_NEAR(v(0), x, 1e-4);
-  EXPECT_NEAR(v(1), y, 1e-4);
-  EXPECT_EQ(v(2), 1.0F);
-}
-
-TEST(PerspectiveTransform, MapsEveryCornerAndKeepsTheirOrder) {
-  const Quad skewed(479, 381, 385, 591, 679, 591, 665, 381);
-  const Quad target(0, 0, 0, 2, 1.5F, 2, 1.5F, 0);
-  const Matrix3x3 T = CreatePerspectiveTransformMatrix(skewed, target);
-  expectNear(ApplyTransform(T, 479, 381), 0, 0);
-  expectNear(ApplyTransform(T, 385, 591), 0, 2);
-  expectNear(ApplyTransform(T, 679, 591), 1.5F, 2);
-  expectNear(ApplyTransform(T, 665, 381), 1.5F, 0);
-  // The corner order reversed after the first one is a mirror about the diagonal.
-  expectNear(ApplyTransform(CreatePerspectiveTransformMatrix(kUnit, Quad(0, 0, 0, 1, 1, 1, 1, 0)), 0.25F, 0.5F), 0.5F,
-             0.25F);
-  Matrix3x3 m;
-  m.p = {2, -1, 3, 0.5F, 4, -2, 1, 1, 5};
-  EXPECT_FLOAT_EQ(m.determinant(), 38.0F);
-  EXPECT_FLOAT_EQ(Matrix3x3Multiply(m, m.inverse())(2, 2), 1.0F);
-}
 
 /// The manifest's default points: a camera 2.5 m up that looks 30 degrees down sees these.
 const Quad kFloor(479, 381, 385, 591, 679, 591, 665, 381);
@@ -166,50 +140,16 @@ TEST(ShellCommand, HasAnEndWithAllThatItStarted) {
   close(ends[0]);
 }
 
-/// A camera of 640 x 360 in front of a chessboard of 0.15 m squares.
-class Board : public ImageFrameSource {
- public:
-  /// Slants are radians about the picture's two axes; 0 focal length shows a wall without a board.
-  void show(float focalLength, float slantX, float slantY) {
-    m_picture = cv::Mat(360, 640, CV_8UC3, cv::Scalar::all(200));
-    if (focalLength == 0) return;
-    constexpr int kPixels = 20;  // of a square's side
-    cv::Mat flat(9 * kPixels, 12 * kPixels, CV_8UC3, cv::Scalar::all(200));
-    for (int i = 0; i < 70; ++i) {
-      const cv::Rect square((i % 10 + 1) * kPixels, (i / 10 + 1) * kPixels, kPixels, kPixels);
-      if ((i % 10 + i / 10) % 2 == 0) flat(square) = cv::Scalar::all(20);
-    }
-    const cv::Matx33d camera(focalLength, 0, 319.5, 0, focalLength, 179.5, 0, 0, 1);
-    cv::Matx33d pose;
-    cv::Rodrigues(cv::Vec3d(slantX, slantY, 0), pose);
-    const double metre = 0.15 / kPixels;
-    const cv::Vec3d distance = cv::Vec3d(0, 0, focalLength / 180) - pose * cv::Vec3d(0.9, 0.675, 0);
-    for (int row = 0; row < 3; ++row) pose(row, 2) = distance[row];
-    cv::warpPerspective(flat, m_picture, camera * pose * cv::Matx33d::diag({metre, metre, 1}), m_picture.size(),
-                        cv::INTER_AREA, cv::BORDER_CONSTANT, cv::Scalar::all(200));
-  }
-  bool getFrame(int height, int width, int rotation, uint8_t* pixels) override {
-    if (!m_dirty || isGone || height != 360 || width != 640 || rotation != 0) return false;
-    std::copy_n(m_picture.data, m_picture.total() * 3, pixels);
-    m_dirty = false;
-    return true;
-  }
-  bool isGone = false;
-
- private:
-  cv::Mat m_picture;
-};
-
 class Chessboard : public ::testing::Test {
  protected:
   Chessboard() {
     openlog("geometry_test", 0, LOG_USER);
     g_StreamWidth = 640;
     g_StreamHeight = 360;
+    scripted::camera() = {};
   }
-  bool finds(float focalLength, float slantX = 0, float slantY = 0) {
-    board.show(focalLength, slantX, slantY);
-    return controller.find_pattern(board);
+  static void show(float focalLength, float slantX, float slantY) {
+    scripted::camera().frame = scripted::chessboardFrame(640, 360, focalLength, slantX, slantY);
   }
   /// The numbers of the matrix logged last.
   std::vector<double> matrix() const {
@@ -227,37 +167,39 @@ class Chessboard : public ::testing::Test {
   bool logged(const std::string& text) const { return state.read("system.log").find(text) != std::string::npos; }
 
   StateFolder state;
-  Board board;
+  VideoStreamSource board{360, 640, 0};
   Distance_Controller controller;
 };
 
 TEST_F(Chessboard, SlantedViewsGiveTheCameraMatrix) {
-  EXPECT_FALSE(finds(0));
+  scripted::camera().frame.assign(640 * 360 * 3 / 2, 128);
+  EXPECT_FALSE(controller.find_pattern(board));
   EXPECT_FALSE(controller.log_intrinsic_matrix(board));
   EXPECT_TRUE(logged("log_intrinsic_matrix no view of the chessboard yet"));
-  board.show(500, 0, 0);
+  show(500, 0, 0);
   EXPECT_FALSE(controller.log_intrinsic_matrix(board)) << "a board seen from the front does not tell";
   for (const auto& [slantX, slantY] : {std::pair{0.5F, 0.0F}, {0.0F, 0.5F}}) {
     Distance_Controller oneWay;
-    board.show(500, slantX, slantY);
+    show(500, slantX, slantY);
     EXPECT_FALSE(oneWay.log_intrinsic_matrix(board)) << "nor does one that is slanted one way";
     EXPECT_TRUE(controller.find_pattern(board));
   }
-  board.show(500, -0.4F, 0.4F);
+  show(500, -0.4F, 0.4F);
   EXPECT_TRUE(controller.log_intrinsic_matrix(board));
   EXPECT_FALSE(logged("views of the chessboard: 5")) << "one view a picture";
   EXPECT_TRUE(logged("views of the chessboard: 4")) << "that of the last picture counts too";
   const std::vector<double> found = matrix();
   const std::vector<double> expected{500, 0, 319.5, 0, 500, 179.5, 0, 0, 1};
   for (std::size_t i = 0; i < 9; ++i) EXPECT_NEAR(found[i], expected[i], i % 4 == 0 && i < 8 ? 10 : 0.01) << i;
-  board.isGone = true;
+  scripted::camera().faults = {{"vdo_stream_get_buffer", 0}};
   EXPECT_FALSE(controller.find_pattern(board));
   EXPECT_TRUE(controller.log_intrinsic_matrix(board)) << "from the views that there are";
 }
 
 TEST_F(Chessboard, TheOldestOfFiftyViewsGoes) {
-  EXPECT_TRUE(finds(900, 0.5F, 0.3F));
-  board.show(500, 0.4F, 0.4F);
+  show(900, 0.5F, 0.3F);
+  EXPECT_TRUE(controller.find_pattern(board));
+  show(500, 0.4F, 0.4F);
   for (int i = 0; i < 50; ++i) EXPECT_TRUE(controller.find_pattern(board));
   EXPECT_FALSE(logged("views of the chessboard: 51"));
   EXPECT_TRUE(controller.log_intrinsic_matrix(board));

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <limits>
@@ -24,36 +23,6 @@ using namespace scripted;
 constexpr std::uint32_t kNone = 0, kBlack = 0xFF000000, kRed = 0xFFFF0000, kGreen = 0xFF00FF00, kBlue = 0xFF0000FF,
                         kYellow = 0xFFFFFF00, kWhite = 0xFFFFFFFF, kOrange = 0xFFFF9900, kGray = 0xFF808080;
 
-/// The smallest part of a picture that holds all pixels of a colour; left > right when there is none.
-struct Part {
-  int left, top, right, bottom, pixels;
-};
-
-Part find(const Canvas& picture, std::uint32_t color) {
-  Part part{picture.width(), picture.height(), -1, -1, 0};
-  for (int y = 0; y < picture.height(); ++y) {
-    for (int x = 0; x < picture.width(); ++x) {
-      if (picture.at(x, y) != color) continue;
-      part = {std::min(part.left, x), std::min(part.top, y), std::max(part.right, x), y, part.pixels + 1};
-    }
-  }
-  return part;
-}
-
-/// How many pixels of a part come close to an opaque colour; small letters hardly reach it.
-int countNear(const Canvas& picture, std::uint32_t color, int left, int top, int right, int bottom) {
-  int pixels = 0;
-  for (int y = top; y < bottom; ++y) {
-    for (int x = left; x < right; ++x) {
-      const auto isNear = [&, pixel = picture.at(x, y)](int shift) {
-        return std::abs(static_cast<int>(pixel >> shift & 0xFF) - static_cast<int>(color >> shift & 0xFF)) < 100;
-      };
-      pixels += isNear(0) && isNear(8) && isNear(16) && isNear(24);
-    }
-  }
-  return pixels;
-}
-
 constexpr axoverlay_stream_data kOverlayStream = {1, 1, 1280, 720, 0, FALSE, AXOVERLAY_STREAM_JPEG};
 constexpr axoverlay_stream_data kAnonymizedStream = {2, 1, 640, 360, 0, FALSE, AXOVERLAY_STREAM_JPEG};
 constexpr axoverlay_stream_data kApplicationStream = {3, 1, 800, 450, 0, FALSE, AXOVERLAY_STREAM_JPEG};
@@ -70,6 +39,16 @@ Skeleton standing(int rotation = 0) {
 
 Finding findingOf(const Skeleton& skeleton, Footings footing = Footings::floor) {
   return {5, {skeleton.superior.x, skeleton.superior.y}, skeleton, footing};
+}
+
+/// Somebody whose neck, hips and feet have been seen for a while, one above the other.
+Finding measured(int rotation, int hips, int feet) {
+  Finding finding = findingOf(standing(rotation));
+  finding.averageSuperior = {300, 200};
+  finding.averageHipMedian = {300, hips};
+  finding.averageInferior = {300, feet};
+  finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior = true;
+  return finding;
 }
 
 class Overlay : public ::testing::Test {
@@ -154,23 +133,24 @@ TEST_F(Overlay, EachStreamShowsItsShare) {
           const std::uint32_t inside = at(655, y);
           ASSERT_EQ(inside == kGray || inside == kWhite, isMasked) << "mask";
         }
-        EXPECT_EQ(countNear(picture, kRed, 0, 0, stream.width, stream.height * 150 / 720) > 10, isOurs && developer)
+        EXPECT_EQ(picture.countNear(kRed, 0, 0, stream.width, stream.height * 150 / 720) > 10, isOurs && developer)
             << "label of an unknown ratio";
-        EXPECT_EQ(find(picture, kWhite).bottom > stream.height - 30, isOurs) << "status";
+        EXPECT_EQ(picture.find(kWhite).bottom > stream.height - 30, isOurs) << "status";
       }
     }
   }
   const Canvas untouched = drawn(kAnonymizedStream, Overlays::kOverlay + 1);
-  EXPECT_EQ(find(untouched, kNone).pixels, 640 * 360) << "another application's overlay";
+  EXPECT_EQ(untouched.find(kNone).pixels, 640 * 360) << "another application's overlay";
 }
 
 TEST_F(Overlay, HeadVelocityAndLegs) {
   // Where the head's centre and the far side of a head of unknown size are.
-  for (const auto& [rotation, x, y, farX, farY] : {std::tuple{0, 640, 155, 640, 190},
-                                                   {90, 595, 200, 630, 200},
-                                                   {180, 640, 245, 640, 209},
-                                                   {270, 685, 200, 649, 200},
-                                                   {-1, 640, 155, 640, 190}}) {
+  constexpr std::array<int, 5> kHeads[] = {{0, 640, 155, 640, 190},
+                                           {90, 595, 200, 630, 200},
+                                           {180, 640, 245, 640, 209},
+                                           {270, 685, 200, 649, 200},
+                                           {-1, 640, 155, 640, 190}};
+  for (const auto& [rotation, x, y, farX, farY] : kHeads) {
     Finding finding = findingOf(standing(rotation));
     finding.skeleton.edges.clear();
     finding.hasValidAverageNormalFactorVelocity = true;
@@ -178,18 +158,13 @@ TEST_F(Overlay, HeadVelocityAndLegs) {
     const Canvas picture = drawn(kOverlayStream, finding);
     EXPECT_EQ(picture.at(x - 45, y), kYellow) << rotation;
     EXPECT_EQ(picture.at(x, y + 44), kYellow) << rotation;
-    const Part velocity = find(picture, kBlue);
+    const Canvas::Part velocity = picture.find(kBlue);
     EXPECT_EQ(std::tuple(velocity.left, velocity.right, velocity.top), std::tuple(x, x + 59, y - 1)) << rotation;
     finding.skeleton.hasSkeletonHeight = finding.hasValidAverageNormalFactorVelocity = false;
     EXPECT_EQ(drawn(kOverlayStream, finding).at(farX, farY), kYellow) << rotation;
   }
   for (const auto& [hips, color] : {std::pair{330, kNone}, {310, kYellow}}) {
-    Finding finding = findingOf(standing());
-    finding.averageSuperior = {300, 200};
-    finding.averageHipMedian = {300, hips};
-    finding.averageInferior = {300, 560};
-    finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior = true;
-    const Canvas picture = drawn(kOverlayStream, finding);
+    const Canvas picture = drawn(kOverlayStream, measured(0, hips, 560));
     EXPECT_EQ(picture.at(300, hips), color) << "cross";
     EXPECT_EQ(picture.at(300, hips + 5), color) << "circle";
   }
@@ -197,21 +172,14 @@ TEST_F(Overlay, HeadVelocityAndLegs) {
 
 TEST_F(Overlay, DeveloperModeShowsWhatActivityFollowsFrom) {
   g_IsDevMode = true;
-  for (const auto& [rotation, isMoving, feet] : {std::tuple{0, true, kWhite},
-                                                 {90, false, kRed},
-                                                 {180, true, kYellow},
-                                                 {270, false, kGreen},
-                                                 {-1, true, kBlue},
-                                                 {-2, false, kBlack}}) {
-    Finding finding = findingOf(standing(rotation));
+  const std::tuple<int, bool, std::uint32_t> cases[] = {{0, true, kWhite},    {90, false, kRed}, {180, true, kYellow},
+                                                        {270, false, kGreen}, {-1, true, kBlue}, {-2, false, kBlack}};
+  for (const auto& [rotation, isMoving, feet] : cases) {
+    Finding finding = measured(rotation, 300, isMoving ? 400 : 560);
     finding.isMoving = isMoving;
-    finding.averageSuperior = {300, 200};
-    finding.averageHipMedian = {300, 300};
-    finding.averageInferior = {300, isMoving ? 400 : 560};
     finding.expectedSuperior = {900, 300};
     finding.expectedInferior = {900, 600};
-    finding.hasValidAverageHipMedian = finding.hasValidAverageInferior = finding.hasValidAverageSuperior =
-        finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
+    finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
     const Canvas picture = drawn(kOverlayStream, finding);
     EXPECT_EQ(picture.at(635, 559), feet) << rotation;
     EXPECT_EQ(picture.at(300, 200), isMoving ? kYellow : kOrange);
@@ -220,9 +188,9 @@ TEST_F(Overlay, DeveloperModeShowsWhatActivityFollowsFrom) {
     EXPECT_EQ(picture.at(900, 450), kWhite);
     EXPECT_EQ(picture.at(901, 450), kNone);
     // The box is narrow, so the whole width is the radius.
-    EXPECT_GT(countNear(picture, kWhite, 970, 299, 990, 301), 1);
+    EXPECT_GT(picture.countNear(kWhite, 970, 299, 990, 301), 1);
     // The label stands on the box, white for a ratio from 0.5 on.
-    const auto labelled = [&](std::uint32_t color) { return countNear(picture, color, 700, 105, 800, 130) > 20; };
+    const auto labelled = [&](std::uint32_t color) { return picture.countNear(color, 700, 105, 800, 130) > 20; };
     EXPECT_TRUE(labelled(isMoving ? kWhite : kRed) && labelled(kBlack));
     EXPECT_FALSE(labelled(isMoving ? kRed : kWhite));
   }
@@ -232,7 +200,7 @@ TEST_F(Overlay, ThePictureIsCentredTurnedAndMirrored) {
   const auto box = [&](axoverlay_stream_data stream) {
     OverlayManager::SetAnonymizedStreamResolution(static_cast<unsigned>(stream.width),
                                                   static_cast<unsigned>(stream.height));
-    const Part mask = find(drawn(stream, findingOf(standing())), kGray);
+    const Canvas::Part mask = drawn(stream, findingOf(standing())).find(kGray);
     return std::array{mask.left, mask.top, mask.right, mask.bottom};
   };
   const auto expectNear = [](std::array<int, 4> part, std::array<int, 4> expected) {
@@ -255,11 +223,11 @@ TEST_F(Overlay, TheStatusStandsAtTheBottomLeft) {
     const auto status = [&, w = width, h = height, r = rotation](int code, int time_ms) {
       g_StatusCode = code;
       g_ExecutionTime = time_ms;
-      return find(drawn({1, 1, w, h, r, FALSE, {}}), kWhite);
+      return drawn({1, 1, w, h, r, FALSE, {}}).find(kWhite);
     };
     const int fontSize = height * 3 / 100;
     const int bottom = rotation % 180 == 0 ? height : width;
-    const Part part = status(502, 7);
+    const Canvas::Part part = status(502, 7);
     EXPECT_NEAR(part.left, 11, 3);
     EXPECT_NEAR((part.top + part.bottom) / 2.0, bottom + 5 - 1.5 * fontSize, fontSize * 0.6) << rotation;
     EXPECT_GT(status(502, 77777).right, part.right + fontSize);
@@ -295,7 +263,6 @@ TEST_F(Overlay, UserShapesHaveTheirOrderAndTheirLimits) {
     OverlayManager::addUserCircle(0, 0, 10, Red, 2);
     OverlayManager::addUserLine(0, 0, 10, 20, Red, 2);
   }
-  EXPECT_EQ(std::tuple(g_nUserRectangles, g_nUserCircles, g_nUserLines), std::tuple(256, 256, 256));
   OverlayManager::clearUserRectangles();
   EXPECT_EQ(std::tuple(g_nUserRectangles, g_nUserCircles, g_nUserLines), std::tuple(0, 256, 256));
 }
@@ -315,13 +282,11 @@ TEST_F(Overlay, TheFirstMatchingSizeDecidesWhatAStreamIs) {
 }
 
 TEST_F(Overlay, ResolutionTextsMayBeAnything) {
-  for (const auto& [text, width, height] : {std::tuple{"1280x720", 1280U, 720U},
-                                            {"", 0U, 0U},
-                                            {"x720", 0U, 720U},
-                                            {"1280", 1280U, 0U},
-                                            {"-5x+7", 0U, 7U},
-                                            {" 12 x7z", 12U, 7U},
-                                            {"2147483648x99999999999999999999", 0U, 0U}}) {
+  const std::string tooMuch = "2147483648x99999999999999999999";
+  const std::tuple<std::string, unsigned, unsigned> cases[] = {
+      {"1280x720", 1280, 720}, {"", 0, 0},         {"x720", 0, 720}, {"1280", 1280, 0},
+      {"-5x+7", 0, 7},         {" 12 x7z", 12, 7}, {tooMuch, 0, 0}};
+  for (const auto& [text, width, height] : cases) {
     OverlayManager::SetOverlayStreamResolutionFromString(text);
     OverlayManager::SetAnonymizedStreamResolutionFromString(text);
     const OverlayInfo& info = g_OverlayInfo;
@@ -370,9 +335,9 @@ TEST_F(Overlay, WildFindingsNeitherHarmNorUncover) {
   constexpr float kInfinity = std::numeric_limits<float>::infinity();
   g_IsDevMode = true;
   for (const int far : {INT_MAX, 1 << 29, 1 << 23, 100000}) {
-    Finding finding = findingOf(standing(90));
-    finding.hasValidAverageNormalFactorVelocity = finding.hasValidAverageHipMedian = finding.hasValidAverageInferior =
-        finding.hasValidAverageSuperior = finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior = true;
+    Finding finding = measured(90, 0, 0);
+    finding.hasValidAverageNormalFactorVelocity = finding.hasValidExpectedInferior = finding.hasValidExpectedSuperior =
+        true;
     finding.averageNormalFactorVelocity = {-kInfinity, std::nanf("")};
     finding.averageSuperior = finding.expectedInferior = {-far, far};
     finding.averageInferior = finding.expectedSuperior = {far, -far - 1};

@@ -12,7 +12,7 @@
 #include "app/initial_params.h"
 #include "app/process_state.h"
 #include "platform/scripted/inference.h"
-#include "platform/scripted/pose_network.h"
+#include "platform/scripted/networks.h"
 #include "platform/scripted/system_log.h"
 #include "pose/BodypixPoseEstimator.h"
 
@@ -25,25 +25,23 @@ using enum BodyPart;
 using PosenetDecoder::kNumKeypoints;
 using namespace scripted;
 
-/// What the network gives for a grid, as numbers.
 struct Tensors {
-  explicit Tensors(const PoseGrid& grid)
-      : heat(numbers(grid.heatmaps, heatmapDequantizer)),
-        near(numbers(grid.short_offsets, shortOffsetDequantizer)),
-        mid(numbers(grid.mid_offsets, midOffsetDequantizer)) {}
-  Tensors() = default;
-
-  static std::vector<float> numbers(const std::vector<uint8_t>& bytes, const Dequantizer& dequantizer) {
-    std::vector<float> values(bytes.size());
-    std::transform(bytes.begin(), bytes.end(), values.begin(), dequantizer);
-    return values;
-  }
-
   std::vector<float> heat, near, mid;
 };
 
+/// What the network gives for a grid, as numbers.
+Tensors tensorsOf(const PoseGrid& grid) {
+  const auto numbers = [](const std::vector<uint8_t>& bytes, const Dequantizer& dequantizer) {
+    std::vector<float> values(bytes.size());
+    std::transform(bytes.begin(), bytes.end(), values.begin(), dequantizer);
+    return values;
+  };
+  return {numbers(grid.heatmaps, heatmapDequantizer), numbers(grid.short_offsets, shortOffsetDequantizer),
+          numbers(grid.mid_offsets, midOffsetDequantizer)};
+}
+
 struct Decoded {
-  explicit Decoded(const PoseGrid& grid) : Decoded(grid, Tensors(grid)) {}
+  explicit Decoded(const PoseGrid& grid) : Decoded(grid, tensorsOf(grid)) {}
   Decoded(const PoseGrid& grid, const Tensors& in) {
     count = PosenetDecoder::DecodeAllPoses(in.heat.data(), in.near.data(), in.mid.data(), grid.height, grid.width, 20,
                                            0.01F, 5, 2.0F, 16, keypoints.data(), keypointScores.data(), scores.data());
@@ -73,7 +71,7 @@ TEST(Decoder, FollowsTheBodyTreeFromAnyRoot) {
   const PersonPixels person = standingPerson(403.0F, 120.0F, 390.0F);
   PoseGrid grid(46, 81);
   grid.add(person, 2.0F);
-  const Tensors in(grid);
+  const Tensors in = tensorsOf(grid);
   for (int root = 0; root < kNumKeypoints; ++root) {
     const auto& from = person[static_cast<std::size_t>(root)];
     PosenetDecoder::PoseKeypoints pose;
@@ -160,12 +158,7 @@ TEST(Decoder, SurvivesAnyNumbers) {
     return values;
   };
   for (int round = 0; round < 20; ++round) {
-    const PoseGrid size(5, 9);
-    Tensors wild;
-    wild.heat = fill(45UL * 17);
-    wild.near = fill(45UL * 34);
-    wild.mid = fill(45UL * 64);
-    const Decoded decoded(size, wild);
+    const Decoded decoded(PoseGrid(5, 9), {fill(45UL * 17), fill(45UL * 34), fill(45UL * 64)});
     for (std::size_t i = 0; i < static_cast<std::size_t>(decoded.count); ++i) {
       EXPECT_TRUE(decoded.scores[i] >= 0.01F && decoded.scores[i] <= 1.0F);
       for (const auto& point : decoded.keypoints[i].keypoint) {
@@ -192,24 +185,16 @@ class Estimator : public testing::Test {
   Estimator() {
     std::ofstream(m_modelPath) << "model";
     inference() = {};
-    describeModel(720, 1280, 46, 81);
+    describePoseModel(720, 1280, 46, 81);
     systemLog().clear();
   }
   ~Estimator() override { EXPECT_EQ(inference().live_handles, 0); }
-
-  static void describeModel(std::size_t height, std::size_t width, std::size_t rows, std::size_t columns) {
-    inference().inputs = {{1, height, width, 3}};
-    inference().outputs.clear();
-    for (const std::size_t channels : {17U, 34U, 64U, 1U, 24U, 34U}) {
-      inference().outputs.push_back({1, rows, columns, channels});
-    }
-  }
 
   /// Shows two people, given in pixels of the upright picture, to a run of that rotation.
   static void show(const PersonPixels& strong, const PersonPixels& weak, int rotation) {
     const bool isTurned = rotation % 180 == 90;
     PoseGrid grid(isTurned ? 81 : 46, isTurned ? 46 : 81);
-    describeModel(isTurned ? 1280 : 720, isTurned ? 720 : 1280, isTurned ? 81 : 46, isTurned ? 46 : 81);
+    describePoseModel(isTurned ? 1280 : 720, isTurned ? 720 : 1280, isTurned ? 81 : 46, isTurned ? 46 : 81);
     for (const auto& [person, logit] : {std::pair{weak, 0.0F}, std::pair{strong, 2.5F}}) {
       grid.add(turned(person, rotation, isTurned ? 1280.0F : 720.0F, isTurned ? 720.0F : 1280.0F), logit);
     }
@@ -247,7 +232,7 @@ TEST_F(Estimator, FindsPeopleInTheUprightPictureAtEveryRotation) {
 }
 
 TEST_F(Estimator, TurnsKeypointsBackAndTruncatesThem) {
-  describeModel(721, 1281, 46, 81);
+  describePoseModel(721, 1281, 46, 81);
   PoseGrid grid(46, 81);
   constexpr std::size_t kCell = 5 * std::size_t{81} + 10;
   grid.heatmaps[kCell * 17] = 255;            // a nose
@@ -302,7 +287,7 @@ TEST_F(Estimator, ConstructionFailsWithTheReasonAndLeavesNothingBehind) {
   for (const std::string failure :
        {"larodConnect", "larodLoadModel", "larodCreateModelInputs", "larodCreateModelOutputs", "larodSetTensorFd",
         "larodCreateJobRequest", "no output", "wide input", "larger grid", "no file"}) {
-    describeModel(720, failure == "wide input" ? 9999 : 1280, 46, failure == "larger grid" ? 82 : 81);
+    describePoseModel(720, failure == "wide input" ? 9999 : 1280, 46, failure == "larger grid" ? 82 : 81);
     if (failure == "no output") inference().outputs.clear();
     inference().faults = {{failure, 0}};
     const std::string reason = failure.starts_with("larod") ? "out of order"

@@ -124,12 +124,10 @@ TEST(SkeletonValidity, RejectsWhatIsNoPerson) {
 }
 
 TEST(SkeletonValidity, TheMarginToThePictureEdgeGrowsWithTheBox) {
-  for (const auto& [left, top, right, bottom, isNear] : {std::tuple{10, 10, 90, 170, false},
-                                                         {9, 10, 90, 170, true},
-                                                         {10, 9, 90, 170, true},
-                                                         {110, 110, 190, 190, false},
-                                                         {110, 110, 191, 190, true},
-                                                         {110, 110, 190, 191, true}}) {
+  const std::tuple<int, int, int, int, bool> cases[] = {{10, 10, 90, 170, false},   {9, 10, 90, 170, true},
+                                                        {10, 9, 90, 170, true},     {110, 110, 190, 190, false},
+                                                        {110, 110, 191, 190, true}, {110, 110, 190, 191, true}};
+  for (const auto& [left, top, right, bottom, isNear] : cases) {
     Skeleton skeleton;
     skeleton.boundingBox = {{left, top}, {right, bottom}};
     EXPECT_EQ(skeleton.isNearEdge(200, 200), isNear) << left << " " << top << " " << right << " " << bottom;
@@ -152,8 +150,7 @@ TEST(Fusion, MergesQuarterTurnsAndKeepsTheStrongerOtherwise) {
     Found given;
     Found expected;
   };
-  const Case cases[] = {{50, {}, {}},
-                        {50, {{0, 0.5F}, {0, 0.75F}}, {{0, 0.75F}}},
+  const Case cases[] = {{50, {{0, 0.5F}, {0, 0.75F}}, {{0, 0.75F}}},
                         {50, {{0, 0.75F}, {180, 0.5F}}, {{0, 0.75F}}},
                         {50, {{180, 0.5F}, {0, 0.5F}}, {{0, 0.5F}}},  // of equals the earlier goes
                         {100, {{0, 0.5F}, {90, 0.25F}}, {{-1, 0.75F}}},

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -10,7 +9,9 @@
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "platform/scripted/inference.h"
+#include "platform/scripted/networks.h"
 #include "platform/scripted/parameters.h"
+#include "platform/scripted/pictures.h"
 #include "platform/scripted/system_log.h"
 #include "platform/scripted/video.h"
 #include "validation/Validator.h"
@@ -21,20 +22,6 @@ using namespace scripted;
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kSide = 60;  // of the detector's input
-
-/// Four outputs of 20 floats: the given class and score in the last place, elsewhere a certain chair (class 56).
-std::vector<Bytes> detections(float personClass, float score) {
-  std::vector<float> classes(20, 56.0F);
-  std::vector<float> scores(20, 0.99F);
-  classes.back() = personClass;
-  scores.back() = score;
-  const auto bytes = [](const std::vector<float>& values) {
-    Bytes raw(values.size() * sizeof(float));
-    std::memcpy(raw.data(), values.data(), raw.size());
-    return raw;
-  };
-  return {bytes(scores), Bytes(320), Bytes(4), bytes(classes)};
-}
 
 /// A body of 250 x 500 pixels in a picture of 1280 x 720; upside down when its feet are on top.
 Skeleton body(int left, int headY, int feetY) {
@@ -54,7 +41,7 @@ class Validation : public testing::Test {
     inference() = {};
     inference().inputs = {{1, kSide, kSide, 3}};
     inference().outputs.assign(4, {1, 20});
-    inference().output_bytes = detections(0.0F, 0.9F);
+    inference().output_bytes = detectorOutputs(0.0F, 0.9F);
     systemLog().clear();
     g_CalibrationParams.f_Sensitivity = 0.5F;
     g_InitialParams.l_LarodChipType = LAROD_CHIP_CPU;
@@ -88,12 +75,12 @@ TEST_F(Validation, ShowsTheDetectorTheTurnedSquareAroundTheBody) {
   };
   // Luma tells the column, then the row, in bands of 10 pixels; 1.164 is the gain from luma to RGB. The squares are
   // 1079 and 584 pixels wide, begin at column 432 and at row 113, and come mirrored on the detector's 60 pixels.
-  for (std::size_t i = 0; i < 1920UL * 1080; ++i) camera().frame[i] = static_cast<uint8_t>(16 + i % 1920 / 10);
+  camera().frame = greyFrame(1920, 1080, [](unsigned x, unsigned) { return static_cast<uint8_t>(16 + x / 10); });
   const Bytes columns = inputFor(body(600, 600, 100));
   for (const auto& [place, band] : {std::pair{59UL, 43}, {0UL, 149}, {20UL, 113}}) {
     EXPECT_NEAR(columns[place * 3], 1.164 * band, 2) << "column " << place;
   }
-  for (std::size_t i = 0; i < 1920UL * 1080; ++i) camera().frame[i] = static_cast<uint8_t>(16 + i / 19200);
+  camera().frame = greyFrame(1920, 1080, [](unsigned, unsigned y) { return static_cast<uint8_t>(16 + y / 10); });
   const Bytes rows = inputFor(body(600, 400, 140));
   for (const auto& [place, band] : {std::pair{59UL, 11}, {0UL, 68}, {20UL, 49}}) {
     EXPECT_NEAR(rows[place * kSide * 3], 1.164 * band, 2) << "row " << place;
@@ -112,12 +99,12 @@ TEST_F(Validation, KeepsOnlyWhatIsAPersonAboveTheSensitivity) {
   };
   for (const Case& c : {Case{0.0F, 0.51F, true}, Case{0.0F, 0.5F, false}, Case{0.9F, 0.9F, true},
                         Case{-0.9F, 0.9F, true}, Case{1.0F, 0.9F, false}}) {
-    inference().output_bytes = detections(c.personClass, c.score);
+    inference().output_bytes = detectorOutputs(c.personClass, c.score);
     Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
     EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
     EXPECT_EQ(skeletons.size(), c.isConfirmed ? 2U : 0U) << c.personClass << " " << c.score;
   }
-  inference().output_bytes = detections(0.0F, 0.9F);
+  inference().output_bytes = detectorOutputs(0.0F, 0.9F);
   inference().faults = {{"larodRunJob", 1}};
   Skeletons skeletons = {body(250, 600, 100), body(600, 600, 100)};
   EXPECT_TRUE(m_validator->validateAndRemove(skeletons, 1280, 720));
@@ -165,7 +152,12 @@ TEST_F(Validation, InitSaysWhyItFails) {
 }
 
 TEST_F(Validation, ATurnedCameraGivesAPortraitPicture) {
-  parameters().values = {{"root.Image.I0.Appearance.Rotation", "270"}};
+  parameters() = {{{"root.Image.I0.Appearance.Rotation", "270"}}, {{"ax_parameter_get", 1}}};
+  g_ParameterController.init_controller("velmor_care");
+  EXPECT_EQ(g_ParameterController.get_rotation(), 270);
+  g_ParameterController.init_controller("velmor_care");
+  EXPECT_EQ(g_ParameterController.get_rotation(), 0) << "the store has failed";
+  parameters().faults.clear();
   g_ParameterController.init_controller("velmor_care");
   g_InitialParams.i_mobilenetModelWidth = 640;  // the widest that is taken
   ASSERT_TRUE(init());

@@ -6,6 +6,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "platform/scripted/pictures.h"
 #include "platform/scripted/system_log.h"
 #include "platform/scripted/video.h"
 #include "video/VideoStreamSource.h"
@@ -144,13 +145,9 @@ TEST(ImageConverter, CutsTheCentredRectangleOfTheDestinationsShape) {
   for (const Case& c : {Case{257, 257, 280, 0, 720, 720}, Case{640, 360, 0, 0, 1280, 720},
                         Case{1280, 360, 0, 180, 1280, 360}, Case{100, 720, 590, 0, 100, 720}}) {
     SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
-    Bytes frame(1280 * 720 * 3 / 2, 128);
-    for (unsigned y = 0; y < 720; ++y) {
-      for (unsigned x = 0; x < 1280; ++x) {
-        const bool inside = x >= c.left && x < c.left + c.cropWidth && y >= c.top && y < c.top + c.cropHeight;
-        frame[y * 1280 + x] = inside ? 235 : 16;
-      }
-    }
+    Bytes frame = greyFrame(1280, 720, [&c](unsigned x, unsigned y) -> uint8_t {
+      return x >= c.left && x < c.left + c.cropWidth && y >= c.top && y < c.top + c.cropHeight ? 235 : 16;
+    });
     Bytes rgb(std::size_t{c.width} * c.height * 3);
     ASSERT_TRUE(convertCropScaleU8yuvToRGB(frame.data(), 1280, 720, rgb.data(), c.width, c.height));
     EXPECT_GE(*std::min_element(rgb.begin(), rgb.end()), 253);

@@ -1,7 +1,8 @@
-#include "platform/scripted/pose_network.h"
+#include "platform/scripted/networks.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace scripted {
@@ -111,6 +112,30 @@ void PoseGrid::add(const PersonPixels& person, float logit, std::size_t root) {
       mid_offsets[cell * 4 * kEdges + channel] = kMid(coarse((to.y - from.y) / kCell - y));
       mid_offsets[cell * 4 * kEdges + channel + kEdges] = kMid(coarse((to.x - from.x) / kCell - x));
     });
+  }
+}
+
+Inference::Outputs detectorOutputs(float kind, float score) {
+  constexpr std::size_t kFinds = 20;
+  constexpr float kChair = 56.0F;
+  std::vector<float> kinds(kFinds, kChair);
+  std::vector<float> scores(kFinds, 0.99F);
+  kinds.back() = kind;
+  scores.back() = score;
+  const auto bytes = [](const std::vector<float>& values) {
+    std::vector<uint8_t> raw(values.size() * sizeof(float));
+    std::memcpy(raw.data(), values.data(), raw.size());
+    return raw;
+  };
+  return {bytes(scores), std::vector<uint8_t>(kFinds * 4 * sizeof(float)), std::vector<uint8_t>(sizeof(float)),
+          bytes(kinds)};
+}
+
+void describePoseModel(std::size_t height, std::size_t width, std::size_t rows, std::size_t columns) {
+  inference().inputs = {{1, height, width, 3}};
+  inference().outputs.clear();
+  for (const std::size_t channels : {17U, 34U, 64U, 1U, 24U, 34U}) {
+    inference().outputs.push_back({1, rows, columns, channels});
   }
 }
 
