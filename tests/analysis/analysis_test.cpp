@@ -65,9 +65,7 @@ TEST(Tracker, DropsAfterTooManyCyclesWithoutReusingIds) {
   EXPECT_EQ(track(people, {at(7)}), (Seen{{4, 7}}));
 }
 
-TEST(Tracker, DistancesOfAnyInts) {
-  EXPECT_EQ(tracker().compute_distance(at(-2000000000), at(2000000000)), 4e9F);
-}
+TEST(Tracker, DistancesOfAnyInts) { EXPECT_EQ(tracker().compute_distance(at(-2000000000), at(2000000000)), 4e9F); }
 
 TEST(AreaOfInterest, InsideABoundaryAndAPentagram) {
   const area_of_interest areas;
