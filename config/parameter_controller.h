@@ -10,6 +10,7 @@
 #include "app/detection_params.h"
 #include "app/floor_params.h"
 #include "app/initial_params.h"
+#include "platform/support/owners.h"
 
 /// Everything is text in the store: a bool is "true" or "false", an int decimal, a float has six decimals. Failures are
 /// logged, never thrown; after one the store is closed, and every later operation fails too: reads then give 0, false
@@ -54,17 +55,11 @@ class parameter_controller {
   static void parameter_changed(const gchar* name, const gchar* value, gpointer data);
 
  private:
-  struct ErrorDeleter {
-    void operator()(GError* error) const { g_error_free(error); }
-  };
-  struct TextDeleter {
-    void operator()(gchar* text) const { g_free(text); }
-  };
   struct StoreDeleter {
     void operator()(AXParameter* parameter) const { ax_parameter_free(parameter); }
   };
-  using Error = std::unique_ptr<GError, ErrorDeleter>;
-  using Text = std::unique_ptr<gchar, TextDeleter>;
+  using Error = GLibPtr<GError>;
+  using Text = GLibPtr<gchar>;
 
   /// The stored text; empty, with the error if there is one, when it cannot be read.
   Text read(const std::string& name, Error& error);

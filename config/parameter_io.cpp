@@ -22,6 +22,7 @@
 #include "config/apply_settings.h"
 #include "config/parameter_controller.h"
 #include "overlay/overlay_manager.h"
+#include "platform/support/owners.h"
 
 namespace {
 
@@ -232,7 +233,7 @@ int parameter_io::get_is_portrait(GDataOutputStream* stream) {
 void parameter_io::output_to_front_end(GDataOutputStream* stream, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const std::unique_ptr<gchar, decltype(&g_free)> text(g_strdup_vprintf(format, arguments), &g_free);
+  const GLibPtr<gchar> text(g_strdup_vprintf(format, arguments));
   va_end(arguments);
   g_data_output_stream_put_string(stream, text.get(), nullptr, nullptr);
 }

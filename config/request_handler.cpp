@@ -4,13 +4,13 @@
 
 #include <array>
 #include <exception>
-#include <memory>
 #include <string_view>
 
 #include "app/process_state.h"
 #include "app/status.h"
 #include "config/parameter_io.h"
 #include "geometry/distance_controller.h"
+#include "platform/support/owners.h"
 #include "video/VideoStreamSource.h"
 
 namespace {
@@ -19,10 +19,6 @@ constexpr const char* kPlainText = "Content-Type: text/plain\r\n";
 constexpr const char* kXml = "Content-Type: text/xml\r\n";
 constexpr const char* kOk = "Status: 200 OK\r\n\r\n";
 constexpr const char* kNotAcceptable = "Status: 406\tNot Acceptable\r\n\r\n";
-
-struct Unref {
-  void operator()(GDataOutputStream* stream) const { g_object_unref(stream); }
-};
 
 void write(GDataOutputStream* reply, const char* text) {
   g_data_output_stream_put_string(reply, text, nullptr, nullptr);
@@ -101,7 +97,7 @@ void request_handler(const gchar* /*path*/, const gchar* /*method*/, const gchar
   if (wanted == nullptr) {
     return;
   }
-  const std::unique_ptr<GDataOutputStream, Unref> reply(g_data_output_stream_new(output));
+  const GLibPtr<GDataOutputStream> reply(g_data_output_stream_new(output));
   g_filter_output_stream_set_close_base_stream(G_FILTER_OUTPUT_STREAM(reply.get()), FALSE);
   for (const Action& action : kActions) {
     if (action.name == wanted) {

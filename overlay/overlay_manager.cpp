@@ -5,12 +5,11 @@
 
 #include <utility>
 
+#include "platform/support/owners.h"
+
 namespace {
 
-struct ErrorDeleter {
-  void operator()(GError* error) const { g_error_free(error); }
-};
-using Error = std::unique_ptr<GError, ErrorDeleter>;
+using Error = GLibPtr<GError>;
 
 /// Calls `function` with the arguments and a place for its error.
 template <typename Function, typename... Arguments>
@@ -32,17 +31,9 @@ int largest(gint (*side)(gint, GError**)) {
   return pixels;
 }
 
-struct ListDeleter {
-  void operator()(GList* list) const { g_list_free_full(list, g_object_unref); }
-};
-
-struct MemoryDeleter {
-  void operator()(gpointer memory) const { g_free(memory); }
-};
-
 void addResolutions(VdoChannel* channel, std::set<Resolution>& resolutions) {
   GError* raw = nullptr;
-  const std::unique_ptr<VdoResolutionSet, MemoryDeleter> set(vdo_channel_get_resolutions(channel, nullptr, &raw));
+  const GLibMemory<VdoResolutionSet> set(vdo_channel_get_resolutions(channel, nullptr, &raw));
   const Error error(raw);
   for (gsize i = 0; set && i < set->count; ++i) {
     resolutions.insert({set->resolutions[i].width, set->resolutions[i].height});
@@ -167,7 +158,7 @@ gboolean OverlayManager::selectStreamCallback(gint /*camera*/, gint /*width*/, g
 
 std::set<Resolution> OverlayManager::getCameraResolutions() {
   GError* raw = nullptr;
-  const std::unique_ptr<GList, ListDeleter> channels(vdo_channel_get_all(&raw));
+  const GLibPtr<GList> channels(vdo_channel_get_all(&raw));
   const Error error(raw);
   std::set<Resolution> resolutions;
   if (!channels) {

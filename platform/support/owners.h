@@ -16,6 +16,8 @@ struct GLibRelease {
   void operator()(GDBusNodeInfo* info) const { g_dbus_node_info_unref(info); }
   void operator()(GError* error) const { g_error_free(error); }
   void operator()(GHashTable* table) const { g_hash_table_unref(table); }
+  /// With the objects in it.
+  void operator()(GList* objects) const { g_list_free_full(objects, g_object_unref); }
   void operator()(GKeyFile* file) const { g_key_file_unref(file); }
   void operator()(GMainContext* context) const { g_main_context_unref(context); }
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
@@ -35,6 +37,10 @@ struct GLibRelease {
 /// Owns one thing of GLib, or one reference to it.
 template <typename T>
 using GLibPtr = std::unique_ptr<T, GLibRelease>;
+
+/// Owns plain memory of GLib.
+template <typename T>
+using GLibMemory = std::unique_ptr<T, decltype([](T* memory) { g_free(memory); })>;
 
 /// A further reference to a GObject.
 template <typename T>

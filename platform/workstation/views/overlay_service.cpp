@@ -3,7 +3,6 @@
 #include "platform/workstation/views/overlay_service.h"
 
 #include <axoverlay.h>
-#include <cairo.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,6 +17,7 @@
 #include "platform/clock/clock.h"
 #include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/system/health.h"
+#include "platform/workstation/views/cairo_owners.h"
 #include "platform/workstation/views/stream_choice.h"
 
 namespace workstation {
@@ -27,8 +27,6 @@ constexpr gint kCamera = 1;
 constexpr gint kLongestSide = 8192;
 
 using OverlayPtr = std::shared_ptr<const BgraPicture>;
-using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
-using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
 struct SizeOrder {
   bool operator()(StreamSize a, StreamSize b) const {
@@ -98,7 +96,7 @@ void drawOverlay(cairo_surface_t* surface, const BgraPicture& picture, gint id, 
                              " cannot be drawn; allowed are sides from 1 to " + std::to_string(kLongestSide));
   }
   const bool centred = data.anchor_point == AXOVERLAY_ANCHOR_CENTER;
-  const Context cairo(cairo_create(surface), &cairo_destroy);
+  const CairoContext cairo(cairo_create(surface));
   cairo_translate(cairo.get(), edgeOf(data.x, data.width, picture.width, centred),
                   edgeOf(data.y, data.height, picture.height, centred));
   cairo_rectangle(cairo.get(), 0, 0, data.width, data.height);
@@ -114,9 +112,8 @@ void drawOverlay(cairo_surface_t* surface, const BgraPicture& picture, gint id, 
 OverlayPtr drawStream(const CameraDescription& camera, StreamSize size) {
   const StreamSize shown = shownSize(size, camera.rotation);
   const auto picture = std::make_shared<BgraPicture>(static_cast<int>(shown.width), static_cast<int>(shown.height));
-  const Surface surface(cairo_image_surface_create_for_data(picture->bytes.data(), CAIRO_FORMAT_ARGB32, picture->width,
-                                                            picture->height, picture->stride()),
-                        &cairo_surface_destroy);
+  const CairoSurface surface(cairo_image_surface_create_for_data(picture->bytes.data(), CAIRO_FORMAT_ARGB32,
+                                                                 picture->width, picture->height, picture->stride()));
   const axoverlay_settings& settings = *service().settings;
   bool drawn = false;
   for (const auto& [id, overlay] : service().overlays) {

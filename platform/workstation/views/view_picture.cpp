@@ -1,12 +1,13 @@
 #include "platform/workstation/views/view_picture.h"
 
-#include <cairo.h>
 #include <libyuv.h>
 #include <turbojpeg.h>
 
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
+
+#include "platform/workstation/views/cairo_owners.h"
 
 namespace workstation {
 namespace {
@@ -18,9 +19,6 @@ constexpr double kCardShade = 0.25;      // of white
 constexpr double kCardTextSize = 0.045;  // of the card's shorter side
 constexpr double kCardLineHeight = 1.6;  // of the text's size
 constexpr double kCardTextWidth = 0.9;   // of the card's width at most
-
-using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
-using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
 void check(int status) {
   if (status != 0) throw std::runtime_error("a picture of this size cannot be made");
@@ -128,10 +126,9 @@ void coarsen(BgraPicture& picture, int side) {
 
 BgraPicture cardPicture(StreamSize shown, const std::vector<std::string>& lines) {
   BgraPicture card(static_cast<int>(shown.width), static_cast<int>(shown.height));
-  const Surface surface(cairo_image_surface_create_for_data(card.bytes.data(), CAIRO_FORMAT_ARGB32, card.width,
-                                                            card.height, card.stride()),
-                        &cairo_surface_destroy);
-  const Context cairo(cairo_create(surface.get()), &cairo_destroy);
+  const CairoSurface surface(cairo_image_surface_create_for_data(card.bytes.data(), CAIRO_FORMAT_ARGB32, card.width,
+                                                                 card.height, card.stride()));
+  const CairoContext cairo(cairo_create(surface.get()));
   cairo_set_source_rgb(cairo.get(), kCardShade, kCardShade, kCardShade);
   cairo_paint(cairo.get());
   cairo_set_source_rgb(cairo.get(), 1, 1, 1);

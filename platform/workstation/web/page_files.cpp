@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <map>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
@@ -69,10 +70,8 @@ std::optional<PageFile> readPageFile(const std::filesystem::path& folder, std::s
   page.content.resize(static_cast<size_t>(status.st_size));
   if (!readWhole(file.get(), page.content)) return std::nullopt;
   page.type = typeOf(path);
-  const std::unique_ptr<gchar, decltype(&g_free)> digest(
-      g_compute_checksum_for_data(G_CHECKSUM_SHA1, reinterpret_cast<const guchar*>(page.content.data()),
-                                  page.content.size()),
-      &g_free);
+  const GLibPtr<gchar> digest(g_compute_checksum_for_data(
+      G_CHECKSUM_SHA1, reinterpret_cast<const guchar*>(page.content.data()), page.content.size()));
   page.version = std::string("\"") + digest.get() + "\"";
   return page;
 }
