@@ -88,7 +88,7 @@ struct Tally {
 
 std::size_t kindOf(const Truth& person) { return person.tilt < 45 ? 0 : person.tilt < 135 ? 1 : 2; }
 
-void count(const std::vector<Truth>& people, const Skeletons& skeletons, Tally& tally) {
+void countFound(const std::vector<Truth>& people, const Skeletons& skeletons, Tally& tally) {
   std::vector<bool> used(skeletons.size());
   for (const Truth& person : people) {
     float best = 0.3F * person.size;
@@ -122,37 +122,37 @@ Skeletons run(BodypixPoseEstimator& estimator, MemorySource& source, int rotatio
   return estimator.getSkeletons();
 }
 
-void measure(const std::string& models, const std::string& dataset, int limit) {
-  std::ifstream images(dataset + "/images.bin", std::ios::binary);
-  std::ifstream labels(dataset + "/labels.bin", std::ios::binary);
-  if (!images || !labels) throw std::runtime_error(dataset + ": no images.bin and labels.bin in it");
-  g_InitialParams.l_LarodChipType = LAROD_CHIP_CPU;
-  const auto landscape = std::make_unique<BodypixPoseEstimator>(models + "/pose_landscape.onnx");
-  const auto portrait = std::make_unique<BodypixPoseEstimator>(models + "/pose_portrait.onnx");
-  std::array<std::array<Tally, kSensitivities.size()>, kPoseThresholds.size()> tallies;
-  cv::Mat picture(kHeight, kWidth, CV_8UC3);
-  Labels truth;
-  int pictures = 0;
-  while (pictures < limit &&
-         images.read(reinterpret_cast<char*>(picture.data), std::streamsize{kWidth} * kHeight * 3) &&
-         labels.read(reinterpret_cast<char*>(truth.data()), sizeof truth)) {
+using Tallies = std::array<std::array<Tally, kSensitivities.size()>, kPoseThresholds.size()>;
+
+/// The four runs on one picture, fused at every threshold and sensitivity.
+class Runs {
+ public:
+  explicit Runs(const std::string& models)
+      : m_landscape(models + "/pose_landscape.onnx"), m_portrait(models + "/pose_portrait.onnx") {}
+
+  void count(const cv::Mat& picture, const std::vector<Truth>& people, Tallies& tallies) {
     MemorySource source(picture);
-    const Skeletons north = run(*landscape, source, 0);
-    const Skeletons south = run(*landscape, source, 180);
-    const Skeletons west = run(*portrait, source, 90);
-    const Skeletons east = run(*portrait, source, 270);
-    const std::vector<Truth> people = findablePeople(truth);
+    const Skeletons north = run(m_landscape, source, 0);
+    const Skeletons south = run(m_landscape, source, 180);
+    const Skeletons west = run(m_portrait, source, 90);
+    const Skeletons east = run(m_portrait, source, 270);
     for (std::size_t p = 0; p < kPoseThresholds.size(); ++p) {
       for (std::size_t s = 0; s < kSensitivities.size(); ++s) {
         const float t = kPoseThresholds[p];
-        count(people,
-              combineSkeletons(above(north, t), above(east, t), above(south, t), above(west, t), kSensitivities[s],
-                               kWidth, kHeight),
-              tallies[p][s]);
+        countFound(people,
+                   combineSkeletons(above(north, t), above(east, t), above(south, t), above(west, t), kSensitivities[s],
+                                    kWidth, kHeight),
+                   tallies[p][s]);
       }
     }
-    ++pictures;
   }
+
+ private:
+  BodypixPoseEstimator m_landscape;
+  BodypixPoseEstimator m_portrait;
+};
+
+void print(const Tallies& tallies, int pictures) {
   std::printf("%d pictures\npose threshold, sensitivity: found upright, across, head down; extra a picture; error px\n",
               pictures);
   for (std::size_t p = 0; p < kPoseThresholds.size(); ++p) {
@@ -166,6 +166,25 @@ void measure(const std::string& models, const std::string& dataset, int limit) {
                   static_cast<double>(tally.extra) / std::max(1, pictures), tally.error / std::max(1, found));
     }
   }
+}
+
+void measure(const std::string& models, const std::string& dataset, int limit) {
+  std::ifstream images(dataset + "/images.bin", std::ios::binary);
+  std::ifstream labels(dataset + "/labels.bin", std::ios::binary);
+  if (!images || !labels) throw std::runtime_error(dataset + ": no images.bin and labels.bin in it");
+  g_InitialParams.l_LarodChipType = LAROD_CHIP_CPU;
+  Runs runs(models);
+  Tallies tallies;
+  cv::Mat picture(kHeight, kWidth, CV_8UC3);
+  Labels truth;
+  int pictures = 0;
+  while (pictures < limit &&
+         images.read(reinterpret_cast<char*>(picture.data), std::streamsize{kWidth} * kHeight * 3) &&
+         labels.read(reinterpret_cast<char*>(truth.data()), sizeof truth)) {
+    runs.count(picture, findablePeople(truth), tallies);
+    ++pictures;
+  }
+  print(tallies, pictures);
 }
 
 }  // namespace

@@ -43,15 +43,25 @@ namespace {
 
 using namespace scripted;
 
-/// Runs the main loop as main does; SIGTERM is pending before its first turn if asked for.
-[[noreturn]] void runLoop(bool pendingAtStart, GSourceFunc tick) {
+void nothing() {}
+[[noreturn]] void stop() { _exit(g_ThreadID == 0 ? 0 : 7); }
+
+/// Whoever asks the process to end finds it stuck.
+[[noreturn]] void getStuck() {
+  kill(getpid(), SIGTERM);
+  for (;;) pause();
+}
+
+/// Runs the main loop as main does, with something just before it and after it.
+[[noreturn]] void runLoop(GSourceFunc tick, void (*before)() = nothing, void (*after)() = stop) {
   init_signals();
   deliverSigtermWhileWaiting();
   gp_Loop = g_main_loop_new(nullptr, FALSE);
   g_ThreadID = g_timeout_add(0, tick, nullptr);  // always ready, as a replay's ticker is
-  if (pendingAtStart) raise(SIGTERM);
+  before();
   g_main_loop_run(gp_Loop);
-  _exit(g_ThreadID == 0 ? 0 : 7);
+  after();
+  _exit(7);
 }
 
 gboolean raiseHere(gpointer) {
@@ -71,28 +81,6 @@ gboolean raiseBesideAReadyDescriptor(gpointer) {
   return G_SOURCE_CONTINUE;
 }
 
-/// Whoever asks the process to end finds it stuck.
-void getStuck() {
-  kill(getpid(), SIGTERM);
-  for (;;) pause();
-}
-
-[[noreturn]] void startAndGetStuck() {
-  init_signals();
-  deliverSigtermWhileWaiting();
-  getStuck();
-  _exit(7);
-}
-
-[[noreturn]] void runAndGetStuckInTheEnd() {
-  init_signals();
-  deliverSigtermWhileWaiting();
-  gp_Loop = g_main_loop_new(nullptr, FALSE);
-  g_ThreadID = g_timeout_add(0, raiseHere, nullptr);
-  g_main_loop_run(gp_Loop);
-  for (;;) pause();  // as the end of a source that never lets go
-}
-
 gboolean raiseElsewhere(gpointer) {
   std::thread([] {
     sigset_t none;
@@ -104,25 +92,20 @@ gboolean raiseElsewhere(gpointer) {
 }
 
 TEST(Shutdown, SigtermEndsTheLoopWithZeroAndAStartWithOne) {
+  const GSourceFunc keepOn = [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; };
   EXPECT_EXIT((init_signals(), raise(SIGTERM), _exit(7)), testing::ExitedWithCode(1), "");
   EXPECT_EXIT((init_signals(), raiseElsewhere(nullptr), _exit(7)), testing::ExitedWithCode(1), "");
   EXPECT_EXIT((init_signals(), raise(SIGPIPE), _exit(3)), testing::ExitedWithCode(3), "");
-  EXPECT_EXIT(runLoop(true, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(runLoop(false, raiseHere), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(runLoop(false, raiseElsewhere), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(runLoop(false, raiseBesideAReadyDescriptor), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(runLoop(keepOn, [] { raise(SIGTERM); }), testing::ExitedWithCode(0), "") << "pending at the start";
+  for (const GSourceFunc tick : {raiseHere, raiseElsewhere, raiseBesideAReadyDescriptor}) {
+    EXPECT_EXIT(runLoop(tick), testing::ExitedWithCode(0), "");
+  }
 }
 
 TEST(Shutdown, AnEndThatHangsIsCutShort) {
-  EXPECT_EXIT(startAndGetStuck(), testing::ExitedWithCode(1), "");
-  EXPECT_EXIT(runLoop(false,
-                      [](gpointer) -> gboolean {
-                        getStuck();
-                        return G_SOURCE_REMOVE;
-                      }),
-              testing::ExitedWithCode(0), "")
-      << "a cycle that never ends";
-  EXPECT_EXIT(runAndGetStuckInTheEnd(), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT((init_signals(), deliverSigtermWhileWaiting(), getStuck()), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(runLoop([](gpointer) -> gboolean { getStuck(); }), testing::ExitedWithCode(0), "") << "in a cycle";
+  EXPECT_EXIT(runLoop(raiseHere, nothing, getStuck), testing::ExitedWithCode(0), "") << "in a source that holds on";
 }
 
 void leave(const std::function<void()>& thrower) noexcept {
@@ -189,8 +172,12 @@ class Cycle : public ::testing::Test {
 };
 
 TEST_F(Cycle, StatusTellsEventsAndOverload) {
+  const int redraws = overlays().redraws;
   EXPECT_EQ(statusAfter(0), 200);
-  EXPECT_EQ(statusAfter(1499), 200);
+  EXPECT_EQ(overlays().redraws, redraws + 1);
+  overlays().faults = {{"axoverlay_redraw", 0}};
+  EXPECT_EQ(statusAfter(1499), 200) << "without an overlay the program still watches";
+  overlays().faults.clear();
   EXPECT_EQ(statusAfter(1500), 600);
   EXPECT_NE(g_ExecutionTime, 1500);
   Finding fallen(5, {0, 0}, {}, Footings::floor);
@@ -227,38 +214,9 @@ TEST_F(Cycle, FusesTheFourTurnsOfOneFreshPicture) {
   EXPECT_EQ(inference().last_input[0], 255);
 }
 
-TEST_F(Cycle, TheOverlayIsDrawnOnceACycleAndItsFailureChangesNothing) {
-  const int redraws = overlays().redraws;
-  EXPECT_EQ(statusAfter(0), 200);
-  EXPECT_EQ(overlays().redraws, redraws + 1);
-  overlays().faults = {{"axoverlay_redraw", 0}};
-  EXPECT_EQ(statusAfter(0), 200);
-  EXPECT_NE(state.read("system.log").find("OverlayManager::renderFindings Failed to redraw overlay"),
-            std::string::npos);
-  inference().faults = {{"larodRunJob", 3}};
-  overlays().faults.clear();
-  EXPECT_EQ(do_one_analysis(), 1);
-  EXPECT_EQ(overlays().redraws, redraws + 1) << "what was drawn last stays";
-}
-
-TEST(Startup, SwitchesDecideWhetherAStreamIsChosen) {
-  g_CalibrationParams.str_DetectionOverlay = "1920x1080";
-  g_CalibrationParams.str_AnonOverlay = "640x360";
-  for (const bool findings : {true, false}) {
-    for (const bool masks : {true, false}) {
-      g_CalibrationParams.b_DetectionOverlaysOn = findings;
-      g_CalibrationParams.b_AnonOverlaysOn = masks;
-      g_overlayManager.reset();
-      init_overlay_manager();
-      EXPECT_EQ(g_OverlayInfo.overlayStreamWidth, findings ? 1920U : 0U);
-      EXPECT_EQ(g_OverlayInfo.anonymizedStreamHeight, masks ? 360U : 0U);
-      EXPECT_EQ(overlays().live_overlays, 1);
-    }
-  }
-}
-
-TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
+TEST_F(Cycle, AFailedModelRunEndsTheCycleAndWhatWasDrawnLastStays) {
   ASSERT_EQ(do_one_analysis(), 0);
+  const int redraws = overlays().redraws;
   for (const int run : {0, 1, 2, 3}) {
     g_skeletons.resize(3);
     g_ExecutionTime = 77;
@@ -266,20 +224,19 @@ TEST_F(Cycle, AFailedModelRunEndsTheCycle) {
     EXPECT_EQ(do_one_analysis(), 1);
     EXPECT_EQ(std::tuple(g_StatusCode, g_ExecutionTime, g_skeletons.size()), std::tuple(401, 77, 3U)) << run;
   }
+  EXPECT_EQ(overlays().redraws, redraws);
   EXPECT_NE(state.read("system.log").find("Error running portrait model for 270 degree rotated frame "),
             std::string::npos);
   inference().faults.clear();
-  EXPECT_EQ(do_one_analysis(), 0);
-  EXPECT_EQ(g_StatusCode, 200);
+  EXPECT_EQ(statusAfter(0), 200);
   EXPECT_TRUE(g_skeletons.empty());
 }
 
 TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   const StateFolder state;
   state.write("video.mp4", "");
-  state.write(
-      "camera.json",
-      R"({"source": "video.mp4", "rotation": 270, "parameters": {"Detection2Active": "true", "ShowCalibrationMarkers": "true"}})");
+  state.write("camera.json", R"({"source": "video.mp4", "rotation": 270, "parameters": {
+      "Detection2Active": "true", "ShowCalibrationMarkers": "true", "AnonOverlaysOn": "true"}})");
   setenv("VELMOR_MANIFEST", VELMOR_SOURCE_DIR "/package/manifest.json", 1);
   init_parameter_controller();
   EXPECT_TRUE(g_IsPortrait && g_FloorParams.b_FeetOnFloor && g_calibrator.shouldRender());
@@ -298,6 +255,11 @@ TEST(Startup, APortraitCameraOnTheDefaultsStartsAndCalibrates) {
   EXPECT_EQ((std::array{g_StreamWidth, g_StreamHeight}), (std::array{720, 1280}));
   const auto& stream = camera().settings;
   EXPECT_TRUE(stream.at("width") == 1280 && stream.at("height") == 720 && stream.at("rotation") == 270);
+  g_overlayManager.reset();
+  init_overlay_manager();
+  EXPECT_EQ(toString({g_OverlayInfo.anonymizedStreamWidth, g_OverlayInfo.anonymizedStreamHeight}),
+            g_CalibrationParams.str_AnonOverlay);
+  EXPECT_EQ(g_OverlayInfo.overlayStreamWidth, 0U);
   const Lens lens("UINT32 3700;\n");
   ASSERT_TRUE(init_3D());
   const int* points = g_DetectionParams.i_FallCalibration;

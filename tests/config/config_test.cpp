@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
-#include <algorithm>
-#include <array>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
@@ -52,17 +51,18 @@ TEST_F(Store, TheManifestHoldsExactlyTheParametersThatAreRead) {
   EXPECT_EQ(read, declared);
 }
 
-/// All polygons and the floor points.
-std::array<int*, 7> polygonsOf(_DetectionParams& p) {
-  return {p.i_Detection1, p.i_Detection2, p.i_Detection3,     p.i_Exclusion1,
-          p.i_Exclusion2, p.i_Exclusion3, p.i_FallCalibration};
+/// All polygons and the floor points by their names.
+std::map<std::string, int*> polygonsOf(_DetectionParams& p) {
+  return {{"Detection1", p.i_Detection1},          {"Detection2", p.i_Detection2}, {"Detection3", p.i_Detection3},
+          {"Exclusion1", p.i_Exclusion1},          {"Exclusion2", p.i_Exclusion2}, {"Exclusion3", p.i_Exclusion3},
+          {"FallCalibration", p.i_FallCalibration}};
 }
 
-TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
+TEST_F(Store, WhatIsSavedUnderItsNameIsLoadedByANewStart) {
   open();
   _DetectionParams saved;
   int value = -20;  // every coordinate another one, the first negative
-  for (int* polygon : polygonsOf(saved)) {
+  for (const auto& [name, polygon] : polygonsOf(saved)) {
     for (int i = 0; i < 8; ++i) polygon[i] = value += 17;
   }
   saved.i_Detection1[8] = 99;  // reserved: neither saved nor loaded
@@ -77,20 +77,29 @@ TEST_F(Store, WhatIsSavedIsLoadedByANewStart) {
   open();  // anew: everything exists
   EXPECT_FALSE(logged("add_parameter"));
   _DetectionParams loaded = controller.load_detection_params();
-  for (std::size_t i = 0; i < 7; ++i) {
-    EXPECT_TRUE(std::equal(polygonsOf(loaded)[i], polygonsOf(loaded)[i] + 8, polygonsOf(saved)[i])) << i;
+  for (const auto& [name, polygon] : polygonsOf(saved)) {
+    const int* read = polygonsOf(loaded)[name];
+    for (int i = 0; i < 8; ++i) {
+      const std::string corner = name + std::to_string(i / 2) + "xy"[i % 2];
+      EXPECT_EQ(std::pair(controller.get_gint_parameter(corner), read[i]), std::pair(polygon[i], polygon[i])) << corner;
+    }
   }
   EXPECT_EQ(loaded.i_Detection1[8], 0);
   EXPECT_TRUE(loaded.b_Detection1Active && loaded.b_Exclusion2Active && loaded.b_DetectFallenPersons);
   EXPECT_FALSE(loaded.b_Detection2Active || loaded.b_Exclusion1Active || loaded.b_DetectPatientOutOfBed);
-  EXPECT_FLOAT_EQ(loaded.f_WRectM, 2.25F);
-  EXPECT_FLOAT_EQ(loaded.f_HRectM, 0.123456F);
-  EXPECT_EQ(controller.get_string_parameter("HRectM"), "0.123456");
+  EXPECT_EQ(std::pair(loaded.f_WRectM, loaded.f_HRectM), std::pair(2.25F, 0.123456F));
   const _CalibrationParams read = controller.load_calibration();
-  EXPECT_EQ(read.i_MaxDisappeared, 6);
-  EXPECT_FLOAT_EQ(read.f_Sensitivity, 0.05F);
+  EXPECT_EQ(std::pair(read.i_MaxDisappeared, read.f_Sensitivity), std::pair(6, 0.05F));
   EXPECT_TRUE(read.b_DetectionOverlaysOn && !read.b_AnonOverlaysOn && read.b_ShowCalibrationMarkers);
   EXPECT_EQ(read.str_DetectionOverlay + read.str_AnonOverlay, "640x360800x450");
+  for (const auto& [name, text] : {std::pair{"HRectM", "0.123456"},
+                                   {"SelectedAnonOverlay", "800x450"},
+                                   {"AnonOverlaysOn", "false"},
+                                   {"Detection1Active", "true"},
+                                   {"Exclusion2Active", "true"},
+                                   {"DetectFallenPersons", "true"}}) {
+    EXPECT_EQ(controller.get_string_parameter(name), text) << name;
+  }
 }
 
 TEST_F(Store, ReadsTheCameraTheModelsAndOnlyTrueAsTrue) {

@@ -14,8 +14,8 @@
 
 #include "analysis/FindingsHistory.h"
 #include "analysis/detection_processing.h"
-#include "app/process_state.h"
 #include "app/lifecycle/startup.h"
+#include "app/process_state.h"
 #include "overlay/overlay_manager.h"
 #include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/overlay_service.h"
@@ -35,10 +35,6 @@ struct Mount {
   bool mirrored;
   StreamSize stream;
 };
-
-std::string nameOf(const testing::TestParamInfo<Mount>& info) {
-  return "At" + std::to_string(info.param.rotation) + (info.param.mirrored ? "Mirrored" : "");
-}
 
 /// A corner's place on the stream as viewers see it.
 Point shownAt(const Point& point, const Mount& mount) {
@@ -136,31 +132,21 @@ std::vector<std::uint32_t> pixelsOf(const BgraPicture& picture) {
   return pixels;
 }
 
-/// How the pixels of a person's box come out on the stream. Lines of other people and the status text may cross the
-/// checkerboard of gray and white, but let nothing through.
-struct Cover {
-  int all = 0;
-  int open = 0;
-  int checkered = 0;
-};
-
-Cover coverOf(const BgraPicture& picture, const BgraPicture& overlay, const BoundingBox& box, const Mount& mount) {
+/// How many pixels of a person's box are not what was drawn over them, opaque. Lines of other people and the status
+/// text may cross the mask, but let nothing through.
+int openPixels(const BgraPicture& picture, const BgraPicture& overlay, const BoundingBox& box, const Mount& mount) {
   const Point a = shownAt(box.topLeft, mount);
   const Point b = shownAt(box.bottomRight, mount);
   const auto shown = pixelsOf(picture);
   const auto drawn = pixelsOf(overlay);
-  Cover cover;
+  int open = 0;
   for (int y = std::max(0, a.y); y <= std::min(b.y, picture.height - 1); ++y) {
     for (int x = std::max(0, std::min(a.x, b.x)); x <= std::min(std::max(a.x, b.x), picture.width - 1); ++x) {
-      const std::size_t place =
-          static_cast<std::size_t>(y) * static_cast<std::size_t>(picture.width) + static_cast<std::size_t>(x);
-      const std::uint32_t colour = shown[place] & 0xFFFFFFU;
-      ++cover.all;
-      if (drawn[place] != (0xFF000000U | colour)) ++cover.open;
-      if (colour == 0x808080U || colour == 0xFFFFFFU) ++cover.checkered;
+      const auto place = static_cast<std::size_t>(y * picture.width + x);
+      if (drawn[place] != (0xFF000000U | shown[place])) ++open;
     }
   }
-  return cover;
+  return open;
 }
 
 /// Whether every block has one colour where nothing was drawn.
@@ -200,9 +186,7 @@ TEST_P(AnonymisedDemo, CoversEveryTrackedPersonAndCoarsensTheRest) {
     EXPECT_TRUE(isCoarse(picture, overlay, blockSide(mount.stream))) << "picture " << pictures;
     for (const int person : g_findingsHistory.getIDs()) {
       const BoundingBox& box = g_findingsHistory.getLatestFinding(person).skeleton.boundingBox;
-      const Cover cover = coverOf(picture, overlay, box, mount);
-      EXPECT_EQ(cover.open, 0) << "picture " << pictures;
-      EXPECT_GT(cover.checkered, cover.all / 2) << "picture " << pictures;
+      EXPECT_EQ(openPixels(picture, overlay, box, mount), 0) << "picture " << pictures;
       ++people;
     }
   }
@@ -211,6 +195,6 @@ TEST_P(AnonymisedDemo, CoversEveryTrackedPersonAndCoarsensTheRest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Mounted, AnonymisedDemo,
-                         testing::Values(Mount{0, false, {1280, 720}}, Mount{90, true, {640, 360}}), nameOf);
+                         testing::Values(Mount{0, false, {1280, 720}}, Mount{90, true, {640, 360}}));
 
 }  // namespace
