@@ -30,7 +30,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using workstation::StreamSize;
 
 constexpr StreamSize kStream{1280, 720};
 constexpr float kVisible = 1.0F;  // score of a visible point of the truth

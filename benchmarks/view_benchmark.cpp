@@ -19,7 +19,6 @@ namespace {
 using workstation::BgraPicture;
 using workstation::GstPtr;
 using workstation::I420View;
-using workstation::StreamSize;
 
 StreamSize sizeOf(const benchmark::State& state) {
   return {static_cast<std::uint32_t>(state.range(0)), static_cast<std::uint32_t>(state.range(1))};

@@ -7,7 +7,6 @@
 namespace {
 
 using workstation::DescriptionError;
-using workstation::StreamSize;
 
 std::string mistakesIn(const std::string& text) {
   try {

@@ -13,8 +13,6 @@
 
 namespace workstation {
 
-using ::StreamSize;
-
 struct CameraDescription {
   std::string file;                         ///< where it was read from, for messages
   std::string source;                       ///< absolute path, or a URI ("rtsp://...")
