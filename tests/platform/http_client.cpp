@@ -18,17 +18,26 @@ constexpr int kTurns = 2000;
 
 }  // namespace
 
-HttpClient::HttpClient(std::uint16_t port) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    ::close(m_socket);
-    m_socket = -1;
-  }
+HttpClient::HttpClient(std::uint16_t port, const std::string& text, const char* from)
+    : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  const auto end = [](in_addr_t address, std::uint16_t at) {
+    sockaddr_in inet{};
+    inet.sin_family = AF_INET;
+    inet.sin_port = htons(at);
+    inet.sin_addr.s_addr = address;
+    return inet;
+  };
+  const sockaddr_in own = end(::inet_addr(from), 0);
+  const sockaddr_in other = end(htonl(INADDR_LOOPBACK), port);
   const int on = 1;
   ::setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  if (::bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
+      ::connect(m_socket, reinterpret_cast<const sockaddr*>(&other), sizeof other) != 0) {
+    ::close(m_socket);
+    m_socket = -1;
+  } else {
+    send(text);
+  }
 }
 
 HttpClient::~HttpClient() {
@@ -112,14 +121,17 @@ HttpReply HttpClient::receive(bool with_body) {
   return reply;
 }
 
-HttpReply request(std::uint16_t port, const std::string& method, const std::string& path, const std::string& headers,
-                  const std::string& body) {
-  HttpClient client(port);
+std::string requestText(std::uint16_t port, const std::string& method, const std::string& path,
+                        const std::string& headers, const std::string& body) {
   std::string head = method + " " + path + " HTTP/1.1\r\n" + headers;
   if (headers.find("Host:") == std::string::npos) head += "Host: 127.0.0.1:" + std::to_string(port) + "\r\n";
   if (!body.empty() && headers.find("Transfer-Encoding:") == std::string::npos) {
     head += "Content-Length: " + std::to_string(body.size()) + "\r\n";
   }
-  client.send(head + "\r\n" + body);
-  return client.receive(method != "HEAD");
+  return head + "\r\n" + body;
+}
+
+HttpReply request(std::uint16_t port, const std::string& method, const std::string& path, const std::string& headers,
+                  const std::string& body) {
+  return HttpClient(port, requestText(port, method, path, headers, body)).receive(method != "HEAD");
 }

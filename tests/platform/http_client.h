@@ -15,7 +15,8 @@ struct HttpReply {
 /// One connection to a port of 127.0.0.1. While it waits, the default main loop turns.
 class HttpClient {
  public:
-  explicit HttpClient(std::uint16_t port);
+  /// Comes from the address of this machine that is given, and sends the text.
+  explicit HttpClient(std::uint16_t port, const std::string& text = "", const char* from = "127.0.0.1");
   ~HttpClient();
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
@@ -40,6 +41,11 @@ class HttpClient {
   std::string m_pending;
 };
 
-/// "GET PATH HTTP/1.1", the port's Host, further header lines (each ended by CR LF), and the body.
+/// "GET PATH HTTP/1.1", the port's Host unless the headers have one, further header lines (each ended by CR LF), a
+/// body.
+std::string requestText(std::uint16_t port, const std::string& method, const std::string& path,
+                        const std::string& headers = "", const std::string& body = "");
+
+/// The reply to that, over a connection of its own.
 HttpReply request(std::uint16_t port, const std::string& method, const std::string& path,
                   const std::string& headers = "", const std::string& body = "");

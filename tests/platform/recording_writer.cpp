@@ -1,4 +1,4 @@
-#include "recording_writer.h"
+#include "tests/platform/recording_writer.h"
 
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>

@@ -5,13 +5,12 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 #include <turbojpeg.h>
-#include <vdostream.h>
 
-#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "tests/platform/camera_stream.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/viewer_camera.h"
 
@@ -21,12 +20,6 @@ inline constexpr std::uint32_t kFound = 0xFF0000;  // what the test's program dr
 class Program {
  public:
   Program() {
-    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> settings(vdo_map_new(), &g_object_unref);
-    vdo_map_set_uint32(settings.get(), "width", 128);
-    vdo_map_set_uint32(settings.get(), "height", 72);
-    m_stream = vdo_stream_new(settings.get(), nullptr, nullptr);
-    if (m_stream == nullptr) throw std::runtime_error("no stream");
-    vdo_stream_start(m_stream, nullptr);
     axoverlay_settings overlays;
     axoverlay_init_axoverlay_settings(&overlays);
     overlays.render_callback = render;
@@ -42,7 +35,6 @@ class Program {
   ~Program() {
     axoverlay_destroy_overlay(m_overlay, nullptr);
     axoverlay_cleanup();
-    g_object_unref(m_stream);
   }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -51,9 +43,7 @@ class Program {
   bool cycle(bool succeeds = true) {
     bool has_picture = false;
     runCycle([&] {
-      VdoBuffer* buffer = vdo_stream_get_buffer(m_stream, nullptr);
-      has_picture = buffer != nullptr;
-      if (has_picture) vdo_stream_buffer_unref(m_stream, &buffer, nullptr);
+      has_picture = lumaOf(m_stream) >= 0;
       if (has_picture && succeeds) redraw();
     });
     return has_picture;
@@ -69,10 +59,9 @@ class Program {
 
  private:
   void redraw() {
-    GError* error = nullptr;
-    axoverlay_redraw(&error);
-    is_told_of_failure = error != nullptr;
-    g_clear_error(&error);
+    CaughtError error;
+    axoverlay_redraw(error.out());
+    is_told_of_failure = static_cast<bool>(error);
   }
 
   static void adjust(gint /*id*/, axoverlay_stream_data* stream, axoverlay_position_type* /*postype*/, gfloat* x,
@@ -100,7 +89,7 @@ class Program {
     if (self.drawing == Drawing::kFails) cairo_restore(cairo);  // nothing was saved
   }
 
-  VdoStream* m_stream = nullptr;
+  StreamPtr m_stream = openStream(128, 72);
   gint m_overlay = 0;
 };
 
@@ -130,7 +119,7 @@ inline const std::string kImage = "/axis-cgi/jpg/image.cgi?resolution=";
 inline const std::string kVideo = "/axis-cgi/mjpg/video.cgi?resolution=";
 
 inline std::string watchRequest(std::uint16_t port, const std::string& size) {
-  return "GET " + kVideo + size + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n";
+  return requestText(port, "GET", kVideo + size);
 }
 
 /// The next part of a stream; empty at its end.

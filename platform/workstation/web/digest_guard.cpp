@@ -62,8 +62,9 @@ std::optional<Proof> proofOf(SoupServerMessage* message) {
 
 }  // namespace
 
-DigestGuard::DigestGuard(SoupServer* server, const std::string& user, const std::string& password)
-    : m_user(user), m_domain(soup_auth_domain_digest_new("realm", kRealm, nullptr)) {
+DigestGuard::DigestGuard(SoupServer* server, const std::string& user, const std::string& password,
+                         std::function<Clock::time_point()> now)
+    : m_now(std::move(now)), m_user(user), m_domain(soup_auth_domain_digest_new("realm", kRealm, nullptr)) {
   const GLibPtr<gchar> encoded(soup_auth_domain_digest_encode_password(user.c_str(), kRealm, password.c_str()));
   m_encoded_password = encoded.get();
   soup_auth_domain_add_path(m_domain.get(), "/");
@@ -104,7 +105,7 @@ bool DigestGuard::useUp(SoupServerMessage* message) {
 }
 
 void DigestGuard::forgetOld() {
-  const auto now = Clock::now();
+  const auto now = m_now();
   std::erase_if(m_challenges, [now](const auto& entry) { return now - entry.second.since > kLifetime; });
   if (m_challenges.size() > kMostChallenges) {
     m_challenges.erase(std::min_element(m_challenges.begin(), m_challenges.end(),
@@ -113,7 +114,7 @@ void DigestGuard::forgetOld() {
 }
 
 unsigned int DigestGuard::noteAttempt(const std::string& address) {
-  const auto now = Clock::now();
+  const auto now = m_now();
   std::erase_if(m_attempts, [now](const auto& entry) { return now - entry.second.last > kAttemptsRemembered; });
   if (m_attempts.size() >= kMostAddresses && !m_attempts.contains(address)) {
     m_attempts.erase(std::min_element(m_attempts.begin(), m_attempts.end(),
@@ -135,7 +136,7 @@ std::chrono::milliseconds DigestGuard::challenge(SoupServerMessage* message, con
   // A browser whose challenge has grown old tries the next one without asking its user again.
   const bool stale = std::exchange(m_stale, false);
   const std::string nonce = freshNonce();
-  m_challenges[nonce].since = Clock::now();
+  m_challenges[nonce].since = m_now();
   forgetOld();
   const std::string text = std::string("Digest realm=\"") + kRealm + "\", nonce=\"" + nonce +
                            "\", qop=\"auth\", algorithm=MD5" + (stale ? ", stale=true" : "");

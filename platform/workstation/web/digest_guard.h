@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -15,8 +16,11 @@ namespace workstation {
 
 class DigestGuard {
  public:
-  /// Guards every path of the server for one user.
-  DigestGuard(SoupServer* server, const std::string& user, const std::string& password);
+  using Clock = std::chrono::steady_clock;
+
+  /// Guards every path of the server for one user. `now` tells the time.
+  DigestGuard(SoupServer* server, const std::string& user, const std::string& password,
+              std::function<Clock::time_point()> now = Clock::now);
   ~DigestGuard();
   DigestGuard(const DigestGuard&) = delete;
   DigestGuard& operator=(const DigestGuard&) = delete;
@@ -27,7 +31,6 @@ class DigestGuard {
   std::chrono::milliseconds challenge(SoupServerMessage* message, const std::string& address);
 
  private:
-  using Clock = std::chrono::steady_clock;
   struct Challenge {
     Clock::time_point since;
     unsigned long highest = 0;  ///< count that came with it
@@ -50,6 +53,7 @@ class DigestGuard {
   /// Returns how many wrong passwords have come from there.
   unsigned int noteAttempt(const std::string& address);
 
+  std::function<Clock::time_point()> m_now;
   std::string m_user, m_encoded_password;
   std::map<std::string, Challenge> m_challenges;
   std::map<std::string, Attempts> m_attempts;  ///< by address

@@ -8,17 +8,15 @@
 #include <sys/stat.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <functional>
 #include <iostream>
 #include <optional>
-#include <thread>
 
 #include "platform/scripted/rtsp_camera.h"
 #include "platform/workstation/launcher/launch_media.h"
-#include "platform/workstation/system/health.h"
 #include "platform/workstation/web/view_streams.h"
+#include "tests/platform/camera_stream.h"
+#include "tests/platform/conditions.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"
 #include "tests/platform/viewed_program.h"
@@ -92,53 +90,16 @@ class LiveCameraTest : public testing::Test {
   void use(const std::string& source, const std::string& more = "") const {
     m_folder.write("camera.json", R"({"stream_sizes": ["96x54", "128x72"], "source": ")" + source + "\"" + more + "}");
   }
-  void open() {
-    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> settings(vdo_map_new(), &g_object_unref);
-    vdo_map_set_uint32(settings.get(), "width", 128);
-    vdo_map_set_uint32(settings.get(), "height", 72);
-    GError* error = nullptr;
-    m_stream.reset(vdo_stream_new(settings.get(), nullptr, &error));
-    if (!m_stream) throw std::runtime_error(error->message);
-    vdo_stream_start(m_stream.get(), nullptr);
-  }
-
+  void open() { m_stream = openStream(128, 72); }
   /// The first luma of the picture that the program gets now; -1 when its request fails.
-  int luma() const {
-    GError* error = nullptr;
-    VdoBuffer* buffer = vdo_stream_get_buffer(m_stream.get(), &error);
-    EXPECT_EQ(buffer == nullptr, error != nullptr);
-    g_clear_error(&error);
-    if (buffer == nullptr) return -1;
-    const int first = *static_cast<const std::uint8_t*>(vdo_buffer_get_data(buffer));
-    vdo_stream_buffer_unref(m_stream.get(), &buffer, nullptr);
-    return first;
-  }
+  int luma() const { return lumaOf(m_stream); }
   bool showsNear(int expected) const { return std::abs(luma() - expected) <= 6; }
-  guint32 framerate() const {
-    const std::unique_ptr<VdoMap, decltype(&g_object_unref)> now(vdo_stream_get_settings(m_stream.get(), nullptr),
-                                                                 &g_object_unref);
-    return vdo_map_get_uint32(now.get(), "framerate", 77);
-  }
 
-  /// What staff reads of the camera; empty while all is well.
-  static std::string trouble() {
-    for (const Health::Wrong& wrong : currentHealth().wrong) {
-      if (wrong.what == Trouble::kCameraAway) return wrong.text;
-    }
-    return "";
-  }
+  static std::string trouble() { return textOf(Trouble::kCameraAway); }
   static bool troubleHas(const std::string& words) { return trouble().find(words) != std::string::npos; }
 
-  static bool comes(const std::function<bool()>& condition) {
-    for (int i = 0; i < 3000; ++i) {
-      if (condition()) return true;
-      std::this_thread::sleep_for(10ms);
-    }
-    return false;
-  }
-
   StateFolder m_folder;
-  std::unique_ptr<VdoStream, decltype(&g_object_unref)> m_stream{nullptr, &g_object_unref};
+  StreamPtr m_stream;
 };
 
 TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) {
@@ -146,7 +107,7 @@ TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) 
   use(camera.uri("ward:s%2Fecret@"));
   open();
   EXPECT_EQ(luma(), -1);
-  EXPECT_EQ(framerate(), 0U);
+  EXPECT_EQ(settingOf(m_stream, "framerate"), 0U);
   EXPECT_TRUE(comes([] { return troubleHas("Connection refused"); })) << trouble();
   EXPECT_FALSE(troubleHas("ecret"));
   camera.plug(200);
@@ -155,7 +116,7 @@ TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) 
   camera.freeze();
   EXPECT_TRUE(comes([this] { return luma() == -1; })) << "the last picture is no picture";
   EXPECT_TRUE(comes([] { return troubleHas("stopped sending"); })) << trouble();
-  EXPECT_EQ(framerate(), 10U);
+  EXPECT_EQ(settingOf(m_stream, "framerate"), 10U);
   camera.unplug();
   camera.plug(60, 480, 272, scripted::RtspCamera::Codec::kVp8);
   EXPECT_TRUE(comes([this] { return showsNear(68); })) << trouble();
@@ -214,10 +175,8 @@ TEST_F(LiveCameraTest, ViewersSeeThatAFilmHasVanishedAndComesBack) {
   const auto corner = [&] { return colourAt(decode(request(port, "GET", kImage + "128x72").body), 2, 2); };
   ASSERT_TRUE(comes([&] { return program->cycle(); }));
   EXPECT_TRUE(isNear(corner(), kFound));
-  HttpClient plain(port);
-  HttpClient anonymised(port);
-  plain.send(watchRequest(port, "96x54"));
-  anonymised.send(watchRequest(port, "128x72&anonymised=1"));
+  HttpClient plain(port, watchRequest(port, "96x54"));
+  HttpClient anonymised(port, watchRequest(port, "128x72&anonymised=1"));
   for (HttpClient* viewer : {&plain, &anonymised}) {
     viewer->receiveUntil("--velmor-picture\r\n");
     EXPECT_FALSE(nextPart(*viewer).empty());

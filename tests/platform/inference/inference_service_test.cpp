@@ -1,17 +1,16 @@
 #include <fcntl.h>
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <larod.h>
 #include <unistd.h>
 
 #include <array>
 #include <cmath>
-#include <functional>
 #include <limits>
-#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/inference/tensor_quantizer.h"
 #include "tests/platform/state_folder.h"
 
@@ -43,10 +42,9 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 
 /// The description of exactly this network.
 std::string withSum(const std::string& description, const std::string& network) {
-  const std::unique_ptr<gchar, decltype(&g_free)> sum(
-      g_compute_checksum_for_string(G_CHECKSUM_SHA256, network.data(), static_cast<gssize>(network.size())), &g_free);
-  const std::string entry = std::string("{\"sha256\": \"") + sum.get() + "\", ";
-  return description.empty() ? description : replaced(description, "{", entry);
+  const GLibPtr<gchar> sum(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, network.data(), static_cast<gssize>(network.size())));
+  return description.empty() ? "" : replaced(description, "{", std::string("{\"sha256\": \"") + sum.get() + "\", ");
 }
 
 /// Models lie in a folder of their own with the sidecar that a test gives them.
@@ -140,9 +138,15 @@ class PoseJob : public Job, public testing::WithParamInterface<const char*> {};
 TEST_P(PoseJob, WritesQuantizedMapsChannelLastInTheSidecarsOrder) {
   load(network(GetParam()), poseSidecar());
   bind(countingPicture());
-  for (int run = 0; run < 2; ++run) {
-    ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
-  }
+  const larodTensorDims* dims = larodGetTensorDims(m_outputs[1], nullptr);
+  EXPECT_EQ(std::vector<size_t>(dims->dims, dims->dims + dims->len), (std::vector<size_t>{1, 2, 3, 2}));
+  EXPECT_EQ(larodGetTensorDims(m_inputs[0], nullptr)->dims[2], 6U);
+  EXPECT_STREQ(larodGetTensorName(m_outputs[2], nullptr), "off");
+  EXPECT_EQ(larodGetTensorDataType(m_outputs[0], nullptr), LAROD_TENSOR_DATA_TYPE_UINT8);
+  EXPECT_EQ(larodGetTensorFd(m_inputs[0], nullptr), m_files[0]);
+  size_t size = 0;
+  EXPECT_TRUE(larodGetTensorFdSize(m_outputs[1], &size, nullptr) && size == 12);
+  for (int run = 0; run < 2; ++run) ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
   // Cells begin at columns 0, 2, 4 of rows 0 and 2: red 0, 6, 12, 36, 42, 48 and green one more; the sum of the blues
   // is 4 * (red + 2) + 3 + 18 + 21, less 100. Red halves come with .0, green halves with .5, which rounds up.
   const std::vector<int> heat = {10, 10, 13, 7, 16, 4, 28, 0, 31, 0, 34, 0};
@@ -167,25 +171,12 @@ TEST_F(Job, FollowsThePictureAndWritesFloatsForTheDetector) {
   for (const int fd : m_files) ::lseek(fd, 0, SEEK_SET);
   ASSERT_TRUE(larodRunJob(m_connection, m_request, nullptr));
   EXPECT_EQ(floats("out0"), std::vector<float>(6, 255));
-  const std::vector<float> locations = floats("out1");
+  std::vector<float> locations = floats("out1");
   ASSERT_EQ(locations.size(), 24U);
-  EXPECT_EQ(std::vector<float>(locations.begin() + 20, locations.end()), (std::vector<float>{255, -255, 1020, 7}));
+  locations.erase(locations.begin(), locations.begin() + 20);
+  EXPECT_EQ(locations, (std::vector<float>{255, -255, 1020, 7}));
   EXPECT_EQ(floats("out2"), std::vector<float>{3});
   EXPECT_EQ(floats("out3"), std::vector<float>(6, 3));
-}
-
-TEST_F(Job, TellsWhatATensorIs) {
-  load(network("tiny_pose"), poseSidecar());
-  bind(countingPicture());
-  const larodTensorDims* dims = larodGetTensorDims(m_outputs[1], nullptr);
-  EXPECT_EQ(std::vector<size_t>(dims->dims, dims->dims + dims->len), (std::vector<size_t>{1, 2, 3, 2}));
-  EXPECT_EQ(larodGetTensorDims(m_inputs[0], nullptr)->dims[2], 6U);
-  EXPECT_STREQ(larodGetTensorName(m_outputs[2], nullptr), "off");
-  EXPECT_EQ(larodGetTensorDataType(m_outputs[0], nullptr), LAROD_TENSOR_DATA_TYPE_UINT8);
-  EXPECT_EQ(larodGetTensorFd(m_inputs[0], nullptr), m_files[0]);
-  size_t size = 0;
-  EXPECT_TRUE(larodGetTensorFdSize(m_outputs[1], &size, nullptr));
-  EXPECT_EQ(size, 12U);
 }
 
 TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
@@ -206,48 +197,41 @@ TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
   EXPECT_EQ(m_error->code, LAROD_ERROR_MODEL_NOT_FOUND);
 }
 
-struct BadModel {
-  const char* name;
-  std::function<std::string(const std::string&)> spoilNetwork;
-  std::string description;
-  const char* message;  ///< what stands in the error's one line
-};
-
-class RefusedModel : public InferenceService, public testing::WithParamInterface<BadModel> {};
-
-TEST_P(RefusedModel, IsOneClearLine) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(load(GetParam().spoilNetwork(network("tiny_pose")), GetParam().description), nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  ASSERT_NE(m_error, nullptr);
-  const std::string message = m_error->msg;
-  EXPECT_EQ(message.rfind((m_folder / "m.onnx").string(), 0), 0U) << message;
-  EXPECT_NE(message.find(GetParam().message), std::string::npos) << message;
-  EXPECT_EQ(message.find('\n'), std::string::npos);
+TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
+  const std::string whole = network("tiny_pose");
+  const auto with = [](const char* from, const char* to) { return replaced(poseSidecar(), from, to); };
+  const std::tuple<std::string, std::string, const char*> mistakes[] = {
+      {"", poseSidecar(), ": is empty"},
+      {whole.substr(0, whole.size() / 2), poseSidecar(), "not an ONNX"},
+      {whole, "", ".json: is not a JSON object"},
+      {whole, with("\"heatmaps\"", "\"hands\""), "no output \"hands\""},
+      {whole, with("[1, 4, 6, 3]", "[1, 1, 6, 3]"), "does not run"},
+      {whole, with("[1, 4, 6, 3]", "[1, 4, 6, 4]"), "input: must be of type \"uint8\" and shape"},
+      {whole, with("[1, 2, 3, 2]", "[1, 3, 2, 2]"), "\"heatmaps\" has not the"},
+      {whole, with("[1, 2, 3, 1]", "[1, 2, 3, 3]"), "\"offsets\" has not"},
+      {whole, with("[1, 5]", "[99999999, 99999999]"), "outputs[0].shape: must hold"},
+      {whole, with("[1, 5]", "[1, -5]"), "outputs[0].shape: must hold"},
+      {whole, with("\"scale\": 4", "\"scale\": 0"), "outputs[2].scale: must"},
+      {whole, with("25", "256"), "outputs[2].zero_point: must"},
+      {whole, with("uint8\", \"scale\": 2", "int8\", \"scale\": 2"), "outputs[1].type"},
+      {whole, sidecar(""), "outputs: must be a list"},
+      {whole, sidecar(replaced(floatOutput("x", "[1]"), "\"layer\": \"x\"", "\"layer\": \"constant\"")),
+       "outputs[0].layer"},
+      {network("tiny_nan"), sidecar(kOffsets), "\"offsets\" is not finite"}};
+  for (const auto& [bytes, description, why] : mistakes) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(load(bytes, description), nullptr) << why;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    ASSERT_NE(m_error, nullptr);
+    const std::string message = m_error->msg;
+    EXPECT_EQ(message.rfind((m_folder / "m.onnx").string(), 0), 0U) << message;
+    EXPECT_NE(message.find(why), std::string::npos) << message;
+    EXPECT_EQ(message.find('\n'), std::string::npos);
+    larodClearError(&m_error);
+  }
+  EXPECT_EQ(load(whole, poseSidecar(), LAROD_CHIP_INVALID), nullptr);
+  EXPECT_EQ(m_error->code, LAROD_ERROR_INVALID_CHIP_ID);
 }
-
-const auto kWhole = [](const std::string& network) { return network; };
-INSTANTIATE_TEST_SUITE_P(
-    Mistakes, RefusedModel,
-    testing::Values(
-        BadModel{"Empty", [](const std::string&) { return std::string(); }, poseSidecar(), ": is empty"},
-        BadModel{"Torn", [](const std::string& n) { return n.substr(0, n.size() / 2); }, poseSidecar(), "not an ONNX"},
-        BadModel{"Noise", [](const std::string&) { return std::string(500, 'x'); }, poseSidecar(), "not an ONNX"},
-        BadModel{"NoSidecarText", kWhole, "", ".json: is not a JSON object"},
-        BadModel{"Layer", kWhole, replaced(poseSidecar(), "\"heatmaps\"", "\"hands\""), "no output \"hands\""},
-        BadModel{"Input", kWhole, replaced(poseSidecar(), "[1, 4, 6, 3]", "[1, 1, 6, 3]"), "does not run"},
-        BadModel{"Grid", kWhole, replaced(poseSidecar(), "[1, 2, 3, 2]", "[1, 3, 2, 2]"), "\"heatmaps\" has not the"},
-        BadModel{"Channels", kWhole, replaced(poseSidecar(), "[1, 2, 3, 1]", "[1, 2, 3, 3]"), "\"offsets\" has not"},
-        BadModel{"Huge", kWhole, replaced(poseSidecar(), "[1, 5]", "[99999999, 99999999]"), "[0].shape: must hold"},
-        BadModel{"Negative", kWhole, replaced(poseSidecar(), "[1, 5]", "[1, -5]"), "outputs[0].shape: must hold"},
-        BadModel{"Scale", kWhole, replaced(poseSidecar(), "\"scale\": 4", "\"scale\": 0"), "outputs[2].scale: must"},
-        BadModel{"ZeroPoint", kWhole, replaced(poseSidecar(), "25", "256"), "outputs[2].zero_point: must"},
-        BadModel{"Type", kWhole, replaced(poseSidecar(), "uint8\", \"scale\": 2", "int8\", \"scale\": 2"), "[1].type"},
-        BadModel{"NoOutputs", kWhole, sidecar(""), "outputs: must be a list"},
-        BadModel{"ConstantFloats", kWhole,
-                 sidecar(replaced(floatOutput("x", "[1]"), "\"layer\": \"x\"", "\"layer\": \"constant\"")),
-                 "outputs[0].layer"}),
-    [](const auto& mistake) { return mistake.param.name; });
 
 /// One bit of a weight, which the network runs with as before.
 TEST_F(InferenceService, RefusesAnotherNetworkThanTheOneDescribed) {
@@ -266,14 +250,6 @@ TEST_F(InferenceService, RefusesAnotherNetworkThanTheOneDescribed) {
   m_folder.write("m.onnx.json", poseSidecar());
   EXPECT_EQ(loadAsItIs(), nullptr);
   EXPECT_NE(std::string(m_error->msg).find(".json: sha256: is missing; "), std::string::npos) << m_error->msg;
-}
-
-TEST_F(InferenceService, RefusesANetworkThatIsNotFiniteAndOtherChips) {
-  EXPECT_EQ(load(network("tiny_nan"), sidecar(kOffsets)), nullptr);
-  EXPECT_NE(std::string(m_error->msg).find("\"offsets\" is not finite"), std::string::npos) << m_error->msg;
-  larodClearError(&m_error);
-  EXPECT_EQ(load(network("tiny_pose"), poseSidecar(), LAROD_CHIP_INVALID), nullptr);
-  EXPECT_EQ(m_error->code, LAROD_ERROR_INVALID_CHIP_ID);
 }
 
 TEST(TensorQuantizer, ClampsAndIsDefinedForEveryFloat) {

@@ -1,135 +1,85 @@
 #include <glib-unix.h>
-#include <gtest/gtest.h>
-#include <vdostream.h>
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <memory>
 
 #include "platform/clock/clock.h"
-#include "recording_writer.h"
-#include "state_folder.h"
+#include "tests/platform/camera_stream.h"
+#include "tests/platform/recording_writer.h"
+#include "tests/platform/state_folder.h"
 
 using namespace std::chrono_literals;
 
 namespace {
 
-struct Unref {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
-using StreamPtr = std::unique_ptr<VdoStream, Unref>;
-using MapPtr = std::unique_ptr<VdoMap, Unref>;
+StreamPtr open(guint32 rotation = 0) { return openStream(64, 36, rotation); }
 
-MapPtr settingsOf(guint32 width, guint32 height, guint32 rotation) {
-  MapPtr settings(vdo_map_new());
-  vdo_map_set_uint32(settings.get(), "channel", 1);
-  vdo_map_set_uint32(settings.get(), "format", VDO_FORMAT_YUV);
-  vdo_map_set_uint32(settings.get(), "width", width);
-  vdo_map_set_uint32(settings.get(), "height", height);
-  vdo_map_set_uint32(settings.get(), "rotation", rotation);
-  return settings;
+/// Why the camera gives no such stream.
+std::string refusalOf(guint32 width, guint32 height, guint32 rotation = 0, guint32 format = VDO_FORMAT_YUV) {
+  try {
+    newStream(width, height, rotation, format);
+    return "(none)";
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
 }
 
-class CameraTest : public testing::Test {
+class VideoServiceTest : public testing::Test {
  protected:
-  void useCamera(const std::string& source, const std::string& more = "") {
-    const std::string name = "camera" + std::to_string(++m_cameras) + ".json";
-    m_folder.write(name, R"({"stream_sizes": ["64x36", "128x72", "32x32"], "source": ")" + source + "\"" + more + "}");
-    setenv("VELMOR_CAMERA", (m_folder / name).c_str(), 1);
-  }
-
-  void film(const Recording& recording, const std::string& more = "") {
-    ASSERT_TRUE(writeRecording(recording, m_folder / "film"));
-    useCamera("film", more);
-  }
-
-  static StreamPtr open(guint32 width = 64, guint32 height = 36, guint32 rotation = 0) {
-    GError* error = nullptr;
-    StreamPtr stream(vdo_stream_new(settingsOf(width, height, rotation).get(), nullptr, &error));
-    if (!stream) throw std::runtime_error(error->message);
-    vdo_stream_start(stream.get(), nullptr);
-    return stream;
-  }
-
-  /// The stream's bytes now; `size` of them must be readable.
-  static std::vector<std::uint8_t> picture(const StreamPtr& stream, std::size_t size = 64 * 36 * 3 / 2) {
-    VdoBuffer* buffer = vdo_stream_get_buffer(stream.get(), nullptr);
-    if (buffer == nullptr) return {};
-    const auto* data = static_cast<const std::uint8_t*>(vdo_buffer_get_data(buffer));
-    std::vector<std::uint8_t> bytes(data, data + size);
-    EXPECT_TRUE(vdo_stream_buffer_unref(stream.get(), &buffer, nullptr));
-    EXPECT_EQ(buffer, nullptr);
-    return bytes;
-  }
-
-  static int grey(const StreamPtr& stream) {
-    const auto bytes = picture(stream, 1);
-    return bytes.empty() ? -1 : bytes.front();
-  }
-
-  StateFolder m_folder;
-
- private:
-  int m_cameras = 0;
-};
-
-class VideoServiceTest : public CameraTest {
- protected:
-  void SetUp() override {
+  VideoServiceTest() {
     showTime(0ms);
     ticker_clock::setEnd(TimeStamp::max());
   }
 
+  void useCamera(const std::string& source) {
+    const std::string name = "camera" + std::to_string(++m_cameras) + ".json";
+    m_folder.write(name, R"({"stream_sizes": ["64x36", "128x72", "32x32"], "source": ")" + source + "\"}");
+    setenv("VELMOR_CAMERA", (m_folder / name).c_str(), 1);
+  }
+  void film(const Recording& recording) {
+    ASSERT_TRUE(writeRecording(recording, m_folder / "film"));
+    useCamera("film");
+  }
   static void showTime(std::chrono::milliseconds time) { ticker_clock::setReplayTime(TimeStamp(time)); }
 
-  static std::string errorOf(guint32 width, guint32 height, guint32 rotation) {
-    GError* error = nullptr;
-    const StreamPtr stream(vdo_stream_new(settingsOf(width, height, rotation).get(), nullptr, &error));
-    EXPECT_EQ(stream == nullptr, error != nullptr);
-    std::string message = error != nullptr ? error->message : "";
-    g_clear_error(&error);
-    return message;
-  }
-
   /// Lets the clock tick from its beginning to the end that the camera has set; the grey level of every cycle.
-  static std::vector<int> greysOfARun(const StreamPtr& stream) {
+  static std::vector<int> greysOfARun() {
     struct Run {
-      const StreamPtr& stream;
-      std::vector<int> greys;
+      StreamPtr stream = open();
+      std::vector<int> greys = {};
       bool over = false;
-    } run{stream, {}};
+    } run;
     const guint ended = g_unix_signal_add(
         SIGTERM, [](gpointer data) -> gboolean { return static_cast<Run*>(data)->over = true; }, &run);
-    const guint ticker = ticker_clock::addTicker(
-        500,
-        [](gpointer data) -> gboolean {
-          static_cast<Run*>(data)->greys.push_back(grey(static_cast<Run*>(data)->stream));
-          return TRUE;
-        },
-        &run);
+    constexpr auto cycle = +[](gpointer data) -> gboolean {
+      static_cast<Run*>(data)->greys.push_back(lumaOf(static_cast<Run*>(data)->stream));
+      return G_SOURCE_CONTINUE;
+    };
+    const guint ticker = ticker_clock::addTicker(500, cycle, &run);
     while (!run.over) g_main_context_iteration(nullptr, TRUE);
     g_source_remove(ticker);
     g_source_remove(ended);
     return run.greys;
   }
+
+  StateFolder m_folder;
+  int m_cameras = 0;
 };
 
 TEST_F(VideoServiceTest, ServesTheNewestFrameAtTheClocksTimeToEveryStream) {
   film({.first_ms = 300});
   const auto small = open();
-  const auto large = open(128, 72);
+  const auto large = openStream(128, 72);
   const std::pair<std::chrono::milliseconds, int> expected[] = {{0ms, 0},   {99ms, 0},  {100ms, 1},
                                                                 {500ms, 5}, {500ms, 5}, {1'999ms, 19}};
   for (const auto& [time, index] : expected) {
     showTime(time);
-    EXPECT_EQ(grey(large), greyOf(index)) << time.count();
-    EXPECT_EQ(grey(small), greyOf(index)) << time.count();
+    EXPECT_EQ(lumaOf(large), greyOf(index)) << time.count();
+    EXPECT_EQ(lumaOf(small), greyOf(index)) << time.count();
   }
-  const MapPtr settings(vdo_stream_get_settings(large.get(), nullptr));
   for (const auto& [name, value] :
        {std::pair{"width", 128u}, std::pair{"height", 72u}, std::pair{"rotation", 0u}, std::pair{"framerate", 10u}}) {
-    EXPECT_EQ(vdo_map_get_uint32(settings.get(), name, 7), value) << name;
+    EXPECT_EQ(settingOf(large, name), value) << name;
   }
 }
 
@@ -148,35 +98,32 @@ TEST_F(VideoServiceTest, TheRunEndsWithTheLastPicture) {
     film(recording);
     std::vector<int> expected;
     for (const int index : indices) expected.push_back(greyOf(index));
-    EXPECT_EQ(greysOfARun(open()), expected) << recording.format << recording.more;
+    EXPECT_EQ(greysOfARun(), expected) << recording.format << recording.more;
   }
 }
 
-TEST_F(VideoServiceTest, RotationTurnsClockwise) {
+TEST_F(VideoServiceTest, RotationTurnsClockwiseAndAnotherAspectShowsTheMiddle) {
   film({.corners = true});
   // The dark quarter, left top in the recording, goes from corner to corner: left top, right top, right bottom, left
   // bottom.
   for (guint32 turns = 0; turns < 4; ++turns) {
     const std::size_t width = turns % 2 == 0 ? 64 : 36;
-    const auto bytes = picture(open(64, 36, 90 * turns));
+    const auto bytes = pictureOf(open(90 * turns), 64 * 36 * 3 / 2);
     const std::size_t left = width / 4;
     const std::size_t top = (64 + 36 - width) / 4;
     const std::size_t corners[] = {top * width + left, top * width + 3 * left, 3 * top * width + 3 * left,
                                    3 * top * width + left};
     for (guint32 i = 0; i < 4; ++i) EXPECT_EQ(bytes.at(corners[i]), i == turns ? 16 : greyOf(0)) << turns << i;
   }
-}
-
-TEST_F(VideoServiceTest, AStreamOfAnotherAspectShowsTheMiddle) {
-  film({.corners = true});
-  const auto square = picture(open(32, 32), 32 * 32 * 3 / 2);  // of columns 14 to 49: the dark quarter ends at 16
+  // Another aspect shows the middle, of columns 14 to 49: the dark quarter ends at 16.
+  const auto square = pictureOf(openStream(32, 32), 32 * 32 * 3 / 2);
   EXPECT_EQ(square.at(4 * 32 + 10), 16);
   EXPECT_EQ(square.at(4 * 32 + 20), greyOf(0));
 }
 
 TEST_F(VideoServiceTest, OddSizesAndFullRangeAreBroughtToEvenVideoRange) {
   film({.width = 33, .height = 17, .format = "jpegenc quality=100 ! avimux"});
-  const auto bytes = picture(open());
+  const auto bytes = pictureOf(open(), 64 * 36 * 3 / 2);
   // JPEG's luma 40 of 0..255 is 50 of 16..235.
   EXPECT_NEAR(bytes.at(64 * 18 + 32), 50, 1);
   EXPECT_NEAR(bytes.back(), 128, 1);
@@ -194,7 +141,7 @@ TEST_F(VideoServiceTest, ASourceThatCannotBePlayedIsNamedWithTheReason) {
         std::pair{"sound.wav", "it holds no picture"}, std::pair{"rare.mkv", "it holds no picture"},
         std::pair{".", "is a directory"}}) {
     useCamera(source);
-    const std::string message = errorOf(64, 36, 0);
+    const std::string message = refusalOf(64, 36);
     const std::string file = std::filesystem::path(m_folder / source).lexically_normal().string();
     EXPECT_TRUE(message.starts_with("cannot play " + file + ": " + reason)) << message;
     EXPECT_GT(message.size(), ("cannot play " + file + ": ").size());
@@ -203,13 +150,10 @@ TEST_F(VideoServiceTest, ASourceThatCannotBePlayedIsNamedWithTheReason) {
 
 TEST_F(VideoServiceTest, WrongSettingsAreRefused) {
   film({.frames = 2});
-  EXPECT_EQ(errorOf(64, 38, 0), "the camera offers no stream of 64x38; it offers 64x36, 128x72, 32x32");
-  EXPECT_EQ(errorOf(64, 36, 45), "the rotation of a stream is 0, 90, 180 or 270");
-  const MapPtr other = settingsOf(64, 36, 0);
-  vdo_map_set_uint32(other.get(), "format", 1);
-  EXPECT_EQ(vdo_stream_new(other.get(), nullptr, nullptr), nullptr);
-  const StreamPtr idle(vdo_stream_new(settingsOf(64, 36, 0).get(), nullptr, nullptr));
-  EXPECT_EQ(vdo_stream_get_buffer(idle.get(), nullptr), nullptr) << "not started";
+  EXPECT_EQ(refusalOf(64, 38), "the camera offers no stream of 64x38; it offers 64x36, 128x72, 32x32");
+  EXPECT_EQ(refusalOf(64, 36, 45), "the rotation of a stream is 0, 90, 180 or 270");
+  EXPECT_NE(refusalOf(64, 36, 0, 1), "(none)") << "another format";
+  EXPECT_EQ(lumaOf(newStream(64, 36)), -1) << "not started";
 }
 
 TEST_F(VideoServiceTest, TheOneChannelTellsTheStreamsSizes) {
@@ -232,7 +176,7 @@ TEST_F(VideoServiceTest, ADamagedRecordingEndsEarlyAndStillGivesPictures) {
   for (const std::string& damaged : {bytes, whole.substr(0, whole.size() / 2)}) {
     showTime(0ms);
     m_folder.write("film", damaged);
-    const auto greys = greysOfARun(open());
+    const auto greys = greysOfARun();
     ASSERT_GE(greys.size(), 2u);
     EXPECT_LE(greys.size(), 8u);
     EXPECT_EQ(greys.front(), greyOf(5));

@@ -2,12 +2,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <map>
 #include <memory>
 #include <string>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "tests/platform/disk_faults.h"
 #include "tests/platform/state_folder.h"
 
 namespace {
@@ -27,32 +28,35 @@ class ParameterStore : public testing::Test {
     m_folder.write("manifest.json", kManifest);
     m_folder.write("camera.json", kCamera);
   }
-  ~ParameterStore() override { g_clear_error(&m_error); }
 
-  Store open() {
-    g_clear_error(&m_error);
-    return Store(ax_parameter_new("velmor_care", &m_error));
-  }
+  Store open() { return Store(ax_parameter_new("velmor_care", m_error.out())); }
   bool set(const Store& store, const std::string& name, const std::string& value, bool sync = true) {
-    g_clear_error(&m_error);
-    return ax_parameter_set(store.get(), name.c_str(), value.c_str(), sync ? TRUE : FALSE, &m_error) == TRUE;
+    return ax_parameter_set(store.get(), name.c_str(), value.c_str(), sync ? TRUE : FALSE, m_error.out()) == TRUE;
   }
-  std::string get(const Store& store, const std::string& name) {
+  static std::string get(const Store& store, const std::string& name) {
     gchar* value = nullptr;
     if (ax_parameter_get(store.get(), name.c_str(), &value, nullptr) == FALSE) return "(none)";
-    const std::unique_ptr<gchar, decltype(&g_free)> owner(value, &g_free);
-    return value;
+    return GLibPtr<gchar>(value).get();
   }
   /// What a run started now would find.
   std::string stored(const std::string& name) { return get(open(), name); }
-  int code() const { return m_error == nullptr ? 0 : m_error->code; }
+  int code() const { return m_error ? m_error.get()->code : 0; }
+  /// The log's lines, which go to standard error.
+  template <typename Function>
+  static std::string saidBy(Function function) {
+    testing::internal::CaptureStderr();
+    function();
+    return testing::internal::GetCapturedStderr();
+  }
 
   StateFolder m_folder;
   int m_described = 0;
-  GError* m_error = nullptr;
+  CaughtError m_error;
 };
 
-TEST_F(ParameterStore, StartsFromTheManifestAndTheCamera) {
+TEST_F(ParameterStore, StartsFromTheManifestAndTheCameraWhateverHasBecomeOfTheFirstFile) {
+  open();
+  m_folder.write("parameters.conf", "");
   const Store store = open();
   EXPECT_EQ(get(store, "Sensitivity"), "0.38");
   EXPECT_EQ(get(store, "Name"), "");
@@ -65,10 +69,8 @@ TEST_F(ParameterStore, StartsFromTheManifestAndTheCamera) {
 }
 
 TEST_F(ParameterStore, KeepsEveryTextAsItIs) {
-  const char* texts[] = {
-      "",      " lead", "trail \t ", "two\nlines\r\n", "100 %s %% ; # = [x]", "back\\slash\\n\\s", "Bett 窓 ü",
-      "\"q\"", "\n",    "  "};
-  for (const char* text : texts) {
+  for (const char* text : {"", " lead", "trail \t ", "two\nlines\r\n", "100 %s %% ; # = [x]", "back\\slash\\n\\s",
+                           "Bett 窓 ü", "\"q\"", "  "}) {
     ASSERT_TRUE(set(open(), "Name", text)) << text;
     EXPECT_EQ(stored("Name"), text);
   }
@@ -80,7 +82,7 @@ TEST_F(ParameterStore, AddsOnceAndRefusesWhatItDoesNotHold) {
   {
     const Store store = open();
     EXPECT_TRUE(ax_parameter_add(store.get(), "Extra", "0", nullptr, nullptr));
-    EXPECT_FALSE(ax_parameter_add(store.get(), "Extra", "1", nullptr, &m_error));
+    EXPECT_FALSE(ax_parameter_add(store.get(), "Extra", "1", nullptr, m_error.out()));
     EXPECT_EQ(code(), 13);
     EXPECT_FALSE(set(store, "Unknown", "1"));
     EXPECT_EQ(code(), AX_PARAMETER_PARAM_NOT_FOUND_ERROR);
@@ -111,9 +113,7 @@ TEST_F(ParameterStore, ADescriptionCountsOnlyForWhatItSaysAnew) {
   EXPECT_EQ(stored("Name"), "window");
   set(open(), "Name", "door");
   m_folder.write("parameters.conf", "damaged");
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(stored("Name"), "window") << "the generation before knows what was said then";
-  testing::internal::GetCapturedStderr();
+  saidBy([this] { EXPECT_EQ(stored("Name"), "window") << "the generation before knows what was said then"; });
   set(open(), "Name", "door");
   describe("");
   EXPECT_EQ(stored("Name"), "door") << "says nothing";
@@ -124,8 +124,7 @@ TEST_F(ParameterStore, ADescriptionCountsOnlyForWhatItSaysAnew) {
 TEST_F(ParameterStore, AFileWithoutMemoryAndAnUpdatedPackageLoseNothing) {
   // As written before the description was remembered: one group of values.
   const std::string body = "[velmor_care]\nName=kept\nSensitivity=0.9\n";
-  const std::unique_ptr<gchar, decltype(&g_free)> sum(
-      g_compute_checksum_for_string(G_CHECKSUM_SHA256, body.c_str(), -1), &g_free);
+  const GLibPtr<gchar> sum(g_compute_checksum_for_string(G_CHECKSUM_SHA256, body.c_str(), -1));
   m_folder.write("parameters.conf", "# sha256 of what follows: " + std::string(sum.get()) + "\n" + body);
   m_folder.write("manifest.json", R"({"parameters": [{"name": "Sensitivity", "default": "0.1"},
                                                      {"name": "Later", "default": "new"}]})");
@@ -160,13 +159,12 @@ TEST_F(ParameterStore, ABatchIsOneChangeOfTheFile) {
     EXPECT_EQ(stored("Name"), "door") << "after the end every change is written at once";
   }
   std::filesystem::create_directory(m_folder / "parameters.conf.new");
-  testing::internal::CaptureStderr();
-  {
+  const std::string log = saidBy([&] {
     workstation::ParameterBatch batch;
     EXPECT_TRUE(set(store, "Name", "late"));
     EXPECT_FALSE(batch.finish());
-  }
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("parameters.conf.new: cannot be written"), std::string::npos);
+  });
+  EXPECT_NE(log.find("parameters.conf.new: cannot be written"), std::string::npos) << log;
   std::filesystem::remove(m_folder / "parameters.conf.new");
   set(store, "Sensitivity", "0.8");
   EXPECT_EQ(stored("Name"), "late") << "goes with the next change";
@@ -185,38 +183,30 @@ TEST_F(ParameterStore, FallsBackOneGenerationWhenTheFileIsDamaged) {
   for (const std::string& damaged :
        {flipped, good.substr(0, good.size() - 3), std::string("garbage\n"), std::string()}) {
     m_folder.write("parameters.conf", damaged);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(stored("Name"), "older");
+    const std::string said = saidBy([this] { EXPECT_EQ(stored("Name"), "older"); });
+    EXPECT_NE(said.find("parameters.conf: is damaged"), std::string::npos) << said;
     EXPECT_EQ(m_folder.read("parameters.conf.damaged"), damaged);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("parameters.conf: is damaged"), std::string::npos);
     EXPECT_EQ(stored("Name"), "older") << "whole again";
   }
   std::filesystem::remove(m_folder / "parameters.conf");
   EXPECT_EQ(stored("Name"), "older");
 }
 
-TEST_F(ParameterStore, SurvivesDamageToTheVeryFirstFile) {
-  open();
-  m_folder.write("parameters.conf", "");
-  EXPECT_EQ(stored("Sensitivity"), "0.38");
-}
-
 TEST_F(ParameterStore, SaysInOneLineWhyItCannotOpen) {
   open();
   const std::string good = m_folder.read("parameters.conf");
-  const std::map<std::string, std::string> damages = {{"parameters.conf.1", "so is the generation before"},
-                                                      {"manifest.json", "is not a manifest"}};
+  const std::pair<const char*, const char*> damages[] = {{"parameters.conf.1", "so is the generation before"},
+                                                         {"manifest.json", "is not a manifest"}};
   for (const auto& [file, message] : damages) {
     m_folder.write("parameters.conf", "damaged");
     m_folder.write(file, "damaged");
     EXPECT_EQ(open(), nullptr);
     ASSERT_EQ(code(), AX_PARAMETER_STORE_ERROR);
-    EXPECT_NE(std::string(m_error->message).find(message), std::string::npos) << m_error->message;
-    EXPECT_EQ(std::string(m_error->message).find('\n'), std::string::npos);
+    EXPECT_NE(m_error.text().find(message), std::string::npos) << m_error.text();
+    EXPECT_EQ(m_error.text().find('\n'), std::string::npos);
     EXPECT_EQ(m_folder.read("parameters.conf"), "damaged") << "nothing is overwritten";
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(ax_parameter_new("velmor_care", nullptr), nullptr) << "whoever takes no reason finds it in the log";
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(message), std::string::npos);
+    const std::string log = saidBy([] { EXPECT_EQ(ax_parameter_new("velmor_care", nullptr), nullptr); });
+    EXPECT_NE(log.find(message), std::string::npos) << "whoever takes no reason finds it in the log: " << log;
     m_folder.write("parameters.conf.1", good);
   }
   for (const char* manifest : {R"({"parameters": [{"name": "A"}]})", R"({"parameters": [{"name": "A", "default": 1}]})",
@@ -229,11 +219,11 @@ TEST_F(ParameterStore, SaysInOneLineWhyItCannotOpen) {
 TEST_F(ParameterStore, NeitherHangsNorSwallowsWhatIsNoFile) {
   m_folder.write("manifest.json", kManifest + std::string(1 << 20, ' '));
   EXPECT_EQ(open(), nullptr);
-  EXPECT_NE(std::string(m_error->message).find("manifest.json: is larger than 1048576 bytes"), std::string::npos);
+  EXPECT_NE(m_error.text().find("manifest.json: is larger than 1048576 bytes"), std::string::npos);
   std::filesystem::remove(m_folder / "manifest.json");
   ASSERT_EQ(::mkfifo((m_folder / "manifest.json").c_str(), 0600), 0);
   EXPECT_EQ(open(), nullptr);
-  EXPECT_NE(std::string(m_error->message).find("manifest.json: is not a file"), std::string::npos);
+  EXPECT_NE(m_error.text().find("manifest.json: is not a file"), std::string::npos);
 }
 
 TEST_F(ParameterStore, LeavesTheValueWhenItCannotBeWritten) {
@@ -243,6 +233,11 @@ TEST_F(ParameterStore, LeavesTheValueWhenItCannotBeWritten) {
   EXPECT_EQ(code(), AX_PARAMETER_STORE_ERROR);
   EXPECT_EQ(get(store, "Name"), "");
   std::filesystem::remove(m_folder / "parameters.conf.new");
+  for (const Fault fault : {Fault::kSyncFails, Fault::kFolderFails}) {
+    disk_fault = fault;
+    EXPECT_FALSE(set(store, "Sensitivity", "1")) << "it might not survive a power cut";
+    disk_fault = Fault::kNone;
+  }
   EXPECT_FALSE(set(store, "Name", std::string(1 << 20, 'x'))) << "more than the next start would read";
   EXPECT_EQ(stored("Name"), "");
   EXPECT_FALSE(ax_parameter_set(nullptr, "Name", "x", TRUE, nullptr)) << "a store that could not be opened";

@@ -1,0 +1,15 @@
+// A disk that fails for files in a test's state folder: linked, it stands before the C library's calls.
+#pragma once
+
+#include <atomic>
+
+enum class Fault {
+  kNone,
+  kFull,          ///< the tests' own: by a limit on the size of files
+  kSyncFails,     ///< of files
+  kHangs,         ///< nothing can be written
+  kJournalHangs,  ///< nothing can be written to events.jsonl
+  kFolderFails,   ///< syncing a folder fails
+};
+
+extern std::atomic<Fault> disk_fault;

@@ -1,0 +1,82 @@
+// A web server on a thread of its own, with a page, and browsers that know a password.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <libsoup/soup.h>
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/support/owners.h"
+#include "platform/workstation/web/http_server.h"
+#include "tests/platform/http_client.h"
+#include "tests/platform/state_folder.h"
+
+inline constexpr const char* kFromPage = "X-Requested-With: test\r\n";
+inline constexpr const char* kPage = "/local/velmor_care/index.html";
+inline constexpr const char* kProgram = "/local/velmor_care/control.cgi";
+
+/// A server with a page, a program that says what it was asked, and a secret beside the page.
+class HttpServing : public testing::Test {
+ protected:
+  HttpServing() {
+    for (const char* folder : {"html", "html/lib", "outside"}) std::filesystem::create_directory(m_folder / folder);
+    m_folder.write("html/index.html", "<title>page</title>");
+    m_folder.write("html/lib/app.js", "export {};");
+    for (const char* file : {"html/.hidden", "secret.txt", "outside/secret.txt"}) m_folder.write(file, "secret");
+    std::filesystem::create_symlink(m_folder / "secret.txt", m_folder / "html/link.txt");
+    std::filesystem::create_directory_symlink(m_folder / "outside", m_folder / "html/linked");
+    std::filesystem::create_directory_symlink(m_folder / "html", m_folder / "page");
+    m_settings.page = m_folder / "page";
+  }
+
+  void listen() {
+    m_server = std::make_unique<workstation::HttpServer>(m_settings);
+    m_server->setProgram([](SoupServerMessage* message, const workstation::ProgramRequest& request) {
+      std::string said = request.method + " " + request.path + " ?" + request.query.value_or("(none)");
+      for (const auto& [key, value] : request.parameters.value_or(workstation::HttpQuery()))
+        said.append(" ").append(key).append("=").append(value);
+      workstation::answerLine(message, SOUP_STATUS_OK, said);
+    });
+    m_server->addEndpoint("/axis-cgi/param.cgi", [](SoupServerMessage* message, const workstation::HttpQuery& query) {
+      workstation::answerLine(message, SOUP_STATUS_OK, "action " + query.at("action"));
+    });
+    m_server->addEndpoint("/held", [this](SoupServerMessage* message, const workstation::HttpQuery&) {
+      soup_server_message_pause(message);
+      m_held.push_back(message);
+    });
+    m_port = m_server->listen(workstation::parseListenAddress("127.0.0.1:0"));
+  }
+  HttpReply ask(const std::string& method, const std::string& path, const std::string& headers = "",
+                const std::string& body = "") const {
+    return request(m_port, method, path, headers, body);
+  }
+
+  StateFolder m_folder;
+  workstation::HttpServerSettings m_settings;
+  std::vector<SoupServerMessage*> m_held;  ///< no answer yet
+  std::unique_ptr<workstation::HttpServer> m_server;
+  std::uint16_t m_port = 0;
+};
+
+/// What a browser gets that knows a name and a password; its Authorization goes to `proof`.
+inline unsigned int askAs(std::uint16_t port, std::string user, std::string password, std::string* proof = nullptr) {
+  const GLibPtr<SoupSession> session(soup_session_new());
+  const GLibPtr<SoupMessage> message(
+      soup_message_new("GET", ("http://127.0.0.1:" + std::to_string(port) + kPage).c_str()));
+  std::pair<std::string, std::string> who(std::move(user), std::move(password));
+  constexpr auto authenticate = +[](SoupMessage*, SoupAuth* auth, gboolean again, gpointer known) -> gboolean {
+    const auto& [name, secret] = *static_cast<std::pair<std::string, std::string>*>(known);
+    if (again == FALSE) soup_auth_authenticate(auth, name.c_str(), secret.c_str());
+    return again == FALSE;
+  };
+  g_signal_connect(message.get(), "authenticate", G_CALLBACK(authenticate), &who);
+  const GLibPtr<GBytes> body(soup_session_send_and_read(session.get(), message.get(), nullptr, nullptr));
+  const char* sent = soup_message_headers_get_one(soup_message_get_request_headers(message.get()), "Authorization");
+  if (proof != nullptr) *proof = sent == nullptr ? "" : sent;
+  return soup_message_get_status(message.get());
+}
