@@ -1,7 +1,6 @@
 // The size of a stream and its one text form, "640x360".
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <string>
 
@@ -9,7 +8,10 @@
 struct StreamSize {
   std::uint32_t width = 0;
   std::uint32_t height = 0;
-  auto operator<=>(const StreamSize&) const = default;
+  bool operator==(const StreamSize&) const = default;
+  bool operator<(const StreamSize& other) const {
+    return width < other.width || (width == other.width && height < other.height);
+  }
 };
 
 /// The application's own stream always has this size.

@@ -20,7 +20,6 @@
 using workstation::CameraDescription;
 using workstation::CycleFrames;
 using workstation::DecodedFrame;
-using workstation::StreamSize;
 using workstation::VideoCamera;
 
 namespace {

@@ -255,11 +255,11 @@ void axoverlay_cleanup(void) {
 }
 
 gint axoverlay_get_max_resolution_width(gint camera, GError** error) {
-  return workstation::largestSide(camera, &workstation::StreamSize::width, error);
+  return workstation::largestSide(camera, &StreamSize::width, error);
 }
 
 gint axoverlay_get_max_resolution_height(gint camera, GError** error) {
-  return workstation::largestSide(camera, &workstation::StreamSize::height, error);
+  return workstation::largestSide(camera, &StreamSize::height, error);
 }
 
 gint axoverlay_create_overlay(struct axoverlay_overlay_data* data, gpointer user_data, GError** error) {
