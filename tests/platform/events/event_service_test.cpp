@@ -14,7 +14,6 @@
 #include "platform/clock/clock.h"
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/events/event_journal.h"
-#include "platform/workstation/events/event_recorder.h"
 #include "tests/platform/conditions.h"
 #include "tests/platform/disk_faults.h"
 #include "tests/platform/event_sender.h"
@@ -340,23 +339,6 @@ TEST_F(EventService, ANumberIsNotedBeforeAnybodyHearsOfIt) {
   for (int i = 0; i < 20; ++i) send(handler, id, i % 2 == 0);
   workstation::listenToEvents(nullptr);
   EXPECT_GT(hearer.noted, 0) << "unless the disk took too long";
-}
-
-TEST_F(EventService, OfTooManyThatWaitForTheDiskTheOldestBecomeOneLine) {
-  const auto recorder = workstation::EventRecorder::begin([](const auto&) {});
-  disk_fault = Fault::kHangs;
-  for (int i = 0; i < 100'003; ++i) recorder->record({at(0ms), "changed", "e", "t", true});
-  disk_fault = Fault::kNone;
-  ASSERT_TRUE(comes([this] { return std::filesystem::file_size(m_folder / "events.jsonl") > 1'000; }));
-  disk_fault = Fault::kJournalHangs;  // the rest takes a while
-  const auto records = journal();
-  const json& missing = records.at(1);
-  EXPECT_TRUE(missing["kind"] == "missing" && missing["from"] == 2 && missing["to"] == 4) << missing;
-  EXPECT_EQ(records.at(2)["seq"], 5);
-  testing::internal::CaptureStderr();
-  recorder->finish();
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("events have not been recorded"), std::string::npos);
-  disk_fault = Fault::kNone;
 }
 
 /// Another program holds the journal: this run begins without it.

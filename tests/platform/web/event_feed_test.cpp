@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -94,6 +95,24 @@ TEST_F(Events, TellsTheStateFirstAndThenEachChangeOnce) {
   EXPECT_EQ(next(early, "change")["seq"], 9);
   EXPECT_EQ(next(late, "change")["seq"], 9) << "what the state said is not said again";
   EXPECT_EQ(next(late, "heartbeat")["run"], run);
+}
+
+TEST_F(Events, DoesNotTellAgainWhatTheStateHasSaid) {
+  const guint bed = declare(m_handler, "Bed");
+  HttpClient viewer(m_port, asking().substr(0, asking().size() - 2));
+  EXPECT_EQ(watch().receive(false).status, 200) << "whoever came before has been received";
+  std::promise<void> busy, goes_on;
+  m_server->invoke([&] {
+    busy.set_value();
+    goes_on.get_future().wait();
+  });
+  busy.get_future().wait();
+  viewer.send("\r\n");
+  change(bed, true);  // known when the viewer is welcomed, and to be told after that
+  goes_on.set_value();
+  EXPECT_EQ(next(viewer, "state")["seq"], 8);
+  change(bed, false);
+  EXPECT_EQ(next(viewer, "change")["seq"], 9);
 }
 
 TEST_F(Events, TellsWhenSomebodyIsWatchedAndWhenNoLonger) {
