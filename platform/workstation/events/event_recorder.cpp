@@ -35,7 +35,6 @@ constexpr auto kLongestAnswer = 3s;
 /// What an alarm waits for its number to be noted, once: on a disk that answers it takes microseconds.
 constexpr auto kPatienceForMark = 50ms;
 constexpr auto kLook = 1s;
-constexpr std::size_t kMostUnwritten = 100'000;
 constexpr std::size_t kLargestBatch = 64;
 constexpr std::size_t kMostMarksWaiting = 16;
 /// Below the first number of a run that began without its journal: for what that run has to close.
@@ -81,8 +80,8 @@ TimeStamp lastCycle(const Health& health) {
 
 }  // namespace
 
-std::shared_ptr<EventRecorder> EventRecorder::begin(Closed closed) {
-  std::shared_ptr<EventRecorder> recorder(new EventRecorder(std::move(closed)));
+std::shared_ptr<EventRecorder> EventRecorder::begin(Closed closed, std::size_t most_unwritten) {
+  std::shared_ptr<EventRecorder> recorder(new EventRecorder(std::move(closed), most_unwritten));
   {
     const std::scoped_lock lock(living().mutex);
     living().recorders.insert(recorder);
@@ -91,8 +90,12 @@ std::shared_ptr<EventRecorder> EventRecorder::begin(Closed closed) {
   return recorder;
 }
 
-EventRecorder::EventRecorder(Closed closed)
-    : m_started(ticker_clock::now()), m_run(randomId()), m_closed(std::move(closed)), m_marking(kMostMarksWaiting) {}
+EventRecorder::EventRecorder(Closed closed, std::size_t most_unwritten)
+    : m_started(ticker_clock::now()),
+      m_run(randomId()),
+      m_closed(std::move(closed)),
+      m_most_unwritten(most_unwritten),
+      m_marking(kMostMarksWaiting) {}
 
 void EventRecorder::start() {
   resetEvents(m_run);
@@ -143,7 +146,7 @@ void EventRecorder::remember(bool durable) {
 
 /// Memory has an end too: of too many, the oldest become one line that says which are missing.
 void EventRecorder::bound() {
-  if (m_queue.size() <= kMostUnwritten) return;
+  if (m_queue.size() <= m_most_unwritten) return;
   const auto oldest =
       std::find_if(m_queue.begin(), m_queue.end(), [this](const EventRecord& record) { return record.run == m_run; });
   const std::uint64_t from = oldest->kind == "missing" ? oldest->from : oldest->number;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -25,9 +26,12 @@ class EventRecorder : public std::enable_shared_from_this<EventRecorder> {
   /// Is told, on any thread, of each state that an earlier run left active and that ends with this start.
   using Closed = std::function<void(const EventRecord&)>;
 
+  static constexpr std::size_t kMostUnwritten = 100'000;
+
   /// Begins a run: opens the journal, closes what the run before left open, and notes whether somebody is watched. When
   /// the journal cannot be had within 2 s, the run goes on without and takes it up as soon as that is possible.
-  static std::shared_ptr<EventRecorder> begin(Closed closed);
+  /// Of more than `most_unwritten` that wait for the disk the oldest become one entry that says which are missing.
+  static std::shared_ptr<EventRecorder> begin(Closed closed, std::size_t most_unwritten = kMostUnwritten);
   /// Give it up with finish(): the threads hold a share.
   ~EventRecorder() = default;
   EventRecorder(const EventRecorder&) = delete;
@@ -50,7 +54,7 @@ class EventRecorder : public std::enable_shared_from_this<EventRecorder> {
     std::uint64_t recorded_late = 0;
   };
 
-  explicit EventRecorder(Closed closed);
+  EventRecorder(Closed closed, std::size_t most_unwritten);
   void start();
 
   // With the lock held.
@@ -82,6 +86,7 @@ class EventRecorder : public std::enable_shared_from_this<EventRecorder> {
   const TimeStamp m_started;
   const std::string m_run;
   const Closed m_closed;
+  const std::size_t m_most_unwritten;
 
   std::mutex m_mutex;
   std::condition_variable m_changed;

@@ -14,6 +14,7 @@
 #include "platform/clock/clock.h"
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/events/event_journal.h"
+#include "platform/workstation/events/event_recorder.h"
 #include "tests/platform/conditions.h"
 #include "tests/platform/disk_faults.h"
 #include "tests/platform/event_sender.h"
@@ -339,6 +340,23 @@ TEST_F(EventService, ANumberIsNotedBeforeAnybodyHearsOfIt) {
   for (int i = 0; i < 20; ++i) send(handler, id, i % 2 == 0);
   workstation::listenToEvents(nullptr);
   EXPECT_GT(hearer.noted, 0) << "unless the disk took too long";
+}
+
+TEST_F(EventService, OfTooManyThatWaitForTheDiskTheOldestBecomeOneLine) {
+  const auto recorder = workstation::EventRecorder::begin([](const auto&) {}, 10);
+  recorder->record({at(0ms), "declared", "e", "t"});
+  ASSERT_TRUE(comes([this] { return numbers().size() == 1; }));
+  disk_fault = Fault::kHangs;
+  for (int i = 0; i < 40; ++i) recorder->record({at(0ms), "changed", "e", "t", true});
+  disk_fault = Fault::kNone;
+  recorder->finish();
+  const auto records = journal();
+  const auto missing =
+      std::find_if(records.begin(), records.end(), [](const json& record) { return record["kind"] == "missing"; });
+  ASSERT_NE(missing, records.end());
+  EXPECT_EQ((missing - 1)->at("seq"), std::uint64_t((*missing)["from"]) - 1) << "from the last one before it";
+  EXPECT_EQ((missing + 1)->at("seq"), std::uint64_t((*missing)["to"]) + 1);
+  EXPECT_EQ(records.back()["seq"], 41);
 }
 
 /// Another program holds the journal: this run begins without it.
