@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <stdexcept>
 #include <string>
 
 #ifndef PROGRAM_DIRECTORY
@@ -26,7 +27,7 @@ class RtspCamera {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    ::bind(probe, reinterpret_cast<sockaddr*>(&address), length);
+    if (::bind(probe, reinterpret_cast<sockaddr*>(&address), length) != 0) throw std::runtime_error("no free port");
     ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
     m_port = std::to_string(ntohs(address.sin_port));
     ::close(probe);

@@ -194,7 +194,8 @@ TEST_F(Refused, AnUncalibratableFloorNamesItsKeysAndIsRepaired) {
   }
   store.save(saved);
   const std::string command = "./run --reset floor --state " + m_folder.string();
-  for (const std::string& words : {"replay demo --json" + state, "replay demo --json" + state + truth}) {
+  const std::string stored = "replay demo --json" + state;
+  for (const std::string& words : {stored, stored + truth}) {
     const Outcome stopped = run(words);
     EXPECT_NE(stopped.status, 0);
     for (const std::string& line :

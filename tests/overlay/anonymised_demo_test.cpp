@@ -140,9 +140,10 @@ int openPixels(const BgraPicture& picture, const BgraPicture& overlay, const Bou
   const auto shown = pixelsOf(picture);
   const auto drawn = pixelsOf(overlay);
   int open = 0;
+  const auto width = static_cast<std::size_t>(picture.width);
   for (int y = std::max(0, a.y); y <= std::min(b.y, picture.height - 1); ++y) {
     for (int x = std::max(0, std::min(a.x, b.x)); x <= std::min(std::max(a.x, b.x), picture.width - 1); ++x) {
-      const auto place = static_cast<std::size_t>(y * picture.width + x);
+      const auto place = static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x);
       if (drawn[place] != (0xFF000000U | shown[place])) ++open;
     }
   }
@@ -153,14 +154,13 @@ int openPixels(const BgraPicture& picture, const BgraPicture& overlay, const Bou
 bool isCoarse(const BgraPicture& picture, const BgraPicture& overlay, int side) {
   const auto shown = pixelsOf(picture);
   const auto drawn = pixelsOf(overlay);
-  const int columns = picture.width / side + 1;
-  std::vector<std::uint32_t> blocks(static_cast<std::size_t>(columns) *
-                                    static_cast<std::size_t>(picture.height / side + 1));
+  const auto block_side = static_cast<std::size_t>(side);
+  const auto width = static_cast<std::size_t>(picture.width);
+  const std::size_t columns = width / block_side + 1;
+  std::vector<std::uint32_t> blocks(columns * (static_cast<std::size_t>(picture.height) / block_side + 1));
   for (std::size_t i = 0; i < shown.size(); ++i) {
     if (drawn[i] >> 24 != 0) continue;
-    const int x = static_cast<int>(i) % picture.width;
-    const int y = static_cast<int>(i) / picture.width;
-    std::uint32_t& block = blocks[static_cast<std::size_t>(y / side * columns + x / side)];
+    std::uint32_t& block = blocks[i / width / block_side * columns + i % width / block_side];
     if (block != 0 && block != shown[i]) return false;  // opaque pixels are never 0
     block = shown[i];
   }
