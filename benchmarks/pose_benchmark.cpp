@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "app/process_state.h"
-#include "platform/scripted/networks.h"
+#include "platform/scripted/stage/networks.h"
 #include "platform/scripted/video.h"
 #include "pose/BodypixPoseEstimator.h"
 #include "pose/skeleton_fusion.h"

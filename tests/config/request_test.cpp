@@ -16,7 +16,7 @@
 #include "geometry/distance_controller.h"
 #include "overlay/overlay_manager.h"
 #include "platform/scripted/lens.h"
-#include "platform/scripted/pictures.h"
+#include "platform/scripted/stage/pictures.h"
 #include "platform/scripted/video.h"
 #include "tests/config/page_settings.h"
 #include "tests/platform/state_folder.h"

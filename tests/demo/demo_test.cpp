@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/scripted/rtsp_camera.h"
+#include "platform/scripted/stage/rtsp_camera.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/http_client.h"
 

@@ -17,7 +17,7 @@
 #include "geometry/distance_controller.h"
 #include "geometry/shell_command.h"
 #include "platform/scripted/lens.h"
-#include "platform/scripted/pictures.h"
+#include "platform/scripted/stage/pictures.h"
 #include "platform/scripted/video.h"
 #include "tests/platform/state_folder.h"
 #include "video/VideoStreamSource.h"

@@ -12,7 +12,7 @@
 #include "app/initial_params.h"
 #include "app/process_state.h"
 #include "platform/scripted/inference.h"
-#include "platform/scripted/networks.h"
+#include "platform/scripted/stage/networks.h"
 #include "platform/scripted/system_log.h"
 #include "pose/BodypixPoseEstimator.h"
 

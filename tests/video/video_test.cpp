@@ -6,7 +6,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "platform/scripted/pictures.h"
+#include "platform/scripted/stage/pictures.h"
 #include "platform/scripted/system_log.h"
 #include "platform/scripted/video.h"
 #include "video/VideoStreamSource.h"

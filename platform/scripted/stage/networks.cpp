@@ -1,4 +1,4 @@
-#include "platform/scripted/networks.h"
+#include "platform/scripted/stage/networks.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/scripted/pictures.h"
+#include "platform/scripted/stage/pictures.h"
 
 #include <array>
 #include <cmath>

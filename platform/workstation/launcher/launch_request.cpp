@@ -60,8 +60,10 @@ gboolean takeValue(const gchar* option, const gchar* value, gpointer data, GErro
 /// The options of a live run or of a replay.
 std::vector<GOptionEntry> entriesFor(LaunchRequest& request, gboolean& help, gboolean& json, gboolean& loop) {
   std::vector<GOptionEntry> entries;
+  // Names of files are bytes, whatever the terminal's language.
   const auto add = [&entries](const char* name, GOptionArg kind, gpointer target) {
-    entries.push_back({name, 0, 0, kind, target, nullptr, nullptr});
+    const gint flags = kind == G_OPTION_ARG_CALLBACK ? G_OPTION_FLAG_FILENAME : 0;
+    entries.push_back({name, 0, flags, kind, target, nullptr, nullptr});
   };
   for (const Target& target : kTargets) {
     if (request.replay && !target.is_for_replays) continue;

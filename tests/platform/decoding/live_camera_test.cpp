@@ -12,7 +12,7 @@
 #include <iostream>
 #include <optional>
 
-#include "platform/scripted/rtsp_camera.h"
+#include "platform/scripted/stage/rtsp_camera.h"
 #include "platform/workstation/launcher/launch_media.h"
 #include "platform/workstation/web/view_streams.h"
 #include "tests/platform/camera_stream.h"

@@ -35,6 +35,13 @@ TEST(CommandLine, NamesSourceAndMode) {
   EXPECT_EQ(*replay.source + *replay.truth, "a.mp4t.jsonl");
   EXPECT_EQ(parseCommandLine(words("--source a --reset floor --settings s")).reset, "floor");
   EXPECT_FALSE(parseCommandLine(words("replay demo")).source) << "none is the demo";
+  EXPECT_EQ(parseCommandLine({"--state",
+                              "b\xC3\xA4"
+                              "d/\xFF"})
+                .state,
+            "b\xC3\xA4"
+            "d/\xFF")
+      << "bytes, whatever the language";
 }
 
 TEST(CommandLine, RefusesWhatItCannotObey) {
