@@ -121,19 +121,19 @@ TEST_F(AnonymisedViewTest, ShowsACardUnlessTheLastCycleGaveAPicture) {
 
 TEST_F(AnonymisedViewTest, ShowsACardForASizeWhoseMasksAreMissing) {
   struct Case {
-    StreamSize anonymised;
-    std::uint32_t rotation;
     std::string begin;
+    std::uint32_t rotation;
+    StreamSize anonymised;
     std::optional<StreamSize> overlay{};
   };
-  const Case cases[] = {{{1280, 720}, 0, "Its size is that of the stream with findings", StreamSize{1280, 720}},
-                        {{1280, 720}, 90, "", StreamSize{1920, 1080}},
-                        {{800, 450}, 0, "Its size, 800x450, is that of the application's own stream"},
-                        {{854, 480}, 0, ""},
-                        {{640, 480}, 0, ""},
-                        {{640, 480}, 270, "People cannot be covered"},
-                        {{1280, 640}, 180, "People cannot be covered"},
-                        {{1280, 640}, 90, ""}};
+  const Case cases[] = {{"Its size is that of the stream with findings", 0, {1280, 720}, StreamSize{1280, 720}},
+                        {"", 90, {1280, 720}, StreamSize{1920, 1080}},
+                        {"Its size, 800x450, is that of the application's own stream", 0, {800, 450}},
+                        {"", 0, {854, 480}},
+                        {"", 0, {640, 480}},
+                        {"People cannot be covered", 270, {640, 480}},
+                        {"People cannot be covered", 180, {1280, 640}},
+                        {"", 90, {1280, 640}}};
   for (const Case& test : cases) {
     m_choice.anonymised = test.anonymised;
     m_choice.overlay = test.overlay;
