@@ -70,7 +70,7 @@ TEST_F(Events, TellsTheStateFirstAndThenEachChangeOnce) {
   HttpClient early = watch();
   const json state = next(early, "state");
   EXPECT_EQ(state["seq"], 7);
-  const json run = state["run"];
+  const json& run = state["run"];
   const json fall = {{"name", "Fall Detected"}, {"active", false}, {"since", state["events"][0]["since"]}, {"seq", 6}};
   const json unchanged = {{"name", "Bed"}, {"active", false}, {"since", nullptr}, {"seq", 7}};
   EXPECT_EQ(state["events"], json({fall, unchanged})) << "the run before left the fall active";
