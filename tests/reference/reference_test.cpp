@@ -31,7 +31,8 @@ class Reference : public testing::Test {
 std::string picture(const std::string& time, const std::string& x = "300.2", const std::string& visibility = "2") {
   std::string line = "{\"t\": " + time + R"(, "people": [{"id": 0, "keypoints": [)";
   for (int point = 0; point < 17; ++point) {
-    line += (point == 0 ? "[" : ", [") + x + ", " + std::to_string(100 + 30 * point) + ", " + visibility + "]";
+    line.append(point == 0 ? "[" : ", [").append(x).append(", ").append(std::to_string(100 + 30 * point));
+    line.append(", ").append(visibility).append("]");
   }
   return line + "]}]}\n";
 }

@@ -128,7 +128,8 @@ TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
     float count = 0;
     for (std::size_t i = 0; i < picture.rgb.size(); i += 3) {
       if (picture.rgb[i] < 200 || picture.rgb[i + 1] > 60 || picture.rgb[i + 2] < 200) continue;
-      sum += glm::vec2(static_cast<float>(i / 3 % 640) + 0.5F, static_cast<float>(i / 3 / 640) + 0.5F);
+      const std::size_t row = i / 3 / 640;
+      sum += glm::vec2(static_cast<float>(i / 3 - row * 640) + 0.5F, static_cast<float>(row) + 0.5F);
       ++count;
     }
     const float scale = 640 / window.width;
