@@ -1,0 +1,240 @@
+"""Makes the program's three networks of MoveNet multipose lightning, a graph in the format of TensorFlow.js.
+
+Each network is the convolutional part of the graph, from the packed picture to the four raw heads; the inference
+service's adapter makes the program's tensors of them, as the sidecar beside each network says. A network reads its
+picture as it lies in memory: packed RGB bytes (as floats, 0..255) in one wide channel of width x 3 columns. What
+OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants, no bias shared by two layers.
+"""
+import base64
+import json
+import math
+
+import numpy
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+GRAPH, WEIGHTS = "movenet-multipose.json", "movenet-multipose.bin"
+ROOT = "StatefulPartitionedCall/"
+HEADS = {"center": "center_0/conv2d_4/BiasAdd", "regression": "kpt_regress_0/conv2d_8/BiasAdd",
+         "heat": "kpt_heatmap_0/conv2d_7/BiasAdd", "offset": "kpt_offset_0/conv2d_9/BiasAdd"}
+CHANNELS = {"center": 1, "regression": 34, "heat": 17, "offset": 34}
+PICTURE = ROOT + "sub_1"  # the picture as (x - 127.5) / 127.5
+STEP = 32                 # sides of what the network sees are multiples of it
+HEAD_STRIDE = 4           # network pixels to a cell of the heads
+
+
+class Refused(Exception):
+    """One line for whoever started the conversion."""
+
+
+class Graph:
+    """The nodes of the graph by name, and their weights as numpy arrays."""
+
+    def __init__(self, text, weights):
+        try:
+            document = json.loads(text)
+            self.nodes = {node["name"]: node for node in document["modelTopology"]["node"]}
+            entries = [entry for group in document["weightsManifest"] for entry in group["weights"]]
+            self.weights = dict(self._read(entries, weights))
+        except (ValueError, KeyError, TypeError) as problem:
+            raise Refused(f"{GRAPH} is not a TensorFlow.js graph that fits {WEIGHTS}: {problem}") from problem
+
+    @staticmethod
+    def _read(entries, weights):
+        at = 0
+        for entry in entries:
+            stored = numpy.dtype(entry.get("quantization", entry)["dtype"])
+            count = math.prod(entry["shape"])
+            values = numpy.frombuffer(weights, stored, count, at).reshape(entry["shape"])
+            at += values.nbytes
+            yield entry["name"], values.astype(entry["dtype"])
+        if at != len(weights):
+            raise ValueError(f"{len(weights)} bytes of weights where {at} are wanted")
+
+    def node(self, name):
+        if name not in self.nodes:
+            raise Refused(f"{GRAPH} has no node {name}: it is another network")
+        return self.nodes[name]
+
+    def floats(self, name):
+        if name not in self.weights or not numpy.isfinite(self.weights[name]).all():
+            raise Refused(f"{WEIGHTS}: {name} is missing or not finite")
+        return self.weights[name]
+
+
+def texts(node, key):
+    return [base64.b64decode(text).decode() for text in node["attr"].get(key, {}).get("list", {}).get("s", [])]
+
+
+def side(size):
+    return math.ceil(size / STEP) * STEP
+
+
+class Network:
+    """An ONNX network that grows layer by layer; sizes are (channels, height, width)."""
+
+    def __init__(self, height, width):
+        self.layers, self.constants, self.sizes = [], [], {}
+        self.picture = helper.make_tensor_value_info("picture", TensorProto.FLOAT, [1, 1, height, width * 3])
+
+    def constant(self, name, values):
+        self.constants.append(numpy_helper.from_array(numpy.ascontiguousarray(values), name))
+        return name
+
+    def layer(self, kind, name, inputs, size, **attributes):
+        self.layers.append(helper.make_node(kind, inputs, [name], name, **attributes))
+        self.sizes[name] = size
+        return name
+
+    def convolution(self, name, source, weights, bias, stride, group=1, pads=(0, 0, 0, 0)):
+        """`weights` as [outputs, inputs of a group, height, width]; `pads` as top, left, bottom, right."""
+        _, height, width = self.sizes[source]
+        rows, columns = weights.shape[2:]
+        size = (weights.shape[0], (height + pads[0] + pads[2] - rows) // stride[0] + 1,
+                (width + pads[1] + pads[3] - columns) // stride[1] + 1)
+        inputs = [source, self.constant(name + ".weights", weights)]
+        if bias is not None:
+            inputs.append(self.constant(name + ".bias", bias))
+        return self.layer("Conv", name, inputs, size, kernel_shape=weights.shape[2:], strides=stride, group=group,
+                          pads=pads)
+
+    def pad(self, name, source, bottom, right):
+        """Zeros below and at the right."""
+        channels, height, width = self.sizes[source]
+        sizes = self.constant(name + ".sizes", numpy.array([0, 0, 0, 0, 0, 0, bottom, right], numpy.int64))
+        return self.layer("Pad", name, [source, sizes], (channels, height + bottom, width + right), mode="constant")
+
+    def save(self, outputs):
+        results = [helper.make_tensor_value_info(name, TensorProto.FLOAT, [1, *self.sizes[name]]) for name in outputs]
+        graph = helper.make_graph(self.layers, "pose", [self.picture], results, self.constants)
+        model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)], producer_name="velmor_care")
+        model.ir_version = 6
+        return model.SerializeToString()
+
+
+class Conversion:
+    """The graph's convolutional part for one size of picture."""
+
+    def __init__(self, graph, height, width, shrink):
+        self.graph, self.network = graph, Network(height, width)
+        self.made = {PICTURE: self._front(height, width, shrink)}
+
+    def _front(self, height, width, shrink):
+        """From the packed picture to three channels, shrunk by an exact mean, about -1 to 1; the border is mean grey."""
+        weights = numpy.zeros((3, 1, shrink, shrink * 3), numpy.float32)
+        for channel in range(3):
+            weights[channel, 0, :, channel::3] = 1 / (127.5 * shrink * shrink)
+        self.network.sizes["picture"] = (1, height, width * 3)
+        small = self.network.convolution("shrunk", "picture", weights, -numpy.ones(3, numpy.float32),
+                                         (shrink, shrink * 3))
+        _, rows, columns = self.network.sizes[small]
+        return self.network.pad("framed", small, side(rows) - rows, side(columns) - columns)
+
+    def make(self, name):
+        """The layer for a node of the graph, and before it whatever it needs."""
+        if name not in self.made:
+            node = self.graph.node(name)
+            makers = {"_FusedConv2D": self._convolution, "FusedDepthwiseConv2dNative": self._depthwise,
+                      "DepthwiseConv2dNative": self._depthwise, "AddV2": self._sum, "ResizeBilinear": self._doubled}
+            if node["op"] not in makers:
+                raise Refused(f"{GRAPH}: node {name} is of kind {node['op']}: it is another network")
+            self.made[name] = makers[node["op"]](name.removeprefix(ROOT), node)
+        return self.made[name]
+
+    def _convolution(self, name, node):
+        weights = self.graph.floats(node["input"][1]).transpose(3, 2, 0, 1)
+        return self._activated(name, node, weights, 1)
+
+    def _depthwise(self, name, node):
+        weights = self.graph.floats(node["input"][1])
+        if weights.shape[3] != 1:
+            raise Refused(f"{GRAPH}: {name} has a depth multiplier: it is another network")
+        return self._activated(name, node, weights.transpose(2, 3, 0, 1), weights.shape[2])
+
+    def _activated(self, name, node, weights, group):
+        """A convolution with TensorFlow's SAME padding, which puts an odd row or column at the end."""
+        source = self.make(node["input"][0])
+        steps = [int(step) for step in node["attr"]["strides"]["list"]["i"]][1:3]
+        channels, *sizes = self.network.sizes[source]
+        if channels != weights.shape[1] * group:
+            raise Refused(f"{WEIGHTS}: {name} wants {weights.shape[1] * group} channels and gets {channels}")
+        total = [max((math.ceil(size / step) - 1) * step + kernel - size, 0)
+                 for size, step, kernel in zip(sizes, steps, weights.shape[2:])]
+        if total[0] % 2 or total[1] % 2:  # OpenCV pads both ends alike
+            source = self.network.pad(name + ".framed", source, *(t % 2 for t in total))
+        pads = [t // 2 for t in total] * 2
+        operations = texts(node, "fused_ops")
+        bias = self.graph.floats(node["input"][2]) if "BiasAdd" in operations else None
+        result = self.network.convolution(name, source, weights, bias, steps, group, pads)
+        size = self.network.sizes[result]
+        if "Relu6" in operations:
+            return self.network.layer("Clip", name + ".relu6", [result], size, min=0.0, max=6.0)
+        if "Relu" in operations:
+            return self.network.layer("Relu", name + ".relu", [result], size)
+        return result
+
+    def _sum(self, name, node):
+        terms = [self.make(term) for term in node["input"]]
+        if self.network.sizes[terms[0]] != self.network.sizes[terms[1]]:
+            raise Refused(f"{GRAPH}: {name} adds two sizes: it is another network")
+        return self.network.layer("Add", name, terms, self.network.sizes[terms[0]])
+
+    def _doubled(self, name, node):
+        source = self.make(node["input"][0])
+        channels, height, width = self.network.sizes[source]
+        scales = self.network.constant(name + ".scales", numpy.array([1, 1, 2, 2], numpy.float32))
+        return self.network.layer("Resize", name, [source, "", scales], (channels, height * 2, width * 2),
+                                  mode="linear", coordinate_transformation_mode="half_pixel")
+
+    def finish(self):
+        """The network's bytes. Its outputs are the heads by their names."""
+        for head, node in HEADS.items():
+            last = self.make(ROOT + node)
+            if self.network.sizes[last][0] != CHANNELS[head]:
+                raise Refused(f"{GRAPH}: {node} has {self.network.sizes[last][0]} channels: it is another network")
+            self.network.layers[-1].output[0] = head
+            self.network.layers[-1].name = head
+            self.network.sizes[head] = self.network.sizes[last]
+            self.made[ROOT + node] = head
+        return self.network.save(HEADS)
+
+
+# name, channels, scale and zero point of the pose model's tensors, in their order. Nobody reads the last three, so they
+# are constant.
+POSE_TENSORS = [("heatmaps", 17, 0.08174263, 210), ("short_offsets", 34, 0.7368203, 142),
+                ("mid_offsets", 64, 1.4407082, 123), ("segments", 1, 1.0, 128), ("part_heatmaps", 24, 1.0, 128),
+                ("long_offsets", 34, 1.0, 128)]
+ADAPTED = 3
+CELL = 16  # picture pixels to a cell of the pose tensors
+CANDIDATES = 20
+
+
+def pose_tensors(height, width):
+    rows, columns = height // CELL + 1, width // CELL + 1
+    return [{"name": name, "layer": "adapter" if at < ADAPTED else "constant", "shape": [1, rows, columns, channels],
+             "type": "uint8", "scale": scale, "zero_point": zero}
+            for at, (name, channels, scale, zero) in enumerate(POSE_TENSORS)]
+
+
+def detector_tensors(_height, _width):
+    shapes = {"scores": [1, CANDIDATES], "locations": [1, CANDIDATES, 4], "count": [1], "classes": [1, CANDIDATES]}
+    return [{"name": name, "layer": "adapter", "shape": shape, "type": "float32"} for name, shape in shapes.items()]
+
+
+# file, height, width, pixels to one that the network sees, tensors
+NETWORKS = [("pose_landscape.onnx", 720, 1280, 4, pose_tensors), ("pose_portrait.onnx", 1280, 720, 4, pose_tensors),
+            ("person_detector.onnx", 300, 300, 2, detector_tensors)]
+
+
+def convert(text, weights):
+    """The networks as {file: (ONNX bytes, sidecar without hashes)}, of the contents of GRAPH and WEIGHTS. Raises Refused."""
+    graph = Graph(text, weights)
+    made = {}
+    for file, height, width, shrink, tensors in NETWORKS:
+        conversion = Conversion(graph, height, width, shrink)
+        network = conversion.finish()
+        made[file] = network, {"input": {"name": "picture", "shape": [1, height, width, 3], "type": "uint8"},
+                               "adapter": {"name": "movenet_multipose", "cell": shrink * HEAD_STRIDE,
+                                           "heads": list(HEADS)},
+                               "outputs": tensors(height, width)}
+    return made
