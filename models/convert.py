@@ -8,9 +8,9 @@ OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as
 import base64
 import json
 import math
+import typing
 
 import numpy
-import onnx
 from onnx import TensorProto, helper, numpy_helper
 
 GRAPH, WEIGHTS = "movenet-multipose.json", "movenet-multipose.bin"
@@ -74,7 +74,7 @@ class Network:
     """An ONNX network that grows layer by layer; sizes are (channels, height, width)."""
 
     def __init__(self, height, width):
-        self.layers, self.constants, self.sizes = [], [], {}
+        self.layers, self.constants, self.sizes = [], [], {"picture": (1, height, width * 3)}
         self.picture = helper.make_tensor_value_info("picture", TensorProto.FLOAT, [1, 1, height, width * 3])
 
     def constant(self, name, values):
@@ -112,23 +112,22 @@ class Network:
         return model.SerializeToString()
 
 
-class Conversion:
-    """The graph's convolutional part for one size of picture."""
+class Scale:
+    """The graph's convolutional part on the picture shrunk so many times; its layers' names begin with `prefix`."""
 
-    def __init__(self, graph, height, width, shrink):
-        self.graph, self.network = graph, Network(height, width)
-        self.made = {PICTURE: self._front(height, width, shrink)}
+    def __init__(self, graph, network, shrink, channels, prefix):
+        self.graph, self.network, self.prefix = graph, network, prefix
+        self.made = {PICTURE: self._front(shrink, channels)}
 
-    def _front(self, height, width, shrink):
+    def _front(self, shrink, channels):
         """From the packed picture to three channels, shrunk by an exact mean, about -1 to 1; the border is mean grey."""
         weights = numpy.zeros((3, 1, shrink, shrink * 3), numpy.float32)
-        for channel in range(3):
-            weights[channel, 0, :, channel::3] = 1 / (127.5 * shrink * shrink)
-        self.network.sizes["picture"] = (1, height, width * 3)
-        small = self.network.convolution("shrunk", "picture", weights, -numpy.ones(3, numpy.float32),
+        for channel, packed in enumerate(channels):
+            weights[channel, 0, :, packed::3] = 1 / (127.5 * shrink * shrink)
+        small = self.network.convolution(self.prefix + "shrunk", "picture", weights, -numpy.ones(3, numpy.float32),
                                          (shrink, shrink * 3))
         _, rows, columns = self.network.sizes[small]
-        return self.network.pad("framed", small, side(rows) - rows, side(columns) - columns)
+        return self.network.pad(self.prefix + "framed", small, side(rows) - rows, side(columns) - columns)
 
     def make(self, name):
         """The layer for a node of the graph, and before it whatever it needs."""
@@ -138,7 +137,7 @@ class Conversion:
                       "DepthwiseConv2dNative": self._depthwise, "AddV2": self._sum, "ResizeBilinear": self._doubled}
             if node["op"] not in makers:
                 raise Refused(f"{GRAPH}: node {name} is of kind {node['op']}: it is another network")
-            self.made[name] = makers[node["op"]](name.removeprefix(ROOT), node)
+            self.made[name] = makers[node["op"]](self.prefix + name.removeprefix(ROOT), node)
         return self.made[name]
 
     def _convolution(self, name, node):
@@ -186,17 +185,15 @@ class Conversion:
         return self.network.layer("Resize", name, [source, "", scales], (channels, height * 2, width * 2),
                                   mode="linear", coordinate_transformation_mode="half_pixel")
 
-    def finish(self):
-        """The network's bytes. Its outputs are the heads by their names."""
+    def heads(self):
+        """The names of the heads' layers, in the adapter's order."""
+        names = []
         for head, node in HEADS.items():
-            last = self.make(ROOT + node)
-            if self.network.sizes[last][0] != CHANNELS[head]:
-                raise Refused(f"{GRAPH}: {node} has {self.network.sizes[last][0]} channels: it is another network")
-            self.network.layers[-1].output[0] = head
-            self.network.layers[-1].name = head
-            self.network.sizes[head] = self.network.sizes[last]
-            self.made[ROOT + node] = head
-        return self.network.save(HEADS)
+            name = self.make(ROOT + node)
+            if self.network.sizes[name][0] != CHANNELS[head]:
+                raise Refused(f"{GRAPH}: {node} has {self.network.sizes[name][0]} channels: it is another network")
+            names.append(name)
+        return names
 
 
 # name, channels, scale and zero point of the pose model's tensors, in their order. Nobody reads the last three, so they
@@ -221,20 +218,43 @@ def detector_tensors(_height, _width):
     return [{"name": name, "layer": "adapter", "shape": shape, "type": "float32"} for name, shape in shapes.items()]
 
 
-# file, height, width, pixels to one that the network sees, tensors
-NETWORKS = [("pose_landscape.onnx", 720, 1280, 4, pose_tensors), ("pose_portrait.onnx", 1280, 720, 4, pose_tensors),
-            ("person_detector.onnx", 300, 300, 2, detector_tensors)]
+# A person counts where the probability of a centre is above the threshold; `reach` is how far from its regressed place a
+# joint is looked for; `twin_distance` makes one of two people found at one scale, `same_distance` at two (docs/accuracy.md).
+RULES = {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10}
+# The logit of a joint's score becomes gain * logit + bias: the default Sensitivity is then the right bar.
+POSE_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
+DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
+RGB, BGR = (0, 1, 2), (2, 1, 0)
+
+
+class Recipe(typing.NamedTuple):
+    """One of the program's networks."""
+    file: str
+    height: int
+    width: int
+    shrinks: tuple      # pixels to one that the network sees, for each scale that looks at the picture
+    channels: tuple     # the packed picture's; the detector's square comes turned, which exchanges red and blue
+    tensors: typing.Callable
+    confidence: dict
+
+
+RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, (3, 6), RGB, pose_tensors, POSE_CONFIDENCE),
+           Recipe("pose_portrait.onnx", 1280, 720, (3, 6), RGB, pose_tensors, POSE_CONFIDENCE),
+           Recipe("person_detector.onnx", 300, 300, (2,), BGR, detector_tensors, DETECTOR_CONFIDENCE)]
 
 
 def convert(text, weights):
     """The networks as {file: (ONNX bytes, sidecar without hashes)}, of the contents of GRAPH and WEIGHTS. Raises Refused."""
     graph = Graph(text, weights)
     made = {}
-    for file, height, width, shrink, tensors in NETWORKS:
-        conversion = Conversion(graph, height, width, shrink)
-        network = conversion.finish()
-        made[file] = network, {"input": {"name": "picture", "shape": [1, height, width, 3], "type": "uint8"},
-                               "adapter": {"name": "movenet_multipose", "cell": shrink * HEAD_STRIDE,
-                                           "heads": list(HEADS)},
-                               "outputs": tensors(height, width)}
+    for recipe in RECIPES:
+        network = Network(recipe.height, recipe.width)
+        scales = [{"cell": shrink * HEAD_STRIDE,
+                   "heads": Scale(graph, network, shrink, recipe.channels, f"by{shrink}/").heads()}
+                  for shrink in recipe.shrinks]
+        sidecar = {"input": {"name": "picture", "shape": [1, recipe.height, recipe.width, 3], "type": "uint8"},
+                   "adapter": {"name": "movenet_multipose", "scales": scales, "rules": RULES,
+                               "confidence": recipe.confidence},
+                   "outputs": recipe.tensors(recipe.height, recipe.width)}
+        made[recipe.file] = network.save([head for scale in scales for head in scale["heads"]]), sidecar
     return made

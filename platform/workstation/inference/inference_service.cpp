@@ -1,23 +1,14 @@
 // The camera's inference service on a workstation: networks in ONNX run by OpenCV, tensors on file descriptors.
-//
-// A network takes the packed RGB picture as one wide channel of floats 0 to 255, [1, 1, height, width * 3], so that the
-// picture needs no transposition on its way in, and gives its maps channel first.
 #include <fcntl.h>
 #include <larod.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
-#include <opencv2/core.hpp>
-#include <opencv2/core/utils/logger.hpp>
-#include <opencv2/dnn.hpp>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -25,193 +16,18 @@
 #include <vector>
 
 #include "platform/workstation/inference/model_sidecar.h"
-#include "platform/workstation/inference/tensor_quantizer.h"
+#include "platform/workstation/inference/network.h"
 #include "platform/workstation/system/durable_file.h"
-#include "platform/workstation/system/signal_mask.h"
 
 namespace {
 
 using workstation::ModelSidecar;
+using workstation::Network;
+using workstation::ServiceError;
 using workstation::TensorLayout;
 
 /// Descriptors that a tensor's file may be used with: read, written and mapped.
 constexpr uint32_t kFdProperties = 0x7;
-
-struct ServiceError : std::runtime_error {
-  ServiceError(larodErrorCode error_code, const std::string& message) : std::runtime_error(message), code(error_code) {}
-  larodErrorCode code;
-};
-
-/// While it lives, OpenCV tells its errors by exceptions only: its own lines on standard error say less than ours.
-class QuietOpenCv {
- public:
-  QuietOpenCv() : m_level(cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT)) {
-    m_handler = cv::redirectError([](int, const char*, const char*, const char*, int, void*) { return 0; }, nullptr,
-                                  &m_handler_data);
-  }
-  ~QuietOpenCv() {
-    cv::redirectError(m_handler, m_handler_data);
-    cv::utils::logging::setLogLevel(m_level);
-  }
-  QuietOpenCv(const QuietOpenCv&) = delete;
-  QuietOpenCv& operator=(const QuietOpenCv&) = delete;
-
- private:
-  cv::utils::logging::LogLevel m_level;
-  cv::ErrorCallback m_handler = nullptr;
-  void* m_handler_data = nullptr;
-};
-
-/// The first `size` bytes of a file, mapped to be read.
-class MappedInput {
- public:
-  MappedInput(int fd, size_t size) : m_size(size) {
-    struct stat status {};
-    if (::fstat(fd, &status) != 0 || static_cast<size_t>(status.st_size) < size) {
-      throw ServiceError(LAROD_ERROR_FD, "the input tensor's file holds less than " + std::to_string(size) + " bytes");
-    }
-    m_bytes = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
-    if (m_bytes == MAP_FAILED) {
-      throw ServiceError(LAROD_ERROR_FD,
-                         std::string("the input tensor's file cannot be mapped: ") + std::strerror(errno));
-    }
-  }
-  ~MappedInput() { ::munmap(m_bytes, m_size); }
-  MappedInput(const MappedInput&) = delete;
-  MappedInput& operator=(const MappedInput&) = delete;
-  void* bytes() const { return m_bytes; }
-
- private:
-  void* m_bytes;
-  size_t m_size;
-};
-
-/// A network that has run once, so that its shapes are known to be those of its sidecar.
-class Network {
- public:
-  /// Throws ServiceError with one line.
-  Network(const std::string& file, const std::vector<uchar>& onnx, ModelSidecar sidecar);
-
-  const ModelSidecar& sidecar() const { return m_sidecar; }
-  bool isDeleted() const { return m_deleted; }
-  void markDeleted() { m_deleted = true; }
-
-  /// Runs on the picture in the input's file and writes every output at its descriptor's position. Throws ServiceError.
-  void run(int input_fd, std::span<const int> output_fds);
-
- private:
-  void forward(void* picture);
-  void check(const std::string& file, size_t output) const;
-  std::span<const std::uint8_t> encode(size_t output);
-  const float* mapsOf(size_t output) const { return m_results[m_result_of[output]].ptr<float>(); }
-
-  cv::dnn::Net m_net;
-  ModelSidecar m_sidecar;
-  std::vector<std::string> m_layers;               ///< that are asked for: one for each tensor that is not constant
-  std::vector<size_t> m_result_of;                 ///< output -> its place in m_layers and m_results
-  std::vector<cv::Mat> m_results;                  ///< of the last run, views into the network
-  std::vector<std::vector<std::uint8_t>> m_bytes;  ///< output -> its tensor's bytes; constant ones are filled once
-  bool m_deleted = false;
-};
-
-Network::Network(const std::string& file, const std::vector<uchar>& onnx, ModelSidecar sidecar)
-    : m_sidecar(std::move(sidecar)) {
-  const QuietOpenCv quiet;
-  try {
-    m_net = cv::dnn::readNetFromONNX(onnx);
-  } catch (const std::exception&) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is not an ONNX network that OpenCV can read");
-  }
-  for (const TensorLayout& output : m_sidecar.outputs) {
-    m_result_of.push_back(m_layers.size());
-    m_bytes.emplace_back(output.type == LAROD_TENSOR_DATA_TYPE_UINT8 ? output.bytes() : 0, output.zero_point);
-    if (!output.layer.empty()) {
-      m_layers.push_back(output.layer);
-    }
-  }
-  const auto missing = std::find_if(m_layers.begin(), m_layers.end(),
-                                    [this](const std::string& layer) { return m_net.getLayerId(layer) < 0; });
-  if (missing != m_layers.end()) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": has no output \"" + *missing + "\", which its sidecar names");
-  }
-  std::vector<std::uint8_t> black(m_sidecar.input.bytes());
-  try {
-    forward(black.data());
-  } catch (const std::exception&) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": does not run on a picture of its sidecar's input shape");
-  }
-  for (size_t output = 0; output < m_sidecar.outputs.size(); ++output) {
-    check(file, output);
-  }
-}
-
-void Network::check(const std::string& file, size_t output) const {
-  const TensorLayout& layout = m_sidecar.outputs[output];
-  if (layout.layer.empty()) {
-    return;
-  }
-  const cv::Mat& result = m_results[m_result_of[output]];
-  bool matches = result.type() == CV_32F && result.isContinuous() && result.total() == layout.elements();
-  if (matches && layout.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
-    const auto size = [&result](int axis) { return static_cast<size_t>(result.size[axis]); };
-    matches =
-        result.dims == 4 && size(1) == layout.shape[3] && size(2) == layout.shape[1] && size(3) == layout.shape[2];
-  }
-  if (!matches) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL,
-                       file + ": output \"" + layout.layer + "\" has not the shape that its sidecar gives");
-  }
-  const float* values = mapsOf(output);
-  if (!std::all_of(values, values + layout.elements(), [](float value) { return std::isfinite(value); })) {
-    throw ServiceError(LAROD_ERROR_LOAD_MODEL,
-                       file + ": output \"" + layout.layer + "\" is not finite on a black picture");
-  }
-}
-
-void Network::forward(void* picture) {
-  // OpenCV starts its pool's threads in the first parallel loop.
-  const workstation::ScopedSigtermBlock no_sigterm_for_pool_threads;
-  const auto& shape = m_sidecar.input.shape;
-  const std::array<int, 4> blob{1, 1, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3])};
-  // Bytes: the network's input layer makes floats of them, the only conversion there is.
-  m_net.setInput(cv::Mat(blob.size(), blob.data(), CV_8U, picture));
-  m_results.clear();
-  if (!m_layers.empty()) {
-    m_net.forward(m_results, m_layers);
-  }
-}
-
-std::span<const std::uint8_t> Network::encode(size_t output) {
-  const TensorLayout& layout = m_sidecar.outputs[output];
-  if (layout.type == LAROD_TENSOR_DATA_TYPE_FLOAT32) {
-    return {reinterpret_cast<const std::uint8_t*>(mapsOf(output)), layout.bytes()};
-  }
-  if (!layout.layer.empty()) {
-    workstation::quantizeChannelsLast({mapsOf(output), layout.elements()}, layout.shape[3],
-                                      {layout.scale, layout.zero_point}, m_bytes[output]);
-  }
-  return m_bytes[output];
-}
-
-void Network::run(int input_fd, std::span<const int> output_fds) {
-  if (m_deleted) {
-    throw ServiceError(LAROD_ERROR_MODEL_NOT_FOUND, "the model was deleted");
-  }
-  const MappedInput picture(input_fd, m_sidecar.input.bytes());
-  try {
-    const QuietOpenCv quiet;
-    forward(picture.bytes());
-  } catch (const cv::Exception& exception) {
-    throw ServiceError(LAROD_ERROR_JOB, "the network failed: " + exception.err);
-  }
-  for (size_t output = 0; output < output_fds.size(); ++output) {
-    const auto bytes = encode(output);
-    if (!workstation::writeAll(output_fds[output], bytes.data(), bytes.size())) {
-      throw ServiceError(LAROD_ERROR_FD, "the file of tensor \"" + m_sidecar.outputs[output].name +
-                                             "\" cannot be written: " + std::strerror(errno));
-    }
-  }
-}
 
 std::string fileOf(int fd) {
   std::array<char, 4096> path{};

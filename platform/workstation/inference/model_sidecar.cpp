@@ -2,12 +2,13 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <numeric>
-#include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "platform/support/owners.h"
@@ -18,8 +19,10 @@ namespace {
 
 using nlohmann::json;
 
+constexpr const char* kAdapterName = "movenet_multipose";
 constexpr size_t kMaxTensorElements = size_t{1} << 26;
 constexpr size_t kMaxOutputs = 16;
+constexpr size_t kMaxScales = 4;
 constexpr size_t kMaxSidecarBytes = size_t{1} << 20;
 
 /// One tensor's entry; every mistake names the file and the key.
@@ -44,7 +47,8 @@ class TensorReader {
     TensorLayout layout = readCommon();
     const std::string layer = text("layer");
     const bool constant = layer == "constant";
-    layout.layer = constant ? "" : layer;
+    layout.adapted = layer == "adapter";
+    layout.layer = constant || layout.adapted ? "" : layer;
     if (layout.type == LAROD_TENSOR_DATA_TYPE_UINT8) {
       readQuantization(layout);
       if (!constant && (layout.shape.size() != 4 || layout.shape[0] != 1)) {
@@ -110,6 +114,62 @@ class TensorReader {
   std::string m_where;
 };
 
+/// The entry "adapter"; every mistake names the file and the key.
+class AdapterReader {
+ public:
+  AdapterReader(const json& entry, std::string where) : m_entry(entry), m_where(std::move(where)) {}
+
+  AdapterSettings read() const {
+    if (!m_entry.is_object() || m_entry.value("name", json()) != kAdapterName) {
+      throw std::runtime_error(m_where + ": must be an object whose \"name\" is \"" + kAdapterName +
+                               "\", the only adapter there is");
+    }
+    AdapterSettings settings;
+    const json scales = m_entry.value("scales", json());
+    if (!scales.is_array() || scales.empty() || scales.size() > kMaxScales) {
+      throw std::runtime_error(m_where + ".scales: must be a list of 1 to " + std::to_string(kMaxScales) + " scales");
+    }
+    for (const json& scale : scales) {
+      settings.scales.push_back({readHeads(scale), number(scale, "cell", 1, 256)});
+    }
+    const json rules = m_entry.value("rules", json());
+    settings.rules = {.center_threshold = number(rules, "center_threshold", 0.01F, 1),
+                      .reach = number(rules, "reach", 0.01F, 10),
+                      .twin_distance = number(rules, "twin_distance", 0, 1),
+                      .most_people = static_cast<size_t>(number(rules, "most_people", 1, 20))};
+    settings.same_distance = number(rules, "same_distance", 0, 1);
+    const json confidence = m_entry.value("confidence", json());
+    settings.confidence_gain = number(confidence, "gain", 0.01F, 100);
+    settings.confidence_bias = number(confidence, "bias", -100, 100);
+    return settings;
+  }
+
+ private:
+  std::vector<std::string> readHeads(const json& scale) const {
+    const json heads = scale.is_object() ? scale.value("heads", json()) : json();
+    const auto isName = [](const json& head) {
+      return head.is_string() && !head.get_ref<const std::string&>().empty();
+    };
+    if (!heads.is_array() || heads.size() != kPoseHeads || !std::all_of(heads.begin(), heads.end(), isName)) {
+      throw std::runtime_error(m_where + ".scales: \"heads\" must name four outputs of the network");
+    }
+    return heads.get<std::vector<std::string>>();
+  }
+
+  float number(const json& object, const char* key, float least, float most) const {
+    const json value = object.is_object() ? object.value(key, json()) : json();
+    if (!value.is_number() || !(value >= least && value <= most)) {
+      std::ostringstream range;
+      range << least << " to " << most;
+      throw std::runtime_error(m_where + ": \"" + key + "\" must be a number from " + range.str());
+    }
+    return value;
+  }
+
+  const json& m_entry;
+  std::string m_where;
+};
+
 /// The network must be the one that its sidecar describes.
 void checkIdentity(const json& sidecar, const std::string& model, std::string_view network) {
   const json wanted = sidecar.value("sha256", json());
@@ -121,6 +181,38 @@ void checkIdentity(const json& sidecar, const std::string& model, std::string_vi
   if (wanted.get_ref<const std::string&>() != found.get()) {
     throw std::runtime_error(model + ": is damaged, or another network than its sidecar (sha256) describes; put the " +
                              "right file back");
+  }
+}
+
+/// Pose tensors come first and together, a detector's are all of its outputs.
+bool isAdaptable(const ModelSidecar& sidecar) {
+  const auto& outputs = sidecar.outputs;
+  const auto isPose = [&](size_t at, size_t channels) {
+    const TensorLayout& layout = outputs[at];
+    return layout.adapted && layout.type == LAROD_TENSOR_DATA_TYPE_UINT8 && layout.shape[3] == channels &&
+           layout.shape[1] == outputs[0].shape[1] && layout.shape[2] == outputs[0].shape[2];
+  };
+  const auto isFloat = [](const TensorLayout& layout) {
+    return layout.adapted && layout.type == LAROD_TENSOR_DATA_TYPE_FLOAT32;
+  };
+  const auto adapted = std::count_if(outputs.begin(), outputs.end(), [](const auto& o) { return o.adapted; });
+  if (adapted == kPoseTensors) {
+    return isPose(0, kPoseTensorChannels[0]) && isPose(1, kPoseTensorChannels[1]) && isPose(2, kPoseTensorChannels[2]);
+  }
+  return adapted == kCandidateTensors && outputs.size() == kCandidateTensors &&
+         std::all_of(outputs.begin(), outputs.end(), isFloat) && outputs[1].elements() == 4 * outputs[0].elements() &&
+         outputs[3].elements() == outputs[0].elements();
+}
+
+void readAdapter(const json& document, const std::string& file, ModelSidecar& sidecar) {
+  const auto isAdapted = [](const TensorLayout& output) { return output.adapted; };
+  const bool adapted = std::any_of(sidecar.outputs.begin(), sidecar.outputs.end(), isAdapted);
+  if (!adapted && !document.contains("adapter")) return;
+  sidecar.adapter = AdapterReader(document.value("adapter", json()), file + ": adapter").read();
+  if (!isAdaptable(sidecar)) {
+    throw std::runtime_error(file +
+                             ": outputs: an adapter fills three byte tensors of 17, 34 and 64 channels and one grid, " +
+                             "or four float tensors of one number of candidates");
   }
 }
 
@@ -155,6 +247,7 @@ ModelSidecar readModelSidecar(const std::string& model, std::string_view network
     const std::string where = file + ": outputs[" + std::to_string(sidecar.outputs.size()) + "]";
     sidecar.outputs.push_back(TensorReader(entry, where).readOutput());
   }
+  readAdapter(document, file, sidecar);
   return sidecar;
 }
 

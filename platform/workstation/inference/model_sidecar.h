@@ -6,7 +6,8 @@
 //               "scale": 0.08174263, "zero_point": 210}, ...]}
 //
 // Outputs stand in the tensors' order. "layer" is the network output that fills the tensor; "constant" is a byte tensor
-// that always holds its zero point. A byte q stands for (q - zero_point) * scale; float tensors have neither.
+// that always holds its zero point; "adapter" is filled by the adapter that the sidecar then names (pose_adapter.h). A
+// byte q stands for (q - zero_point) * scale; float tensors have neither.
 #pragma once
 
 #include <larod.h>
@@ -17,11 +18,14 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/workstation/inference/pose_adapter.h"
+
 namespace workstation {
 
 struct TensorLayout {
   std::string name;
-  std::string layer;          ///< empty for a constant tensor and for the input
+  std::string layer;          ///< empty for the input and where no output of the network fills the tensor
+  bool adapted = false;       ///< the adapter fills it
   std::vector<size_t> shape;  ///< batch first; a picture or a grid is batch, height, width, channels
   larodTensorDataType type = LAROD_TENSOR_DATA_TYPE_INVALID;
   float scale = 1.0F;
@@ -34,6 +38,7 @@ struct TensorLayout {
 struct ModelSidecar {
   TensorLayout input;
   std::vector<TensorLayout> outputs;
+  AdapterSettings adapter;
 };
 
 inline constexpr size_t kMaxModelBytes = size_t{64} << 20;

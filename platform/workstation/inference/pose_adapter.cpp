@@ -1,0 +1,197 @@
+#include "platform/workstation/inference/pose_adapter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <utility>
+
+namespace workstation {
+namespace {
+
+constexpr float kPlateau = 1.5F;    // cells around a point that hold its full score: sampling between cells reads it
+constexpr float kHeatReach = 3.0F;  // cells around a point that are warm at all
+constexpr float kFallOff = 4.0F;    // logits lost for each cell beyond the plateau
+constexpr float kReach = 8.0F;      // cells around a point that lead to it
+constexpr float kLeastScore = 1.0e-6F;
+
+/// Parent and child, in the mid offsets' order.
+constexpr std::array<std::pair<size_t, size_t>, 16> kTree = {{{0, 1},
+                                                              {1, 3},
+                                                              {0, 2},
+                                                              {2, 4},
+                                                              {0, 5},
+                                                              {5, 7},
+                                                              {7, 9},
+                                                              {5, 11},
+                                                              {11, 13},
+                                                              {13, 15},
+                                                              {0, 6},
+                                                              {6, 8},
+                                                              {8, 10},
+                                                              {6, 12},
+                                                              {12, 14},
+                                                              {14, 16}}};
+constexpr size_t kEdges = kTree.size();
+constexpr size_t kShortChannels = 2 * kPersonPoints;
+constexpr size_t kMidChannels = 4 * kEdges;
+
+float logit(float score) {
+  const float bounded = std::clamp(score, kLeastScore, 1.0F - kLeastScore);
+  return std::log(bounded / (1.0F - bounded));
+}
+
+float sigmoid(float value) { return 1.0F / (1.0F + std::exp(-value)); }
+
+void toPixels(DecodedPerson& person, float cell) {
+  for (PersonPoint& point : person.points) {
+    point.y *= cell;
+    point.x *= cell;
+  }
+}
+
+/// Which of the people this is, as seen at another scale; their number when it is none of those not taken yet.
+size_t findSame(const DecodedPerson& person, std::span<const DecodedPerson> people, const std::vector<bool>& taken,
+                float share) {
+  size_t index = 0;
+  while (index < people.size() && (taken[index] || !areTwins(people[index], person, share))) ++index;
+  return index;
+}
+
+void takeSurerPoints(DecodedPerson& person, const DecodedPerson& other) {
+  person.score = std::max(person.score, other.score);
+  for (size_t point = 0; point < kPersonPoints; ++point) {
+    if (other.points[point].score > person.points[point].score) person.points[point] = other.points[point];
+  }
+}
+
+std::uint8_t encode(float value, Quantization code) {
+  const float byte = std::round(value / code.scale + static_cast<float>(code.zero_point));
+  return static_cast<std::uint8_t>(std::clamp(byte, 0.0F, 255.0F));
+}
+
+/// One cell, and its corner in the picture.
+struct Cell {
+  size_t index;
+  float y;
+  float x;
+};
+
+/// Whom a cell belongs to as far as one kind of joint is concerned.
+struct Owner {
+  const DecodedPerson* person = nullptr;
+  float distance = 0;  ///< cells
+};
+
+Owner ownerOf(const Cell& cell, size_t point, std::span<const DecodedPerson> people, float side) {
+  Owner owner;
+  for (const DecodedPerson& person : people) {
+    const float distance = std::hypot(person.points[point].y - cell.y, person.points[point].x - cell.x) / side;
+    if (distance <= kReach && (owner.person == nullptr || distance < owner.distance)) owner = {&person, distance};
+  }
+  return owner;
+}
+
+void writeDisplacements(const Cell& cell, size_t point, const DecodedPerson& person, const PoseTensors& tensors) {
+  const auto [bytes, code] = tensors.mid_offsets;
+  const auto write = [&](size_t channel, size_t target) {
+    std::uint8_t* place = &bytes[cell.index * kMidChannels + channel];
+    place[0] = encode(person.points[target].y - cell.y, code);
+    place[kEdges] = encode(person.points[target].x - cell.x, code);
+  };
+  for (size_t edge = 0; edge < kEdges; ++edge) {
+    if (kTree[edge].first == point) write(edge, kTree[edge].second);
+    if (kTree[edge].second == point) write(2 * kEdges + edge, kTree[edge].first);
+  }
+}
+
+void writeCell(const Cell& cell, size_t point, const Owner& owner, const PoseTensors& tensors) {
+  const PersonPoint& joint = owner.person->points[point];
+  if (owner.distance <= kHeatReach) {
+    const float loss = kFallOff * std::max(0.0F, owner.distance - kPlateau);
+    tensors.heat.bytes[cell.index * kPersonPoints + point] = encode(logit(joint.score) - loss, tensors.heat.code);
+  }
+  std::uint8_t* place = &tensors.short_offsets.bytes[cell.index * kShortChannels + point];
+  place[0] = encode(joint.y - cell.y, tensors.short_offsets.code);
+  place[kPersonPoints] = encode(joint.x - cell.x, tensors.short_offsets.code);
+  writeDisplacements(cell, point, *owner.person, tensors);
+}
+
+float meanScore(const DecodedPerson& person) {
+  const float sum = std::accumulate(person.points.begin(), person.points.end(), 0.0F,
+                                    [](float so_far, const PersonPoint& point) { return so_far + point.score; });
+  return sum / static_cast<float>(kPersonPoints);
+}
+
+/// Top, left, bottom, right.
+std::array<float, 4> boxAround(const DecodedPerson& person) {
+  std::array<float, 4> box = {person.points[0].y, person.points[0].x, person.points[0].y, person.points[0].x};
+  for (const PersonPoint& point : person.points) {
+    box = {std::min(box[0], point.y), std::min(box[1], point.x), std::max(box[2], point.y), std::max(box[3], point.x)};
+  }
+  return box;
+}
+
+}  // namespace
+
+std::vector<DecodedPerson> findPeople(std::span<const PoseHeads> heads, const AdapterSettings& settings) {
+  std::vector<DecodedPerson> people;
+  for (size_t scale = 0; scale < heads.size(); ++scale) {
+    const size_t seen_before = people.size();
+    std::vector<bool> taken(seen_before);
+    for (DecodedPerson& person : decodePeople(heads[scale], settings.rules)) {
+      toPixels(person, settings.scales[scale].cell);
+      const size_t same = findSame(person, {people.data(), seen_before}, taken, settings.same_distance);
+      if (same == seen_before) {
+        people.push_back(person);
+      } else {
+        taken[same] = true;
+        takeSurerPoints(people[same], person);
+      }
+    }
+  }
+  for (DecodedPerson& person : people) {
+    for (PersonPoint& point : person.points) {
+      point.score = sigmoid(settings.confidence_gain * logit(point.score) + settings.confidence_bias);
+    }
+  }
+  return people;
+}
+
+void writePose(std::span<const DecodedPerson> people, const PoseTensors& tensors) {
+  std::fill(tensors.heat.bytes.begin(), tensors.heat.bytes.end(), std::uint8_t{0});
+  for (const PoseTensor& offsets : {tensors.short_offsets, tensors.mid_offsets}) {
+    std::fill(offsets.bytes.begin(), offsets.bytes.end(), offsets.code.zero_point);
+  }
+  if (people.empty()) return;
+  for (int row = 0; row < tensors.rows; ++row) {
+    for (int column = 0; column < tensors.columns; ++column) {
+      const Cell cell{static_cast<size_t>(row * tensors.columns + column), static_cast<float>(row) * tensors.cell,
+                      static_cast<float>(column) * tensors.cell};
+      for (size_t point = 0; point < kPersonPoints; ++point) {
+        const Owner owner = ownerOf(cell, point, people, tensors.cell);
+        if (owner.person != nullptr) writeCell(cell, point, owner, tensors);
+      }
+    }
+  }
+}
+
+void writeCandidates(std::span<const DecodedPerson> people, float height, float width,
+                     const CandidateTensors& tensors) {
+  std::vector<std::pair<float, const DecodedPerson*>> ranked;
+  for (const DecodedPerson& person : people) ranked.emplace_back(meanScore(person), &person);
+  std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+  ranked.resize(std::min(ranked.size(), tensors.scores.size()));
+  for (const auto& floats : {tensors.scores, tensors.boxes, tensors.classes}) {
+    std::fill(floats.begin(), floats.end(), 0.0F);
+  }
+  std::fill(tensors.count.begin(), tensors.count.end(), static_cast<float>(ranked.size()));
+  for (size_t i = 0; i < ranked.size(); ++i) {
+    tensors.scores[i] = ranked[i].first;
+    const std::array<float, 4> box = boxAround(*ranked[i].second);
+    for (size_t side = 0; side < box.size(); ++side) {
+      tensors.boxes[4 * i + side] = std::clamp(box[side] / (side % 2 == 0 ? height : width), 0.0F, 1.0F);
+    }
+  }
+}
+
+}  // namespace workstation
