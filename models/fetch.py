@@ -7,6 +7,7 @@ import gzip
 import hashlib
 import http.client
 import json
+import re
 import subprocess
 import sys
 import tarfile
@@ -25,8 +26,8 @@ MEGA = 10**6
 
 def address_of(package):
     """Where the user's registry has the tarball, as npm knows it."""
-    command = ["npm", "view", package.spec, "dist.tarball", "--json", "--fetch-retries=1", "--fetch-retry-mintimeout=1000",
-               f"--fetch-timeout={PATIENCE_S * 1000}", "--no-update-notifier"]
+    command = ["npm", "view", package.spec, "dist.tarball", "--json", "--no-update-notifier", "--fetch-retries=1",
+               "--fetch-retry-mintimeout=1000", f"--fetch-timeout={PATIENCE_S * 1000}"]
     try:
         answer = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
                                 timeout=4 * PATIENCE_S, check=False)
@@ -37,9 +38,8 @@ def address_of(package):
     except ValueError:
         address = None
     if answer.returncode != 0 or not str(address).startswith(("https://", "http://")):
-        errors = [line.split(None, 2)[-1] for line in answer.stderr.splitlines()
-                  if line.lower().startswith(("npm error ", "npm err! "))]
-        raise Failure(f"npm does not say where {package.spec} is ({'; '.join(errors[:2]) or 'no address'})")
+        error = re.search(r"^npm (?:error|ERR!) (code .*)$", answer.stderr, re.MULTILINE)
+        raise Failure(f"npm does not say where {package.spec} is ({error[1] if error else 'no address'})")
     return address
 
 
@@ -101,10 +101,6 @@ class Passing:
         self.seen(block, self.total)
         return block
 
-    def pass_by(self):
-        while self.read():
-            pass
-
 
 def unpack(stream, package):
     """The wanted files of a stream that is a gzipped archive. Raises what gzip and tarfile raise."""
@@ -113,20 +109,19 @@ def unpack(stream, package):
     with tarfile.open(fileobj=archive, mode="r|", bufsize=BLOCK) as members:
         for member in members:
             name = member.name.removeprefix(package.folder)
-            if name in package.files and member.isreg() and member.size == package.files[name][0]:
+            if name in package.files and member.isreg():
                 files[name] = members.extractfile(member).read()
-    archive.pass_by()
-    stream.pass_by()
+    while archive.read():  # to the end of the tarball, which must all be hashed
+        pass
     return files
 
 
-def check(stream, digest, files, package, host):
-    if stream.total != package.size or "sha512-" + base64.b64encode(digest).decode() != package.integrity:
+def check(digest, files, package, host):
+    if "sha512-" + base64.b64encode(digest).decode() != package.integrity:
         raise Failure(f"what {host} sent is damaged, or not {package.spec}")
     for name in package.files:
-        wrong = "is missing" if name not in files else package.why_not(name, files[name])
-        if wrong:
-            raise Failure(f"{package.folder}{name} of {package.spec} from {host} {wrong}")
+        if not package.is_right(name, files.get(name, b"")):
+            raise Failure(f"{package.spec} from {host} has no {package.folder}{name}, or another one")
 
 
 def take(answer, host, package, progress):
@@ -141,10 +136,10 @@ def take(answer, host, package, progress):
     try:
         files = unpack(stream, package)
     except (tarfile.TarError, EOFError, OSError, ValueError, zlib.error) as problem:
-        if stream.ended:
+        if stream.ended and stream.total < package.size:
             raise Failure(f"the download from {host} ended after {stream.total} of {package.size} bytes") from problem
         raise Failure(f"what {host} sent is damaged, or not {package.spec} ({problem})") from problem
-    check(stream, digest.digest(), files, package, host)
+    check(digest.digest(), files, package, host)
     return files
 
 

@@ -125,7 +125,7 @@ def write(path, content):
     except OSError as problem:
         with contextlib.suppress(OSError):
             beside.unlink(missing_ok=True)
-        raise Failure(f"{shown(path)}: cannot be written: {problem.strerror}; the next start makes up for it") from problem
+        raise Failure(f"{shown(path)}: cannot be written: {problem.strerror}; the next start goes on here") from problem
 
 
 @contextlib.contextmanager
@@ -156,9 +156,9 @@ def files_in(folder, package):
     files = {}
     for name, (size, _) in package.files.items():
         files[name] = read_whole(folder / name, size)
-        wrong = "is missing, or larger than it should be" if files[name] is None else package.why_not(name, files[name])
-        if wrong:
-            raise Failure(f"{shown(folder / name)}: {wrong}")
+        if files[name] is None or not package.is_right(name, files[name]):
+            state = "is damaged, or another version" if (folder / name).exists() else "is missing"
+            raise Failure(f"{shown(folder / name)}: {state}")
     return files
 
 

@@ -131,6 +131,8 @@ const char* usage() {
                             comes from VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
   --json                    replay: one JSON object a line on standard output, nothing else
   --truth FILE              replay: the true people of a rendered recording instead of what the networks see
+  --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
+                            there instead of downloading them; not wanted any more once they are made
 The page is plain http: the password is never sent, but whoever listens on the network sees the pictures.
 Ctrl-C ends a run.
 )";
