@@ -4,7 +4,7 @@ readonly BUILD_PACKAGES=(
   g++ cmake ninja-build ccache pkg-config
   libopencv-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
   libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev
-  python3-onnx  # converts the networks
+  python3-onnx ca-certificates  # the networks are fetched and converted
 )
 readonly RUN_PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
