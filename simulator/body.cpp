@@ -17,7 +17,7 @@ glm::quat turn(float angle, const glm::vec3& axis) { return glm::angleAxis(angle
 class FigureBuilder {
  public:
   FigureBuilder(const BodyShape& shape, const Pose& pose) : m_shape(shape), m_pose(pose), m_h(shape.height) {
-    m_chest = pose.orientation * turn(pose.spineTwist, kZ) * turn(-pose.spineBend, kX) * turn(pose.spineSide, kY);
+    m_chest = pose.orientation * turn(-pose.spineBend, kX);
     m_neck = pose.root + m_chest * glm::vec3(0, 0, 0.288F * m_h);
   }
 
@@ -203,8 +203,6 @@ Pose blend(const Pose& from, const Pose& to, float fraction) {
   pose.root = glm::mix(from.root, to.root, fraction);
   pose.orientation = glm::slerp(from.orientation, to.orientation, fraction);
   pose.spineBend = mix(from.spineBend, to.spineBend, fraction);
-  pose.spineSide = mix(from.spineSide, to.spineSide, fraction);
-  pose.spineTwist = mix(from.spineTwist, to.spineTwist, fraction);
   pose.neckBend = mix(from.neckBend, to.neckBend, fraction);
   pose.neckTurn = mix(from.neckTurn, to.neckTurn, fraction);
   for (std::size_t side = 0; side < 2; ++side) {
@@ -270,36 +268,6 @@ Pose lyingPose(glm::vec2 place, float heading, float roll) {
   for (Limb& arm : pose.arms) arm = {0.1F, 0.35F, 0, 0.35F};
   for (Limb& leg : pose.legs) leg = {0.12F, 0.1F, 0, 0.2F};
   return pose;
-}
-
-void disturb(Pose& pose, Random& random, float amount) {
-  std::normal_distribution<float> normal(0, amount);
-  const auto nudge = [&](float& angle, float scale) {
-    angle += scale * std::clamp(normal(random), -2.5F * amount, 2.5F * amount);
-  };
-  nudge(pose.spineBend, 0.6F);
-  nudge(pose.spineSide, 0.5F);
-  nudge(pose.spineTwist, 0.5F);
-  nudge(pose.neckBend, 1);
-  nudge(pose.neckTurn, 1.6F);
-  for (Limb& arm : pose.arms) {
-    nudge(arm.flex, 2);
-    nudge(arm.abduct, 1.2F);
-    nudge(arm.twist, 1.5F);
-    nudge(arm.bend, 2);
-    arm.abduct = std::max(arm.abduct, -0.1F);
-    arm.bend = std::clamp(arm.bend, 0.0F, 2.3F);
-  }
-  for (Limb& leg : pose.legs) {
-    nudge(leg.flex, 1);
-    nudge(leg.abduct, 0.5F);
-    nudge(leg.twist, 0.6F);
-    nudge(leg.bend, 1.2F);
-    leg.abduct = std::max(leg.abduct, -0.1F);
-    leg.bend = std::clamp(leg.bend, 0.0F, 2.3F);
-  }
-  pose.orientation =
-      glm::normalize(pose.orientation * turn(0.3F * normal(random), kX) * turn(0.3F * normal(random), kY));
 }
 
 void settle(const BodyShape& shape, Pose& pose, float surface) {

@@ -45,9 +45,7 @@ struct Limb {
 struct Pose {
   glm::vec3 root{0};  ///< middle of the hips
   glm::quat orientation{1, 0, 0, 0};
-  float spineBend = 0;   ///< forward
-  float spineSide = 0;   ///< to the person's right
-  float spineTwist = 0;  ///< shoulders to the left against the hips
+  float spineBend = 0;  ///< forward
   float neckBend = 0;
   float neckTurn = 0;
   std::array<Limb, 2> arms;  ///< left, right
@@ -78,9 +76,8 @@ struct Figure {
   float lowest() const;
 };
 
-/// One of the fixed bodies. Bodies from `kHeldOutBodies` on are never trained on.
+/// One of the fixed bodies.
 BodyShape makeBody(unsigned number);
-inline constexpr unsigned kHeldOutBodies = 12;
 inline constexpr unsigned kAllBodies = 16;
 
 Figure makeFigure(const BodyShape& shape, const Pose& pose);
@@ -96,8 +93,6 @@ Pose kneelingPose(glm::vec2 place, float heading);
 Pose bendingPose(glm::vec2 place, float heading);
 /// Lying with the head towards `heading`; `roll` 0 is face up, pi face down.
 Pose lyingPose(glm::vec2 place, float heading, float roll);
-/// Random deviations of every joint, `amount` radians typical.
-void disturb(Pose& pose, Random& random, float amount);
 /// Moves the pose so that the body's lowest point touches `surface` (metres above the floor).
 void settle(const BodyShape& shape, Pose& pose, float surface);
 

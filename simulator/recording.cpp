@@ -154,13 +154,12 @@ void record(const Scenario& scenario, const std::filesystem::path& folder, const
   const Camera& camera = scenario.scene.camera;
   VideoFile video(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
   Renderer renderer;
-  const Window whole{0, 0, static_cast<float>(camera.width), static_cast<float>(camera.height)};
   const int frames = static_cast<int>(scenario.seconds * static_cast<float>(scenario.framesPerSecond));
   const int analysed = scenario.framesPerSecond / 2;
   for (int frame = 0; frame < frames; ++frame) {
     const double time = static_cast<double>(frame) / scenario.framesPerSecond;
     const Scene scene = scenario.at(static_cast<float>(time));
-    const std::vector<TrueKeypoints> people = scene.draw(renderer, whole, camera.width, camera.height);
+    const std::vector<TrueKeypoints> people = scene.draw(renderer);
     video.add(renderer.picture());
     if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time) << '\n';
     if (frame % 100 == 0) std::cerr << name << ": " << frame << " of " << frames << " pictures\n";

@@ -126,15 +126,15 @@ GLuint link(const char* vertex, const char* fragment) {
   return program;
 }
 
-/// Clip coordinates of a window; rows run downwards so that the first row read back is the top one.
-glm::mat4 windowProjection(const Camera& camera, const Window& window) {
-  const float sx = 2 / window.width;
-  const float sy = 2 / window.height;
+/// Clip coordinates of the picture; rows run downwards so that the first row read back is the top one.
+glm::mat4 pictureProjection(const Camera& camera) {
+  const float sx = 2 / static_cast<float>(camera.width);
+  const float sy = 2 / static_cast<float>(camera.height);
   glm::mat4 projection(0);
   projection[0][0] = camera.fx * sx;
-  projection[2][0] = (camera.cx - window.x) * sx - 1;
+  projection[2][0] = camera.cx * sx - 1;
   projection[1][1] = camera.fy * sy;
-  projection[2][1] = (camera.cy - window.y) * sy - 1;
+  projection[2][1] = camera.cy * sy - 1;
   projection[2][2] = (kFar + kNear) / (kFar - kNear);
   projection[3][2] = -2 * kFar * kNear / (kFar - kNear);
   projection[2][3] = 1;
@@ -277,11 +277,10 @@ Renderer::Renderer() : m_implementation(std::make_unique<Implementation>()) {
 
 Renderer::~Renderer() = default;
 
-void Renderer::draw(const Camera& camera, const Window& window, const Light& light, const Room& room,
-                    const Mesh& moving, int width, int height) {
+void Renderer::draw(const Camera& camera, const Light& light, const Room& room, const Mesh& moving) {
   Implementation& gl = *m_implementation;
   const Mesh& fixed = room.mesh;
-  gl.resize(width, height);
+  gl.resize(camera.width, camera.height);
   const auto bytes = [](const Mesh& mesh) { return static_cast<GLsizeiptr>(mesh.size() * sizeof(Vertex)); };
   glBufferData(GL_ARRAY_BUFFER, bytes(fixed) + bytes(moving), nullptr, GL_STREAM_DRAW);
   glBufferSubData(GL_ARRAY_BUFFER, 0, bytes(fixed), fixed.data());
@@ -298,13 +297,13 @@ void Renderer::draw(const Camera& camera, const Window& window, const Light& lig
   glDrawArrays(GL_TRIANGLES, walls, count - walls);
 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
-  glViewport(0, 0, width, height);
+  glViewport(0, 0, gl.width, gl.height);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   glUseProgram(gl.program);
   const auto vector = [&](const char* name, const glm::vec3& value) {
     glUniform3fv(glGetUniformLocation(gl.program, name), 1, glm::value_ptr(value));
   };
-  const glm::mat4 view = windowProjection(camera, window);
+  const glm::mat4 view = pictureProjection(camera);
   glUniformMatrix4fv(glGetUniformLocation(gl.program, "view"), 1, GL_FALSE, glm::value_ptr(view));
   glUniformMatrix4fv(glGetUniformLocation(gl.program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
   vector("eye", camera.position);

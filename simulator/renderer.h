@@ -15,11 +15,6 @@ struct Picture {
   std::vector<std::uint8_t> rgb;
 };
 
-/// A part of the camera's picture, in its pixels; it may reach beyond the picture.
-struct Window {
-  float x = 0, y = 0, width = 1280, height = 720;
-};
-
 /// One at a time in a process, used by the thread that made it.
 class Renderer {
  public:
@@ -29,10 +24,9 @@ class Renderer {
   Renderer(const Renderer&) = delete;
   Renderer& operator=(const Renderer&) = delete;
 
-  /// Draws `window` of the camera's picture into width x height pixels. `moving` is what is not part of the room.
-  /// Throws std::runtime_error when the picture is larger than can be drawn.
-  void draw(const Camera& camera, const Window& window, const Light& light, const Room& room, const Mesh& moving,
-            int width, int height);
+  /// Draws the camera's picture. `moving` is what is not part of the room. Throws std::runtime_error when the picture
+  /// is larger than can be drawn.
+  void draw(const Camera& camera, const Light& light, const Room& room, const Mesh& moving);
   /// The picture drawn last.
   const Picture& picture() const;
   /// Distance in metres along the viewing axis to what the last picture shows at (x, y); far beyond its borders.

@@ -288,23 +288,6 @@ void setOptics(Camera& camera, const Optics& optics) {
   camera.cy = static_cast<float>(camera.height) / 2;
 }
 
-Camera makeCamera(const Room& room, Random& random, bool heldOut) {
-  Camera camera;
-  setOptics(camera, {6.34F, 3.53F, static_cast<unsigned>(uniform(random, 3200, 4000))});
-  do {
-    camera.position.x = uniform(random, 0.25F, room.width - 0.25F);
-  } while ((static_cast<int>(camera.position.x / 0.2F) % 5 == 2) != heldOut);
-  camera.position.y = uniform(random, 0.05F, 0.25F);
-  camera.position.z = uniform(random, 2.0F, std::min(3.5F, room.height - 0.08F));
-  const glm::vec2 target(room.width / 2 + uniform(random, -0.4F, 0.4F), room.depth * 0.62F);
-  const glm::vec2 way = target - glm::vec2(camera.position);
-  camera.heading = std::atan2(way.y, way.x) + uniform(random, -0.1F, 0.1F);
-  const float look = camera.position.z - uniform(random, 0.45F, 0.8F);
-  camera.pitch = std::atan2(look, glm::length(way)) + uniform(random, -0.04F, 0.04F);
-  camera.roll = uniform(random, -0.03F, 0.03F);
-  return camera;
-}
-
 Light makeLight(Random& random) {
   Light light;
   light.towards = glm::normalize(glm::vec3(uniform(random, -0.6F, 0.6F), uniform(random, -0.6F, 0.6F), 1));

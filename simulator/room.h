@@ -69,9 +69,8 @@ struct Room {
   bool isFree(glm::vec2 place, float radius) const;
 };
 
-/// One of the fixed rooms. Rooms from kHeldOutRooms on are never trained on.
+/// One of the fixed rooms.
 Room makeRoom(unsigned number);
-inline constexpr unsigned kHeldOutRooms = 24;
 inline constexpr unsigned kAllRooms = 28;
 
 /// Sensor width and height in millimetres, focal length in micrometres.
@@ -81,9 +80,6 @@ struct Optics {
   unsigned focalLength = 3700;
 };
 
-/// A camera on the room's near wall, 2 to 3.5 m up, that sees the bed. Viewpoints whose place along the wall falls into
-/// every fifth 20 cm are set aside: heldOut chooses which kind.
-Camera makeCamera(const Room& room, Random& random, bool heldOut);
 void setOptics(Camera& camera, const Optics& optics);
 
 Light makeLight(Random& random);

@@ -8,15 +8,14 @@ namespace {
 /// Slack for the raster's steps.
 constexpr float kDepthSlack = 0.03F;
 
-TrueKeypoint look(const Renderer& renderer, const Scene& scene, const Window& window, float scale,
-                  const glm::vec3& place, float depth) {
+TrueKeypoint look(const Renderer& renderer, const Scene& scene, const glm::vec3& place, float depth) {
   const glm::vec3 seen = scene.camera.project(place);
   TrueKeypoint keypoint{seen.x, seen.y, Visibility::kOutside};
   const bool inPicture = seen.z > 0.1F && seen.x >= 0 && seen.y >= 0 &&
                          seen.x < static_cast<float>(scene.camera.width) &&
                          seen.y < static_cast<float>(scene.camera.height);
   if (!inPicture) return keypoint;
-  const float before = renderer.depthAt((seen.x - window.x) * scale, (seen.y - window.y) * scale);
+  const float before = renderer.depthAt(seen.x, seen.y);
   keypoint.visibility = before > seen.z - depth - kDepthSlack ? Visibility::kVisible : Visibility::kHidden;
   return keypoint;
 }
@@ -32,7 +31,7 @@ bool isUnderBlanket(const Bed& bed, float cover, const glm::vec3& place) {
 
 }  // namespace
 
-std::vector<TrueKeypoints> Scene::draw(Renderer& renderer, const Window& window, int width, int height) const {
+std::vector<TrueKeypoints> Scene::draw(Renderer& renderer) const {
   Mesh moving;
   std::vector<Figure> figures;
   const Figure* patient = nullptr;
@@ -43,12 +42,11 @@ std::vector<TrueKeypoints> Scene::draw(Renderer& renderer, const Window& window,
     if (person.inBed && patient == nullptr) patient = &figures.back();
   }
   addBedding(room.bed, patient, cover, moving);
-  renderer.draw(camera, window, light, room, moving, width, height);
+  renderer.draw(camera, light, room, moving);
   std::vector<TrueKeypoints> truth(people.size());
-  const float scale = static_cast<float>(width) / window.width;
   for (std::size_t i = 0; i < figures.size(); ++i) {
     for (std::size_t k = 0; k < kKeypoints; ++k) {
-      truth[i][k] = look(renderer, *this, window, scale, figures[i].keypoints[k], figures[i].keypointDepth[k]);
+      truth[i][k] = look(renderer, *this, figures[i].keypoints[k], figures[i].keypointDepth[k]);
       const bool covered = people[i].inBed && isUnderBlanket(room.bed, cover, figures[i].keypoints[k]);
       if (covered && truth[i][k].visibility == Visibility::kVisible) truth[i][k].visibility = Visibility::kHidden;
     }

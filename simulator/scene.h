@@ -34,8 +34,8 @@ struct Scene {
   std::vector<Person> people;
   float cover = 0.7F;  ///< how far the blanket is pulled up, 0 to 1
 
-  /// Draws a window of the picture and returns each person's keypoints, in the order of `people`.
-  std::vector<TrueKeypoints> draw(Renderer& renderer, const Window& window, int width, int height) const;
+  /// Draws the camera's picture and returns each person's keypoints, in the order of `people`.
+  std::vector<TrueKeypoints> draw(Renderer& renderer) const;
 };
 
 }  // namespace simulator

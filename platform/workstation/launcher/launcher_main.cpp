@@ -214,11 +214,8 @@ int waitFor(pid_t child, const std::filesystem::path& state) {
   return kSignalBase + signal;
 }
 
-/// What a user must know before the first event, and where to look afterwards.
+/// Where to look afterwards.
 void announce(const LaunchRequest& request, const LaunchPlan& plan) {
-  if (!request.truth) {
-    std::fputs("The networks know this simulator's rendered rooms only: not for the care of people.\n", stderr);
-  }
   std::FILE* const out = request.replay ? stderr : stdout;
   std::fprintf(out, "State: %s\n", plan.place.directory().c_str());
   std::fflush(out);

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes the small networks of tests/data that the inference tests run (needs Debian's python3-onnx; the tests do not).
+"""Writes the small networks beside it that the inference tests run (needs Debian's python3-onnx; the tests do not).
 
 Both take a 4x6 RGB picture as one wide channel, [1, 1, 4, 18], and look at 2x2-pixel cells: a 2x3 grid.
 tiny_pose:     heatmaps  [1, 2, 2, 3] = (red of the cell's top left pixel, minus its green)
@@ -14,7 +14,7 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-TARGET = pathlib.Path(__file__).resolve().parent.parent / "tests" / "data"
+TARGET = pathlib.Path(__file__).resolve().parent
 
 
 def weights(*channels):
