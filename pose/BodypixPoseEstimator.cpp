@@ -17,13 +17,11 @@
 
 namespace {
 
-constexpr std::size_t kOutputs = 6;
 constexpr std::size_t kLargestSide = 8192;  // pixels of a model's input that are believed
 
 constexpr float kDecoderThreshold = 0.01F;
 constexpr int kRefinementSteps = 5;
 constexpr float kNmsRadius = 2.0F;  // cells
-constexpr int kStride = 16;         // pixels a cell
 
 [[noreturn]] void fail(const std::string& text) {
   syslog(LOG_ERR, "%s", text.c_str());
@@ -144,9 +142,10 @@ void BodypixPoseEstimator::createTensors() {
   if (m_larodOutputTensorArray == nullptr) {
     failConstruction(std::string("Failed to create model output tensor array. ") + outputError.message());
   }
-  if (m_numInputTensors != 1 || m_numOutputTensors != kOutputs) {
+  if (m_numInputTensors != 1 || m_numOutputTensors != kPoseOutputs.size()) {
     failConstruction("Model " + m_modelFilepath + " has " + std::to_string(m_numInputTensors) + " inputs and " +
-                     std::to_string(m_numOutputTensors) + " outputs, a pose model has 1 and 6: name another file");
+                     std::to_string(m_numOutputTensors) + " outputs, a pose model has 1 and " +
+                     std::to_string(kPoseOutputs.size()) + ": name another file");
   }
 }
 
@@ -175,19 +174,19 @@ void BodypixPoseEstimator::createTensorFiles() {
   m_BodypixOutputHeatmapsFile = makeFile("/tmp/larod.out0-XXXXXX", kHeatmaps);
   m_BodypixOutputShortOffsetsFile = makeFile("/tmp/larod.out1-XXXXXX", kShortOffsets);
   m_BodypixOutputMidOffsetsFile = makeFile("/tmp/larod.out2-XXXXXX", kMidOffsets);
-  m_BodypixOutputLongOffsetsFile = makeFile("/tmp/larod.out3-XXXXXX", 34 * kCells);
-  m_BodypixOutputSegmentsFile = makeFile("/tmp/larod.out4-XXXXXX", kCells);
-  m_BodypixOutputPartHeatmapsFile = makeFile("/tmp/larod.out5-XXXXXX", 24 * kCells);
+  m_BodypixOutputLongOffsetsFile = makeFile("/tmp/larod.out3-XXXXXX", kPoseOutputs[5].channels * kCells);
+  m_BodypixOutputSegmentsFile = makeFile("/tmp/larod.out4-XXXXXX", kPoseOutputs[3].channels * kCells);
+  m_BodypixOutputPartHeatmapsFile = makeFile("/tmp/larod.out5-XXXXXX", kPoseOutputs[4].channels * kCells);
 }
 
 void BodypixPoseEstimator::bindTensors() {
   bindTensorToFile(m_larodInputTensorArray[0], *m_BodypixInputImageFile, "Input Image");
-  bindTensorToFile(m_larodOutputTensorArray[0], *m_BodypixOutputHeatmapsFile, "Output Heatmaps");
-  bindTensorToFile(m_larodOutputTensorArray[1], *m_BodypixOutputShortOffsetsFile, "Output Short Offsets");
-  bindTensorToFile(m_larodOutputTensorArray[2], *m_BodypixOutputMidOffsetsFile, "Output Mid Offsets");
-  bindTensorToFile(m_larodOutputTensorArray[3], *m_BodypixOutputSegmentsFile, "Output Segments");
-  bindTensorToFile(m_larodOutputTensorArray[4], *m_BodypixOutputPartHeatmapsFile, "Output Part Heatmaps");
-  bindTensorToFile(m_larodOutputTensorArray[5], *m_BodypixOutputLongOffsetsFile, "Output Long Offsets");
+  const std::array<const MemoryMappedFile*, kPoseOutputs.size()> files = {
+      m_BodypixOutputHeatmapsFile.get(), m_BodypixOutputShortOffsetsFile.get(), m_BodypixOutputMidOffsetsFile.get(),
+      m_BodypixOutputSegmentsFile.get(), m_BodypixOutputPartHeatmapsFile.get(), m_BodypixOutputLongOffsetsFile.get()};
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    bindTensorToFile(m_larodOutputTensorArray[i], *files[i], std::string("Output ") + kPoseOutputs[i].name);
+  }
 }
 
 void BodypixPoseEstimator::getModelSize(int& width, int& height) const {

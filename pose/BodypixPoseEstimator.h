@@ -17,14 +17,20 @@
 /// Linear quantization of a model output: a byte q stands for (q - zero point) * scale * factor.
 class Dequantizer {
  public:
-  constexpr Dequantizer(uint8_t zeroPoint, float scale, float factor) : _zeroPoint(zeroPoint), _scale(scale * factor) {}
+  constexpr Dequantizer(uint8_t zeroPoint, float scale, float factor)
+      : _zeroPoint(zeroPoint), _modelScale(scale), _scale(scale * factor) {}
 
   constexpr float operator()(uint8_t quantized) const {
     return static_cast<float>(static_cast<int>(quantized) - _zeroPoint) * _scale;
   }
 
+  /// What the model must write its bytes with.
+  constexpr int zeroPoint() const { return _zeroPoint; }
+  constexpr float modelScale() const { return _modelScale; }
+
  private:
   int _zeroPoint;
+  float _modelScale;
   float _scale;
 };
 
@@ -33,6 +39,21 @@ inline constexpr Dequantizer heatmapDequantizer(210, 0.08174263F, 1.0F);
 inline constexpr Dequantizer shortOffsetDequantizer(142, 0.7368203F, 0.0625F);
 inline constexpr Dequantizer midOffsetDequantizer(123, 1.4407082F, 0.0625F);
 
+/// One output of a pose model: bytes, so many channels for each cell of its grid.
+struct PoseOutput {
+  const char* name;
+  std::size_t channels;
+  const Dequantizer* code;  ///< null for an output that nobody reads
+};
+
+/// In the order in which every pose model has them.
+inline constexpr std::array<PoseOutput, 6> kPoseOutputs = {{{"Heatmaps", 17, &heatmapDequantizer},
+                                                            {"Short Offsets", 34, &shortOffsetDequantizer},
+                                                            {"Mid Offsets", 64, &midOffsetDequantizer},
+                                                            {"Segments", 1, nullptr},
+                                                            {"Part Heatmaps", 24, nullptr},
+                                                            {"Long Offsets", 34, nullptr}}};
+
 /// One pose model, loaded for good. A large object: keep it on the heap. Keypoints are in pixels of the upright
 /// picture, scores 0 to 1.
 class BodypixPoseEstimator {
@@ -40,6 +61,8 @@ class BodypixPoseEstimator {
   using BodyPart = ::BodyPart;
   using enum ::BodyPart;
   static constexpr const EdgeSpecificationVector& AllEdges = ::AllEdges;
+  static constexpr std::size_t kCells = 3726;  ///< of the output grid: 81 x 46 or 46 x 81
+  static constexpr int kStride = 16;           ///< pixels of the input from cell to cell
 
   /// Connects to the service, loads the model and binds its tensors to temporary files. Throws std::runtime_error after
   /// logging the same text, or a const char* when a file cannot be made.
@@ -83,10 +106,9 @@ class BodypixPoseEstimator {
 
  private:
   static constexpr int kMaxPoses = 20;
-  static constexpr std::size_t kCells = 3726;  ///< of the output grid: 81 x 46 or 46 x 81
-  static constexpr std::size_t kHeatmaps = 17 * kCells;
-  static constexpr std::size_t kShortOffsets = 34 * kCells;
-  static constexpr std::size_t kMidOffsets = 64 * kCells;
+  static constexpr std::size_t kHeatmaps = kPoseOutputs[0].channels * kCells;
+  static constexpr std::size_t kShortOffsets = kPoseOutputs[1].channels * kCells;
+  static constexpr std::size_t kMidOffsets = kPoseOutputs[2].channels * kCells;
 
   struct Empty {};
   explicit BodypixPoseEstimator(Empty /*tag*/) {}

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 #include "app/calibration_params.h"
@@ -24,7 +25,6 @@ namespace {
 constexpr int kChannels = 3;
 constexpr unsigned int kLongSide = 1920;  // pixels of the full-resolution picture
 constexpr unsigned int kShortSide = 1080;
-constexpr std::size_t kOutputs = 4;
 
 /// The detector's outputs are floats. The service makes the file as long as they are; all fit the one mapped page.
 const float* floatsOf(const MemoryMappedFile& file) { return reinterpret_cast<const float*>(file.getBuffer()); }
@@ -122,14 +122,14 @@ void Validator::createFiles() {
   const int inputSize = m_ClassificationModelWidth * m_ClassificationModelHeight * kChannels;
   m_cropFile = std::make_unique<MemoryMappedFile>(m_cropFileName, pictureSize);
   m_classificationInputFile = std::make_unique<MemoryMappedFile>(m_classificationInputFileName, inputSize);
-  m_classificationOutputLocationsFile =
-      std::make_unique<MemoryMappedFile>(m_classificationOutputLocationsFileName, m_NumberofResults * 4);
-  m_classificationOutputClassesFile =
-      std::make_unique<MemoryMappedFile>(m_classificationOutputClassesFileName, m_NumberofResults);
   m_classificationOutputScoresFile =
-      std::make_unique<MemoryMappedFile>(m_classificationOutputScoresFileName, m_NumberofResults);
+      std::make_unique<MemoryMappedFile>(m_classificationOutputScoresFileName, kOutputs[0].values);
+  m_classificationOutputLocationsFile =
+      std::make_unique<MemoryMappedFile>(m_classificationOutputLocationsFileName, kOutputs[1].values);
   m_classificationOutputNumDetectionsFile =
-      std::make_unique<MemoryMappedFile>(m_classificationOutputNumDetectionsFileName, 1);
+      std::make_unique<MemoryMappedFile>(m_classificationOutputNumDetectionsFileName, kOutputs[2].values);
+  m_classificationOutputClassesFile =
+      std::make_unique<MemoryMappedFile>(m_classificationOutputClassesFileName, kOutputs[3].values);
 }
 
 bool Validator::bindInput() {
@@ -160,22 +160,18 @@ bool Validator::bindOutputs() {
     syslog(LOG_INFO, "Failed retrieving output tensors: %s", error.message());
     return false;
   }
-  if (m_classificationNumOutputs != kOutputs) {
-    syslog(LOG_INFO, "Classification Model has %zu outputs, need 4 output tensor.", m_classificationNumOutputs);
+  if (m_classificationNumOutputs != kOutputs.size()) {
+    syslog(LOG_INFO, "Classification Model has %zu outputs, need %zu output tensor.", m_classificationNumOutputs,
+           kOutputs.size());
     return false;
   }
-  struct Binding {
-    const MemoryMappedFile& file;
-    const char* name;
-  };
-  const std::array<Binding, kOutputs> bindings = {{{*m_classificationOutputScoresFile, "scores (0)"},
-                                                   {*m_classificationOutputLocationsFile, "locations (1)"},
-                                                   {*m_classificationOutputNumDetectionsFile, "Num of Detections (2)"},
-                                                   {*m_classificationOutputClassesFile, "classes (3)"}}};
-  for (std::size_t i = 0; i < bindings.size(); ++i) {
+  const std::array<const MemoryMappedFile*, kOutputs.size()> files = {
+      m_classificationOutputScoresFile.get(), m_classificationOutputLocationsFile.get(),
+      m_classificationOutputNumDetectionsFile.get(), m_classificationOutputClassesFile.get()};
+  for (std::size_t i = 0; i < files.size(); ++i) {
     LarodError bindError;
-    if (!larodSetTensorFd(m_classificationOutputTensors[i], bindings[i].file.getFileDescriptor(), bindError.out())) {
-      syslog(LOG_ERR, "Failed setting %s tensor fd: %s", bindings[i].name, bindError.message());
+    if (!larodSetTensorFd(m_classificationOutputTensors[i], files[i]->getFileDescriptor(), bindError.out())) {
+      syslog(LOG_ERR, "Failed setting %s (%zu) tensor fd: %s", kOutputs[i].name, i, bindError.message());
       return false;
     }
   }
@@ -185,7 +181,7 @@ bool Validator::bindOutputs() {
 bool Validator::createJob() {
   LarodError error;
   m_classificationJob = larodCreateJobRequest(m_classificationModel, m_classificationInputTensors, 1,
-                                              m_classificationOutputTensors, kOutputs, nullptr, error.out());
+                                              m_classificationOutputTensors, kOutputs.size(), nullptr, error.out());
   if (m_classificationJob == nullptr) {
     syslog(LOG_ERR, "Failed to create job request: %s", error.message());
     return false;
@@ -259,15 +255,16 @@ bool Validator::runJob() {
   return true;
 }
 
-bool Validator::confirmPerson() const {
-  for (int i = 0; i < m_NumberofResults; ++i) {
-    if (std::trunc(m_OutputClasses[i]) == static_cast<float>(m_Person) &&
-        m_OutputScores[i] > g_CalibrationParams.f_Sensitivity) {
-      return true;
-    }
+float Validator::personScore() const {
+  float best = -std::numeric_limits<float>::infinity();
+  if (m_OutputScores == nullptr) return best;
+  for (int i = 0; i < kCandidates; ++i) {
+    if (std::trunc(m_OutputClasses[i]) == static_cast<float>(m_Person)) best = std::max(best, m_OutputScores[i]);
   }
-  return false;
+  return best;
 }
+
+bool Validator::confirmPerson() const { return personScore() > g_CalibrationParams.f_Sensitivity; }
 
 bool Validator::findBestCropParameters(int x, int y, int w, int h, int& cropX, int& cropY, int& cropW,
                                        int& cropH) const {

@@ -13,10 +13,20 @@
 #include "pose/skeleton.h"
 #include "video/VideoStreamSource.h"
 
-/// One detection model with four float outputs (scores, locations, count, classes) of 20 candidates. Unusable until
-/// init has returned true.
+/// One detection model. Unusable until init has returned true.
 class Validator {
  public:
+  /// One output of the model: floats, at least so many.
+  struct Output {
+    const char* name;
+    int values;
+  };
+  static constexpr int kCandidates = 20;
+  /// In the order in which every model has them.
+  static constexpr std::array<Output, 4> kOutputs = {
+      {{"scores", kCandidates}, {"locations", 4 * kCandidates}, {"Num of Detections", 1}, {"classes", kCandidates}}};
+  static constexpr int kLargestSide = 640;  ///< pixels of the detector's input; its scratch picture is on the stack
+
   Validator() = default;
   ~Validator();
   Validator(const Validator&) = delete;
@@ -38,6 +48,8 @@ class Validator {
   /// detector's input, turned upright; any other is judged on what the input held before.
   bool validateOne(Skeleton& skeleton, int width, int height);
 
+  /// The best score of a person in the last run; minus infinity when it reports none, and before any run.
+  float personScore() const;
   /// Whether the last run reports a person above the sensitivity.
   bool confirmPerson() const;
 
@@ -61,8 +73,6 @@ class Validator {
   static void logTensorInfo(const larodTensor* tensor, const std::string& tag);
 
  private:
-  static constexpr int kLargestSide = 640;  ///< pixels of the detector's input; its scratch picture is on the stack
-
   bool openModelFile();
   void openFullResolutionStream();
   void createFiles();
@@ -90,7 +100,6 @@ class Validator {
   std::unique_ptr<MemoryMappedFile> m_classificationOutputScoresFile;
   std::unique_ptr<MemoryMappedFile> m_classificationOutputNumDetectionsFile;
   std::unique_ptr<MemoryMappedFile> m_cropFile;
-  const int m_NumberofResults = 20;
   const int m_Person = 0;  ///< class id
   int m_ClassificationModelWidth = 300;
   int m_ClassificationModelHeight = 300;

@@ -36,22 +36,24 @@ void exerciseImageLibrary() {
                                       cv::makePtr<cv::flann::SearchParams>());
 }
 
-std::unique_ptr<BodypixPoseEstimator> makeEstimator(const std::string& modelFileName) {
-  auto estimator = std::make_unique<BodypixPoseEstimator>(packagePath(kPackageDirectory) + modelFileName);
+std::string inPackage(const std::string& modelFileName) { return packagePath(kPackageDirectory) + modelFileName; }
+
+}  // namespace
+
+std::unique_ptr<BodypixPoseEstimator> makeEstimator(const std::string& modelFilepath) {
+  auto estimator = std::make_unique<BodypixPoseEstimator>(modelFilepath);
   estimator->setPoseThreshold(kPoseThreshold);
   estimator->setKeypointThreshold(kKeypointThreshold);
   return estimator;
 }
-
-}  // namespace
 
 int init_ai() {
   exerciseImageLibrary();
   const std::string& landscape = g_InitialParams.s_LandscapeModelFileName;
   const std::string& portrait = g_InitialParams.s_PortraitModelFileName;
   // NS holds the model for the upright picture, EW that for the picture turned by a quarter.
-  g_bodypixPoseEstimatorNS = makeEstimator(g_IsPortrait ? portrait : landscape);
-  g_bodypixPoseEstimatorEW = makeEstimator(g_IsPortrait ? landscape : portrait);
+  g_bodypixPoseEstimatorNS = makeEstimator(inPackage(g_IsPortrait ? portrait : landscape));
+  g_bodypixPoseEstimatorEW = makeEstimator(inPackage(g_IsPortrait ? landscape : portrait));
   init_stream_size();
   g_bodypixPoseEstimatorNS->getModelSize(g_modelWidth, g_modelHeight);
   syslog(LOG_INFO, "init_ai Model size (WxH): %d x %d", g_modelWidth, g_modelHeight);

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/workstation/inference/last_run.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/inference/network.h"
 #include "platform/workstation/system/durable_file.h"
@@ -297,3 +298,5 @@ bool larodRunJob(larodConnection* connection, const larodJobRequest* request, la
     return true;
   });
 }
+
+std::vector<std::string> workstation::layersNotFinite(const larodModel& model) { return model.network->notFinite(); }

@@ -230,4 +230,17 @@ void Network::run(int input_fd, std::span<const int> output_fds) {
   }
 }
 
+std::vector<std::string> Network::notFinite() const {
+  std::vector<std::string> lines;
+  for (size_t layer = 0; layer < m_layers.size(); ++layer) {
+    const std::span<const float> values(m_results[layer].ptr<float>(), m_results[layer].total());
+    const auto bad = std::count_if(values.begin(), values.end(), [](float value) { return !std::isfinite(value); });
+    if (bad == 0) continue;
+    const auto nans = std::count_if(values.begin(), values.end(), [](float value) { return std::isnan(value); });
+    lines.push_back("layer \"" + m_layers[layer] + "\": of " + std::to_string(values.size()) + " values " +
+                    std::to_string(nans) + " are no number and " + std::to_string(bad - nans) + " infinite");
+  }
+  return lines;
+}
+
 }  // namespace workstation

@@ -35,6 +35,9 @@ class Network {
   /// Runs on the picture in the input's file and writes every output at its descriptor's position. Throws ServiceError.
   void run(int input_fd, std::span<const int> output_fds);
 
+  /// See layersNotFinite().
+  std::vector<std::string> notFinite() const;
+
  private:
   void forward(void* picture);
   void check(const std::string& file, size_t output) const;

@@ -121,6 +121,15 @@ void layOutPackage(const fs::path& root, const fs::path& source_tree) {
   }
 }
 
+/// The network as one more of the package's.
+void addToPackage(const fs::path& root, const fs::path& model) {
+  for (const char* folder : kPackageFolders) {
+    const fs::path link = root / folder / kAppName / model.filename();
+    fs::remove(link);
+    fs::create_symlink(model, link);
+  }
+}
+
 /// The models that the program will ask for: there, whole, and described.
 void checkModels(const fs::path& root, const Parameters& values) {
   for (const char* parameter : kModelParameters) {
@@ -165,6 +174,10 @@ void writeIfOther(const fs::path& path, const std::string& text) {
     // Whatever stands there is replaced.
   }
   replaceFile(path, text);
+}
+
+const char* programFor(const LaunchRequest& request) {
+  return request.model ? "velmor_model_check" : request.truth ? "velmor_reference" : "velmor_care";
 }
 
 void checkTruth(const LaunchRequest& request) {
@@ -286,13 +299,13 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   checkTruth(request);
 
   LaunchPlan plan;
-  plan.program = request.truth ? "velmor_reference" : "velmor_care";
+  plan.program = programFor(request);
   plan.place = placeFor(request);
   const fs::path state = plan.place.directory();
   const fs::path root = state / "root";
   layOutPackage(root, source_tree);
   const Parameters values = effectiveParameters(state, defaults, camera);
-  if (!request.truth) {
+  if (!request.truth && !request.model) {
     checkModels(root, values);
   }
   writeIfOther(state / "camera.json", toJson(camera).dump(2) + "\n");
@@ -309,6 +322,12 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   }
   if (request.replay && on_terminal) {
     plan.environment["VELMOR_PROGRESS"] = "1";
+  }
+  if (request.model) {
+    const fs::path model = fs::absolute(*request.model).lexically_normal();
+    if (fs::is_regular_file(model)) addToPackage(root, model);
+    plan.environment["VELMOR_MODEL"] = model.string();
+    plan.environment["VELMOR_SOURCE_DIR"] = fs::absolute(source_tree).string();
   }
   if (request.truth) {
     plan.environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();

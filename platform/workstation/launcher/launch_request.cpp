@@ -66,11 +66,11 @@ std::vector<GOptionEntry> entriesFor(LaunchRequest& request, gboolean& help, gbo
     entries.push_back({name, 0, flags, kind, target, nullptr, nullptr});
   };
   for (const Target& target : kTargets) {
-    if (request.replay && !target.is_for_replays) continue;
+    if (request.model || (request.replay && !target.is_for_replays)) continue;
     add(target.option + 2, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&takeValue));
   }
   add("help", G_OPTION_ARG_NONE, &help);
-  add("json", G_OPTION_ARG_NONE, &json);
+  if (!request.model) add("json", G_OPTION_ARG_NONE, &json);
   if (!request.replay) add("loop", G_OPTION_ARG_NONE, &loop);
   entries.push_back({});
   return entries;
@@ -101,17 +101,31 @@ std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, 
   return {all + 1, all + g_strv_length(all)};
 }
 
+/// Takes what a replay or a check is about.
+void takeSubject(std::vector<std::string>& rest, LaunchRequest& request) {
+  const std::size_t words = request.model ? 3 : 2;
+  if (request.model && (rest.size() < words || rest[1] != "check" || rest[2].empty())) {
+    throw UsageError("model needs check and a network's file: model check FILE.onnx; see --help");
+  }
+  if (rest.size() < words || rest[1].empty()) throw UsageError("replay needs demo or a file; see --help");
+  if (request.model) {
+    request.model = rest[2];
+  } else if (rest[1] != "demo") {
+    request.source = rest[1];
+  }
+  rest.erase(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(words));
+}
+
 }  // namespace
 
 LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   LaunchRequest request;
-  request.replay = !arguments.empty() && arguments[0] == "replay";
+  const std::string command = arguments.empty() ? "" : arguments[0];
+  if (command == "model") request.model = "";
+  request.replay = command == "replay" || request.model;
   std::vector<std::string> rest = takeOptions(arguments, request);
-  if (request.replay) {
-    if (rest.size() < 2 || rest[1].empty()) throw UsageError("replay needs demo or a file; see --help");
-    if (rest[1] != "demo") request.source = rest[1];
-    rest.erase(rest.begin(), rest.begin() + 2);
-  }
+  if (request.model && request.help) return request;
+  if (request.replay) takeSubject(rest, request);
   if (!rest.empty()) throw UsageError("\"" + rest[0] + "\" is not understood here; see --help");
   checkCombination(request);
   return request;
@@ -123,6 +137,7 @@ const char* usage() {
                             (*.json) names; a camera that does not answer is tried again until it does
 ./run --reset floor         puts the stored floor calibration back to the source's or the package's
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
+./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --loop                    a video begins again at its end, instead of ending the run
   --state DIR               keeps parameters, events and log there

@@ -25,6 +25,7 @@ struct LaunchRequest {
   std::optional<std::string> listen;         ///< ADDRESS:PORT of the page instead of the usual one
   std::optional<std::string> user;           ///< who may see the page; none: whoever reaches it
   std::optional<std::string> password_file;  ///< the user's password is its first line
+  std::optional<std::string> model;          ///< a network that is tried instead of a run, as a replay of the demo
   std::optional<std::string> reset;          ///< "floor": stored settings that are put back, instead of a run
 };
 

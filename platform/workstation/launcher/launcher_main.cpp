@@ -32,7 +32,7 @@ namespace {
 using workstation::LaunchPlan;
 using workstation::LaunchRequest;
 
-constexpr int kBadInput = 2;
+constexpr int kDoesNotFit = 1, kBadInput = 2;
 constexpr int kSignalBase = 128;
 
 /// A start that takes longer is told what it waits for; as long as nobody knows that, later.
@@ -195,23 +195,49 @@ void watchStart(const Program& program, const std::filesystem::path& state) {
   }
 }
 
-/// The child's exit status; 128 and the signal's number, and a line, when a signal ended it.
-int waitFor(pid_t child, const std::filesystem::path& state) {
+/// How the child ended, in waitpid's terms.
+int endOf(pid_t child) {
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
       throw std::runtime_error(std::string("the program's end cannot be learned: ") + std::strerror(errno));
     }
   }
+  return status;
+}
+
+bool isPassedOn(int signal) { return std::find(kPassedOn.begin(), kPassedOn.end(), signal) != kPassedOn.end(); }
+
+/// The child's exit status; 128 and the signal's number, and a line, when a signal ended it.
+int waitFor(pid_t child, const std::filesystem::path& state) {
+  const int status = endOf(child);
   if (!WIFSIGNALED(status)) {
     return WEXITSTATUS(status);
   }
   const int signal = WTERMSIG(status);
-  if (std::find(kPassedOn.begin(), kPassedOn.end(), signal) == kPassedOn.end()) {
+  if (!isPassedOn(signal)) {
     std::fprintf(stderr, "The program was ended by signal %d (%s); its log is %s\n", signal, ::strsignal(signal),
                  (state / "system.log").c_str());
   }
   return kSignalBase + signal;
+}
+
+/// Tries the network: 0 when it fits, 1 and the reasons when not. One that brings the check down does not fit.
+int checkModel(const LaunchPlan& plan, const std::string& model) {
+  const int status = endOf(start(plan, "").id);
+  if (!WIFSIGNALED(status)) {
+    return WEXITSTATUS(status);
+  }
+  const int signal = WTERMSIG(status);
+  if (isPassedOn(signal)) {
+    return kSignalBase + signal;
+  }
+  const std::string why = signal == SIGALRM
+                              ? "is too slow: it has not been tried within minutes, and the program runs it twice or "
+                                "more in every half second"
+                              : std::string("brings the inference engine down (") + ::strsignal(signal) + ")";
+  std::fprintf(stderr, "%s: %s\n", model.c_str(), why.c_str());
+  return kDoesNotFit;
 }
 
 /// Where to look afterwards.
@@ -233,6 +259,9 @@ int run(const std::vector<std::string>& arguments) {
   }
   const workstation::WebAccess access = workstation::webAccess(request);
   LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
+  if (request.model) {
+    return checkModel(plan, *request.model);
+  }
   plan.environment.insert(access.environment.begin(), access.environment.end());
   announce(request, plan);
   const workstation::StartWatch watch(plan.place.directory());
