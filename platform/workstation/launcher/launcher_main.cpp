@@ -233,8 +233,7 @@ int checkModel(const LaunchPlan& plan, const std::string& model) {
     return kSignalBase + signal;
   }
   const std::string why = signal == SIGALRM
-                              ? "is too slow: it has not been tried within minutes, and the program runs it twice or "
-                                "more in every half second"
+                              ? "is too slow: it needs minutes where the program has half a second for two runs or more"
                               : std::string("brings the inference engine down (") + ::strsignal(signal) + ")";
   std::fprintf(stderr, "%s: %s\n", model.c_str(), why.c_str());
   return kDoesNotFit;

@@ -33,6 +33,9 @@ TEST(CommandLine, NamesSourceAndMode) {
   const LaunchRequest replay = parseCommandLine(words("replay a.mp4 --json --truth t.jsonl"));
   EXPECT_TRUE(replay.replay && replay.json);
   EXPECT_EQ(*replay.source + *replay.truth, "a.mp4t.jsonl");
+  const LaunchRequest model = parseCommandLine(words("model check replay"));
+  EXPECT_TRUE(model.replay && model.model == "replay" && !model.source) << "on the demo, and nothing stays";
+  EXPECT_TRUE(parseCommandLine(words("model --help")).help);
   EXPECT_EQ(parseCommandLine(words("--source a --reset floor --settings s")).reset, "floor");
   EXPECT_FALSE(parseCommandLine(words("replay demo")).source) << "none is the demo";
   EXPECT_EQ(parseCommandLine({"--state", "\xC3\xA4/\xFF"}).state, "\xC3\xA4/\xFF") << "bytes, whatever the language";
@@ -43,6 +46,9 @@ TEST(CommandLine, RefusesWhatItCannotObey) {
        {"replay", "--json", "--truth t", "--source", "--source a --source b", "demo", "replay a --source b",
         "replay a --listen 127.0.0.1:0", "replay a --user x", "replay a --reset floor", "replay a --loop",
         "--password-file p", "--reset beds", "--settings s", "--loop"}) {
+    EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
+  }
+  for (const char* line : {"model", "model check", "model a b", "model check a b", "model check a --state b"}) {
     EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
   }
 }
