@@ -121,6 +121,9 @@ void layOutPackage(const fs::path& root, const fs::path& source_tree) {
   }
 }
 
+/// The network that is tried; meaningless without one.
+fs::path networkOf(const LaunchRequest& request) { return fs::absolute(request.model.value_or("")).lexically_normal(); }
+
 /// The network as one more of the package's.
 void addToPackage(const fs::path& root, const fs::path& model) {
   for (const char* folder : kPackageFolders) {
@@ -184,6 +187,32 @@ void checkTruth(const LaunchRequest& request) {
   if (request.truth && !fs::is_regular_file(*request.truth)) {
     throw std::runtime_error(*request.truth + ": there is no such file");
   }
+}
+
+std::map<std::string, std::string> environmentFor(const LaunchRequest& request, const fs::path& source_tree,
+                                                  const fs::path& state, bool on_terminal) {
+  std::map<std::string, std::string> environment = {
+      {"VELMOR_ROOT", (state / "root").string()},
+      {"VELMOR_STATE", state.string()},
+      {"VELMOR_CAMERA", (state / "camera.json").string()},
+      {"VELMOR_MANIFEST", (source_tree / "package" / "manifest.json").string()},
+      {"VELMOR_OUTPUT", !request.replay ? "text"
+                        : request.json  ? "json"
+                                        : "replay"}};
+  if (request.replay) {
+    environment["VELMOR_CLOCK"] = "replay";
+  }
+  if (request.replay && on_terminal && !request.model) {
+    environment["VELMOR_PROGRESS"] = "1";
+  }
+  if (request.model) {
+    environment["VELMOR_MODEL"] = networkOf(request).string();
+    environment["VELMOR_SOURCE_DIR"] = fs::absolute(source_tree).string();
+  }
+  if (request.truth) {
+    environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
+  }
+  return environment;
 }
 
 }  // namespace
@@ -289,7 +318,6 @@ Parameters packageDefaults(const fs::path& source_tree) {
 }
 
 LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
-  const fs::path manifest = source_tree / "package" / "manifest.json";
   const CameraDescription camera = requestedCamera(request, source_tree);
   const Parameters defaults = packageDefaults(source_tree);
   checkParameters(camera, defaults, settingsName(request));
@@ -304,34 +332,16 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   const fs::path state = plan.place.directory();
   const fs::path root = state / "root";
   layOutPackage(root, source_tree);
+  if (request.model && fs::is_regular_file(networkOf(request))) {
+    addToPackage(root, networkOf(request));
+  }
   const Parameters values = effectiveParameters(state, defaults, camera);
   if (!request.truth && !request.model) {
     checkModels(root, values);
   }
   writeIfOther(state / "camera.json", toJson(camera).dump(2) + "\n");
 
-  plan.environment = {{"VELMOR_ROOT", root.string()},
-                      {"VELMOR_STATE", state.string()},
-                      {"VELMOR_CAMERA", (state / "camera.json").string()},
-                      {"VELMOR_MANIFEST", manifest.string()},
-                      {"VELMOR_OUTPUT", !request.replay ? "text"
-                                        : request.json  ? "json"
-                                                        : "replay"}};
-  if (request.replay) {
-    plan.environment["VELMOR_CLOCK"] = "replay";
-  }
-  if (request.replay && on_terminal) {
-    plan.environment["VELMOR_PROGRESS"] = "1";
-  }
-  if (request.model) {
-    const fs::path model = fs::absolute(*request.model).lexically_normal();
-    if (fs::is_regular_file(model)) addToPackage(root, model);
-    plan.environment["VELMOR_MODEL"] = model.string();
-    plan.environment["VELMOR_SOURCE_DIR"] = fs::absolute(source_tree).string();
-  }
-  if (request.truth) {
-    plan.environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
-  }
+  plan.environment = environmentFor(request, source_tree, state, on_terminal);
   return plan;
 }
 
