@@ -35,8 +35,20 @@ bool findSkeletons(BodypixPoseEstimator& estimator, int rotation, const char* fa
   return true;
 }
 
-/// The fused skeletons of the four rotations go into g_skeletons.
-bool findPeople() {
+/// The status after a complete cycle; g_ExecutionTime is still that of the cycle before.
+int decideStatus() {
+  if (g_ExecutionTime >= kOverloadPeriods * g_main_loop_time) {
+    return status::kSlow;
+  }
+  if (g_EventManager->isEventStarted(kOutOfBedEvent)) {
+    return status::kOutOfBed;
+  }
+  return g_EventManager->isEventStarted(kFallEvent) ? status::kFallen : status::kRunning;
+}
+
+}  // namespace
+
+bool find_people() {
   Skeletons northSkeletons;
   Skeletons southSkeletons;
   Skeletons westSkeletons;
@@ -60,23 +72,10 @@ bool findPeople() {
   return true;
 }
 
-/// The status after a complete cycle; g_ExecutionTime is still that of the cycle before.
-int decideStatus() {
-  if (g_ExecutionTime >= kOverloadPeriods * g_main_loop_time) {
-    return status::kSlow;
-  }
-  if (g_EventManager->isEventStarted(kOutOfBedEvent)) {
-    return status::kOutOfBed;
-  }
-  return g_EventManager->isEventStarted(kFallEvent) ? status::kFallen : status::kRunning;
-}
-
-}  // namespace
-
 int do_one_analysis() {
   using std::chrono::system_clock;
   const auto tInitial = system_clock::now();
-  if (!findPeople()) {
+  if (!find_people()) {
     return 1;
   }
   DetectionProcessing::monitor_AOI();

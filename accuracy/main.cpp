@@ -1,0 +1,96 @@
+// velmor_accuracy: what the program finds in pictures and recordings whose truth is known, measured with its own code.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "accuracy/commands.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "velmor_accuracy pictures FOLDER [--turned 90|180|270] [--light FACTOR] [--json FILE]\n"
+    "  the people of labelled pictures: FOLDER holds truth.json and the JPEG files that it names\n"
+    "    --turned  the pictures turned clockwise; by a quarter they are shrunk to fit, with grey at the sides\n"
+    "    --light   every byte of the picture times FACTOR (0 to 1)\n"
+    "    --json    each picture's skeletons, whom they find and whom they miss\n";
+
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// The words of a command line, taken one by one.
+class Words {
+ public:
+  explicit Words(std::vector<std::string> words) : m_words(std::move(words)) {}
+
+  [[nodiscard]] bool areLeft() const { return m_next < m_words.size(); }
+  std::string next(const std::string& what) {
+    if (!areLeft()) throw UsageError(what + " is missing");
+    return m_words[m_next++];
+  }
+
+ private:
+  std::vector<std::string> m_words;
+  std::size_t m_next = 0;
+};
+
+double numberFrom(const std::string& word, const std::string& what, double low, double high) {
+  char* end = nullptr;
+  const double number = std::strtod(word.c_str(), &end);
+  if (word.empty() || *end != '\0' || !(number >= low && number <= high)) {
+    throw UsageError(what + " must be a number from " + std::to_string(low) + " to " + std::to_string(high));
+  }
+  return number;
+}
+
+int turnFrom(const std::string& word) {
+  if (word != "0" && word != "90" && word != "180" && word != "270") throw UsageError("--turned takes 90, 180 or 270");
+  return std::stoi(word);
+}
+
+void pictures(Words words) {
+  PicturesRequest request;
+  request.folder = words.next("FOLDER");
+  while (words.areLeft()) {
+    const std::string option = words.next("");
+    const std::string value = words.next("the value of " + option);
+    if (option == "--turned") {
+      request.viewing.turn = turnFrom(value);
+    } else if (option == "--light") {
+      request.viewing.light = numberFrom(value, option, 0, 1);
+    } else if (option == "--json") {
+      request.json = value;
+    } else {
+      throw UsageError(option + " is no option of pictures");
+    }
+  }
+  measurePictures(request);
+}
+
+void obey(Words words) {
+  const std::string command = words.next("the command");
+  if (command == "pictures") return pictures(words);
+  throw UsageError(command + " is no command");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    obey(Words({argv + 1, argv + argc}));
+  } catch (const UsageError& error) {
+    std::cerr << "velmor_accuracy: " << error.what() << "\n" << kUsage;
+    return 2;
+  } catch (const std::exception& error) {
+    std::cerr << "velmor_accuracy: " << error.what() << '\n';
+    return 1;
+  }
+  std::fflush(nullptr);
+  std::_Exit(0);  // the program's own end is not what is measured
+}
