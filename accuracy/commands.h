@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "accuracy/labelled_pictures.h"
@@ -15,3 +16,13 @@ struct PicturesRequest {
 
 /// Whom the program finds in labelled pictures: the first half of its cycle on each, at the default sensitivity.
 void measurePictures(const PicturesRequest& request);
+
+struct RecordingsRequest {
+  std::vector<std::filesystem::path> files;
+  std::optional<std::filesystem::path> settings;  ///< for all; none: NAME.settings.json beside each that has one
+  std::optional<double> still_from_end_s;         ///< this long before a recording's end somebody lies still
+};
+
+/// The program's cycles on recordings: whom it sees of the true people (NAME.truth.jsonl beside the recording), and its
+/// events beside those that the true people lead to.
+void measureRecordings(const RecordingsRequest& request);

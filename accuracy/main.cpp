@@ -18,7 +18,11 @@ constexpr const char* kUsage =
     "  the people of labelled pictures: FOLDER holds truth.json and the JPEG files that it names\n"
     "    --turned  the pictures turned clockwise; by a quarter they are shrunk to fit, with grey at the sides\n"
     "    --light   every byte of the picture times FACTOR (0 to 1)\n"
-    "    --json    each picture's skeletons, whom they find and whom they miss\n";
+    "    --json    each picture's skeletons, whom they find and whom they miss\n"
+    "velmor_accuracy recordings [--settings FILE] [--still-from-end SECONDS] FILE...\n"
+    "  recordings through the whole program, beside NAME.truth.jsonl of each where there is one\n"
+    "    --settings        the camera's settings, instead of NAME.settings.json\n"
+    "    --still-from-end  so long before the end somebody has fallen and lies still\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -73,9 +77,28 @@ void pictures(Words words) {
   measurePictures(request);
 }
 
+void recordings(Words words) {
+  RecordingsRequest request;
+  while (words.areLeft()) {
+    const std::string word = words.next("");
+    if (word == "--settings") {
+      request.settings = words.next(word);
+    } else if (word == "--still-from-end") {
+      request.still_from_end_s = numberFrom(words.next(word), word, 0, 86400);
+    } else if (word.starts_with("--")) {
+      throw UsageError(word + " is no option of recordings");
+    } else {
+      request.files.emplace_back(word);
+    }
+  }
+  if (request.files.empty()) throw UsageError("FILE is missing");
+  measureRecordings(request);
+}
+
 void obey(Words words) {
   const std::string command = words.next("the command");
   if (command == "pictures") return pictures(words);
+  if (command == "recordings") return recordings(words);
   throw UsageError(command + " is no command");
 }
 

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
-#include <vector>
-
-#include <opencv2/core.hpp>
+#include <functional>
+#include <nlohmann/json.hpp>
 
 #include "platform/workstation/launcher/launch_plan.h"
 
@@ -36,3 +34,12 @@ void startEyes();
 
 /// All of start-up but the web requests. Throws std::runtime_error.
 void startProgram();
+
+/// Runs the program's cycles to the recording's end, or until `each`, called after every cycle, returns false. Throws
+/// what `each` throws, and std::runtime_error when a model could not be run. Once in a process, which is ended some
+/// seconds after the recording's end, so be quick with what was learned.
+void runCycles(const std::function<bool()>& each);
+
+/// What `work` returns, done in a process of its own: the program's state is there once in a process. Throws
+/// std::runtime_error with the text of what `work` threw. Before this process has threads.
+nlohmann::json runApart(const std::function<nlohmann::json()>& work);

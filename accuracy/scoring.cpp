@@ -202,3 +202,25 @@ Verdict judge(const LabelledPicture& truth, const Skeletons& skeletons) {
   }
   return verdict;
 }
+
+std::vector<ComparedChange> compareChanges(const std::vector<EventChange>& reference,
+                                           const std::vector<EventChange>& program) {
+  std::vector<ComparedChange> compared;
+  std::vector<EventChange> left = program;
+  for (const EventChange& change : reference) {
+    const auto delay = [&](const EventChange& other) {
+      const bool is_same = other.event == change.event && other.active == change.active;
+      return is_same ? std::abs(other.time_s - change.time_s) : kLongestDelay_s + 1;
+    };
+    const auto nearest =
+        std::min_element(left.begin(), left.end(), [&](const auto& a, const auto& b) { return delay(a) < delay(b); });
+    compared.push_back({change, std::nullopt});
+    if (nearest == left.end() || delay(*nearest) > kLongestDelay_s) continue;
+    compared.back().program = *nearest;
+    left.erase(nearest);
+  }
+  for (const EventChange& change : left) compared.push_back({std::nullopt, change});
+  std::stable_sort(compared.begin(), compared.end(),
+                   [](const auto& a, const auto& b) { return a.known().time_s < b.known().time_s; });
+  return compared;
+}

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "pose/skeleton.h"
@@ -74,3 +75,25 @@ struct Verdict {
 
 /// Gives each person at most one skeleton and each skeleton at most one person, the closest pairs first.
 Verdict judge(const LabelledPicture& truth, const Skeletons& skeletons);
+
+/// An event begins or ends.
+struct EventChange {
+  double time_s = 0;
+  std::string event;
+  bool active = false;
+};
+
+/// A change of the reference beside the program's; one of the two may be missing.
+struct ComparedChange {
+  std::optional<EventChange> reference;
+  std::optional<EventChange> program;
+
+  [[nodiscard]] const EventChange& known() const { return reference ? *reference : program.value(); }
+};
+
+/// A change that comes later or earlier than this is another one.
+inline constexpr double kLongestDelay_s = 15;
+
+/// All changes of both, by time: each of the reference's with the nearest of the same kind that the program made.
+std::vector<ComparedChange> compareChanges(const std::vector<EventChange>& reference,
+                                           const std::vector<EventChange>& program);

@@ -65,6 +65,13 @@ Keypoints keypointsFrom(const json& person, const std::string& where) {
   return keypoints;
 }
 
+Posture postureFrom(const json& person) {
+  const auto is = [&person](const char* key) { return person.value(key, json()) == true; };
+  if (is("in_bed")) return Posture::kInBed;
+  if (is("lying_on_floor")) return Posture::kLyingOnFloor;
+  return is("standing") ? Posture::kStanding : Posture::kChanging;
+}
+
 }  // namespace
 
 TruthPicture parseTruth(const std::string& line) {
@@ -79,6 +86,7 @@ TruthPicture parseTruth(const std::string& line) {
   for (std::size_t i = 0; i < people.size(); ++i) {
     const std::string where = "person " + std::to_string(i + 1) + ": ";
     result.skeletons.emplace_back(keypointsFrom(people[i], where), -1, 1.0F);
+    result.postures.push_back(postureFrom(people[i]));
   }
   return result;
 }

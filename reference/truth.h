@@ -7,14 +7,18 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/clock/clock.h"
 #include "pose/skeleton.h"
+
+enum class Posture { kStanding, kInBed, kLyingOnFloor, kChanging };
 
 /// The people of one picture, as a perfect pose network would report them.
 struct TruthPicture {
   TimeStamp time;
   Skeletons skeletons;
+  std::vector<Posture> postures;  ///< of the skeletons, in their order
 };
 
 /// Reads one line. Throws std::runtime_error that says what is wrong; keys that are not needed are ignored.
