@@ -30,7 +30,7 @@ rooms=(
   "app|analysis config events geometry overlay pose validation video platform/clock platform/support|opencv2 larod.h axhttp.h"
   "simulator||EGL GL glm gst nlohmann"
   "reference|analysis app/process_state.h app/lifecycle/shutdown.h app/lifecycle/startup.h platform/clock pose/skeleton.h|nlohmann"
-  "accuracy|analysis app platform pose reference validation video|nlohmann opencv2 larod.h"
+  "accuracy|analysis app events platform pose reference validation video|gst nlohmann opencv2 turbojpeg.h larod.h"
 )
 guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 

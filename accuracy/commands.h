@@ -26,3 +26,12 @@ struct RecordingsRequest {
 /// The program's cycles on recordings: whom it sees of the true people (NAME.truth.jsonl beside the recording), and its
 /// events beside those that the true people lead to.
 void measureRecordings(const RecordingsRequest& request);
+
+struct PrivacyRequest {
+  std::filesystem::path tree;  ///< with the demo
+  int rotation = 0;            ///< of the camera: 0 or 90 degrees
+  bool mirrored = false;
+};
+
+/// How many true faces of the demo the anonymised stream shows, for a camera mounted so.
+void measurePrivacy(const PrivacyRequest& request);

@@ -22,7 +22,9 @@ constexpr const char* kUsage =
     "velmor_accuracy recordings [--settings FILE] [--still-from-end SECONDS] FILE...\n"
     "  recordings through the whole program, beside NAME.truth.jsonl of each where there is one\n"
     "    --settings        the camera's settings, instead of NAME.settings.json\n"
-    "    --still-from-end  so long before the end somebody has fallen and lies still\n";
+    "    --still-from-end  so long before the end somebody has fallen and lies still\n"
+    "velmor_accuracy privacy SOURCE_TREE ROTATION(0|90) MIRRORED(0|1)\n"
+    "  the true faces of the demo that the anonymised stream shows, for a camera mounted so\n";
 
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -95,10 +97,24 @@ void recordings(Words words) {
   measureRecordings(request);
 }
 
+void privacy(Words words) {
+  PrivacyRequest request;
+  request.tree = words.next("SOURCE_TREE");
+  const std::string rotation = words.next("ROTATION");
+  const std::string mirrored = words.next("MIRRORED");
+  if (rotation != "0" && rotation != "90") throw UsageError("ROTATION is 0 or 90");
+  if (mirrored != "0" && mirrored != "1") throw UsageError("MIRRORED is 0 or 1");
+  if (words.areLeft()) throw UsageError(words.next("") + ": privacy takes three words");
+  request.rotation = std::stoi(rotation);
+  request.mirrored = mirrored == "1";
+  measurePrivacy(request);
+}
+
 void obey(Words words) {
   const std::string command = words.next("the command");
   if (command == "pictures") return pictures(words);
   if (command == "recordings") return recordings(words);
+  if (command == "privacy") return privacy(words);
   throw UsageError(command + " is no command");
 }
 

@@ -1,28 +1,21 @@
-// velmor_measure_privacy: how many true faces of the demo the anonymised stream would show.
-//
-//   velmor_measure_privacy SOURCE_TREE ROTATION MIRRORED(0|1)
+// How many true faces of the demo the anonymised stream would show.
 //
 // The program's own cycles, networks and all, on the demo's video, as a camera mounted so would see it; its truth
 // turned alike. A face is one whose nose or at least one eye is visible in the truth.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 
+#include "accuracy/commands.h"
+#include "accuracy/program.h"
 #include "analysis/FindingsHistory.h"
-#include "app/lifecycle/analysis_cycle.h"
-#include "app/lifecycle/init_ai.h"
-#include "app/lifecycle/startup.h"
 #include "app/process_state.h"
 #include "platform/clock/clock.h"
-#include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/views/overlay_service.h"
 #include "platform/workstation/views/view_picture.h"
 #include "reference/truth.h"
@@ -49,6 +42,8 @@ struct Tally {
   double widest_px = 0;
   double widest_unmasked_px = 0;
 };
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Tally, cycles, cards, faces, unmasked, seen_coarse, widest_px, widest_unmasked_px)
 
 Point turned(const Point& point, int rotation) {
   return rotation == 90 ? Point{g_StreamWidth - 1 - point.y, point.x} : point;
@@ -111,83 +106,49 @@ std::string describeCamera(const fs::path& demo, int rotation, bool mirrored) {
   return camera.dump();
 }
 
-void start() {
-  init_parameter_controller();
-  if (init_ai() != 0) throw std::runtime_error("the networks cannot be opened");
-  init_overlay_manager();
-  init_event_manager();
-  if (!init_3D()) throw std::runtime_error("the floor does not calibrate");
-  init_tracking();
-}
-
-struct Run {
-  int rotation;
-  std::ifstream truth;
-  GMainLoop* loop;
-  Tally tally;
-};
-
-gboolean cycle(gpointer data) {
-  auto& run = *static_cast<Run*>(data);
-  std::string line;
-  if (!std::getline(run.truth, line)) {
-    g_main_loop_quit(run.loop);
-    return G_SOURCE_REMOVE;
-  }
-  const TruthPicture truth = parseTruth(line);
+void count(const TruthPicture& truth, int rotation, Tally& tally) {
   if (truth.time != ticker_clock::now()) throw std::runtime_error("the truth is not of the cycle's time");
-  do_one_analysis();
-  ++run.tally.cycles;
-  const auto sight = workstation::anonymisedView().sightAt(workstation::currentStreamChoice(),
-                                                           static_cast<std::uint32_t>(run.rotation),
-                                                           workstation::AnonymisedView::Clock::now());
+  ++tally.cycles;
+  const auto sight =
+      workstation::anonymisedView().sightAt(workstation::currentStreamChoice(), static_cast<std::uint32_t>(rotation),
+                                            workstation::AnonymisedView::Clock::now());
   if (!sight.reason.empty()) {
-    ++run.tally.cards;
-    return G_SOURCE_CONTINUE;
+    ++tally.cards;
+    return;
   }
-  for (const Skeleton& person : truth.skeletons) count(person, run.rotation, run.tally);
-  return G_SOURCE_CONTINUE;
+  for (const Skeleton& person : truth.skeletons) count(person, rotation, tally);
 }
 
-void measure(const fs::path& tree, int rotation, bool mirrored) {
-  const fs::path demo = fs::absolute(tree) / "simulator" / "demo";
-  std::string folder = (fs::temp_directory_path() / "velmor-privacy-XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error(folder + ": cannot be created");
-  const std::string camera = folder + "/camera-source.json";
-  std::ofstream(camera) << describeCamera(demo, rotation, mirrored);
-  workstation::LaunchRequest request;
-  request.replay = true;
-  request.source = camera;
-  request.state = folder;
-  const workstation::LaunchPlan plan = workstation::prepareLaunch(request, tree, false);
-  for (const auto& [name, value] : plan.environment) setenv(name.c_str(), value.c_str(), 1);
-  start();
-  Run run{rotation, std::ifstream(demo / "demo.truth.jsonl"), g_main_loop_new(nullptr, FALSE), {}};
-  ticker_clock::addTicker(static_cast<guint>(g_main_loop_time), cycle, &run);
-  g_main_loop_run(run.loop);
-  const Tally& tally = run.tally;
-  std::printf(
-      "rotation %d, mirrored %d: %d cycles, %d cards, %d true faces, %d outside every mask, of these %d at least "
-      "%.0f blocks wide; widest face %.0f px, widest outside %.0f px\n",
-      rotation, mirrored ? 1 : 0, tally.cycles, tally.cards, tally.faces, tally.unmasked, tally.seen_coarse,
-      kBlocksOfFace, tally.widest_px, tally.widest_unmasked_px);
-  fs::remove_all(folder);
+Tally watch(const PrivacyRequest& request) {
+  const fs::path demo = fs::absolute(request.tree) / "simulator" / "demo";
+  const TemporaryFolder folder;
+  workstation::LaunchRequest launch;
+  launch.source = folder.path() / "camera-source.json";
+  std::ofstream(*launch.source) << describeCamera(demo, request.rotation, request.mirrored);
+  const workstation::LaunchPlan plan = takeOver(launch, request.tree);
+  startProgram();
+  std::ifstream file(demo / "demo.truth.jsonl");
+  Tally tally;
+  runCycles([&] {
+    std::string line;
+    if (!std::getline(file, line)) return false;
+    count(parseTruth(line), request.rotation, tally);
+    return true;
+  });
+  return tally;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::cerr << "usage: velmor_measure_privacy SOURCE_TREE ROTATION(0|90) MIRRORED(0|1)\n";
-    return 2;
-  }
-  setenv("VELMOR_CLOCK", "replay", 1);
-  try {
-    measure(argv[1], std::stoi(argv[2]), std::string(argv[3]) == "1");
-  } catch (const std::exception& error) {
-    std::cerr << "velmor_measure_privacy: " << error.what() << '\n';
-    return 1;
-  }
-  std::fflush(stdout);
-  std::_Exit(0);
+void measurePrivacy(const PrivacyRequest& request) {
+  const Tally tally = runApart([&] { return nlohmann::json(watch(request)); });
+  const double block = workstation::blockSide(kStream);
+  std::puts(
+      "| mounted | pictures | cards | true faces | seen with masks alone | seen with masks and coarsening | widest "
+      "face, "
+      "pixels | widest face outside the masks |\n|---|---|---|---|---|---|---|---|");
+  std::printf("| turned by %d degrees%s | %d | %d | %d | %d | %d | %.0f | %.0f pixels, %.1f blocks |\n",
+              request.rotation, request.mirrored ? " and mirrored" : "", tally.cycles, tally.cards, tally.faces,
+              tally.unmasked, tally.seen_coarse, tally.widest_px, tally.widest_unmasked_px,
+              tally.widest_unmasked_px / block);
 }
