@@ -84,12 +84,13 @@ void main() {
   vec3 albedo = pattern();
   if (kind == 5) { result = vec4(pow(albedo, vec3(0.4545)), 1); return; }
   float lit = 0.0;
-  if (dot(n, towards) > 0.0) {
+  float slope = dot(n, towards);
+  if (slope > 0.0) {
     for (int i = 0; i < 4; ++i) {
       vec2 offset = vec2(float(i & 1) - 0.5, float(i >> 1) - 0.5) * 0.003;
-      lit += 0.25 * texture(shadow, vec3(inShadow.xy + offset, inShadow.z - 0.004));
+      lit += 0.25 * texture(shadow, vec3(inShadow.xy + offset, inShadow.z - 0.002 - 0.002 / max(slope, 0.1)));
     }
-    lit *= dot(n, towards);
+    lit *= slope;
   }
   vec3 light = mix(ground, sky, 0.5 + 0.5 * n.z) + lamp * lit;
   result = vec4(pow(min(albedo * light, vec3(1)), vec3(0.4545)), 1);
@@ -293,8 +294,8 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   glClear(GL_DEPTH_BUFFER_BIT);
   glUseProgram(gl.shadowProgram);
   glUniformMatrix4fv(glGetUniformLocation(gl.shadowProgram, "view"), 1, GL_FALSE, glm::value_ptr(shadowView));
-  const auto walls = static_cast<GLsizei>(room.wallVertices);
-  glDrawArrays(GL_TRIANGLES, walls, count - walls);
+  const auto flat = static_cast<GLsizei>(room.flatVertices);
+  glDrawArrays(GL_TRIANGLES, flat, count - flat);
 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
   glViewport(0, 0, gl.width, gl.height);

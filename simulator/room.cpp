@@ -5,65 +5,38 @@
 #include <cmath>
 #include <glm/gtc/constants.hpp>
 
+#include "simulator/furniture.h"
+
 namespace simulator {
 namespace {
 
-/// Appends a quadrilateral given counter-clockwise as seen from outside.
-void addQuad(Mesh& mesh, const std::array<glm::vec3, 4>& p, const glm::vec3& color, Surface surface) {
-  const glm::vec3 normal = glm::normalize(glm::cross(p[1] - p[0], p[2] - p[0]));
-  for (const std::size_t i : {0U, 1U, 2U, 0U, 2U, 3U}) {
-    mesh.push_back({p[i], normal, color, static_cast<float>(surface)});
-  }
-}
+constexpr float kBedFromWall = 0.12F;
 
-/// A box of the given size standing on `base` (centre of its underside), turned by `heading` about z.
-void addBox(Mesh& mesh, const glm::vec3& base, const glm::vec3& size, float heading, const glm::vec3& color,
-            Surface surface = Surface::kPlain) {
-  const glm::vec3 u = glm::vec3(std::cos(heading), std::sin(heading), 0) * (size.x / 2);
-  const glm::vec3 v = glm::vec3(-std::sin(heading), std::cos(heading), 0) * (size.y / 2);
-  const glm::vec3 w(0, 0, size.z);
-  addQuad(mesh, {base - u - v + w, base + u - v + w, base + u + v + w, base - u + v + w}, color, surface);
-  addQuad(mesh, {base - u - v, base + u - v, base + u - v + w, base - u - v + w}, color, surface);
-  addQuad(mesh, {base + u + v, base - u + v, base - u + v + w, base + u + v + w}, color, surface);
-  addQuad(mesh, {base + u - v, base + u + v, base + u + v + w, base + u - v + w}, color, surface);
-  addQuad(mesh, {base - u + v, base - u - v, base - u - v + w, base - u + v + w}, color, surface);
-}
-
-/// A sphere whose two halves are drawn apart from `a` to `b`, flattened along one axis.
-void addCapsule(Mesh& mesh, const Capsule& piece) {
-  constexpr int kSegments = 12;
-  constexpr int kRings = 3;  // per half
-  const glm::vec3 along = piece.b - piece.a;
-  const float length = glm::length(along);
-  const glm::vec3 axis = length > 1e-4F ? along / length : glm::vec3(0, 0, 1);
-  glm::vec3 side = piece.flatAxis - axis * glm::dot(piece.flatAxis, axis);
-  if (glm::length(side) < 1e-3F)
-    side = glm::cross(axis, std::abs(axis.x) < 0.9F ? glm::vec3(1, 0, 0) : glm::vec3(0, 1, 0));
-  side = glm::normalize(side);
-  const glm::vec3 other = glm::cross(axis, side);
-  std::array<std::array<Vertex, kSegments + 1>, 2 * kRings + 2> grid;
-  for (std::size_t row = 0; row < grid.size(); ++row) {
-    const bool upper = row > kRings;
-    const int ring = static_cast<int>(row) - (upper ? 1 : 0);
-    const float latitude = glm::half_pi<float>() * (static_cast<float>(ring) / kRings - 1);
-    const float radius = upper ? piece.radiusB : piece.radiusA;
-    const glm::vec3 centre = upper ? piece.b : piece.a;
-    for (std::size_t k = 0; k <= kSegments; ++k) {
-      const float longitude = glm::two_pi<float>() * static_cast<float>(k) / kSegments;
-      const float x = std::cos(latitude) * std::cos(longitude);
-      const float y = std::cos(latitude) * std::sin(longitude);
-      const float z = std::sin(latitude);
-      const glm::vec3 offset = side * (x * piece.flat) + other * y + axis * z;
-      const glm::vec3 normal = glm::normalize(side * (x / piece.flat) + other * y + axis * z);
-      grid[row][k] = {centre + offset * radius, normal, piece.color, static_cast<float>(piece.surface)};
-    }
-  }
-  for (std::size_t row = 0; row + 1 < grid.size(); ++row) {
-    for (std::size_t k = 0; k < kSegments; ++k) {
-      const auto& p = grid;
-      mesh.insert(mesh.end(),
-                  {p[row][k], p[row][k + 1], p[row + 1][k + 1], p[row][k], p[row + 1][k + 1], p[row + 1][k]});
-    }
+/// The bed, in a place that the room's number chooses.
+void placeBed(Room& room, unsigned number, Random& random) {
+  Bed& bed = room.bed;
+  bed.mattress = uniform(random, 0.48F, 0.65F);
+  static constexpr std::array<glm::vec3, 3> kFrames = {
+      {{0.5F, 0.36F, 0.22F}, {0.75F, 0.75F, 0.74F}, {0.35F, 0.26F, 0.2F}}};
+  static constexpr std::array<glm::vec3, 6> kBlankets = {{{0.3F, 0.45F, 0.62F},
+                                                          {0.62F, 0.6F, 0.52F},
+                                                          {0.35F, 0.5F, 0.38F},
+                                                          {0.58F, 0.32F, 0.3F},
+                                                          {0.8F, 0.8F, 0.82F},
+                                                          {0.45F, 0.4F, 0.55F}}};
+  bed.frame = kFrames[random() % kFrames.size()];
+  bed.blanket = kBlankets[random() % kBlankets.size()] * uniform(random, 0.85F, 1.1F);
+  bed.sheet = glm::vec3(uniform(random, 0.72F, 0.9F));
+  const bool left = number % 2 == 0;
+  const float gap = kBedFromWall + bed.width / 2;
+  if (number % 3 != 2) {  // head at the far wall
+    bed.heading = glm::half_pi<float>();
+    bed.centre = {left ? gap : room.width - gap, room.depth - kBedFromWall - bed.length / 2};
+    if (number % 6 == 4) bed.centre.x = room.width / 2 + uniform(random, -0.4F, 0.2F);
+  } else {  // head at a side wall
+    bed.heading = left ? glm::pi<float>() : 0;
+    bed.centre = {left ? kBedFromWall + bed.length / 2 : room.width - kBedFromWall - bed.length / 2,
+                  room.depth - uniform(random, 0.7F, 1.3F)};
   }
 }
 
@@ -83,30 +56,31 @@ void addWalls(Room& room, Random& random) {
   addQuad(room.mesh, {glm::vec3(0, 0, 0), {0, d, 0}, {0, d, h}, {0, 0, h}}, wall * 0.95F, Surface::kPlain);
   addQuad(room.mesh, {glm::vec3(w, d, 0), {w, 0, 0}, {w, 0, h}, {w, d, h}}, wall * 0.97F, Surface::kPlain);
   addQuad(room.mesh, {glm::vec3(0, d, h), {w, d, h}, {w, 0, h}, {0, 0, h}}, glm::vec3(0.85F), Surface::kPlain);
-  for (const float y : {d}) addBox(room.mesh, {w / 2, y - 0.01F, 0}, {w, 0.02F, 0.1F}, 0, wall * 0.6F);
+  addBox(room.mesh, {w / 2, d - 0.01F, 0}, {w, 0.02F, 0.1F}, 0, wall * 0.6F);
 }
 
-void addOpenings(Room& room, Random& random) {
-  const float doorY = uniform(random, 0.9F, 2.0F);
+void addDoor(Room& room, Random& random) {
+  const float y = uniform(random, 0.9F, 2.0F);
   const bool right = room.bed.centre.x < room.width / 2;
-  const float doorX = right ? room.width : 0.0F;
+  const float x = right ? room.width : 0.0F;
   const float inwards = right ? -1.0F : 1.0F;
-  addBox(room.mesh, {doorX + inwards * 0.02F, doorY, 0}, {0.04F, 0.95F, 2.05F}, 0,
-         glm::vec3(uniform(random, 0.4F, 0.75F), uniform(random, 0.35F, 0.6F), 0.38F), Surface::kWood);
-  room.door = {doorX + inwards * 0.35F, doorY};
-  const float windowX = uniform(random, 1.2F, room.width - 1.2F);
+  addBox(room.mesh, {x + inwards * 0.02F, y, 0}, {0.04F, 0.95F, 2.05F}, 0,
+         {uniform(random, 0.4F, 0.75F), uniform(random, 0.35F, 0.6F), 0.38F}, Surface::kWood);
+  room.door = {x + inwards * 0.35F, y};
+}
+
+void addWindow(Room& room, Random& random) {
+  const float x = uniform(random, 1.2F, room.width - 1.2F);
   const float bright = uniform(random, 0.4F, 1.0F);
-  addBox(room.mesh, {windowX, room.depth - 0.03F, 1.15F}, {1.3F, 0.05F, 1.15F}, 0, glm::vec3(0.8F));
-  addBox(room.mesh, {windowX - 0.31F, room.depth - 0.06F, 1.22F}, {0.56F, 0.04F, 1.0F}, 0,
-         glm::vec3(0.75F, 0.85F, 0.95F) * bright, Surface::kLight);
-  addBox(room.mesh, {windowX + 0.31F, room.depth - 0.06F, 1.22F}, {0.56F, 0.04F, 1.0F}, 0,
-         glm::vec3(0.75F, 0.85F, 0.95F) * bright, Surface::kLight);
-  for (const float side : {-0.78F, 0.78F}) {
-    if (bright > 0.6F) {
-      addBox(room.mesh, {windowX + side, room.depth - 0.09F, 0.9F}, {0.3F, 0.1F, 1.5F}, 0,
-             glm::vec3(uniform(random, 0.4F, 0.7F), uniform(random, 0.3F, 0.6F), uniform(random, 0.3F, 0.5F)),
-             Surface::kStripes);
-    }
+  addBox(room.mesh, {x, room.depth - 0.03F, 1.15F}, {1.3F, 0.05F, 1.15F}, 0, glm::vec3(0.8F));
+  for (const float pane : {-0.31F, 0.31F}) {
+    addBox(room.mesh, {x + pane, room.depth - 0.06F, 1.22F}, {0.56F, 0.04F, 1.0F}, 0,
+           glm::vec3(0.75F, 0.85F, 0.95F) * bright, Surface::kLight);
+  }
+  if (bright <= 0.6F) return;
+  for (const float side : {-0.78F, 0.78F}) {  // curtains, above any headboard
+    addBox(room.mesh, {x + side, room.depth - 0.09F, 1.08F}, {0.3F, 0.1F, 1.32F}, 0,
+           {uniform(random, 0.4F, 0.7F), uniform(random, 0.3F, 0.6F), uniform(random, 0.3F, 0.5F)}, Surface::kStripes);
   }
 }
 
@@ -131,81 +105,120 @@ void addBedFrame(Room& room) {
   }
 }
 
-/// Tries to stand a piece of furniture on a free place along the walls.
-bool findWallPlace(const Room& room, Random& random, float radius, glm::vec2& place) {
-  for (int attempt = 0; attempt < 12; ++attempt) {
-    const auto wall = static_cast<unsigned>(random() % 3);
-    const float margin = radius * 0.75F;
-    if (wall == 0) place = {uniform(random, margin, room.width - margin), room.depth - margin};
-    if (wall == 1) place = {margin, uniform(random, 1.3F, room.depth - margin)};
-    if (wall == 2) place = {room.width - margin, uniform(random, 1.3F, room.depth - margin)};
-    if (room.isFree(place, radius) && glm::distance(place, room.door) > radius + 0.7F) return true;
-  }
-  return false;
+/// Where people come in.
+Box doorway(const Room& room) {
+  const bool right = room.door.x > room.width / 2;
+  return {{right ? room.width - 1 : 0, room.door.y - 0.5F, 0}, {right ? room.width : 1, room.door.y + 0.5F, 2.05F}};
 }
 
-glm::vec3 randomColor(Random& random) {
-  return glm::vec3(uniform(random, 0.25F, 0.8F), uniform(random, 0.22F, 0.65F), uniform(random, 0.18F, 0.6F));
+/// Where people get up from the bed.
+Box wayOut(const Room& room) {
+  const float reach = 0.9F / room.bed.width;
+  const float side = room.freeSide();
+  const glm::vec3 foot = room.bed.at(-0.05F, side);
+  const glm::vec3 middle = room.bed.at(0.45F, side == 0 ? -reach : 1 + reach);
+  Box box{glm::min(foot, middle), glm::max(foot, middle)};
+  box.low.z = 0;
+  box.high.z = 2;
+  return box;
 }
 
-void addPiece(Room& room, Random& random, unsigned kind, glm::vec2 place) {
-  const glm::vec3 base(place, 0);
-  const glm::vec3 tint = randomColor(random);
-  if (kind == 0) {  // wardrobe
-    addBox(room.mesh, base, {0.8F, 0.55F, 1.9F}, place.x < 0.6F || place.x > room.width - 0.6F ? 1.5708F : 0, tint,
-           Surface::kWood);
-  } else if (kind == 1) {  // bedside table
-    addBox(room.mesh, base, {0.45F, 0.4F, 0.6F}, 0, tint, Surface::kWood);
-    addBox(room.mesh, base + glm::vec3(0.05F, 0, 0.6F), {0.12F, 0.12F, 0.25F}, 0.4F, randomColor(random));
-  } else if (kind == 2) {  // chair
-    addBox(room.mesh, base + glm::vec3(0, 0, 0.3F), {0.48F, 0.48F, 0.15F}, 0, tint, Surface::kFabric);
-    addBox(room.mesh, base + glm::vec3(0, 0.22F, 0.45F), {0.48F, 0.07F, 0.5F}, 0, tint, Surface::kFabric);
-    for (const float x : {-0.2F, 0.2F}) {
-      for (const float y : {-0.2F, 0.2F})
-        addBox(room.mesh, base + glm::vec3(x, y, 0), {0.04F, 0.04F, 0.3F}, 0, tint * 0.5F);
+/// What the camera looks across to see the bed: low things may stand there.
+Box viewOfBed(const Box& bed) { return {{bed.low.x, 0, 1.2F}, {bed.high.x, bed.low.y, 3}}; }
+
+/// Puts furniture where it belongs and where nothing else is.
+class Furnishing {
+ public:
+  Furnishing(Room& room, Random& random) : m_room(room), m_random(random) {}
+
+  /// Nothing is put into that box.
+  void keepFree(const Box& box) { m_taken.push_back(box); }
+
+  /// What is flat: it hangs on the walls and lies on the floor.
+  void decorate() {
+    for (std::size_t i = m_random() % 3; i > 0; --i) {
+      const float height = uniform(m_random, 1.45F, 1.75F);
+      alongWalls(pictureOnWall(m_random), height);
     }
-  } else if (kind == 3) {  // drip stand
-    addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 0.7F, glm::vec3(0.4F));
-    addBox(room.mesh, base, {0.4F, 0.05F, 0.05F}, 2.3F, glm::vec3(0.4F));
-    addBox(room.mesh, base, {0.03F, 0.03F, 1.8F}, 0, glm::vec3(0.7F));
-    addBox(room.mesh, base + glm::vec3(0.08F, 0, 1.5F), {0.13F, 0.05F, 0.24F}, 0, glm::vec3(0.8F, 0.85F, 0.88F));
-  } else {  // plant
-    addBox(room.mesh, base, {0.3F, 0.3F, 0.35F}, 0.3F, tint);
-    for (int leaf = 0; leaf < 7; ++leaf) {
-      const float a = 0.9F * static_cast<float>(leaf);
-      addCapsule(room.mesh,
-                 {base + glm::vec3(0, 0, 0.4F),
-                  base + glm::vec3(0.22F * std::cos(a), 0.22F * std::sin(a), 0.75F + 0.05F * std::cos(3 * a)),
-                  0.03F,
-                  0.06F,
-                  {0, 0, 1},
-                  0.5F,
-                  glm::vec3(0.15F, 0.38F, 0.14F),
-                  Surface::kPlain});
+    if (!chance(m_random, 0.5F)) return;
+    const glm::vec3 place{m_room.width * uniform(m_random, 0.4F, 0.65F), uniform(m_random, 1.6F, 2.6F), 0};
+    const float heading = uniform(m_random, -0.3F, 0.3F);
+    draw(moved(rug(m_random), place, heading));
+  }
+
+  void furnishBed() {
+    besideBed(bedsideTable(m_random), 1, kFromWall - kBedFromWall);
+    if (chance(m_random, 0.4F)) besideBed(dripStand(), 0.72F, 0);
+  }
+
+  void furnishWalls() {
+    if (chance(m_random, 0.8F)) alongWalls(wardrobe(m_random), 0);
+    alongWalls(chair(m_random), 0);
+    if (chance(m_random, 0.3F)) alongWalls(chair(m_random), 0);
+    if (chance(m_random, 0.5F)) alongWalls(plant(m_random), 0);
+  }
+
+ private:
+  static constexpr float kFromWall = 0.03F;   ///< before the skirting board
+  static constexpr float kFromCamera = 1.5F;  ///< nothing stands nearer to the camera's wall
+  static constexpr float kBefore = 0.4F;      ///< stays free in front of what stands along a wall
+  static constexpr float kApart = 0.1F;       ///< and more than a blanket hangs over
+
+  void draw(const Mesh& mesh) { m_room.mesh.insert(m_room.mesh.end(), mesh.begin(), mesh.end()); }
+
+  bool fits(const Box& box) const {
+    const Box wider{box.low - kApart, box.high + kApart};
+    return box.low.x >= 0 && box.low.y >= kFromCamera && box.high.x <= m_room.width && box.high.y <= m_room.depth &&
+           std::none_of(m_taken.begin(), m_taken.end(), [&](const Box& other) { return wider.meets(other); });
+  }
+
+  bool put(const Mesh& piece, const glm::vec3& place, float heading) {
+    const Mesh mesh = moved(piece, place, heading);
+    const Box box = boundsOf(mesh);
+    if (!fits(box)) return false;
+    draw(mesh);
+    m_taken.push_back(box);
+    if (place.z <= 0) m_room.furniture.push_back(box);
+    return true;
+  }
+
+  /// With its back towards the head end, `along` the bed from foot (0) to head (1), and `before` that; on the side that
+  /// people leave the bed by if it fits there.
+  void besideBed(const Mesh& piece, float along, float before) {
+    const Bed& bed = m_room.bed;
+    const glm::vec3 towardsHead(std::cos(bed.heading), std::sin(bed.heading), 0);
+    const float away = (boundsOf(piece).high.x + kApart + 0.05F) / bed.width;
+    const float side = m_room.freeSide();
+    for (const float across : {side == 0 ? -away : 1 + away, side == 0 ? 1 + away : -away}) {
+      const glm::vec3 place = bed.at(along, across) - towardsHead * before;
+      if (put(piece, {place.x, place.y, 0}, bed.heading + glm::half_pi<float>())) return;
     }
   }
-}
 
-void addFurniture(Room& room, Random& random) {
-  const std::size_t pieces = 2 + random() % 4;
-  for (std::size_t i = 0; i < pieces; ++i) {
-    const auto kind = static_cast<unsigned>(random() % 5);
-    const float radius = kind == 0 ? 0.5F : 0.35F;
-    glm::vec2 place;
-    if (!findWallPlace(room, random, radius, place)) continue;
-    room.obstacles.emplace_back(place.x, place.y, radius);
-    addPiece(room, random, kind, place);
+  /// With its back to one of the three walls that the camera sees; not at all if there is no room.
+  void alongWalls(const Mesh& piece, float height) {
+    constexpr int kAttempts = 60;
+    const float gap = height > 0 ? 0.005F : kFromWall;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      const auto wall = m_random() % 3;
+      const float x = uniform(m_random, 0, m_room.width);
+      const float y = uniform(m_random, kFromCamera, m_room.depth);
+      const glm::vec3 place = wall == 0   ? glm::vec3(x, m_room.depth - gap, height)
+                              : wall == 1 ? glm::vec3(gap, y, height)
+                                          : glm::vec3(m_room.width - gap, y, height);
+      const float heading = wall == 0 ? glm::pi<float>() : glm::half_pi<float>() * (wall == 1 ? -1.0F : 1.0F);
+      const glm::vec3 forwards(-std::sin(heading), std::cos(heading), 0);
+      const Box before = boundsOf(moved(piece, place + forwards * kBefore, heading));
+      if (!fits(before) || !put(piece, place, heading)) continue;
+      keepFree(before);
+      return;
+    }
   }
-  if (chance(random, 0.5F)) {  // rug
-    addBox(room.mesh, {room.width * uniform(random, 0.4F, 0.65F), uniform(random, 1.6F, 2.6F), 0},
-           {uniform(random, 1.0F, 1.8F), uniform(random, 0.8F, 1.3F), 0.012F}, uniform(random, -0.3F, 0.3F),
-           randomColor(random), chance(random, 0.5F) ? Surface::kStripes : Surface::kFabric);
-  }
-  for (std::size_t i = random() % 3; i > 0; --i) {  // pictures
-    addBox(room.mesh, {uniform(random, 0.5F, room.width - 0.5F), room.depth - 0.015F, uniform(random, 1.3F, 1.6F)},
-           {uniform(random, 0.3F, 0.7F), 0.02F, uniform(random, 0.3F, 0.6F)}, 0, randomColor(random), Surface::kTiles);
-  }
-}
+
+  Room& m_room;
+  Random& m_random;
+  std::vector<Box> m_taken;
+};
 
 }  // namespace
 
@@ -219,9 +232,7 @@ glm::mat3 Camera::axes() const {
   const glm::vec3 forward(std::cos(heading) * std::cos(pitch), std::sin(heading) * std::cos(pitch), -std::sin(pitch));
   const glm::vec3 level(std::sin(heading), -std::cos(heading), 0);
   const glm::vec3 below = glm::cross(forward, level);
-  const glm::vec3 right = level * std::cos(roll) + below * std::sin(roll);
-  const glm::vec3 down = below * std::cos(roll) - level * std::sin(roll);
-  return glm::transpose(glm::mat3(right, down, forward));
+  return glm::transpose(glm::mat3(level, below, forward));
 }
 
 glm::vec3 Camera::project(const glm::vec3& world) const {
@@ -230,15 +241,10 @@ glm::vec3 Camera::project(const glm::vec3& world) const {
   return {cx + fx * p.x / z, cy + fy * p.y / z, p.z};
 }
 
-bool Room::isFree(glm::vec2 place, float radius) const {
-  if (place.x < radius || place.y < radius || place.x > width - radius || place.y > depth - radius) return false;
-  const glm::vec2 u(std::cos(bed.heading), std::sin(bed.heading));
-  const glm::vec2 local = place - bed.centre;
-  const float along = std::abs(glm::dot(local, u));
-  const float across = std::abs(glm::dot(local, glm::vec2(-u.y, u.x)));
-  if (along < bed.length / 2 + radius && across < bed.width / 2 + radius) return false;
-  return std::all_of(obstacles.begin(), obstacles.end(),
-                     [&](const glm::vec3& piece) { return glm::distance(place, glm::vec2(piece)) > piece.z + radius; });
+float Room::freeSide() const {
+  const glm::vec2 middle(width / 2, depth / 2);
+  return glm::distance(glm::vec2(bed.at(0.5F, 0)), middle) < glm::distance(glm::vec2(bed.at(0.5F, 1)), middle) ? 0.0F
+                                                                                                               : 1.0F;
 }
 
 Room makeRoom(unsigned number) {
@@ -248,35 +254,23 @@ Room makeRoom(unsigned number) {
   room.width = uniform(random, 4.1F, 5.0F);
   room.depth = uniform(random, 3.9F, 4.5F);
   room.height = uniform(random, 2.6F, 3.6F);
-  Bed& bed = room.bed;
-  bed.mattress = uniform(random, 0.48F, 0.65F);
-  static constexpr std::array<glm::vec3, 3> kFrames = {
-      {{0.5F, 0.36F, 0.22F}, {0.75F, 0.75F, 0.74F}, {0.35F, 0.26F, 0.2F}}};
-  static constexpr std::array<glm::vec3, 6> kBlankets = {{{0.3F, 0.45F, 0.62F},
-                                                          {0.62F, 0.6F, 0.52F},
-                                                          {0.35F, 0.5F, 0.38F},
-                                                          {0.58F, 0.32F, 0.3F},
-                                                          {0.8F, 0.8F, 0.82F},
-                                                          {0.45F, 0.4F, 0.55F}}};
-  bed.frame = kFrames[random() % kFrames.size()];
-  bed.blanket = kBlankets[random() % kBlankets.size()] * uniform(random, 0.85F, 1.1F);
-  bed.sheet = glm::vec3(uniform(random, 0.72F, 0.9F));
-  const bool left = number % 2 == 0;
-  const float gap = 0.12F + bed.width / 2;
-  if (number % 3 != 2) {  // head at the far wall
-    bed.heading = glm::half_pi<float>();
-    bed.centre = {left ? gap : room.width - gap, room.depth - 0.12F - bed.length / 2};
-    if (number % 6 == 4) bed.centre.x = room.width / 2 + uniform(random, -0.4F, 0.2F);
-  } else {  // head at a side wall
-    bed.heading = left ? glm::pi<float>() : 0;
-    bed.centre = {left ? 0.12F + bed.length / 2 : room.width - 0.12F - bed.length / 2,
-                  room.depth - uniform(random, 0.7F, 1.3F)};
-  }
+  placeBed(room, number, random);
+  Furnishing furnishing(room, random);
   addWalls(room, random);
-  room.wallVertices = room.mesh.size();
-  addOpenings(room, random);
+  addDoor(room, random);
+  furnishing.keepFree(doorway(room));
+  const std::size_t window = room.mesh.size();
+  addWindow(room, random);
+  furnishing.keepFree(boundsOf(room.mesh, window));
+  furnishing.decorate();
+  room.flatVertices = room.mesh.size();
   addBedFrame(room);
-  addFurniture(room, random);
+  const Box frame = boundsOf(room.mesh, room.flatVertices);
+  furnishing.keepFree(frame);
+  furnishing.keepFree(wayOut(room));
+  furnishing.furnishBed();
+  furnishing.keepFree(viewOfBed(frame));
+  furnishing.furnishWalls();
   return room;
 }
 
@@ -375,10 +369,6 @@ void addBedding(const Bed& bed, const Figure* patient, float cover, Mesh& mesh) 
               Surface::kFabric);
     }
   }
-}
-
-void addFigure(const Figure& figure, Mesh& mesh) {
-  for (const Capsule& piece : figure.capsules) addCapsule(mesh, piece);
 }
 
 }  // namespace simulator

@@ -4,20 +4,9 @@
 
 #include <vector>
 
-#include "simulator/body.h"
+#include "simulator/mesh.h"
 
 namespace simulator {
-
-/// One corner of a triangle as the renderer takes it.
-struct Vertex {
-  glm::vec3 position{0};
-  glm::vec3 normal{0, 0, 1};
-  glm::vec3 color{1};
-  float surface = 0;  ///< a Surface
-};
-
-/// Triangles, three vertices each.
-using Mesh = std::vector<Vertex>;
 
 struct Bed {
   glm::vec2 centre{0};
@@ -38,7 +27,6 @@ struct Camera {
   glm::vec3 position{0};
   float heading = 0;  ///< viewing direction in plan, radians counter-clockwise from x
   float pitch = 0;    ///< downwards, radians
-  float roll = 0;
   float fx = 1, fy = 1, cx = 640, cy = 360;
   int width = 1280, height = 720;
 
@@ -60,13 +48,13 @@ struct Room {
   float depth = 4.3F;
   float height = 2.7F;
   Bed bed;
-  glm::vec2 door{4.6F, 2.0F};        ///< where people come in
-  Mesh mesh;                         ///< walls, floor and furniture, without the bedding
-  std::size_t wallVertices = 0;      ///< the mesh's first vertices: walls, which cast no shadow
-  std::vector<glm::vec3> obstacles;  ///< x, y, radius of furniture on the floor
+  glm::vec2 door{4.6F, 2.0F};    ///< where people come in
+  Mesh mesh;                     ///< walls, floor and furniture, without the bedding
+  std::size_t flatVertices = 0;  ///< the mesh's first vertices: walls and what is flat on them, without shadows
+  std::vector<Box> furniture;    ///< the pieces that stand on the floor, without the bed
 
-  /// Whether somebody of that radius can be at the place.
-  bool isFree(glm::vec2 place, float radius) const;
+  /// Side of the bed that people leave it by: the one nearer to the room's middle. 0 is the bed's right, 1 its left.
+  float freeSide() const;
 };
 
 /// One of the fixed rooms.
@@ -90,7 +78,5 @@ float blanketReach(float cover);
 /// The mattress's bedding: pillow and, over the body from the waist down (or flat if nobody lies there), the blanket.
 /// `cover` 0 is folded away, 1 up to the chest.
 void addBedding(const Bed& bed, const Figure* patient, float cover, Mesh& mesh);
-
-void addFigure(const Figure& figure, Mesh& mesh);
 
 }  // namespace simulator

@@ -9,17 +9,9 @@ namespace {
 
 constexpr float kStep = 0.62F;  // metres of one step
 
-/// Side of the bed that people leave it by: the one nearer to the room's middle. 0 is the bed's right.
-float freeSide(const Room& room) {
-  const glm::vec2 middle(room.width / 2, room.depth / 2);
-  return glm::distance(glm::vec2(room.bed.at(0.5F, 0)), middle) < glm::distance(glm::vec2(room.bed.at(0.5F, 1)), middle)
-             ? 0.0F
-             : 1.0F;
-}
-
 Pose keyPose(const Key& key, const Actor& actor, const Room& room) {
   const Bed& bed = room.bed;
-  const float side = freeSide(room);
+  const float side = room.freeSide();
   Pose pose;
   switch (key.posture) {
     case Posture::kInBed:

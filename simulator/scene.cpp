@@ -38,7 +38,7 @@ std::vector<TrueKeypoints> Scene::draw(Renderer& renderer) const {
   figures.reserve(people.size());
   for (const Person& person : people) {
     figures.push_back(makeFigure(person.shape, person.pose));
-    addFigure(figures.back(), moving);
+    addFigure(moving, figures.back());
     if (person.inBed && patient == nullptr) patient = &figures.back();
   }
   addBedding(room.bed, patient, cover, moving);

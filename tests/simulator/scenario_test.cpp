@@ -105,5 +105,24 @@ TEST(Demo, ComesOutAsItIsKept) {
   EXPECT_EQ(lines, std::lround(demo.seconds * 2) - 1);
 }
 
+TEST(Demo, NobodyWalksOrFallsThroughFurniture) {
+  const Scenario demo = readScenario(VELMOR_DEMO);
+  ASSERT_FALSE(demo.scene.room.furniture.empty());
+  for (float time = 0; time < demo.seconds; time += 0.1F) {
+    for (const Person& person : demo.at(time).people) {
+      const Figure figure = makeFigure(person.shape, person.pose);
+      for (const Capsule& part : figure.capsules) {
+        for (const float t : {0.0F, 0.25F, 0.5F, 0.75F, 1.0F}) {
+          const glm::vec3 place = glm::mix(part.a, part.b, t);
+          const float radius = glm::mix(part.radiusA, part.radiusB, t);
+          for (const Box& piece : demo.scene.room.furniture) {
+            ASSERT_GT(glm::distance(place, glm::clamp(place, piece.low, piece.high)), radius) << time << " s";
+          }
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace simulator

@@ -40,7 +40,7 @@ Pose disturbed(Pose pose, Random& random) {
 /// The lowest drawn point's height.
 float bottomOf(const Figure& figure) {
   Mesh mesh;
-  addFigure(figure, mesh);
+  addFigure(mesh, figure);
   const auto isLower = [](const Vertex& a, const Vertex& b) { return a.position.z < b.position.z; };
   return std::min_element(mesh.begin(), mesh.end(), isLower)->position.z;
 }
@@ -65,15 +65,62 @@ TEST(Body, KeepsItsBonesAndItsPlaceHoweverThePoseIsDisturbed) {
   }
 }
 
-TEST(Room, EveryFixedRoomIsShallowAndLeavesItsDoorFree) {
+/// Free space in metres between the outlines of two boxes on the floor plan; 0 where they touch or overlap.
+float gapBetween(const Box& a, const Box& b) {
+  const glm::vec2 gap(glm::max(a.low - b.high, b.low - a.high));
+  return glm::length(glm::max(gap, glm::vec2(0)));
+}
+
+Box bedOf(const Room& room) {
+  const glm::vec3 foot = room.bed.at(0, 0), head = room.bed.at(1, 1), frame(0.08F, 0.08F, 1);
+  return {glm::min(foot, head) - frame, glm::max(foot, head) + frame};
+}
+
+/// Whatever stands in the room is the bed or one of the pieces, and stays between floor, ceiling and walls.
+void expectAllDrawnIsKnown(const Room& room) {
+  std::vector<Box> known = room.furniture;
+  known.push_back(bedOf(room));
+  constexpr float kSlack = 1e-3F;
+  for (std::size_t i = 0; i < room.mesh.size(); ++i) {
+    const glm::vec3& point = room.mesh[i].position;
+    const auto holds = [&](const Box& box) {
+      return glm::all(glm::lessThan(box.low - kSlack, point)) && glm::all(glm::lessThan(point, box.high + kSlack));
+    };
+    ASSERT_TRUE(holds({{0, 0, 0}, {room.width, room.depth, room.height}}));
+    ASSERT_TRUE(i < room.flatVertices || std::any_of(known.begin(), known.end(), holds));
+  }
+}
+
+TEST(Room, FurnitureStandsAtWallsAndBedAndInNobodysWay) {
+  int wardrobes = 0;
   for (unsigned number = 0; number < kAllRooms; ++number) {
     const Room room = makeRoom(number);
     SCOPED_TRACE(number);
     EXPECT_LE(room.depth, 4.5F);
-    EXPECT_FALSE(room.isFree(room.bed.centre, 0) || room.isFree(glm::vec2(room.bed.at(-0.1F, 0.5F)), 0.3F));
-    EXPECT_FALSE(room.isFree({0.1F, room.depth / 2}, 0.2F)) << "in the wall";
-    EXPECT_TRUE(room.isFree(room.door, 0.3F)) << "people come in through the door";
+    EXPECT_GE(room.furniture.size(), 2U);
+    expectAllDrawnIsKnown(room);
+    const Box bed = bedOf(room);
+    const glm::vec3 head = room.bed.at(0.9F, 0.5F), edge = room.bed.at(0.2F, room.freeSide());
+    int bedside = 0;
+    for (std::size_t i = 0; i < room.furniture.size(); ++i) {
+      const Box& piece = room.furniture[i];
+      const glm::vec3 size = piece.high - piece.low;
+      for (std::size_t k = 0; k < i; ++k) EXPECT_GT(gapBetween(piece, room.furniture[k]), 0) << k << " and " << i;
+      const float toSide = std::min(piece.low.x, room.width - piece.high.x), toFar = room.depth - piece.high.y;
+      EXPECT_GT(gapBetween(piece, bed), 0);
+      EXPECT_LT(std::min({toSide, toFar, gapBetween(piece, bed)}), 0.2F) << "at a wall or at the bed";
+      EXPECT_NEAR(piece.low.z, 0, 1e-3F);
+      EXPECT_GT(piece.low.y, 1) << "cameras hang on the near wall";
+      EXPECT_GT(gapBetween(piece, {glm::vec3(room.door, 0), glm::vec3(room.door, 0)}), 0.4F);
+      EXPECT_GT(gapBetween(piece, {edge, edge}), 0.5F) << "where people get up";
+      if (gapBetween(piece, {head, head}) < 0.8F) ++bedside;
+      if (size.z < 1.5F || std::max(size.x, size.y) < 0.6F) continue;
+      ++wardrobes;
+      EXPECT_EQ(size.y > size.x, toSide < toFar) << "its back is at the wall";
+    }
+    EXPECT_GE(bedside, 1);
   }
+  EXPECT_GT(wardrobes, 12);
 }
 
 class Drawing : public testing::Test {
@@ -114,7 +161,7 @@ class Drawing : public testing::Test {
 TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
   const glm::vec3 place(m_scene.room.width / 2 + 0.5F, 2, 1);
   Mesh ball;
-  addFigure({{}, {}, {{place, place, 0.05F, 0.05F, {0, 1, 0}, 1, {1, 0, 1}, Surface::kLight}}}, ball);
+  addFigure(ball, {{}, {}, {{place, place, 0.05F, 0.05F, {0, 1, 0}, 1, {1, 0, 1}, Surface::kLight}}});
   for (const auto& [width, height] : {std::pair{640, 360}, {300, 500}, {1280, 720}}) {
     setSize(width, height);
     const glm::vec3 seen = m_scene.camera.project(place);
