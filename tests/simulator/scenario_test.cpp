@@ -108,7 +108,9 @@ TEST(Demo, ComesOutAsItIsKept) {
 TEST(Demo, NobodyWalksOrFallsThroughFurniture) {
   const Scenario demo = readScenario(VELMOR_DEMO);
   ASSERT_FALSE(demo.scene.room.furniture.empty());
-  for (float time = 0; time < demo.seconds; time += 0.1F) {
+  const long frames = std::lround(demo.seconds) * demo.framesPerSecond;
+  for (long frame = 0; frame < frames; ++frame) {
+    const float time = static_cast<float>(frame) / static_cast<float>(demo.framesPerSecond);
     for (const Person& person : demo.at(time).people) {
       const Figure figure = makeFigure(person.shape, person.pose);
       for (const Capsule& part : figure.capsules) {
