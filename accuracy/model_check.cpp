@@ -540,6 +540,15 @@ Problems checkDetector(const std::string& file, const fs::path& tree, LoadedNetw
   return problems;
 }
 
+void sayAdapter(const ModelSidecar& sidecar) {
+  std::string cells;
+  for (const workstation::AdapterScale& scale : sidecar.adapter.scales) {
+    cells.append(cells.empty() ? "" : " and ").append(text("%g", static_cast<double>(scale.cell)));
+  }
+  if (!cells.empty())
+    say("An adapter makes the program's tensors of its heads, which have cells of " + cells + " pixels.");
+}
+
 Problems check(const std::string& file, const fs::path& tree) {
   const auto content = workstation::readFile(file, workstation::kMaxModelBytes);
   if (!content) return {"there is no such file"};
@@ -550,6 +559,7 @@ Problems check(const std::string& file, const fs::path& tree) {
   init_stream_size();
   LoadedNetwork network(file);
   say("The network can be read, and its sidecar describes it.");
+  sayAdapter(sidecar);
   if (network.outputs().size() == kPoseOutputs.size()) return checkPose(file, tree, network, sidecar);
   if (network.outputs().size() == Validator::kOutputs.size()) return checkDetector(file, tree, network);
   return {text("has %zu outputs; a pose network has ", network.outputs().size()) + listOf(kPoseOutputs) +

@@ -90,8 +90,9 @@ TEST_F(ModelCheck, ANetworkThatFitsTellsWhatItFindsAndHowItIsUsed) {
   fs::copy(kModels / "pose_landscape.onnx.json", m_folder / "own.onnx.json");
   const std::pair<fs::path, std::vector<const char*>> networks[] = {
       {m_folder / "own.onnx",
-       {"pose network for pictures of 1280x720", "turned by 0 degrees, has 2 upright", "It finds both people.\n",
-        "copy own.onnx and own.onnx.json into models/\n", R"({"LandscapeModelFileName":"own.onnx"})"}},
+       {"pose network for pictures of 1280x720", "An adapter makes ", "turned by 0 degrees, has 2 upright",
+        "It finds both people.\n", "copy own.onnx and own.onnx.json into models/\n",
+        R"({"LandscapeModelFileName":"own.onnx"})"}},
       {kModels / "pose_portrait.onnx",
        {"pose network for pictures of 720x1280", "turned by 270 degrees, has 1 upright", "It finds the person.\n",
         "the program uses it: PortraitModelFileName"}},
