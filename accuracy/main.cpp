@@ -1,12 +1,11 @@
 // velmor_accuracy: what the program finds in pictures and recordings whose truth is known, measured with its own code.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "accuracy/commands.h"
@@ -118,11 +117,10 @@ void obey(Words words) {
   throw UsageError(command + " is no command");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(const std::vector<std::string>& words) {
   try {
-    obey(Words({argv + 1, argv + argc}));
+    obey(Words(words));
+    return 0;
   } catch (const UsageError& error) {
     std::cerr << "velmor_accuracy: " << error.what() << "\n" << kUsage;
     return 2;
@@ -130,6 +128,13 @@ int main(int argc, char** argv) {
     std::cerr << "velmor_accuracy: " << error.what() << '\n';
     return 1;
   }
+}
+
+}  // namespace
+
+/// What the program has set up is not taken down: the end of a measuring is none of the program's.
+int main(int argc, char** argv) {
+  const int status = run({argv + 1, argv + argc});
   std::fflush(nullptr);
-  std::_Exit(0);  // the program's own end is not what is measured
+  std::_Exit(status);
 }

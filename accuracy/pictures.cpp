@@ -163,20 +163,19 @@ json describe(const Result& result) {
           {"false", result.verdict.nobodys}};
 }
 
-void write(const std::vector<Result>& results, const std::filesystem::path& file) {
-  json pictures = json::array();
-  for (const Result& result : results) pictures.push_back(describe(result));
-  std::ofstream out(file);
-  out << pictures.dump(1) << '\n';
-  out.close();
-  if (!out) throw std::runtime_error(file.string() + ": cannot be written");
-}
-
 }  // namespace
 
 void measurePictures(const PicturesRequest& request) {
   const std::vector<FolderPicture> pictures = readTruth(request.folder);
+  std::ofstream out;
+  if (request.json) out.open(*request.json);
+  if (!out) throw std::runtime_error(request.json->string() + ": cannot be written");
   const std::vector<Result> measured = results(request, pictures);
   print(measured, request.viewing);
-  if (request.json) write(measured, *request.json);
+  if (!request.json) return;
+  json described = json::array();
+  for (const Result& result : measured) described.push_back(describe(result));
+  out << described.dump(1) << '\n';
+  out.close();
+  if (!out) throw std::runtime_error(request.json->string() + ": cannot be written");
 }

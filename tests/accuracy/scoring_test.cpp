@@ -51,11 +51,14 @@ TEST(Similarity, FollowsTheFormulaJointByJoint) {
   const Skeleton body = bodyAt(400, 300);
   LabelledPerson person = labelledAs(body);
   EXPECT_DOUBLE_EQ(keypointSimilarity(person, body), 1.0);
-  // Given only a shoulder is labelled, 20 pixels from where it was seen, on a body that covers 10000 pixels:
+  // Given a body that covers 10000 pixels, when it is seen 20 pixels beside its labels (each joint weighs by how well
+  // people agree on it; the number is COCO's formula worked out by hand):
+  person.area = 10000;
+  EXPECT_NEAR(keypointSimilarity(person, bodyAt(412, 284)), 0.331114, 1e-6);
+  // Given only a shoulder is labelled, 20 pixels from where it was seen:
   for (LabelledJoint& joint : *person.joints) joint.visibility = 0;
   LabelledJoint& shoulder = (*person.joints)[indexOf(BodyPart::LeftShoulder)];
   shoulder = {{shoulder.at.x + 12, shoulder.at.y - 16}, 1};
-  person.area = 10000;
   EXPECT_NEAR(keypointSimilarity(person, body), std::exp(-400 / (2 * 10000 * 0.158 * 0.158)), 1e-9);
   // when a nose is labelled as well, whose place people agree on far better, then the mean of both counts.
   (*person.joints)[indexOf(BodyPart::Nose)] = {{400, 200}, 2};
