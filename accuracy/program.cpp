@@ -49,13 +49,13 @@ constexpr const char* kResult = "result";
 constexpr const char* kError = "error";
 
 /// In the child, which ends without the program's own end.
-[[noreturn]] void work(const std::function<nlohmann::json()>& what, int out) {
+[[noreturn]] void replyWith(const std::function<nlohmann::json()>& work, int out) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const FileDescriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
   dup2(nowhere.get(), STDOUT_FILENO);  // the program shows its events there
   nlohmann::json reply;
   try {
-    reply[kResult] = what();
+    reply[kResult] = work();
   } catch (const std::exception& error) {
     reply[kError] = error.what();
   }
@@ -122,14 +122,14 @@ void runCycles(const std::function<bool()>& each) {
   if (cycles.failure) std::rethrow_exception(cycles.failure);
 }
 
-nlohmann::json runApart(const std::function<nlohmann::json()>& what) {
+nlohmann::json runApart(const std::function<nlohmann::json()>& work) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error(std::string("no pipe: ") + std::strerror(errno));
   const FileDescriptor in(ends[0]);
   FileDescriptor out(ends[1]);
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error(std::string("no process: ") + std::strerror(errno));
-  if (child == 0) work(what, out.get());
+  if (child == 0) replyWith(work, out.get());
   out = FileDescriptor();
   const std::string text = readAll(in.get());
   while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {

@@ -120,7 +120,7 @@ TEST(LabelledPictures, BadFilesAreNamed) {
   for (const std::string& bad : {std::string("7"), std::string(R"({"file": "a.jpg"})"),
                                  std::string(R"({"file": "a.jpg", "kind": "p", "people": [{"k": [[1, 2, 2]]}]})"),
                                  std::string(R"({"file": "a.jpg", "kind": "p", "people": [{"mid": [1]}]})")}) {
-    folder.write("truth.json", "[" + good + ", " + bad + "]");
+    folder.write("truth.json", std::string("[").append(good).append(", ").append(bad).append("]"));
     EXPECT_NE(truth().find("truth.json: picture 2: "), std::string::npos) << bad << truth();
   }
   const auto jpeg = [&] { return complaint([&] { readJpeg(folder / "a.jpg"); }); };
@@ -140,7 +140,7 @@ TEST(StillRecording, ShowsEachPictureInItsTime) {
     const auto frame = camera->frameAt(TimeStamp(index * kStillLength + kStillLength / 2));
     const workstation::I420View view = frame->view();
     EXPECT_FALSE(view.full_range);
-    EXPECT_NEAR(view.y[0], 16 + 50 * (index + 1) * 219 / 255, 1) << index;
+    EXPECT_NEAR(view.y[0], 16 + 50.0 * (index + 1) * 219 / 255, 1) << index;
   }
   EXPECT_THROW(writeStills("/no/such/folder/a.mkv", 1, [](int) { return cv::Mat(72, 128, CV_8UC3); }),
                std::runtime_error);
