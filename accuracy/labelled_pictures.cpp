@@ -112,10 +112,10 @@ bool isQuarter(int turn) { return turn == 90 || turn == 270; }
 
 std::vector<FolderPicture> readTruth(const fs::path& folder) {
   const fs::path file = folder / "truth.json";
+  const json list = json::parse(contentsOf(file), nullptr, false);
+  if (!list.is_array()) throw std::runtime_error(file.string() + ": must be a JSON list of pictures");
   std::vector<FolderPicture> pictures;
   try {
-    const json list = json::parse(contentsOf(file));
-    if (!list.is_array()) throw std::runtime_error("must be a list of pictures");
     std::transform(list.begin(), list.end(), std::back_inserter(pictures), pictureFrom);
   } catch (const std::exception& error) {
     const std::string number = std::to_string(pictures.size() + 1);

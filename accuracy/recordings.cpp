@@ -261,7 +261,9 @@ void measureRecordings(const RecordingsRequest& request) {
       table.row(recording.stem().string(), outcome, eventsText(outcome, reference));
       add(outcome, sum);
     } catch (const std::exception& error) {
-      throw std::runtime_error(recording.string() + ": " + error.what());
+      const std::string what = error.what();
+      const bool is_named = what.find(recording.string()) != std::string::npos;
+      throw std::runtime_error(is_named ? what : recording.string() + ": " + what);
     }
   }
   if (table.has_truth && request.files.size() > 1) {

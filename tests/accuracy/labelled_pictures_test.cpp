@@ -116,6 +116,8 @@ TEST(LabelledPictures, BadFilesAreNamed) {
   };
   const auto truth = [&] { return complaint([&] { readTruth(folder.path()); }); };
   EXPECT_NE(truth().find("truth.json: cannot be read"), std::string::npos) << truth();
+  folder.write("truth.json", "{}");
+  EXPECT_NE(truth().find("truth.json: must be a JSON list"), std::string::npos) << truth();
   const std::string good = R"({"file": "a.jpg", "kind": "photo", "people": []})";
   for (const std::string& bad : {std::string("7"), std::string(R"({"file": "a.jpg"})"),
                                  std::string(R"({"file": "a.jpg", "kind": "p", "people": [{"k": [[1, 2, 2]]}]})"),
