@@ -3,7 +3,7 @@
 Each network is the convolutional part of the graph, from the packed picture to the four raw heads; the inference
 service's adapter makes the program's tensors of them, as the sidecar beside each network says. A network reads its
 picture as it lies in memory: packed RGB bytes (as floats, 0..255) in one wide channel of width x 3 columns. What
-OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants, no bias shared by two layers.
+OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants, no bias shared by layers.
 """
 import base64
 import json
@@ -120,7 +120,7 @@ class Scale:
         self.made = {PICTURE: self._front(shrink, channels)}
 
     def _front(self, shrink, channels):
-        """From the packed picture to three channels, shrunk by an exact mean, about -1 to 1; the border is mean grey."""
+        """From the packed picture to three channels of -1 to 1, shrunk by an exact mean; the border is mean grey."""
         weights = numpy.zeros((3, 1, shrink, shrink * 3), numpy.float32)
         for channel, packed in enumerate(channels):
             weights[channel, 0, :, packed::3] = 1 / (127.5 * shrink * shrink)
@@ -218,12 +218,11 @@ def detector_tensors(_height, _width):
     return [{"name": name, "layer": "adapter", "shape": shape, "type": "float32"} for name, shape in shapes.items()]
 
 
-# A person counts where the probability of a centre is above the threshold; `reach` is how far from its regressed place a
-# joint is looked for; `twin_distance` makes one of two people found at one scale, `same_distance` at two (docs/accuracy.md).
+# What the adapter's description of its sidecar says (platform/workstation/inference/pose_adapter.h).
 RULES = {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10}
 # The logit of a joint's score becomes gain * logit + bias: the default Sensitivity is then the right bar.
 POSE_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
-DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
+DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.2}
 RGB, BGR = (0, 1, 2), (2, 1, 0)
 
 
@@ -232,19 +231,19 @@ class Recipe(typing.NamedTuple):
     file: str
     height: int
     width: int
-    shrinks: tuple      # pixels to one that the network sees, for each scale that looks at the picture
+    shrinks: tuple      # pixels to one that the network sees, for each look at the picture: the first is believed most
     channels: tuple     # the packed picture's; the detector's square comes turned, which exchanges red and blue
     tensors: typing.Callable
     confidence: dict
 
 
-RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, (3, 6), RGB, pose_tensors, POSE_CONFIDENCE),
-           Recipe("pose_portrait.onnx", 1280, 720, (3, 6), RGB, pose_tensors, POSE_CONFIDENCE),
+RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, (5, 4), RGB, pose_tensors, POSE_CONFIDENCE),
+           Recipe("pose_portrait.onnx", 1280, 720, (5, 4), RGB, pose_tensors, POSE_CONFIDENCE),
            Recipe("person_detector.onnx", 300, 300, (2,), BGR, detector_tensors, DETECTOR_CONFIDENCE)]
 
 
 def convert(text, weights):
-    """The networks as {file: (ONNX bytes, sidecar without hashes)}, of the contents of GRAPH and WEIGHTS. Raises Refused."""
+    """The networks as {file: (ONNX bytes, sidecar without hashes)}, of what GRAPH and WEIGHTS hold. Raises Refused."""
     graph = Graph(text, weights)
     made = {}
     for recipe in RECIPES:

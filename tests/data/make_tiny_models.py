@@ -6,6 +6,8 @@ tiny_pose:     heatmaps  [1, 2, 2, 3] = (red of the cell's top left pixel, minus
                offsets   [1, 1, 2, 3] = sum of the blue of all four pixels, less 100
 tiny_detector: scores [1, 6], locations [1, 6, 4], count [1], classes [1, 6] from the same cells
 tiny_nan:      as tiny_pose's offsets, with a weight that is not a number
+tiny_heads:    the four raw heads that an adapter reads: a person, all in one cell,
+               wherever a cell is red
 tiny_branches: one convolution whose channels are split into the two outputs of tiny_pose
 
 Two have the sizes that the program needs and always say the same:
@@ -57,6 +59,15 @@ save("tiny_pose", [heat, off], heat_tensors + off_tensors, [("heatmaps", [1, 2, 
 
 nan, nan_tensors = conv("off", "offsets", weights({(0, 0, 0): np.nan}), [0])
 save("tiny_nan", [nan], nan_tensors, [("offsets", [1, 1, 2, 3])])
+
+def same(value, channels):
+    return weights(*[{}] * channels), [value] * channels
+
+
+heads = [conv("center", "center", weights(RED), [-100]), conv("regression", "regression", *same(0.25, 34)),
+         conv("heat_head", "heat", *same(2, 17)), conv("offset", "offset", *same(0, 34))]
+save("tiny_heads", [node for node, _ in heads], [tensor for _, tensors in heads for tensor in tensors],
+     [("center", [1, 1, 2, 3]), ("regression", [1, 34, 2, 3]), ("heat", [1, 17, 2, 3]), ("offset", [1, 34, 2, 3])])
 
 both, both_tensors = conv("both", "all", weights(RED, MINUS_GREEN, BLUE_SUM), [0, 0, -100])
 split = helper.make_node("Split", ["all"], ["heatmaps", "offsets"], axis=1, split=[2, 1])

@@ -49,21 +49,6 @@ void toPixels(DecodedPerson& person, float cell) {
   }
 }
 
-/// Which of the people this is, as seen at another scale; their number when it is none of those not taken yet.
-size_t findSame(const DecodedPerson& person, std::span<const DecodedPerson> people, const std::vector<bool>& taken,
-                float share) {
-  size_t index = 0;
-  while (index < people.size() && (taken[index] || !areTwins(people[index], person, share))) ++index;
-  return index;
-}
-
-void takeSurerPoints(DecodedPerson& person, const DecodedPerson& other) {
-  person.score = std::max(person.score, other.score);
-  for (size_t point = 0; point < kPersonPoints; ++point) {
-    if (other.points[point].score > person.points[point].score) person.points[point] = other.points[point];
-  }
-}
-
 std::uint8_t encode(float value, Quantization code) {
   const float byte = std::round(value / code.scale + static_cast<float>(code.zero_point));
   return static_cast<std::uint8_t>(std::clamp(byte, 0.0F, 255.0F));
@@ -137,16 +122,13 @@ std::vector<DecodedPerson> findPeople(std::span<const PoseHeads> heads, const Ad
   std::vector<DecodedPerson> people;
   for (size_t scale = 0; scale < heads.size(); ++scale) {
     const size_t seen_before = people.size();
-    std::vector<bool> taken(seen_before);
     for (DecodedPerson& person : decodePeople(heads[scale], settings.rules)) {
       toPixels(person, settings.scales[scale].cell);
-      const size_t same = findSame(person, {people.data(), seen_before}, taken, settings.same_distance);
-      if (same == seen_before) {
-        people.push_back(person);
-      } else {
-        taken[same] = true;
-        takeSurerPoints(people[same], person);
-      }
+      const auto last = people.begin() + static_cast<std::ptrdiff_t>(seen_before);
+      const bool isKnown = std::any_of(people.begin(), last, [&](const DecodedPerson& known) {
+        return areTwins(known, person, settings.same_distance);
+      });
+      if (!isKnown) people.push_back(person);
     }
   }
   for (DecodedPerson& person : people) {

@@ -1,14 +1,14 @@
 // Makes the program's tensors of the raw heads of another pose network, as the key "adapter" of its sidecar says:
 //
 // {"name": "movenet_multipose",
-//  "scales": [{"cell": 12, "heads": ["by3/center", "by3/regression", "by3/heat", "by3/offset"]}, ...],
+//  "scales": [{"cell": 20, "heads": ["by5/center", "by5/regression", "by5/heat", "by5/offset"]}, ...],
 //  "rules": {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10},
 //  "confidence": {"gain": 1.0, "bias": 0.0}}
 //
 // The network looks at the picture once or at several scales: "cell" is the side of a head's cell in pixels of the
-// picture, "heads" the network's outputs. "rules" say who counts as a person; people of two scales whose joints are
-// closer than "same_distance" (the median, as a share of the larger one) are one. "confidence" maps the logit of a
-// joint's score: gain * logit + bias.
+// picture, "heads" the network's outputs. "rules" say who counts as a person; a later scale adds whom the earlier ones
+// overlooked, not somebody whose joints are closer to theirs than "same_distance" (the median, as a share of the larger
+// person). "confidence" maps the logit of a joint's score: gain * logit + bias.
 #pragma once
 
 #include <cstdint>

@@ -179,6 +179,38 @@ TEST_F(Job, FollowsThePictureAndWritesFloatsForTheDetector) {
   EXPECT_EQ(floats("out3"), std::vector<float>(6, 3));
 }
 
+constexpr const char* kAdapter = R"("adapter": {"name": "movenet_multipose",
+  "scales": [{"cell": 16, "heads": ["center", "regression", "heat", "offset"]}], "confidence": {"gain": 1, "bias": 0},
+  "rules": {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10}}, )";
+
+std::string adaptedPose() {
+  std::string outputs;
+  for (const int channels : {17, 34, 64}) {
+    outputs += R"({"name": "t", "layer": "adapter", "shape": [1, 2, 3, )" + std::to_string(channels) +
+               R"(], "type": "uint8", "scale": 0.1, "zero_point": 128},)";
+  }
+  return replaced(sidecar(outputs + kUnread), "{", std::string("{") + kAdapter);
+}
+
+TEST_F(Job, AnAdapterFillsTheTensorsFromTheHeads) {
+  load(network("tiny_heads"), adaptedPose());
+  std::string picture(72, '\0');
+  picture[2 * 18 + 4 * 3] = '\x70';  // red in the cell of row 1 and column 2
+  bind(picture);
+  ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
+  const std::vector<int> heat = bytes("out0");
+  ASSERT_EQ(heat.size(), 6U * 17);
+  EXPECT_EQ(heat[5 * 17], *std::max_element(heat.begin(), heat.end())) << "in its own cell";
+  EXPECT_LT(heat[0], heat[5 * 17]);
+  EXPECT_EQ(bytes("out1")[5 * 34], 128) << "the joint is where the cell is";
+  EXPECT_EQ(bytes("out1")[17], 128 + 127) << "and far to the right of the first cell";
+  EXPECT_EQ(bytes("out3"), std::vector<int>(5, 77));
+  ASSERT_EQ(::pwrite(m_files[0], std::string(72, '\0').data(), 72, 0), 72);
+  ::lseek(m_files[1], 0, SEEK_SET);
+  ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error));
+  EXPECT_EQ(bytes("out0"), std::vector<int>(6 * 17, 0)) << "nobody is left over";
+}
+
 TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
   load(network("tiny_pose"), poseSidecar());
   bind(countingPicture().substr(1));
@@ -198,7 +230,7 @@ TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
 }
 
 TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
-  const std::string whole = network("tiny_pose");
+  const std::string whole = network("tiny_pose"), heads = network("tiny_heads");
   const auto with = [](const char* from, const char* to) { return replaced(poseSidecar(), from, to); };
   const std::tuple<std::string, std::string, const char*> mistakes[] = {
       {"", poseSidecar(), ": is empty"},
@@ -217,7 +249,14 @@ TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
       {whole, sidecar(""), "outputs: must be a list"},
       {whole, sidecar(replaced(floatOutput("x", "[1]"), "\"layer\": \"x\"", "\"layer\": \"constant\"")),
        "outputs[0].layer"},
-      {network("tiny_nan"), sidecar(kOffsets), "\"offsets\" is not finite"}};
+      {network("tiny_nan"), sidecar(kOffsets), "\"offsets\" is not finite"},
+      {heads, replaced(adaptedPose(), "movenet", "other"), "adapter: must be an object whose \"name\""},
+      {heads, replaced(adaptedPose(), "\"adapter\": {", "\"was\": {"), "adapter: must be an object"},
+      {heads, replaced(adaptedPose(), "[\"center\", ", "["), "\"heads\" must name four"},
+      {heads, replaced(adaptedPose(), "\"cell\": 16", "\"cell\": 0"), "\"cell\" must be a number from 1"},
+      {heads, replaced(adaptedPose(), "0.15", "\"x\""), "\"center_threshold\" must"},
+      {heads, replaced(adaptedPose(), "3, 34]", "3, 33]"), "outputs: an adapter fills three"},
+      {heads, replaced(adaptedPose(), "\"heat\", \"offset\"", "\"offset\", \"heat\""), "\"offset\" is not a head"}};
   for (const auto& [bytes, description, why] : mistakes) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(load(bytes, description), nullptr) << why;
