@@ -8,7 +8,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 rooms=(
   "platform/support||"
   "platform/clock||"
-  "platform/scripted||gst larod vdostream axparameter axoverlay opencv2 cairo"
+  "platform/scripted|platform/support|gst larod vdostream axparameter axoverlay opencv2 cairo"
   "platform/workstation/system|platform/support platform/clock|"
   "platform/workstation/decoding|platform/support platform/clock platform/workstation/system|gst libyuv.h"
   "platform/workstation/camera|platform/support platform/clock platform/workstation/system platform/workstation/decoding|nlohmann vdostream.h"

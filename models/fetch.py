@@ -26,20 +26,20 @@ MEGA = 10**6
 
 def address_of(package):
     """Where the user's registry has the tarball, as npm knows it."""
-    command = ["npm", "view", package.spec, "dist.tarball", "--json", "--no-update-notifier", "--fetch-retries=1",
+    command = ["npm", "view", package.id, "dist.tarball", "--json", "--no-update-notifier", "--fetch-retries=1",
                "--fetch-retry-mintimeout=1000", f"--fetch-timeout={PATIENCE_S * 1000}"]
     try:
         answer = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
                                 timeout=4 * PATIENCE_S, check=False)
     except (OSError, subprocess.TimeoutExpired) as problem:
-        raise Failure(f"npm does not say where {package.spec} is: {problem}") from problem
+        raise Failure(f"npm does not say where {package.id} is: {problem}") from problem
     try:
         address = json.loads(answer.stdout)
     except ValueError:
         address = None
     if answer.returncode != 0 or not str(address).startswith(("https://", "http://")):
         error = re.search(r"^npm (?:error|ERR!) (code .*)$", answer.stderr, re.MULTILINE)
-        raise Failure(f"npm does not say where {package.spec} is ({error[1] if error else 'no address'})")
+        raise Failure(f"npm does not say where {package.id} is ({error[1] if error else 'no address'})")
     return address
 
 
@@ -118,10 +118,10 @@ def unpack(stream, package):
 
 def check(digest, files, package, host):
     if "sha512-" + base64.b64encode(digest).decode() != package.integrity:
-        raise Failure(f"what {host} sent is damaged, or not {package.spec}")
+        raise Failure(f"what {host} sent is damaged, or not {package.id}")
     for name in package.files:
         if not package.is_right(name, files.get(name, b"")):
-            raise Failure(f"{package.spec} from {host} has no {package.folder}{name}, or another one")
+            raise Failure(f"{package.id} from {host} has no {package.folder}{name}, or another one")
 
 
 def take(answer, host, package, progress):
@@ -138,7 +138,7 @@ def take(answer, host, package, progress):
     except (tarfile.TarError, EOFError, OSError, ValueError, zlib.error) as problem:
         if stream.ended and stream.total < package.size:
             raise Failure(f"the download from {host} ended after {stream.total} of {package.size} bytes") from problem
-        raise Failure(f"what {host} sent is damaged, or not {package.spec} ({problem})") from problem
+        raise Failure(f"what {host} sent is damaged, or not {package.id} ({problem})") from problem
     check(digest.digest(), files, package, host)
     return files
 
@@ -149,7 +149,7 @@ def download(address, package, patience_s=PATIENCE_S):
     try:
         opened = urllib.request.urlopen(address, timeout=patience_s)
     except urllib.error.HTTPError as problem:
-        raise Failure(f"{host} answers {problem.code} {problem.reason} when asked for {package.spec}") from problem
+        raise Failure(f"{host} answers {problem.code} {problem.reason} when asked for {package.id}") from problem
     except (OSError, http.client.HTTPException, ValueError) as problem:
         raise Failure(f"{host} cannot be reached: {getattr(problem, 'reason', problem)}") from problem
     with opened, Progress(package.size) as progress:

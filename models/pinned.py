@@ -8,7 +8,7 @@ class Failure(Exception):
 
 
 class Package(typing.NamedTuple):
-    spec: str          # name@version
+    id: str            # name@version
     integrity: str     # of the tarball: "sha512-" and base64
     size: int          # of the tarball, bytes
     unpacked: int      # of the archive in it, bytes

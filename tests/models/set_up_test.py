@@ -255,7 +255,7 @@ class Surroundings(SetUpTest):
     def test_notice_names_what_is_pinned(self):
         notice = (ROOT / "NOTICE").read_text(encoding="utf-8")
         digests = [digest for _, digest in PACKAGE.files.values()]
-        for fact in (PACKAGE.spec, PACKAGE.integrity, *PACKAGE.files, *digests):
+        for fact in (PACKAGE.id, PACKAGE.integrity, *PACKAGE.files, *digests):
             self.assertIn(fact, notice)
 
     def test_progress_is_one_line_on_a_terminal_and_few_elsewhere(self):

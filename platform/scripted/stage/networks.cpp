@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <utility>
+
+#include "platform/support/body_tree.h"
 
 namespace scripted {
 namespace {
 
 constexpr float kCell = 16.0F;  // pixels
 constexpr std::size_t kParts = 17;
-constexpr std::size_t kEdges = 16;
+constexpr std::size_t kEdges = kBodyTree.size();
 
 /// How the models' outputs become bytes. Offsets are in cells.
 struct Quantizer {
@@ -23,24 +24,6 @@ struct Quantizer {
 constexpr Quantizer kHeat{210, 0.08174263F};
 constexpr Quantizer kShort{142, 0.7368203F / kCell};
 constexpr Quantizer kMid{123, 1.4407082F / kCell};
-
-/// The body tree, from the nose outwards.
-constexpr std::array<std::pair<std::size_t, std::size_t>, kEdges> kTree = {{{0, 1},
-                                                                            {1, 3},
-                                                                            {0, 2},
-                                                                            {2, 4},
-                                                                            {0, 5},
-                                                                            {5, 7},
-                                                                            {7, 9},
-                                                                            {5, 11},
-                                                                            {11, 13},
-                                                                            {13, 15},
-                                                                            {0, 6},
-                                                                            {6, 8},
-                                                                            {8, 10},
-                                                                            {6, 12},
-                                                                            {12, 14},
-                                                                            {14, 16}}};
 
 Pixel turnedPixel(const Pixel& p, int rotation, float height, float width) {
   if (rotation == 90) return {p.x, width - p.y};
@@ -104,7 +87,7 @@ void PoseGrid::add(const PersonPixels& person, float logit, std::size_t root) {
   }
   for (std::size_t e = 0; e < 2 * kEdges; ++e) {
     const bool backward = e >= kEdges;
-    const auto& [parent, child] = kTree[e % kEdges];
+    const auto& [parent, child] = kBodyTree[e % kEdges];
     const Pixel& from = person[backward ? child : parent];
     const Pixel& to = person[backward ? parent : child];
     const std::size_t channel = backward ? e + kEdges : e;

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <utility>
 
+#include "platform/support/body_tree.h"
+
 namespace workstation {
 namespace {
 
@@ -14,24 +16,7 @@ constexpr float kFallOff = 4.0F;    // logits lost for each cell beyond the plat
 constexpr float kReach = 8.0F;      // cells around a point that lead to it
 constexpr float kLeastScore = 1.0e-6F;
 
-/// Parent and child, in the mid offsets' order.
-constexpr std::array<std::pair<size_t, size_t>, 16> kTree = {{{0, 1},
-                                                              {1, 3},
-                                                              {0, 2},
-                                                              {2, 4},
-                                                              {0, 5},
-                                                              {5, 7},
-                                                              {7, 9},
-                                                              {5, 11},
-                                                              {11, 13},
-                                                              {13, 15},
-                                                              {0, 6},
-                                                              {6, 8},
-                                                              {8, 10},
-                                                              {6, 12},
-                                                              {12, 14},
-                                                              {14, 16}}};
-constexpr size_t kEdges = kTree.size();
+constexpr size_t kEdges = kBodyTree.size();
 constexpr size_t kShortChannels = 2 * kPersonPoints;
 constexpr size_t kMidChannels = 4 * kEdges;
 
@@ -84,8 +69,8 @@ void writeDisplacements(const Cell& cell, size_t point, const DecodedPerson& per
     place[kEdges] = encode(person.points[target].x - cell.x, code);
   };
   for (size_t edge = 0; edge < kEdges; ++edge) {
-    if (kTree[edge].first == point) write(edge, kTree[edge].second);
-    if (kTree[edge].second == point) write(2 * kEdges + edge, kTree[edge].first);
+    if (kBodyTree[edge].first == point) write(edge, kBodyTree[edge].second);
+    if (kBodyTree[edge].second == point) write(2 * kEdges + edge, kBodyTree[edge].first);
   }
 }
 
