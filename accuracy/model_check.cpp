@@ -496,7 +496,7 @@ void sayWhatNext(const fs::path& file, const fs::path& tree, const std::map<std:
   say("It fits. To have the program use it:");
   if (!is_there) say("  copy " + file.filename().string() + " and " + file.filename().string() + ".json into models/");
   if (wanted == known) return;
-  say("  put into the settings file of your video or camera: {\"parameters\": " +
+  say("  add to the settings file of your video or camera, beside its beds and floor points: {\"parameters\": " +
       nlohmann::json(wanted).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "}");
   say("  ./run --source VIDEO --settings SETTINGS.json");
 }

@@ -63,7 +63,7 @@ take_network() {
       *) arguments+=("$1") && shift && continue ;;
     esac
     shift || true
-    if [[ -z "$folder" ]] || ((${#network[@]} > 0)); then
+    if [[ -z "$folder" || "$folder" == -* ]] || ((${#network[@]} > 0)); then
       echo "--network wants one folder" >&2
       return 2
     fi
@@ -101,7 +101,10 @@ logged() {
 build() {
   local folder=$1
   shift
-  mkdir -p "$folder"
+  if ! mkdir -p "$folder" 2>/dev/null || [[ ! -w build ]]; then
+    echo "$PWD/build: cannot be written to, and the program is built there; use a checkout of your own" >&2
+    return 1
+  fi
   exec 9>"$folder.lock"
   flock 9
   logged "$folder.log" cmake -S . -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"

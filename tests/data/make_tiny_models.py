@@ -7,7 +7,7 @@ tiny_pose:     heatmaps  [1, 2, 2, 3] = (red of the cell's top left pixel, minus
 tiny_detector: scores [1, 6], locations [1, 6, 4], count [1], classes [1, 6] from the same cells
 tiny_nan:      as tiny_pose's offsets, with a weight that is not a number
 tiny_heads:    the four raw heads that an adapter reads: a person, all in one cell,
-               wherever a cell is red
+               wherever a cell is red; more than a float holds where one is blue
 tiny_branches: one convolution whose channels are split into the two outputs of tiny_pose
 
 Two have the sizes that the program needs and always say the same:
@@ -64,7 +64,8 @@ def same(value, channels):
     return weights(*[{}] * channels), [value] * channels
 
 
-heads = [conv("center", "center", weights(RED), [-100]), conv("regression", "regression", *same(0.25, 34)),
+burst = weights({(0, 0, 2): 3e38}, *[{}] * 33)
+heads = [conv("center", "center", weights(RED), [-100]), conv("regression", "regression", burst, [0.25] * 34),
          conv("heat_head", "heat", *same(2, 17)), conv("offset", "offset", *same(0, 34))]
 save("tiny_heads", [node for node, _ in heads], [tensor for _, tensors in heads for tensor in tensors],
      [("center", [1, 1, 2, 3]), ("regression", [1, 34, 2, 3]), ("heat", [1, 17, 2, 3]), ("offset", [1, 34, 2, 3])])

@@ -149,19 +149,26 @@ class Networks(SetUpTest):
         self.make()
         good, name = self.contents(), self.names[1]
         for file, content in [(name, None), (name + ".json", None), (name, good[name][:-1]), (name + ".json", b""),
-                              (name + ".json", good[name + ".json"][:-9]), (f".{name}.new", b"half")]:
+                              (name + ".json", good[name + ".json"][:-9]), (f".{name}.new", b"half"),
+                              (name + ".json", good[name + ".json"].replace(b'"outputs"', b'"puts"'))]:
             path = self.folder / file
             path.unlink(missing_ok=True)
             if content is not None:
                 path.write_bytes(content)
             self.make()
-            kept = {name + ".old": content} if file == name and content else {}
+            kept = {name + ".old1": content} if file == name and content else {}
             self.assertEqual({**self.contents(), f".{name}.new": None}, {**good, **kept, f".{name}.new": None}, file)
-            (self.folder / f"{name}.old").unlink(missing_ok=True)
+            (self.folder / f"{name}.old1").unlink(missing_ok=True)
+        theirs = json.loads(good[name + ".json"]) | {"sha256": hashlib.sha256(b"theirs").hexdigest()}
+        (self.folder / name).write_bytes(b"theirs")
+        (self.folder / (name + ".json")).write_text(json.dumps(theirs))
+        self.make()
+        self.assertEqual((self.folder / (name + ".old1")).read_bytes(), b"theirs", "nobody's network is lost")
+        (self.folder / (name + ".old1")).unlink()
         asked = []
         self.make(lambda: asked.append(1) or FILES, **{"convert.py": "another"})
         self.assertEqual(len(asked), 1, "what another converter made is made again")
-        self.assertNotIn(name + ".old", self.contents())
+        self.assertNotIn(name + ".old1", self.contents())
 
     def test_of_somebodys_own_stay(self):
         mine, broken, last = self.names
@@ -179,8 +186,10 @@ class Networks(SetUpTest):
     def test_are_never_half_made_when_a_disk_is_full(self):
         self.make()
         good = self.contents()
-        older = {name + ".json": json.dumps({"sha256": hashlib.sha256(b"older").hexdigest(), "made_from": {}}).encode()
-                 for name in self.names} | {name: b"older" for name in self.names}
+        sidecar = {"sha256": hashlib.sha256(b"older").hexdigest(), "made_from": {}}
+        sidecar["sidecar_sha256"] = set_up.fingerprint(sidecar)
+        older = {file: content for name in self.names
+                 for file, content in ((name, b"older"), (name + ".json", json.dumps(sidecar).encode()))}
         sync, moments = os.fsync, 4 * len(self.names)  # two files for each network, and the folder after each
         for before, moment in [(before, moment) for before in ({}, older) for moment in range(moments)]:
             for path in self.folder.iterdir():

@@ -180,7 +180,7 @@ void checkIdentity(const json& sidecar, const std::string& model, std::string_vi
       g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(network.data()), network.size()));
   if (wanted.get_ref<const std::string&>() != found.get()) {
     throw std::runtime_error(model + ": is damaged, or another network than its sidecar (sha256) describes; put the " +
-                             "right file back");
+                             "right file back, or, if this is the right one, what sha256sum says into its sidecar");
   }
 }
 
@@ -190,7 +190,8 @@ bool isAdaptable(const ModelSidecar& sidecar) {
   const auto isPose = [&](size_t at, size_t channels) {
     const TensorLayout& layout = outputs[at];
     return layout.adapted && layout.type == LAROD_TENSOR_DATA_TYPE_UINT8 && layout.shape[3] == channels &&
-           layout.shape[1] == outputs[0].shape[1] && layout.shape[2] == outputs[0].shape[2];
+           layout.shape[1] == sidecar.input.shape[1] / kPoseCell + 1 &&
+           layout.shape[2] == sidecar.input.shape[2] / kPoseCell + 1;
   };
   const auto isFloat = [](const TensorLayout& layout) {
     return layout.adapted && layout.type == LAROD_TENSOR_DATA_TYPE_FLOAT32;
@@ -210,9 +211,10 @@ void readAdapter(const json& document, const std::string& file, ModelSidecar& si
   if (!adapted && !document.contains("adapter")) return;
   sidecar.adapter = AdapterReader(document.value("adapter", json()), file + ": adapter").read();
   if (!isAdaptable(sidecar)) {
-    throw std::runtime_error(file +
-                             ": outputs: an adapter fills three byte tensors of 17, 34 and 64 channels and one grid, " +
-                             "or four float tensors of one number of candidates");
+    throw std::runtime_error(
+        file +
+        ": outputs: an adapter fills three byte tensors of 17, 34 and 64 channels, with a cell for each 16 pixels, " +
+        "or four float tensors of one number of candidates");
   }
 }
 
@@ -234,7 +236,7 @@ ModelSidecar readModelSidecar(const std::string& model, std::string_view network
   }
   const json document = json::parse(*text, nullptr, false);
   if (!document.is_object()) {
-    throw std::runtime_error(file + ": is not a JSON object that describes a model's tensors");
+    throw std::runtime_error(file + ": is not a JSON object that describes a model's tensors; mend it");
   }
   checkIdentity(document, model, network);
   ModelSidecar sidecar;

@@ -20,6 +20,8 @@
 namespace workstation {
 namespace {
 
+constexpr float kMostFrame = 8;  // cells: a network's picture has sides of multiples of 32 pixels, a cell has 4
+
 /// While it lives, OpenCV tells its errors by exceptions only: its own lines on standard error say less than ours.
 class QuietOpenCv {
  public:
@@ -144,6 +146,17 @@ void Network::checkHeads(const std::string& file, size_t scale) const {
       throw ServiceError(LAROD_ERROR_LOAD_MODEL, output + "finite on a black picture");
     }
   }
+  const float cell = m_sidecar.adapter.scales[scale].cell;
+  const auto covers = [cell](int cells, size_t side) {
+    const float pixels = cell * static_cast<float>(cells);
+    return pixels >= static_cast<float>(side) && pixels < static_cast<float>(side) + kMostFrame * cell;
+  };
+  const auto& picture = m_sidecar.input.shape;
+  if (!covers(center.size[2], picture[1]) || !covers(center.size[3], picture[2])) {
+    throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": heads \"" + m_layers[first] +
+                                                   "\" and so on have not as many " +
+                                                   "cells of the sidecar's size as cover the picture");
+  }
 }
 
 PoseHeads Network::headsOf(size_t scale) const {
@@ -159,6 +172,11 @@ PoseHeads Network::headsOf(size_t scale) const {
 void Network::adapt() {
   if (!m_sidecar.adapter.isSet()) {
     return;
+  }
+  for (size_t head = m_first_head; head < m_results.size(); ++head) {
+    if (!cv::checkRange(m_results[head])) {  // else somebody would be overlooked without a word
+      throw ServiceError(LAROD_ERROR_JOB, "the network failed: its output \"" + m_layers[head] + "\" is not finite");
+    }
   }
   std::vector<PoseHeads> heads;
   for (size_t scale = 0; scale < m_sidecar.adapter.scales.size(); ++scale) {

@@ -110,10 +110,11 @@ std::vector<DecodedPerson> decodePeople(const PoseHeads& heads, const PeopleRule
   std::vector<DecodedPerson> people;
   for (const Center& center : findCenters(heads, rules)) {
     const DecodedPerson person = decode(heads, center, spread);
+    if (!isFinite(person)) continue;
     const bool isTwin = std::any_of(people.begin(), people.end(), [&](const DecodedPerson& other) {
       return areTwins(person, other, rules.twin_distance);
     });
-    if (!isTwin && isFinite(person)) people.push_back(person);
+    if (!isTwin) people.push_back(person);
   }
   return people;
 }

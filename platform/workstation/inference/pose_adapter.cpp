@@ -10,6 +10,7 @@
 namespace workstation {
 namespace {
 
+constexpr auto kCellSide = static_cast<float>(kPoseCell);
 constexpr float kPlateau = 1.5F;    // cells around a point that hold its full score: sampling between cells reads it
 constexpr float kHeatReach = 3.0F;  // cells around a point that are warm at all
 constexpr float kFallOff = 4.0F;    // logits lost for each cell beyond the plateau
@@ -132,10 +133,10 @@ void writePose(std::span<const DecodedPerson> people, const PoseTensors& tensors
   if (people.empty()) return;
   for (int row = 0; row < tensors.rows; ++row) {
     for (int column = 0; column < tensors.columns; ++column) {
-      const Cell cell{static_cast<size_t>(row * tensors.columns + column), static_cast<float>(row) * tensors.cell,
-                      static_cast<float>(column) * tensors.cell};
+      const Cell cell{static_cast<size_t>(row * tensors.columns + column), static_cast<float>(row) * kCellSide,
+                      static_cast<float>(column) * kCellSide};
       for (size_t point = 0; point < kPersonPoints; ++point) {
-        const Owner owner = ownerOf(cell, point, people, tensors.cell);
+        const Owner owner = ownerOf(cell, point, people, kCellSide);
         if (owner.person != nullptr) writeCell(cell, point, owner, tensors);
       }
     }

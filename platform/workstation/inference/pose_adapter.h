@@ -24,6 +24,7 @@ namespace workstation {
 inline constexpr size_t kPoseHeads = 4;
 inline constexpr std::array<int, kPoseHeads> kPoseHeadChannels = {1, 34, 17, 34};  ///< center, regression, heat, offset
 inline constexpr std::array<size_t, 3> kPoseTensorChannels = {17, 34, 64};
+inline constexpr size_t kPoseCell = 16;  ///< pixels to a cell of the pose tensors
 inline constexpr int kPoseTensors = 3;
 inline constexpr int kCandidateTensors = 4;
 
@@ -57,7 +58,6 @@ struct PoseTensors {
   PoseTensor mid_offsets;
   int rows;
   int columns;
-  float cell = 16;  ///< side of a cell, pixels
 };
 
 /// Writes people so that the multi-pose decoder finds them again, each joint with its score. Their points are in

@@ -180,13 +180,13 @@ TEST_F(Job, FollowsThePictureAndWritesFloatsForTheDetector) {
 }
 
 constexpr const char* kAdapter = R"("adapter": {"name": "movenet_multipose",
-  "scales": [{"cell": 16, "heads": ["center", "regression", "heat", "offset"]}], "confidence": {"gain": 1, "bias": 0},
+  "scales": [{"cell": 2, "heads": ["center", "regression", "heat", "offset"]}], "confidence": {"gain": 1, "bias": 0},
   "rules": {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10}}, )";
 
 std::string adaptedPose() {
   std::string outputs;
   for (const int channels : {17, 34, 64}) {
-    outputs += R"({"name": "t", "layer": "adapter", "shape": [1, 2, 3, )" + std::to_string(channels) +
+    outputs += R"({"name": "t", "layer": "adapter", "shape": [1, 1, 1, )" + std::to_string(channels) +
                R"(], "type": "uint8", "scale": 0.1, "zero_point": 128},)";
   }
   return replaced(sidecar(outputs + kUnread), "{", std::string("{") + kAdapter);
@@ -198,17 +198,18 @@ TEST_F(Job, AnAdapterFillsTheTensorsFromTheHeads) {
   picture[2 * 18 + 4 * 3] = '\x70';  // red in the cell of row 1 and column 2
   bind(picture);
   ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
-  const std::vector<int> heat = bytes("out0");
-  ASSERT_EQ(heat.size(), 6U * 17);
-  EXPECT_EQ(heat[5 * 17], *std::max_element(heat.begin(), heat.end())) << "in its own cell";
-  EXPECT_LT(heat[0], heat[5 * 17]);
-  EXPECT_EQ(bytes("out1")[5 * 34], 128) << "the joint is where the cell is";
-  EXPECT_EQ(bytes("out1")[17], 128 + 127) << "and far to the right of the first cell";
+  EXPECT_EQ(bytes("out0"), std::vector<int>(17, 137)) << "a logit of 2, seen a third of a cell off";
+  std::vector<int> offsets(17, 128 + 20);  // 2 pixels down and 4 to the right
+  offsets.resize(34, 128 + 40);
+  EXPECT_EQ(bytes("out1"), offsets);
   EXPECT_EQ(bytes("out3"), std::vector<int>(5, 77));
   ASSERT_EQ(::pwrite(m_files[0], std::string(72, '\0').data(), 72, 0), 72);
   ::lseek(m_files[1], 0, SEEK_SET);
   ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error));
-  EXPECT_EQ(bytes("out0"), std::vector<int>(6 * 17, 0)) << "nobody is left over";
+  EXPECT_EQ(bytes("out0"), std::vector<int>(17, 0)) << "nobody is left over";
+  ASSERT_EQ(::pwrite(m_files[0], std::string(72, '\x09').data(), 72, 0), 72);
+  EXPECT_FALSE(larodRunJob(m_connection, m_request, &m_error)) << "nobody is overlooked without a word";
+  EXPECT_STREQ(m_error->msg, "the network failed: its output \"regression\" is not finite");
 }
 
 TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
@@ -253,9 +254,11 @@ TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
       {heads, replaced(adaptedPose(), "movenet", "other"), "adapter: must be an object whose \"name\""},
       {heads, replaced(adaptedPose(), "\"adapter\": {", "\"was\": {"), "adapter: must be an object"},
       {heads, replaced(adaptedPose(), "[\"center\", ", "["), "\"heads\" must name four"},
-      {heads, replaced(adaptedPose(), "\"cell\": 16", "\"cell\": 0"), "\"cell\" must be a number from 1"},
+      {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 0"), "\"cell\" must be a number from 1"},
+      {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 1"), "have not as many cells"},
+      {heads, replaced(adaptedPose(), "1, 1, 34]", "2, 1, 34]"), "outputs: an adapter fills three"},
       {heads, replaced(adaptedPose(), "0.15", "\"x\""), "\"center_threshold\" must"},
-      {heads, replaced(adaptedPose(), "3, 34]", "3, 33]"), "outputs: an adapter fills three"},
+      {heads, replaced(adaptedPose(), "1, 34]", "1, 33]"), "outputs: an adapter fills three"},
       {heads, replaced(adaptedPose(), "\"heat\", \"offset\"", "\"offset\", \"heat\""), "\"offset\" is not a head"}};
   for (const auto& [bytes, description, why] : mistakes) {
     testing::internal::CaptureStderr();
@@ -280,9 +283,9 @@ TEST_F(InferenceService, RefusesAnotherNetworkThanTheOneDescribed) {
   other[other.find(weight) + 2] = '\x40';
   m_folder.write("m.onnx", other);
   EXPECT_EQ(loadAsItIs(), nullptr);
-  EXPECT_EQ(m_error->msg,
-            (m_folder / "m.onnx").string() +
-                ": is damaged, or another network than its sidecar (sha256) describes; put the right file back");
+  EXPECT_EQ(m_error->msg, (m_folder / "m.onnx").string() +
+                              ": is damaged, or another network than its sidecar (sha256) describes; put the right "
+                              "file back, or, if this is the right one, what sha256sum says into its sidecar");
   larodClearError(&m_error);
   EXPECT_NE(load(other, poseSidecar()), nullptr) << "it runs";
   larodDestroyModel(&m_model);
