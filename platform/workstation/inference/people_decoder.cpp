@@ -19,10 +19,10 @@ struct Center {
 float sigmoid(float logit) { return 1.0F / (1.0F + std::exp(-logit)); }
 
 bool isPeak(const PoseHeads& heads, int y, int x) {
-  const float value = heads.center[static_cast<size_t>(y * heads.columns + x)];
+  const float value = heads.center[heads.at(y, x)];
   for (int row = std::max(0, y - kPeakRadius); row <= std::min(heads.rows - 1, y + kPeakRadius); ++row) {
     for (int column = std::max(0, x - kPeakRadius); column <= std::min(heads.columns - 1, x + kPeakRadius); ++column) {
-      if (heads.center[static_cast<size_t>(row * heads.columns + column)] > value) return false;
+      if (heads.center[heads.at(row, column)] > value) return false;
     }
   }
   return true;
@@ -32,7 +32,7 @@ std::vector<Center> findCenters(const PoseHeads& heads, const PeopleRules& rules
   std::vector<Center> centers;
   for (int y = 0; y < heads.rows; ++y) {
     for (int x = 0; x < heads.columns; ++x) {
-      const float score = sigmoid(heads.center[static_cast<size_t>(y * heads.columns + x)]);
+      const float score = sigmoid(heads.center[heads.at(y, x)]);
       if (score > rules.center_threshold && isPeak(heads, y, x)) centers.push_back({y, x, score});
     }
   }
@@ -43,7 +43,7 @@ std::vector<Center> findCenters(const PoseHeads& heads, const PeopleRules& rules
 
 /// The likeliest cell near the regressed place, weighed by the distance from it, and the point inside that cell.
 PersonPoint findPoint(const PoseHeads& heads, size_t point, float y, float x, float spread) {
-  const auto cells = static_cast<size_t>(heads.rows) * static_cast<size_t>(heads.columns);
+  const size_t cells = heads.cells();
   const float radius = std::sqrt(-spread * std::log(kLeastWeight));
   const auto from = [radius](float at) { return std::max(0, static_cast<int>(std::ceil(at - radius))); };
   const auto to = [radius](float at, int size) {
@@ -54,7 +54,7 @@ PersonPoint findPoint(const PoseHeads& heads, size_t point, float y, float x, fl
     for (int column = from(x); column <= to(x, heads.columns); ++column) {
       const float dy = static_cast<float>(row) - y;
       const float dx = static_cast<float>(column) - x;
-      const auto cell = static_cast<size_t>(row * heads.columns + column);
+      const size_t cell = heads.at(row, column);
       const float score = sigmoid(heads.heat[point * cells + cell]) * std::exp(-(dy * dy + dx * dx) / spread);
       if (score > best.score) {
         best = {static_cast<float>(row) + heads.offset[2 * point * cells + cell],
@@ -66,8 +66,8 @@ PersonPoint findPoint(const PoseHeads& heads, size_t point, float y, float x, fl
 }
 
 DecodedPerson decode(const PoseHeads& heads, const Center& center, float spread) {
-  const auto cells = static_cast<size_t>(heads.rows) * static_cast<size_t>(heads.columns);
-  const auto cell = static_cast<size_t>(center.y * heads.columns + center.x);
+  const size_t cells = heads.cells();
+  const size_t cell = heads.at(center.y, center.x);
   DecodedPerson person{center.score, {}};
   for (size_t point = 0; point < kPersonPoints; ++point) {
     const float y = static_cast<float>(center.y) + heads.regression[2 * point * cells + cell];

@@ -21,6 +21,11 @@ struct PoseHeads {
   std::span<const float> offset;
   int rows = 0;
   int columns = 0;
+
+  size_t at(int y, int x) const {
+    return static_cast<size_t>(y) * static_cast<size_t>(columns) + static_cast<size_t>(x);
+  }
+  size_t cells() const { return at(rows, 0); }
 };
 
 /// What counts as a person.

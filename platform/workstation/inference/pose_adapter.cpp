@@ -63,11 +63,11 @@ Owner ownerOf(const Cell& cell, size_t point, std::span<const DecodedPerson> peo
 }
 
 void writeDisplacements(const Cell& cell, size_t point, const DecodedPerson& person, const PoseTensors& tensors) {
-  const auto [bytes, code] = tensors.mid_offsets;
+  const PoseTensor& mids = tensors.mid_offsets;
   const auto write = [&](size_t channel, size_t target) {
-    std::uint8_t* place = &bytes[cell.index * kMidChannels + channel];
-    place[0] = encode(person.points[target].y - cell.y, code);
-    place[kEdges] = encode(person.points[target].x - cell.x, code);
+    std::uint8_t* place = &mids.bytes[cell.index * kMidChannels + channel];
+    place[0] = encode(person.points[target].y - cell.y, mids.code);
+    place[kEdges] = encode(person.points[target].x - cell.x, mids.code);
   };
   for (size_t edge = 0; edge < kEdges; ++edge) {
     if (kBodyTree[edge].first == point) write(edge, kBodyTree[edge].second);
@@ -131,10 +131,10 @@ void writePose(std::span<const DecodedPerson> people, const PoseTensors& tensors
     std::fill(offsets.bytes.begin(), offsets.bytes.end(), offsets.code.zero_point);
   }
   if (people.empty()) return;
+  size_t index = 0;
   for (int row = 0; row < tensors.rows; ++row) {
-    for (int column = 0; column < tensors.columns; ++column) {
-      const Cell cell{static_cast<size_t>(row * tensors.columns + column), static_cast<float>(row) * kCellSide,
-                      static_cast<float>(column) * kCellSide};
+    for (int column = 0; column < tensors.columns; ++column, ++index) {
+      const Cell cell{index, static_cast<float>(row) * kCellSide, static_cast<float>(column) * kCellSide};
       for (size_t point = 0; point < kPersonPoints; ++point) {
         const Owner owner = ownerOf(cell, point, people, kCellSide);
         if (owner.person != nullptr) writeCell(cell, point, owner, tensors);

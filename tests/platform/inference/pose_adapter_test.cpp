@@ -21,16 +21,17 @@ using workstation::PoseHeads;
 // ---- from heads to people ----
 
 constexpr int kRows = 20, kColumns = 30;
+constexpr size_t kHeadCells = 600;
 constexpr float kCold = -9, kWarm = 2;  // logits
 
 float probability(float logit) { return 1 / (1 + std::exp(-logit)); }
 
 /// Heads in which people are drawn.
 struct Drawing {
-  std::vector<float> center = std::vector<float>(kRows * kColumns, kCold);
-  std::vector<float> regression = std::vector<float>(34 * kRows * kColumns, 0.0F);
-  std::vector<float> heat = std::vector<float>(17 * kRows * kColumns, kCold);
-  std::vector<float> offset = std::vector<float>(34 * kRows * kColumns, 0.25F);
+  std::vector<float> center = std::vector<float>(kHeadCells, kCold);
+  std::vector<float> regression = std::vector<float>(34 * kHeadCells, 0.0F);
+  std::vector<float> heat = std::vector<float>(17 * kHeadCells, kCold);
+  std::vector<float> offset = std::vector<float>(34 * kHeadCells, 0.25F);
 
   static size_t at(size_t channel, int y, int x) {
     return (channel * kRows + static_cast<size_t>(y)) * kColumns + static_cast<size_t>(x);
@@ -149,7 +150,7 @@ struct Poses {
 
 /// Written as bytes, read as the program reads them.
 Poses thereAndBack(const std::vector<DecodedPerson>& people) {
-  constexpr size_t kCells = kGridRows * kGridColumns;
+  constexpr size_t kCells = 3726;
   std::vector<uint8_t> heat(kCells * 17, 99), shorts(kCells * 34, 99), mids(kCells * 64, 99);
   workstation::writePose(
       people,
