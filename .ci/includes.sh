@@ -8,6 +8,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 rooms=(
   "platform/support||"
   "platform/clock||"
+  "platform/trace||"
   "platform/scripted|platform/support|gst larod vdostream axparameter axoverlay opencv2 cairo"
   "platform/workstation/system|platform/support platform/clock|"
   "platform/workstation/decoding|platform/support platform/clock platform/workstation/system|gst libyuv.h"
@@ -20,16 +21,17 @@ rooms=(
   "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
   "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
-  "pose|app/[a-z]*_params.h app/process_state.h video|larod.h"
+  "pose|app/[a-z]*_params.h app/observer.h app/process_state.h video|larod.h"
   "geometry|app/process_state.h app/truncate.h video/VideoStreamSource.h|opencv2"
   "events|platform/clock|axevent.h"
-  "analysis|app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock|opencv2"
+  "analysis|app/[a-z]*_params.h app/common_structs.h app/finding.h app/observer.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock|opencv2"
   "overlay|app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/status.h app/truncate.h analysis/FindingsHistory.h geometry pose/skeleton.h platform/support|cairo.h axoverlay.h vdostream.h"
   "config|app/[a-z]*_params.h app/process_state.h app/status.h app/truncate.h analysis/area_of_interest.h geometry overlay/overlay_manager.h video/VideoStreamSource.h platform/support|axparameter.h axhttp.h"
-  "validation|app/[a-z]*_params.h config/parameter_controller.h platform/support pose video|larod.h"
-  "app|analysis config events geometry overlay pose validation video platform/clock platform/support|opencv2 larod.h axhttp.h"
+  "validation|app/[a-z]*_params.h app/observer.h config/parameter_controller.h platform/support pose video|larod.h"
+  "trace|analysis app/[a-z]*_params.h app/finding.h app/observer.h app/process_state.h config/parameter_controller.h events geometry pose platform/clock platform/trace|nlohmann opencv2"
+  "app|analysis config events geometry overlay pose trace validation video platform/clock platform/support|opencv2 larod.h axhttp.h"
   "simulator||EGL GL glm gst nlohmann"
-  "reference|analysis app/process_state.h app/lifecycle/shutdown.h app/lifecycle/startup.h platform/clock pose/skeleton.h|nlohmann"
+  "reference|analysis app config platform/clock pose trace|nlohmann"
   "accuracy|analysis app events platform pose reference validation video|gst nlohmann opencv2 turbojpeg.h larod.h"
 )
 guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
@@ -40,7 +42,7 @@ complain() {
   failed=1
 }
 
-seen=" app/[a-z]*_params.h app/common_structs.h app/finding.h app/process_state.h app/status.h app/truncate.h "
+seen=" app/[a-z]*_params.h app/common_structs.h app/finding.h app/observer.h app/process_state.h app/status.h app/truncate.h "
 set -f  # no name below is a pattern of files
 for room in "${rooms[@]}"; do
   IFS='|' read -r folder ours libraries <<<"$room"

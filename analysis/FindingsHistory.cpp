@@ -6,6 +6,7 @@
 #include <opencv2/core/types.hpp>
 
 #include "app/floor_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "app/truncate.h"
 #include "geometry/distance_controller.h"
@@ -13,8 +14,6 @@
 namespace {
 
 constexpr float kVelocityFactor = 100000.0F;
-/// In 1/100000 of the body's height per ms: a tenth of the height per second.
-constexpr float kVelocityThreshold = 10.0F;
 /// Height in metres of the superior point of somebody whose height in the picture is unknown.
 constexpr float kAverageNeckHeight = 1.4F;
 
@@ -83,14 +82,6 @@ cv::Point2f upright(const Finding& current, cv::Point3f floorPosition, const cv:
   return feet + normal * ratio;
 }
 
-/// Whether a finding speaks against somebody lying helpless on the floor.
-bool rulesOutFall(const Finding& finding) {
-  return finding.footing == Footings::bed || finding.footing == Footings::exclusion ||
-         finding.activity == Activity::unknownActivity || finding.activity == Activity::standing ||
-         finding.activity == Activity::sitting || finding.skeleton.isNearEdge(g_StreamWidth, g_StreamHeight) ||
-         finding.isMoving;
-}
-
 /// Standing or lying, from where the superior point is and would be upright, and from the body's proportions.
 Activity postureOf(const Finding& current) {
   const auto dx = static_cast<float>(current.expectedSuperior.x - current.averageSuperior.x);
@@ -105,6 +96,16 @@ Activity postureOf(const Finding& current) {
 
 }  // namespace
 
+FallVeto whatRulesOutFall(const Finding& finding) {
+  if (finding.footing == Footings::bed) return FallVeto::inBed;
+  if (finding.footing == Footings::exclusion) return FallVeto::inExclusion;
+  if (finding.activity == Activity::unknownActivity) return FallVeto::unknownActivity;
+  if (finding.activity == Activity::standing) return FallVeto::standing;
+  if (finding.activity == Activity::sitting) return FallVeto::sitting;
+  if (finding.skeleton.isNearEdge(g_StreamWidth, g_StreamHeight)) return FallVeto::nearEdge;
+  return finding.isMoving ? FallVeto::moving : FallVeto::none;
+}
+
 void FindingsHistory::add(FindingVector& findings) {
   const TimeStamp now = ticker_clock::now();
   for (Finding& finding : findings) {
@@ -112,6 +113,7 @@ void FindingsHistory::add(FindingVector& findings) {
   }
   for (Finding& finding : findings) {
     add(finding);
+    if (g_observer != nullptr) g_observer->personJudged(m_findingsMap[finding.id], m_historyDepth);
   }
 }
 
@@ -243,7 +245,7 @@ void FindingsHistory::setActivity(Findings& findings) const {
   current.activity = postureOf(current);
   const auto consecutiveLyingDowns = static_cast<std::ptrdiff_t>(findings.size() / 2);
   for (auto finding = findings.rbegin(); finding != findings.rbegin() + consecutiveLyingDowns; ++finding) {
-    if (rulesOutFall(*finding)) {
+    if (whatRulesOutFall(*finding) != FallVeto::none) {
       return;
     }
   }

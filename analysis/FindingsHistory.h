@@ -2,8 +2,16 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "app/finding.h"
+
+/// Why a finding is none of somebody lying helpless on the floor; the first reason in this order.
+enum class FallVeto : std::int32_t { none, inBed, inExclusion, unknownActivity, standing, sitting, nearEdge, moving };
+FallVeto whatRulesOutFall(const Finding& finding);
+
+/// In 1/100000 of the body's height per ms, a tenth of the height per second: who is faster moves.
+inline constexpr float kVelocityThreshold = 10.0F;
 
 class FindingsHistory {
  public:

@@ -10,6 +10,7 @@
 #include "analysis/area_of_interest.h"
 #include "analysis/tracker.h"
 #include "app/detection_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "events/event_manager.h"
 #include "events/event_names.h"
@@ -82,10 +83,16 @@ bool DetectionProcessing::doTheseOverlap(int thisIndex, int otherIndex, int& sma
     syslog(LOG_INFO, "SmallerArea is 0");
     return false;
   }
-  if (intersectionArea / smallerArea <= kOverlap) {
+  const float share = intersectionArea / smallerArea;
+  if (share <= kOverlap) {
     return false;
   }
   smallerAreaIndex = otherIsSmaller ? otherIndex : thisIndex;
+  if (g_observer != nullptr) {
+    const int largerAreaIndex = otherIsSmaller ? thisIndex : otherIndex;
+    g_observer->overlapFound(static_cast<std::size_t>(smallerAreaIndex), static_cast<std::size_t>(largerAreaIndex),
+                             share, kOverlap);
+  }
   return true;
 }
 
@@ -138,6 +145,7 @@ void DetectionProcessing::monitor_AOI() {
                            (g_DetectionParams.b_Detection3Active && !patientInBed[2]);
   m_NumFramesWithMissingPerson = aBedIsEmpty ? m_NumFramesWithMissingPerson + 1 : 0;
   g_findingsHistory.add(findings);
+  if (g_observer != nullptr) g_observer->bedsWatched(patientInBed, m_NumFramesWithMissingPerson, kMostFramesOutOfBed);
 }
 
 void DetectionProcessing::fallen_detection() {
@@ -148,6 +156,7 @@ void DetectionProcessing::fallen_detection() {
       syslog(LOG_INFO, "fallen_detection: get failed");
     } else if (findings.back().activity == Activity::fallen) {
       m_SomeoneHasFallen = true;
+      if (g_observer != nullptr) g_observer->fallFound(id);
       return;
     }
   }

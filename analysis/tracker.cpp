@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "analysis/FindingsHistory.h"
+#include "app/observer.h"
 
 namespace {
 
@@ -36,6 +37,15 @@ std::set<int> indicesOf(std::size_t size) {
     indices.insert(indices.end(), i);
   }
   return indices;
+}
+
+void tellTracked(int id, int column, const t_distances_for_one_object& distances) {
+  const auto index = static_cast<std::size_t>(column);
+  if (g_observer != nullptr) g_observer->personTracked(id, index, distances[index]);
+}
+
+void tellAppeared(int id, int column) {
+  if (g_observer != nullptr) g_observer->personAppeared(id, static_cast<std::size_t>(column));
 }
 
 }  // namespace
@@ -118,6 +128,7 @@ t_skeleton_objects_map tracker::track_skeletons(const Skeletons& skeletons) {
     const int ObjectId = ObjectIDs[static_cast<std::size_t>(Rows[i])];
     m_Objects[ObjectId] = skeletons[static_cast<std::size_t>(Cols[i])];
     m_Disappeared[ObjectId] = 0;
+    tellTracked(ObjectId, Cols[i], D[static_cast<std::size_t>(Rows[i])]);
     UnUsedRows.erase(Rows[i]);
     UnUsedCols.erase(Cols[i]);
   }
@@ -126,6 +137,7 @@ t_skeleton_objects_map tracker::track_skeletons(const Skeletons& skeletons) {
   }
   for (const int column : UnUsedCols) {
     register_one(skeletons[static_cast<std::size_t>(column)]);
+    tellAppeared(m_NextObjectId - 1, column);
   }
   return m_Objects;
 }
@@ -137,8 +149,12 @@ void tracker::no_detections() {
 }
 
 void tracker::age_one(int id) {
-  if (++m_Disappeared[id] > m_MaxDisappeared) {
+  const int cycles = ++m_Disappeared[id];
+  if (cycles > m_MaxDisappeared) {
     de_register_one(id);
+    if (g_observer != nullptr) g_observer->personForgotten(id);
+  } else if (g_observer != nullptr) {
+    g_observer->personMissing(id, cycles);
   }
 }
 
@@ -149,8 +165,10 @@ void tracker::register_one(const Skeleton& skeleton) {
 }
 
 void tracker::register_new_objects(const Skeletons& skeletons) {
+  int column = 0;
   for (const Skeleton& skeleton : skeletons) {
     register_one(skeleton);
+    tellAppeared(m_NextObjectId - 1, column++);
   }
 }
 

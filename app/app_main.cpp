@@ -10,6 +10,7 @@
 #include "app/status.h"
 #include "config/request_handler.h"
 #include "platform/clock/clock.h"
+#include "trace/trace_writer.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ int main() {
     return failStart("Failed init_3D\n");
   }
   init_tracking();
+  startTrace();
   deliverSigtermWhileWaiting();
   gp_Loop = g_main_loop_new(nullptr, FALSE);
   AXHttpHandler* const handler = ax_http_handler_new(request_handler, nullptr);

@@ -6,6 +6,7 @@
 #include "app/detection_params.h"
 #include "app/floor_params.h"
 #include "app/initial_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "events/event_manager.h"
@@ -29,6 +30,7 @@ int g_modelWidth;
 int g_modelHeight;
 _DetectionParams g_DetectionParams;
 EventManager* g_EventManager;
+AnalysisObserver* g_observer;
 
 const std::string g_app_name = "velmor_care";
 _CalibrationParams g_CalibrationParams;

@@ -22,10 +22,12 @@ class AnalysisObserver {
   virtual void cycleEnded(bool completed) = 0;
 
   /// A run on the picture turned by `rotation` degrees: all poses of the decoder, in their order, in pixels of the
-  /// upright picture. Only the first `counted` reach the score that a pose needs. The network's input has that size.
+  /// upright picture. Only the first `counted` count: the next one's score is below the limit. The network's input has
+  /// that size.
   virtual void posesDecoded(int rotation, int width, int height, const std::vector<Skeleton>& poses,
-                            std::size_t counted) = 0;
-  /// Whether the `index`th of the run's remaining skeletons is a person for the detector: yes above the limit.
+                            std::size_t counted, float limit) = 0;
+  /// Whether the `index`th of the last run's valid skeletons is a person for the detector, whose best score for one is
+  /// minus infinity when it saw none or could not look.
   virtual void personChecked(std::size_t index, float score, bool confirmed) = 0;
   /// There was no picture to check people in.
   virtual void confirmationFailed() = 0;

@@ -2,8 +2,10 @@
 
 #include <syslog.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <tuple>
 #include <type_traits>
@@ -155,6 +157,19 @@ Params load(parameter_controller& store, const Table& table) {
 template <typename Table, typename Params>
 void save(parameter_controller& store, const Table& table, const Params& params) {
   forEach(table, params, [&](const std::string& name, const auto& value) { set(store, name, value); });
+}
+
+std::string storedText(bool value) { return value ? "true" : "false"; }
+std::string storedText(const std::string& value) { return value; }
+std::string storedText(float value) {
+  constexpr int kAllDigits = std::numeric_limits<float>::max_digits10;
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*g", kAllDigits, static_cast<double>(value));
+  return text;
+}
+template <typename Whole>
+std::string storedText(Whole value) {
+  return std::to_string(static_cast<long>(value));
 }
 
 }  // namespace
@@ -359,4 +374,14 @@ bool parameter_controller::write(const std::string& name, const std::string& val
     m_Parameter.reset();
   }
   return written;
+}
+
+std::map<std::string, std::string> settingsInForce() {
+  std::map<std::string, std::string> settings;
+  const auto note = [&settings](const std::string& name, const auto& value) { settings[name] = storedText(value); };
+  forEach(kCalibration, g_CalibrationParams, note);
+  forEach(kInitial, g_InitialParams, note);
+  forEach(kDetection, g_DetectionParams, note);
+  forEach(kFloor, g_FloorParams, note);
+  return settings;
 }

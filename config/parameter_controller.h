@@ -3,6 +3,7 @@
 
 #include <axparameter.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -75,3 +76,6 @@ class parameter_controller {
 };
 
 extern parameter_controller g_ParameterController;
+
+/// Every setting that is in force, by its name in the store, as a text that gives the same value when it is read.
+std::map<std::string, std::string> settingsInForce();

@@ -129,6 +129,7 @@ bool Distance_Controller::calibrate(const std::string& prodShortName, Quad sourc
          truncateToInt(source.x2), truncateToInt(source.y2), truncateToInt(source.x3), truncateToInt(source.y3),
          truncateToInt(target.x0), truncateToInt(target.y0), truncateToInt(target.x1), truncateToInt(target.y1),
          truncateToInt(target.x2), truncateToInt(target.y2), truncateToInt(target.x3), truncateToInt(target.y3));
+  m_focalLength = focalLength;
   calculate_camera_matrix(prodShortName, focalLength);
   if (!calculate_world_to_screen_transformations(source, wRectM, hRectM)) {
     syslog(LOG_ERR, "Distance_Controller::calibrate failed to calculate_world_to_screen_transformations.");

@@ -23,6 +23,8 @@ class Distance_Controller {
   /// far as the failed steps have not replaced it. Throws when the lens does not tell its focal length.
   bool calibrate(const std::string& prodShortName, Quad source, float wRectM, float hRectM);
   bool isCalibrated() const { return m_calibrated; }
+  /// Of the last calibration, in micrometres; 0 before.
+  int focalLengthInUse() const { return m_focalLength; }
 
   /// The floor position under a picture position. The third element is always 1.
   cv::Point3f screen_point_to_world_floor(const cv::Point2f& screenPoint) const;
@@ -61,6 +63,7 @@ class Distance_Controller {
   cv::Mat m_cameraMatrix;
   cv::Mat m_distCoeffs;
   bool m_calibrated = false;
+  int m_focalLength = 0;                                               // micrometres
   float m_squareSize = 0.15F;                                          // side of a chessboard's square, m
   cv::Size m_boardSize{9, 6};                                          // its inner corners
   std::vector<std::vector<cv::Point2f>> m_imagePointsForLogIntrinsic;  // one entry a view

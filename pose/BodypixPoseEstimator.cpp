@@ -13,13 +13,13 @@
 #include <utility>
 
 #include "app/initial_params.h"
+#include "app/observer.h"
 #include "pose/larod_helpers.h"
 
 namespace {
 
 constexpr std::size_t kLargestSide = 8192;  // pixels of a model's input that are believed
 
-constexpr float kDecoderThreshold = 0.01F;
 constexpr int kRefinementSteps = 5;
 constexpr float kNmsRadius = 2.0F;  // cells
 
@@ -225,13 +225,13 @@ void BodypixPoseEstimator::decode() {
   m_PoseKeypoints = {};
   m_PoseKeypointScores = {};
   m_PoseScores = {};
-  m_nPoses = PosenetDecoder::DecodeAllPoses(
+  m_nDecoded = PosenetDecoder::DecodeAllPoses(
       m_BodypixOutputHeatmapsDequantized.data(), m_BodypixOutputShortOffsetsDequantized.data(),
       m_BodypixOutputMidOffsetsDequantized.data(), m_gridHeight, m_gridWidth, kMaxPoses, kDecoderThreshold,
       kRefinementSteps, kNmsRadius, kStride, m_PoseKeypoints.data(), m_PoseKeypointScores.data(), m_PoseScores.data());
   const auto* const firstBelow =
       std::find_if(m_PoseScores.begin(), m_PoseScores.end(), [this](float score) { return score < m_poseThreshold; });
-  if (firstBelow != m_PoseScores.end()) m_nPoses = static_cast<int>(firstBelow - m_PoseScores.begin());
+  m_nPoses = firstBelow == m_PoseScores.end() ? m_nDecoded : static_cast<int>(firstBelow - m_PoseScores.begin());
 }
 
 const PosenetDecoder::Point& BodypixPoseEstimator::pointOf(int pose, BodyPart part) const {
@@ -274,7 +274,16 @@ Skeleton BodypixPoseEstimator::getSkeleton(int pose) const {
   return {getKeypoints(pose), getEdges(pose), m_rotation, getPoseScore(pose)};
 }
 
+void BodypixPoseEstimator::tellObserver() const {
+  Skeletons decoded;
+  for (int pose = 0; pose < m_nDecoded; ++pose) decoded.push_back(getSkeleton(pose));
+  const int counted = std::min(m_nPoses, m_nDecoded);
+  g_observer->posesDecoded(m_rotation, m_modelWidth, m_modelHeight, decoded, static_cast<std::size_t>(counted),
+                           m_poseThreshold);
+}
+
 Skeletons BodypixPoseEstimator::getSkeletons() const {
+  if (g_observer != nullptr) tellObserver();
   Skeletons skeletons;
   for (int pose = 0; pose < m_nPoses; ++pose) {
     Skeleton skeleton = getSkeleton(pose);

@@ -61,8 +61,9 @@ class BodypixPoseEstimator {
   using BodyPart = ::BodyPart;
   using enum ::BodyPart;
   static constexpr const EdgeSpecificationVector& AllEdges = ::AllEdges;
-  static constexpr std::size_t kCells = 3726;  ///< of the output grid: 81 x 46 or 46 x 81
-  static constexpr int kStride = 16;           ///< pixels of the input from cell to cell
+  static constexpr std::size_t kCells = 3726;        ///< of the output grid: 81 x 46 or 46 x 81
+  static constexpr int kStride = 16;                 ///< pixels of the input from cell to cell
+  static constexpr float kDecoderThreshold = 0.01F;  ///< the decoder returns no pose with a lower score
 
   /// Connects to the service, loads the model and binds its tensors to temporary files. Throws std::runtime_error after
   /// logging the same text, or a const char* when a file cannot be made.
@@ -90,7 +91,7 @@ class BodypixPoseEstimator {
   Keypoints getKeypoints(int pose) const;
   Edges getEdges(int pose) const;
   Skeleton getSkeleton(int pose) const;
-  /// The valid skeletons of the last run, by decreasing score.
+  /// The valid skeletons of the last run, by decreasing score. An observer is told of every pose.
   Skeletons getSkeletons() const;
 
   /// Turn all keypoints from the turned picture back into the upright one.
@@ -119,6 +120,7 @@ class BodypixPoseEstimator {
   void createTensorFiles();
   void bindTensors();
   void decode();
+  void tellObserver() const;
   const PosenetDecoder::Point& pointOf(int pose, BodyPart part) const;
   template <typename Turn>
   void turnKeypoints(Turn turn);
@@ -129,6 +131,7 @@ class BodypixPoseEstimator {
   float m_poseThreshold = 0.0F;
   float m_keypointThreshold = 0.0F;
   int m_nPoses = 0;
+  int m_nDecoded = 0;  ///< with those that score too little for a pose
   int m_rotation = 0;
   int m_gridHeight = 0;  ///< cells of the output grid
   int m_gridWidth = 0;

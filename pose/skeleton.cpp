@@ -41,19 +41,19 @@ bool isArm(BodyPart part) {
 std::int64_t widthOf(const BoundingBox& box) { return std::int64_t{box.bottomRight.x} - box.topLeft.x; }
 std::int64_t heightOf(const BoundingBox& box) { return std::int64_t{box.bottomRight.y} - box.topLeft.y; }
 
-bool hasPlausibleSize(const BoundingBox& box, int streamWidth, int streamHeight) {
+std::optional<Rejection> findImplausibleSize(const BoundingBox& box, int streamWidth, int streamHeight) {
   const float thisArea = static_cast<float>(widthOf(box)) * static_cast<float>(heightOf(box));
   const auto sceneArea = static_cast<float>(streamWidth * streamHeight);
   const float share = thisArea / sceneArea;
-  if (share < kSmallestShare || share > kLargestShare) {
-    if (g_IsDevMode) {
-      syslog(LOG_INFO, "Rejecting skeleton due to incorrect size");
-      syslog(LOG_INFO, "thisArea %f, sceneArea %f, ThisAreaOutOfWholeScene %f", static_cast<double>(thisArea),
-             static_cast<double>(sceneArea), static_cast<double>(share));
-    }
-    return false;
+  const bool tooSmall = share < kSmallestShare;
+  if (!tooSmall && !(share > kLargestShare)) return std::nullopt;
+  if (g_IsDevMode) {
+    syslog(LOG_INFO, "Rejecting skeleton due to incorrect size");
+    syslog(LOG_INFO, "thisArea %f, sceneArea %f, ThisAreaOutOfWholeScene %f", static_cast<double>(thisArea),
+           static_cast<double>(sceneArea), static_cast<double>(share));
   }
-  return true;
+  if (tooSmall) return Rejection{Rejection::Rule::tooSmall, share, kSmallestShare};
+  return Rejection{Rejection::Rule::tooLarge, share, kLargestShare};
 }
 
 void logPoint(const std::string& tag, const char* label, bool isSet, const Point& point) {
@@ -204,30 +204,34 @@ Skeleton::Skeleton(const Keypoints& points, const Edges& limbs, int rotation, fl
 Skeleton::Skeleton(const Keypoints& points, int rotation, float poseScore)
     : Skeleton(points, ::getEdges(points), rotation, poseScore) {}
 
-bool Skeleton::isValid(int streamWidth, int streamHeight) const {
+bool Skeleton::isValid(int streamWidth, int streamHeight) const { return !findRejection(streamWidth, streamHeight); }
+
+std::optional<Rejection> Skeleton::findRejection(int streamWidth, int streamHeight) const {
+  using Rule = Rejection::Rule;
   if (!hasSuperior && !hasInferior) {
     if (g_IsDevMode) syslog(LOG_ERR, "Skeleton::isValid rejecting skeleton with no Superior nor Inferior");
-    return false;
+    return Rejection{Rule::noPlace};
   }
-  if (hasInferior && !hasPlausibleSize(boundingBox, streamWidth, streamHeight)) return false;
-
+  if (hasInferior) {
+    if (auto implausible = findImplausibleSize(boundingBox, streamWidth, streamHeight)) return implausible;
+  }
   int rotation = 0;
-  if (!getRotation(rotation)) return true;
+  if (!getRotation(rotation)) return std::nullopt;
   if (!isAdjacentDetector(detectorRotation, rotation) && rotation != detectorRotation) {
     if (g_IsDevMode) {
       syslog(LOG_INFO,
              "Rejecting detected skeleton due to rotation mismatch: detector rotation=%d skeleton rotation=%d",
              detectorRotation, rotation);
     }
-    return false;
+    return Rejection{Rule::turned, static_cast<float>(rotation), static_cast<float>(detectorRotation)};
   }
   if (rotation == 180 && inferior.y < kTopMargin) {
     if (g_IsDevMode) {
       syslog(LOG_INFO, "Rejecting detected skeleton due to inferior to close to top of viewport");
     }
-    return false;
+    return Rejection{Rule::upsideDownAtTop, static_cast<float>(inferior.y), static_cast<float>(kTopMargin)};
   }
-  return true;
+  return std::nullopt;
 }
 
 bool Skeleton::isNearEdge(int streamWidth, int streamHeight) const {

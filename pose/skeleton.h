@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,6 +117,15 @@ int skeletonAngleToRotation(float angle);
 /// Whether both are rotations of a run (0, 90, 180, 270) and a quarter turn apart.
 bool isAdjacentDetector(int detectorRotation, int rotation);
 
+/// Why a skeleton cannot be a person.
+struct Rejection {
+  enum class Rule : std::int32_t { noPlace, tooSmall, tooLarge, turned, upsideDownAtTop };
+
+  Rule rule;
+  float value = 0.0F;  ///< what was found: share of the picture, degrees or pixels
+  float limit = 0.0F;  ///< what it was held against; the run's rotation for `turned`
+};
+
 /// A detected person. What is derived from the keypoints is computed once, at construction.
 struct Skeleton {
   /// No keypoints, nothing derived, detectorRotation -2.
@@ -128,6 +138,8 @@ struct Skeleton {
   /// Whether the skeleton may be a person in a picture of that size (pixels): it has a place, covers a plausible share
   /// of the picture, and lies along or across the orientation of the run that found it.
   bool isValid(int streamWidth, int streamHeight) const;
+  /// The first rule that speaks against it; none for a valid one.
+  std::optional<Rejection> findRejection(int streamWidth, int streamHeight) const;
 
   /// Whether the box comes within an eighth of its shorter side of the picture's edge, or crosses it.
   bool isNearEdge(int streamWidth, int streamHeight) const;

@@ -8,10 +8,14 @@
 #include <limits>
 #include <utility>
 
+#include "app/observer.h"
+
 namespace {
 
 constexpr float clusterDistanceThreshold = 100.0F;  // weighted pixels, see getDistance
 constexpr int kFused = -1;                          // the detector rotation of a merged skeleton
+
+std::size_t indexOf(int i) { return static_cast<std::size_t>(i); }
 
 void eraseAt(Skeletons& skeletons, int index) { skeletons.erase(skeletons.begin() + index); }
 
@@ -42,7 +46,9 @@ Skeletons combineSkeletons(const Skeletons& north, const Skeletons& east, const 
                            float aiThreshold, int /*modelWidth*/, int /*modelHeight*/) {
   Skeletons combined = north;
   for (const Skeletons* list : {&east, &south, &west}) combined.insert(combined.end(), list->begin(), list->end());
+  if (g_observer != nullptr) g_observer->fusionBegan(combined);
   clusterSkeletons(combined);
+  if (g_observer != nullptr) g_observer->fusedFiltered(combined, aiThreshold);
 
   Skeletons confident;
   std::copy_if(combined.begin(), combined.end(), std::back_inserter(confident),
@@ -58,15 +64,18 @@ void clusterSkeletons(Skeletons& S) {
     findMinDistancePair(S, i, j, minDistance);
     if (minDistance > clusterDistanceThreshold) return;
 
-    const Skeleton& first = S[static_cast<std::size_t>(i)];
-    const Skeleton& second = S[static_cast<std::size_t>(j)];
+    const Skeleton& first = S[indexOf(i)];
+    const Skeleton& second = S[indexOf(j)];
     if (isAdjacentDetector(first.detectorRotation, second.detectorRotation)) {
       Skeleton merged = merge(first, second);
+      if (g_observer != nullptr) g_observer->pairFused(indexOf(i), indexOf(j), minDistance, merged);
       eraseAt(S, j);
       eraseAt(S, i);
       S.push_back(std::move(merged));
     } else {
-      eraseAt(S, first.score > second.score ? j : i);
+      const int weaker = first.score > second.score ? j : i;
+      if (g_observer != nullptr) g_observer->pairReduced(indexOf(i), indexOf(j), minDistance, indexOf(weaker));
+      eraseAt(S, weaker);
     }
   }
 }

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "reference/json_fields.h"
+
 namespace {
 
 using nlohmann::json;
@@ -15,25 +17,6 @@ constexpr double kLongestRecording_s = 366.0 * 24 * 3600;
 constexpr double kFarthest_px = 10000.0;
 /// Indexed by visibility: outside the picture, hidden, visible.
 constexpr float kScores[] = {0.0F, 0.3F, 1.0F};
-
-/// A finite number from low to high.
-double numberFrom(const json& value, const std::string& what, double low, double high) {
-  const double number = value.is_number() ? value.get<double>() : std::nan("");
-  if (!(number >= low && number <= high)) {
-    throw std::runtime_error(what + " must be a number from " + std::to_string(static_cast<long>(low)) + " to " +
-                             std::to_string(static_cast<long>(high)));
-  }
-  return number;
-}
-
-/// A member that must be there and be a list.
-const json& listOf(const json& object, const char* key, const char* where) {
-  const auto entry = object.find(key);
-  if (entry == object.end() || !entry->is_array()) {
-    throw std::runtime_error(std::string(where) + "\"" + key + "\" must be a list");
-  }
-  return *entry;
-}
 
 Keypoint keypointFrom(const json& row, BodyPart part, const std::string& where) {
   if (!row.is_array() || row.size() != 3) {

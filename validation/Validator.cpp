@@ -14,6 +14,7 @@
 
 #include "app/calibration_params.h"
 #include "app/initial_params.h"
+#include "app/observer.h"
 #include "config/parameter_controller.h"
 #include "platform/support/package_path.h"
 #include "pose/larod_helpers.h"
@@ -23,7 +24,8 @@ std::unique_ptr<VideoStreamSource> g_videoHQStreamSource;
 namespace {
 
 constexpr int kChannels = 3;
-constexpr unsigned int kLongSide = 1920;  // pixels of the full-resolution picture
+constexpr float kNoScore = -std::numeric_limits<float>::infinity();  // of a picture without a person
+constexpr unsigned int kLongSide = 1920;                             // pixels of the full-resolution picture
 constexpr unsigned int kShortSide = 1080;
 
 /// The detector's outputs are floats. The service makes the file as long as they are; all fit the one mapped page.
@@ -196,11 +198,16 @@ bool Validator::validateAndRemove(Skeletons& skeletons, int width, int height) {
   if (!g_videoHQStreamSource->getFrame(static_cast<int>(m_HQStreamHeight), static_cast<int>(m_HQStreamWidth), 0,
                                        m_cropAddr)) {
     syslog(LOG_ERR, "Validator::validateOne Unable to getFrame");
+    if (g_observer != nullptr) g_observer->confirmationFailed();
     return false;
   }
   Skeletons kept;
-  std::copy_if(skeletons.begin(), skeletons.end(), std::back_inserter(kept),
-               [&](Skeleton& skeleton) { return validateOne(skeleton, width, height); });
+  for (std::size_t i = 0; i < skeletons.size(); ++i) {
+    m_wasJudged = false;
+    const bool confirmed = validateOne(skeletons[i], width, height);
+    if (g_observer != nullptr) g_observer->personChecked(i, m_wasJudged ? personScore() : kNoScore, confirmed);
+    if (confirmed) kept.push_back(skeletons[i]);
+  }
   if (kept.size() < skeletons.size()) skeletons = std::move(kept);
   return true;
 }
@@ -224,6 +231,7 @@ bool Validator::validateOne(Skeleton& skeleton, int width, int height) {
                                     kChannels, cropX, cropY, cropW, cropH);
   fillInput(skeleton, crop.get(), cropW, cropH);
   if (!runJob()) return false;
+  m_wasJudged = true;
   m_OutputLocations = floatsOf(*m_classificationOutputLocationsFile);
   m_OutputClasses = floatsOf(*m_classificationOutputClassesFile);
   m_OutputScores = floatsOf(*m_classificationOutputScoresFile);
@@ -256,7 +264,7 @@ bool Validator::runJob() {
 }
 
 float Validator::personScore() const {
-  float best = -std::numeric_limits<float>::infinity();
+  float best = kNoScore;
   if (m_OutputScores == nullptr) return best;
   for (int i = 0; i < kCandidates; ++i) {
     if (std::trunc(m_OutputClasses[i]) == static_cast<float>(m_Person)) best = std::max(best, m_OutputScores[i]);

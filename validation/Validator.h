@@ -116,6 +116,7 @@ class Validator {
   larodTensor** m_classificationOutputTensors = nullptr;
   std::size_t m_classificationNumOutputs = 0;
   bool m_isPortrait = false;
+  bool m_wasJudged = false;  ///< the detector ran on the last skeleton
 };
 
 extern Validator g_validator;

@@ -6,6 +6,7 @@
 
 #include "analysis/detection_processing.h"
 #include "app/calibration_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "app/status.h"
 #include "events/event_manager.h"
@@ -72,19 +73,26 @@ bool find_people() {
   return true;
 }
 
-int do_one_analysis() {
-  using std::chrono::system_clock;
-  const auto tInitial = system_clock::now();
-  if (!find_people()) {
-    return 1;
-  }
+void decide() {
   DetectionProcessing::monitor_AOI();
   DetectionProcessing::fallen_detection();
   DetectionProcessing::manage_events();
+}
+
+int do_one_analysis() {
+  using std::chrono::system_clock;
+  const auto tInitial = system_clock::now();
+  if (g_observer != nullptr) g_observer->cycleBegan();
+  if (!find_people()) {
+    if (g_observer != nullptr) g_observer->cycleEnded(false);
+    return 1;
+  }
+  decide();
   g_overlayManager->renderFindings();  // without an overlay the program still watches
   g_StatusCode = decideStatus();
   g_ExecutionTime =
       static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(system_clock::now() - tInitial).count());
   ++nFrames;
+  if (g_observer != nullptr) g_observer->cycleEnded(true);
   return 0;
 }

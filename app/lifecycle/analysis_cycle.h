@@ -8,3 +8,6 @@ int do_one_analysis();
 /// The cycle's first half: takes a picture, and the fused skeletons of the four rotations go into g_skeletons. False,
 /// with g_skeletons as they were and g_StatusCode set, when a model could not be run.
 bool find_people();
+
+/// The second half: decides about g_skeletons and sends what has changed of the events.
+void decide();

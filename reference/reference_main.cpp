@@ -11,12 +11,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "analysis/detection_processing.h"
+#include "app/lifecycle/analysis_cycle.h"
 #include "app/lifecycle/shutdown.h"
 #include "app/lifecycle/startup.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "platform/clock/clock.h"
 #include "reference/truth.h"
+#include "trace/trace_writer.h"
 
 namespace {
 
@@ -36,9 +38,9 @@ void analyse(TruthPicture picture) {
   ticker_clock::setReplayTime(picture.time);
   g_skeletons = std::move(picture.skeletons);
   std::erase_if(g_skeletons, [](const Skeleton& skeleton) { return !isPlausible(skeleton); });
-  DetectionProcessing::monitor_AOI();
-  DetectionProcessing::fallen_detection();
-  DetectionProcessing::manage_events();
+  if (g_observer != nullptr) g_observer->cycleBegan();
+  decide();
+  if (g_observer != nullptr) g_observer->cycleEnded(true);
 }
 
 /// Throws std::runtime_error naming the file and the line that is wrong.
@@ -90,6 +92,7 @@ int main() {
     return kBadInput;
   }
   init_tracking();
+  startTrace();
   try {
     analyseAll(file, path);
   } catch (const std::exception& e) {

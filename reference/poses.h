@@ -1,0 +1,66 @@
+// The poses of a trace (docs/trace.md), a cycle at a time.
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/clock/clock.h"
+#include "pose/skeleton.h"
+
+/// A pose that a run of a network saw.
+struct TracedPose {
+  Skeleton skeleton;
+  float
+      confirmation;  ///< the detector's best score for a person there; minus infinity where it saw none or did not look
+};
+
+struct TracedRun {
+  int rotation = 0;  ///< of the picture, degrees
+  int width = 0;     ///< of the network's input, pixels
+  int height = 0;
+  std::vector<TracedPose> poses;  ///< all of the decoder
+};
+
+using Settings = std::map<std::string, std::string>;
+
+/// What the networks saw in one cycle.
+struct TracedCycle {
+  TimeStamp time;                    ///< since the recording's or the trace's beginning
+  bool failed = false;               ///< a picture or a network was missing: nothing was decided
+  bool had_picture_to_check = true;  ///< without one, everybody counts as confirmed
+  std::vector<TracedRun> runs;
+  std::optional<Settings> settings;  ///< that are in force from here on; none where those before stay
+};
+
+/// Reads a trace from its beginning to its end.
+class TracedPoses {
+ public:
+  /// Throws std::runtime_error with one line that names the file and what is wrong with it.
+  explicit TracedPoses(const std::string& path);
+
+  /// The score below which a pose ends its run's list.
+  float poseThreshold() const { return m_pose_threshold; }
+
+  /// False at the end. Throws as the constructor does, with the line. The settings that stand before the first cycle
+  /// are not told.
+  bool next(TracedCycle& cycle);
+
+ private:
+  bool readObject(nlohmann::json& object);
+  void readHeader(const nlohmann::json& header);
+  void readCycle(const nlohmann::json& line, TracedCycle& cycle);
+  [[noreturn]] void fail(const std::string& why) const;
+
+  std::string m_path;
+  std::ifstream m_file;
+  long m_number = 0;  ///< of the line
+  float m_pose_threshold = 0.0F;
+  bool m_is_recording = true;
+  std::int64_t m_first_ns = -1;  ///< of the first cycle
+  std::int64_t m_last_ns = -1;
+};
