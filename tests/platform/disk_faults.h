@@ -10,6 +10,7 @@ enum class Fault {
   kHangs,         ///< nothing can be written
   kJournalHangs,  ///< nothing can be written to events.jsonl
   kFolderFails,   ///< syncing a folder fails
+  kNoRoom,        ///< all but a byte can be written to traces
 };
 
 extern std::atomic<Fault> disk_fault;

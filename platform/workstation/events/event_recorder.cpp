@@ -18,6 +18,7 @@
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/system/state_directory.h"
+#include "platform/workstation/trace/trace_event.h"
 
 namespace workstation {
 namespace {
@@ -128,6 +129,7 @@ void EventRecorder::give(EventRecord record) {
   record.run = m_run;
   remember(m_delay.has_value());
   publishEvent(record);
+  if (record.kind == "changed") traceEvent(record.number, record.run, record.time, record.event, record.active);
   m_queue.push_back(std::move(record));
   bound();
   reportDelay();

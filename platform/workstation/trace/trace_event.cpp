@@ -1,0 +1,18 @@
+#include "platform/workstation/trace/trace_event.h"
+
+#include <nlohmann/json.hpp>
+
+#include "platform/trace/trace_sink.h"
+
+namespace workstation {
+
+void traceEvent(std::uint64_t number, const std::string& run, TimeStamp time, const std::string& name, bool active) {
+  TraceSink* const sink = openTraceSink();
+  if (sink == nullptr) return;
+  const nlohmann::ordered_json line = {{"kind", "event"}, {"seq", number},
+                                       {"run", run},      {"ns", time.time_since_epoch().count()},
+                                       {"name", name},    {"active", active}};
+  sink->take(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}
+
+}  // namespace workstation

@@ -1,0 +1,63 @@
+// The traces of live runs in a directory: "trace-20260301T120000Z.jsonl", by the UTC time of their beginning. Each can
+// be read without the others. Together they are bounded; nothing else in the directory is touched.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "platform/clock/clock.h"
+#include "platform/support/file_descriptor.h"
+
+namespace workstation {
+
+struct TraceLimits {
+  std::int64_t file_bytes = std::int64_t{64} << 20;
+  std::chrono::seconds file_age = std::chrono::hours(1);
+  std::int64_t all_bytes = std::int64_t{2} << 30;
+  std::chrono::seconds age = std::chrono::hours(7 * 24);
+  std::chrono::milliseconds pause{2000};  ///< between two tries of a disk that has failed
+};
+
+/// A line, and what a file that begins with it needs before it.
+struct TracedLine {
+  std::shared_ptr<const std::string> header;
+  std::shared_ptr<const std::string> settings;  ///< those in force; null before the first
+  std::string text;                             ///< with its line feed
+  TimeStamp time;
+  std::uint64_t missed = 0;  ///< so many lines before this one are lost
+};
+
+/// May hang with its disk: for a thread of its own. Failures are no errors: what cannot be written is counted, said
+/// once in the system log, and stands as a "missing" line in the trace.
+class TraceFolder {
+ public:
+  /// The directory's parent must exist; nothing is created yet.
+  TraceFolder(std::filesystem::path directory, const TraceLimits& limits);
+
+  /// Whole, or not at all.
+  void write(const TracedLine& line);
+
+ private:
+  bool store(const TracedLine& line);
+  [[nodiscard]] std::string textFor(const TracedLine& line) const;
+  [[nodiscard]] bool hasEnded(TimeStamp time, std::size_t more) const;
+  bool begin(TimeStamp time);
+  void makeRoom(TimeStamp time) const;
+  bool fail(int reason);
+
+  const std::filesystem::path m_directory;
+  const TraceLimits m_limits;
+  std::filesystem::path m_path;  ///< of the file that is written to
+  FileDescriptor m_file;
+  TimeStamp m_began;
+  std::int64_t m_size = 0;                        ///< bytes of whole lines
+  std::shared_ptr<const std::string> m_settings;  ///< the last in the file
+  std::uint64_t m_missing = 0;                    ///< lines since the last that was written
+  bool m_failed = false;
+  std::chrono::steady_clock::time_point m_tried;
+};
+
+}  // namespace workstation

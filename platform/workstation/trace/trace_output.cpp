@@ -1,0 +1,108 @@
+#include "platform/workstation/trace/trace_output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "platform/clock/clock.h"
+#include "platform/workstation/system/durable_file.h"
+
+namespace workstation {
+namespace {
+
+constexpr std::chrono::seconds kPatienceAtEnd{2};
+
+/// Whether the line's first "kind" is this one.
+bool isOfKind(std::string_view line, std::string_view kind) {
+  constexpr std::string_view kKey = "\"kind\":";
+  const std::size_t key = line.find(kKey);
+  if (key == std::string_view::npos) return false;
+  line.remove_prefix(key + kKey.size());
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  return line.starts_with('"') && line.substr(1).starts_with(kind) && line.substr(1 + kind.size()).starts_with('"');
+}
+
+}  // namespace
+
+ReplayTrace::ReplayTrace(std::filesystem::path file)
+    : m_path(std::move(file)),
+      m_file(::open(m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
+  struct stat status {};
+  if (m_file.get() < 0 || ::fstat(m_file.get(), &status) != 0) {
+    fail(errno);
+  } else if (S_ISREG(status.st_mode)) {  // what stood there may have been for others' eyes
+    ::fchmod(m_file.get(), S_IRUSR | S_IWUSR);
+  }
+}
+
+void ReplayTrace::take(const std::string& lines) {
+  const std::scoped_lock lock(m_mutex);
+  if (m_file.get() < 0) return;
+  if (!writeAll(m_file.get(), lines.data(), lines.size())) return fail(errno);
+  m_size += static_cast<std::int64_t>(lines.size());
+}
+
+bool ReplayTrace::finish() {
+  const std::scoped_lock lock(m_mutex);
+  // What is no file on a disk cannot be synced.
+  if (m_file.get() >= 0 && ::fdatasync(m_file.get()) != 0 && errno != EINVAL && errno != EROFS) fail(errno);
+  m_file = FileDescriptor();
+  return !m_failed;
+}
+
+void ReplayTrace::fail(int reason) {
+  [[maybe_unused]] const int cut = m_file.get() < 0 ? 0 : ::ftruncate(m_file.get(), m_size);
+  m_file = FileDescriptor();
+  m_failed = true;
+  ::syslog(LOG_ERR, "%s: the trace cannot be written: %s; the replay goes on without", m_path.c_str(),
+           strerrordesc_np(reason));
+}
+
+LiveTrace::LiveTrace(const std::filesystem::path& directory, const TraceLimits& limits, std::size_t most_waiting)
+    : m_directory(directory), m_folder(std::make_shared<TraceFolder>(directory, limits)), m_writer(most_waiting) {}
+
+void LiveTrace::take(const std::string& lines) {
+  const std::scoped_lock lock(m_mutex);
+  for (std::size_t begin = 0; begin < lines.size();) {
+    const std::size_t end = std::min(lines.find('\n', begin), lines.size() - 1) + 1;
+    takeLine(lines.substr(begin, end - begin));
+    begin = end;
+  }
+}
+
+void LiveTrace::takeLine(std::string line) {
+  if (!m_header) {
+    if (isOfKind(line, "trace")) m_header = std::make_shared<std::string>(std::move(line));
+    return;
+  }
+  if (isOfKind(line, "settings")) {
+    m_settings = std::make_shared<std::string>(std::move(line));
+    return;
+  }
+  // Once a line is lost, none is taken before the disk is through with all that waits: one gap instead of many.
+  const bool is_open = m_missed == 0 || m_writer.settle(std::chrono::milliseconds(0));
+  TracedLine traced{m_header, m_settings, std::move(line), ticker_clock::now(), m_missed};
+  if (is_open && m_writer.post([folder = m_folder, traced = std::move(traced)] { folder->write(traced); })) {
+    m_missed = 0;
+  } else if (++m_missed == 1) {
+    m_voice.post([directory = m_directory] {
+      ::syslog(LOG_ERR, "%s: the trace cannot be written: the disk does not answer; lines are left out until it does",
+               directory.c_str());
+    });
+  }
+}
+
+void LiveTrace::finish() {
+  if (m_writer.drain(kPatienceAtEnd)) return;
+  ::syslog(LOG_ERR, "%s: the end of the trace is missing: the disk does not answer", m_directory.c_str());
+}
+
+}  // namespace workstation
