@@ -10,14 +10,14 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include "platform/workstation/system/utc_text.h"
 
 namespace workstation {
 namespace {
@@ -205,18 +205,6 @@ std::map<int, std::filesystem::path> journalsAside(const std::filesystem::path& 
 }  // namespace
 
 double secondsOf(TimeStamp time) { return static_cast<double>(millisecondsOf(time)) / 1000.0; }
-
-std::string utcText(TimeStamp time) {
-  const std::int64_t milliseconds = millisecondsOf(time);
-  const std::time_t seconds = milliseconds / 1000;
-  std::tm parts{};
-  ::gmtime_r(&seconds, &parts);
-  char date[32];
-  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
-  char text[48];
-  std::snprintf(text, sizeof text, "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
-  return text;
-}
 
 bool fitsIntoJournal(const EventRecord& record) {
   EventRecord longest = record;

@@ -39,9 +39,6 @@ struct EventRecord {
 /// Seconds on the process's clock, to the millisecond, as the journal and the standard output show them.
 double secondsOf(TimeStamp time);
 
-/// "2026-03-01T12:00:31.500Z"
-std::string utcText(TimeStamp time);
-
 /// Whether a declaration and the changes of its event fit into a line.
 bool fitsIntoJournal(const EventRecord& record);
 

@@ -13,6 +13,7 @@
 #include "platform/support/owners.h"
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/system/health.h"
+#include "platform/workstation/system/utc_text.h"
 
 namespace workstation {
 namespace {

@@ -11,6 +11,7 @@
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/events/run_marks.h"
 #include "platform/workstation/system/health.h"
+#include "platform/workstation/system/utc_text.h"
 #include "tests/platform/event_sender.h"
 #include "tests/platform/web/http_serving.h"
 

@@ -1,0 +1,21 @@
+#include "platform/workstation/system/utc_text.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+namespace workstation {
+
+std::string utcText(TimeStamp time) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+  const std::time_t seconds = milliseconds / 1000;
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  char date[32];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+  char text[48];
+  std::snprintf(text, sizeof text, "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
+  return text;
+}
+
+}  // namespace workstation

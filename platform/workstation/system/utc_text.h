@@ -1,0 +1,13 @@
+// A time as others read it: in the journal, in the feed, in a trace's explanation.
+#pragma once
+
+#include <string>
+
+#include "platform/clock/clock.h"
+
+namespace workstation {
+
+/// "2026-03-01T12:00:31.500Z"
+std::string utcText(TimeStamp time);
+
+}  // namespace workstation

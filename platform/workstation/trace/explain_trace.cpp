@@ -1,0 +1,378 @@
+#include "platform/workstation/trace/explain_trace.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <deque>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "platform/workstation/trace/left_out.h"
+#include "platform/workstation/trace/trace_story.h"
+
+namespace workstation {
+namespace {
+
+constexpr std::int64_t kSecond_ns = 1'000'000'000;
+
+std::tm localTime(std::int64_t ns) {
+  const std::time_t seconds = ns / kSecond_ns;
+  std::tm parts{};
+  ::localtime_r(&seconds, &parts);
+  return parts;
+}
+
+/// "   41.5 s" into a recording; "2026-03-01 14:03:07" of what was watched live, where the reader is.
+std::string timeText(std::int64_t ns, bool replay) {
+  char text[64];
+  if (replay) {
+    std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(ns) / kSecond_ns);
+  } else {
+    const std::tm parts = localTime(ns);
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+  }
+  return text;
+}
+
+/// A moment that somebody asks for: so long after the beginning, or so late in a day.
+class Asked {
+ public:
+  explicit Asked(const std::string& text) : m_text(text) {
+    unsigned hours = 0;
+    unsigned minutes = 0;
+    unsigned seconds = 0;
+    int used = 0;
+    const int size = static_cast<int>(text.size());
+    if (std::sscanf(text.c_str(), "%2u:%2u:%2u%n", &hours, &minutes, &seconds, &used) == 3 && used == size &&
+        hours < 24 && minutes < 60 && seconds < 60) {
+      m_of_day = {static_cast<int>(hours), static_cast<int>(minutes), static_cast<int>(seconds)};
+      m_is_of_day = true;
+      return;
+    }
+    constexpr double kLongest_s = 1e8;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + size, m_seconds);
+    if (error != std::errc() || end != text.data() + size || !(m_seconds >= 0 && m_seconds <= kLongest_s)) {
+      throw std::runtime_error(
+          "--at " + text +
+          ": is no time; allowed are seconds, as 41.5, and of what was watched live the time of day, as 14:03:07");
+    }
+  }
+
+  /// What is asked for, as time of a cycle: of the day on which that cycle was.
+  [[nodiscard]] std::int64_t timeFor(std::int64_t cycle_ns, std::int64_t begin_ns) const {
+    if (!m_is_of_day) return begin_ns + std::llround(m_seconds * static_cast<double>(kSecond_ns));
+    std::tm day = localTime(cycle_ns);
+    day.tm_hour = m_of_day[0];
+    day.tm_min = m_of_day[1];
+    day.tm_sec = m_of_day[2];
+    day.tm_isdst = -1;
+    return std::int64_t{::mktime(&day)} * kSecond_ns;
+  }
+  [[nodiscard]] bool isOfDay() const { return m_is_of_day; }
+  [[nodiscard]] const std::string& text() const { return m_text; }
+
+ private:
+  std::string m_text;
+  double m_seconds = 0;
+  bool m_is_of_day = false;
+  std::array<int, 3> m_of_day{};
+};
+
+/// The files of a trace in the order of time, which is that of their names.
+std::vector<std::filesystem::path> filesOf(const std::filesystem::path& trace) {
+  std::error_code error;
+  if (!std::filesystem::is_directory(trace, error)) return {trace};
+  std::vector<std::filesystem::path> files;
+  for (std::filesystem::directory_iterator entry(trace, error), end; entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    if (name.starts_with("trace-") && name.ends_with(".jsonl")) files.push_back(entry->path());
+  }
+  if (files.empty())
+    throw std::runtime_error(trace.string() + ": holds no trace; allowed is a folder with files trace-*.jsonl");
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+/// What somebody was, or a bed, from one cycle to another.
+struct Stretch {
+  std::string key;  ///< the same for as long as nothing changes that matters
+  std::int64_t from_ns = 0;
+  std::int64_t to_ns = 0;
+  int cycles = 0;
+  std::string text;  ///< of the last cycle
+
+  void goOn(std::int64_t ns, std::string last) {
+    to_ns = ns;
+    ++cycles;
+    text = std::move(last);
+  }
+};
+
+void append(std::vector<Stretch>& stretches, const std::string& key, std::int64_t ns, const std::string& text) {
+  if (stretches.empty() || stretches.back().key != key) stretches.push_back({key, ns, ns, 0, ""});
+  stretches.back().goOn(ns, text);
+}
+
+/// The person's stretches in these cycles; a cycle without the person ends one.
+std::vector<Stretch> stretchesOf(int id, const std::deque<TraceMoment>& moments) {
+  std::vector<Stretch> stretches;
+  for (const TraceMoment& moment : moments) {
+    for (const TracePerson& one : moment.now->people) {
+      if (one.id != id) continue;
+      const std::string against = one.activity == "lying" && one.against ? one.against->rule : "";
+      append(stretches, one.footing + std::to_string(one.area) + one.activity + against + (one.n ? "" : " missing"),
+             moment.now->ns, personText(one, moment.scene()));
+    }
+  }
+  return stretches;
+}
+
+std::vector<Stretch> bedStretches(int area, const std::deque<TraceMoment>& moments) {
+  std::vector<Stretch> stretches;
+  for (const TraceMoment& moment : moments) {
+    for (const TraceBed& bed : moment.now->beds) {
+      if (bed.area != area) continue;
+      append(stretches, bed.occupied ? "by " + std::to_string(bed.by.value_or(-1)) : "empty", moment.now->ns,
+             bedText(bed, moment.scene()));
+    }
+  }
+  return stretches;
+}
+
+class Explainer {
+ public:
+  explicit Explainer(const ExplainRequest& request) : m_request(request) {
+    if (request.at) m_asked.emplace(*request.at);
+  }
+
+  std::string explain() {
+    for (const auto& file : filesOf(m_request.trace)) read(file);
+    for (TraceChange& change : m_story.rest()) note(std::move(change));
+    if (m_cycles == 0)
+      throw std::runtime_error(m_request.trace +
+                               ": holds no cycle; allowed is a trace of a run that has seen pictures");
+    if (m_asked) {
+      tellMoment();
+    } else if (m_request.event) {
+      tellEvent();
+    } else {
+      tellAll();
+    }
+    return m_out + m_notes;
+  }
+
+ private:
+  void read(const std::filesystem::path& file) {
+    TraceReader reader(file);
+    while (auto line = reader.next()) {
+      const bool is_cycle = std::holds_alternative<TraceCycle>(*line);
+      if (const auto* settings = std::get_if<TraceSettings>(&*line)) compareSettings(*settings);
+      std::vector<TraceChange> changes = m_story.take(*std::move(line));
+      if (is_cycle) takeCycle(m_story.moment());
+      for (TraceChange& change : changes) note(std::move(change));
+    }
+    if (reader.isCutOff()) {
+      m_notes +=
+          file.string() + ": the last line is cut off, as by a run that was killed; what comes before it counts\n";
+    }
+  }
+
+  void takeCycle(const TraceMoment& moment) {
+    if (m_cycles++ == 0) m_first_ns = moment.now->ns;
+    m_last_ns = moment.now->ns;
+    if (moment.now->failed) {
+      ++m_failed;
+      if (m_failed == 1) m_first_failed_ns = moment.now->ns;
+    }
+    if (m_asked) lookFor(moment);
+    constexpr std::size_t kMostKept = 240;  // two minutes
+    if (moment.now->failed) return;
+    m_kept.push_back(moment);
+    if (m_kept.size() > kMostKept) m_kept.pop_front();
+  }
+
+  /// The last cycle not after the time that is asked for, known once a later one comes.
+  void lookFor(const TraceMoment& moment) {
+    const std::int64_t begin = isReplay() ? 0 : m_first_ns;
+    const std::int64_t wanted = m_asked->timeFor(moment.now->ns, begin);
+    if (moment.now->ns <= wanted) {
+      m_candidate = moment;
+      m_wanted_ns = wanted;
+    } else if (m_candidate) {
+      m_found = std::exchange(m_candidate, std::nullopt);
+    }
+  }
+
+  void note(TraceChange change) {
+    ++m_changes;
+    const std::uint64_t number = change.seq.value_or(m_changes);
+    m_first_number = m_changes == 1 ? number : m_first_number;
+    m_last_number = number;
+    const std::string line = timeText(change.ns, isReplay()) + "  " + changeText(change);
+    if (!m_request.event) m_lines.push_back("  " + std::to_string(number) + "  " + line);
+    if (m_request.event != number) return;
+    m_out = std::to_string(number) + "  " + line + "\n";
+    tellHistory(change);
+  }
+
+  static std::string changeText(const TraceChange& change) {
+    return change.name + (change.active ? ": " : " ended: ") + change.because + ".";
+  }
+
+  /// What those were, and where, whom the change is about.
+  void tellHistory(const TraceChange& change) {
+    if (m_kept.empty()) return;
+    const TraceMoment& last = m_kept.back();
+    const TraceCycle& about = change.active || last.before == nullptr ? *last.now : *last.before;
+    std::vector<Stretch> all;
+    if (change.name == kTracedOutOfBed) {
+      for (const TraceBed& bed : last.now->beds)
+        tellStretches("Bed " + std::to_string(bed.area), bedStretches(bed.area, m_kept));
+    }
+    for (const TracePerson& one : about.people) {
+      if (change.name == kTracedFall && one.activity != "fallen") continue;
+      tellStretches("Person " + std::to_string(one.id), stretchesOf(one.id, m_kept));
+    }
+  }
+
+  void tellStretches(const std::string& who, const std::vector<Stretch>& stretches) {
+    constexpr std::size_t kMost = 12;
+    m_out += who + " in the cycles before:\n";
+    for (std::size_t i = stretches.size() > kMost ? stretches.size() - kMost : 0; i < stretches.size(); ++i) {
+      const Stretch& one = stretches[i];
+      m_out += "  " + timeText(one.from_ns, isReplay());
+      if (one.cycles > 1) m_out += " to " + timeText(one.to_ns, isReplay()) + ", at the end";
+      m_out += ": " + one.text + ".\n";
+    }
+  }
+
+  void tellEvent() const {
+    if (!m_out.empty()) return;
+    throw std::runtime_error(
+        m_request.trace + ": has no change " + std::to_string(*m_request.event) + "; " +
+        (m_changes == 0 ? "no event began or ended"
+                        : "allowed are " + std::to_string(m_first_number) + " to " + std::to_string(m_last_number)));
+  }
+
+  void tellMoment() {
+    if (m_candidate && m_wanted_ns - m_candidate->now->ns <= kSecond_ns) m_found = m_candidate;
+    if (!m_found) {
+      throw std::runtime_error(m_request.trace + ": has no cycle at " + m_asked->text() + "; allowed is " +
+                               timeText(m_first_ns, isReplay()) + " to " + timeText(m_last_ns, isReplay()));
+    }
+    const Scene scene = m_found->scene();
+    m_out = timeText(scene.now.ns, isReplay()) + ", cycle " + std::to_string(scene.now.number) + "\n";
+    if (scene.now.failed) {
+      m_out +=
+          "  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as it was.\n";
+      return;
+    }
+    for (const TraceEventState& state : scene.now.events) {
+      m_out +=
+          "  " + state.name + (state.active ? " is active: " : ", no alarm: ") + becauseText(state.name, scene) + ".\n";
+    }
+    tellPeople(scene);
+  }
+
+  void tellPeople(const Scene& scene) {
+    for (const TraceBed& bed : scene.now.beds) m_out += "  " + asSentence(bedText(bed, scene)) + "\n";
+    for (const TracePerson& one : scene.now.people) {
+      const std::string origin = one.n ? originText(*one.n, scene) : "";
+      m_out += "  " + asSentence(personText(one, scene) + (origin.empty() ? "" : " (" + origin + ")")) + "\n";
+    }
+    for (const int id : scene.now.forgotten)
+      m_out += "  Person " + std::to_string(id) + " has been missing for too long and is forgotten.\n";
+    const std::vector<std::string> left_out = leftOutTexts(scene);
+    if (!left_out.empty()) m_out += "Left out:\n";
+    for (const std::string& text : left_out) m_out += "  " + asSentence(text) + "\n";
+  }
+
+  void compareSettings(const TraceSettings& settings) {
+    if (m_cycles == 0) return;
+    const auto& before = m_story.moment().settings->parameters;
+    std::vector<std::string> changed;
+    for (const auto& [name, value] : settings.parameters) {
+      const auto old = before.find(name);
+      if (old == before.end()) continue;
+      if (old->second != value) changed.push_back(name + " from " + old->second + " to " + value);
+    }
+    if (changed.empty()) return;
+    m_lines.push_back("     after " + timeText(m_last_ns, isReplay()) +
+                      "  Settings were changed: " + listOf(changed, ", ") + ".");
+  }
+
+  void tellAll() {
+    const TraceHeader& header = *m_story.moment().header;
+    m_out = m_request.trace + ": " + (isReplay() ? "a recording" : "watched live") + ", " +
+            amountOf(static_cast<std::int64_t>(m_cycles), "cycle") + " from " + timeText(m_first_ns, isReplay()) +
+            " to " + timeText(m_last_ns, isReplay()) + ", by " + header.program + ".\n";
+    m_out += settingsText();
+    if (m_failed > 0) {
+      m_out += asSentence(amountOf(static_cast<std::int64_t>(m_failed), "cycle") + " failed, the first at " +
+                          timeText(m_first_failed_ns, isReplay()) + ": no picture or no network") +
+               "\n";
+    }
+    if (m_story.gaps() > 0)
+      m_out += asSentence(amountOf(static_cast<std::int64_t>(m_story.gaps()), "cycle") +
+                          " are missing: they were never written") +
+               "\n";
+    for (const std::string& line : m_lines) m_out += line + "\n";
+    if (m_changes == 0) m_out += "No event began or ended; --at TIME tells why.\n";
+  }
+
+  [[nodiscard]] std::string settingsText() const;
+  [[nodiscard]] bool isReplay() const { return m_story.moment().header->replay; }
+
+  ExplainRequest m_request;
+  std::optional<Asked> m_asked;
+  TraceStory m_story;
+  std::deque<TraceMoment> m_kept;  ///< complete cycles
+  std::optional<TraceMoment> m_candidate;
+  std::optional<TraceMoment> m_found;
+  std::int64_t m_wanted_ns = 0;
+  std::vector<std::string> m_lines;
+  std::string m_out;
+  std::string m_notes;
+  std::uint64_t m_cycles = 0;
+  std::uint64_t m_failed = 0;
+  std::uint64_t m_changes = 0;
+  std::uint64_t m_first_number = 0;
+  std::uint64_t m_last_number = 0;
+  std::int64_t m_first_ns = 0;
+  std::int64_t m_last_ns = 0;
+  std::int64_t m_first_failed_ns = 0;
+};
+
+/// Of the settings what decides, as it was in the end.
+std::string Explainer::settingsText() const {
+  const auto& parameters = m_story.moment().settings->parameters;
+  const auto value = [&parameters](const std::string& name) {
+    const auto found = parameters.find(name);
+    return found == parameters.end() ? std::string() : found->second;
+  };
+  const auto areas = [&value](const std::string& kind) {
+    std::vector<std::string> used;
+    for (const char* area : {"1", "2", "3"}) {
+      if (value(kind + area + "Active") == "true") used.emplace_back(area);
+    }
+    return used.empty() ? "none" : listOf(used, ", ");
+  };
+  if (parameters.empty()) return "";
+  std::string text = "Settings: Sensitivity " + value("Sensitivity") + ", MaxDisappeared " + value("MaxDisappeared") +
+                     "; beds in use: " + areas("Detection") + "; exclusion areas in use: " + areas("Exclusion");
+  if (value("DetectPatientOutOfBed") != "true") text += "; Patient Out of Bed is switched off";
+  if (value("DetectFallenPersons") != "true") text += "; Fall Detected is switched off";
+  if (value("FeetOnFloor") != "true") text += "; FeetOnFloor is off";
+  return text + ".\n";
+}
+
+}  // namespace
+
+std::string explainTrace(const ExplainRequest& request) { return Explainer(request).explain(); }
+
+}  // namespace workstation

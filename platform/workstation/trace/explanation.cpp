@@ -1,0 +1,313 @@
+#include "platform/workstation/trace/explanation.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <map>
+
+#include "platform/workstation/trace/left_out.h"
+
+namespace workstation {
+namespace {
+
+const TraceTrack* trackOf(int id, const TraceCycle& cycle) {
+  const auto found =
+      std::find_if(cycle.tracks.begin(), cycle.tracks.end(), [id](const TraceTrack& track) { return track.id == id; });
+  return found == cycle.tracks.end() ? nullptr : &*found;
+}
+
+int missingFor(int id, const TraceCycle& cycle) {
+  const TraceTrack* track = trackOf(id, cycle);
+  return track == nullptr ? 0 : track->missing;
+}
+
+const TracePerson* findPerson(int id, const TraceCycle& cycle) {
+  const auto found =
+      std::find_if(cycle.people.begin(), cycle.people.end(), [id](const TracePerson& one) { return one.id == id; });
+  return found == cycle.people.end() ? nullptr : &*found;
+}
+
+std::string setting(const std::string& name, const Scene& scene) {
+  const auto found = scene.settings.parameters.find(name);
+  return found == scene.settings.parameters.end() ? "" : found->second;
+}
+
+std::string nameOf(int id) { return "person " + std::to_string(id); }
+
+std::string fixed(double value, int decimals) {
+  char text[352];
+  std::snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+/// "1.1 m" and "0.6 m", or pixels where the floor says nothing about lengths there.
+std::pair<std::string, std::string> lengths(double value, double limit, std::optional<double> metre) {
+  const bool metres = metre.value_or(0) >= 1;
+  const double unit = metres ? *metre : 1;
+  const char* name = metres ? " m" : " px";
+  const auto [one, other] = sideBySide(value / unit, limit / unit, metres ? 1 : 0);
+  return {one + name, other + name};
+}
+
+std::string insideBy(double distance) {
+  return fixed(std::abs(distance), 0) + " px " + (distance <= 0 ? "inside" : "outside");
+}
+
+std::optional<double> distanceTo(const char* kind, int area, const TracePerson& person) {
+  for (const TraceAreaDistance& one : person.areas) {
+    if (one.kind == kind && one.area == area) return one.distance;
+  }
+  return std::nullopt;
+}
+
+std::string missingText(int id, const Scene& scene) {
+  const std::string most = setting("MaxDisappeared", scene);
+  return "has not been seen for " + amountOf(missingFor(id, scene.now), "cycle") +
+         (most.empty() ? "" : " (up to " + most + " count)");
+}
+
+/// "the shoulders lie 38 px inside"
+std::string placeText(const TracePerson& person, double distance, const Scene& scene) {
+  if (!person.n) return insideBy(distance);
+  const std::string word = placeWord(*person.n, scene.now);
+  return "the " + word + (word == "shoulders" ? " lie " : " lies ") + insideBy(distance);
+}
+
+std::string inAreaText(const TracePerson& person, const char* kind, const std::string& name, const Scene& scene) {
+  std::string text = "is in " + name;
+  if (const auto distance = distanceTo(kind, person.area, person)) {
+    text += ": " + placeText(person, *distance, scene) + " its outline";
+  }
+  return text;
+}
+
+std::string areaName(const TracePerson& person) {
+  return (person.footing == "bed" ? "bed " : "exclusion area ") + std::to_string(person.area);
+}
+
+bool isOnFloor(const TracePerson& person) { return person.footing != "bed" && person.footing != "exclusion"; }
+
+bool isJudged(const TracePerson& person) { return person.findings + 1 >= person.depth; }
+
+bool lies(const TracePerson& person) { return person.activity == "lying" || person.activity == "fallen"; }
+
+/// What made the posture: the shoulders' place, or how short the torso looks.
+std::string postureText(const TracePerson& person) {
+  if (!person.off || !person.limit) return "";
+  if (lies(person) && *person.off <= *person.limit && person.torso_to_legs && person.torso_to_legs_limit) {
+    const auto [ratio, limit] = sideBySide(*person.torso_to_legs, *person.torso_to_legs_limit, 2);
+    return "the torso looks " + ratio + " times as long as the legs (less than " + limit + " counts as lying)";
+  }
+  const auto [off, limit] = lengths(*person.off, *person.limit, person.metre);
+  return "the shoulders are " + off + " from where they would be if upright above these feet (" +
+         (lies(person) ? "limit " + limit : "more than " + limit + " would count as lying") + ")";
+}
+
+std::string movementText(const TracePerson& person) {
+  if (!person.movement || !person.movement_limit) return "";
+  const auto [speed, limit] = sideBySide(*person.movement, *person.movement_limit, 0);
+  return " by " + speed + " % of the body's height a second (limit " + limit + " %)";
+}
+
+/// Why a finding allows no fall, of this one or one before.
+std::string againstText(const std::string& rule, bool now) {
+  static const std::map<std::string, std::pair<const char*, const char*>> kTexts = {
+      {"bed", {"is in a bed", "was in a bed"}},
+      {"exclusion", {"is in an exclusion area", "was in an exclusion area"}},
+      {"unknown", {"cannot be judged", "could not be judged yet"}},
+      {"standing", {"stands", "stood"}},
+      {"sitting", {"sits", "sat"}},
+      {"near edge", {"reaches the picture's edge, where no fall is told", "reached the picture's edge"}},
+      {"moving", {"moves", "moved"}}};
+  const auto found = kTexts.find(rule);
+  if (found == kTexts.end()) return (now ? "is ruled out by \"" : "was ruled out by \"") + rule + "\"";
+  return now ? found->second.first : found->second.second;
+}
+
+/// Somebody who lies and is not fallen: for how long, and what was before.
+std::string lyingText(const TracePerson& person) {
+  if (person.against && person.against->back == 0) {
+    return "lies on the floor but " + againstText(person.against->rule, true) +
+           (person.against->rule == "moving" ? movementText(person) : "");
+  }
+  std::string text = "lies still on the floor, for " + std::to_string(person.lying_for) + " of " +
+                     amountOf(person.needed, "finding") + " so far";
+  if (person.against) text += "; before that this person " + againstText(person.against->rule, false);
+  return text;
+}
+
+std::string fallenText(const TracePerson& person) {
+  return "has lain still on the floor for " + amountOf(person.lying_for, "finding") +
+         (person.lying_for > person.needed ? " (" + std::to_string(person.needed) + " make a fall)" : "");
+}
+
+std::string floorText(const TracePerson& person) {
+  if (person.activity == "fallen") return fallenText(person);
+  if (person.activity == "lying") return lyingText(person);
+  if (person.activity == "standing" || person.activity == "sitting") {
+    const bool moves = person.movement && person.movement_limit && *person.movement > *person.movement_limit;
+    return (person.activity == "standing" ? "stands" : "sits") + std::string(moves ? " and moves" : "");
+  }
+  if (!isJudged(person)) {
+    return "is outside the beds, known for " + amountOf(person.findings, "finding") + ", and judged from " +
+           std::to_string(person.depth - 1) + " on";
+  }
+  return "is outside the beds, and whether this person stands or lies cannot be told";
+}
+
+bool isSwitchedOff(const std::string& event, const Scene& scene) {
+  const std::string value = setting(event == kTracedFall ? "DetectFallenPersons" : "DetectPatientOutOfBed", scene);
+  return !value.empty() && value != "true";
+}
+
+std::string nearestText(int area, const Scene& scene) {
+  const TracePerson* nearest = nullptr;
+  for (const TracePerson& person : scene.now.people) {
+    const auto distance = distanceTo("bed", area, person);
+    if (distance && (nearest == nullptr || *distance < *distanceTo("bed", area, *nearest))) nearest = &person;
+  }
+  if (scene.now.people.empty()) return "nobody is tracked";
+  if (nearest == nullptr) return "nobody who is tracked is in it";
+  const double distance = *distanceTo("bed", area, *nearest);
+  if (distance <= 0 && nearest->footing == "bed") return nameOf(nearest->id) + " counts in " + areaName(*nearest);
+  std::string text = scene.now.people.size() == 1 ? "" : "the nearest is ";
+  text += nameOf(nearest->id) + ": " + placeText(*nearest, distance, scene) + " its outline";
+  if (!nearest->n) text += ", where last seen " + amountOf(missingFor(nearest->id, scene.now), "cycle") + " ago";
+  return text;
+}
+
+std::string occupiedText(const TraceBed& bed, const Scene& scene) {
+  std::string text = "bed " + std::to_string(bed.area) + " counts as occupied";
+  if (!bed.by) return text;
+  text += " by " + nameOf(*bed.by);
+  const TracePerson* person = findPerson(*bed.by, scene.now);
+  const auto distance = person == nullptr ? std::nullopt : distanceTo("bed", bed.area, *person);
+  if (!distance) return text;
+  if (!person->n) {
+    return text + ", who " + missingText(*bed.by, scene) + " and was " + insideBy(*distance) + " its outline then";
+  }
+  const std::string word = placeWord(*person->n, scene.now);
+  return text + ", whose " + word + (word == "shoulders" ? " lie " : " lies ") + insideBy(*distance) + " its outline";
+}
+
+/// For how long some bed has been empty; cycles that failed count for nothing.
+std::string emptyForText(const Scene& scene) {
+  std::string text = amountOf(scene.now.empty_cycles, "cycle");
+  if (scene.header.period_ms > 0) {
+    text += " (about " + fixed(scene.now.empty_cycles * scene.header.period_ms / 1000.0, 1) + " s)";
+  }
+  return text + "; more than " + std::to_string(scene.now.empty_limit) + " raise the event";
+}
+
+std::string outOfBedText(const Scene& scene) {
+  if (isSwitchedOff(kTracedOutOfBed, scene)) return "the event is switched off in the settings";
+  if (scene.now.beds.empty()) return "no bed area is in use";
+  std::vector<std::string> texts;
+  const auto& beds = scene.now.beds;
+  const bool all = std::all_of(beds.begin(), beds.end(), [](const TraceBed& bed) { return bed.occupied; });
+  if (!all) {
+    const bool enough = scene.now.empty_cycles > scene.now.empty_limit;
+    texts.push_back((beds.size() == 1 ? "bed " + std::to_string(beds[0].area) : std::string("a bed")) +
+                    " has been empty for " + (enough ? "" : "only ") + emptyForText(scene));
+  }
+  for (const TraceBed& bed : beds) {
+    if (bed.occupied == all) texts.push_back(bedText(bed, scene));
+  }
+  return listOf(texts, "; ");
+}
+
+std::string whatBecameOf(int id, const Scene& scene) {
+  if (const TracePerson* person = findPerson(id, scene.now)) return personText(*person, scene);
+  const auto& forgotten = scene.now.forgotten;
+  if (std::find(forgotten.begin(), forgotten.end(), id) == forgotten.end())
+    return nameOf(id) + " is not tracked any more";
+  const std::string most = setting("MaxDisappeared", scene);
+  return nameOf(id) + " has not been seen for more than " + (most.empty() ? "the allowed" : most) +
+         " cycles and is forgotten";
+}
+
+std::string fallText(const Scene& scene) {
+  if (isSwitchedOff(kTracedFall, scene)) return "the event is switched off in the settings";
+  std::vector<std::string> texts;
+  for (const TracePerson& person : scene.now.people) {
+    if (person.activity == "fallen") texts.push_back(personText(person, scene));
+  }
+  if (!texts.empty()) return listOf(texts, "; ");
+  if (scene.before != nullptr) {
+    for (const TracePerson& person : scene.before->people) {
+      if (person.activity == "fallen") texts.push_back(whatBecameOf(person.id, scene));
+    }
+    if (!texts.empty()) return listOf(texts, "; ");
+  }
+  if (scene.now.people.empty()) return "nobody is tracked";
+  for (const TracePerson& person : scene.now.people) texts.push_back(shortPersonText(person, scene));
+  return listOf(texts, "; ");
+}
+
+}  // namespace
+
+std::string asSentence(std::string text) {
+  if (!text.empty()) text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+  return text + ".";
+}
+
+std::string amountOf(std::int64_t count, const std::string& what) {
+  return (count == 0 ? "no" : std::to_string(count)) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::pair<std::string, std::string> sideBySide(double value, double limit, int decimals) {
+  constexpr int kMostDecimals = 9;  // what single precision tells apart
+  std::pair<std::string, std::string> texts;
+  do {
+    texts = {fixed(value, decimals), fixed(limit, decimals)};
+  } while (texts.first == texts.second && value != limit && ++decimals <= kMostDecimals);
+  return texts;
+}
+
+std::string listOf(const std::vector<std::string>& texts, const std::string& between) {
+  std::string list;
+  for (const std::string& text : texts) list += (list.empty() ? "" : between) + text;
+  return list.empty() ? "nothing" : list;
+}
+
+std::string shortPersonText(const TracePerson& person, const Scene& scene) {
+  std::string text = nameOf(person.id) + " ";
+  text += isOnFloor(person) ? floorText(person) : "is in " + areaName(person);
+  if (!person.n) text += " (not seen for " + amountOf(missingFor(person.id, scene.now), "cycle") + ")";
+  return text;
+}
+
+std::string personText(const TracePerson& person, const Scene& scene) {
+  std::string text = nameOf(person.id) + " ";
+  if (!person.n) text += missingText(person.id, scene) + " and still counts where last seen: ";
+  if (!isOnFloor(person)) {
+    return text + inAreaText(person, person.footing.c_str(), areaName(person), scene) +
+           (person.footing == "exclusion" ? ", where no fall is told" : "");
+  }
+  text += floorText(person);
+  const std::string posture = person.activity == "unknown" ? "" : postureText(person);
+  return posture.empty() ? text : text + "; " + posture;
+}
+
+std::string bedText(const TraceBed& bed, const Scene& scene) {
+  if (bed.occupied) return occupiedText(bed, scene);
+  const std::string left_out = leftOutInBed(bed.area, scene);
+  return "nobody is in bed " + std::to_string(bed.area) + ": " + nearestText(bed.area, scene) +
+         (left_out.empty() ? "" : "; " + left_out);
+}
+
+std::optional<TraceEventState> stateOf(const std::string& event, const TraceCycle& cycle) {
+  const auto found = std::find_if(cycle.events.begin(), cycle.events.end(),
+                                  [&event](const TraceEventState& state) { return state.name == event; });
+  return found == cycle.events.end() ? std::nullopt : std::optional(*found);
+}
+
+std::string becauseText(const std::string& event, const Scene& scene) {
+  if (scene.now.failed) return "the cycle failed: nothing was decided, and all stays as it was";
+  if (event == kTracedOutOfBed) return outOfBedText(scene);
+  if (event == kTracedFall) return fallText(scene);
+  return "the trace tells nothing about it";
+}
+
+}  // namespace workstation

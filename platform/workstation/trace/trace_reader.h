@@ -1,0 +1,197 @@
+// A trace (docs/trace.md) line by line, as plain structures. Each takes what a line says and nothing else of the
+// program: who explains a trace needs no other part of what wrote it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace workstation {
+
+/// Places and distances are pixels of the analysis picture, x to the right, y down.
+struct TracePlace {
+  double x = 0;
+  double y = 0;
+};
+
+struct TracePoint {
+  TracePlace at;
+  double score = 0;
+};
+
+inline constexpr std::size_t kTraceParts = 17;
+/// Of a body, in the order of the header's `parts`; empty when the line has none.
+using TracePoints = std::vector<TracePoint>;
+
+struct TraceHeader {
+  std::string program;
+  int width = 0;
+  int height = 0;
+  bool replay = false;
+  int period_ms = 0;
+};
+
+struct TraceSettings {
+  std::map<std::string, std::string> parameters;
+};
+
+/// A rule that left somebody out, with the numbers that it compared where it has any.
+struct TraceRule {
+  std::string rule;
+  std::optional<double> value;
+  std::optional<double> limit;
+};
+
+struct TracePose {
+  int n = 0;
+  double score = 0;
+  TracePoints points;
+  bool looked_for = false;             ///< the detector was asked
+  std::optional<double> confirmation;  ///< its best score; none when it saw nobody
+  std::optional<TraceRule> dropped;
+};
+
+struct TraceRun {
+  int rotation = 0;
+  std::vector<TracePose> poses;
+};
+
+struct TraceFusion {
+  int first = 0;
+  int second = 0;
+  std::optional<double> distance;
+  std::optional<TracePose> made;  ///< of both; otherwise one of them was dropped
+  int dropped = -1;
+};
+
+struct TraceLeftOut {
+  int n = 0;
+  TraceRule why;
+};
+
+struct TraceCovered {
+  int n = 0;
+  int by = 0;
+  std::optional<double> share;
+  std::optional<double> limit;
+};
+
+struct TraceTrack {
+  int id = 0;
+  std::optional<int> n;
+  std::optional<double> distance;
+  int missing = 0;  ///< cycles in a row
+};
+
+struct TraceAreaDistance {
+  std::string kind;  ///< "bed" or "exclusion"
+  int area = 0;
+  std::optional<double> distance;  ///< from the outline, negative inside
+};
+
+/// What stands against a fall, so many findings ago.
+struct TraceAgainst {
+  std::string rule;
+  int back = 0;
+};
+
+struct TracePerson {
+  int id = 0;
+  std::optional<int> n;
+  TracePlace place;
+  std::string footing;
+  int area = 0;
+  std::vector<TraceAreaDistance> areas;
+  int findings = 0;
+  int depth = 0;
+  std::string activity = "unknown";
+  std::optional<double> off, limit, metre;
+  std::optional<double> torso_to_legs, torso_to_legs_limit;
+  std::optional<double> movement, movement_limit;  ///< thousandths of the body's height a second
+  bool near_edge = false;
+  int lying_for = 0;
+  int needed = 0;
+  std::optional<TraceAgainst> against;
+};
+
+struct TraceBed {
+  int area = 0;
+  bool occupied = false;
+  std::optional<int> by;
+};
+
+struct TraceEventState {
+  std::string name;
+  bool active = false;
+  bool changed = false;
+};
+
+struct TraceCycle {
+  std::uint64_t number = 0;
+  std::int64_t ns = 0;
+  double t = 0;  ///< seconds
+  bool failed = false;
+  bool nobody_asked = false;  ///< there was no picture to confirm people in: all count as confirmed
+  std::vector<TraceRun> runs;
+  std::vector<TraceFusion> fusion;
+  std::vector<TraceLeftOut> filtered;
+  std::vector<TraceCovered> suppressed;
+  std::vector<TraceTrack> tracks;
+  std::vector<int> forgotten;
+  std::vector<TracePerson> people;
+  std::vector<TraceBed> beds;
+  int empty_cycles = 0;
+  int empty_limit = 0;
+  std::optional<int> fallen;
+  std::vector<TraceEventState> events;
+};
+
+struct TraceEvent {
+  std::uint64_t seq = 0;
+  std::string run;
+  std::int64_t ns = 0;
+  std::string name;
+  bool active = false;
+};
+
+/// What a line holds; std::monostate for a kind that this reader does not know.
+using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent>;
+
+/// Longer lines are no trace's: one of eighty people has 60 KB.
+inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;
+
+/// Throws std::runtime_error: what is wrong and what is allowed, in one line without the place.
+TraceLine parseTraceLine(std::string_view line);
+
+/// One file from its beginning to its end, in memory that does not grow with it.
+class TraceReader {
+ public:
+  /// Throws std::runtime_error with one line when it cannot be read.
+  explicit TraceReader(const std::filesystem::path& file);
+
+  /// The next line; none at the end. Throws std::runtime_error: "FILE line N: what is wrong; what is allowed".
+  std::optional<TraceLine> next();
+  /// Whether the file ends in the middle of a line, as that of a run that was killed. Known at the end.
+  bool isCutOff() const { return m_cut_off; }
+
+ private:
+  bool readLine(std::string& line);
+  void checkOrder(const TraceLine& line);
+
+  std::filesystem::path m_path;
+  std::ifstream m_file;
+  std::uint64_t m_line = 0;
+  bool m_cut_off = false;
+  std::optional<TraceHeader> m_header;
+  std::uint64_t m_number = 0;  ///< of the last cycle
+  std::int64_t m_ns = 0;
+};
+
+}  // namespace workstation
