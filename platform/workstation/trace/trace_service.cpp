@@ -9,6 +9,7 @@
 
 #include "platform/clock/clock.h"
 #include "platform/trace/trace_sink.h"
+#include "platform/workstation/trace/live_explanation.h"
 #include "platform/workstation/trace/trace_output.h"
 
 using workstation::LiveTrace;
@@ -38,7 +39,7 @@ LiveTrace* live_trace = nullptr;
 class LiveSink final : public TraceSink {
  public:
   void take(const std::string& lines) override {
-    // JOIN: tellLiveExplanation(lines);
+    workstation::tellLiveExplanation(lines);
     if (live_trace != nullptr) live_trace->take(lines);
   }
 };
