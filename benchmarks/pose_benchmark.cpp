@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "platform/scripted/stage/networks.h"
 #include "platform/scripted/video.h"
@@ -15,6 +16,7 @@
 #include "video/imgconverter.h"
 
 bool g_IsDevMode;
+AnalysisObserver* g_observer;
 
 namespace {
 

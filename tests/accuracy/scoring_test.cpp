@@ -6,10 +6,12 @@
 #include <cmath>
 #include <iterator>
 
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "reference/truth.h"
 
 bool g_IsDevMode;
+AnalysisObserver* g_observer;
 
 namespace {
 

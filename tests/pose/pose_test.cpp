@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "app/initial_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "platform/scripted/inference.h"
 #include "platform/scripted/stage/networks.h"
@@ -17,6 +18,7 @@
 #include "pose/BodypixPoseEstimator.h"
 
 bool g_IsDevMode;
+AnalysisObserver* g_observer;
 _InitialParams g_InitialParams;
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include "app/calibration_params.h"
 #include "app/initial_params.h"
+#include "app/observer.h"
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "platform/scripted/inference.h"
@@ -172,6 +173,7 @@ TEST_F(Validation, ATurnedCameraGivesAPortraitPicture) {
 }  // namespace
 
 bool g_IsDevMode;
+AnalysisObserver* g_observer;
 _CalibrationParams g_CalibrationParams;
 _InitialParams g_InitialParams;
 parameter_controller g_ParameterController;
