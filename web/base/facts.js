@@ -9,7 +9,7 @@ export const EVENT_NAMES = [FALL, BED];
 export const CODE = { starting: 100, watching: 200, stopped: 300, dataError: 400, outOfBed: 502, fall: 503, slow: 600 };
 
 /** Refusals (HTTP) of which the page knows the reason. */
-export const REFUSAL = { noFeed: 404, notAnonymised: 409, notStored: 500 };
+export const REFUSAL = { noFeed: 404, noExplanation: 404, notAnonymised: 409, notStored: 500 };
 
 /** Troubles of a heartbeat that the page treats in a way of their own. */
 export const TROUBLE = {

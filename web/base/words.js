@@ -10,6 +10,9 @@ export const onOrOff = (on) => (on ? "on" : "off");
 
 export const capitalised = (text) => text[0].toUpperCase() + text.slice(1);
 
+/** A reason of the program's, which begins in lower case and has no full stop, as a sentence. */
+export const becauseOf = (reason, event = "") => `${event ? `${event} because` : "Because"} ${reason}.`;
+
 const plural = (count, unit) => `${count} ${unit}${count === 1 ? "" : "s"}`;
 
 /** Milliseconds in words, the two largest units: "5 seconds", "2 minutes 5 seconds", "1 hour 12 minutes". */

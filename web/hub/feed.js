@@ -12,9 +12,9 @@ const HISTORY_LENGTH = 2000;
  * The camera's feed of events.
  *
  * state: "opening" before the first message, then "open", "lost" while it is away, "absent" on a camera without one.
- * events: [{name, active, since}] as last known; active null: not known. history: the last hours' changes [{name, active,
- * time, closed_at_start}], watching: when the program began and ceased to watch [{active, time}], null where the camera
- * does not tell; both oldest first. heartbeat: the newest, null until there is one, and `beatAt` when it arrived. offset:
+ * events: [{name, active, since, run, seq}] as last known; active null: not known; run and seq: of the change that the feed
+ * told, if it did. history: the last hours' changes [{name, active, time, closed_at_start, run, seq}], watching: when the
+ * program began and ceased to watch [{active, time}], null where the camera does not tell; both oldest first. heartbeat: the newest, null until there is one, and `beatAt` when it arrived. offset:
  * the camera's clock minus ours in milliseconds.
  */
 export class EventFeed {
@@ -100,7 +100,16 @@ export class EventFeed {
 
   takeState({ time, run, seq, events, history, watching }) {
     if (![events, history].every(Array.isArray)) throw new Error("no state");
-    Object.assign(this, { run, seq, events, history, watching: watching ?? null, state: "open", doubted: false });
+    const ofRun = events.map((event) => ({ ...event, run }));
+    Object.assign(this, {
+      run,
+      seq,
+      events: ofRun,
+      history,
+      watching: watching ?? null,
+      state: "open",
+      doubted: false,
+    });
     this.offset = Date.parse(time) - Date.now();
     this.listener.past();
     this.listener.news();
@@ -128,11 +137,11 @@ export class EventFeed {
   }
 
   /** An event begins or ends, whoever says so. */
-  change({ name, active, time, closed_at_start }) {
+  change({ name, active, time, closed_at_start, run, seq }) {
     const oldest = Date.parse(time) - HISTORY_MS;
     const kept = this.history.filter((entry) => Date.parse(entry.time) >= oldest).slice(1 - HISTORY_LENGTH);
-    this.history = [...kept, { name, active, time, ...(closed_at_start && { closed_at_start }) }];
-    this.set(name, active, active ? time : null);
+    this.history = [...kept, { name, active, time, run, seq, ...(closed_at_start && { closed_at_start }) }];
+    this.set({ name, active, since: active ? time : null, run, seq });
     this.listener.past();
     this.listener.news();
   }
@@ -140,11 +149,11 @@ export class EventFeed {
   /** What is known of an event now; active null: nothing. The feed's own word is asked for once it is back. */
   doubt(name, active, since) {
     this.doubted = true;
-    this.set(name, active, since);
+    this.set({ name, active, since });
   }
 
-  set(name, active, since) {
-    const others = this.events.filter((event) => event.name !== name);
-    this.events = [...others, { name, active, since }];
+  set(known) {
+    const others = this.events.filter(({ name }) => name !== known.name);
+    this.events = [...others, known];
   }
 }

@@ -5,17 +5,19 @@
  * Messages to a tab:
  *   hello     the hub knows the tab (again) and that it wants no pictures yet
  *   news      once a second and after each change, see newsOf()
- *   past      {history, watching} of the feed, when it has changed
+ *   past      {history, watching} of the feed, when it has changed; a change has `because` once that is known
+ *   scene     {time, people, beds}: what is seen now in sentences, to a tab that looks at it
  *   settings  {document, portrait, error}: as last read, when they have changed or after "refresh"; error: why they could
  *             not be read, or null
  *   answer    {id, text} or {id, error, status} to what was asked
  *   picture   {id, picture: Blob}; the next one comes after "took"
  *   failed    {id, status}: no picture comes; status of a refusal, or null
  * Messages from a tab: here (answers news), bye, ask {id, url}, watch {id, size, anonymised}, leave {id}, took {id},
- * refresh (reads the settings).
+ * look {on} (at what is seen now), refresh (reads the settings).
  */
 import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS } from "../base/facts.js";
 import { Control, PROGRAM_URL, fetchText, isSave, oneByOne } from "../program/api.js";
+import { Explanation } from "./explanation.js";
 import { EventFeed } from "./feed.js";
 import { StatusPoll } from "./status.js";
 import { PictureStream } from "./streams.js";
@@ -41,7 +43,8 @@ export class Hub {
     this.beganAt = now();
     this.ask = oneByOne(fetchText);
     this.control = new Control(PROGRAM_URL, this.ask);
-    this.feed = new EventFeed({ news: () => this.tellNews(), past: () => this.tellPast() }, now);
+    this.feed = new EventFeed({ news: () => this.tellNews(), past: () => this.takePast() }, now);
+    this.explanation = new Explanation({ learned: () => this.tellReasons(), scene: () => this.tellScene() }, now);
     this.status = new StatusPoll(this.control, { told: () => this.takeStatus(), back: () => this.connectAgain() }, now);
     /** Since when the status tells an event of which the feed knows nothing. */
     this.toldByStatus = new Map();
@@ -64,6 +67,7 @@ export class Hub {
   tick() {
     for (const [port, tab] of this.tabs) if (this.now() - tab.seenAt > ABSENCE_MS) this.forget(port);
     this.feed.tick();
+    this.explanation.tick(this.isLookedAt());
     for (const { stream } of this.streams.values()) stream.tick();
     if (this.tabs.size) {
       this.status.poll();
@@ -82,7 +86,7 @@ export class Hub {
   tabOf(port) {
     let tab = this.tabs.get(port);
     if (!tab) {
-      tab = { seenAt: this.now(), watched: new Map() };
+      tab = { seenAt: this.now(), watched: new Map(), looks: false };
       this.tabs.set(port, tab);
       port.postMessage({ type: "hello" });
       port.postMessage({ type: "past", ...this.past() });
@@ -101,6 +105,7 @@ export class Hub {
     else if (message.type === "watch") this.watch(port, tab, message);
     else if (message.type === "leave") this.leave(tab, message.id);
     else if (message.type === "took" && watched) this.sendNext(watched);
+    else if (message.type === "look") this.look(port, tab, message);
     else if (message.type === "refresh") this.readSettings(true);
     return undefined;
   }
@@ -188,14 +193,14 @@ export class Hub {
     const unknown = EVENT_NAMES.map((name) => ({ name, active: null, since: null }));
     return (this.feed.events.length ? this.feed.events : unknown).map((event) => {
       const since = this.toldByStatus.get(event.name);
-      return since && !event.active ? { name: event.name, active: true, since } : event;
+      return since && !event.active ? { name: event.name, active: true, since } : this.withReason(event);
     });
   }
 
   /**
    * What is known now. Ages in milliseconds, null for what there never was: statusAge since the status answered, beatAge
    * since the heartbeat arrived, silence since anything came from the program, age since this hub began. heardTime: when that something came, in
-   * milliseconds since 1970 by the camera's clock.
+   * milliseconds since 1970 by the camera's clock. explains: whether the program tells what is seen now.
    */
   news() {
     const now = this.now();
@@ -215,12 +220,14 @@ export class Hub {
       heardTime: heard === -Infinity ? null : this.heardTime,
       age: now - this.beganAt,
       events: this.events(),
+      explains: this.explanation.offered,
       offset,
     };
   }
 
   past() {
-    return { history: this.feed.history, watching: this.feed.watching };
+    const history = this.feed.history.map((change) => this.withReason(change));
+    return { history, watching: this.feed.watching };
   }
 
   tellNews() {
@@ -229,6 +236,42 @@ export class Hub {
 
   tellPast() {
     this.tellAll({ type: "past", ...this.past() });
+  }
+
+  // ---- Reasons
+
+  /** The past is told at once; the reasons of what is new in it are asked for and told later. */
+  takePast() {
+    this.tellPast();
+    if (this.feed.state !== "open") return;
+    const { history, events, run } = this.feed;
+    const newest = history.slice(-1).filter((change) => change.run === run && !change.closed_at_start);
+    this.explanation.want([...events.filter(({ active, seq }) => active && seq !== undefined), ...newest]);
+  }
+
+  withReason(change) {
+    const because = this.explanation.because(change);
+    return because === undefined ? change : { ...change, because };
+  }
+
+  tellReasons() {
+    this.tellPast();
+    this.tellNews();
+  }
+
+  isLookedAt() {
+    return this.feedIsCurrent() && [...this.tabs.values()].some(({ looks }) => looks);
+  }
+
+  look(port, tab, { on }) {
+    tab.looks = on;
+    if (on && this.explanation.scene) port.postMessage({ type: "scene", ...this.explanation.scene });
+    this.explanation.tick(this.isLookedAt());
+  }
+
+  tellScene() {
+    for (const [port, { looks }] of this.tabs)
+      if (looks) port.postMessage({ type: "scene", ...this.explanation.scene });
   }
 
   // ---- Pictures

@@ -1,7 +1,7 @@
 import { NO_ANSWER } from "../base/words.js";
 
 /** Grows with each change of what hub and tab say to each other: a tab of yesterday keeps yesterday's hub. */
-const VERSION = 1;
+const VERSION = 2;
 /** A hub that has been silent for so long is given up: it speaks once a second. */
 const SILENCE_MS = 5000;
 const LOOK_MS = 1000;
@@ -55,6 +55,7 @@ export class Link {
 
   /** A hub that has just come to know this tab, or had given it up, is told what it looks at. */
   watchAll() {
+    if (this.looks) this.look(true);
     for (const [id, { size, anonymised }] of this.watched) this.send({ type: "watch", id, size, anonymised });
   }
 
@@ -100,7 +101,7 @@ export class Link {
 
   /**
    * Hears the hub's messages of a type from now on, and the newest so far: effects of a tab in the background come late.
-   * @param {"news" | "past" | "settings"} type news has `at`, when it came by performance.now()
+   * @param {"news" | "past" | "settings" | "scene"} type news has `at`, when it came by performance.now()
    */
   listen(type, take) {
     this.listeners.set(type, take);
@@ -121,6 +122,12 @@ export class Link {
       this.asked.set(id, { resolve, reject });
       this.send({ type: "ask", id, url: new URL(url, document.baseURI).href });
     });
+  }
+
+  /** Whether this tab shows what is seen now: only then is it kept up to date ("scene"). */
+  look(on) {
+    this.looks = on;
+    this.send({ type: "look", on });
   }
 
   /** Reads the settings again soon. */

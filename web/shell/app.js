@@ -89,9 +89,9 @@ function SetupView({ link, facts, appearance, control }) {
 }
 
 function WatchView({ link, facts }) {
-  const { news, past, draft, now, state, live } = facts;
+  const { news, past, scene, draft, now, state, live } = facts;
   return html`<${Watch}
-    ...${{ link, state, live, past, now }}
+    ...${{ link, state, live, past, scene, now }}
     settings=${draft.saved}
     waiting=${waitingWords(facts)}
     events=${news?.events ?? []}

@@ -4,6 +4,7 @@ import { cameraAppearance } from "../program/api.js";
 import { SettingsDraft } from "../settings/draft.js";
 import { useEffect, useMemo, useReducer, useState } from "../vendor/preact.js";
 import { agedNews, readiness } from "../watch/readiness.js";
+import { sceneNow } from "../watch/scene.js";
 
 const RETRY_MS = 5000;
 const LOOK_MS = 1000;
@@ -11,13 +12,14 @@ const PAST = { history: [], watching: null };
 
 /** What the hub tells, with ages as of now; looked at each second, also when the hub has fallen silent. */
 function useHub(link) {
-  const [told, setTold] = useState({ news: null, past: PAST, seen: null, begun: "", ended: "" });
+  const [told, setTold] = useState({ news: null, past: PAST, scene: null, seen: null, begun: "", ended: "" });
   const [, look] = useReducer((count) => count + 1, 0);
   useEffect(() => {
     link.listen("news", (news) =>
       setTold((before) => ({ ...before, news, ...spoken(before.news?.events ?? [], news.events, before) })),
     );
     link.listen("past", (past) => setTold((before) => ({ ...before, past })));
+    link.listen("scene", (scene) => setTold((before) => ({ ...before, scene })));
     const timer = setInterval(look, LOOK_MS);
     return () => clearInterval(timer);
   }, []);
@@ -68,7 +70,7 @@ export function useAppearance(connected) {
 
 /** Everything that the page shows, from what the hub tells and from the draft. */
 export function useFacts(link, control) {
-  const { news, past, seen, begun, ended } = useHub(link);
+  const { news, past, scene: told, seen, begun, ended } = useHub(link);
   const draft = useDraft(link, control);
   const now = Date.now() + (news?.offset ?? 0);
   const state = readiness({ news, past, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
@@ -78,5 +80,6 @@ export function useFacts(link, control) {
     offset: news?.offset ?? 0,
   };
   const connected = state.silentSince === null && news !== null && news.silence !== null;
-  return { news, past, seen, begun, ended, draft, now, state, live, connected };
+  const scene = news?.explains ? sceneNow(told, news, now) : undefined;
+  return { news, past, scene, seen, begun, ended, draft, now, state, live, connected };
 }

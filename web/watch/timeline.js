@@ -1,6 +1,6 @@
 /** The last hours as bars: one lane for each event, and the same as a table. */
 import { EVENT_NAMES } from "../base/facts.js";
-import { capitalised, clockTime, durationInWords } from "../base/words.js";
+import { becauseOf, capitalised, clockTime, durationInWords } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
 
 const HOUR = 3600000;
@@ -10,13 +10,20 @@ const SPANS = [
   { hours: 12, tick: 2 * HOUR },
 ];
 
+/** Because of what an event began and ended, in sentences. */
+function reasonsOf({ began, ended }) {
+  const begin = began?.because ? [becauseOf(began.because)] : [];
+  return ended?.because ? [...begin, becauseOf(ended.because, "Ended")] : begin;
+}
+
 /**
  * The times in which an event was active, within [from, now] and oldest first.
- * @param {{name: string, active: boolean, time: string, closed_at_start?: boolean}[]} history changes, oldest first
- * @param {{name: string, active: boolean, since: ?string}[]} events the state now
+ * @param {{name: string, active: boolean, time: string, closed_at_start?: boolean, because?: string}[]} history changes,
+ *   oldest first
+ * @param {{name: string, active: boolean, since: ?string, because?: string}[]} events the state now
  * @param {number} from milliseconds since 1970, as `now`
- * @returns {{from: number, to: ?number, known: boolean, restart: boolean}[]} `to` null: still active; `known` false: it
- *   began earlier; `restart`: ended by a restart of the program
+ * @returns {{from: number, to: ?number, known: boolean, restart: boolean, reasons: string[]}[]} `to` null: still active;
+ *   `known` false: it began earlier; `restart`: ended by a restart of the program; `reasons`: sentences, as far as known
  */
 export function activeTimes(history, events, name, from, now) {
   const state = events.find((event) => event.name === name);
@@ -26,22 +33,24 @@ export function activeTimes(history, events, name, from, now) {
   for (const change of history) {
     if (change.name !== name) continue;
     const time = Date.parse(change.time);
-    if (change.active) open ??= time;
-    else if (open !== null || first) {
-      times.push({ from: open ?? -Infinity, to: time, restart: change.closed_at_start === true });
+    if (change.active) open ??= { from: time, began: change };
+    else if (open || first) {
+      times.push({ from: -Infinity, ...open, to: time, ended: change });
       open = null;
     }
     first = false;
   }
-  if (state?.active) times.push({ from: open ?? (state.since ? Date.parse(state.since) : -Infinity), to: null });
-  else if (open !== null && !state) times.push({ from: open, to: null });
+  const since = state?.since ? Date.parse(state.since) : -Infinity;
+  if (state?.active) times.push({ from: since, began: state, ...open, to: null });
+  else if (open && !state) times.push({ ...open, to: null });
   return times
     .filter((time) => (time.to ?? now) > from && time.from <= now)
     .map((time) => ({
       from: Math.max(time.from, from),
       to: time.to,
       known: time.from >= from,
-      restart: time.restart ?? false,
+      restart: time.ended?.closed_at_start === true,
+      reasons: reasonsOf(time),
     }));
 }
 
@@ -153,6 +162,7 @@ function endOf(row, clock) {
 function List({ rows, now }) {
   if (!rows.length) return html`<p class="muted">No event in this time.</p>`;
   const clock = (time) => clockTime(new Date(time), new Date(now));
+  const explained = rows.some(({ reasons }) => reasons?.length);
   return html`<div class="scroll" tabindex="0" role="region" aria-label="Events as a list">
     <table>
       <thead>
@@ -161,6 +171,7 @@ function List({ rows, now }) {
           <th scope="col">Began</th>
           <th scope="col">Ended</th>
           <th scope="col">Lasted</th>
+          ${explained && html`<th scope="col">Why</th>`}
         </tr>
       </thead>
       <tbody>
@@ -171,6 +182,7 @@ function List({ rows, now }) {
               <td>${row.known ? clock(row.from) : `before ${clock(row.from)}`}</td>
               <td>${endOf(row, clock)}</td>
               <td>${lasted(row, now)}</td>
+              ${explained && html`<td class="why">${row.reasons?.map((text) => html`<p key=${text}>${text}</p>`)}</td>`}
             </tr>`,
         )}
       </tbody>

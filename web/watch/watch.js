@@ -1,11 +1,12 @@
 /** The Watch view: the live picture, the program's state, both events, the last hours. */
 import { APPLICATION_SIZE, EVENT_NAMES, VIEW, sizeOf } from "../base/facts.js";
 import { recall, remember } from "../base/memory.js";
-import { capitalised, clockTime, durationInWords } from "../base/words.js";
+import { becauseOf, capitalised, clockTime, durationInWords } from "../base/words.js";
 import { LivePicture, notLiveWords } from "../picture/picture.js";
 import { streamUrl } from "../program/api.js";
 import { anonymisedProblem } from "../settings/review.js";
 import { html, useMemo, useState } from "../vendor/preact.js";
+import { Scene } from "./scene.js";
 import { Timeline } from "./timeline.js";
 
 function area(size) {
@@ -174,6 +175,7 @@ function EventCard({ name, event, history, limited, state, now }) {
     <h3>${name}</h3>
     <p class="event-state"><span class="sign" aria-hidden="true">${sign}</span>${words}</p>
     ${tone === "alarm" && html`<${Since} since=${event.since} silent=${silent} now=${now} />`}
+    ${tone === "alarm" && event.because && html`<p class="because">${becauseOf(event.because)}</p>`}
     ${
       silent &&
       html`<p class="note">
@@ -217,11 +219,12 @@ function Events({ events, history, limited, state, now }) {
  * @param {object} view.live of the picture, see LivePicture
  * @param {object[]} view.events of the hub's news
  * @param {{history: object[], watching: ?object[]}} view.past of the hub
+ * @param {?object} view.scene of sceneNow; undefined where the program does not tell
  * @param {boolean} view.limited whether only the status tells
  * @param {?number} view.openedAt since when this page knows what happens, see unwatchedTimes
  * @param {number} view.now milliseconds since 1970 by the camera's clock
  */
-export function Watch({ link, state, settings, waiting, live, events, past, limited, openedAt, now }) {
+export function Watch({ link, state, settings, waiting, live, events, past, scene, limited, openedAt, now }) {
   const { history, watching } = past;
   return html`<div class="watch">
     <h1 class="hidden" tabindex="-1">Watch</h1>
@@ -235,6 +238,7 @@ export function Watch({ link, state, settings, waiting, live, events, past, limi
     <div class="side">
       <${State} state=${state} />
       <${Events} ...${{ events, history, limited, state, now }} />
+      ${scene !== undefined && html`<${Scene} link=${link} scene=${scene} now=${now} />`}
     </div>
     <${Timeline} ...${{ history, events, watching, openedAt, now }} silentSince=${state.silentSince} />
   </div>`;

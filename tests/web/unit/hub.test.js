@@ -38,7 +38,7 @@ class FakeSource extends EventTarget {
 
 /** A tab as the hub sees it. */
 class Tab {
-  got = { hello: [], answer: [], picture: [], failed: [], settings: [], past: [] };
+  got = { hello: [], answer: [], picture: [], failed: [], settings: [], past: [], scene: [] };
   alive = true;
   postMessage({ type, ...message }) {
     if (type !== "news") return this.got[type].push(message);
@@ -53,7 +53,7 @@ class Tab {
   }
 }
 
-let clock, code, camera, held, hub, tab, fetched, streams;
+let clock, code, camera, held, hub, tab, fetched, streams, why;
 const native = { EventSource: globalThis.EventSource, fetch: globalThis.fetch };
 const settle = async () => {
   for (let turn = 0; turn < 20; ++turn) await new Promise(setImmediate);
@@ -86,6 +86,7 @@ function answerOf(url) {
   fetched.push(searchParams.get("action") ?? pathname);
   if (camera === "away") throw new Error("gone");
   if (pathname === "/platform/events") return { ok: false, status: 404, statusText: "" };
+  if (pathname === "/platform/why") return why;
   const texts = { get_all_parameters: held, get_is_portrait: "0", get_status_string: "AI" };
   const text = texts[searchParams.get("action")] ?? String(code);
   return { ok: true, text: async () => text };
@@ -98,6 +99,7 @@ beforeEach(async () => {
   });
   [clock, code, camera, held] = [1000, 200, "there", "<app>"];
   [fetched, streams] = [[], []];
+  why = { ok: false, status: 404 };
   FakeSource.opened = 0;
   hub = new Hub(() => clock);
   hub.feed.open();
@@ -181,6 +183,102 @@ describe("the feed", () => {
     }
     assert.deepEqual(connected, [true, true, true, true, false, true]);
     assert.deepEqual(tab.news.status, { code: 200, text: "AI", executionTime: 200, connected: true });
+  });
+});
+
+describe("reasons", () => {
+  const explain = (events, scene = { time: TIME, people: [], beds: [] }) =>
+    (why = { ok: true, text: async () => JSON.stringify({ ...scene, events }) });
+  const reason = (seq, because, { run = "a", name = FALL, active = true } = {}) => ({
+    seq,
+    run,
+    name,
+    active,
+    because,
+  });
+  const told = (name = FALL) => tab.news.events.find((event) => event.name === name).because;
+  const inPast = () => tab.got.past.at(-1).history.map(({ because }) => because);
+  const asked = () => fetched.filter((path) => path === "/platform/why").length;
+
+  test("come after the alarm, each to its own change, and are not asked for again", async () => {
+    const others = [reason(4, "another run", { run: "b" }), reason(5, "another event", { name: BED })];
+    explain(others);
+    const earlier = { run: "b", seq: 5, name: FALL, active: false, time: TIME };
+    feed().state({ history: [earlier] });
+    feed().change(5, FALL, true);
+    assert.deepEqual([tab.active, told()], [[FALL], undefined]);
+    await seconds(2);
+    assert.deepEqual([told(), inPast()], [undefined, [undefined, undefined]]);
+    explain([...others, reason(5, "person 3 lies")]);
+    await seconds();
+    assert.deepEqual([told(), inPast(), tab.news.explains], ["person 3 lies", [undefined, "person 3 lies"], true]);
+    fetched = [];
+    await seconds(5);
+    assert.equal(asked(), 0);
+    explain([reason(6, "person 3 has got up", { active: false })]);
+    feed().change(6, FALL, false);
+    code = 503;
+    await seconds();
+    assert.deepEqual([tab.active, told()], [[FALL], undefined], "what the status alone tells has none");
+    assert.deepEqual(inPast().slice(1), ["person 3 lies", "person 3 has got up"], "the first is kept");
+    feed().state({ seq: 6, history: [], events: [{ name: FALL, active: true, since: TIME, seq: 5 }] });
+    await seconds();
+    assert.equal(told(), "person 3 lies", "of a state");
+  });
+
+  test("that cannot be had keep no alarm waiting, and are not asked for for ever", async () => {
+    const text = (body) => ({ ok: true, text: async () => body });
+    const none = [{ ok: false, status: 503 }, text("<html>"), text("null"), text('{"people": 3}')];
+    const shapes = [reason(9, 7), { seq: 9 }, null];
+    const cases = [[{ ok: false, status: 404 }, 1], [new Promise(() => {}), 1], ...none.map((answer) => [answer, 10])];
+    for (const shape of shapes) cases.push([text(`{"people":[],"beds":[],"events":[${JSON.stringify(shape)}]}`), 10]);
+    for (const [index, [answer, times]] of cases.entries()) {
+      [hub.explanation.asking, why, fetched] = [false, answer, []];
+      feed().state({ run: `${index}`, seq: 8 });
+      await settle();
+      fetched = [];
+      feed().change(9, FALL, true, { run: `${index}` });
+      assert.deepEqual([tab.active, told()], [[FALL], undefined], index);
+      await seconds(15);
+      assert.deepEqual([tab.active, told(), tab.got.scene.length], [[FALL], undefined, 0], index);
+      assert.ok(asked() <= times && tab.news.status.connected && tab.news.statusAge <= 1000, `${index}: ${fetched}`);
+    }
+  });
+
+  test("of what is seen now are asked for while somebody looks, once for all who do", async () => {
+    const [second, idle] = [new Tab(), new Tab()];
+    [second, idle].forEach((viewer) => hub.connect(viewer));
+    const people = [{ id: 3, text: "Person 3 <b>sits</b>." }, { id: 4 }];
+    explain([], { time: TIME, people, beds: [{ area: 1, text: "Bed 1 is empty." }] });
+    feed().state().beat();
+    await settle();
+    fetched = [];
+    [tab, second].forEach((viewer) => viewer.say({ type: "look", on: true }));
+    const seconds10 = async () => {
+      for (let passed = 0; passed < 10; ++passed, await seconds()) feed().beat();
+      return asked();
+    };
+    const first = await seconds10();
+    assert.ok(first >= 5 && first <= 6, `${first}`);
+    assert.deepEqual(
+      [tab, second, idle].map(({ got }) => got.scene.length > 4),
+      [true, true, false],
+    );
+    assert.deepEqual(tab.got.scene.at(-1), {
+      time: TIME,
+      people: ["Person 3 <b>sits</b>."],
+      beds: ["Bed 1 is empty."],
+    });
+    fetched = [];
+    tab.say({ type: "look", on: false });
+    second.say({ type: "bye" });
+    assert.equal(await seconds10(), 0);
+    idle.say({ type: "look", on: true });
+    assert.equal(asked(), 1, "at once");
+    feed().dispatchEvent(new Event("error"));
+    fetched = [];
+    assert.equal(await seconds10(), 0, "a program that is away");
+    idle.say({ type: "bye" });
   });
 });
 

@@ -54,6 +54,16 @@ describe("the timeline", () => {
       ["ended by a restart", [began, { ...ended, closed_at_start: true }], null, "20-30R"],
     ];
     for (const [what, history, since, expected] of cases) assert.equal(seconds(history, since), expected, what);
+    const explained = [
+      { ...began, because: "she lies" },
+      change(22, true),
+      { ...ended, because: "she sits; now" },
+      began,
+    ];
+    const active = [{ name: FALL, active: true, since: at(20), because: "she lies again" }];
+    const reasons = (...facts) => activeTimes(...facts, FALL, 10e3, 100e3).map((time) => time.reasons.join(" "));
+    const twice = ["Because she lies. Ended because she sits; now.", ""];
+    assert.deepEqual([reasons(explained, active), reasons([], active)], [twice, ["Because she lies again."]]);
   });
 
   test("tells when nobody was watched", () => {

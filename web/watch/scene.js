@@ -1,0 +1,54 @@
+/** What the program sees now, in its own sentences: closed until somebody asks for it. */
+import { clockTime } from "../base/words.js";
+import { html, useEffect, useState } from "../vendor/preact.js";
+import { isAnalysing } from "./readiness.js";
+
+/** Milliseconds after which sentences no longer tell of now: they are asked for every two seconds. */
+const FRESH_MS = 5000;
+
+/**
+ * What can be shown as seen now, null when that is not known: what was seen before must not look like it.
+ * @param {?{time: ?string, people: string[], beds: string[]}} scene as the hub told last
+ * @param {?object} news of the hub, with ages as of now
+ * @param {number} now milliseconds since 1970 by the camera's clock
+ */
+export function sceneNow(scene, news, now) {
+  if (!scene?.time || !news || !isAnalysing(news)) return null;
+  return now - Date.parse(scene.time) <= FRESH_MS ? scene : null;
+}
+
+function Sentences({ scene, now }) {
+  if (!scene) return html`<p class="muted">What is seen now is not known.</p>`;
+  const { time, people, beds } = scene;
+  const sentences = [...(people.length ? people : ["Nobody is seen."]), ...beds];
+  return html`<ul>
+      ${sentences.map((text, index) => html`<li key=${index}>${text}</li>`)}
+    </ul>
+    <p class="small">As of ${clockTime(new Date(time), new Date(now))}.</p>`;
+}
+
+/** Asks the hub for sentences while `open` in a tab that is seen. */
+function useLook(link, open) {
+  useEffect(() => {
+    if (!open) return undefined;
+    const look = () => link.look(!document.hidden);
+    look();
+    document.addEventListener("visibilitychange", look);
+    return () => {
+      document.removeEventListener("visibilitychange", look);
+      link.look(false);
+    };
+  }, [open]);
+}
+
+/** @param {object} view `link` to the hub; `scene` of sceneNow; `now` milliseconds since 1970 by the camera's clock */
+export function Scene({ link, scene, now }) {
+  const [open, setOpen] = useState(false);
+  useLook(link, open);
+  return html`<section class="panel scene" aria-labelledby="scene-heading">
+    <details onToggle=${(event) => setOpen(event.currentTarget.open)}>
+      <summary><h2 id="scene-heading">What is seen now</h2></summary>
+      ${open && html`<${Sentences} scene=${scene} now=${now} />`}
+    </details>
+  </section>`;
+}
