@@ -164,14 +164,14 @@ function List({ rows, now }) {
   const clock = (time) => clockTime(new Date(time), new Date(now));
   const explained = rows.some(({ reasons }) => reasons?.length);
   return html`<div class="scroll" tabindex="0" role="region" aria-label="Events as a list">
-    <table>
+    <table class=${explained ? "explained" : null}>
       <thead>
         <tr>
           <th scope="col">Event</th>
           <th scope="col">Began</th>
           <th scope="col">Ended</th>
           <th scope="col">Lasted</th>
-          ${explained && html`<th scope="col">Why</th>`}
+          ${explained && html`<th scope="col" class="why">Why</th>`}
         </tr>
       </thead>
       <tbody>

@@ -149,15 +149,28 @@ test("a camera without the feed of events tells them through its status, and the
 describe("a camera on which all is well", () => {
   const at = (minutes) => new Date(Date.now() - minutes * 60000).toISOString();
   const events = [FALL, BED].map((name) => ({ name, active: false, since: null }));
-  const history = [100, 80].map((minutes) => ({ name: FALL, active: minutes === 100, time: at(minutes) }));
+  const history = [1, 2].map((seq) => ({ seq, run: "x", name: FALL, active: seq === 1, time: at(120 - 20 * seq) }));
   history[1].closed_at_start = true;
   const watching = [120, 95, 80].map((minutes) => ({ active: minutes !== 95, time: at(minutes) }));
+
+  const markup = "<b>person 3</b> has lain still";
+  const camera = { explains: true, explained: [1], say: null };
+
+  function explain(response) {
+    if (!camera.explains) return true;
+    const because = (seq) => ({ run: "x", seq, name: FALL, active: true, because: `${markup} ${seq}` });
+    const people = [{ id: 3, text: "<i>Person 3</i> lies." }];
+    const document = { time: at(0), people, beds: [], events: camera.explained.map(because) };
+    return response.end(JSON.stringify(document));
+  }
 
   /** The real settings and pictures with the heartbeats of a quick machine. */
   function healthy({ url }, response) {
     if (url.includes("action=get_status_code")) return response.end("200");
+    if (url.startsWith("/platform/why")) return explain(response);
     if (!url.startsWith("/platform/events")) return false;
     const say = (type, data) => response.write(`event: ${type}\ndata: ${JSON.stringify(data)}\n\n`);
+    camera.say = say;
     const beat = () =>
       say("heartbeat", { time: at(0), run: "x", cycle: 9, cycle_age_ms: 200, picture_age_ms: 300, wrong: [] });
     response.writeHead(200, { "Content-Type": "text/event-stream" });
@@ -191,6 +204,28 @@ describe("a camera on which all is well", () => {
     await says(rows.filter({ hasText: FALL }), /ended by a restart at .*not known/);
     assert.equal(await rows.filter({ hasText: "Not watching" }).count(), 2);
     assert.equal(await page.locator(".lane .unwatched").count(), 4);
+    await says(rows.filter({ hasText: FALL }), `Because ${markup} 1.`);
+    noComplaints(page);
+  });
+
+  test("says because of what an alarm began, and what is seen now, and waits for neither", async () => {
+    demo.gateway.intercept = healthy;
+    const page = await open();
+    const scene = page.getByRole("region", { name: "What is seen now" });
+    const reason = page.getByRole("article").getByText(/^Because/);
+    await scene.getByText("What is seen now").click();
+    await says(scene, "<i>Person 3</i> lies.");
+    assert.deepEqual(await axeViolations(page), []);
+    camera.explains = false;
+    camera.say("change", { seq: 3, run: "x", name: FALL, active: true, time: at(0) });
+    await title(page, /Fall detected/);
+    await inCard(page, FALL, ACTIVE);
+    await says(scene, "What is seen now is not known.");
+    assert.equal(await reason.count(), 0);
+    Object.assign(camera, { explains: true, explained: [1, 3] });
+    await inCard(page, FALL, `Because ${markup} 3.`);
+    await says(scene, "<i>Person 3</i> lies.");
+    assert.deepEqual(await axeViolations(page), []);
     noComplaints(page);
   });
 });
