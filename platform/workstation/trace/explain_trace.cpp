@@ -124,7 +124,8 @@ std::vector<Stretch> stretchesOf(int id, const std::deque<TraceMoment>& moments)
   for (const TraceMoment& moment : moments) {
     for (const TracePerson& one : moment.now->people) {
       if (one.id != id) continue;
-      const std::string against = one.activity == "lying" && one.against ? one.against->rule : "";
+      const bool is_ruled_out = one.activity == "lying" && one.against && one.against->back == 0;
+      const std::string against = is_ruled_out ? one.against->rule : "";
       append(stretches, one.footing + std::to_string(one.area) + one.activity + against + (one.n ? "" : " missing"),
              moment.now->ns, personText(one, moment.scene()));
     }
@@ -210,7 +211,7 @@ class Explainer {
 
   void note(TraceChange change) {
     ++m_changes;
-    const std::uint64_t number = change.seq.value_or(m_changes);
+    const std::uint64_t number = change.seq.value_or(m_last_number + 1);
     m_first_number = m_changes == 1 ? number : m_first_number;
     m_last_number = number;
     const std::string line = timeText(change.ns, isReplay()) + "  " + changeText(change);
@@ -229,20 +230,18 @@ class Explainer {
     if (m_kept.empty()) return;
     const TraceMoment& last = m_kept.back();
     const TraceCycle& about = change.active || last.before == nullptr ? *last.now : *last.before;
-    std::vector<Stretch> all;
+    m_out += "What led to it:\n";
     if (change.name == kTracedOutOfBed) {
-      for (const TraceBed& bed : last.now->beds)
-        tellStretches("Bed " + std::to_string(bed.area), bedStretches(bed.area, m_kept));
+      for (const TraceBed& bed : last.now->beds) tellStretches(bedStretches(bed.area, m_kept));
     }
     for (const TracePerson& one : about.people) {
       if (change.name == kTracedFall && one.activity != "fallen") continue;
-      tellStretches("Person " + std::to_string(one.id), stretchesOf(one.id, m_kept));
+      tellStretches(stretchesOf(one.id, m_kept));
     }
   }
 
-  void tellStretches(const std::string& who, const std::vector<Stretch>& stretches) {
-    constexpr std::size_t kMost = 12;
-    m_out += who + " in the cycles before:\n";
+  void tellStretches(const std::vector<Stretch>& stretches) {
+    constexpr std::size_t kMost = 8;
     for (std::size_t i = stretches.size() > kMost ? stretches.size() - kMost : 0; i < stretches.size(); ++i) {
       const Stretch& one = stretches[i];
       m_out += "  " + timeText(one.from_ns, isReplay());
@@ -272,18 +271,24 @@ class Explainer {
           "  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as it was.\n";
       return;
     }
+    std::string said;
     for (const TraceEventState& state : scene.now.events) {
-      m_out +=
-          "  " + state.name + (state.active ? " is active: " : ", no alarm: ") + becauseText(state.name, scene) + ".\n";
+      const std::string because = becauseText(state.name, scene);
+      said += because;
+      m_out += "  " + state.name + (state.active ? " is active: " : ", no alarm: ") + because + ".\n";
+    }
+    for (const TraceBed& bed : scene.now.beds) {
+      if (said.find("bed " + std::to_string(bed.area)) == std::string::npos) {
+        m_out += "  " + asSentence(bedText(bed, scene)) + "\n";
+      }
     }
     tellPeople(scene);
   }
 
   void tellPeople(const Scene& scene) {
-    for (const TraceBed& bed : scene.now.beds) m_out += "  " + asSentence(bedText(bed, scene)) + "\n";
     for (const TracePerson& one : scene.now.people) {
       const std::string origin = one.n ? originText(*one.n, scene) : "";
-      m_out += "  " + asSentence(personText(one, scene) + (origin.empty() ? "" : " (" + origin + ")")) + "\n";
+      m_out += "  " + asSentence(personText(one, scene) + (origin.empty() ? "" : "; " + origin)) + "\n";
     }
     for (const int id : scene.now.forgotten)
       m_out += "  Person " + std::to_string(id) + " has been missing for too long and is forgotten.\n";
@@ -348,6 +353,16 @@ class Explainer {
   std::int64_t m_first_failed_ns = 0;
 };
 
+/// "0.38" of "0.379999995", as single precision is written down.
+std::string shortNumber(const std::string& text) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return text;
+  char number[32];
+  std::snprintf(number, sizeof number, "%.4g", value);
+  return number;
+}
+
 /// Of the settings what decides, as it was in the end.
 std::string Explainer::settingsText() const {
   const auto& parameters = m_story.moment().settings->parameters;
@@ -363,8 +378,9 @@ std::string Explainer::settingsText() const {
     return used.empty() ? "none" : listOf(used, ", ");
   };
   if (parameters.empty()) return "";
-  std::string text = "Settings: Sensitivity " + value("Sensitivity") + ", MaxDisappeared " + value("MaxDisappeared") +
-                     "; beds in use: " + areas("Detection") + "; exclusion areas in use: " + areas("Exclusion");
+  std::string text = "Settings: Sensitivity " + shortNumber(value("Sensitivity")) + ", MaxDisappeared " +
+                     value("MaxDisappeared") + "; beds in use: " + areas("Detection") +
+                     "; exclusion areas in use: " + areas("Exclusion");
   if (value("DetectPatientOutOfBed") != "true") text += "; Patient Out of Bed is switched off";
   if (value("DetectFallenPersons") != "true") text += "; Fall Detected is switched off";
   if (value("FeetOnFloor") != "true") text += "; FeetOnFloor is off";

@@ -61,23 +61,24 @@ std::optional<double> distanceTo(const char* kind, int area, const TracePerson& 
   return std::nullopt;
 }
 
+/// "; not seen for 3 cycles, and counted where last seen for up to 8"
 std::string missingText(int id, const Scene& scene) {
   const std::string most = setting("MaxDisappeared", scene);
-  return "has not been seen for " + amountOf(missingFor(id, scene.now), "cycle") +
-         (most.empty() ? "" : " (up to " + most + " count)");
+  return "; not seen for " + amountOf(missingFor(id, scene.now), "cycle") + ", and counted where last seen" +
+         (most.empty() ? "" : " for up to " + most);
 }
 
-/// "the shoulders lie 38 px inside"
+/// "shoulders lie 38 px inside"; of somebody missing, "place where last seen is 38 px inside"
 std::string placeText(const TracePerson& person, double distance, const Scene& scene) {
-  if (!person.n) return insideBy(distance);
+  if (!person.n) return "place where last seen is " + insideBy(distance);
   const std::string word = placeWord(*person.n, scene.now);
-  return "the " + word + (word == "shoulders" ? " lie " : " lies ") + insideBy(distance);
+  return word + (word == "shoulders" ? " lie " : " lies ") + insideBy(distance);
 }
 
 std::string inAreaText(const TracePerson& person, const char* kind, const std::string& name, const Scene& scene) {
   std::string text = "is in " + name;
   if (const auto distance = distanceTo(kind, person.area, person)) {
-    text += ": " + placeText(person, *distance, scene) + " its outline";
+    text += ": the " + placeText(person, *distance, scene) + " its outline";
   }
   return text;
 }
@@ -171,10 +172,13 @@ std::string nearestText(int area, const Scene& scene) {
   if (nearest == nullptr) return "nobody who is tracked is in it";
   const double distance = *distanceTo("bed", area, *nearest);
   if (distance <= 0 && nearest->footing == "bed") return nameOf(nearest->id) + " counts in " + areaName(*nearest);
-  std::string text = scene.now.people.size() == 1 ? "" : "the nearest is ";
-  text += nameOf(nearest->id) + ": " + placeText(*nearest, distance, scene) + " its outline";
-  if (!nearest->n) text += ", where last seen " + amountOf(missingFor(nearest->id, scene.now), "cycle") + " ago";
-  return text;
+  return "the nearest is " + nameOf(nearest->id) + ", whose " + placeText(*nearest, distance, scene) + " its outline";
+}
+
+/// Who is nearest to an empty bed, and who was seen in it and left out.
+std::string emptyText(const TraceBed& bed, const Scene& scene) {
+  const std::string left_out = leftOutInBed(bed.area, scene);
+  return nearestText(bed.area, scene) + (left_out.empty() ? "" : "; " + left_out);
 }
 
 std::string occupiedText(const TraceBed& bed, const Scene& scene) {
@@ -184,37 +188,29 @@ std::string occupiedText(const TraceBed& bed, const Scene& scene) {
   const TracePerson* person = findPerson(*bed.by, scene.now);
   const auto distance = person == nullptr ? std::nullopt : distanceTo("bed", bed.area, *person);
   if (!distance) return text;
-  if (!person->n) {
-    return text + ", who " + missingText(*bed.by, scene) + " and was " + insideBy(*distance) + " its outline then";
-  }
-  const std::string word = placeWord(*person->n, scene.now);
-  return text + ", whose " + word + (word == "shoulders" ? " lie " : " lies ") + insideBy(*distance) + " its outline";
+  return text + ", whose " + placeText(*person, *distance, scene) + " its outline" +
+         (person->n ? "" : missingText(*bed.by, scene));
 }
 
 /// For how long some bed has been empty; cycles that failed count for nothing.
 std::string emptyForText(const Scene& scene) {
-  std::string text = amountOf(scene.now.empty_cycles, "cycle");
-  if (scene.header.period_ms > 0) {
-    text += " (about " + fixed(scene.now.empty_cycles * scene.header.period_ms / 1000.0, 1) + " s)";
-  }
-  return text + "; more than " + std::to_string(scene.now.empty_limit) + " raise the event";
+  const int cycles = scene.now.empty_cycles;
+  std::string text = (cycles > scene.now.empty_limit ? "" : "only ") + amountOf(cycles, "cycle");
+  if (scene.header.period_ms > 0) text += " (" + fixed(cycles * scene.header.period_ms / 1000.0, 1) + " s)";
+  return text + ", and more than " + std::to_string(scene.now.empty_limit) + " raise the event";
 }
 
 std::string outOfBedText(const Scene& scene) {
   if (isSwitchedOff(kTracedOutOfBed, scene)) return "the event is switched off in the settings";
-  if (scene.now.beds.empty()) return "no bed area is in use";
-  std::vector<std::string> texts;
   const auto& beds = scene.now.beds;
-  const bool all = std::all_of(beds.begin(), beds.end(), [](const TraceBed& bed) { return bed.occupied; });
-  if (!all) {
-    const bool enough = scene.now.empty_cycles > scene.now.empty_limit;
-    texts.push_back((beds.size() == 1 ? "bed " + std::to_string(beds[0].area) : std::string("a bed")) +
-                    " has been empty for " + (enough ? "" : "only ") + emptyForText(scene));
-  }
-  for (const TraceBed& bed : beds) {
-    if (bed.occupied == all) texts.push_back(bedText(bed, scene));
-  }
-  return listOf(texts, "; ");
+  if (beds.empty()) return "no bed area is in use";
+  std::vector<std::string> occupied;
+  std::vector<std::string> empty;
+  for (const TraceBed& bed : beds) (bed.occupied ? occupied : empty).push_back(bedText(bed, scene));
+  if (empty.empty()) return listOf(occupied, "; ");
+  if (beds.size() > 1) return "a bed has been empty for " + emptyForText(scene) + "; " + listOf(empty, "; ");
+  return "bed " + std::to_string(beds[0].area) + " has been empty for " + emptyForText(scene) + "; " +
+         emptyText(beds[0], scene);
 }
 
 std::string whatBecameOf(int id, const Scene& scene) {
@@ -280,21 +276,20 @@ std::string shortPersonText(const TracePerson& person, const Scene& scene) {
 
 std::string personText(const TracePerson& person, const Scene& scene) {
   std::string text = nameOf(person.id) + " ";
-  if (!person.n) text += missingText(person.id, scene) + " and still counts where last seen: ";
-  if (!isOnFloor(person)) {
-    return text + inAreaText(person, person.footing.c_str(), areaName(person), scene) +
-           (person.footing == "exclusion" ? ", where no fall is told" : "");
+  if (isOnFloor(person)) {
+    text += floorText(person);
+    const std::string posture = person.activity == "unknown" ? "" : postureText(person);
+    if (!posture.empty()) text += "; " + posture;
+  } else {
+    text += inAreaText(person, person.footing.c_str(), areaName(person), scene);
+    if (person.footing == "exclusion") text += ", where no fall is told";
   }
-  text += floorText(person);
-  const std::string posture = person.activity == "unknown" ? "" : postureText(person);
-  return posture.empty() ? text : text + "; " + posture;
+  return person.n ? text : text + missingText(person.id, scene);
 }
 
 std::string bedText(const TraceBed& bed, const Scene& scene) {
   if (bed.occupied) return occupiedText(bed, scene);
-  const std::string left_out = leftOutInBed(bed.area, scene);
-  return "nobody is in bed " + std::to_string(bed.area) + ": " + nearestText(bed.area, scene) +
-         (left_out.empty() ? "" : "; " + left_out);
+  return "bed " + std::to_string(bed.area) + " is empty: " + emptyText(bed, scene);
 }
 
 std::optional<TraceEventState> stateOf(const std::string& event, const TraceCycle& cycle) {

@@ -13,6 +13,8 @@ namespace {
 constexpr double kCountingScore = 0.1;  // a part of the upper body counts above it
 constexpr std::size_t kLeftShoulder = 5;
 constexpr std::size_t kRightShoulder = 6;
+constexpr std::size_t kLeftHip = 11;
+constexpr std::size_t kRightHip = 12;
 constexpr std::size_t kLeftAnkle = 15;
 constexpr std::size_t kRightAnkle = 16;
 constexpr int kAreas = 3;
@@ -116,6 +118,16 @@ std::string scoreText(const TraceRule& why) {
   return both(why, "score ", " under ", "");
 }
 
+std::string turnedText(const TraceRule& why) {
+  const double turn = why.value.value_or(0);
+  const char* posture = turn == 0     ? "upright"
+                        : turn == 180 ? "upside down"
+                        : turn == 90  ? "lying with the head to the left"
+                                      : "lying with the head to the right";
+  return std::string("the body would be ") + posture + ", which the run at " + whole(why.limit.value_or(0)) +
+         " degrees is not trusted to see";
+}
+
 /// With the numbers that decided.
 std::string whyText(const TraceRule& why) {
   constexpr double kPercent = 100;
@@ -123,15 +135,13 @@ std::string whyText(const TraceRule& why) {
   if (why.rule == "no place") return "neither top nor feet of a body were found";
   if (why.rule == "too small") return both(why, "the body takes ", " % of the picture, less than ", " %", kPercent, 1);
   if (why.rule == "too large") return both(why, "the body takes ", " % of the picture, more than ", " %", kPercent, 0);
-  if (why.rule == "turned") {
-    return both(why, "the body looks turned by ", " degrees, where the run at ", " degrees is not trusted", 1, 0);
-  }
+  if (why.rule == "turned") return turnedText(why);
   if (why.rule == "upside down at the top") {
     return both(why, "the feet of a body upside down lie ", " px below the picture's top, less than ", " px", 1, 0);
   }
   if (why.rule == "not confirmed") {
-    if (!why.value) return "the detector saw no person there";
-    return both(why, "the detector's best score ", " is not above ", "");
+    if (!why.value) return "not confirmed: the detector saw no person there";
+    return both(why, "not confirmed: the detector's best score ", " is not above ", "");
   }
   if (why.rule == "score") return both(why, "score ", " is not above ", "");
   if (why.rule == "no top") return "neither shoulders nor head were found";
@@ -219,22 +229,37 @@ bool isSeen(const TracePoint& one, const TracePoint& other) {
   return one.score > kSureScore && other.score > kSureScore;
 }
 
-/// Whether two views disagree about a pair of parts by more than half a body: views of one body differ by a tenth of it
-/// or less, and nobody's shoulders or ankles are in two places at once.
-bool disagree(const TracePoints& one, const TracePoints& other, std::size_t left, std::size_t right) {
+double bodyLength(const TracePoints& points) {
+  return apart(middle(points[kLeftShoulder], points[kRightShoulder]), middle(points[kLeftAnkle], points[kRightAnkle]));
+}
+
+/// Whether two views are too unlike each other to be of one body: both are sure of their shoulders, hips or ankles, and
+/// those lie apart by three quarters of the body's length. Views of one body alone disagree by half of it at most, but
+/// where one of them has it the wrong way round: its shoulders are where the other sees the feet.
+bool areOfTwoPeople(const TracePoints& one, const TracePoints& other) {
+  constexpr double kTooFar = 0.75;
+  constexpr double kSame = 1.0 / 3;
+  constexpr std::array<std::pair<std::size_t, std::size_t>, 3> kPairs = {
+      {{kLeftShoulder, kRightShoulder}, {kLeftHip, kRightHip}, {kLeftAnkle, kRightAnkle}}};
   if (one.size() != kTraceParts || other.size() != kTraceParts) return false;
-  if (!isSeen(one[left], one[right]) || !isSeen(other[left], other[right])) return false;
-  const auto length = [](const TracePoints& points) {
-    return apart(middle(points[kLeftShoulder], points[kRightShoulder]),
-                 middle(points[kLeftAnkle], points[kRightAnkle]));
+  const double length = std::max(bodyLength(one), bodyLength(other));
+  const auto distance = [&](std::size_t pair_of_one, std::size_t pair_of_other) {
+    const auto [left, right] = kPairs.at(pair_of_one);
+    const auto [other_left, other_right] = kPairs.at(pair_of_other);
+    return apart(middle(one[left], one[right]), middle(other[other_left], other[other_right]));
   };
-  const double body = std::max(length(one), length(other));
-  return apart(middle(one[left], one[right]), middle(other[left], other[right])) > body / 2;
+  if (std::min(distance(0, 2), distance(2, 0)) < kSame * length) return false;
+  for (std::size_t pair = 0; pair < kPairs.size(); ++pair) {
+    const auto [left, right] = kPairs.at(pair);
+    const bool sure = isSeen(one[left], one[right]) && isSeen(other[left], other[right]);
+    if (sure && distance(pair, pair) > kTooFar * length) return true;
+  }
+  return false;
 }
 
 struct Origin {
   std::set<int> rotations;  ///< of the runs whose bodies ended in this one
-  bool mixed = false;       ///< two of them disagree
+  bool mixed = false;       ///< of two people, as it seems
 };
 
 /// Steps stand in their order, so that one look from the last to the first finds all.
@@ -247,8 +272,7 @@ Origin originOf(int n, const TraceCycle& cycle) {
     const Body first = bodyOf(step->first, cycle);
     const Body second = bodyOf(step->second, cycle);
     if (first.pose == nullptr || second.pose == nullptr) continue;
-    origin.mixed = origin.mixed || disagree(first.pose->points, second.pose->points, kLeftShoulder, kRightShoulder) ||
-                   disagree(first.pose->points, second.pose->points, kLeftAnkle, kRightAnkle);
+    origin.mixed = origin.mixed || areOfTwoPeople(first.pose->points, second.pose->points);
   }
   for (const int source : sources) {
     if (const auto rotation = bodyOf(source, cycle).rotation) origin.rotations.insert(*rotation);
@@ -289,7 +313,8 @@ std::string originText(int n, const Scene& scene) {
   char score[352];
   std::snprintf(score, sizeof score, "%.2f", body.pose->score);
   return "seen by the run" + std::string(names.size() == 1 ? "" : "s") + " at " + listOf(names, " and ") +
-         " degrees, score " + score + (origin.mixed ? "; shoulders and ankles of two people may have been mixed" : "");
+         " degrees, " + (body.rotation ? "score " : "scores together ") + score +
+         (origin.mixed ? "; shoulders and ankles of two people may have been mixed" : "");
 }
 
 std::string leftOutInBed(int area, const Scene& scene) {

@@ -340,6 +340,7 @@ json parse(std::string_view text) {
       false);
   if (too_deep) refuse("is nested too deep", "what a trace holds");
   if (line.is_discarded()) refuse("is not valid JSON", "one JSON object a line");
+  if (!line.is_object()) refuse("is no object", "one JSON object a line");
   return line;
 }
 
