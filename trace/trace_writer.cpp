@@ -1,9 +1,12 @@
 #include "trace/trace_writer.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <exception>
 #include <utility>
 
 #include "app/calibration_params.h"
@@ -64,6 +67,17 @@ std::int64_t nanoseconds(TimeStamp time) {
 
 }  // namespace
 
+template <typename Step>
+void TraceWriter::guarded(Step step) {
+  if (m_has_ended) return;
+  try {
+    step();
+  } catch (const std::exception& error) {
+    m_has_ended = true;
+    syslog(LOG_ERR, "The trace ends here, the analysis goes on: %s", error.what());
+  }
+}
+
 int TraceWriter::numberAt(std::size_t index) const { return index < m_list.size() ? m_list[index] : kNobody; }
 
 void TraceWriter::removeAt(std::size_t index) {
@@ -85,118 +99,140 @@ bool TraceWriter::isDropped(int number) {
 }
 
 void TraceWriter::cycleBegan() {
-  m_time = ticker_clock::now();
-  if (m_cycles == 0) m_begin = ticker_clock::isReplay() ? TimeStamp() : m_time;
-  ++m_cycles;
-  m_cycle = {{"kind", "cycle"},
-             {"ns", nanoseconds(m_time)},
-             {"t", std::chrono::duration<double>(m_time - m_begin).count()},
-             {"number", m_cycles}};
-  m_next = 0;
-  m_valid.clear();
-  m_list.clear();
-  m_overlapping.clear();
-  m_tracked.clear();
-  for (const char* list : {"runs", "fusion", "filtered", "suppressed", "tracks", "forgotten", "people", "beds"}) {
-    m_cycle[list] = Json::array();
-  }
-  m_cycle["fallen"] = nullptr;
+  guarded([&] {
+    m_time = ticker_clock::now();
+    if (m_cycles == 0) m_begin = ticker_clock::isReplay() ? TimeStamp() : m_time;
+    ++m_cycles;
+    m_cycle = {{"kind", "cycle"},
+               {"ns", nanoseconds(m_time)},
+               {"t", std::chrono::duration<double>(m_time - m_begin).count()},
+               {"number", m_cycles}};
+    m_next = 0;
+    m_valid.clear();
+    m_list.clear();
+    m_overlapping.clear();
+    m_tracked.clear();
+    for (const char* list : {"runs", "fusion", "filtered", "suppressed", "tracks", "forgotten", "people", "beds"}) {
+      m_cycle[list] = Json::array();
+    }
+    m_cycle["fallen"] = nullptr;
+  });
 }
 
 void TraceWriter::cycleEnded(bool completed) {
-  writeHeader(0.0F);
-  writeSettings();
-  if (completed) {
-    addEvents();
-  } else {
-    m_cycle = {{"kind", "cycle"}, {"ns", m_cycle["ns"]}, {"t", m_cycle["t"]}, {"number", m_cycles}, {"failed", true}};
-  }
-  if (g_StatusCode != 0) m_cycle["status"] = g_StatusCode;
-  write(m_cycle);
+  guarded([&] {
+    writeHeader(0.0F);
+    writeSettings();
+    if (completed) {
+      addEvents();
+    } else {
+      m_cycle = {{"kind", "cycle"}, {"ns", m_cycle["ns"]}, {"t", m_cycle["t"]}, {"number", m_cycles}, {"failed", true}};
+    }
+    if (g_StatusCode != 0) m_cycle["status"] = g_StatusCode;
+    write(m_cycle);
+  });
 }
 
 void TraceWriter::posesDecoded(int rotation, int width, int height, const std::vector<Skeleton>& poses,
                                std::size_t counted, float limit) {
-  const Quiet quiet;
-  writeHeader(limit);
-  m_last_rotation = rotation;
-  std::vector<int>& valid = m_valid[rotation];
-  Json records = Json::array();
-  for (std::size_t i = 0; i < poses.size(); ++i) {
-    const int number = m_next++;
-    Json record = poseRecord(number, poses[i]);
-    if (i >= counted) {
-      record["dropped"] = dropped("pose score", poses[i].score, limit);
-    } else if (const auto rejection = poses[i].findRejection(width, height)) {
-      record["dropped"] = droppedFor(*rejection);
-    } else {
-      valid.push_back(number);
+  guarded([&] {
+    const Quiet quiet;
+    writeHeader(limit);
+    m_last_rotation = rotation;
+    std::vector<int>& valid = m_valid[rotation];
+    Json records = Json::array();
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+      const int number = m_next++;
+      Json record = poseRecord(number, poses[i]);
+      if (i >= counted) {
+        record["dropped"] = dropped("pose score", poses[i].score, limit);
+      } else if (const auto rejection = poses[i].findRejection(width, height)) {
+        record["dropped"] = droppedFor(*rejection);
+      } else {
+        valid.push_back(number);
+      }
+      records.push_back(std::move(record));
     }
-    records.push_back(std::move(record));
-  }
-  m_cycle["runs"].push_back({{"rotation", rotation}, {"size", {width, height}}, {"poses", std::move(records)}});
+    m_cycle["runs"].push_back({{"rotation", rotation}, {"size", {width, height}}, {"poses", std::move(records)}});
+  });
 }
 
 void TraceWriter::personChecked(std::size_t index, float score, bool confirmed) {
-  std::vector<int>& valid = m_valid[m_last_rotation];
-  if (index >= valid.size()) return;
-  Json* pose = findPose(valid[index]);
-  if (pose == nullptr) return;
-  (*pose)["confirmation"] = numberOf(score);
-  if (!confirmed) (*pose)["dropped"] = dropped("not confirmed", score, g_CalibrationParams.f_Sensitivity);
+  guarded([&] {
+    std::vector<int>& valid = m_valid[m_last_rotation];
+    if (index >= valid.size()) return;
+    Json* pose = findPose(valid[index]);
+    if (pose == nullptr) return;
+    (*pose)["confirmation"] = numberOf(score);
+    if (!confirmed) (*pose)["dropped"] = dropped("not confirmed", score, g_CalibrationParams.f_Sensitivity);
+  });
 }
 
-void TraceWriter::confirmationFailed() { m_cycle["confirmation"] = "no picture"; }
+void TraceWriter::confirmationFailed() {
+  guarded([&] { m_cycle["confirmation"] = "no picture"; });
+}
 
 void TraceWriter::fusionBegan(const std::vector<Skeleton>& all) {
-  std::map<int, std::size_t> taken;
-  m_list.clear();
-  for (const Skeleton& skeleton : all) {
-    const std::vector<int>& run = m_valid[skeleton.detectorRotation];
-    std::size_t& next = taken[skeleton.detectorRotation];
-    while (next < run.size() && isDropped(run[next])) ++next;
-    m_list.push_back(next < run.size() ? run[next++] : kNobody);
-  }
+  guarded([&] {
+    std::map<int, std::size_t> taken;
+    m_list.clear();
+    for (const Skeleton& skeleton : all) {
+      const std::vector<int>& run = m_valid[skeleton.detectorRotation];
+      std::size_t& next = taken[skeleton.detectorRotation];
+      while (next < run.size() && isDropped(run[next])) ++next;
+      m_list.push_back(next < run.size() ? run[next++] : kNobody);
+    }
+  });
 }
 
 void TraceWriter::pairFused(std::size_t first, std::size_t second, float distance, const Skeleton& fused) {
-  const int made = m_next++;
-  Json record = poseRecord(made, fused);
-  Json step = {{"of", {numberAt(first), numberAt(second)}}, {"distance", numberOf(distance)}, {"made", made}};
-  step["score"] = std::move(record["score"]);
-  step["points"] = std::move(record["points"]);
-  m_cycle["fusion"].push_back(std::move(step));
-  removeAt(second);
-  removeAt(first);
-  m_list.push_back(made);
+  guarded([&] {
+    const int made = m_next++;
+    Json record = poseRecord(made, fused);
+    Json step = {{"of", {numberAt(first), numberAt(second)}}, {"distance", numberOf(distance)}, {"made", made}};
+    step["score"] = std::move(record["score"]);
+    step["points"] = std::move(record["points"]);
+    m_cycle["fusion"].push_back(std::move(step));
+    removeAt(second);
+    removeAt(first);
+    m_list.push_back(made);
+  });
 }
 
 void TraceWriter::pairReduced(std::size_t first, std::size_t second, float distance, std::size_t dropped) {
-  m_cycle["fusion"].push_back(
-      {{"of", {numberAt(first), numberAt(second)}}, {"distance", numberOf(distance)}, {"dropped", numberAt(dropped)}});
-  removeAt(dropped);
+  guarded([&] {
+    m_cycle["fusion"].push_back({{"of", {numberAt(first), numberAt(second)}},
+                                 {"distance", numberOf(distance)},
+                                 {"dropped", numberAt(dropped)}});
+    removeAt(dropped);
+  });
 }
 
 void TraceWriter::fusedFiltered(const std::vector<Skeleton>& all, float limit) {
-  std::vector<int> kept;
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    if (!(all[i].score > limit)) {
-      Json record = dropped("score", all[i].score, limit);
-      record["n"] = numberAt(i);
-      m_cycle["filtered"].push_back(std::move(record));
-    } else if (!all[i].hasSuperior) {
-      m_cycle["filtered"].push_back({{"rule", "no top"}, {"n", numberAt(i)}});
-    } else {
-      kept.push_back(numberAt(i));
+  guarded([&] {
+    std::vector<int> kept;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      if (!(all[i].score > limit)) {
+        Json record = dropped("score", all[i].score, limit);
+        record["n"] = numberAt(i);
+        m_cycle["filtered"].push_back(std::move(record));
+      } else if (!all[i].hasSuperior) {
+        m_cycle["filtered"].push_back({{"rule", "no top"}, {"n", numberAt(i)}});
+      } else {
+        kept.push_back(numberAt(i));
+      }
     }
-  }
-  m_list = std::move(kept);
+    m_list = std::move(kept);
+  });
 }
 
 void TraceWriter::overlapFound(std::size_t smaller, std::size_t larger, float share, float limit) {
-  m_overlapping.try_emplace(
-      smaller,
-      Json{{"n", numberAt(smaller)}, {"by", numberAt(larger)}, {"share", numberOf(share)}, {"limit", numberOf(limit)}});
+  guarded([&] {
+    m_overlapping.try_emplace(smaller, Json{{"n", numberAt(smaller)},
+                                            {"by", numberAt(larger)},
+                                            {"share", numberOf(share)},
+                                            {"limit", numberOf(limit)}});
+  });
 }
 
 void TraceWriter::leaveOverlapping() {
@@ -206,47 +242,61 @@ void TraceWriter::leaveOverlapping() {
 }
 
 void TraceWriter::personTracked(int id, std::size_t index, float distance) {
-  leaveOverlapping();
-  m_tracked[id] = numberAt(index);
-  m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"distance", numberOf(distance)}});
+  guarded([&] {
+    leaveOverlapping();
+    m_tracked[id] = numberAt(index);
+    m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"distance", numberOf(distance)}});
+  });
 }
 
 void TraceWriter::personAppeared(int id, std::size_t index) {
-  leaveOverlapping();
-  m_tracked[id] = numberAt(index);
-  m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"new", true}});
+  guarded([&] {
+    leaveOverlapping();
+    m_tracked[id] = numberAt(index);
+    m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"new", true}});
+  });
 }
 
-void TraceWriter::personMissing(int id, int cycles) { m_cycle["tracks"].push_back({{"id", id}, {"missing", cycles}}); }
+void TraceWriter::personMissing(int id, int cycles) {
+  guarded([&] { m_cycle["tracks"].push_back({{"id", id}, {"missing", cycles}}); });
+}
 
-void TraceWriter::personForgotten(int id) { m_cycle["forgotten"].push_back(id); }
+void TraceWriter::personForgotten(int id) {
+  guarded([&] { m_cycle["forgotten"].push_back(id); });
+}
 
 void TraceWriter::personJudged(const std::deque<one_find>& findings, std::size_t depth) {
-  const Quiet quiet;
-  Json person = personRecord(findings, depth);
-  if (const auto tracked = m_tracked.find(findings.back().id); tracked != m_tracked.end()) {
-    person["n"] = tracked->second;
-  }
-  m_cycle["people"].push_back(std::move(person));
+  guarded([&] {
+    const Quiet quiet;
+    Json person = personRecord(findings, depth);
+    if (const auto tracked = m_tracked.find(findings.back().id); tracked != m_tracked.end()) {
+      person["n"] = tracked->second;
+    }
+    m_cycle["people"].push_back(std::move(person));
+  });
 }
 
 void TraceWriter::bedsWatched(const bool (&occupied)[3], int empty_cycles, int limit) {
-  leaveOverlapping();
-  const std::array used{g_DetectionParams.b_Detection1Active, g_DetectionParams.b_Detection2Active,
-                        g_DetectionParams.b_Detection3Active};
-  for (std::size_t i = 0; i < used.size(); ++i) {
-    if (!used[i]) continue;
-    const std::size_t area = i + 1;
-    Json bed = {{"area", area}, {"occupied", occupied[i]}};
-    for (const Json& person : m_cycle["people"]) {
-      if (person["footing"] == "bed" && person["area"] == area && !bed.contains("by")) bed["by"] = person["id"];
+  guarded([&] {
+    leaveOverlapping();
+    const std::array used{g_DetectionParams.b_Detection1Active, g_DetectionParams.b_Detection2Active,
+                          g_DetectionParams.b_Detection3Active};
+    for (std::size_t i = 0; i < used.size(); ++i) {
+      if (!used[i]) continue;
+      const std::size_t area = i + 1;
+      Json bed = {{"area", area}, {"occupied", occupied[i]}};
+      for (const Json& person : m_cycle["people"]) {
+        if (person["footing"] == "bed" && person["area"] == area && !bed.contains("by")) bed["by"] = person["id"];
+      }
+      m_cycle["beds"].push_back(std::move(bed));
     }
-    m_cycle["beds"].push_back(std::move(bed));
-  }
-  m_cycle["out_of_bed"] = {{"cycles", empty_cycles}, {"limit", limit}};
+    m_cycle["out_of_bed"] = {{"cycles", empty_cycles}, {"limit", limit}};
+  });
 }
 
-void TraceWriter::fallFound(int id) { m_cycle["fallen"] = id; }
+void TraceWriter::fallFound(int id) {
+  guarded([&] { m_cycle["fallen"] = id; });
+}
 
 void TraceWriter::addEvents() {
   Json events = Json::array();

@@ -42,6 +42,9 @@ class TraceWriter : public AnalysisObserver {
  private:
   using Json = nlohmann::ordered_json;
 
+  /// Takes a step; whatever goes wrong in it ends the trace and nothing else.
+  template <typename Step>
+  void guarded(Step step);
   /// The number of the skeleton at a place of the list that the current step works on; -1 for one that no run gave.
   int numberAt(std::size_t index) const;
   void removeAt(std::size_t index);
@@ -62,6 +65,7 @@ class TraceWriter : public AnalysisObserver {
   std::map<std::string, std::string> m_settings;  ///< as written last
   std::map<std::string, bool> m_active;           ///< events, after the last cycle
   bool m_has_header = false;
+  bool m_has_ended = false;
 
   // Of the cycle that runs.
   TimeStamp m_time;

@@ -80,8 +80,20 @@ TEST(Demo, TrueKeypointsLeadToTheGoldenEvents) {
 }
 
 /// The second replay takes the files one by one, as a user's own recording.
+/// A trace's cycles without what only the program itself has.
+std::vector<nlohmann::json> decidedIn(const fs::path& trace) {
+  std::vector<nlohmann::json> cycles;
+  for (nlohmann::json line : objectsOf(contents(trace))) {
+    if (line["kind"] != "cycle") continue;
+    line.erase("status");
+    cycles.push_back(std::move(line));
+  }
+  return cycles;
+}
+
 TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
-  const Outcome outcome = run("replay demo --json");
+  const std::string trace = testing::TempDir() + "demo-" + std::to_string(getpid()) + ".trace.jsonl";
+  const Outcome outcome = run("replay demo --json --trace '" + trace + "'");
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
   const auto seen = objectsOf(outcome.output);
   const auto wanted = objectsOf(contents(kGolden));
@@ -94,6 +106,16 @@ TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
   const std::string files =
       "'" + (kDemo / "demo.mp4").string() + "' --settings '" + (kDemo / "demo.settings.json").string() + "'";
   EXPECT_EQ(run("replay " + files + " --json").output, outcome.output);
+
+  const Outcome again = run("replay '" + trace + "' --json --trace '" + trace + ".again'");
+  EXPECT_EQ(again.output, outcome.output) << again.errors;
+  EXPECT_EQ(decidedIn(trace + ".again"), decidedIn(trace)) << "what the networks' steps told is what a trace tells";
+  const Outcome why = run("explain '" + trace + "'");
+  for (const auto& change : seen) {
+    EXPECT_NE(why.output.find(change["event"].get<std::string>()), std::string::npos) << why.output;
+  }
+  fs::remove(trace);
+  fs::remove(trace + ".again");
 }
 
 /// A limit on the size of files: the journal, which is the largest of all, has no room for another line.
