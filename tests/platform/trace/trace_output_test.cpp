@@ -174,9 +174,9 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
   open(2);
   take(1);
   m_trace->finish();
-  disk_fault = Fault::kHangs;
   const Handler handler(ax_event_handler_new());
   const guint id = declare(handler, "Fall");
+  disk_fault = Fault::kHangs;
   for (int number = 2; number <= 20; ++number) take(number);
   testing::internal::CaptureStdout();
   EXPECT_TRUE(send(handler, id, true));
@@ -210,26 +210,32 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
   std::exit(testing::Test::HasFailure() ? 2 : 0);
 }
 
-TEST(ReplayTraceDeathTest, HoldsEveryLineOrEndsTheRunWithFailureAndOneLine) {
+/// The process runs its test from the beginning.
+TEST(ReplayTraceDeathTest, HoldsEveryLine) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const StateFolder folder;
   const std::string file = (fs::temp_directory_path() / ("velmor-trace-" + std::to_string(::getuid()))).string();
   std::ofstream(file) << "what stood there before";
   fs::permissions(file, fs::perms::all);
   EXPECT_EXIT(replayTracedTo(file), testing::ExitedWithCode(0), "^$");
-  const std::string written = (std::stringstream() << std::ifstream(file).rdbuf()).str();
-  const auto lines = linesOf(written);
-  ASSERT_EQ(lines.size(), 4U) << written;
+  const auto lines = linesOf((std::stringstream() << std::ifstream(file).rdbuf()).str());
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[0], kHeader);
   EXPECT_TRUE(lines[1].starts_with(R"({"kind":"event","seq":2,"run":")")) << lines[1];
   EXPECT_TRUE(lines[1].ends_with(R"(","ns":41500000000,"name":"Fall Detected","active":true})")) << lines[1];
-  EXPECT_TRUE(lines[2].ends_with(R"("active":false})"));
+  EXPECT_TRUE(lines[2].ends_with(R"("active":false})")) << lines[2];
   EXPECT_EQ(lines[3], cycle(1));
   EXPECT_EQ(modeOf(file), 0600U);
   fs::remove(file);
-  for (const auto& [path, why] : {std::pair<std::string, std::string>{"/dev/full", "No space left on device"},
-                                  {(folder / "none/trace").string(), "No such file or directory"}}) {
+}
+
+TEST(ReplayTraceDeathTest, EndsTheRunWithFailureAndOneLineWhenItCannotBeWritten) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const StateFolder folder;
+  for (const auto& [path, why] :
+       {std::pair{"/dev/full", "No space left on device"}, {"/dev/null/trace", "Not a directory"}}) {
     EXPECT_EXIT(replayTracedTo(path), testing::ExitedWithCode(1),
-                "^[^\n]*: the trace cannot be written: " + why + "; the replay goes on without\n$");
+                "^[^\n]*: the trace cannot be written: " + std::string(why) + "; the replay goes on without\n$");
   }
 }
 
