@@ -72,6 +72,19 @@ take_network() {
   done
 }
 
+# needs_networks ARGUMENT...: whether what ./run is asked for looks at pictures. A trace holds what the networks saw.
+needs_networks() {
+  local argument previous=
+  [[ " $* " != *" --help "* && "${1:-}" != explain ]] || return 1
+  for argument in "$@"; do
+    if [[ "$1" == replay && "$previous" != --trace && -f "$argument" &&
+      "$(head -c 64 -- "$argument" | tr -d '\0 ')" == '{"kind":"trace"'* ]]; then
+      return 1
+    fi
+    previous=$argument
+  done
+}
+
 # ensure_networks [--network=FOLDER]: the networks stand in models/; says nothing when they do.
 ensure_networks() {
   # Neither the user's Python packages nor another Python: Debian's onnx belongs to Debian's numpy.

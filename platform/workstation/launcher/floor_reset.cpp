@@ -108,7 +108,8 @@ std::string floorAdvice(const LaunchRequest& request, const fs::path& source_tre
   const std::string outcome = "The program did not start: nobody is being watched.\n";
   StoredState state = StoredParameters(state_directory, kAppName).load().value_or(StoredState());
   if (replaceValues(state.values, originalFloor(request, source_tree)).empty()) {
-    return outcome + "The floor calibration comes from " + settingsName(request) + "; correct it there\n";
+    return outcome + "The floor calibration comes from " + settingsName(request) +
+           (request.sets.empty() ? "" : " or --set") + "; correct it there\n";
   }
   return outcome + "To put the floor calibration back to the original one: " + resetCommand(request) + "\n";
 }

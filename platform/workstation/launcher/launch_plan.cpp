@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -21,6 +20,8 @@
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/launcher/launch_media.h"
+#include "platform/workstation/launcher/parameter_rules.h"
+#include "platform/workstation/launcher/retrace_plan.h"
 #include "platform/workstation/system/state_directory.h"
 
 namespace workstation {
@@ -65,38 +66,6 @@ json toJson(const CameraDescription& camera) {
           {"focal_length_um", camera.focal_length_um},
           {"stream_sizes", sizes},
           {"parameters", camera.parameters}};
-}
-
-bool isNumber(const std::string& text) {
-  char* end = nullptr;
-  const double value = std::strtod(text.c_str(), &end);
-  return !text.empty() && end == text.c_str() + text.size() && std::isfinite(value);
-}
-
-bool isSwitch(const std::string& text) { return text == "true" || text == "false"; }
-
-/// What is wrong with a parameter, nothing if it is good. The kind of its default is the kind of its value: the program
-/// would take anything else for 0 or false without a word.
-std::string mistakeIn(const std::string& name, const std::string& value, const Parameters& defaults) {
-  const auto fallback = defaults.find(name);
-  if (fallback == defaults.end()) return "is not a parameter; allowed are those of package/manifest.json";
-  if (isSwitch(fallback->second) && !isSwitch(value)) return "must be \"true\" or \"false\"";
-  if (isNumber(fallback->second) && !isNumber(value)) return "must be a number, as text";
-  return "";
-}
-
-/// One line for each parameter that the package does not have or that has the wrong kind of value.
-void checkParameters(const CameraDescription& camera, const Parameters& defaults, const std::string& file) {
-  std::string mistakes;
-  for (const auto& [name, value] : camera.parameters) {
-    const std::string mistake = mistakeIn(name, value, defaults);
-    if (mistake.empty()) continue;
-    mistakes.append(mistakes.empty() ? "" : "\n").append(file).append(": parameters: \"").append(name);
-    mistakes.append("\" ").append(mistake);
-  }
-  if (!mistakes.empty()) {
-    throw std::runtime_error(mistakes);
-  }
 }
 
 void linkFiles(const fs::path& from, const fs::path& to, std::initializer_list<const char*> suffixes) {
@@ -179,13 +148,41 @@ void writeIfOther(const fs::path& path, const std::string& text) {
   replaceFile(path, text);
 }
 
+/// What is set for this run.
+ParameterGroup groupOf(const LaunchRequest& request) {
+  return request.sets.empty() ? ParameterGroup() : request.sets.front();
+}
+
 const char* programFor(const LaunchRequest& request) {
+  if (isTraceReplay(request)) return "velmor_retrace";
   return request.model ? "velmor_model_check" : request.truth ? "velmor_reference" : "velmor_care";
 }
 
 void checkTruth(const LaunchRequest& request) {
   if (request.truth && !fs::is_regular_file(*request.truth)) {
     throw std::runtime_error(*request.truth + ": there is no such file");
+  }
+}
+
+fs::path fullPath(const std::string& name) { return fs::absolute(name).lexically_normal(); }
+
+/// Nothing that the run reads may become its trace.
+void checkTracePlace(const LaunchRequest& request, const CameraDescription& camera) {
+  if (!request.trace) return;
+  const fs::path place = fullPath(*request.trace);
+  const bool is_directory = fs::is_directory(place);
+  if (request.replay && is_directory)
+    throw UsageError(*request.trace + ": is a directory; --trace needs a file's name");
+  if (!request.replay && fs::exists(place) && !is_directory) {
+    throw UsageError(*request.trace + ": is no directory; --trace of a live run needs one");
+  }
+  const fs::path folder = (place.has_filename() ? place : place.parent_path()).parent_path();
+  if (!fs::is_directory(folder)) throw UsageError(folder.string() + ": there is no such folder for the trace");
+  for (const auto& input : {request.source, std::optional(camera.source), request.settings, request.truth}) {
+    std::error_code ignored;
+    if (input && fs::equivalent(place, *input, ignored)) {
+      throw UsageError(*request.trace + ": is what the run reads; the trace needs a file of its own");
+    }
   }
 }
 
@@ -208,6 +205,13 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
   if (request.model) {
     environment["VELMOR_MODEL"] = networkOf(request).string();
     environment["VELMOR_SOURCE_DIR"] = fs::absolute(source_tree).string();
+  }
+  if (request.trace) {
+    environment[request.replay ? "VELMOR_TRACE" : "VELMOR_TRACE_DIR"] = fullPath(*request.trace).string();
+  }
+  if (isTraceReplay(request)) {
+    environment["VELMOR_RETRACE"] = fullPath(*request.source).string();
+    environment["VELMOR_SET"] = json(groupOf(request)).dump(-1, ' ', false, json::error_handler_t::replace);
   }
   if (request.truth) {
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
@@ -275,9 +279,9 @@ CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& 
     camera.source = demoVideo(demo).string();
     camera.loop = true;
     layOver(camera, demo / "demo.settings.json");
-    return camera;
-  }
-  if (isDescription(*request.source)) {
+  } else if (isTraceReplay(request)) {
+    camera = recordedCamera(*request.source).camera;
+  } else if (isDescription(*request.source)) {
     camera = loadCameraDescription(*request.source);
   } else {
     camera.source = fullName(*request.source);
@@ -289,6 +293,9 @@ CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& 
     throw UsageError("--loop is for a video file; any other source is opened again by itself when it ends");
   }
   camera.loop = camera.loop || request.loop;
+  for (const auto& [name, value] : groupOf(request)) {
+    camera.parameters.insert_or_assign(name, value);
+  }
   return camera;
 }
 
@@ -310,6 +317,7 @@ fs::path lastingPlace(const LaunchRequest& request) {
 }
 
 std::string settingsName(const LaunchRequest& request) {
+  if (isTraceReplay(request)) return recordedCamera(*request.source).settings_place;
   return request.settings.value_or(request.source.value_or("demo.settings.json"));
 }
 
@@ -318,13 +326,17 @@ Parameters packageDefaults(const fs::path& source_tree) {
 }
 
 LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
-  const CameraDescription camera = requestedCamera(request, source_tree);
+  const bool is_trace = isTraceReplay(request);
+  if (is_trace) checkTraceReplay(request);
   const Parameters defaults = packageDefaults(source_tree);
-  checkParameters(camera, defaults, settingsName(request));
-  if (std::string problem = videoProblem(camera.source, request.replay); !problem.empty()) {
+  checkSet(groupOf(request), source_tree / "package" / "manifest.json");
+  const CameraDescription camera = requestedCamera(request, source_tree);
+  checkParameters(camera.parameters, defaults, settingsName(request));
+  if (std::string problem = is_trace ? "" : videoProblem(camera.source, request.replay); !problem.empty()) {
     throw std::runtime_error(problem);
   }
   checkTruth(request);
+  checkTracePlace(request, camera);
 
   LaunchPlan plan;
   plan.program = programFor(request);
@@ -336,7 +348,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
     addToPackage(root, networkOf(request));
   }
   const Parameters values = effectiveParameters(state, defaults, camera);
-  if (!request.truth && !request.model) {
+  if (!request.truth && !request.model && !is_trace) {
     checkModels(root, values);
   }
   writeIfOther(state / "camera.json", toJson(camera).dump(2) + "\n");

@@ -60,8 +60,9 @@ std::string settingsName(const LaunchRequest& request);
 /// The defaults of the source tree's package. Throws std::runtime_error with one line.
 Parameters packageDefaults(const std::filesystem::path& source_tree);
 
-/// Checks everything and lays the files out in the state directory. Throws std::runtime_error with a line for each
-/// mistake; nothing is left behind then that was not there before, save an empty state directory.
+/// For at most one group of --set. Checks everything and lays the files out in the state directory. Throws
+/// std::runtime_error with a line for each mistake; nothing is left behind then that was not there before, save an
+/// empty state directory.
 LaunchPlan prepareLaunch(const LaunchRequest& request, const std::filesystem::path& source_tree, bool on_terminal);
 
 }  // namespace workstation

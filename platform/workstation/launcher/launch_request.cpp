@@ -6,11 +6,25 @@
 #include <string_view>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/parameters/stored_parameters.h"
 
 namespace workstation {
 namespace {
 
+bool isNumber(const std::string& text) {
+  constexpr std::size_t kMostDigits = 18;
+  return !text.empty() && text.size() <= kMostDigits && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+void checkSets(const LaunchRequest& request) {
+  if (request.sets.empty()) return;
+  if (!request.replay || request.model) throw UsageError("--set is for replays: replay demo|FILE|TRACE --set ...");
+  if (request.state) throw UsageError("--set is for a run with a state of its own; leave --state out");
+  if (request.sets.size() > 1 && request.trace) throw UsageError("--trace takes the run of one group of --set");
+}
+
 void checkCombination(const LaunchRequest& request) {
+  checkSets(request);
   if (!request.replay && (request.json || request.truth)) {
     throw UsageError(std::string(request.json ? "--json" : "--truth") + " is for replays: replay demo|FILE ...");
   }
@@ -26,19 +40,32 @@ void checkCombination(const LaunchRequest& request) {
   if (request.reset && *request.reset != "floor") {
     throw UsageError("--reset can only put back: floor");
   }
+  if (request.event && !isNumber(*request.event)) {
+    throw UsageError("--event needs the number of an event, not \"" + *request.event + "\"");
+  }
 }
+
+/// What a command line is about; each knows other options.
+enum Mode : unsigned { kLive = 1, kReplay = 2, kModelCheck = 4, kExplain = 8 };
 
 /// What an option's value goes to, once.
 struct Target {
   const char* option;  ///< with its dashes
   std::optional<std::string> LaunchRequest::*value;
-  bool is_for_replays = true;
+  unsigned modes = kLive | kReplay;
 };
 constexpr std::array kTargets{
-    Target{"--source", &LaunchRequest::source, false}, Target{"--settings", &LaunchRequest::settings},
-    Target{"--truth", &LaunchRequest::truth},          Target{"--state", &LaunchRequest::state},
-    Target{"--reset", &LaunchRequest::reset, false},   Target{"--listen", &LaunchRequest::listen, false},
-    Target{"--user", &LaunchRequest::user, false},     Target{"--password-file", &LaunchRequest::password_file, false},
+    Target{"--source", &LaunchRequest::source, kLive},
+    Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},
+    Target{"--state", &LaunchRequest::state},
+    Target{"--trace", &LaunchRequest::trace},
+    Target{"--reset", &LaunchRequest::reset, kLive},
+    Target{"--listen", &LaunchRequest::listen, kLive},
+    Target{"--user", &LaunchRequest::user, kLive},
+    Target{"--password-file", &LaunchRequest::password_file, kLive},
+    Target{"--at", &LaunchRequest::at, kExplain},
+    Target{"--event", &LaunchRequest::event, kExplain},
 };
 
 gboolean refuse(GError** error, const std::string& why) {
@@ -57,8 +84,7 @@ gboolean takeValue(const gchar* option, const gchar* value, gpointer data, GErro
   return TRUE;
 }
 
-/// The options of a live run or of a replay.
-std::vector<GOptionEntry> entriesFor(LaunchRequest& request, gboolean& help, gboolean& json, gboolean& loop) {
+std::vector<GOptionEntry> entriesFor(Mode mode, gboolean& help, gboolean& json, gboolean& loop) {
   std::vector<GOptionEntry> entries;
   // Names of files are bytes, whatever the terminal's language.
   const auto add = [&entries](const char* name, GOptionArg kind, gpointer target) {
@@ -66,22 +92,22 @@ std::vector<GOptionEntry> entriesFor(LaunchRequest& request, gboolean& help, gbo
     entries.push_back({name, 0, flags, kind, target, nullptr, nullptr});
   };
   for (const Target& target : kTargets) {
-    if (request.model || (request.replay && !target.is_for_replays)) continue;
+    if ((target.modes & mode) == 0) continue;
     add(target.option + 2, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&takeValue));
   }
   add("help", G_OPTION_ARG_NONE, &help);
-  if (!request.model) add("json", G_OPTION_ARG_NONE, &json);
-  if (!request.replay) add("loop", G_OPTION_ARG_NONE, &loop);
+  if (mode == kLive || mode == kReplay) add("json", G_OPTION_ARG_NONE, &json);
+  if (mode == kLive) add("loop", G_OPTION_ARG_NONE, &loop);
   entries.push_back({});
   return entries;
 }
 
 /// Takes the options over; what remains is what is none.
-std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, LaunchRequest& request) {
+std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, Mode mode, LaunchRequest& request) {
   gboolean help = FALSE;
   gboolean json = FALSE;
   gboolean loop = FALSE;
-  const auto entries = entriesFor(request, help, json, loop);
+  const auto entries = entriesFor(mode, help, json, loop);
   const GLibPtr<GOptionContext> context(g_option_context_new(nullptr));
   GOptionGroup* group = g_option_group_new("velmor", "", "", &request, nullptr);  // the context's own
   g_option_group_add_entries(group, entries.data());
@@ -101,15 +127,60 @@ std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, 
   return {all + 1, all + g_strv_length(all)};
 }
 
-/// Takes what a replay or a check is about.
-void takeSubject(std::vector<std::string>& rest, LaunchRequest& request) {
-  const std::size_t words = request.model ? 3 : 2;
-  if (request.model && (rest.size() < words || rest[1] != "check" || rest[2].empty())) {
+void takeAssignment(const std::string& word, ParameterGroup& group) {
+  const std::size_t end = word.find('=');
+  if (!group.emplace(word.substr(0, end), word.substr(end + 1)).second) {
+    throw UsageError("--set " + word + ": the key was given twice in a group");
+  }
+}
+
+bool isAssignment(const std::string& word) {
+  const std::size_t end = word.find('=');
+  return end != std::string::npos && isParameterName(word.substr(0, end));
+}
+
+/// Takes the groups out of the words, "--set KEY=VALUE ...", however many each has; what remains is for others.
+std::vector<std::string> takeGroups(const std::vector<std::string>& words, LaunchRequest& request) {
+  constexpr std::string_view kJoined = "--set=";
+  std::vector<std::string> rest;
+  for (auto word = words.begin(); word != words.end();) {
+    const bool is_joined = word->starts_with(kJoined);
+    if (!is_joined && *word != "--set") {
+      rest.push_back(*word++);
+      continue;
+    }
+    ParameterGroup& group = request.sets.emplace_back();
+    const std::string first = is_joined ? word->substr(kJoined.size()) : "";
+    if (isAssignment(first)) takeAssignment(first, group);
+    for (++word; (!is_joined || !group.empty()) && word != words.end() && isAssignment(*word); ++word) {
+      takeAssignment(*word, group);
+    }
+    if (group.empty()) throw UsageError("--set needs KEY=VALUE; see --help");
+  }
+  return rest;
+}
+
+Mode modeOf(const std::string& command) {
+  if (command == "model") return kModelCheck;
+  if (command == "explain") return kExplain;
+  return command == "replay" ? kReplay : kLive;
+}
+
+/// Takes what a replay, a check or an explanation is about.
+void takeSubject(std::vector<std::string>& rest, Mode mode, LaunchRequest& request) {
+  const std::size_t words = mode == kModelCheck ? 3 : 2;
+  const bool is_there = rest.size() >= words && !rest[words - 1].empty();
+  if (mode == kModelCheck && (!is_there || rest[1] != "check")) {
     throw UsageError("model needs check and a network's file: model check FILE.onnx; see --help");
   }
-  if (rest.size() < words || rest[1].empty()) throw UsageError("replay needs demo or a file; see --help");
-  if (request.model) {
+  if (!is_there) {
+    throw UsageError(mode == kExplain ? "explain needs a trace's file; see --help"
+                                      : "replay needs demo or a file; see --help");
+  }
+  if (mode == kModelCheck) {
     request.model = rest[2];
+  } else if (mode == kExplain) {
+    request.explained = rest[1];
   } else if (rest[1] != "demo") {
     request.source = rest[1];
   }
@@ -120,12 +191,12 @@ void takeSubject(std::vector<std::string>& rest, LaunchRequest& request) {
 
 LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   LaunchRequest request;
-  const std::string command = arguments.empty() ? "" : arguments[0];
-  if (command == "model") request.model = "";
-  request.replay = command == "replay" || request.model;
-  std::vector<std::string> rest = takeOptions(arguments, request);
-  if (request.model && request.help) return request;
-  if (request.replay) takeSubject(rest, request);
+  const Mode mode = modeOf(arguments.empty() ? "" : arguments[0]);
+  if (mode == kModelCheck) request.model = "";
+  request.replay = mode == kReplay || mode == kModelCheck;
+  std::vector<std::string> rest = takeOptions(takeGroups(arguments, request), mode, request);
+  if (request.help && mode != kReplay) return request;
+  if (mode != kLive) takeSubject(rest, mode, request);
   if (!rest.empty()) throw UsageError("\"" + rest[0] + "\" is not understood here; see --help");
   checkCombination(request);
   return request;
@@ -137,6 +208,9 @@ const char* usage() {
                             (*.json) names; a camera that does not answer is tried again until it does
 ./run --reset floor         puts the stored floor calibration back to the source's or the package's
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
+./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
+                            networks
+./run explain TRACE         says why each alarm came, and why none did
 ./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --loop                    a video begins again at its end, instead of ending the run
@@ -146,6 +220,11 @@ const char* usage() {
                             comes from VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
   --json                    replay: one JSON object a line on standard output, nothing else
   --truth FILE              replay: the true people of a rendered recording instead of what the networks see
+  --set KEY=VALUE ...       replay: these parameters count instead; on a trace several groups, each with a --set of its
+                            own, are compared: the alarms that each gains and loses
+  --trace OUT.jsonl         replay: writes down what is decided and why (docs/trace.md); it holds no pictures
+  --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
+  --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made
 The page is plain http: the password is never sent, but whoever listens on the network sees the pictures.

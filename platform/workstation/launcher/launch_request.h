@@ -1,6 +1,7 @@
 // What somebody asked for on the command line of velmor_run.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -13,11 +14,15 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// What somebody sets for one run, by parameter name.
+using ParameterGroup = std::map<std::string, std::string>;
+
 struct LaunchRequest {
   bool help = false;
   bool replay = false;                       ///< as fast as the machine can, on the recording's clock
   bool json = false;                         ///< replay only: one JSON object a line on standard output
-  std::optional<std::string> source;         ///< a video, a URI or a camera's description (*.json); none: the demo
+  std::optional<std::string> source;         ///< a video, a URI, a camera's description (*.json) or, for
+                                             ///< a replay, a trace; none: the demo
   bool loop = false;                         ///< live only: a file begins again at its end
   std::optional<std::string> settings;       ///< JSON file of what the installer has set
   std::optional<std::string> truth;          ///< replay only: the true people instead of the networks'
@@ -26,7 +31,12 @@ struct LaunchRequest {
   std::optional<std::string> user;           ///< who may see the page; none: whoever reaches it
   std::optional<std::string> password_file;  ///< the user's password is its first line
   std::optional<std::string> model;          ///< a network that is tried instead of a run, as a replay of the demo
-  std::optional<std::string> reset;          ///< "floor": stored settings that are put back, instead of a run
+  std::optional<std::string> trace;      ///< a replay's file, or a live run's directory, for what is decided and why
+  std::vector<ParameterGroup> sets;      ///< replay only: over all other settings; several are compared
+  std::optional<std::string> explained;  ///< a trace that is explained, instead of a run
+  std::optional<std::string> at;         ///< of it: a time
+  std::optional<std::string> event;      ///< of it: an event's number
+  std::optional<std::string> reset;      ///< "floor": stored settings that are put back, instead of a run
 };
 
 /// The command line without the program's name. Throws UsageError.

@@ -10,6 +10,7 @@
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/launch_request.h"
 #include "platform/workstation/launcher/launch_web.h"
+#include "platform/workstation/launcher/settings_comparison.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/recording_writer.h"
 #include "tests/platform/state_folder.h"
@@ -37,15 +38,48 @@ TEST(CommandLine, NamesSourceAndMode) {
   EXPECT_TRUE(model.replay && model.model == "replay" && !model.source) << "on the demo, and nothing stays";
   EXPECT_TRUE(parseCommandLine(words("model --help")).help);
   EXPECT_EQ(parseCommandLine(words("--source a --reset floor --settings s")).reset, "floor");
+  const LaunchRequest sets = parseCommandLine(words("replay --set A=1 B= t.jsonl --json --set=A=x=y"));
+  EXPECT_EQ(*sets.source, "t.jsonl");
+  EXPECT_EQ(sets.sets, (std::vector<ParameterGroup>{{{"A", "1"}, {"B", ""}}, {{"A", "x=y"}}}));
+  const LaunchRequest explain = parseCommandLine(words("explain t.jsonl --event 7 --at 41.5"));
+  EXPECT_EQ(*explain.explained + *explain.event + *explain.at, "t.jsonl741.5");
+  EXPECT_FALSE(explain.replay);
+  EXPECT_EQ(parseCommandLine(words("--trace dir")).trace, "dir");
   EXPECT_FALSE(parseCommandLine(words("replay demo")).source) << "none is the demo";
   EXPECT_EQ(parseCommandLine({"--state", "\xC3\xA4/\xFF"}).state, "\xC3\xA4/\xFF") << "bytes, whatever the language";
 }
 
 TEST(CommandLine, RefusesWhatItCannotObey) {
-  for (const char* line :
-       {"replay", "--json", "--truth t", "--source", "--source a --source b", "demo", "replay a --source b",
-        "replay a --listen 127.0.0.1:0", "replay a --user x", "replay a --reset floor", "replay a --loop",
-        "--password-file p", "--reset beds", "--settings s", "--loop"}) {
+  for (const char* line : {"replay",
+                           "--json",
+                           "--truth t",
+                           "--source",
+                           "--source a --source b",
+                           "demo",
+                           "replay a --source b",
+                           "replay a --listen 127.0.0.1:0",
+                           "replay a --user x",
+                           "replay a --reset floor",
+                           "replay a --loop",
+                           "--password-file p",
+                           "--reset beds",
+                           "--settings s",
+                           "--loop",
+                           "--set A=1",
+                           "replay a --set",
+                           "replay a --set A",
+                           "replay a --set A=1 A=2",
+                           "replay a --set A=1 --state b",
+                           "replay a --set A=1 --set A=2 --trace t",
+                           "explain",
+                           "explain a b",
+                           "explain a --event x",
+                           "explain a --event -1",
+                           "explain a --json",
+                           "--at 3",
+                           "replay a --event 1",
+                           "model check a --trace b",
+                           "model check a --set A=1"}) {
     EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
   }
   for (const char* line : {"model", "model check", "model a b", "model check a b", "model check a --state b"}) {
@@ -231,6 +265,149 @@ TEST_F(Launch, RefusesSourcesInOneLine) {
     EXPECT_EQ(refusal().find('\n'), std::string::npos);
   }
   EXPECT_TRUE(std::filesystem::is_empty(m_tree / "state"));
+}
+
+/// A trace needs neither its video nor a network.
+class Retrace : public Launch {
+ protected:
+  Retrace() {
+    std::filesystem::remove_all(m_tree / "models");
+    std::filesystem::create_directories(m_tree / "models");
+    m_tree.write("package/manifest.json", R"({"parameters": [
+        {"name": "Sensitivity", "default": "0.38", "type": "float", "min": 0, "max": 1},
+        {"name": "MaxDisappeared", "default": "8", "type": "int", "min": 0, "max": 1000},
+        {"name": "LarodChipType", "default": "2", "type": "int", "min": 0, "max": 255},
+        {"name": "Detection1Active", "default": "false", "type": "bool"}]})");
+    m_tree.write("t.jsonl", kHeader + "\n" +
+                                R"({"kind": "later"})"
+                                "\n" +
+                                kSettings +
+                                R"({"kind": "cycle"})"
+                                "\n");
+    ask("");
+  }
+  void ask(const std::string& more) { m_request = parseCommandLine(words("replay " + path() + " " + more)); }
+  std::string path() const { return (m_tree / "t.jsonl").string(); }
+
+  const std::string kHeader =
+      R"({"kind": "trace", "rotation": 90, "version": 1, "product_name": "P", "focal_length_um": 2800})";
+  const std::string kSettings = R"({"kind": "settings", "parameters": {"Sensitivity": "0.2", "MaxDisappeared": "5"}})"
+                                "\n";
+};
+
+TEST_F(Retrace, TakesTheCameraFromTheTraceAndTheSetOverIt) {
+  ask("--set Sensitivity=0.5 --trace " + (m_tree / "new.jsonl").string());
+  const LaunchPlan plan = prepare();
+  EXPECT_EQ(plan.program, "velmor_retrace");
+  for (const auto& [name, value] : {std::pair<const char*, std::string>{"VELMOR_RETRACE", path()},
+                                    {"VELMOR_SET", R"({"Sensitivity":"0.5"})"},
+                                    {"VELMOR_TRACE", m_tree / "new.jsonl"},
+                                    {"VELMOR_CLOCK", "replay"},
+                                    {"VELMOR_OUTPUT", "replay"}}) {
+    EXPECT_EQ(plan.environment.at(name), value);
+  }
+  const CameraDescription camera = loadCameraDescription(plan.environment.at("VELMOR_CAMERA"));
+  EXPECT_EQ(camera.rotation, 90U);
+  EXPECT_EQ(camera.focal_length_um, 2800U);
+  EXPECT_EQ(camera.product_name, "P");
+  EXPECT_EQ(camera.parameters, (ParameterGroup{{"Sensitivity", "0.5"}, {"MaxDisappeared", "5"}}));
+}
+
+TEST_F(Retrace, RefusesWhatItCannotSetOrWriteInOneLine) {
+  const std::string folder = m_tree.path().string();
+  for (const auto& [more, why] :
+       {std::pair<std::string, std::string>{"--set Sensitivity=1.5",
+                                            "--set Sensitivity=1.5: must be a number from 0 to 1"},
+        {"--set MaxDisappeared=1.5", "--set MaxDisappeared=1.5: must be a whole number from 0 to 1000"},
+        {"--set Detection1Active=1", "--set Detection1Active=1: must be \"true\" or \"false\""},
+        {"--set Sensitivty=1", "--set Sensitivty=1: is not a parameter; "},
+        {"--set LarodChipType=2", "LarodChipType needs the picture again: replay the video instead"},
+        {"--settings s", "--settings is for a video"},
+        {"--state s", "--state is for a video"},
+        {"--trace " + path(), path() + ": is what the run reads; the trace needs a file of its own"},
+        {"--trace " + folder, folder + ": is a directory; "},
+        {"--trace " + folder + "/none/t", folder + "/none: there is no such folder"}}) {
+    ask(more);
+    EXPECT_EQ(refusal().rfind(why, 0), 0U) << refusal();
+    EXPECT_EQ(refusal().find('\n'), std::string::npos);
+  }
+}
+
+TEST_F(Retrace, RefusesADamagedOpeningWithFileAndLine) {
+  const auto header = [this](const std::string& from, const std::string& to) {
+    return std::string(kHeader).replace(kHeader.find(from), from.size(), to) + "\n";
+  };
+  for (const auto& [text, why] :
+       {std::pair<std::string, std::string>{header("version\": 1", "version\": 2"),
+                                            " line 1: is of version 2; allowed is 1"},
+        {R"({"t": 0.5, "people": []})"
+         "\n",
+         " line 1: is not the header of a trace; "},
+        {header("90", "45"), " line 1: rotation: cannot be 45; allowed are 0, 90, 180 and 270"},
+        {header("product_name", "product"), " line 1: \"product_name\" is missing"},
+        {kHeader, " line 1: is cut off; "},
+        {kHeader + "\n", " line 2: is missing; "},
+        {kHeader + "\nx\n", " line 2: is not a line of a trace; "},
+        {kHeader + "\n" +
+             R"({"kind": "cycle"})"
+             "\n" +
+             kSettings,
+         " line 2: comes before the settings; "},
+        {kHeader + "\n" + kSettings.substr(0, 60), " line 2: is cut off; "},
+        {kHeader + "\n" +
+             R"({"kind": "settings", "parameters": {"Sensitivity": 1}})"
+             "\n",
+         " line 2: parameters.\"Sensitivity\": cannot be 1; "},
+        {kHeader + "\n" +
+             R"({"kind": "settings", "parameters": {"Other": "1"}})"
+             "\n",
+         " line 2: parameters: \"Other\" is not a parameter"}}) {
+    m_tree.write("t.jsonl", text);
+    EXPECT_EQ(refusal().rfind(path() + why, 0), 0U) << refusal();
+    EXPECT_EQ(refusal().find('\n'), std::string::npos) << refusal();
+  }
+}
+
+TEST_F(Launch, ASetCountsOverAVideosSettingsAndALiveTraceIsADirectory) {
+  m_request = parseCommandLine(words("replay demo --set Sensitivity=0.7"));
+  EXPECT_EQ(loadCameraDescription(prepare().environment.at("VELMOR_CAMERA")).parameters.at("Sensitivity"), "0.7");
+  const std::string state = " --state " + (m_tree / "state").string();
+  m_request = parseCommandLine(words("--trace " + (m_tree / "new").string() + state));
+  const auto environment = prepare().environment;
+  EXPECT_EQ(environment.at("VELMOR_TRACE_DIR"), m_tree / "new");
+  EXPECT_FALSE(environment.contains("VELMOR_TRACE"));
+  m_request = parseCommandLine(words("--trace " + demo() + state));
+  EXPECT_NE(refusal().find("is no directory"), std::string::npos) << refusal();
+}
+
+TEST(SettingsComparison, TellsAlarmsThatAreGainedLostAndShifted) {
+  const std::string recorded = R"({"t": 22.0, "event": "Bed", "active": true}
+{"t": 41.5, "event": "Fall", "active": true}
+{"t": 62.5, "event": "Fall", "active": false}
+{"t": 70.0, "event": "Fall", "active": true}
+)";
+  const std::vector<SettingsOutcome> outcomes = {
+      {{}, alarmsIn(recorded)},
+      {{{"A", "1"}, {"B", "2"}}, {{"Bed", 27.0}, {"Fall", 36.0}, {"Fall", 71.0}, {"Fall", 80.0}}},
+      {{{"A", "3"}}, {{"Fall", 41.5}, {"Fall", 70.0}}}};
+  EXPECT_EQ(comparisonOf(outcomes, Table::kRecording), R"(alarms       Bed  Fall
+as recorded    1     2
+A=1 B=2        1     3
+  shifted  22.0 s  Bed, now 27.0 s
+  gained   36.0 s  Fall
+  lost     41.5 s  Fall
+  shifted  70.0 s  Fall, now 71.0 s
+  gained   80.0 s  Fall
+A=3            0     2
+  lost     22.0 s  Bed
+)");
+  EXPECT_EQ(comparisonOf({outcomes[0], outcomes[2]}, Table::kJson),
+            R"({"set":{},"alarms":{"Bed":1,"Fall":2},"gained":[],"lost":[],"shifted":[]}
+{"set":{"A":"3"},"alarms":{"Bed":0,"Fall":2},"gained":[],"lost":[{"t":22.0,"event":"Bed"}],"shifted":[]}
+)");
+  EXPECT_EQ(comparisonOf({{{}, {}}}, Table::kRecording), "alarms       none\nas recorded\n");
+  const std::string live = comparisonOf({{{}, {}}, {{{"A", "1"}}, {{"Fall", 1772366431.5}}}}, Table::kLive);
+  EXPECT_NE(live.find("  gained   2026-03-0"), std::string::npos) << live;
 }
 
 TEST_F(Launch, AwaitsWhatIsNoFileAndRepeatsFilesOnly) {

@@ -1,0 +1,19 @@
+// What a parameter of the package may be.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "platform/workstation/launcher/launch_request.h"
+#include "platform/workstation/parameters/stored_parameters.h"
+
+namespace workstation {
+
+/// Throws std::runtime_error with a line for each parameter that the package does not have or that has the wrong kind
+/// of value. `place` says where they stand.
+void checkParameters(const ParameterGroup& parameters, const Parameters& defaults, const std::string& place);
+
+/// The same for what somebody sets on the command line, which must also lie within the manifest's limits.
+void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest);
+
+}  // namespace workstation
