@@ -19,7 +19,7 @@ rooms=(
   "platform/workstation/events|platform/support platform/clock platform/workstation/system platform/workstation/trace|nlohmann axevent.h"
   "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
   "platform/workstation/web|platform/support platform/clock platform/workstation/system platform/workstation/camera platform/workstation/events platform/workstation/views|nlohmann libsoup"
-  "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
+  "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
   "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
   "pose|app/[a-z]*_params.h app/observer.h app/process_state.h video|larod.h"

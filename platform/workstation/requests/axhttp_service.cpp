@@ -29,9 +29,11 @@
 #include "platform/support/package_path.h"
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/trace/live_explanation.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
 #include "platform/workstation/web/view_streams.h"
+#include "platform/workstation/web/why_service.h"
 
 using workstation::HttpQuery;
 using workstation::HttpServer;
@@ -288,6 +290,7 @@ struct _AXHttpHandler {
         waiting(server.context()),
         feed(server),
         streams(server) {
+    workstation::addWhy(server, workstation::liveExplanation);
     server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
   }
   ~_AXHttpHandler() { server.stop(); }

@@ -67,6 +67,7 @@ test("an installer with no manual follows the guide on an empty camera and sees 
     const card = page.getByRole("article").filter({ has: page.getByRole("heading", { name }) });
     await card.getByText(ACTIVE).waitFor({ timeout: 150000 });
     await says(card, /Since .*, for\s+\d+ second/);
+    await says(card, /^Because .*\w.*\.$/);
   }
   await says(guide, /Seen: /);
   await says(page.getByRole("banner"), "Fall detected, patient out of bed");
@@ -74,7 +75,8 @@ test("an installer with no manual follows the guide on an empty camera and sees 
   await guide.waitFor({ state: "detached" });
   const list = page.getByRole("region", { name: "Events as a list" });
   await page.getByText(/^As a list/).click();
-  for (const name of EVENTS) await list.getByRole("row", { name: new RegExp(`^${name}.*still active`) }).waitFor();
+  for (const name of EVENTS)
+    await list.getByRole("row", { name: new RegExp(`^${name}.*still active.*Because`) }).waitFor();
 
   await page.reload();
   await page.getByText(/^As a list/).click();
