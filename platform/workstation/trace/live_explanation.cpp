@@ -62,7 +62,7 @@ class LiveStory {
     ordered_json beds = ordered_json::array();
     ordered_json time;
     const TraceMoment& moment = m_story.moment();
-    if (moment.now != nullptr) {
+    if (moment.now != nullptr && !moment.now->failed) {
       const Scene scene = moment.scene();
       time = utcText(TimeStamp(std::chrono::nanoseconds(scene.now.ns)));
       for (const TracePerson& one : scene.now.people) {

@@ -1,11 +1,12 @@
 // Why, now: the sentence of each person, bed and event of what is being watched.
 //
-// {"time": "2026-03-01T12:00:31.500Z" or null before the first cycle, "cycle": 83,
+// {"time": "2026-03-01T12:00:31.500Z" or null, "cycle": 83,
 //  "people": [{"id": 3, "text": "Person 3 stands."}],
 //  "beds": [{"area": 1, "text": "Bed 1 counts as occupied by person 3, ..."}],
 //  "events": [{"seq": 7, "run": "9f2c41d07b3e5a18", "name": "Fall Detected", "active": true,
 //              "because": "person 3 has lain still on the floor for 6 findings; ..."}]}
 //
+// Before the first cycle, and after one that failed, nothing is known of now: no time, no people, no beds.
 // The events are the last 200 changes of this run, oldest first.
 #pragma once
 

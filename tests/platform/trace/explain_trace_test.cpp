@@ -392,6 +392,11 @@ TEST(LiveExplanation, TellsPeopleBedsAndWhyTheLastChangesCame) {
       json::parse(
           R"({"seq": 201, "run": "9f", "name": "Fall Detected", "active": true, "because": "person 3 has lain still on the floor for 6 findings; )" +
           kShoulders + R"("})"));
+  tell({{"kind", "cycle"}, {"number", 202}, {"ns", begin}, {"t", 1}, {"failed", true}});
+  ASSERT_TRUE(comes([] { return json::parse(workstation::liveExplanation())["cycle"] == 202; }));
+  const json failed = json::parse(workstation::liveExplanation());
+  EXPECT_TRUE(failed["time"].is_null() && failed["people"].empty() && failed["events"].size() == 200U)
+      << "nobody is not what was seen: " << failed;
 }
 
 }  // namespace
