@@ -56,7 +56,8 @@ std::map<std::string, json> entriesOf(const std::filesystem::path& manifest) {
   return entries;
 }
 
-void addLine(std::string& lines, const std::string& line) { lines.append(lines.empty() ? "" : "\n").append(line); }
+/// Begins a line that goes on where the mistake stands.
+std::string& beginLine(std::string& lines) { return lines.append(lines.empty() ? "" : "\n"); }
 
 }  // namespace
 
@@ -64,7 +65,8 @@ void checkParameters(const ParameterGroup& parameters, const Parameters& default
   std::string mistakes;
   for (const auto& [name, value] : parameters) {
     const std::string mistake = mistakeIn(name, value, defaults);
-    if (!mistake.empty()) addLine(mistakes, place + ": parameters: \"" + name + "\" " + mistake);
+    if (mistake.empty()) continue;
+    beginLine(mistakes).append(place).append(": parameters: \"").append(name).append("\" ").append(mistake);
   }
   if (!mistakes.empty()) throw std::runtime_error(mistakes);
 }
@@ -76,7 +78,8 @@ void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest
   for (const auto& [name, value] : group) {
     std::string mistake = mistakeIn(name, value, defaults);
     if (mistake.empty()) mistake = mistakeBy(entries.at(name), value);
-    if (!mistake.empty()) addLine(mistakes, "--set " + name + "=" + value + ": " + mistake);
+    if (mistake.empty()) continue;
+    beginLine(mistakes).append("--set ").append(name).append("=").append(value).append(": ").append(mistake);
   }
   if (!mistakes.empty()) throw std::runtime_error(mistakes);
 }

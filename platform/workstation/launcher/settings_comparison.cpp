@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -211,7 +212,9 @@ int compareSettings(const LaunchRequest& request, const std::filesystem::path& s
   if (status == 0) status = runAll(groups, replays.end(), cores);
   if (status != 0) return status;
   std::vector<SettingsOutcome> outcomes;
-  for (const Replay& replay : replays) outcomes.push_back({replay.set, alarmsIn(outputOf(replay))});
+  std::transform(replays.begin(), replays.end(), std::back_inserter(outcomes), [](const Replay& replay) {
+    return SettingsOutcome{replay.set, alarmsIn(outputOf(replay))};
+  });
   const Table table = request.json                               ? Table::kJson
                       : recordedCamera(*request.source).was_live ? Table::kLive
                                                                  : Table::kRecording;
