@@ -179,7 +179,7 @@ class Explainer {
     }
     if (reader.isCutOff()) {
       m_notes +=
-          file.string() + ": the last line is cut off, as by a run that was killed; what comes before it counts\n";
+          file.string() + ": the last line is cut off, as in a run that was killed; what comes before it counts\n";
     }
   }
 

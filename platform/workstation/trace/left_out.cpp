@@ -118,16 +118,6 @@ std::string scoreText(const TraceRule& why) {
   return both(why, "score ", " under ", "");
 }
 
-std::string turnedText(const TraceRule& why) {
-  const double turn = why.value.value_or(0);
-  const char* posture = turn == 0     ? "upright"
-                        : turn == 180 ? "upside down"
-                        : turn == 90  ? "lying with the head to the left"
-                                      : "lying with the head to the right";
-  return std::string("the body would be ") + posture + ", which the run at " + whole(why.limit.value_or(0)) +
-         " degrees is not trusted to see";
-}
-
 /// With the numbers that decided.
 std::string whyText(const TraceRule& why) {
   constexpr double kPercent = 100;
@@ -135,7 +125,7 @@ std::string whyText(const TraceRule& why) {
   if (why.rule == "no place") return "neither top nor feet of a body were found";
   if (why.rule == "too small") return both(why, "the body takes ", " % of the picture, less than ", " %", kPercent, 1);
   if (why.rule == "too large") return both(why, "the body takes ", " % of the picture, more than ", " %", kPercent, 0);
-  if (why.rule == "turned") return turnedText(why);
+  if (why.rule == "turned") return "the body is head down in the picture that this run saw";
   if (why.rule == "upside down at the top") {
     return both(why, "the feet of a body upside down lie ", " px below the picture's top, less than ", " px", 1, 0);
   }
@@ -158,7 +148,7 @@ std::string bedsAround(const TracePose& pose, const Scene& scene) {
 
 /// "skeleton 7 at (612, 340), inside bed 1"
 std::string skeletonText(int n, const Scene& scene) {
-  std::string text = "skeleton " + std::to_string(n);
+  std::string text = n < 0 ? "a skeleton" : "skeleton " + std::to_string(n);
   const Body body = bodyOf(n, scene.now);
   if (body.pose == nullptr) return text;
   if (const auto place = placeOf(body.pose->points)) text += " at (" + whole(place->x) + ", " + whole(place->y) + ")";
@@ -169,9 +159,9 @@ std::string skeletonText(int n, const Scene& scene) {
 
 std::string whoIs(int n, const Scene& scene) {
   for (const TracePerson& person : scene.now.people) {
-    if (person.n == n) return "person " + std::to_string(person.id);
+    if (n >= 0 && person.n == n) return "person " + std::to_string(person.id);
   }
-  return "skeleton " + std::to_string(n);
+  return n < 0 ? "another" : "skeleton " + std::to_string(n);
 }
 
 std::string coveredText(const TraceCovered& one, const Scene& scene) {

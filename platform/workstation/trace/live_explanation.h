@@ -14,7 +14,7 @@
 
 namespace workstation {
 
-/// Takes whole lines of a trace and returns at once; what does not fit is left out. From one thread.
+/// Takes whole lines of a trace and returns at once; what does not fit is left out. From any thread.
 void tellLiveExplanation(const std::string& lines);
 
 /// The document above, as of the last line that was understood. From any thread; never waits for one.

@@ -14,6 +14,7 @@ namespace {
 using nlohmann::json;
 
 constexpr int kVersion = 1;
+constexpr int kUnknownBody = -1;
 constexpr int kDeepest = 16;                   // a trace's objects and lists lie 6 deep
 constexpr std::size_t kLongestList = 65536;    // entries: with a long patience each missing person is one
 constexpr std::size_t kMostBodies = 1024;      // of a cycle; four runs find twenty each
@@ -83,6 +84,12 @@ class Fields {
   [[nodiscard]] std::optional<int> count(const char* key) const {
     const auto value = whole(key);
     return value ? std::optional(static_cast<int>(*value)) : std::nullopt;
+  }
+
+  /// A body's number in its cycle: kUnknownBody where the program could not tell which it was.
+  [[nodiscard]] std::optional<int> body(const char* key) const {
+    const json* value = find(key);
+    return value != nullptr && *value == kUnknownBody ? std::optional(kUnknownBody) : count(key);
   }
 
   [[nodiscard]] std::optional<std::string> text(const char* key, std::size_t longest = kLongestText) const {
@@ -222,17 +229,17 @@ TraceFusion readFusion(const Fields& from) {
   if (from.has("made")) {
     step.made = readPose(from, "made");
   } else {
-    step.dropped = needCount(from, "dropped");
+    step.dropped = from.need(from.body("dropped"), "dropped");
   }
   return step;
 }
 
 TraceCovered readCovered(const Fields& from) {
-  return {needCount(from, "n"), needCount(from, "by"), from.number("share"), from.number("limit")};
+  return {from.need(from.body("n"), "n"), from.need(from.body("by"), "by"), from.number("share"), from.number("limit")};
 }
 
 TraceTrack readTrack(const Fields& from) {
-  return {needCount(from, "id"), from.count("n"), from.number("distance"), from.count("missing").value_or(0)};
+  return {needCount(from, "id"), from.body("n"), from.number("distance"), from.count("missing").value_or(0)};
 }
 
 TraceAreaDistance readArea(const Fields& from) {
@@ -257,7 +264,7 @@ void readJudgement(const Fields& from, TracePerson& person) {
 TracePerson readPerson(const Fields& from) {
   TracePerson person;
   person.id = needCount(from, "id");
-  person.n = from.count("n");
+  person.n = from.body("n");
   const std::vector<double> place = from.numbers("place", 2);
   person.place = {place[0], place[1]};
   person.footing = from.need(from.text("footing"), "footing");
@@ -304,7 +311,7 @@ void readBodies(const Fields& line, TraceCycle& cycle) {
   cycle.runs = line.each(
       "runs", [](const Fields& one) { return readRun(one, kMostPoses); }, kMostRuns);
   cycle.fusion = line.each("fusion", readFusion, kMostBodies);
-  const auto left_out = [](const Fields& one) { return TraceLeftOut{needCount(one, "n"), readRule(one)}; };
+  const auto left_out = [](const Fields& one) { return TraceLeftOut{one.need(one.body("n"), "n"), readRule(one)}; };
   cycle.filtered = line.each("filtered", left_out, kMostBodies);
   cycle.suppressed = line.each("suppressed", readCovered, kMostBodies);
 }

@@ -273,8 +273,8 @@ TEST_F(ExplainTrace, WhoWasLeftOutIsToldWithTheRuleAndItsNumbers) {
             "  There was no picture to confirm people in: all count as confirmed.\n"
             "  Skeleton 0 at (900, 50), seen by the run at 0 degrees: the body takes 0.66 % of the picture, less than "
             "0.70 %.\n"
-            "  Skeleton 1 at (900, 50), seen by the run at 0 degrees: the body would be upside down, which the run at "
-            "0 degrees is not trusted to see.\n"
+            "  Skeleton 1 at (900, 50), seen by the run at 0 degrees: the body is head down in the "
+            "picture that this run saw.\n"
             "  Skeleton 2 at (200, 150), inside bed 1, seen by the run at 180 degrees: not confirmed: the detector saw "
             "no person there.\n"
             "  Skeleton 10 at (960, 60), seen by the run at 90 degrees: taken for the same person as skeleton 9.\n"
@@ -324,7 +324,7 @@ TEST_F(ExplainTrace, WhatIsWrongWithATraceIsOneLine) {
   EXPECT_EQ(explain({(m_folder / "a.jsonl").string(), {}, {}}),
             "a.jsonl: a recording, 1 cycle from 0.5 s to 0.5 s, by velmor_care.\nNo event began or ended; --at TIME "
             "tells why.\n"
-            "a.jsonl: the last line is cut off, as by a run that was killed; what comes before it counts\n");
+            "a.jsonl: the last line is cut off, as in a run that was killed; what comes before it counts\n");
   m_folder.write("a.jsonl", begin + cycle(1).dump());
   EXPECT_EQ(explain({(m_folder / "a.jsonl").string(), {}, {}}).find("cut off"), std::string::npos);
 }
