@@ -153,7 +153,7 @@ class Explainer {
 
   std::string explain() {
     for (const auto& file : filesOf(m_request.trace)) read(file);
-    for (TraceChange& change : m_story.rest()) note(std::move(change));
+    for (const TraceChange& change : m_story.rest()) note(change);
     if (m_cycles == 0)
       throw std::runtime_error(m_request.trace +
                                ": holds no cycle; allowed is a trace of a run that has seen pictures");
@@ -173,9 +173,9 @@ class Explainer {
     while (auto line = reader.next()) {
       const bool is_cycle = std::holds_alternative<TraceCycle>(*line);
       if (const auto* settings = std::get_if<TraceSettings>(&*line)) compareSettings(*settings);
-      std::vector<TraceChange> changes = m_story.take(*std::move(line));
+      const std::vector<TraceChange> changes = m_story.take(*std::move(line));
       if (is_cycle) takeCycle(m_story.moment());
-      for (TraceChange& change : changes) note(std::move(change));
+      for (const TraceChange& change : changes) note(change);
     }
     if (reader.isCutOff()) {
       m_notes +=
@@ -209,7 +209,7 @@ class Explainer {
     }
   }
 
-  void note(TraceChange change) {
+  void note(const TraceChange& change) {
     ++m_changes;
     const std::uint64_t number = change.seq.value_or(m_last_number + 1);
     m_first_number = m_changes == 1 ? number : m_first_number;
@@ -294,7 +294,7 @@ class Explainer {
       m_out += "  Person " + std::to_string(id) + " has been missing for too long and is forgotten.\n";
     const std::vector<std::string> left_out = leftOutTexts(scene);
     if (!left_out.empty()) m_out += "Left out:\n";
-    for (const std::string& text : left_out) m_out += "  " + asSentence(text) + "\n";
+    for (const std::string& text : left_out) m_out.append("  ").append(asSentence(text)).append("\n");
   }
 
   void compareSettings(const TraceSettings& settings) {
@@ -304,7 +304,9 @@ class Explainer {
     for (const auto& [name, value] : settings.parameters) {
       const auto old = before.find(name);
       if (old == before.end()) continue;
-      if (old->second != value) changed.push_back(name + " from " + old->second + " to " + value);
+      if (old->second == value) continue;
+      changed.push_back(name);
+      changed.back().append(" from ").append(old->second).append(" to ").append(value);
     }
     if (changed.empty()) return;
     m_lines.push_back("     after " + timeText(m_last_ns, isReplay()) +
@@ -326,7 +328,7 @@ class Explainer {
       m_out += asSentence(amountOf(static_cast<std::int64_t>(m_story.gaps()), "cycle") +
                           " are missing: they were never written") +
                "\n";
-    for (const std::string& line : m_lines) m_out += line + "\n";
+    for (const std::string& line : m_lines) m_out.append(line).append("\n");
     if (m_changes == 0) m_out += "No event began or ended; --at TIME tells why.\n";
   }
 

@@ -168,7 +168,7 @@ using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, Trace
 inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;
 
 /// Throws std::runtime_error: what is wrong and what is allowed, in one line without the place.
-TraceLine parseTraceLine(std::string_view line);
+TraceLine parseTraceLine(std::string_view text);
 
 /// One file from its beginning to its end, in memory that does not grow with it.
 class TraceReader {
