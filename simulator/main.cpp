@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/scenario.h"
+#include "simulator/stories/scenario.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Scripts, and the demo that is made of one.
-#include "simulator/scenario.h"
+#include "simulator/stories/scenario.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

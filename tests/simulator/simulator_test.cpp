@@ -6,7 +6,7 @@
 #include <glm/gtc/constants.hpp>
 #include <utility>
 
-#include "simulator/scene.h"
+#include "simulator/drawing/scene.h"
 
 namespace simulator {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulator/renderer.h"
+#include "simulator/drawing/renderer.h"
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "simulator/scenario.h"
+#include "simulator/stories/scenario.h"
 
 namespace simulator {
 namespace {

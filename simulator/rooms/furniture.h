@@ -2,7 +2,7 @@
 // The origin is the middle of the back's lower edge.
 #pragma once
 
-#include "simulator/mesh.h"
+#include "simulator/figures/mesh.h"
 
 namespace simulator {
 

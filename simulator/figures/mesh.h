@@ -4,7 +4,7 @@
 #include <array>
 #include <vector>
 
-#include "simulator/body.h"
+#include "simulator/figures/body.h"
 
 namespace simulator {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "simulator/mesh.h"
+#include "simulator/figures/mesh.h"
 
 namespace simulator {
 

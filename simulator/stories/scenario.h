@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/scene.h"
+#include "simulator/drawing/scene.h"
 
 namespace simulator {
 

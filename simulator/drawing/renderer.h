@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "simulator/room.h"
+#include "simulator/rooms/room.h"
 
 namespace simulator {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/scenario.h"
+#include "simulator/stories/scenario.h"
 
 namespace simulator {
 namespace {

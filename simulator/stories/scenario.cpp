@@ -1,4 +1,4 @@
-#include "simulator/scenario.h"
+#include "simulator/stories/scenario.h"
 
 #include <algorithm>
 #include <cmath>

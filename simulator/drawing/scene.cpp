@@ -1,4 +1,4 @@
-#include "simulator/scene.h"
+#include "simulator/drawing/scene.h"
 
 #include <cmath>
 

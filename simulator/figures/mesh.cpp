@@ -1,4 +1,4 @@
-#include "simulator/mesh.h"
+#include "simulator/figures/mesh.h"
 
 #include <algorithm>
 #include <cmath>

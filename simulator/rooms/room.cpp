@@ -1,11 +1,11 @@
-#include "simulator/room.h"
+#include "simulator/rooms/room.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <glm/gtc/constants.hpp>
 
-#include "simulator/furniture.h"
+#include "simulator/rooms/furniture.h"
 
 namespace simulator {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulator/furniture.h"
+#include "simulator/rooms/furniture.h"
 
 #include <cmath>
 

@@ -1,4 +1,4 @@
-#include "simulator/body.h"
+#include "simulator/figures/body.h"
 
 #include <algorithm>
 #include <cmath>

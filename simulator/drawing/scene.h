@@ -4,7 +4,7 @@
 #include <array>
 #include <vector>
 
-#include "simulator/renderer.h"
+#include "simulator/drawing/renderer.h"
 
 namespace simulator {
 
