@@ -1,5 +1,5 @@
 #!/bin/bash
-# Renders the demo again from demo.json: demo.mp4, demo.truth.jsonl and demo.settings.json beside this script.
+# Renders the demo again from demo.json: the recording and what is true about it, beside this script.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/../.."
 source cmake/build.sh

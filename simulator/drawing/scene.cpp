@@ -41,13 +41,13 @@ std::vector<TrueKeypoints> Scene::draw(Renderer& renderer) const {
     addFigure(moving, figures.back());
     if (person.inBed && patient == nullptr) patient = &figures.back();
   }
-  addBedding(room.bed, patient, cover, moving);
+  addBedding(room.beds[0], patient, cover, moving);
   renderer.draw(camera, light, room, moving);
   std::vector<TrueKeypoints> truth(people.size());
   for (std::size_t i = 0; i < figures.size(); ++i) {
     for (std::size_t k = 0; k < kKeypoints; ++k) {
       truth[i][k] = look(renderer, *this, figures[i].keypoints[k], figures[i].keypointDepth[k]);
-      const bool covered = people[i].inBed && isUnderBlanket(room.bed, cover, figures[i].keypoints[k]);
+      const bool covered = people[i].inBed && isUnderBlanket(room.beds[0], cover, figures[i].keypoints[k]);
       if (covered && truth[i][k].visibility == Visibility::kVisible) truth[i][k].visibility = Visibility::kHidden;
     }
   }

@@ -14,7 +14,7 @@ constexpr float kBedFromWall = 0.12F;
 
 /// The bed, in a place that the room's number chooses.
 void placeBed(Room& room, unsigned number, Random& random) {
-  Bed& bed = room.bed;
+  Bed& bed = room.beds[0];
   bed.mattress = uniform(random, 0.48F, 0.65F);
   static constexpr std::array<glm::vec3, 3> kFrames = {
       {{0.5F, 0.36F, 0.22F}, {0.75F, 0.75F, 0.74F}, {0.35F, 0.26F, 0.2F}}};
@@ -61,7 +61,7 @@ void addWalls(Room& room, Random& random) {
 
 void addDoor(Room& room, Random& random) {
   const float y = uniform(random, 0.9F, 2.0F);
-  const bool right = room.bed.centre.x < room.width / 2;
+  const bool right = room.beds[0].centre.x < room.width / 2;
   const float x = right ? room.width : 0.0F;
   const float inwards = right ? -1.0F : 1.0F;
   addBox(room.mesh, {x + inwards * 0.02F, y, 0}, {0.04F, 0.95F, 2.05F}, 0,
@@ -85,7 +85,7 @@ void addWindow(Room& room, Random& random) {
 }
 
 void addBedFrame(Room& room) {
-  const Bed& bed = room.bed;
+  const Bed& bed = room.beds[0];
   const glm::vec3 floor(bed.centre, 0);
   const float turnBy = bed.heading;
   const glm::vec3 length(std::cos(turnBy), std::sin(turnBy), 0);
@@ -113,10 +113,11 @@ Box doorway(const Room& room) {
 
 /// Where people get up from the bed.
 Box wayOut(const Room& room) {
-  const float reach = 0.9F / room.bed.width;
-  const float side = room.freeSide();
-  const glm::vec3 foot = room.bed.at(-0.05F, side);
-  const glm::vec3 middle = room.bed.at(0.45F, side == 0 ? -reach : 1 + reach);
+  const Bed& bed = room.beds[0];
+  const float reach = 0.9F / bed.width;
+  const float side = room.freeSide(bed);
+  const glm::vec3 foot = bed.at(-0.05F, side);
+  const glm::vec3 middle = bed.at(0.45F, side == 0 ? -reach : 1 + reach);
   Box box{glm::min(foot, middle), glm::max(foot, middle)};
   box.low.z = 0;
   box.high.z = 2;
@@ -185,10 +186,10 @@ class Furnishing {
   /// With its back towards the head end, `along` the bed from foot (0) to head (1), and `before` that; on the side that
   /// people leave the bed by if it fits there.
   void besideBed(const Mesh& piece, float along, float before) {
-    const Bed& bed = m_room.bed;
+    const Bed& bed = m_room.beds[0];
     const glm::vec3 towardsHead(std::cos(bed.heading), std::sin(bed.heading), 0);
     const float away = (boundsOf(piece).high.x + kApart + 0.05F) / bed.width;
-    const float side = m_room.freeSide();
+    const float side = m_room.freeSide(bed);
     for (const float across : {side == 0 ? -away : 1 + away, side == 0 ? 1 + away : -away}) {
       const glm::vec3 place = bed.at(along, across) - towardsHead * before;
       if (put(piece, {place.x, place.y, 0}, bed.heading + glm::half_pi<float>())) return;
@@ -241,7 +242,7 @@ glm::vec3 Camera::project(const glm::vec3& world) const {
   return {cx + fx * p.x / z, cy + fy * p.y / z, p.z};
 }
 
-float Room::freeSide() const {
+float Room::freeSide(const Bed& bed) const {
   const glm::vec2 middle(width / 2, depth / 2);
   return glm::distance(glm::vec2(bed.at(0.5F, 0)), middle) < glm::distance(glm::vec2(bed.at(0.5F, 1)), middle) ? 0.0F
                                                                                                                : 1.0F;

@@ -47,14 +47,14 @@ struct Room {
   float width = 4.6F;
   float depth = 4.3F;
   float height = 2.7F;
-  Bed bed;
+  std::vector<Bed> beds{1};      ///< at least one
   glm::vec2 door{4.6F, 2.0F};    ///< where people come in
   Mesh mesh;                     ///< walls, floor and furniture, without the bedding
   std::size_t flatVertices = 0;  ///< the mesh's first vertices: walls and what is flat on them, without shadows
   std::vector<Box> furniture;    ///< the pieces that stand on the floor, without the bed
 
-  /// Side of the bed that people leave it by: the one nearer to the room's middle. 0 is the bed's right, 1 its left.
-  float freeSide() const;
+  /// Side that people leave that bed by: the one nearer to the room's middle. 0 is the bed's right, 1 its left.
+  float freeSide(const Bed& bed) const;
 };
 
 /// One of the fixed rooms.

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 
 #include "simulator/stories/scenario.h"
@@ -124,7 +125,7 @@ std::string settingsText(const Scenario& scenario) {
   // The bed's outline at mattress height, a tenth longer and wider.
   const std::array<glm::vec2, 4> corners = {{{1.05F, 1.05F}, {1.05F, -0.05F}, {-0.05F, -0.05F}, {-0.05F, 1.05F}}};
   for (std::size_t k = 0; k < corners.size(); ++k) {
-    const glm::vec3 seen = scene.camera.project(scene.room.bed.at(corners[k].x, corners[k].y));
+    const glm::vec3 seen = scene.camera.project(scene.room.beds[0].at(corners[k].x, corners[k].y));
     put("Detection1" + std::to_string(k) + "x", std::clamp(seen.x, 0.0F, static_cast<float>(scene.camera.width - 1)));
     put("Detection1" + std::to_string(k) + "y", std::clamp(seen.y, 0.0F, static_cast<float>(scene.camera.height - 1)));
   }
@@ -144,27 +145,28 @@ std::string settingsText(const Scenario& scenario) {
   return settings.dump(2) + "\n";
 }
 
-void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name) {
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, bool withVideo) {
   std::filesystem::create_directories(folder);
   std::ofstream truth(folder / (name + ".truth.jsonl"));
   std::ofstream settings(folder / (name + ".settings.json"));
-  if (!(settings << settingsText(scenario)).flush() || !truth) {
-    throw std::runtime_error("cannot write into " + folder.string());
-  }
+  std::ofstream happened(folder / (name + ".happened.txt"));
+  const bool written = (settings << settingsText(scenario)).flush() && (happened << happenedText(scenario)).flush();
+  if (!written || !truth) throw std::runtime_error("cannot write into " + folder.string());
   const Camera& camera = scenario.scene.camera;
-  VideoFile video(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
+  std::optional<VideoFile> video;
+  if (withVideo) video.emplace(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
   Renderer renderer;
   const int frames = static_cast<int>(scenario.seconds * static_cast<float>(scenario.framesPerSecond));
   const int analysed = scenario.framesPerSecond / 2;
-  for (int frame = 0; frame < frames; ++frame) {
+  for (int frame = 0; frame < frames; frame += withVideo ? 1 : analysed) {
     const double time = static_cast<double>(frame) / scenario.framesPerSecond;
     const Scene scene = scenario.at(static_cast<float>(time));
     const std::vector<TrueKeypoints> people = scene.draw(renderer);
-    video.add(renderer.picture());
+    if (video) video->add(renderer.picture());
     if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time) << '\n';
     if (frame % 100 == 0) std::cerr << name << ": " << frame << " of " << frames << " pictures\n";
   }
-  video.finish();
+  if (video) video->finish();
   if (!truth.flush()) throw std::runtime_error("cannot write all of " + folder.string());
 }
 

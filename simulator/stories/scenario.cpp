@@ -10,8 +10,8 @@ namespace {
 constexpr float kStep = 0.62F;  // metres of one step
 
 Pose keyPose(const Key& key, const Actor& actor, const Room& room) {
-  const Bed& bed = room.bed;
-  const float side = room.freeSide();
+  const Bed& bed = room.beds[0];
+  const float side = room.freeSide(room.beds[0]);
   Pose pose;
   switch (key.posture) {
     case Posture::kInBed:
@@ -124,6 +124,12 @@ bool isOnBed(Posture posture) {
   return posture == Posture::kInBed || posture == Posture::kSitUp || posture == Posture::kSitEdge;
 }
 
+bool isOnFloor(Posture posture) { return posture == Posture::kLieFloor; }
+
+bool Actor::comes() const { return keys.front().time > 0; }
+
+bool Actor::leaves() const { return keys.size() > 1 && keys.back().posture == Posture::kStand; }
+
 std::array<glm::vec2, 4> FloorRectangle::corners() const {
   return {corner, corner + glm::vec2(width, 0), corner + glm::vec2(width, -depth), corner + glm::vec2(0, -depth)};
 }
@@ -134,8 +140,7 @@ Scene Scenario::at(float time) const {
   for (const Actor& actor : actors) {
     const bool patient = isOnBed(actor.keys.front().posture);
     if (patient) now.cover = coverAt(actor, time);
-    const bool leaves = actor.keys.size() > 1 && actor.keys.back().posture == Posture::kStand;
-    if (time < actor.keys.front().time || (leaves && time > actor.keys.back().time)) continue;
+    if (time < actor.keys.front().time || (actor.leaves() && time > actor.keys.back().time)) continue;
     now.people.push_back(personAt(actor, time, scene.room));
   }
   return now;

@@ -16,21 +16,29 @@ enum class Posture : std::uint8_t { kInBed, kSitUp, kSitEdge, kStand, kLieFloor,
 
 /// Whether that is done on the bed, so that the script gives no place for it.
 bool isOnBed(Posture posture);
+/// Whether somebody lies or sits on the floor.
+bool isOnFloor(Posture posture);
 
 struct Key {
   float time = 0;  ///< seconds
   Posture posture = Posture::kStand;
-  glm::vec2 place{0};  ///< metres; unused in bed
-  float heading = 0;   ///< radians; where the face (upright) or the head (lying) points
-  float roll = 0;      ///< radians; lying: 0 on the back
+  glm::vec2 place{0};    ///< metres; unused in bed
+  float heading = 0;     ///< radians; where the face (upright) or the head (lying) points
+  float roll = 0;        ///< radians; lying: 0 on the back
+  bool helpless = true;  ///< on the floor: not of one's own will
 };
 
 struct Actor {
   int id = 0;
   BodyShape shape;
+  bool patient = false;  ///< and no carer or visitor
+  std::size_t bed = 0;   ///< whose patient it is, 0 for the first
   /// In order of time, at least one. The person comes with the first; who stands at the last leaves with it, everybody
   /// else stays until the end.
   std::vector<Key> keys;
+
+  bool comes() const;
+  bool leaves() const;
 };
 
 /// The floor rectangle that an installer would have measured: `corner` is its far left corner.
@@ -44,6 +52,7 @@ struct FloorRectangle {
 };
 
 struct Scenario {
+  std::string description;  ///< one line for the reader, may be empty
   float seconds = 60;
   int framesPerSecond = 10;
   std::string productName = "AXIS P3255-LVE";
@@ -66,8 +75,11 @@ std::string truthLine(const Scene& scene, const std::vector<TrueKeypoints>& trut
 /// The settings file: what an installer would have set, areas and floor points in pixels of the picture.
 std::string settingsText(const Scenario& scenario);
 
-/// Writes NAME.mp4, NAME.truth.jsonl (one line per analysed picture, every half second) and NAME.settings.json (what an
-/// installer would have set) into the folder. Throws std::runtime_error.
-void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name);
+/// The file of what happened, as docs/happened.md describes it: who is where from when to when, and the moments.
+std::string happenedText(const Scenario& scenario);
+
+/// Writes NAME.settings.json, NAME.happened.txt, NAME.truth.jsonl (one line per analysed picture, every half second)
+/// and, if asked for, NAME.mp4 into the folder. Throws std::runtime_error.
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, bool withVideo);
 
 }  // namespace simulator

@@ -80,9 +80,22 @@ class Field {
     return m_value.get<std::array<float, count>>();
   }
 
+  bool yesOrNo() const {
+    if (!m_value.is_boolean()) refuse("true or false");
+    return m_value.get<bool>();
+  }
+
   std::string text() const {
     if (!m_value.is_string() || m_value.get_ref<const std::string&>().empty()) refuse("a text that is not empty");
     return m_value.get<std::string>();
+  }
+
+  /// A text as one line; "" for anything else.
+  std::string line() const {
+    std::string text = m_value.is_string() ? m_value.get<std::string>() : "";
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' '; }, ' ');
+    return text;
   }
 
   std::vector<Field> list() const {
@@ -135,7 +148,7 @@ void readCamera(const Field& script, Scenario& scenario) {
   const glm::vec3 way = glm::vec3(to[0], to[1], to[2]) - camera.position;
   camera.heading = std::atan2(way.y, way.x);
   camera.pitch = std::atan2(-way.z, glm::length(glm::vec2(way)));
-  if (glm::length(way) < 0.01F || !isInPicture(camera, scenario.scene.room.bed.at(0.5F, 0.5F))) {
+  if (glm::length(way) < 0.01F || !isInPicture(camera, scenario.scene.room.beds[0].at(0.5F, 0.5F))) {
     settings.fail("must look at the bed");
   }
 }
@@ -166,7 +179,7 @@ Posture readPosture(const Field& field) {
 }
 
 Key readKey(const Field& field, const Room& room) {
-  field.expectKeys({"at", "do", "place", "heading", "roll"});
+  field.expectKeys({"at", "do", "place", "heading", "roll", "helpless"});
   Key key;
   key.time = field["at"].number(0, kLongest);
   key.posture = readPosture(field["do"]);
@@ -181,6 +194,9 @@ Key readKey(const Field& field, const Room& room) {
     key.heading = glm::radians(field["heading"].number(-360, 360));
   }
   if (field.has("roll")) key.roll = glm::radians(field["roll"].number(-360, 360));
+  if (!field.has("helpless")) return key;
+  if (!isOnFloor(key.posture)) field["helpless"].fail("is for somebody on the floor: leave it out");
+  key.helpless = field["helpless"].yesOrNo();
   return key;
 }
 
@@ -193,6 +209,7 @@ Actor readActor(const Field& field, const Scenario& scenario) {
     const Key key = readKey(item, scenario.scene.room);
     if (!actor.keys.empty() && key.time <= actor.keys.back().time) item["at"].fail("must grow from key to key");
     if (actor.keys.empty() && key.time >= scenario.seconds) item["at"].fail("must be before the video's end");
+    actor.patient = actor.patient || isOnBed(key.posture);
     actor.keys.push_back(key);
   }
   return actor;
@@ -202,6 +219,7 @@ Scenario readScript(const Field& script) {
   script.expectKeys({"room", "camera", "light", "seconds", "frames_per_second", "product_name", "focal_length_um",
                      "sensor_mm", "floor", "people", "description"});
   Scenario scenario;
+  if (script.has("description")) scenario.description = script["description"].line();
   scenario.seconds = script["seconds"].number(1, kLongest);
   const unsigned rate = script["frames_per_second"].whole(2, 60);
   if (rate % 2 != 0) script["frames_per_second"].refuse("an even number");

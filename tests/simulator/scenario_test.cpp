@@ -57,6 +57,7 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
         {"/people", "[]", "people: cannot be []; allowed is a list that is not empty"},
         {"/people/0/keys/1/at", "0", "people[0].keys[1].at: must grow"},
         {"/people/1/keys", R"([{"at": 92, "do": "in_bed"}])", "people[1].keys[0].at: must be before the video's end"},
+        {"/people/0/keys/0/helpless", "true", "people[0].keys[0].helpless: is for somebody on the floor"},
         {"/people/0/keys/0/do", "\"fly\"", "people[0].keys[0].do: cannot be \"fly\"; allowed is in_bed"},
         {"/people/1/keys/0/place", "[4.3, 9]", "people[1].keys[0].place: cannot be [4.3,9]; allowed is x from 0"}}) {
     json change = {{"op", value == nullptr ? "remove" : "add"}, {"path", place}};
@@ -68,12 +69,60 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
   EXPECT_EQ(complaint(std::string(2'000'000, ' ')), "is larger than 1 MiB; allowed is a JSON file");
 }
 
-/// What the script leads to stands beside it: the settings, and every half second who is where.
+/// What happens when the demo's patient and carer do these keys for a minute.
+std::string happens(const char* patient, const char* carer) {
+  json script = json::parse(std::ifstream(VELMOR_DEMO));
+  script["description"] = "Two\nlines.";
+  script["seconds"] = 60;
+  script["people"][0]["keys"] = json::parse(patient);
+  script["people"][1]["keys"] = json::parse(carer);
+  const std::string path = testing::TempDir() + "velmor_story_" + std::to_string(getpid()) + ".json";
+  std::ofstream(path) << script;
+  const std::string text = happenedText(readScenario(path));
+  std::filesystem::remove(path);
+  return text;
+}
+
+TEST(Happened, IsToldInIntervalsAndMoments) {
+  EXPECT_EQ(happens(R"([{"at": 0, "do": "in_bed"}, {"at": 5, "do": "sit_up"}, {"at": 6, "do": "sit_edge"},
+                        {"at": 8.125, "do": "stand", "place": [1.9, 2.6], "heading": 0},
+                        {"at": 9, "do": "lie", "place": [2.3, 2.3], "heading": 0},
+                        {"at": 20, "do": "lie", "place": [2.3, 2.3], "heading": 5},
+                        {"at": 22, "do": "stand", "place": [1.9, 2.6], "heading": 0},
+                        {"at": 24, "do": "lie", "place": [2.3, 2.3], "heading": 0, "helpless": false},
+                        {"at": 30, "do": "lie", "place": [2.3, 2.3], "heading": 0, "helpless": false},
+                        {"at": 32, "do": "stand", "place": [1.9, 2.6], "heading": 0},
+                        {"at": 34, "do": "sit_edge"}, {"at": 36, "do": "in_bed"}])",
+                    R"([{"at": 19, "do": "stand", "place": [3.3, 2.5], "heading": 180},
+                        {"at": 21, "do": "stand", "place": [3.3, 2.5], "heading": 180}])"),
+            "# Two lines.\nlength 60\n\n"
+            "0 - 5  in bed\n36 - 60  in bed\n8.13 - 32  out of bed\n9 - 20  fallen\n19 - 21  carer present\n\n"
+            "8.13  the patient leaves the bed\n9  the patient falls\n19  a carer comes\n"
+            "20  the patient is helped up\n21  a carer goes\n36  the patient is back in bed\n");
+  // Who is away is out of bed; who is on the floor at the end stays there; nobody helps from afar.
+  EXPECT_EQ(happens(R"([{"at": 10, "do": "stand", "place": [1.9, 2.6], "heading": 0},
+                        {"at": 11, "do": "lie", "place": [2.3, 2.3], "heading": 0},
+                        {"at": 20, "do": "kneel", "place": [2.3, 2.3], "heading": 0},
+                        {"at": 30, "do": "sit_edge"},
+                        {"at": 35, "do": "stand", "place": [1.9, 2.6], "heading": 0},
+                        {"at": 40, "do": "stand", "place": [1.9, 2.6], "heading": 0}])",
+                    R"([{"at": 5, "do": "stand", "place": [4.2, 1.7], "heading": 180},
+                        {"at": 6, "do": "stand", "place": [4.2, 1.7], "heading": 180},
+                        {"at": 90, "do": "lie", "place": [4.2, 1.7], "heading": 180}])"),
+            "# Two lines.\nlength 60\n\n"
+            "0 - 20  out of bed\n35 - 60  out of bed\n0 - 5  nobody\n5 - 60  carer present\n\n"
+            "5  a carer comes\n10  the patient comes\n11  the patient falls\n11  the patient gets up\n"
+            "35  the patient leaves the bed\n40  the patient goes\n");
+}
+
+/// What the script leads to stands beside it: the settings, what happened, and every half second who is where.
 TEST(Demo, ComesOutAsItIsKept) {
   const Scenario demo = readScenario(VELMOR_DEMO);
   const std::filesystem::path folder = std::filesystem::path(VELMOR_DEMO).parent_path();
   std::ifstream settings(folder / "demo.settings.json");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(settings), {}), settingsText(demo));
+  std::ifstream happened(folder / "demo.happened.txt");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(happened), {}), happenedText(demo));
   std::ifstream file(folder / "demo.truth.jsonl");
   int lines = 0;
   for (std::string line; std::getline(file, line);) {

@@ -72,7 +72,7 @@ float gapBetween(const Box& a, const Box& b) {
 }
 
 Box bedOf(const Room& room) {
-  const glm::vec3 foot = room.bed.at(0, 0), head = room.bed.at(1, 1), frame(0.08F, 0.08F, 1);
+  const glm::vec3 foot = room.beds[0].at(0, 0), head = room.beds[0].at(1, 1), frame(0.08F, 0.08F, 1);
   return {glm::min(foot, head) - frame, glm::max(foot, head) + frame};
 }
 
@@ -100,7 +100,7 @@ TEST(Room, FurnitureStandsAtWallsAndBedAndInNobodysWay) {
     EXPECT_GE(room.furniture.size(), 2U);
     expectAllDrawnIsKnown(room);
     const Box bed = bedOf(room);
-    const glm::vec3 head = room.bed.at(0.9F, 0.5F), edge = room.bed.at(0.2F, room.freeSide());
+    const glm::vec3 head = room.beds[0].at(0.9F, 0.5F), edge = room.beds[0].at(0.2F, room.freeSide(room.beds[0]));
     int bedside = 0;
     for (std::size_t i = 0; i < room.furniture.size(); ++i) {
       const Box& piece = room.furniture[i];
@@ -185,7 +185,7 @@ TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
 }
 
 TEST_F(Drawing, TheBlanketHidesWhatItCovers) {
-  const Bed& bed = m_scene.room.bed;
+  const Bed& bed = m_scene.room.beds[0];
   Person patient;
   patient.inBed = true;
   patient.pose = lyingPose(glm::vec2(bed.at(0.48F, 0.5F)), bed.heading, 0);
