@@ -236,8 +236,11 @@ void TraceWriter::overlapFound(std::size_t smaller, std::size_t larger, float sh
 }
 
 void TraceWriter::leaveOverlapping() {
-  for (auto overlap = m_overlapping.rbegin(); overlap != m_overlapping.rend(); ++overlap) removeAt(overlap->first);
-  for (auto& [index, record] : m_overlapping) m_cycle["suppressed"].push_back(std::move(record));
+  std::size_t gone = 0;
+  for (auto& [index, record] : m_overlapping) {
+    removeAt(index - gone++);
+    m_cycle["suppressed"].push_back(std::move(record));
+  }
   m_overlapping.clear();
 }
 
