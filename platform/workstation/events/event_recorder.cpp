@@ -129,8 +129,8 @@ void EventRecorder::give(EventRecord record) {
   record.run = m_run;
   remember(m_delay.has_value());
   publishEvent(record);
+  m_queue.push_back(record);
   if (record.kind == "changed") traceEvent(record.number, record.run, record.time, record.event, record.active);
-  m_queue.push_back(std::move(record));
   bound();
   reportDelay();
   m_changed.notify_all();

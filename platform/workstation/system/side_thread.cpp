@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <condition_variable>
+#include <cstdio>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -25,6 +27,15 @@ struct SideThread::State {
 
   [[nodiscard]] bool isIdle() const { return jobs.empty() && !busy; }
 
+  /// A job that throws is one job less: the process has a patient to watch.
+  static void run(const std::function<void()>& job) {
+    try {
+      job();
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "velmor_care: something on the side failed: %s\n", error.what());
+    }
+  }
+
   void work() {
     std::unique_lock lock(mutex);
     for (;;) {
@@ -34,7 +45,7 @@ struct SideThread::State {
       jobs.pop_front();
       busy = true;
       lock.unlock();
-      job();
+      run(job);
       job = nullptr;
       lock.lock();
       busy = false;
@@ -59,10 +70,10 @@ SideThread::State& SideThread::current() {
   static auto& abandoned = *new std::vector<std::shared_ptr<State>>;  // never freed: their mutexes may be held for good
   const std::scoped_lock lock(starting);
   if (!m_state || m_state->process != ::getpid()) {
-    abandoned.push_back(m_state);
-    m_state = std::make_shared<State>();
+    const auto next = std::make_shared<State>();
     const ScopedSigtermBlock no_sigterm;
-    std::thread([state = m_state] { state->work(); }).detach();
+    std::thread([next] { next->work(); }).detach();
+    abandoned.push_back(std::exchange(m_state, next));
   }
   return *m_state;
 }

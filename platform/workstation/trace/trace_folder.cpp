@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -85,6 +87,7 @@ void TraceFolder::write(const TracedLine& line) {
 bool TraceFolder::store(const TracedLine& line) {
   if (m_failed && std::chrono::steady_clock::now() - m_tried < m_limits.pause) return false;
   if (hasEnded(line.time, line.text.size()) && !begin(line.time)) return fail(errno);
+  if (!leavesSpare()) return fail(ENOSPC);
   const std::string text = textFor(line);
   if (!writeAll(m_file.get(), text.data(), text.size())) {
     const int reason = errno;
@@ -106,11 +109,16 @@ std::string TraceFolder::textFor(const TracedLine& line) const {
   return text + line.text;
 }
 
-/// Also when the clock was set back, and when somebody has removed the file.
+/// Also when the clock was set back, and when somebody has removed the file or the disk below it.
 bool TraceFolder::hasEnded(TimeStamp time, std::size_t more) const {
-  struct stat status {};
-  return m_file.get() < 0 || m_size + static_cast<std::int64_t>(more) > m_limits.file_bytes || time < m_began ||
-         time - m_began >= m_limits.file_age || ::fstat(m_file.get(), &status) != 0 || status.st_nlink == 0;
+  if (m_file.get() < 0 || m_size + static_cast<std::int64_t>(more) > m_limits.file_bytes || time < m_began ||
+      time - m_began >= m_limits.file_age) {
+    return true;
+  }
+  struct stat open {};
+  struct stat named {};
+  return ::fstat(m_file.get(), &open) != 0 || ::stat(m_path.c_str(), &named) != 0 || open.st_dev != named.st_dev ||
+         open.st_ino != named.st_ino;
 }
 
 /// A new file; false with errno set when there can be none.
@@ -129,15 +137,31 @@ bool TraceFolder::begin(TimeStamp time) {
   return true;
 }
 
-/// For one more file of full size.
+/// For one more file of full size. A clock that jumps for a moment makes nothing old: the newest trace must be as late.
 void TraceFolder::makeRoom(TimeStamp time) const {
   const auto traces = tracesIn(m_directory);
+  if (traces.empty()) return;
+  const Seconds now = std::min(secondOf(time), traces.rbegin()->first + m_limits.file_age);
   std::int64_t all = m_limits.file_bytes;
   for (const auto& [begin, trace] : traces) all += trace.size;
   for (const auto& [begin, trace] : traces) {
-    if (all <= m_limits.all_bytes && secondOf(time) - begin <= m_limits.age) break;
-    if (::unlink(trace.path.c_str()) == 0) all -= trace.size;
+    if (all <= m_limits.all_bytes && now - begin <= m_limits.age) break;
+    if (::unlink(trace.path.c_str()) != 0) break;
+    all -= trace.size;
   }
+}
+
+bool TraceFolder::leavesSpare() const {
+  const auto isShort = [this] {
+    struct statvfs disk {};
+    return ::statvfs(m_directory.c_str(), &disk) == 0 &&
+           static_cast<std::int64_t>(disk.f_bavail) < m_limits.spare_bytes / static_cast<std::int64_t>(disk.f_frsize);
+  };
+  if (!isShort()) return true;
+  for (const auto& [begin, trace] : tracesIn(m_directory)) {
+    if (trace.path != m_path && ::unlink(trace.path.c_str()) == 0 && !isShort()) return true;
+  }
+  return false;
 }
 
 bool TraceFolder::fail(int reason) {

@@ -18,7 +18,8 @@ struct TraceLimits {
   std::chrono::seconds file_age = std::chrono::hours(1);
   std::int64_t all_bytes = std::int64_t{2} << 30;
   std::chrono::seconds age = std::chrono::hours(7 * 24);
-  std::chrono::milliseconds pause{2000};  ///< between two tries of a disk that has failed
+  std::int64_t spare_bytes = std::int64_t{256} << 20;  ///< of the disk, which are left to the journal and the log
+  std::chrono::milliseconds pause{2000};               ///< between two tries of a disk that has failed
 };
 
 /// A line, and what a file that begins with it needs before it.
@@ -46,6 +47,8 @@ class TraceFolder {
   [[nodiscard]] bool hasEnded(TimeStamp time, std::size_t more) const;
   bool begin(TimeStamp time);
   void makeRoom(TimeStamp time) const;
+  /// Whether the disk has more than the spare bytes, for which older traces go.
+  [[nodiscard]] bool leavesSpare() const;
   bool fail(int reason);
 
   const std::filesystem::path m_directory;

@@ -18,7 +18,7 @@
 namespace workstation {
 namespace {
 
-constexpr std::chrono::seconds kPatienceAtEnd{2};
+constexpr std::chrono::milliseconds kPatienceAtEnd{500};
 
 /// Whether the line's first "kind" is this one.
 bool isOfKind(std::string_view line, std::string_view kind) {

@@ -46,7 +46,7 @@ class LiveTrace final : public TraceSink {
                      std::size_t most_waiting = kMostWaiting);
 
   void take(const std::string& lines) override;
-  /// For the process's end: waits 2 s at most for what is not yet written.
+  /// For the process's end: waits half a second at most for what is not yet written.
   void finish();
 
  private:

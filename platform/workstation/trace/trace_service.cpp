@@ -26,9 +26,11 @@ std::string named(const char* variable) {
 ReplayTrace* replay_trace = nullptr;
 LiveTrace* live_trace = nullptr;
 
-/// The program's main returns 0 whatever became of its trace. From before main, so that it comes after nearly all else.
+/// The program's main returns 0 whatever became of its trace. From before main, so that it comes after nearly all else:
+/// the journal is more important.
 [[maybe_unused]] const int registered = on_exit(
     [](int status, void* /*unused*/) {
+      if (live_trace != nullptr) live_trace->finish();
       if (replay_trace == nullptr || replay_trace->finish() || status != 0) return;
       std::fflush(nullptr);
       _exit(EXIT_FAILURE);
@@ -51,7 +53,6 @@ TraceSink* makeSink() {
   }
   if (const std::string directory = named("VELMOR_TRACE_DIR"); !directory.empty()) {
     live_trace = new LiveTrace(directory);
-    std::atexit([] { live_trace->finish(); });
   }
   return new LiveSink;
 }
