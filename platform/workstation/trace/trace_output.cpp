@@ -18,8 +18,6 @@
 namespace workstation {
 namespace {
 
-constexpr std::chrono::milliseconds kPatienceAtEnd{500};
-
 /// Whether the line's first "kind" is this one.
 bool isOfKind(std::string_view line, std::string_view kind) {
   constexpr std::string_view kKey = "\"kind\":";
@@ -100,8 +98,8 @@ void LiveTrace::takeLine(std::string line) {
   }
 }
 
-void LiveTrace::finish() {
-  if (m_writer.drain(kPatienceAtEnd)) return;
+void LiveTrace::finish(std::chrono::milliseconds patience) {
+  if (m_writer.drain(patience)) return;
   ::syslog(LOG_ERR, "%s: the end of the trace is missing: the disk does not answer", m_directory.c_str());
 }
 

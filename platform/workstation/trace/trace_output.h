@@ -1,6 +1,7 @@
 // What becomes of a trace's lines: the file of a replay, or the directory of a live run.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -46,8 +47,8 @@ class LiveTrace final : public TraceSink {
                      std::size_t most_waiting = kMostWaiting);
 
   void take(const std::string& lines) override;
-  /// For the process's end: waits half a second at most for what is not yet written.
-  void finish();
+  /// Waits no longer than that for what is not yet written.
+  void finish(std::chrono::milliseconds patience);
 
  private:
   void takeLine(std::string line);

@@ -17,6 +17,9 @@ using workstation::ReplayTrace;
 
 namespace {
 
+/// The process's end has 5 s in all, and the journal is more important.
+constexpr std::chrono::milliseconds kPatienceAtEnd{500};
+
 std::string named(const char* variable) {
   const char* const value = std::getenv(variable);
   return value == nullptr ? "" : value;
@@ -26,11 +29,10 @@ std::string named(const char* variable) {
 ReplayTrace* replay_trace = nullptr;
 LiveTrace* live_trace = nullptr;
 
-/// The program's main returns 0 whatever became of its trace. From before main, so that it comes after nearly all else:
-/// the journal is more important.
+/// The program's main returns 0 whatever became of its trace. From before main, so that it comes after nearly all else.
 [[maybe_unused]] const int registered = on_exit(
     [](int status, void* /*unused*/) {
-      if (live_trace != nullptr) live_trace->finish();
+      if (live_trace != nullptr) live_trace->finish(kPatienceAtEnd);
       if (replay_trace == nullptr || replay_trace->finish() || status != 0) return;
       std::fflush(nullptr);
       _exit(EXIT_FAILURE);

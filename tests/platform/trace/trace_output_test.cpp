@@ -51,6 +51,8 @@ mode_t modeOf(const fs::path& path) {
 
 /// 2026-03-01T12:00:00Z
 constexpr TimeStamp kNoon(1772366400s);
+/// For a disk that answers.
+constexpr std::chrono::seconds kPatience = 30s;
 
 class LiveTraceTest : public testing::Test {
  protected:
@@ -63,13 +65,14 @@ class LiveTraceTest : public testing::Test {
   fs::path directory() const { return m_folder / "traces"; }
   void open(std::size_t most_waiting = 100) {
     m_limits.pause = 1ms;
+    m_limits.spare_bytes = spare;
     m_trace.emplace(directory(), m_limits, most_waiting);
     m_trace->take(kHeader + "\n" + settings(1) + "\n");
   }
   void take(int number) { m_trace->take(cycle(number) + "\n"); }
   /// The files' names after "trace-20260301T", in their order, with their lines.
   std::map<std::string, std::vector<std::string>> files() {
-    m_trace->finish();
+    m_trace->finish(kPatience);
     std::map<std::string, std::vector<std::string>> found;
     for (const auto& entry : fs::directory_iterator(directory())) {
       const std::string name = entry.path().filename();
@@ -80,6 +83,7 @@ class LiveTraceTest : public testing::Test {
 
   StateFolder m_folder;
   TraceLimits m_limits;
+  std::int64_t spare = 0;  ///< bytes of the disk that stay free
   std::optional<LiveTrace> m_trace;
 };
 
@@ -92,7 +96,7 @@ TEST_F(LiveTraceTest, EachFileCanBeReadAloneAndNoneIsTooLongOrTooOld) {
   take(8);
   ticker_clock::setReplayTime(kNoon + 1h + 1s);
   take(9);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   ticker_clock::setReplayTime(kNoon + 59min);
   take(10);
   using Lines = std::vector<std::string>;
@@ -120,7 +124,7 @@ TEST_F(LiveTraceTest, RemovesTheOldestOfItsOwnFilesAndNothingElse) {
   m_limits.all_bytes = 500;
   open();
   take(1);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   EXPECT_FALSE(fs::exists(directory() / "trace-20260222T115959Z.jsonl"));
   EXPECT_TRUE(fs::exists(directory() / "trace-20260222T120000Z.jsonl")) << "there is room for it";
   for (int number = 2; number <= 40; ++number) take(number);
@@ -145,10 +149,10 @@ TEST_F(LiveTraceTest, AFullDiskLeavesWholeLinesAndTheTraceSaysWhatIsMissing) {
   testing::internal::CaptureStderr();
   open();
   take(1);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   disk_fault = Fault::kNoRoom;
   for (int number = 2; number <= 4; ++number) take(number);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   m_trace->take(settings(2) + "\n");
   disk_fault = Fault::kNone;
   std::this_thread::sleep_for(m_limits.pause);
@@ -160,10 +164,35 @@ TEST_F(LiveTraceTest, AFullDiskLeavesWholeLinesAndTheTraceSaysWhatIsMissing) {
   EXPECT_NE(m_folder.read("system.log").find("the trace goes on; 3 lines are missing"), std::string::npos);
 }
 
+TEST_F(LiveTraceTest, WhatIsLeftOfADiskIsForTheJournalAndOlderTracesGoFirst) {
+  fs::create_directories(directory());
+  m_folder.write("traces/trace-20260301T110000Z.jsonl", "x");
+  m_folder.write("traces/mine.jsonl", "x");
+  spare = std::int64_t{1} << 60;
+  open();
+  take(1);
+  EXPECT_TRUE(files().empty() || files().begin()->second.empty());
+  EXPECT_FALSE(fs::exists(directory() / "trace-20260301T110000Z.jsonl"));
+  EXPECT_TRUE(fs::exists(directory() / "mine.jsonl"));
+}
+
+TEST_F(LiveTraceTest, AClockThatJumpsForAMomentMakesNothingOld) {
+  open();
+  take(1);
+  m_trace->finish(kPatience);
+  ticker_clock::setReplayTime(kNoon + 24h * 30);
+  take(2);
+  m_trace->finish(kPatience);
+  ticker_clock::setReplayTime(kNoon + 1s);
+  take(3);
+  EXPECT_EQ(files().at("120000Z.jsonl").back(), cycle(1));
+  EXPECT_EQ(files().at("120001Z.jsonl").back(), cycle(3));
+}
+
 TEST_F(LiveTraceTest, ADirectoryThatGoesAwayIsMadeAgain) {
   open();
   take(1);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   fs::remove_all(directory());
   take(2);
   EXPECT_EQ(files().at("120000Z.jsonl"), (std::vector<std::string>{kHeader, settings(1), cycle(2)}));
@@ -173,7 +202,7 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
   testing::internal::CaptureStderr();
   open(2);
   take(1);
-  m_trace->finish();
+  m_trace->finish(kPatience);
   const Handler handler(ax_event_handler_new());
   const guint id = declare(handler, "Fall");
   disk_fault = Fault::kHangs;
@@ -182,7 +211,7 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
   EXPECT_TRUE(send(handler, id, true));
   EXPECT_NE(testing::internal::GetCapturedStdout(), "");
   disk_fault = Fault::kNone;
-  m_trace->finish();
+  m_trace->finish(kPatience);
   take(21);
   // The thread may have taken one from the queue, or not yet.
   const auto lines = files().at("120000Z.jsonl");
