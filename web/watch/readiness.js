@@ -206,11 +206,15 @@ function heartbeatGaps({ heartbeat, beatAge }) {
   return gaps;
 }
 
-/** Whether the program says that it analyses pictures of now. */
-export function isAnalysing({ feed, heartbeat, beatAge }) {
+/** Whether the program lives and tells of nothing that keeps it from seeing, however old its last picture is. */
+export function isSeeing({ feed, heartbeat, beatAge }) {
   if (feed !== "open" || !heartbeat || !(beatAge <= FRESH_MS) || !Array.isArray(heartbeat.wrong)) return false;
-  const blind = heartbeat.wrong.some(({ what }) => BLIND.includes(what));
-  return !blind && heartbeat.cycle > 0 && heartbeat.picture_age_ms + beatAge <= FRESH_MS;
+  return heartbeat.cycle > 0 && !heartbeat.wrong.some(({ what }) => BLIND.includes(what));
+}
+
+/** Whether the program says that it analyses pictures of now. */
+export function isAnalysing(news) {
+  return isSeeing(news) && news.heartbeat.picture_age_ms + news.beatAge <= FRESH_MS;
 }
 
 const LIMITED = "The feed of events is away: they are known only through the status, which shows one at a time.";

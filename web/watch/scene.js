@@ -1,10 +1,12 @@
 /** What the program sees now, in its own sentences: closed until somebody asks for it. */
-import { clockTime } from "../base/words.js";
+import { clockTime, durationInWords } from "../base/words.js";
 import { html, useEffect, useState } from "../vendor/preact.js";
-import { isAnalysing } from "./readiness.js";
+import { isSeeing } from "./readiness.js";
 
-/** Milliseconds after which sentences no longer tell of now: they are asked for every two seconds. */
-const FRESH_MS = 5000;
+/** Milliseconds after which sentences no longer tell of now: a slow machine's cycles and answers take some seconds. */
+const SHOWN_MS = 15000;
+/** Milliseconds from which their age stands before them: fresh ones come every two to three seconds. */
+const AGED_MS = 4000;
 
 /**
  * What can be shown as seen now, null when that is not known: what was seen before must not look like it.
@@ -13,15 +15,23 @@ const FRESH_MS = 5000;
  * @param {number} now milliseconds since 1970 by the camera's clock
  */
 export function sceneNow(scene, news, now) {
-  if (!scene?.time || !news || !isAnalysing(news)) return null;
-  return now - Date.parse(scene.time) <= FRESH_MS ? scene : null;
+  if (!scene?.time || !news || !isSeeing(news)) return null;
+  return now - Date.parse(scene.time) <= SHOWN_MS ? scene : null;
+}
+
+/** "4 seconds ago:" of sentences that are not of just now; empty otherwise. */
+export function ageWords(time, now) {
+  const age = now - Date.parse(time);
+  return age >= AGED_MS ? `${durationInWords(age)} ago:` : "";
 }
 
 function Sentences({ scene, now }) {
   if (!scene) return html`<p class="muted">What is seen now is not known.</p>`;
   const { time, people, beds } = scene;
   const sentences = [...(people.length ? people : ["Nobody is seen."]), ...beds];
-  return html`<ul>
+  const age = ageWords(time, now);
+  return html`${age && html`<p class="muted">${age}</p>`}
+    <ul>
       ${sentences.map((text, index) => html`<li key=${index}>${text}</li>`)}
     </ul>
     <p class="small">As of ${clockTime(new Date(time), new Date(now))}.</p>`;

@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import { readFile } from "node:fs/promises";
 import { describe, test } from "node:test";
 import { PACKAGE_FLOOR, agedNews, readiness } from "../../../web/watch/readiness.js";
-import { sceneNow } from "../../../web/watch/scene.js";
+import { ageWords, sceneNow } from "../../../web/watch/scene.js";
 import { BED, FALL, OFF, LANDSCAPE as SIZE, SETTINGS, rectangle } from "./fixtures.js";
 
 const BEAT = { cycle: 7, cycle_age_ms: 300, picture_age_ms: 500, ticks_left_out_last_minute: 0, wrong: [] };
@@ -196,18 +196,16 @@ test("what was seen counts as seen now only while pictures are analysed and the 
   const at = (age) => ({ time: age === null ? null : new Date(NOON - age).toISOString(), people: [], beds: [] });
   const shown = (news, age = 1000) => sceneNow(at(age), news && { ...NEWS, ...news }, NOON) !== null;
   assert.deepEqual(
-    [0, 4900, 5100, null].map((age) => shown({}, age)),
+    [0, 14900, 15100, null].map((age) => shown({}, age)),
     [true, true, false, false],
   );
+  assert.deepEqual(
+    [3900, 4100].map((age) => ageWords(at(age).time, NOON)),
+    ["", "4 seconds ago:"],
+  );
   assert.deepEqual([sceneNow(null, NEWS, NOON), shown(wrong("lens-away"))], [null, true]);
+  assert.equal(shown(beat({ picture_age_ms: 9000 }), 9000), true, "a slow machine");
   const blind = [wrong("camera-away"), wrong("analysis-stands-still"), beat({ cycle: 0, picture_age_ms: null })];
-  const old = [
-    beat({ picture_age_ms: 2200 }),
-    { beatAge: 3100 },
-    { feed: "lost" },
-    NINE,
-    beat({ wrong: undefined }),
-    null,
-  ];
+  const old = [{ beatAge: 3100 }, { feed: "lost" }, NINE, beat({ wrong: undefined }), null];
   for (const news of [...blind, ...old]) assert.equal(shown(news), false, JSON.stringify(news));
 });
