@@ -8,6 +8,7 @@
 #include <ctime>
 #include <deque>
 #include <filesystem>
+#include <regex>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -19,6 +20,8 @@ namespace workstation {
 namespace {
 
 constexpr std::int64_t kSecond_ns = 1'000'000'000;
+constexpr std::int64_t kTenth_ns = kSecond_ns / 10;
+constexpr std::int64_t kMinute_ns = kSecond_ns * 60;
 
 std::tm localTime(std::int64_t ns) {
   const std::time_t seconds = ns / kSecond_ns;
@@ -27,14 +30,15 @@ std::tm localTime(std::int64_t ns) {
   return parts;
 }
 
-/// "   41.5 s" into a recording; "2026-03-01 14:03:07" of what was watched live, where the reader is.
+/// "   41.5 s" into a recording; "2026-03-01 14:03:07.5" of what was watched live, where the reader is.
 std::string timeText(std::int64_t ns, bool replay) {
   char text[64];
   if (replay) {
     std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(ns) / kSecond_ns);
   } else {
     const std::tm parts = localTime(ns);
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    std::snprintf(text + size, sizeof text - size, ".%d", static_cast<int>(ns % kSecond_ns / kTenth_ns));
   }
   return text;
 }
@@ -43,57 +47,73 @@ std::string timeText(std::int64_t ns, bool replay) {
 class Asked {
  public:
   explicit Asked(const std::string& text) : m_text(text) {
-    unsigned hours = 0;
-    unsigned minutes = 0;
-    unsigned seconds = 0;
-    int used = 0;
-    const int size = static_cast<int>(text.size());
-    if (std::sscanf(text.c_str(), "%2u:%2u:%2u%n", &hours, &minutes, &seconds, &used) == 3 && used == size &&
-        hours < 24 && minutes < 60 && seconds < 60) {
-      m_of_day = {static_cast<int>(hours), static_cast<int>(minutes), static_cast<int>(seconds)};
-      m_is_of_day = true;
-      return;
-    }
+    if (isTimeOfDay(text)) return;
     constexpr double kLongest_s = 1e8;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + size, m_seconds);
-    if (error != std::errc() || end != text.data() + size || !(m_seconds >= 0 && m_seconds <= kLongest_s)) {
-      throw std::runtime_error(
-          "--at " + text +
-          ": is no time; allowed are seconds, as 41.5, and of what was watched live the time of day, as 14:03:07");
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, m_seconds);
+    if (error != std::errc() || end != last || !(m_seconds >= 0 && m_seconds <= kLongest_s)) {
+      throw std::runtime_error("--at " + text +
+                               ": is no time; allowed are seconds, as 41.5, and of what was watched live the time of "
+                               "day, as 14:03, 14:03:07 or 14:03:07.5");
     }
   }
 
-  /// What is asked for, as time of a cycle: of the day on which that cycle was.
-  [[nodiscard]] std::int64_t timeFor(std::int64_t cycle_ns, std::int64_t begin_ns) const {
-    if (!m_is_of_day) return begin_ns + std::llround(m_seconds * static_cast<double>(kSecond_ns));
+  struct Span {
+    std::int64_t from_ns = 0;
+    std::int64_t to_ns = 0;  ///< still part of it
+  };
+
+  /// What is asked for, as time of a cycle: of the day on which that cycle was. As long as what the text leaves open.
+  [[nodiscard]] Span spanFor(std::int64_t cycle_ns, std::int64_t begin_ns) const {
+    if (!m_is_of_day) {
+      constexpr std::int64_t kRounded_ns = kTenth_ns / 2;  // times are told in tenths
+      const std::int64_t from = begin_ns + std::llround(m_seconds * static_cast<double>(kSecond_ns));
+      return {from, from + kRounded_ns};
+    }
     std::tm day = localTime(cycle_ns);
     day.tm_hour = m_of_day[0];
     day.tm_min = m_of_day[1];
     day.tm_sec = m_of_day[2];
     day.tm_isdst = -1;
-    return std::int64_t{::mktime(&day)} * kSecond_ns;
+    const std::int64_t from = std::int64_t{::mktime(&day)} * kSecond_ns + m_of_day[3] * kTenth_ns;
+    return {from, from + m_open_ns - 1};
   }
-  [[nodiscard]] bool isOfDay() const { return m_is_of_day; }
   [[nodiscard]] const std::string& text() const { return m_text; }
 
  private:
+  /// "14:03", "14:03:07" or "14:03:07.5".
+  bool isTimeOfDay(const std::string& text) {
+    static const std::regex kForm("([01]?[0-9]|2[0-3]):([0-5][0-9])(?::([0-5][0-9])(?:[.]([0-9]))?)?");
+    std::smatch parts;
+    constexpr std::size_t kLongest = 10;
+    if (text.size() > kLongest || !std::regex_match(text, parts, kForm)) return false;
+    for (std::size_t i = 0; i < m_of_day.size(); ++i) {
+      m_of_day.at(i) = parts[i + 1].matched ? std::stoi(parts[i + 1]) : 0;
+    }
+    m_open_ns = parts[4].matched ? kTenth_ns : parts[3].matched ? kSecond_ns : kMinute_ns;
+    m_is_of_day = true;
+    return true;
+  }
+
   std::string m_text;
   double m_seconds = 0;
   bool m_is_of_day = false;
-  std::array<int, 3> m_of_day{};
+  std::array<int, 4> m_of_day{};  ///< hour, minute, second, tenth
+  std::int64_t m_open_ns = 0;
 };
 
-/// The files of a trace in the order of time, which is that of their names.
+/// The files of a directory that live runs wrote, in the order of time, which is that of their names.
 std::vector<std::filesystem::path> filesOf(const std::filesystem::path& trace) {
+  static const std::regex kName("trace-[0-9]{8}T[0-9]{6}Z[.]jsonl");
   std::error_code error;
-  if (!std::filesystem::is_directory(trace, error)) return {trace};
   std::vector<std::filesystem::path> files;
   for (std::filesystem::directory_iterator entry(trace, error), end; entry != end; entry.increment(error)) {
     const std::string name = entry->path().filename();
-    if (name.starts_with("trace-") && name.ends_with(".jsonl")) files.push_back(entry->path());
+    if (std::regex_match(name, kName)) files.push_back(entry->path());
   }
   if (files.empty())
-    throw std::runtime_error(trace.string() + ": holds no trace; allowed is a folder with files trace-*.jsonl");
+    throw std::runtime_error(trace.string() +
+                             ": holds no trace; allowed is a folder with files as trace-20260301T120000Z.jsonl");
   std::sort(files.begin(), files.end());
   return files;
 }
@@ -152,11 +172,17 @@ class Explainer {
   }
 
   std::string explain() {
-    for (const auto& file : filesOf(m_request.trace)) read(file);
+    std::error_code error;
+    if (std::filesystem::is_directory(m_request.trace, error)) {
+      for (const auto& file : filesOf(m_request.trace)) readIfGood(file);
+    } else {
+      read(m_request.trace);
+    }
     for (const TraceChange& change : m_story.rest()) note(change);
-    if (m_cycles == 0)
-      throw std::runtime_error(m_request.trace +
-                               ": holds no cycle; allowed is a trace of a run that has seen pictures");
+    if (m_cycles == 0) {
+      throw std::runtime_error(m_first_mistake.value_or(
+          m_request.trace + ": holds no cycle; allowed is a trace of a run that has seen pictures"));
+    }
     if (m_asked) {
       tellMoment();
     } else if (m_request.event) {
@@ -168,9 +194,29 @@ class Explainer {
   }
 
  private:
+  /// One of many, which a damaged one does not take along.
+  void readIfGood(const std::filesystem::path& file) {
+    const std::uint64_t cycles = m_cycles;
+    try {
+      read(file);
+      if (m_cycles == cycles) m_notes += file.string() + ": holds no cycle\n";
+    } catch (const TraceMistake& mistake) {
+      if (!m_first_mistake) m_first_mistake = mistake.what();
+      m_notes.append(mistake.what()).append("; the rest of this file is left out\n");
+    }
+  }
+
+  void checkHeader(const TraceHeader& header) {
+    if (m_headers++ > 0 && (header.replay || isReplay())) {
+      throw std::runtime_error(m_request.trace + ": holds the trace of a recording beside another; name one file");
+    }
+  }
+
   void read(const std::filesystem::path& file) {
     TraceReader reader(file);
     while (auto line = reader.next()) {
+      if (const auto* header = std::get_if<TraceHeader>(&*line)) checkHeader(*header);
+      if (const auto* missing = std::get_if<TraceMissing>(&*line)) m_missing_lines += missing->lines;
       const bool is_cycle = std::holds_alternative<TraceCycle>(*line);
       if (const auto* settings = std::get_if<TraceSettings>(&*line)) compareSettings(*settings);
       const std::vector<TraceChange> changes = m_story.take(*std::move(line));
@@ -185,33 +231,66 @@ class Explainer {
 
   void takeCycle(const TraceMoment& moment) {
     if (m_cycles++ == 0) m_first_ns = moment.now->ns;
+    if (m_asked) lookFor(moment);
+    countPace(*moment.now);
     m_last_ns = moment.now->ns;
+    m_last_cycle = moment.now->number;
+    m_missing_lines = 0;
     if (moment.now->failed) {
       ++m_failed;
       if (m_failed == 1) m_first_failed_ns = moment.now->ns;
     }
-    if (m_asked) lookFor(moment);
     constexpr std::size_t kMostKept = 240;  // two minutes
     if (moment.now->failed) return;
     m_kept.push_back(moment);
     if (m_kept.size() > kMostKept) m_kept.pop_front();
   }
 
-  /// The last cycle not after the time that is asked for, known once a later one comes.
+  /// Numbers begin anew in each run.
+  [[nodiscard]] bool isOfNewRun(const TraceCycle& cycle) const { return cycle.number <= m_last_cycle; }
+
+  void countPace(const TraceCycle& cycle) {
+    if (m_cycles == 1) return;
+    if (isOfNewRun(cycle)) {
+      m_lines.push_back("     " + timeText(m_last_ns, isReplay()) + " to " + timeText(cycle.ns, isReplay()) +
+                        ": not running.");
+    } else if (cycle.number == m_last_cycle + 1 && cycle.ns > m_last_ns) {
+      m_steps_ns += static_cast<double>(cycle.ns - m_last_ns);
+      ++m_steps;
+    }
+  }
+
+  /// The last cycle not after the time that is asked for, known once a later one comes. A time of day is one of each
+  /// day: with the next day's, that of the day before is over.
   void lookFor(const TraceMoment& moment) {
-    const std::int64_t begin = isReplay() ? 0 : m_first_ns;
-    const std::int64_t wanted = m_asked->timeFor(moment.now->ns, begin);
-    if (moment.now->ns <= wanted) {
-      m_candidate = moment;
-      m_wanted_ns = wanted;
-    } else if (m_candidate) {
+    const Asked::Span wanted = m_asked->spanFor(moment.now->ns, isReplay() ? 0 : m_first_ns);
+    if (m_candidate && (moment.now->ns > wanted.to_ns || wanted.from_ns != m_wanted.from_ns)) {
+      m_found_note = m_candidate->now->ns < m_wanted.from_ns ? holeBefore(*moment.now) : "";
       m_found = std::exchange(m_candidate, std::nullopt);
     }
+    if (moment.now->ns > wanted.to_ns) return;
+    m_candidate = moment;
+    m_wanted = wanted;
+  }
+
+  /// Says so when cycles are missing between the last and this one; empty when none are.
+  [[nodiscard]] std::string holeBefore(const TraceCycle& cycle) const {
+    const bool stopped = isOfNewRun(cycle);
+    if (!stopped && cycle.number == m_last_cycle + 1) return "";
+    const auto missing = static_cast<std::int64_t>(cycle.number - m_last_cycle - 1);
+    const auto are = [](std::int64_t count, const char* what) {
+      return amountOf(count, what) + (count == 1 ? " is" : " are") + " missing";
+    };
+    return "No cycle between " + timeText(m_last_ns, isReplay()) + " and " + timeText(cycle.ns, isReplay()) + ": " +
+           (m_missing_lines > 0 ? are(m_missing_lines, "line")
+            : stopped           ? "not running"
+                                : are(missing, "cycle")) +
+           ". The cycle before:\n";
   }
 
   void note(const TraceChange& change) {
     ++m_changes;
-    const std::uint64_t number = change.seq.value_or(m_last_number + 1);
+    const std::uint64_t number = isReplay() ? m_changes : change.seq.value_or(m_last_number + 1);
     m_first_number = m_changes == 1 ? number : m_first_number;
     m_last_number = number;
     const std::string line = timeText(change.ns, isReplay()) + "  " + changeText(change);
@@ -232,21 +311,25 @@ class Explainer {
     const TraceCycle& about = change.active || last.before == nullptr ? *last.now : *last.before;
     m_out += "What led to it:\n";
     if (change.name == kTracedOutOfBed) {
-      for (const TraceBed& bed : last.now->beds) tellStretches(bedStretches(bed.area, m_kept));
+      for (const TraceBed& bed : last.now->beds) {
+        tellStretches("bed " + std::to_string(bed.area), bedStretches(bed.area, m_kept));
+      }
     }
     for (const TracePerson& one : about.people) {
       if (change.name == kTracedFall && one.activity != "fallen") continue;
-      tellStretches(stretchesOf(one.id, m_kept));
+      tellStretches("person " + std::to_string(one.id), stretchesOf(one.id, m_kept));
     }
   }
 
-  void tellStretches(const std::vector<Stretch>& stretches) {
+  /// The heading names the one; so the sentences need not.
+  void tellStretches(const std::string& name, const std::vector<Stretch>& stretches) {
     constexpr std::size_t kMost = 8;
+    if (!stretches.empty()) m_out += "  " + asSentence(name).substr(0, name.size()) + "\n";
     for (std::size_t i = stretches.size() > kMost ? stretches.size() - kMost : 0; i < stretches.size(); ++i) {
       const Stretch& one = stretches[i];
-      m_out += "  " + timeText(one.from_ns, isReplay());
+      m_out += "    " + timeText(one.from_ns, isReplay());
       if (one.cycles > 1) m_out += " to " + timeText(one.to_ns, isReplay()) + ", at the end";
-      m_out += ": " + one.text + ".\n";
+      m_out += ": " + (one.text.starts_with(name + " ") ? one.text.substr(name.size() + 1) : one.text) + ".\n";
     }
   }
 
@@ -259,13 +342,17 @@ class Explainer {
   }
 
   void tellMoment() {
-    if (m_candidate && m_wanted_ns - m_candidate->now->ns <= kSecond_ns) m_found = m_candidate;
+    const bool reached = m_candidate && m_wanted.from_ns - m_candidate->now->ns <= kSecond_ns;
+    if (m_candidate && (reached || !m_found)) {
+      m_found = m_candidate;
+      m_found_note = reached ? "" : "The trace ends at " + timeText(m_last_ns, isReplay()) + ". The cycle before:\n";
+    }
     if (!m_found) {
       throw std::runtime_error(m_request.trace + ": has no cycle at " + m_asked->text() + "; allowed is " +
                                timeText(m_first_ns, isReplay()) + " to " + timeText(m_last_ns, isReplay()));
     }
     const Scene scene = m_found->scene();
-    m_out = timeText(scene.now.ns, isReplay()) + ", cycle " + std::to_string(scene.now.number) + "\n";
+    m_out = m_found_note + timeText(scene.now.ns, isReplay()) + ", cycle " + std::to_string(scene.now.number) + "\n";
     if (scene.now.failed) {
       m_out +=
           "  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as it was.\n";
@@ -318,7 +405,7 @@ class Explainer {
     m_out = m_request.trace + ": " + (isReplay() ? "a recording" : "watched live") + ", " +
             amountOf(static_cast<std::int64_t>(m_cycles), "cycle") + " from " + timeText(m_first_ns, isReplay()) +
             " to " + timeText(m_last_ns, isReplay()) + ", by " + header.program + ".\n";
-    m_out += settingsText();
+    m_out += paceText() + settingsText();
     if (m_failed > 0) {
       m_out += asSentence(amountOf(static_cast<std::int64_t>(m_failed), "cycle") + " failed, the first at " +
                           timeText(m_first_failed_ns, isReplay()) + ": no picture or no network") +
@@ -326,10 +413,25 @@ class Explainer {
     }
     if (m_story.gaps() > 0)
       m_out += asSentence(amountOf(static_cast<std::int64_t>(m_story.gaps()), "cycle") +
-                          " are missing: they were never written") +
+                          (m_story.gaps() == 1 ? " is missing: it was never written"
+                                               : " are missing: they were never written")) +
                "\n";
     for (const std::string& line : m_lines) m_out.append(line).append("\n");
     if (m_changes == 0) m_out += "No event began or ended; --at TIME tells why.\n";
+  }
+
+  /// Empty when the cycles came about as fast as they were meant to.
+  [[nodiscard]] std::string paceText() const {
+    constexpr double kPerMillisecond = 1e6;
+    constexpr double kMuch = 0.1;
+    const double meant_ms = m_story.moment().header->period_ms;
+    if (m_steps == 0 || meant_ms <= 0) return "";
+    const double average_ms = m_steps_ns / static_cast<double>(m_steps) / kPerMillisecond;
+    if (std::abs(average_ms - meant_ms) <= kMuch * meant_ms) return "";
+    char text[128];
+    std::snprintf(text, sizeof text, "Cycles were on average %.2f s apart, not %.2f s.\n", average_ms / 1000,
+                  meant_ms / 1000);
+    return text;
   }
 
   [[nodiscard]] std::string settingsText() const;
@@ -341,7 +443,14 @@ class Explainer {
   std::deque<TraceMoment> m_kept;  ///< complete cycles
   std::optional<TraceMoment> m_candidate;
   std::optional<TraceMoment> m_found;
-  std::int64_t m_wanted_ns = 0;
+  std::string m_found_note;
+  Asked::Span m_wanted;  ///< the candidate's
+  std::optional<std::string> m_first_mistake;
+  int m_headers = 0;
+  std::int64_t m_missing_lines = 0;  ///< since the last cycle
+  std::uint64_t m_last_cycle = 0;
+  double m_steps_ns = 0;
+  std::uint64_t m_steps = 0;
   std::vector<std::string> m_lines;
   std::string m_out;
   std::string m_notes;
@@ -380,7 +489,7 @@ std::string Explainer::settingsText() const {
     return used.empty() ? "none" : listOf(used, ", ");
   };
   if (parameters.empty()) return "";
-  std::string text = "Settings: Sensitivity " + shortNumber(value("Sensitivity")) + ", MaxDisappeared " +
+  std::string text = "Settings at the end: Sensitivity " + shortNumber(value("Sensitivity")) + ", MaxDisappeared " +
                      value("MaxDisappeared") + "; beds in use: " + areas("Detection") +
                      "; exclusion areas in use: " + areas("Exclusion");
   if (value("DetectPatientOutOfBed") != "true") text += "; Patient Out of Bed is switched off";

@@ -8,8 +8,8 @@
 namespace workstation {
 
 struct ExplainRequest {
-  std::string trace;                   ///< a file, or the directory of what was watched live
-  std::optional<std::string> at;       ///< seconds, or a live trace's local time "HH:MM:SS": all about the cycle then
+  std::string trace;              ///< a file, or the directory of what was watched live
+  std::optional<std::string> at;  ///< seconds, or a live trace's local time "HH:MM[:SS[.s]]": all about the cycle then
   std::optional<std::uint64_t> event;  ///< its number: that change and what led to it
 };
 

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "platform/workstation/trace/left_out.h"
@@ -50,8 +51,10 @@ std::pair<std::string, std::string> lengths(double value, double limit, std::opt
   return {one + name, other + name};
 }
 
+/// "38 px inside its outline"
 std::string insideBy(double distance) {
-  return fixed(std::abs(distance), 0) + " px " + (distance <= 0 ? "inside" : "outside");
+  const std::string pixels = fixed(std::abs(distance), 0);
+  return (pixels == "0" ? "on" : pixels + " px " + (distance <= 0 ? "inside" : "outside")) + " its outline";
 }
 
 std::optional<double> distanceTo(const char* kind, int area, const TracePerson& person) {
@@ -61,26 +64,22 @@ std::optional<double> distanceTo(const char* kind, int area, const TracePerson& 
   return std::nullopt;
 }
 
-/// "; not seen for 3 cycles, and counted where last seen for up to 8"
-std::string missingText(int id, const Scene& scene) {
+std::string countedText(const Scene& scene) {
   const std::string most = setting("MaxDisappeared", scene);
-  return "; not seen for " + amountOf(missingFor(id, scene.now), "cycle") + ", and counted where last seen" +
-         (most.empty() ? "" : " for up to " + most);
+  return ", and counted where last seen" +
+         (most.empty() ? "" : " for up to " + amountOf(std::atoi(most.c_str()), "cycle"));
 }
 
-/// "shoulders lie 38 px inside"; of somebody missing, "place where last seen is 38 px inside"
+/// "; not seen for 3 cycles, and counted where last seen for up to 8 cycles"
+std::string missingText(int id, const Scene& scene) {
+  return "; not seen for " + amountOf(missingFor(id, scene.now), "cycle") + countedText(scene);
+}
+
+/// "shoulders are 38 px inside its outline"; of somebody missing, "place where last seen is ..."
 std::string placeText(const TracePerson& person, double distance, const Scene& scene) {
   if (!person.n) return "place where last seen is " + insideBy(distance);
   const std::string word = placeWord(*person.n, scene.now);
-  return word + (word == "shoulders" ? " lie " : " lies ") + insideBy(distance);
-}
-
-std::string inAreaText(const TracePerson& person, const char* kind, const std::string& name, const Scene& scene) {
-  std::string text = "is in " + name;
-  if (const auto distance = distanceTo(kind, person.area, person)) {
-    text += ": the " + placeText(person, *distance, scene) + " its outline";
-  }
-  return text;
+  return word + (word == "shoulders" ? " are " : " is ") + insideBy(distance);
 }
 
 std::string areaName(const TracePerson& person) {
@@ -98,17 +97,22 @@ std::string postureText(const TracePerson& person) {
   if (!person.off || !person.limit) return "";
   if (lies(person) && *person.off <= *person.limit && person.torso_to_legs && person.torso_to_legs_limit) {
     const auto [ratio, limit] = sideBySide(*person.torso_to_legs, *person.torso_to_legs_limit, 2);
-    return "the torso looks " + ratio + " times as long as the legs (less than " + limit + " counts as lying)";
+    return "the torso look" + std::string(person.n ? "s " : "ed ") + ratio + " times as long as the legs (less than " +
+           limit + " counts as lying)";
   }
   const auto [off, limit] = lengths(*person.off, *person.limit, person.metre);
-  return "the shoulders are " + off + " from where they would be if upright above these feet (" +
+  return "the shoulders " + std::string(person.n ? "are " : "were ") + off +
+         " from where they would be if upright above these feet (" +
          (lies(person) ? "limit " + limit : "more than " + limit + " would count as lying") + ")";
 }
 
+/// An average: somebody who stands or lies still by now may have moved before.
 std::string movementText(const TracePerson& person) {
-  if (!person.movement || !person.movement_limit) return "";
+  const std::string text =
+      "over the last " + amountOf(std::min(person.findings, person.depth), "finding") + " the body ";
+  if (!person.movement || !person.movement_limit) return text + "moved too much";
   const auto [speed, limit] = sideBySide(*person.movement, *person.movement_limit, 0);
-  return " by " + speed + " % of the body's height a second (limit " + limit + " %)";
+  return text + "moved on average by " + speed + " % of its height a second (limit " + limit + " %)";
 }
 
 /// Why a finding allows no fall, of this one or one before.
@@ -120,7 +124,7 @@ std::string againstText(const std::string& rule, bool now) {
       {"standing", {"stands", "stood"}},
       {"sitting", {"sits", "sat"}},
       {"near edge", {"reaches the picture's edge, where no fall is told", "reached the picture's edge"}},
-      {"moving", {"moves", "moved"}}};
+      {"moving", {"moved", "moved"}}};
   const auto found = kTexts.find(rule);
   if (found == kTexts.end()) return (now ? "is ruled out by \"" : "was ruled out by \"") + rule + "\"";
   return now ? found->second.first : found->second.second;
@@ -129,8 +133,8 @@ std::string againstText(const std::string& rule, bool now) {
 /// Somebody who lies and is not fallen: for how long, and what was before.
 std::string lyingText(const TracePerson& person) {
   if (person.against && person.against->back == 0) {
-    return "lies on the floor but " + againstText(person.against->rule, true) +
-           (person.against->rule == "moving" ? movementText(person) : "");
+    if (person.against->rule == "moving") return "lies on the floor; " + movementText(person);
+    return "lies on the floor but " + againstText(person.against->rule, true);
   }
   std::string text = "lies still on the floor, for " + std::to_string(person.lying_for) + " of " +
                      amountOf(person.needed, "finding") + " so far";
@@ -138,8 +142,13 @@ std::string lyingText(const TracePerson& person) {
   return text;
 }
 
+/// No more findings are kept than `depth`.
+std::string lyingForText(const TracePerson& person) {
+  return amountOf(person.lying_for, "finding") + (person.lying_for == person.depth ? " or more" : "");
+}
+
 std::string fallenText(const TracePerson& person) {
-  return "has lain still on the floor for " + amountOf(person.lying_for, "finding") +
+  return "has lain still on the floor for " + lyingForText(person) +
          (person.lying_for > person.needed ? " (" + std::to_string(person.needed) + " make a fall)" : "");
 }
 
@@ -148,13 +157,27 @@ std::string floorText(const TracePerson& person) {
   if (person.activity == "lying") return lyingText(person);
   if (person.activity == "standing" || person.activity == "sitting") {
     const bool moves = person.movement && person.movement_limit && *person.movement > *person.movement_limit;
-    return (person.activity == "standing" ? "stands" : "sits") + std::string(moves ? " and moves" : "");
+    return (person.activity == "standing" ? "stands" : "sits") + (moves ? "; " + movementText(person) : "");
   }
   if (!isJudged(person)) {
     return "is outside the beds, known for " + amountOf(person.findings, "finding") + ", and judged from " +
            std::to_string(person.depth - 1) + " on";
   }
   return "is outside the beds, and whether this person stands or lies cannot be told";
+}
+
+/// Where and how somebody was who is not seen now.
+std::string lastSeenText(const TracePerson& person) {
+  if (!isOnFloor(person)) return "last seen in " + areaName(person);
+  if (person.activity == "fallen") return "last seen lying still on the floor, for " + lyingForText(person);
+  if (person.activity == "lying") return "last seen lying on the floor";
+  if (person.activity == "standing" || person.activity == "sitting") return "last seen " + person.activity;
+  return "last seen outside the beds";
+}
+
+std::string notSeenText(const TracePerson& person, const Scene& scene) {
+  const int cycles = missingFor(person.id, scene.now);
+  return "has not been seen" + (cycles > 0 ? " for " + amountOf(cycles, "cycle") : " now");
 }
 
 bool isSwitchedOff(const std::string& event, const Scene& scene) {
@@ -172,7 +195,7 @@ std::string nearestText(int area, const Scene& scene) {
   if (nearest == nullptr) return "nobody who is tracked is in it";
   const double distance = *distanceTo("bed", area, *nearest);
   if (distance <= 0 && nearest->footing == "bed") return nameOf(nearest->id) + " counts in " + areaName(*nearest);
-  return "the nearest is " + nameOf(nearest->id) + ", whose " + placeText(*nearest, distance, scene) + " its outline";
+  return "the nearest is " + nameOf(nearest->id) + ", whose " + placeText(*nearest, distance, scene);
 }
 
 /// Who is nearest to an empty bed, and who was seen in it and left out.
@@ -188,15 +211,17 @@ std::string occupiedText(const TraceBed& bed, const Scene& scene) {
   const TracePerson* person = findPerson(*bed.by, scene.now);
   const auto distance = person == nullptr ? std::nullopt : distanceTo("bed", bed.area, *person);
   if (!distance) return text;
-  return text + ", whose " + placeText(*person, *distance, scene) + " its outline" +
-         (person->n ? "" : missingText(*bed.by, scene));
+  return text + ", whose " + placeText(*person, *distance, scene) + (person->n ? "" : missingText(*bed.by, scene));
 }
 
 /// For how long some bed has been empty; cycles that failed count for nothing.
 std::string emptyForText(const Scene& scene) {
   const int cycles = scene.now.empty_cycles;
   std::string text = (cycles > scene.now.empty_limit ? "" : "only ") + amountOf(cycles, "cycle");
-  if (scene.header.period_ms > 0) text += " (" + fixed(cycles * scene.header.period_ms / 1000.0, 1) + " s)";
+  if (cycles > 1 && scene.empty_since_ns && *scene.empty_since_ns <= scene.now.ns) {
+    constexpr double kSecond_ns = 1e9;
+    text += " (" + fixed(static_cast<double>(scene.now.ns - *scene.empty_since_ns) / kSecond_ns, 1) + " s)";
+  }
   return text + ", and more than " + std::to_string(scene.now.empty_limit) + " raise the event";
 }
 
@@ -219,6 +244,7 @@ std::string whatBecameOf(int id, const Scene& scene) {
   if (std::find(forgotten.begin(), forgotten.end(), id) == forgotten.end())
     return nameOf(id) + " is not tracked any more";
   const std::string most = setting("MaxDisappeared", scene);
+  if (most == "0") return nameOf(id) + " is no longer seen";
   return nameOf(id) + " has not been seen for more than " + (most.empty() ? "the allowed" : most) +
          " cycles and is forgotten";
 }
@@ -269,22 +295,24 @@ std::string listOf(const std::vector<std::string>& texts, const std::string& bet
 
 std::string shortPersonText(const TracePerson& person, const Scene& scene) {
   std::string text = nameOf(person.id) + " ";
-  text += isOnFloor(person) ? floorText(person) : "is in " + areaName(person);
-  if (!person.n) text += " (not seen for " + amountOf(missingFor(person.id, scene.now), "cycle") + ")";
-  return text;
+  if (!person.n) return text + notSeenText(person, scene) + "; " + lastSeenText(person);
+  return text + (isOnFloor(person) ? floorText(person) : "is in " + areaName(person));
 }
 
 std::string personText(const TracePerson& person, const Scene& scene) {
-  std::string text = nameOf(person.id) + " ";
+  std::string text = person.n ? "" : notSeenText(person, scene) + countedText(scene) + "; ";
   if (isOnFloor(person)) {
-    text += floorText(person);
+    text += person.n ? floorText(person) : lastSeenText(person);
     const std::string posture = person.activity == "unknown" ? "" : postureText(person);
     if (!posture.empty()) text += "; " + posture;
   } else {
-    text += inAreaText(person, person.footing.c_str(), areaName(person), scene);
+    text += person.n ? "is in " + areaName(person) : lastSeenText(person);
+    if (const auto distance = distanceTo(person.footing.c_str(), person.area, person)) {
+      text += ": the " + placeText(person, *distance, scene);
+    }
     if (person.footing == "exclusion") text += ", where no fall is told";
   }
-  return person.n ? text : text + missingText(person.id, scene);
+  return nameOf(person.id) + " " + text;
 }
 
 std::string bedText(const TraceBed& bed, const Scene& scene) {

@@ -19,6 +19,7 @@ struct Scene {
   const TraceSettings& settings;
   const TraceCycle* before;
   const TraceCycle& now;
+  std::optional<std::int64_t> empty_since_ns;  ///< when the count of cycles with an empty bed began; none if not known
 };
 
 /// "Person 3 stands." of "person 3 stands".

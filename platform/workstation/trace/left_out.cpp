@@ -133,7 +133,7 @@ std::string whyText(const TraceRule& why) {
     if (!why.value) return "not confirmed: the detector saw no person there";
     return both(why, "not confirmed: the detector's best score ", " is not above ", "");
   }
-  if (why.rule == "score") return both(why, "score ", " is not above ", "");
+  if (why.rule == "score") return both(why, "its score ", " is not above ", "");
   if (why.rule == "no top") return "neither shoulders nor head were found";
   return "\"" + why.rule + "\"";
 }

@@ -167,14 +167,23 @@ class Fields {
 
 int needCount(const Fields& from, const char* key) { return from.need(from.count(key), key); }
 
+void checkRotation(const Fields& from, int rotation) {
+  if (rotation % 90 != 0 || rotation > 270) from.wrong("rotation", "0, 90, 180 or 270");
+}
+
 TraceHeader readHeader(const Fields& line) {
   const auto version = line.whole("version");
   if (version != kVersion) line.wrong("version", std::to_string(kVersion) + "; make the trace anew");
   const std::vector<double> picture = line.numbers("picture", 2);
-  constexpr double kLongestSide = 65536;
+  constexpr double kLongestSide = 8192;
   if (!(picture[0] >= 1 && picture[0] <= kLongestSide && picture[1] >= 1 && picture[1] <= kLongestSide)) {
-    line.wrong("picture", "a width and a height from 1 to 65536");
+    line.wrong("picture", "a width and a height from 1 to 8192");
   }
+  if (const auto rotation = line.count("rotation")) checkRotation(line, *rotation);
+  constexpr double kLongestFocal_um = 1e6;
+  const auto focal = line.number("focal_length_um");
+  if (focal && !(*focal >= 1 && *focal <= kLongestFocal_um))
+    line.wrong("focal_length_um", "a number from 1 to 1000000");
   return {line.text("program").value_or(""), static_cast<int>(picture[0]), static_cast<int>(picture[1]),
           line.need(line.truth("replay"), "replay"), needCount(line, "period_ms")};
 }
@@ -217,7 +226,7 @@ TracePose readPose(const Fields& from, const char* number) {
 TraceRun readRun(const Fields& from, std::size_t most_poses) {
   TraceRun run;
   run.rotation = needCount(from, "rotation");
-  if (run.rotation % 90 != 0 || run.rotation > 270) from.wrong("rotation", "0, 90, 180 or 270");
+  checkRotation(from, run.rotation);
   run.poses = from.each(
       "poses", [](const Fields& one) { return readPose(one, "n"); }, most_poses);
   return run;
@@ -365,15 +374,19 @@ TraceLine parseTraceLine(std::string_view text) {
   if (kind == "settings") return readSettings(line);
   if (kind == "cycle") return readCycle(line);
   if (kind == "event") return readEvent(line);
+  if (kind == "missing") return TraceMissing{line.whole("lines", kMostNumber).value_or(0)};
   return std::monostate{};
 }
 
 TraceReader::TraceReader(const std::filesystem::path& file) : m_path(file) {
   std::error_code error;
-  if (!std::filesystem::exists(file, error)) throw std::runtime_error(file.string() + ": there is no such file");
-  if (!std::filesystem::is_regular_file(file, error)) throw std::runtime_error(file.string() + ": is not a file");
+  if (!std::filesystem::exists(file, error)) throw TraceMistake(file.string() + ": there is no such file");
+  if (!std::filesystem::is_regular_file(file, error)) throw TraceMistake(file.string() + ": is not a file");
   m_file.open(file, std::ios::binary);
-  if (!m_file) throw std::runtime_error(file.string() + ": cannot be read");
+  if (!m_file) throw TraceMistake(file.string() + ": cannot be read");
+  const int first = m_file.peek();
+  if (file.extension() == ".jsonl" || first == '{' || first == std::ifstream::traits_type::eof()) return;
+  throw TraceMistake(file.string() + ": is no trace; make one: ./run replay " + file.string() + " --trace FILE");
 }
 
 /// A last line without its line feed that is whole JSON has only lost that.
@@ -386,7 +399,7 @@ std::optional<TraceLine> TraceReader::next() {
     checkOrder(line);
     return line;
   } catch (const std::runtime_error& mistake) {
-    if (ended || !m_header || json::accept(text)) throw std::runtime_error(at(m_path, m_line) + mistake.what());
+    if (ended || !m_header || json::accept(text)) throw TraceMistake(at(m_path, m_line) + mistake.what());
     m_cut_off = true;
     return std::nullopt;
   }
@@ -400,7 +413,7 @@ bool TraceReader::readLine(std::string& line) {
   while ((c = m_file.rdbuf()->sbumpc()) != Traits::eof() && c != '\n') {
     line += static_cast<char>(c);
     if (line.size() > kMostTraceLineBytes) {
-      throw std::runtime_error(at(m_path, m_line) + "is too long; allowed are lines of 4 MiB");
+      throw TraceMistake(at(m_path, m_line) + "is too long; allowed are lines of 4 MiB");
     }
   }
   return c == '\n';
@@ -415,7 +428,9 @@ void TraceReader::checkOrder(const TraceLine& line) {
   }
   if (!m_header) refuse("is no header", "a trace, which begins with {\"kind\": \"trace\", \"version\": 1, ...}");
   const auto* cycle = std::get_if<TraceCycle>(&line);
+  m_has_settings = m_has_settings || std::holds_alternative<TraceSettings>(line);
   if (cycle == nullptr) return;
+  if (!m_has_settings) refuse("a cycle comes before the settings", "a trace whose second line tells them");
   if (cycle->number <= m_number) {
     refuse("cycle " + std::to_string(cycle->number) + " comes after cycle " + std::to_string(m_number),
            "a trace whose lines stand in their order");

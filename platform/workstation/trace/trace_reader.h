@@ -8,6 +8,7 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -161,8 +162,13 @@ struct TraceEvent {
   bool active = false;
 };
 
+/// So many lines are missing here.
+struct TraceMissing {
+  std::int64_t lines = 0;
+};
+
 /// What a line holds; std::monostate for a kind that this reader does not know.
-using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent>;
+using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent, TraceMissing>;
 
 /// Longer lines are no trace's: one of eighty people has 60 KB.
 inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;
@@ -170,13 +176,19 @@ inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;
 /// Throws std::runtime_error: what is wrong and what is allowed, in one line without the place.
 TraceLine parseTraceLine(std::string_view text);
 
+/// A file that cannot be understood: "FILE line N: what is wrong; what is allowed".
+class TraceMistake : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// One file from its beginning to its end, in memory that does not grow with it.
 class TraceReader {
  public:
-  /// Throws std::runtime_error with one line when it cannot be read.
+  /// Throws TraceMistake with one line when it cannot be read.
   explicit TraceReader(const std::filesystem::path& file);
 
-  /// The next line; none at the end. Throws std::runtime_error: "FILE line N: what is wrong; what is allowed".
+  /// The next line; none at the end. Throws TraceMistake.
   std::optional<TraceLine> next();
   /// Whether the file ends in the middle of a line, as that of a run that was killed. Known at the end.
   bool isCutOff() const { return m_cut_off; }
@@ -190,6 +202,7 @@ class TraceReader {
   std::uint64_t m_line = 0;
   bool m_cut_off = false;
   std::optional<TraceHeader> m_header;
+  bool m_has_settings = false;
   std::uint64_t m_number = 0;  ///< of the last cycle
   std::int64_t m_ns = 0;
 };

@@ -29,6 +29,7 @@ std::vector<TraceChange> TraceStory::take(TraceLine line) {
 
 void TraceStory::advance(TraceCycle cycle) {
   const auto last = std::exchange(m_moment.now, std::make_shared<TraceCycle>(std::move(cycle)));
+  countEmpty(last.get());
   const std::uint64_t number = m_moment.now->number;
   if (last != nullptr && number == last->number + 1) {
     if (!last->failed) m_moment.before = last;
@@ -36,6 +37,21 @@ void TraceStory::advance(TraceCycle cycle) {
   }
   if (last != nullptr && number > last->number) m_gaps += number - last->number - 1;
   m_moment.before = nullptr;
+}
+
+/// A cycle that failed leaves the count as it is. After cycles that are missing the count may have begun anew, unless
+/// it is longer than they are many.
+void TraceStory::countEmpty(const TraceCycle* last) {
+  const TraceCycle& now = *m_moment.now;
+  auto& since = m_moment.empty_since_ns;
+  const bool is_next = last != nullptr && now.number > last->number;
+  if (now.failed && is_next && now.number == last->number + 1) return;
+  const auto cycles = static_cast<std::uint64_t>(now.empty_cycles);
+  if (cycles == 1) {
+    since = now.ns;
+  } else if (!is_next || cycles <= now.number - last->number) {
+    since = std::nullopt;
+  }
 }
 
 std::vector<TraceChange> TraceStory::changesNow() {

@@ -28,7 +28,9 @@ struct TraceMoment {
   std::shared_ptr<const TraceCycle> before;  ///< the last complete one; null when cycles between are not known
   std::shared_ptr<const TraceCycle> now;     ///< null before the first
 
-  [[nodiscard]] Scene scene() const { return {*header, *settings, before.get(), *now}; }
+  std::optional<std::int64_t> empty_since_ns;  ///< of the first cycle of those in a row with an empty bed
+
+  [[nodiscard]] Scene scene() const { return {*header, *settings, before.get(), *now, empty_since_ns}; }
 };
 
 class TraceStory {
@@ -44,9 +46,10 @@ class TraceStory {
 
  private:
   void advance(TraceCycle cycle);
+  void countEmpty(const TraceCycle* last);
   std::vector<TraceChange> changesNow();
 
-  TraceMoment m_moment{std::make_shared<TraceHeader>(), std::make_shared<TraceSettings>(), nullptr, nullptr};
+  TraceMoment m_moment{std::make_shared<TraceHeader>(), std::make_shared<TraceSettings>(), nullptr, nullptr, {}};
   std::vector<TraceEvent> m_sent;  ///< by the cycle whose line comes next
   std::uint64_t m_gaps = 0;
 };

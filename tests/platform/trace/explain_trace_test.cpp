@@ -137,32 +137,31 @@ TEST_F(ExplainTrace, EachChangeOfAnEventIsToldWithItsReason) {
              with(with(cycle(5), {{"people", json::array()}, {"forgotten", {3}}}), changed(kFall, false)),
              with(with(cycle(8), {{"people", {in_bed}}, {"beds", {{{"area", 1}, {"occupied", true}, {"by", 5}}}}}),
                   changed(kOutOfBed, false))});
-  EXPECT_EQ(
-      explain({file, {}, {}}),
-      "a.jsonl: a recording, 6 cycles from 0.5 s to 4.0 s, by velmor_care.\n"
-      "Settings: Sensitivity 0.38, MaxDisappeared 8; beds in use: 1; exclusion areas in use: none.\n"
-      "1 cycle failed, the first at 2.0 s: no picture or no network.\n"
-      "2 cycles are missing: they were never written.\n"
-      "  1  1.0 s  Patient Out of Bed: bed 1 has been empty for 11 cycles (5.5 s), and more than 10 raise the event; "
-      "the nearest is person 3, whose shoulders lie 100 px outside its outline.\n"
-      "  7  1.5 s  Fall Detected: person 3 has lain still on the floor for 6 findings; " +
-          kShoulders +
-          ".\n"
-          "  8  2.5 s  Fall Detected ended: person 3 has not been seen for more than 8 cycles and is forgotten.\n"
-          "  9  4.0 s  Patient Out of Bed ended: bed 1 counts as occupied by person 5, whose shoulders lie 38 px "
-          "inside "
-          "its outline.\n");
-  EXPECT_EQ(
-      explain({file, {}, 7}),
-      "7  1.5 s  Fall Detected: person 3 has lain still on the floor for 6 findings; " + kShoulders +
-          ".\n"
-          "What led to it:\n"
-          "  1.0 s: person 3 lies still on the floor, for 5 of 6 findings so far; before that this person moved; " +
-          kShoulders +
-          ".\n"
-          "  1.5 s: person 3 has lain still on the floor for 6 findings; " +
-          kShoulders + ".\n");
-  EXPECT_EQ(explain({file, {}, 10}), "error: a.jsonl: has no change 10; allowed are 1 to 9");
+  EXPECT_EQ(explain({file, {}, {}}),
+            "a.jsonl: a recording, 6 cycles from 0.5 s to 4.0 s, by velmor_care.\n"
+            "Settings at the end: Sensitivity 0.38, MaxDisappeared 8; beds in use: 1; exclusion areas in use: none.\n"
+            "1 cycle failed, the first at 2.0 s: no picture or no network.\n"
+            "2 cycles are missing: they were never written.\n"
+            "  1  1.0 s  Patient Out of Bed: bed 1 has been empty for 11 cycles, and more than 10 raise the event; "
+            "the nearest is person 3, whose shoulders are 100 px outside its outline.\n"
+            "  2  1.5 s  Fall Detected: person 3 has lain still on the floor for 6 findings; " +
+                kShoulders +
+                ".\n"
+                "  3  2.5 s  Fall Detected ended: person 3 has not been seen for more than 8 cycles and is forgotten.\n"
+                "  4  4.0 s  Patient Out of Bed ended: bed 1 counts as occupied by person 5, whose shoulders are 38 px "
+                "inside "
+                "its outline.\n");
+  EXPECT_EQ(explain({file, {}, 2}),
+            "2  1.5 s  Fall Detected: person 3 has lain still on the floor for 6 findings; " + kShoulders +
+                ".\n"
+                "What led to it:\n"
+                "  Person 3\n"
+                "    1.0 s: lies still on the floor, for 5 of 6 findings so far; before that this person moved; " +
+                kShoulders +
+                ".\n"
+                "    1.5 s: has lain still on the floor for 6 findings; " +
+                kShoulders + ".\n");
+  EXPECT_EQ(explain({file, {}, 5}), "error: a.jsonl: has no change 5; allowed are 1 to 4");
   EXPECT_EQ(
       explain({file, "2", {}}),
       "2.0 s, cycle 4\n  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as "
@@ -176,7 +175,12 @@ TEST_F(ExplainTrace, NoFallSaysWhatStandsAgainstIt) {
   };
   EXPECT_EQ(noAlarm(kFall, {}), "nobody is tracked.");
   EXPECT_EQ(of({{"activity", "standing"}}), "person 3 stands.");
-  EXPECT_EQ(of({{"activity", "standing"}, {"movement", 11}}), "person 3 stands and moves.");
+  EXPECT_EQ(of({{"activity", "standing"}, {"movement", 11}}),
+            "person 3 stands; over the last 12 findings the body moved on average by 11 % of its height a second "
+            "(limit 10 %).");
+  EXPECT_EQ(of({{"activity", "fallen"}, {"lying_for", 12}, {"needed", 12}}),
+            "person 3 has lain still on the floor for 12 findings or more; " + kShoulders + ".");
+  EXPECT_EQ(of({{"activity", "standing"}, {"n", nullptr}}), "person 3 has not been seen now; last seen standing.");
   EXPECT_EQ(of({{"footing", "bed"}, {"area", 2}}), "person 3 is in bed 2.");
   EXPECT_EQ(of({{"footing", "exclusion"}, {"area", 1}}), "person 3 is in exclusion area 1.");
   EXPECT_EQ(of({{"activity", "unknown"}, {"findings", 1}}),
@@ -185,7 +189,8 @@ TEST_F(ExplainTrace, NoFallSaysWhatStandsAgainstIt) {
             "person 3 is outside the beds, and whether this person stands or lies cannot be told.");
   EXPECT_EQ(against("near edge"), "person 3 lies on the floor but reaches the picture's edge, where no fall is told.");
   EXPECT_EQ(of({{"movement", 10.04}, {"against", {{"rule", "moving"}, {"back", 0}}}}),
-            "person 3 lies on the floor but moves by 10.04 % of the body's height a second (limit 10.00 %).");
+            "person 3 lies on the floor; over the last 12 findings the body moved on average by 10.04 % of its height "
+            "a second (limit 10.00 %).");
   const std::string lies = "person 3 lies still on the floor, for 1 of 6 findings so far; before that this person ";
   const std::vector<std::pair<std::string, std::string>> before = {{"bed", "was in a bed"},
                                                                    {"exclusion", "was in an exclusion area"},
@@ -216,16 +221,16 @@ TEST_F(ExplainTrace, NoExitSaysWhoIsInWhichBedAndHowLongOneWasEmpty) {
   EXPECT_EQ(
       noAlarm(kOutOfBed, {{"beds", {occupied}}, {"people", {missing}}, {"tracks", {{{"id", 5}, {"missing", 1}}}}}),
       "bed 1 counts as occupied by person 5, whose place where last seen is 12 px inside its outline; not seen for 1 "
-      "cycle, and counted where last seen for up to 8.");
+      "cycle, and counted where last seen for up to 8 cycles.");
   EXPECT_EQ(
       noAlarm(kOutOfBed, {{"beds", {occupied, {{"area", 2}, {"occupied", false}}}}, {"people", {inside(5, 1, -12)}}}),
-      "a bed has been empty for only 3 cycles (1.5 s), and more than 10 raise the event; bed 2 is empty: person 5 "
+      "a bed has been empty for only 3 cycles, and more than 10 raise the event; bed 2 is empty: person 5 "
       "counts in bed 1.");
   json head = pose(0, 400, 150);
   for (const int part : {5, 6}) head["points"][static_cast<std::size_t>(part)][2] = 0.1;
   EXPECT_EQ(noAlarm(kOutOfBed, {{"people", {person(5)}}, {"runs", {{{"rotation", 0}, {"poses", {head}}}}}}),
-            "bed 1 has been empty for only 3 cycles (1.5 s), and more than 10 raise the event; the nearest is person "
-            "5, whose head lies 100 px outside its outline.");
+            "bed 1 has been empty for only 3 cycles, and more than 10 raise the event; the nearest is person "
+            "5, whose head is 100 px outside its outline.");
   EXPECT_EQ(noAlarm(kOutOfBed, {{"beds", json::array()}}), "no bed area is in use.");
   m_settings["DetectPatientOutOfBed"] = "false";
   EXPECT_EQ(noAlarm(kOutOfBed, {}), "the event is switched off in the settings.");
@@ -257,9 +262,9 @@ TEST_F(ExplainTrace, WhoWasLeftOutIsToldWithTheRuleAndItsNumbers) {
                         {"people", {with(person(3), {{"n", 8}, {"activity", "standing"}})}}};
   EXPECT_EQ(explain({write({with(cycle(1), changes)}), "0.5", {}}),
             "0.5 s, cycle 1\n"
-            "  Patient Out of Bed, no alarm: bed 1 has been empty for only 3 cycles (1.5 s), and more than 10 raise "
+            "  Patient Out of Bed, no alarm: bed 1 has been empty for only 3 cycles, and more than 10 raise "
             "the event; "
-            "the nearest is person 3, whose shoulders lie 100 px outside its outline; 1 skeleton inside its outline "
+            "the nearest is person 3, whose shoulders are 100 px outside its outline; 1 skeleton inside its outline "
             "was left out: not "
             "confirmed: the detector saw no person there; 2 skeletons scored too low, the best of them: score 0.1499 "
             "under 0.1500.\n"
@@ -278,7 +283,7 @@ TEST_F(ExplainTrace, WhoWasLeftOutIsToldWithTheRuleAndItsNumbers) {
             "  Skeleton 2 at (200, 150), inside bed 1, seen by the run at 180 degrees: not confirmed: the detector saw "
             "no person there.\n"
             "  Skeleton 10 at (960, 60), seen by the run at 90 degrees: taken for the same person as skeleton 9.\n"
-            "  Skeleton 5 at (900, 60), seen by the run at 90 degrees: score 0.31 is not above 0.38.\n"
+            "  Skeleton 5 at (900, 60), seen by the run at 90 degrees: its score 0.31 is not above 0.38.\n"
             "  Skeleton 9 at (950, 60), seen by the run at 90 degrees: person 3 covers it: 45 % of the smaller box in "
             "common, more than 20 %.\n"
             "  The run at 180 degrees: 2 skeletons scored too low, the best of them: score 0.1499 under 0.1500.\n");
@@ -286,6 +291,7 @@ TEST_F(ExplainTrace, WhoWasLeftOutIsToldWithTheRuleAndItsNumbers) {
 
 TEST_F(ExplainTrace, WhatIsWrongWithATraceIsOneLine) {
   const std::string begin = header(true).dump() + "\n";
+  const std::string settled = begin + R"({"kind": "settings", "parameters": {}})" + "\n";
   const auto of = [&](const std::string& text) {
     m_folder.write("a.jsonl", text);
     return explain({(m_folder / "a.jsonl").string(), {}, {}});
@@ -303,10 +309,10 @@ TEST_F(ExplainTrace, WhatIsWrongWithATraceIsOneLine) {
   EXPECT_EQ(of(begin + std::string((4 << 20) + 1, ' ') + "\n"),
             "error: a.jsonl line 2: is too long; allowed are lines of 4 MiB");
   EXPECT_EQ(of(begin), "error: a.jsonl: holds no cycle; allowed is a trace of a run that has seen pictures");
-  EXPECT_EQ(of(begin + cycle(2).dump() + "\n" + cycle(1).dump() + "\n"),
-            "error: a.jsonl line 3: cycle 1 comes after cycle 2; allowed is a trace whose lines stand in their order");
-  EXPECT_EQ(of(begin + cycle(2).dump() + "\n" + with(cycle(3), {{"ns", 1}}).dump() + "\n"),
-            "error: a.jsonl line 3: ns is 1 after 1000000000; allowed is time that goes on");
+  EXPECT_EQ(of(settled + cycle(2).dump() + "\n" + cycle(1).dump() + "\n"),
+            "error: a.jsonl line 4: cycle 1 comes after cycle 2; allowed is a trace whose lines stand in their order");
+  EXPECT_EQ(of(settled + cycle(2).dump() + "\n" + with(cycle(3), {{"ns", 1}}).dump() + "\n"),
+            "error: a.jsonl line 4: ns is 1 after 1000000000; allowed is time that goes on");
   EXPECT_EQ(bad({{"number", -1}}),
             "error: a.jsonl line 2: number is -1; allowed is a whole number from 0 to 9007199254740992");
   EXPECT_EQ(bad({{"people", {{{"place", {1, 2}}}}}}),
@@ -319,14 +325,47 @@ TEST_F(ExplainTrace, WhatIsWrongWithATraceIsOneLine) {
             "error: a.jsonl line 2: runs[0].poses[0].points is a list; allowed is a list of 17 places [x, y, score]");
   EXPECT_EQ(bad({{"runs", {{{"rotation", 45}}}}}),
             "error: a.jsonl line 2: runs[0].rotation is 45; allowed is 0, 90, 180 or 270");
+  EXPECT_EQ(bad({}),
+            "error: a.jsonl line 2: a cycle comes before the settings; allowed is a trace whose second line "
+            "tells them");
+  const auto head = [&](const json& changes) { return of(with(header(true), changes).dump() + "\n"); };
+  EXPECT_EQ(head({{"rotation", 45}}), "error: a.jsonl line 1: rotation is 45; allowed is 0, 90, 180 or 270");
+  EXPECT_EQ(head({{"focal_length_um", 0}}),
+            "error: a.jsonl line 1: focal_length_um is 0; allowed is a number from 1 to 1000000");
+  EXPECT_EQ(head({{"picture", {8193, 1}}}),
+            "error: a.jsonl line 1: picture is a list; allowed is a width and a height from 1 to 8192");
+  m_folder.write("a.mp4", "ftyp");
+  EXPECT_EQ(explain({(m_folder / "a.mp4").string(), {}, {}}),
+            "error: a.mp4: is no trace; make one: ./run replay a.mp4 --trace FILE");
   EXPECT_EQ(explain({(m_folder / "none").string(), {}, {}}), "error: none: there is no such file");
-  m_folder.write("a.jsonl", begin + cycle(1).dump() + "\n" + cycle(2).dump().substr(0, 50));
+  m_folder.write("a.jsonl", settled + cycle(1).dump() + "\n" + cycle(2).dump().substr(0, 50));
   EXPECT_EQ(explain({(m_folder / "a.jsonl").string(), {}, {}}),
             "a.jsonl: a recording, 1 cycle from 0.5 s to 0.5 s, by velmor_care.\nNo event began or ended; --at TIME "
             "tells why.\n"
             "a.jsonl: the last line is cut off, as in a run that was killed; what comes before it counts\n");
-  m_folder.write("a.jsonl", begin + cycle(1).dump());
+  m_folder.write("a.jsonl", settled + cycle(1).dump());
   EXPECT_EQ(explain({(m_folder / "a.jsonl").string(), {}, {}}).find("cut off"), std::string::npos);
+}
+
+TEST_F(ExplainTrace, SecondsAreThoseBetweenCyclesHoweverSlow) {
+  const auto counted = [](int number, int count) {
+    return with(cycle(number),
+                {{"ns", number * std::int64_t{2'000'000'000}}, {"out_of_bed", {{"cycles", count}, {"limit", 10}}}});
+  };
+  const auto at = [this](const std::string& file, const char* time) {
+    const std::string text = explain({file, time, {}});
+    const std::size_t from = text.find("only ");
+    return text.substr(from, text.find(',', from) - from);
+  };
+  const std::string file =
+      write({counted(1, 4), counted(2, 5), counted(3, 1), with(cycle(4), {{"ns", 8'000'000'000}, {"failed", true}}),
+             counted(5, 2), counted(6, 3), counted(8, 5), counted(12, 4)});
+  EXPECT_NE(explain({file, {}, {}}).find("Cycles were on average 2.00 s apart, not 0.50 s.\n"), std::string::npos);
+  EXPECT_EQ(at(file, "4"), "only 5 cycles");
+  EXPECT_EQ(at(file, "6"), "only 1 cycle");
+  EXPECT_EQ(at(file, "12"), "only 3 cycles (6.0 s)");
+  EXPECT_EQ(at(file, "16"), "only 5 cycles (10.0 s)");
+  EXPECT_EQ(at(file, "24"), "only 4 cycles") << "it may have begun anew in between";
 }
 
 TEST_F(ExplainTrace, ADirectoryIsOneStoryAskedByTheTimeOfDay) {
@@ -338,22 +377,50 @@ TEST_F(ExplainTrace, ADirectoryIsOneStoryAskedByTheTimeOfDay) {
   write({cycle(3, evening), with(cycle(4, evening), changed(kFall, true))}, false, "trace-20260301T220000Z.jsonl");
   const std::string folder = m_folder.path().string();
   const std::string all = explain({folder, {}, {}});
-  EXPECT_NE(all.find("watched live, 4 cycles from 2026-03-01 22:59:59 to 2026-03-01 23:00:01, by"), std::string::npos)
-      << all;
-  EXPECT_NE(all.find("after 2026-03-01 23:00:00  Settings were changed: Sensitivity from 0.379999995 to 0.45."),
+  EXPECT_NE(all.find("watched live, 4 cycles from 2026-03-01 22:59:59.5 to 2026-03-01 23:00:01.0, by"),
             std::string::npos)
       << all;
-  EXPECT_EQ(explain({folder, "23:00:00", {}}).substr(0, 28), "2026-03-01 23:00:00, cycle 2");
-  EXPECT_EQ(explain({folder, "1", {}}).substr(0, 28), "2026-03-01 23:00:00, cycle 3");
+  EXPECT_NE(all.find("after 2026-03-01 23:00:00.0  Settings were changed: Sensitivity from 0.379999995 to 0.45."),
+            std::string::npos)
+      << all;
+  EXPECT_EQ(explain({folder, "23:00:00", {}}).substr(0, 30), "2026-03-01 23:00:00.5, cycle 3");
+  EXPECT_EQ(explain({folder, "23:00:00.0", {}}).substr(0, 30), "2026-03-01 23:00:00.0, cycle 2");
+  EXPECT_EQ(explain({folder, "22:59", {}}).substr(0, 30), "2026-03-01 22:59:59.5, cycle 1");
+  EXPECT_EQ(explain({folder, "23:30", {}}).substr(0, 82),
+            "The trace ends at 2026-03-01 23:00:01.0. The cycle before:\n2026-03-01 23:00:01.0, c");
+  EXPECT_EQ(explain({folder, "1", {}}).substr(0, 30), "2026-03-01 23:00:00.5, cycle 3");
   EXPECT_NE(explain({folder, "08:00:00", {}})
-                .find("has no cycle at 08:00:00; allowed is 2026-03-01 22:59:59 to 2026-03-01 23:00:01"),
+                .find("has no cycle at 08:00:00; allowed is 2026-03-01 22:59:59.5 to 2026-03-01 23:00:01.0"),
             std::string::npos);
   for (const char* time : {"soon", "25:00:00", "-1", "1e99", "10:00:00x"}) {
-    EXPECT_EQ(
-        explain({folder, time, {}}),
-        "error: --at " + std::string(time) +
-            ": is no time; allowed are seconds, as 41.5, and of what was watched live the time of day, as 14:03:07");
+    EXPECT_EQ(explain({folder, time, {}}),
+              "error: --at " + std::string(time) +
+                  ": is no time; allowed are seconds, as 41.5, and of what was watched live the time of day, as 14:03, "
+                  "14:03:07 or 14:03:07.5");
   }
+  write({cycle(1, evening + 60'000'000'000), {{"kind", "missing"}, {"lines", 9}}, cycle(11, evening + 60'000'000'000)},
+        false, "trace-20260301T220100Z.jsonl");
+  m_folder.write("trace-20260301T220200Z.jsonl", "{");
+  m_folder.write("trace-foo.jsonl", "nor is this one read");
+  const std::string more = explain({folder, {}, {}});
+  for (const char* said :
+       {"     2026-03-01 23:00:01.0 to 2026-03-01 23:00:59.5: not running.\n",
+        "\ntrace-20260301T220200Z.jsonl line 1: is not valid JSON; allowed is one JSON object a line; "
+        "the rest of this file is left out\n"}) {
+    EXPECT_NE(more.find(said), std::string::npos) << more;
+  }
+  EXPECT_EQ(more.find("trace-foo"), std::string::npos) << more;
+  const auto firstLine = [&](const char* time) { return explain({folder, time, {}}).substr(0, 105); };
+  EXPECT_NE(firstLine("23:01:02").find("between 2026-03-01 23:00:59.5 and 2026-03-01 23:01:04.5: 9 lines are missing."),
+            std::string::npos)
+      << firstLine("23:01:02");
+  EXPECT_NE(firstLine("23:00:30").find("between 2026-03-01 23:00:01.0 and 2026-03-01 23:00:59.5: not running."),
+            std::string::npos)
+      << firstLine("23:00:30");
+  write({cycle(1)}, true, "trace-20260301T220300Z.jsonl");
+  EXPECT_EQ(explain({folder, {}, {}}).find("holds the trace of a recording beside another; name one file") ==
+                std::string::npos,
+            false);
   ::unsetenv("TZ");
   ::tzset();
 }
@@ -384,7 +451,7 @@ TEST(LiveExplanation, TellsPeopleBedsAndWhyTheLastChangesCame) {
   EXPECT_EQ(
       document["beds"],
       json::parse(
-          R"([{"area": 1, "text": "Bed 1 is empty: the nearest is person 3, whose shoulders lie 100 px outside its outline."}])"));
+          R"([{"area": 1, "text": "Bed 1 is empty: the nearest is person 3, whose shoulders are 100 px outside its outline."}])"));
   ASSERT_EQ(document["events"].size(), 200u);
   EXPECT_EQ(document["events"][0]["seq"], 2);
   EXPECT_EQ(
