@@ -42,7 +42,12 @@ void main() {
   inShadow = (shadowView * vec4(position, 1)).xyz * 0.5 + 0.5;
 })";
 
-constexpr const char* kFragmentShader = R"(#version 330 core
+/// Begins one of the two fragment shaders: night knows small lamps and infrared. Day does without, so that nothing that
+/// is added for the night changes a rounding in pictures by day.
+constexpr const char* kDay = "#version 330 core\n";
+constexpr const char* kNight = "#version 330 core\n#define NIGHT\n";
+
+constexpr const char* kFragmentShader = R"(
 in vec3 place;
 in vec3 facing;
 in vec3 tint;
@@ -53,6 +58,12 @@ uniform vec3 towards;
 uniform vec3 lamp;
 uniform vec3 sky;
 uniform vec3 ground;
+#ifdef NIGHT
+uniform vec3 torch;
+uniform vec3 torchPlace;
+uniform float panes;
+uniform float infrared;
+#endif
 uniform sampler2DShadow shadow;
 out vec4 result;
 float hash(vec3 p) { return fract(sin(dot(p, vec3(12.9898, 78.233, 37.719))) * 43758.5453); }
@@ -82,6 +93,10 @@ void main() {
   vec3 n = normalize(facing);
   if (dot(n, eye - place) < 0.0) n = -n;
   vec3 albedo = pattern();
+#ifdef NIGHT
+  if (infrared > 0.5) albedo = vec3(0.18 + 0.7 * dot(albedo, vec3(0.3, 0.5, 0.2)));
+  if (kind == 5) albedo *= panes;
+#endif
   if (kind == 5) { result = vec4(pow(albedo, vec3(0.4545)), 1); return; }
   float lit = 0.0;
   float slope = dot(n, towards);
@@ -93,26 +108,31 @@ void main() {
     lit *= slope;
   }
   vec3 light = mix(ground, sky, 0.5 + 0.5 * n.z) + lamp * lit;
+#ifdef NIGHT
+  vec3 way = torchPlace - place;
+  light += torch * max(dot(n, normalize(way)), 0.0) / (0.5 + dot(way, way));
+#endif
   result = vec4(pow(min(albedo * light, vec3(1)), vec3(0.4545)), 1);
 })";
 
 constexpr const char* kEmptyShader = "#version 330 core\nvoid main() {}";
 
-GLuint compile(GLenum kind, const char* source) {
+GLuint compile(GLenum kind, const std::string& text) {
   const GLuint shader = glCreateShader(kind);
+  const char* source = text.c_str();
   glShaderSource(shader, 1, &source, nullptr);
   glCompileShader(shader);
   GLint good = 0;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &good);
   if (good == 0) {
-    std::string text(2048, '\0');
-    glGetShaderInfoLog(shader, static_cast<GLsizei>(text.size()), nullptr, text.data());
-    throw std::runtime_error("the renderer's shader does not compile: " + text);
+    std::string why(2048, '\0');
+    glGetShaderInfoLog(shader, static_cast<GLsizei>(why.size()), nullptr, why.data());
+    throw std::runtime_error("the renderer's shader does not compile: " + why);
   }
   return shader;
 }
 
-GLuint link(const char* vertex, const char* fragment) {
+GLuint link(const std::string& vertex, const std::string& fragment) {
   const GLuint program = glCreateProgram();
   const GLuint a = compile(GL_VERTEX_SHADER, vertex);
   const GLuint b = compile(GL_FRAGMENT_SHADER, fragment);
@@ -143,10 +163,13 @@ glm::mat4 pictureProjection(const Camera& camera) {
   return projection * axes * glm::translate(glm::mat4(1), -camera.position);
 }
 
-glm::mat4 shadowProjection(const Light& light) {
-  const glm::vec3 middle(2.3F, 2.2F, 0.6F);
+/// Around all that throws shadows; the larger rooms need more than the others.
+glm::mat4 shadowProjection(const Light& light, const Room& room) {
+  const bool large = room.width > 5.2F;
+  const glm::vec3 middle = large ? glm::vec3(room.width / 2, room.depth / 2, 0.6F) : glm::vec3(2.3F, 2.2F, 0.6F);
+  const float reach = large ? room.width / 2 + 1 : 3.4F;
   const glm::mat4 view = glm::lookAt(middle + light.towards * 6.0F, middle, glm::vec3(0, 1, 0));
-  return glm::ortho(-3.4F, 3.4F, -3.4F, 3.4F, 1.0F, 11.0F) * view;
+  return glm::ortho(-reach, reach, -reach, reach, 1.0F, 11.0F) * view;
 }
 
 }  // namespace
@@ -154,7 +177,7 @@ glm::mat4 shadowProjection(const Light& light) {
 struct Renderer::Implementation {
   EGLDisplay display = EGL_NO_DISPLAY;
   EGLContext context = EGL_NO_CONTEXT;
-  GLuint program = 0, shadowProgram = 0;
+  GLuint dayProgram = 0, nightProgram = 0, shadowProgram = 0;
   GLuint array = 0, buffer = 0;
   GLuint shadowTexture = 0, shadowTarget = 0;
   GLuint drawTarget = 0, drawColor = 0, drawDepth = 0;
@@ -190,7 +213,8 @@ struct Renderer::Implementation {
   }
 
   void createObjects() {
-    program = link(kVertexShader, kFragmentShader);
+    dayProgram = link(kVertexShader, std::string(kDay) + kFragmentShader);
+    nightProgram = link(kVertexShader, std::string(kNight) + kFragmentShader);
     shadowProgram = link(kVertexShader, kEmptyShader);
     glGenVertexArrays(1, &array);
     glBindVertexArray(array);
@@ -287,7 +311,7 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   glBufferSubData(GL_ARRAY_BUFFER, 0, bytes(fixed), fixed.data());
   glBufferSubData(GL_ARRAY_BUFFER, bytes(fixed), bytes(moving), moving.data());
   const auto count = static_cast<GLsizei>(fixed.size() + moving.size());
-  const glm::mat4 shadowView = shadowProjection(light);
+  const glm::mat4 shadowView = shadowProjection(light, room);
 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.shadowTarget);
   glViewport(0, 0, kShadowSize, kShadowSize);
@@ -300,18 +324,26 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
   glViewport(0, 0, gl.width, gl.height);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  glUseProgram(gl.program);
+  const bool night = light.panes < 1;
+  const GLuint program = night ? gl.nightProgram : gl.dayProgram;
+  glUseProgram(program);
   const auto vector = [&](const char* name, const glm::vec3& value) {
-    glUniform3fv(glGetUniformLocation(gl.program, name), 1, glm::value_ptr(value));
+    glUniform3fv(glGetUniformLocation(program, name), 1, glm::value_ptr(value));
   };
   const glm::mat4 view = pictureProjection(camera);
-  glUniformMatrix4fv(glGetUniformLocation(gl.program, "view"), 1, GL_FALSE, glm::value_ptr(view));
-  glUniformMatrix4fv(glGetUniformLocation(gl.program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
+  glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, glm::value_ptr(view));
+  glUniformMatrix4fv(glGetUniformLocation(program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
   vector("eye", camera.position);
   vector("towards", light.towards);
   vector("lamp", light.lamp);
   vector("sky", light.sky);
   vector("ground", light.ground);
+  if (night) {
+    vector("torch", light.torch);
+    vector("torchPlace", light.torchPlace);
+    glUniform1f(glGetUniformLocation(program, "panes"), light.panes);
+    glUniform1f(glGetUniformLocation(program, "infrared"), light.infrared ? 1.0F : 0.0F);
+  }
   glDrawArrays(GL_TRIANGLES, 0, count);
   gl.readBack();
 }

@@ -4,16 +4,10 @@
 #include <memory>
 #include <vector>
 
+#include "simulator/drawing/sensor.h"
 #include "simulator/rooms/room.h"
 
 namespace simulator {
-
-/// Packed 8-bit RGB, rows top to bottom.
-struct Picture {
-  int width = 0;
-  int height = 0;
-  std::vector<std::uint8_t> rgb;
-};
 
 /// One at a time in a process, used by the thread that made it.
 class Renderer {

@@ -2,23 +2,13 @@
 
 #include <cmath>
 
+#include "simulator/rooms/bedding.h"
+
 namespace simulator {
 namespace {
 
 /// Slack for the raster's steps.
 constexpr float kDepthSlack = 0.03F;
-
-TrueKeypoint look(const Renderer& renderer, const Scene& scene, const glm::vec3& place, float depth) {
-  const glm::vec3 seen = scene.camera.project(place);
-  TrueKeypoint keypoint{seen.x, seen.y, Visibility::kOutside};
-  const bool inPicture = seen.z > 0.1F && seen.x >= 0 && seen.y >= 0 &&
-                         seen.x < static_cast<float>(scene.camera.width) &&
-                         seen.y < static_cast<float>(scene.camera.height);
-  if (!inPicture) return keypoint;
-  const float before = renderer.depthAt(seen.x, seen.y);
-  keypoint.visibility = before > seen.z - depth - kDepthSlack ? Visibility::kVisible : Visibility::kHidden;
-  return keypoint;
-}
 
 /// The blanket lies close on the limbs, so depth alone cannot tell what it hides.
 bool isUnderBlanket(const Bed& bed, float cover, const glm::vec3& place) {
@@ -31,24 +21,33 @@ bool isUnderBlanket(const Bed& bed, float cover, const glm::vec3& place) {
 
 }  // namespace
 
+TrueKeypoint Scene::look(const Renderer& renderer, const Person& person, const glm::vec3& place, float depth) const {
+  const glm::vec3 seen = camera.project(place);
+  TrueKeypoint keypoint{seen.x, seen.y, Visibility::kOutside};
+  if (!camera.sees(place)) return keypoint;
+  const bool shown = renderer.depthAt(seen.x, seen.y) > seen.z - depth - kDepthSlack;
+  const bool covered = person.underBlanket && isUnderBlanket(room.beds[person.bed], covers[person.bed], place);
+  keypoint.visibility = shown && !covered ? Visibility::kVisible : Visibility::kHidden;
+  return keypoint;
+}
+
 std::vector<TrueKeypoints> Scene::draw(Renderer& renderer) const {
-  Mesh moving;
+  Mesh moving = things;
   std::vector<Figure> figures;
-  const Figure* patient = nullptr;
+  std::array<const Figure*, kMostBeds> patients{};
   figures.reserve(people.size());
   for (const Person& person : people) {
     figures.push_back(makeFigure(person.shape, person.pose));
     addFigure(moving, figures.back());
-    if (person.inBed && patient == nullptr) patient = &figures.back();
+    if (person.underBlanket && patients[person.bed] == nullptr) patients[person.bed] = &figures.back();
   }
-  addBedding(room.beds[0], patient, cover, moving);
+  for (std::size_t i = 0; i < room.beds.size(); ++i)
+    addBedding(room.beds[i], patients[i], covers[i], ampleBlankets, moving);
   renderer.draw(camera, light, room, moving);
   std::vector<TrueKeypoints> truth(people.size());
   for (std::size_t i = 0; i < figures.size(); ++i) {
     for (std::size_t k = 0; k < kKeypoints; ++k) {
-      truth[i][k] = look(renderer, *this, figures[i].keypoints[k], figures[i].keypointDepth[k]);
-      const bool covered = people[i].inBed && isUnderBlanket(room.beds[0], cover, figures[i].keypoints[k]);
-      if (covered && truth[i][k].visibility == Visibility::kVisible) truth[i][k].visibility = Visibility::kHidden;
+      truth[i][k] = look(renderer, people[i], figures[i].keypoints[k], figures[i].keypointDepth[k]);
     }
   }
   return truth;

@@ -131,9 +131,6 @@ class FigureBuilder {
   Figure m_figure;
 };
 
-/// Body axes for someone upright who faces `heading` (radians, counter-clockwise from world x).
-glm::quat upright(float heading) { return turn(heading - glm::half_pi<float>(), kZ); }
-
 float mix(float a, float b, float t) { return a + (b - a) * t; }
 
 Limb blend(const Limb& a, const Limb& b, float t) {
@@ -210,68 +207,6 @@ Pose blend(const Pose& from, const Pose& to, float fraction) {
     pose.legs[side] = blend(from.legs[side], to.legs[side], fraction);
   }
   return pose;
-}
-
-Pose standingPose(glm::vec2 place, float heading) {
-  Pose pose;
-  pose.root = {place, 0.9F};
-  pose.orientation = upright(heading);
-  pose.spineBend = 0.05F;
-  for (Limb& arm : pose.arms) arm = {0.05F, 0.12F, 0, 0.2F};
-  for (Limb& leg : pose.legs) leg = {0.02F, 0.04F, -0.1F, 0.04F};
-  return pose;
-}
-
-Pose walkingPose(glm::vec2 place, float heading, float phase) {
-  Pose pose = standingPose(place, heading);
-  for (std::size_t side = 0; side < 2; ++side) {
-    const float own = phase + (side == 0 ? 0.0F : glm::pi<float>());
-    pose.legs[side].flex = 0.08F + 0.38F * std::sin(own);
-    pose.legs[side].bend = 0.1F + 0.45F * std::max(0.0F, std::cos(own));
-    pose.arms[side].flex = -0.32F * std::sin(own);
-    pose.arms[side].bend = 0.3F + 0.1F * std::cos(own);
-  }
-  return pose;
-}
-
-Pose sittingPose(glm::vec2 place, float heading) {
-  Pose pose = standingPose(place, heading);
-  pose.spineBend = 0.15F;
-  for (Limb& leg : pose.legs) leg = {1.45F, 0.12F, 0, 1.4F};
-  for (Limb& arm : pose.arms) arm = {0.5F, 0.15F, 0.2F, 0.7F};
-  return pose;
-}
-
-Pose kneelingPose(glm::vec2 place, float heading) {
-  Pose pose = standingPose(place, heading);
-  pose.spineBend = 0.5F;
-  pose.legs[0] = {1.35F, 0.1F, 0, 1.6F};
-  pose.legs[1] = {0.1F, 0.1F, 0, 1.6F};
-  for (Limb& arm : pose.arms) arm = {1.0F, 0.15F, 0.1F, 0.4F};
-  return pose;
-}
-
-Pose bendingPose(glm::vec2 place, float heading) {
-  Pose pose = standingPose(place, heading);
-  pose.spineBend = 0.85F;
-  for (Limb& leg : pose.legs) leg = {0.3F, 0.1F, 0, 0.4F};
-  for (Limb& arm : pose.arms) arm = {1.0F, 0.1F, 0.1F, 0.3F};
-  return pose;
-}
-
-Pose lyingPose(glm::vec2 place, float heading, float roll) {
-  Pose pose;
-  pose.root = {place, 0.15F};
-  // Face down with the head towards world y, turned about the body's length, then towards the heading.
-  const glm::quat faceDown = turn(-glm::half_pi<float>(), kX);
-  pose.orientation = turn(heading - glm::half_pi<float>(), kZ) * turn(roll + glm::pi<float>(), kY) * faceDown;
-  for (Limb& arm : pose.arms) arm = {0.1F, 0.35F, 0, 0.35F};
-  for (Limb& leg : pose.legs) leg = {0.12F, 0.1F, 0, 0.2F};
-  return pose;
-}
-
-void settle(const BodyShape& shape, Pose& pose, float surface) {
-  pose.root.z += surface - makeFigure(shape, pose).lowest();
 }
 
 }  // namespace simulator

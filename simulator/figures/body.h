@@ -84,16 +84,4 @@ Figure makeFigure(const BodyShape& shape, const Pose& pose);
 
 Pose blend(const Pose& from, const Pose& to, float fraction);
 
-// Postures. Each leaves `root` at the given place on the floor plan; settle() finds the height.
-Pose standingPose(glm::vec2 place, float heading);
-/// `phase` in radians: one double step is 2 pi.
-Pose walkingPose(glm::vec2 place, float heading, float phase);
-Pose sittingPose(glm::vec2 place, float heading);
-Pose kneelingPose(glm::vec2 place, float heading);
-Pose bendingPose(glm::vec2 place, float heading);
-/// Lying with the head towards `heading`; `roll` 0 is face up, pi face down.
-Pose lyingPose(glm::vec2 place, float heading, float roll);
-/// Moves the pose so that the body's lowest point touches `surface` (metres above the floor).
-void settle(const BodyShape& shape, Pose& pose, float surface);
-
 }  // namespace simulator

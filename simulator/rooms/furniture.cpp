@@ -100,4 +100,55 @@ Mesh rug(Random& random) {
   return mesh;
 }
 
+namespace {
+
+constexpr glm::vec3 kSteel(0.6F, 0.62F, 0.65F);
+constexpr glm::vec3 kRubber(0.08F);
+
+void addTube(Mesh& mesh, const glm::vec3& a, const glm::vec3& b) {
+  addCapsule(mesh, {a, b, 0.014F, 0.014F, {0, 1, 0}, 1, kSteel, Surface::kPlain});
+}
+
+/// Upright and seen from the side.
+void addWheel(Mesh& mesh, const glm::vec3& middle, float radius) {
+  addCapsule(mesh, {middle, middle, radius, radius, {1, 0, 0}, 0.1F, kRubber, Surface::kPlain});
+}
+
+Mesh walker(Random& random) {
+  Mesh mesh;
+  for (const float x : {-0.27F, 0.27F}) {
+    addBox(mesh, {x, 0.06F, 0.9F}, {0.04F, 0.16F, 0.035F}, 0, kRubber);
+    addTube(mesh, {x, 0.14F, 0.9F}, {x, 0.55F, 0.12F});
+    addTube(mesh, {x, 0.22F, 0.75F}, {x, 0.06F, 0.12F});
+    for (const float y : {0.06F, 0.57F}) addWheel(mesh, {x, y, 0.1F}, 0.1F);
+  }
+  addTube(mesh, {-0.27F, 0.2F, 0.78F}, {0.27F, 0.2F, 0.78F});
+  addBox(mesh, {0, 0.28F, 0.52F}, {0.44F, 0.22F, 0.04F}, 0, clothColor(random) * 0.6F, Surface::kFabric);
+  addBox(mesh, {0, 0.45F, 0.3F}, {0.36F, 0.16F, 0.18F}, 0, clothColor(random) * 0.5F, Surface::kFabric);
+  return mesh;
+}
+
+Mesh wheelchair(Random& random) {
+  const glm::vec3 cloth = clothColor(random) * 0.45F;
+  Mesh mesh;
+  addBox(mesh, {0, 0.38F, 0.42F}, {0.44F, 0.44F, 0.06F}, 0, cloth, Surface::kFabric);
+  addBox(mesh, {0, 0.15F, 0.46F}, {0.44F, 0.05F, 0.48F}, 0, cloth, Surface::kFabric);
+  for (const float x : {-0.24F, 0.24F}) {
+    addTube(mesh, {x, 0.13F, 0.3F}, {x, 0.13F, 0.95F});
+    addTube(mesh, {x, 0.13F, 0.95F}, {x, 0.01F, 0.95F});
+    addBox(mesh, {x, 0.36F, 0.66F}, {0.05F, 0.36F, 0.04F}, 0, kRubber);
+    addTube(mesh, {x, 0.58F, 0.45F}, {x, 0.78F, 0.14F});
+    addWheel(mesh, {x * 1.2F, 0.25F, 0.3F}, 0.3F);
+    addWheel(mesh, {x, 0.66F, 0.08F}, 0.08F);
+    addBox(mesh, {x * 0.5F, 0.82F, 0.12F}, {0.16F, 0.18F, 0.02F}, 0, kRubber);
+  }
+  return mesh;
+}
+
+}  // namespace
+
+const std::array<Movable, 3> kMovables = {{{"chair", chair, 0.5F, 0.24F, 0.45F, 0},
+                                           {"walker", walker, 0.66F, 0, 0, 0.6F},
+                                           {"wheelchair", wheelchair, 0.9F, 0.34F, 0.48F, 0.78F}}};
+
 }  // namespace simulator

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <glm/gtc/constants.hpp>
+#include <sstream>
 
 #include "simulator/rooms/furniture.h"
 
@@ -12,9 +13,8 @@ namespace {
 
 constexpr float kBedFromWall = 0.12F;
 
-/// The bed, in a place that the room's number chooses.
-void placeBed(Room& room, unsigned number, Random& random) {
-  Bed& bed = room.beds[0];
+Bed makeBed(Random& random) {
+  Bed bed;
   bed.mattress = uniform(random, 0.48F, 0.65F);
   static constexpr std::array<glm::vec3, 3> kFrames = {
       {{0.5F, 0.36F, 0.22F}, {0.75F, 0.75F, 0.74F}, {0.35F, 0.26F, 0.2F}}};
@@ -27,6 +27,12 @@ void placeBed(Room& room, unsigned number, Random& random) {
   bed.frame = kFrames[random() % kFrames.size()];
   bed.blanket = kBlankets[random() % kBlankets.size()] * uniform(random, 0.85F, 1.1F);
   bed.sheet = glm::vec3(uniform(random, 0.72F, 0.9F));
+  return bed;
+}
+
+/// The bed, in a place that the room's number chooses.
+void placeBed(Room& room, unsigned number, Random& random) {
+  Bed bed = makeBed(random);
   const bool left = number % 2 == 0;
   const float gap = kBedFromWall + bed.width / 2;
   if (number % 3 != 2) {  // head at the far wall
@@ -37,6 +43,29 @@ void placeBed(Room& room, unsigned number, Random& random) {
     bed.heading = left ? glm::pi<float>() : 0;
     bed.centre = {left ? kBedFromWall + bed.length / 2 : room.width - kBedFromWall - bed.length / 2,
                   room.depth - uniform(random, 0.7F, 1.3F)};
+  }
+  room.beds = {bed};
+}
+
+/// Two or three beds, numbered from left to right: side by side with their heads at the far wall, or, two in every
+/// other such room, with their feet towards each other.
+void placeBeds(Room& room, unsigned number, Random& random) {
+  const std::size_t count = number < kFirstOfThreeBeds ? 2 : 3;
+  room.width = count == 2 ? uniform(random, 5.4F, 5.9F) : uniform(random, 6.4F, 6.9F);
+  room.depth = uniform(random, 4.8F, 5.3F);
+  room.beds.clear();
+  for (std::size_t i = 0; i < count; ++i) {
+    Bed bed = makeBed(random);
+    if (count == 2 && number % 2 == 1) {
+      const float gap = kBedFromWall + bed.length / 2;
+      bed.heading = i == 0 ? glm::pi<float>() : 0;
+      bed.centre = {i == 0 ? gap : room.width - gap, room.depth - 1.1F};
+    } else {
+      bed.heading = glm::half_pi<float>();
+      bed.centre = {room.width * (static_cast<float>(i) + 0.5F) / static_cast<float>(count),
+                    room.depth - kBedFromWall - bed.length / 2};
+    }
+    room.beds.push_back(bed);
   }
 }
 
@@ -84,8 +113,7 @@ void addWindow(Room& room, Random& random) {
   }
 }
 
-void addBedFrame(Room& room) {
-  const Bed& bed = room.beds[0];
+void addBedFrame(Room& room, const Bed& bed) {
   const glm::vec3 floor(bed.centre, 0);
   const float turnBy = bed.heading;
   const glm::vec3 length(std::cos(turnBy), std::sin(turnBy), 0);
@@ -112,8 +140,7 @@ Box doorway(const Room& room) {
 }
 
 /// Where people get up from the bed.
-Box wayOut(const Room& room) {
-  const Bed& bed = room.beds[0];
+Box wayOut(const Room& room, const Bed& bed) {
   const float reach = 0.9F / bed.width;
   const float side = room.freeSide(bed);
   const glm::vec3 foot = bed.at(-0.05F, side);
@@ -139,7 +166,7 @@ class Furnishing {
   void decorate() {
     for (std::size_t i = m_random() % 3; i > 0; --i) {
       const float height = uniform(m_random, 1.45F, 1.75F);
-      alongWalls(pictureOnWall(m_random), height);
+      alongWalls({pictureOnWall(m_random), "picture"}, height);
     }
     if (!chance(m_random, 0.5F)) return;
     const glm::vec3 place{m_room.width * uniform(m_random, 0.4F, 0.65F), uniform(m_random, 1.6F, 2.6F), 0};
@@ -147,19 +174,24 @@ class Furnishing {
     draw(moved(rug(m_random), place, heading));
   }
 
-  void furnishBed() {
-    besideBed(bedsideTable(m_random), 1, kFromWall - kBedFromWall);
-    if (chance(m_random, 0.4F)) besideBed(dripStand(), 0.72F, 0);
+  void furnishBed(const Bed& bed) {
+    besideBed(bed, {bedsideTable(m_random), "bedside table"}, 1, kFromWall - kBedFromWall);
+    if (chance(m_random, 0.4F)) besideBed(bed, {dripStand(), "drip stand"}, 0.72F, 0);
   }
 
   void furnishWalls() {
-    if (chance(m_random, 0.8F)) alongWalls(wardrobe(m_random), 0);
-    alongWalls(chair(m_random), 0);
-    if (chance(m_random, 0.3F)) alongWalls(chair(m_random), 0);
-    if (chance(m_random, 0.5F)) alongWalls(plant(m_random), 0);
+    if (chance(m_random, 0.8F)) alongWalls({wardrobe(m_random), "wardrobe"}, 0);
+    alongWalls({chair(m_random), "chair"}, 0);
+    if (chance(m_random, 0.3F)) alongWalls({chair(m_random), "chair"}, 0);
+    if (chance(m_random, 0.5F)) alongWalls({plant(m_random), "plant"}, 0);
   }
 
  private:
+  struct Made {
+    Mesh mesh;
+    std::string_view name;
+  };
+
   static constexpr float kFromWall = 0.03F;   ///< before the skirting board
   static constexpr float kFromCamera = 1.5F;  ///< nothing stands nearer to the camera's wall
   static constexpr float kBefore = 0.4F;      ///< stays free in front of what stands along a wall
@@ -173,22 +205,21 @@ class Furnishing {
            std::none_of(m_taken.begin(), m_taken.end(), [&](const Box& other) { return wider.meets(other); });
   }
 
-  bool put(const Mesh& piece, const glm::vec3& place, float heading) {
-    const Mesh mesh = moved(piece, place, heading);
+  bool put(const Made& piece, const glm::vec3& place, float heading) {
+    const Mesh mesh = moved(piece.mesh, place, heading);
     const Box box = boundsOf(mesh);
     if (!fits(box)) return false;
     draw(mesh);
     m_taken.push_back(box);
-    if (place.z <= 0) m_room.furniture.push_back(box);
+    if (place.z <= 0) m_room.furniture.push_back({box, piece.name});
     return true;
   }
 
   /// With its back towards the head end, `along` the bed from foot (0) to head (1), and `before` that; on the side that
   /// people leave the bed by if it fits there.
-  void besideBed(const Mesh& piece, float along, float before) {
-    const Bed& bed = m_room.beds[0];
+  void besideBed(const Bed& bed, const Made& piece, float along, float before) {
     const glm::vec3 towardsHead(std::cos(bed.heading), std::sin(bed.heading), 0);
-    const float away = (boundsOf(piece).high.x + kApart + 0.05F) / bed.width;
+    const float away = (boundsOf(piece.mesh).high.x + kApart + 0.05F) / bed.width;
     const float side = m_room.freeSide(bed);
     for (const float across : {side == 0 ? -away : 1 + away, side == 0 ? 1 + away : -away}) {
       const glm::vec3 place = bed.at(along, across) - towardsHead * before;
@@ -197,7 +228,7 @@ class Furnishing {
   }
 
   /// With its back to one of the three walls that the camera sees; not at all if there is no room.
-  void alongWalls(const Mesh& piece, float height) {
+  void alongWalls(const Made& piece, float height) {
     constexpr int kAttempts = 60;
     const float gap = height > 0 ? 0.005F : kFromWall;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -209,7 +240,7 @@ class Furnishing {
                                           : glm::vec3(m_room.width - gap, y, height);
       const float heading = wall == 0 ? glm::pi<float>() : glm::half_pi<float>() * (wall == 1 ? -1.0F : 1.0F);
       const glm::vec3 forwards(-std::sin(heading), std::cos(heading), 0);
-      const Box before = boundsOf(moved(piece, place + forwards * kBefore, heading));
+      const Box before = boundsOf(moved(piece.mesh, place + forwards * kBefore, heading));
       if (!fits(before) || !put(piece, place, heading)) continue;
       keepFree(before);
       return;
@@ -233,13 +264,20 @@ glm::mat3 Camera::axes() const {
   const glm::vec3 forward(std::cos(heading) * std::cos(pitch), std::sin(heading) * std::cos(pitch), -std::sin(pitch));
   const glm::vec3 level(std::sin(heading), -std::cos(heading), 0);
   const glm::vec3 below = glm::cross(forward, level);
-  return glm::transpose(glm::mat3(level, below, forward));
+  const float c = std::cos(roll), s = std::sin(roll);
+  return glm::transpose(glm::mat3(level * c + below * s, below * c - level * s, forward));
 }
 
 glm::vec3 Camera::project(const glm::vec3& world) const {
   const glm::vec3 p = axes() * (world - position);
   const float z = std::max(p.z, 1e-3F);
   return {cx + fx * p.x / z, cy + fy * p.y / z, p.z};
+}
+
+bool Camera::sees(const glm::vec3& world) const {
+  const glm::vec3 seen = project(world);
+  return seen.z > 0.1F && seen.x >= 0 && seen.y >= 0 && seen.x < static_cast<float>(width) &&
+         seen.y < static_cast<float>(height);
 }
 
 float Room::freeSide(const Bed& bed) const {
@@ -255,7 +293,11 @@ Room makeRoom(unsigned number) {
   room.width = uniform(random, 4.1F, 5.0F);
   room.depth = uniform(random, 3.9F, 4.5F);
   room.height = uniform(random, 2.6F, 3.6F);
-  placeBed(room, number, random);
+  if (number < kFirstOfTwoBeds) {
+    placeBed(room, number, random);
+  } else {
+    placeBeds(room, number, random);
+  }
   Furnishing furnishing(room, random);
   addWalls(room, random);
   addDoor(room, random);
@@ -265,14 +307,38 @@ Room makeRoom(unsigned number) {
   furnishing.keepFree(boundsOf(room.mesh, window));
   furnishing.decorate();
   room.flatVertices = room.mesh.size();
-  addBedFrame(room);
-  const Box frame = boundsOf(room.mesh, room.flatVertices);
-  furnishing.keepFree(frame);
-  furnishing.keepFree(wayOut(room));
-  furnishing.furnishBed();
-  furnishing.keepFree(viewOfBed(frame));
+  std::vector<Box> frames;
+  for (const Bed& bed : room.beds) {
+    const std::size_t first = room.mesh.size();
+    addBedFrame(room, bed);
+    frames.push_back(boundsOf(room.mesh, first));
+    furnishing.keepFree(frames.back());
+  }
+  for (const Bed& bed : room.beds) furnishing.keepFree(wayOut(room, bed));
+  for (const Bed& bed : room.beds) furnishing.furnishBed(bed);
+  for (const Box& frame : frames) furnishing.keepFree(viewOfBed(frame));
   furnishing.furnishWalls();
   return room;
+}
+
+std::string describe(const Room& room) {
+  std::ostringstream text;
+  text.precision(3);
+  text << "room: " << room.width << " x " << room.depth << ", " << room.height << " high\n";
+  text << "door: " << room.door.x << ", " << room.door.y << '\n';
+  for (std::size_t i = 0; i < room.beds.size(); ++i) {
+    const Bed& bed = room.beds[i];
+    const glm::vec3 a = bed.at(0, 0), b = bed.at(1, 1), out = bed.at(0.2F, room.freeSide(bed));
+    text << "bed " << i + 1 << ": x " << std::min(a.x, b.x) << " to " << std::max(a.x, b.x) << ", y "
+         << std::min(a.y, b.y) << " to " << std::max(a.y, b.y) << "; head towards "
+         << std::lround(glm::degrees(bed.heading)) << " degrees; people get up at " << out.x << ", " << out.y
+         << "; mattress at " << bed.mattress << '\n';
+  }
+  for (const Piece& piece : room.furniture) {
+    text << piece.name << ": x " << piece.low.x << " to " << piece.high.x << ", y " << piece.low.y << " to "
+         << piece.high.y << ", " << piece.high.z << " high\n";
+  }
+  return text.str();
 }
 
 void setOptics(Camera& camera, const Optics& optics) {
@@ -293,83 +359,6 @@ Light makeLight(Random& random) {
   light.sky = tint * (level * uniform(random, 0.35F, 0.6F));
   light.ground = glm::vec3(level * uniform(random, 0.2F, 0.35F));
   return light;
-}
-
-namespace {
-
-/// Height of the blanket above the mattress, on a grid along and across the bed.
-class BlanketField {
- public:
-  static constexpr std::size_t kAlong = 36;
-  static constexpr std::size_t kAcross = 20;
-
-  BlanketField(const Bed& bed, const Figure* patient) {
-    for (std::size_t i = 0; i < kAlong; ++i) {
-      for (std::size_t j = 0; j < kAcross; ++j)
-        m_height[i][j] = raise(bed.at(along(i), across(j)), bed.mattress, patient);
-    }
-    for (int pass = 0; pass < 2; ++pass) smooth();
-  }
-
-  static float along(std::size_t i) { return static_cast<float>(i) / (kAlong - 1); }
-  static float across(std::size_t j) { return 1.12F * static_cast<float>(j) / (kAcross - 1) - 0.06F; }
-
-  float at(std::size_t i, std::size_t j) const { return m_height[i][j]; }
-
- private:
-  static float raise(const glm::vec3& place, float mattress, const Figure* patient) {
-    float top = 0.02F;
-    if (patient == nullptr) return top;
-    for (const Capsule& piece : patient->capsules) {
-      const glm::vec2 a(piece.a);
-      const glm::vec2 ab = glm::vec2(piece.b) - a;
-      const float squared = std::max(glm::dot(ab, ab), 1e-6F);
-      const float t = std::clamp(glm::dot(glm::vec2(place) - a, ab) / squared, 0.0F, 1.0F);
-      const float radius = piece.radiusA + (piece.radiusB - piece.radiusA) * t;
-      const float distance = glm::distance(glm::vec2(place), a + ab * t) / (radius + 0.03F);
-      if (distance >= 1) continue;
-      const float z = piece.a.z + (piece.b.z - piece.a.z) * t + radius * std::sqrt(1 - distance * distance);
-      top = std::max(top, z - mattress + 0.025F);
-    }
-    return std::min(top, 0.5F);
-  }
-
-  void smooth() {
-    const auto old = m_height;
-    for (std::size_t i = 1; i + 1 < kAlong; ++i) {
-      for (std::size_t j = 1; j + 1 < kAcross; ++j) {
-        const float around = (old[i - 1][j] + old[i + 1][j] + old[i][j - 1] + old[i][j + 1]) / 4;
-        m_height[i][j] = std::max(old[i][j], around);
-      }
-    }
-  }
-
-  std::array<std::array<float, kAcross>, kAlong> m_height{};
-};
-
-}  // namespace
-
-float blanketReach(float cover) { return 0.18F + 0.52F * cover; }
-
-void addBedding(const Bed& bed, const Figure* patient, float cover, Mesh& mesh) {
-  const glm::vec3 left = bed.at(0.9F, 0.22F) + glm::vec3(0, 0, 0.03F);
-  const glm::vec3 right = bed.at(0.9F, 0.78F) + glm::vec3(0, 0, 0.03F);
-  addCapsule(mesh, {left, right, 0.15F, 0.15F, {0, 0, 1}, 0.4F, bed.sheet * 1.05F, Surface::kPlain});
-  const BlanketField field(bed, patient);
-  const float upTo = blanketReach(cover);
-  const auto point = [&](std::size_t i, std::size_t j) {
-    glm::vec3 p = bed.at(BlanketField::along(i) * upTo + 0.01F, BlanketField::across(j));
-    const auto row = static_cast<std::size_t>(BlanketField::along(i) * upTo * (BlanketField::kAlong - 1));
-    const bool edge = j == 0 || j + 1 == BlanketField::kAcross;
-    p.z += edge ? -0.14F : field.at(row, j);
-    return p;
-  };
-  for (std::size_t i = 0; i + 1 < BlanketField::kAlong; ++i) {
-    for (std::size_t j = 0; j + 1 < BlanketField::kAcross; ++j) {
-      addQuad(mesh, {point(i, j), point(i + 1, j), point(i + 1, j + 1), point(i, j + 1)}, bed.blanket,
-              Surface::kFabric);
-    }
-  }
 }
 
 }  // namespace simulator

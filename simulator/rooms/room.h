@@ -2,6 +2,8 @@
 // from it, z up; the floor is z = 0.
 #pragma once
 
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "simulator/figures/mesh.h"
@@ -27,6 +29,7 @@ struct Camera {
   glm::vec3 position{0};
   float heading = 0;  ///< viewing direction in plan, radians counter-clockwise from x
   float pitch = 0;    ///< downwards, radians
+  float roll = 0;     ///< of the camera, clockwise as it looks, radians
   float fx = 1, fy = 1, cx = 640, cy = 360;
   int width = 1280, height = 720;
 
@@ -34,6 +37,8 @@ struct Camera {
   glm::mat3 axes() const;
   /// Pixel (x, y) and depth (z, metres along the viewing axis).
   glm::vec3 project(const glm::vec3& world) const;
+  /// Whether that is before the camera and within the picture.
+  bool sees(const glm::vec3& world) const;
 };
 
 struct Light {
@@ -41,6 +46,15 @@ struct Light {
   glm::vec3 lamp{0.6F};
   glm::vec3 sky{0.5F};     ///< from above
   glm::vec3 ground{0.3F};  ///< from below
+  glm::vec3 torch{0};      ///< a small lamp without shadows, as strong as this a metre away
+  glm::vec3 torchPlace{0};
+  float panes = 1;        ///< how bright the window is; torch and infrared are for less than by day, 1
+  bool infrared = false;  ///< no colours; cloth is pale
+};
+
+/// A piece of furniture that stands on the floor.
+struct Piece : Box {
+  std::string_view name;
 };
 
 struct Room {
@@ -51,15 +65,21 @@ struct Room {
   glm::vec2 door{4.6F, 2.0F};    ///< where people come in
   Mesh mesh;                     ///< walls, floor and furniture, without the bedding
   std::size_t flatVertices = 0;  ///< the mesh's first vertices: walls and what is flat on them, without shadows
-  std::vector<Box> furniture;    ///< the pieces that stand on the floor, without the bed
+  std::vector<Piece> furniture;  ///< without the beds
 
   /// Side that people leave that bed by: the one nearer to the room's middle. 0 is the bed's right, 1 its left.
   float freeSide(const Bed& bed) const;
 };
 
-/// One of the fixed rooms.
+/// For who writes a script: sizes, and where beds, door and furniture are, a line each.
+std::string describe(const Room& room);
+
+/// One of the fixed rooms: with one bed, then with two, then with three.
 Room makeRoom(unsigned number);
-inline constexpr unsigned kAllRooms = 28;
+inline constexpr unsigned kFirstOfTwoBeds = 28;
+inline constexpr unsigned kFirstOfThreeBeds = 34;
+inline constexpr unsigned kAllRooms = 40;
+inline constexpr unsigned kMostBeds = 3;
 
 /// Sensor width and height in millimetres, focal length in micrometres.
 struct Optics {
@@ -71,12 +91,5 @@ struct Optics {
 void setOptics(Camera& camera, const Optics& optics);
 
 Light makeLight(Random& random);
-
-/// How far the blanket reaches from the foot (0) to the head (1) of the bed when it is pulled up by `cover`.
-float blanketReach(float cover);
-
-/// The mattress's bedding: pillow and, over the body from the waist down (or flat if nobody lies there), the blanket.
-/// `cover` 0 is folded away, 1 up to the chest.
-void addBedding(const Bed& bed, const Figure* patient, float cover, Mesh& mesh);
 
 }  // namespace simulator

@@ -18,8 +18,10 @@ struct Span {
 using Spans = std::vector<Span>;
 
 bool isFallen(const Key& key) { return isOnFloor(key.posture) && key.helpless; }
-bool isInBed(const Key& key) { return key.posture == Posture::kInBed || key.posture == Posture::kSitUp; }
-bool isOff(const Key& key) { return !isOnBed(key.posture); }
+bool isInBed(const Key& key) {
+  return key.posture == Posture::kInBed || key.posture == Posture::kSitUp || key.countsAsInBed == true;
+}
+bool isOff(const Key& key) { return !isOnBed(key.posture) || key.countsAsInBed == false; }
 bool isThere(const Key& /*key*/) { return true; }
 
 /// In order, without what lies outside the recording; what touches is one.
@@ -103,7 +105,7 @@ class Teller {
   /// Who has not come yet or has gone is out of bed, too.
   void tellBed(const Actor& actor) {
     if (!actor.patient) return;
-    const std::string number = actor.bed == 0 ? "" : " " + std::to_string(actor.bed + 1);
+    const std::string number = actor.bed == 0 ? "" : std::string(" ").append(std::to_string(actor.bed + 1));
     Spans in, out, there;
     addSpans(actor, isInBed, m_length, in);
     addSpans(actor, isOff, m_length, out);

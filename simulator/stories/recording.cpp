@@ -2,6 +2,7 @@
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iostream>
@@ -17,17 +18,21 @@ namespace {
 using nlohmann::json;
 using nlohmann::ordered_json;
 
-/// Encodes pictures of one size into an H.264 file.
+constexpr const char* kH264 =
+    "video/x-raw,format=I420 ! x264enc pass=qual quantizer=21 speed-preset=slow key-int-max=40 threads=2 ! "
+    "mp4mux faststart=true";
+constexpr const char* kPng = "video/x-raw,format=RGB ! pngenc snapshot=true";
+
+/// Encodes pictures of one size into a file.
 class VideoFile {
  public:
-  VideoFile(const std::filesystem::path& file, int width, int height, int framesPerSecond) : m_rate(framesPerSecond) {
+  VideoFile(const std::filesystem::path& file, const std::string& encoder, int width, int height, int framesPerSecond)
+      : m_rate(framesPerSecond) {
     gst_init(nullptr, nullptr);
     GError* error = nullptr;
-    m_pipeline = gst_parse_launch_full(
-        "appsrc name=in format=time max-bytes=0 ! videoconvert ! video/x-raw,format=I420 ! "
-        "x264enc pass=qual quantizer=21 speed-preset=slow key-int-max=40 threads=2 ! "
-        "mp4mux faststart=true ! filesink name=out",
-        nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
+    const std::string pipeline =
+        "appsrc name=in format=time max-bytes=0 ! videoconvert ! " + encoder + " ! filesink name=out";
+    m_pipeline = gst_parse_launch_full(pipeline.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
     if (m_pipeline == nullptr) {
       const std::string why = error != nullptr ? error->message : "unknown error";
       g_clear_error(&error);
@@ -96,6 +101,33 @@ class VideoFile {
   GstElement* m_source = nullptr;
 };
 
+/// An area's corners in pixels of the picture, and that it is in use.
+void putArea(ordered_json& parameters, const std::string& name, const Camera& camera,
+             const std::array<glm::vec3, 4>& corners) {
+  for (std::size_t k = 0; k < corners.size(); ++k) {
+    const glm::vec3 seen = camera.project(corners[k]);
+    const auto put = [&](const char* axis, float value, int size) {
+      const float inside = std::clamp(value, 0.0F, static_cast<float>(size - 1));
+      parameters[name + std::to_string(k) + axis] = std::to_string(std::lround(inside));
+    };
+    put("x", seen.x, camera.width);
+    put("y", seen.y, camera.height);
+  }
+  parameters[name + "Active"] = "true";
+}
+
+/// A bed's outline at mattress height, a tenth longer and wider.
+std::array<glm::vec3, 4> outlineOf(const Bed& bed) {
+  return {bed.at(1.05F, 1.05F), bed.at(1.05F, -0.05F), bed.at(-0.05F, -0.05F), bed.at(-0.05F, 1.05F)};
+}
+
+/// What the camera's sensor delivers of the scene that the renderer has drawn.
+Picture sensorPicture(const Scenario& scenario, const Scene& scene, const Renderer& renderer, int frame) {
+  Picture picture = asMounted(renderer.picture(), scenario.rotation);
+  addNoise(picture, scene.noise, !scene.light.infrared, static_cast<std::uint32_t>(frame) + 1);
+  return picture;
+}
+
 /// As a double, so that it is written with one decimal.
 double tenths(float value) { return std::round(static_cast<double>(value) * 10) / 10; }
 
@@ -122,14 +154,12 @@ std::string settingsText(const Scenario& scenario) {
   const Scene& scene = scenario.scene;
   ordered_json parameters;
   const auto put = [&](const std::string& name, float value) { parameters[name] = std::to_string(std::lround(value)); };
-  // The bed's outline at mattress height, a tenth longer and wider.
-  const std::array<glm::vec2, 4> corners = {{{1.05F, 1.05F}, {1.05F, -0.05F}, {-0.05F, -0.05F}, {-0.05F, 1.05F}}};
-  for (std::size_t k = 0; k < corners.size(); ++k) {
-    const glm::vec3 seen = scene.camera.project(scene.room.beds[0].at(corners[k].x, corners[k].y));
-    put("Detection1" + std::to_string(k) + "x", std::clamp(seen.x, 0.0F, static_cast<float>(scene.camera.width - 1)));
-    put("Detection1" + std::to_string(k) + "y", std::clamp(seen.y, 0.0F, static_cast<float>(scene.camera.height - 1)));
+  for (std::size_t i = 0; i < scene.room.beds.size(); ++i) {
+    putArea(parameters, "Detection" + std::to_string(i + 1), scene.camera, outlineOf(scene.room.beds[i]));
   }
-  parameters["Detection1Active"] = "true";
+  for (std::size_t i = 0; i < scenario.exclusions.size(); ++i) {
+    putArea(parameters, "Exclusion" + std::to_string(i + 1), scene.camera, scenario.exclusions[i]);
+  }
   const std::array<glm::vec2, 4> points = scenario.floor.corners();
   for (std::size_t k = 0; k < points.size(); ++k) {
     const glm::vec3 seen = scene.camera.project({points[k], 0});
@@ -140,7 +170,7 @@ std::string settingsText(const Scenario& scenario) {
   parameters["HRectM"] = std::to_string(scenario.floor.depth);
   const ordered_json settings = {{"product_name", scenario.productName},
                                  {"focal_length_um", scenario.optics.focalLength},
-                                 {"rotation", 0},
+                                 {"rotation", scenario.rotation},
                                  {"parameters", parameters}};
   return settings.dump(2) + "\n";
 }
@@ -153,8 +183,9 @@ void record(const Scenario& scenario, const std::filesystem::path& folder, const
   const bool written = (settings << settingsText(scenario)).flush() && (happened << happenedText(scenario)).flush();
   if (!written || !truth) throw std::runtime_error("cannot write into " + folder.string());
   const Camera& camera = scenario.scene.camera;
+  const int width = std::max(camera.width, camera.height), height = std::min(camera.width, camera.height);
   std::optional<VideoFile> video;
-  if (withVideo) video.emplace(folder / (name + ".mp4"), camera.width, camera.height, scenario.framesPerSecond);
+  if (withVideo) video.emplace(folder / (name + ".mp4"), kH264, width, height, scenario.framesPerSecond);
   Renderer renderer;
   const int frames = static_cast<int>(scenario.seconds * static_cast<float>(scenario.framesPerSecond));
   const int analysed = scenario.framesPerSecond / 2;
@@ -162,12 +193,23 @@ void record(const Scenario& scenario, const std::filesystem::path& folder, const
     const double time = static_cast<double>(frame) / scenario.framesPerSecond;
     const Scene scene = scenario.at(static_cast<float>(time));
     const std::vector<TrueKeypoints> people = scene.draw(renderer);
-    if (video) video->add(renderer.picture());
+    if (video) video->add(sensorPicture(scenario, scene, renderer, frame));
     if (frame > 0 && frame % analysed == 0) truth << truthLine(scene, people, time) << '\n';
     if (frame % 100 == 0) std::cerr << name << ": " << frame << " of " << frames << " pictures\n";
   }
   if (video) video->finish();
   if (!truth.flush()) throw std::runtime_error("cannot write all of " + folder.string());
+}
+
+void writePicture(const Scenario& scenario, float time, const std::filesystem::path& file) {
+  Renderer renderer;
+  const Scene scene = scenario.at(time);
+  scene.draw(renderer);
+  const int frame = static_cast<int>(std::lround(time * static_cast<float>(scenario.framesPerSecond)));
+  const Picture picture = sensorPicture(scenario, scene, renderer, frame);
+  VideoFile png(file, kPng, picture.width, picture.height, 1);
+  png.add(picture);
+  png.finish();
 }
 
 }  // namespace simulator

@@ -41,7 +41,17 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
   const json demo = json::parse(std::ifstream(VELMOR_DEMO));
   EXPECT_EQ(complaint(demo.dump()), "");
   for (const auto& [place, value, says] :
-       {Broken{"/camera/roll", "1", "camera.roll: is not known here"},
+       {Broken{"/camera/tilt", "1", "camera.tilt: is not known here"},
+        {"/camera/rotation", "45", "camera.rotation: cannot be 45; allowed is 0, 90, 180 or 270"},
+        {"/lighting", R"([{"at": 5, "is": "dark"}, {"at": 5, "is": "day"}])", "lighting[1].at: must grow"},
+        {"/lighting", R"([{"at": 5, "is": "dim"}])", "lighting[0].is: cannot be \"dim\"; allowed is one of day, dark"},
+        {"/lighting", R"([{"at": 5, "is": "day", "lamp": [1, 1, 1]}])", "lighting[0].lamp: is for the light"},
+        {"/exclusions", "[[[2, 3, 0]]]", "exclusions[0]: has 1 corners; allowed are four"},
+        {"/exclusions", "[[[2, 3, 0], [2.5, 3, 0], [2, 30, 0], [2, -3, 0]]]",
+         "exclusions[0]: corner 4 is behind the camera"},
+        {"/furniture", R"([{"what": "chair", "place": [2.2, 3.9], "heading": 0}])", "furniture[0].place: lies in the"},
+        {"/people/0/bed", "2", "people[0].bed: cannot be 2; allowed is a whole number from 1 to 1"},
+        {"/people/1/bed", "1", "people[1].bed: bed 1 is people[0]'s"},
         {"/people/1/keys/0/place", nullptr, "people[1].keys[0].place: is missing"},
         {"/seconds", "\"long\"", "seconds: cannot be \"long\"; allowed is a number from 1 to 3600"},
         {"/floor/width", "0", "floor.width: cannot be 0; allowed is a number from 0.1 to 5"},
@@ -52,13 +62,15 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
         {"/sensor_mm", "[6.3]", "sensor_mm: cannot be [6.3]; allowed is a list of 2 numbers"},
         {"/sensor_mm", "[0, 3.5]", "sensor_mm: cannot be [0,3.5]; allowed is a list of 2 numbers"},
         {"/camera", "[1, 2]", "camera: cannot be [1,2]; allowed is an object"},
-        {"/camera/look_at", "[2.5, -3, 0.5]", "camera: must look at the bed"},
-        {"/floor/corner", "[1.7, -1]", "floor: must lie in the picture"},
-        {"/people", "[]", "people: cannot be []; allowed is a list that is not empty"},
+        {"/camera/look_at", "[2.5, -3, 0.5]", "camera: must look at the bed: the middle of bed 1 is behind the camera"},
+        {"/floor/corner", "[1.7, -1]", "floor: corner 1 is behind the camera"},
+        {"/floor/width", "3", "floor: corner 2 (13"},
+        {"/people", "{}", "people: cannot be {}; allowed is a list"},
+        {"/people/0/keys", "[]", "people[0].keys: cannot be []; allowed is a list that is not empty"},
         {"/people/0/keys/1/at", "0", "people[0].keys[1].at: must grow"},
         {"/people/1/keys", R"([{"at": 92, "do": "in_bed"}])", "people[1].keys[0].at: must be before the video's end"},
-        {"/people/0/keys/0/helpless", "true", "people[0].keys[0].helpless: is for somebody on the floor"},
-        {"/people/0/keys/0/do", "\"fly\"", "people[0].keys[0].do: cannot be \"fly\"; allowed is in_bed"},
+        {"/people/0/keys/0/helpless", "true", "people[0].keys[0].helpless: is not for somebody in bed"},
+        {"/people/0/keys/0/do", "\"fly\"", "people[0].keys[0].do: cannot be \"fly\"; allowed is one of in_bed"},
         {"/people/1/keys/0/place", "[4.3, 9]", "people[1].keys[0].place: cannot be [4.3,9]; allowed is x from 0"}}) {
     json change = {{"op", value == nullptr ? "remove" : "add"}, {"path", place}};
     if (value != nullptr) change["value"] = json::parse(value);
@@ -113,6 +125,101 @@ TEST(Happened, IsToldInIntervalsAndMoments) {
             "0 - 20  out of bed\n35 - 60  out of bed\n0 - 5  nobody\n5 - 60  carer present\n\n"
             "5  a carer comes\n10  the patient comes\n11  the patient falls\n11  the patient gets up\n"
             "35  the patient leaves the bed\n40  the patient goes\n");
+}
+
+/// A room with two beds, a walker and a wheelchair; in it, people.
+Scenario ward(const char* people) {
+  json script = json::parse(std::ifstream(VELMOR_DEMO));
+  script["room"] = 28;
+  script["camera"]["position"] = {2.8, 0.15, 2.6};
+  script["camera"]["look_at"] = {2.8, 3.5, 0.4};
+  script["furniture"] = json::parse(R"([{"what": "walker", "place": [2, 1.5], "heading": 0},
+                                        {"what": "wheelchair", "place": [2.8, 2.5], "heading": 90}])");
+  script["people"] = json::parse(people);
+  const std::string path = testing::TempDir() + "velmor_ward_" + std::to_string(getpid()) + ".json";
+  std::ofstream(path) << script;
+  Scenario scenario = readScenario(path);
+  std::filesystem::remove(path);
+  return scenario;
+}
+
+/// Middle of the hips.
+glm::vec3 hipsOf(const Scene& scene, std::size_t person) { return scene.people.at(person).pose.root; }
+
+TEST(Story, WhoSitsInAWheelchairIsTakenAlongAndStaysWhereItIsLeft) {
+  const Scenario story = ward(R"([
+    {"body": 1, "bed": 2, "keys": [{"at": 0, "do": "in_bed", "cover": 1.5}, {"at": 90, "do": "in_bed", "cover": 1.5}]},
+    {"body": 3, "bed": 1, "keys": [{"at": 0, "do": "sit", "on": 1}, {"at": 40, "do": "sit", "on": 1},
+                                   {"at": 45, "do": "sit", "on": 1, "place": [2.8, 2.6], "heading": -90}]},
+    {"body": 2, "keys": [{"at": 0, "do": "stand", "place": [2.8, 1.72], "heading": 90, "with": 1},
+                         {"at": 10, "do": "stand", "place": [2.8, 2.7], "heading": 90, "with": 1},
+                         {"at": 12, "do": "stand", "place": [2.8, 2.7], "heading": 90},
+                         {"at": 14, "do": "stand", "place": [2.8, 1.5], "heading": -90}]}])");
+  for (const auto& [time, place] :
+       {std::pair{0.0F, 2.5F}, {5.0F, 2.99F}, {10.0F, 3.48F}, {30.0F, 3.48F}, {45.0F, 2.6F}}) {
+    const Scene now = story.at(time);
+    EXPECT_NEAR(boundsOf(now.things).high.y, place + 0.45F, 0.1F) << time;
+    EXPECT_LT(glm::distance(glm::vec2(hipsOf(now, 1)), glm::vec2(2.8F, place)), 0.15F) << time;
+    EXPECT_NEAR(hipsOf(now, 1).z, 0.6F, 0.05F) << "on the seat";
+    EXPECT_GT(now.covers[1], 1) << "the other bed's blanket";
+    EXPECT_EQ(now.covers[0], 0) << "nobody's";
+  }
+  EXPECT_EQ(happenedText(story).substr(happenedText(story).find("0 - ")),
+            "0 - 92  in bed 2\n0 - 92  out of bed\n0 - 14  carer present\n\n14  a carer goes\n");
+}
+
+TEST(Story, ThoseThatCannotBeAreRefusedByKey) {
+  const auto fault = [](const std::string& keys) {
+    try {
+      ward(("[{\"body\": 1, \"keys\": [" + keys + "]}]").c_str());
+    } catch (const std::runtime_error& error) {
+      const std::string what = error.what();
+      return what.substr(what.find("people[0]"));
+    }
+    return std::string();
+  };
+  const std::string stand = R"({"at": 0, "do": "stand", "place": [2.8, 1.2], "heading": 90}, )";
+  EXPECT_EQ(fault(stand + R"({"at": 5, "do": "stand", "place": [2.8, 3.5], "heading": 90})"),
+            "people[0].keys[1].place: the way there leads through the wheelchair (furniture[1])");
+  const Bed bed = makeRoom(28).beds[0];
+  const auto at = [](glm::vec2 place) { return "[" + std::to_string(place.x) + ", " + std::to_string(place.y) + "]"; };
+  EXPECT_EQ(fault(R"({"at": 0, "do": "kneel", "heading": 0, "place": )" + at(bed.centre) + "}"),
+            "people[0].keys[0].place: lies in bed 1");
+  EXPECT_EQ(fault(R"({"at": 0, "do": "lie", "heading": 180, "place": [0.6, 1.5]})"),
+            "people[0].keys[0].place: lies in the wall");
+  EXPECT_EQ(fault(R"({"at": 0, "do": "sit", "on": 0})"),
+            "people[0].keys[0].on: cannot be 0; allowed is the number in furniture of a chair or a wheelchair");
+  EXPECT_EQ(fault(R"({"at": 0, "do": "stand", "place": [2.8, 1.2], "heading": 90, "with": 2})"),
+            "people[0].keys[0].with: cannot be 2; allowed is the number in furniture of a walker or a wheelchair");
+  EXPECT_EQ(fault(R"({"at": 0, "do": "half_out", "side": "far", "counts_as": "out of bed"})"), "")
+      << "room on both sides";
+}
+
+TEST(Story, TheLightChangesAtItsTimeAndTheCameraMayBeTurned) {
+  json script = json::parse(std::ifstream(VELMOR_DEMO));
+  script["people"] = json::array();
+  script["camera"]["rotation"] = 90;
+  script["camera"]["look_at"] = {1.9, 2.75, 0.5};
+  script["floor"]["width"] = 0.8;
+  script["exclusions"] = {{{1, 3, 0}, {1.5, 3, 0}, {1.5, 2.5, 0}, {1, 2.5, 0}}};
+  script["lighting"] = json::parse(R"([{"at": 5, "is": "infrared", "noise": 9}, {"at": 20, "is": "lamp"}])");
+  const std::string path = testing::TempDir() + "velmor_light_" + std::to_string(getpid()) + ".json";
+  std::ofstream(path) << script;
+  const Scenario story = readScenario(path);
+  std::filesystem::remove(path);
+  EXPECT_EQ(story.at(4.9F).light.lamp, story.scene.light.lamp);
+  EXPECT_TRUE(story.at(5).light.infrared);
+  EXPECT_EQ(story.at(5).noise, 9);
+  EXPECT_EQ(story.at(5).light.torchPlace, story.scene.camera.position);
+  EXPECT_FALSE(story.at(20).light.infrared);
+  EXPECT_EQ(story.at(20).noise, 0);
+  const json settings = json::parse(settingsText(story));
+  EXPECT_EQ(settings["rotation"], 90);
+  EXPECT_EQ(settings["parameters"]["Exclusion1Active"], "true");
+  const glm::vec3 corner = story.scene.camera.project({1.5F, 2.5F, 0});
+  EXPECT_GT(corner.y, 720) << "pixels of the upright picture, 720 x 1280";
+  EXPECT_EQ(settings["parameters"]["Exclusion12y"], std::to_string(std::lround(corner.y)));
+  EXPECT_EQ(happenedText(story).substr(happenedText(story).find("0 - ")), "0 - 92  nobody\n");
 }
 
 /// What the script leads to stands beside it: the settings, what happened, and every half second who is where.

@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <glm/gtc/constants.hpp>
 #include <utility>
 
 #include "simulator/drawing/scene.h"
+#include "simulator/figures/postures.h"
 
 namespace simulator {
 namespace {
@@ -21,6 +23,8 @@ std::vector<Pose> allPostures() {
   return {standingPose({1, 2}, 0.3F),      walkingPose({1, 2}, 2, 1),
           sittingPose({1, 2}, -1),         kneelingPose({1, 2}, 3),
           bendingPose({1, 2}, 1),          lyingPose({1, 2}, 0.5F, 0),
+          floorSittingPose({1, 2}, 2),     crawlingPose({1, 2}, 1, 2),
+          sideLyingPose({1, 2}, 1, true),  halfLyingPose({1, 2}, 2),
           lyingPose({1, 2}, -2.5F, -1.4F), blend(standingPose({1, 2}, 0), lyingPose({1, 2}, 2, 1), 0.4F)};
 }
 
@@ -71,15 +75,15 @@ float gapBetween(const Box& a, const Box& b) {
   return glm::length(glm::max(gap, glm::vec2(0)));
 }
 
-Box bedOf(const Room& room) {
-  const glm::vec3 foot = room.beds[0].at(0, 0), head = room.beds[0].at(1, 1), frame(0.08F, 0.08F, 1);
+Box boxOf(const Bed& bed) {
+  const glm::vec3 foot = bed.at(0, 0), head = bed.at(1, 1), frame(0.08F, 0.08F, 1);
   return {glm::min(foot, head) - frame, glm::max(foot, head) + frame};
 }
 
 /// Whatever stands in the room is the bed or one of the pieces, and stays between floor, ceiling and walls.
 void expectAllDrawnIsKnown(const Room& room) {
-  std::vector<Box> known = room.furniture;
-  known.push_back(bedOf(room));
+  std::vector<Box> known(room.furniture.begin(), room.furniture.end());
+  for (const Bed& bed : room.beds) known.push_back(boxOf(bed));
   constexpr float kSlack = 1e-3F;
   for (std::size_t i = 0; i < room.mesh.size(); ++i) {
     const glm::vec3& point = room.mesh[i].position;
@@ -91,34 +95,45 @@ void expectAllDrawnIsKnown(const Room& room) {
   }
 }
 
-TEST(Room, FurnitureStandsAtWallsAndBedAndInNobodysWay) {
+void expectGoodPlace(const Room& room, const Piece& piece) {
+  const float toSide = std::min(piece.low.x, room.width - piece.high.x), toFar = room.depth - piece.high.y;
+  float toBed = 10;
+  for (const Bed& bed : room.beds) {
+    const glm::vec3 edge = bed.at(0.2F, room.freeSide(bed));
+    toBed = std::min(toBed, gapBetween(piece, boxOf(bed)));
+    EXPECT_GT(gapBetween(piece, {edge, edge}), 0.5F) << "where people get up";
+  }
+  EXPECT_GT(toBed, 0);
+  EXPECT_LT(std::min({toSide, toFar, toBed}), 0.2F) << "at a wall or at a bed";
+  EXPECT_NEAR(piece.low.z, 0, 1e-3F);
+  EXPECT_GT(piece.low.y, 1) << "cameras hang on the near wall";
+  EXPECT_GT(gapBetween(piece, {glm::vec3(room.door, 0), glm::vec3(room.door, 0)}), 0.4F);
+  if (piece.name != "wardrobe") return;
+  EXPECT_GT(piece.high.z, 1.5F);
+  EXPECT_EQ(piece.high.y - piece.low.y > piece.high.x - piece.low.x, toSide < toFar) << "its back is at the wall";
+}
+
+TEST(Room, FurnitureStandsAtWallsAndBedsAndInNobodysWay) {
   int wardrobes = 0;
   for (unsigned number = 0; number < kAllRooms; ++number) {
     const Room room = makeRoom(number);
     SCOPED_TRACE(number);
-    EXPECT_LE(room.depth, 4.5F);
+    ASSERT_EQ(room.beds.size(), number < kFirstOfTwoBeds ? 1U : number < kFirstOfThreeBeds ? 2U : 3U);
+    EXPECT_LE(room.depth, room.beds.size() == 1 ? 4.5F : 5.5F);
     EXPECT_GE(room.furniture.size(), 2U);
     expectAllDrawnIsKnown(room);
-    const Box bed = bedOf(room);
-    const glm::vec3 head = room.beds[0].at(0.9F, 0.5F), edge = room.beds[0].at(0.2F, room.freeSide(room.beds[0]));
-    int bedside = 0;
-    for (std::size_t i = 0; i < room.furniture.size(); ++i) {
-      const Box& piece = room.furniture[i];
-      const glm::vec3 size = piece.high - piece.low;
-      for (std::size_t k = 0; k < i; ++k) EXPECT_GT(gapBetween(piece, room.furniture[k]), 0) << k << " and " << i;
-      const float toSide = std::min(piece.low.x, room.width - piece.high.x), toFar = room.depth - piece.high.y;
-      EXPECT_GT(gapBetween(piece, bed), 0);
-      EXPECT_LT(std::min({toSide, toFar, gapBetween(piece, bed)}), 0.2F) << "at a wall or at the bed";
-      EXPECT_NEAR(piece.low.z, 0, 1e-3F);
-      EXPECT_GT(piece.low.y, 1) << "cameras hang on the near wall";
-      EXPECT_GT(gapBetween(piece, {glm::vec3(room.door, 0), glm::vec3(room.door, 0)}), 0.4F);
-      EXPECT_GT(gapBetween(piece, {edge, edge}), 0.5F) << "where people get up";
-      if (gapBetween(piece, {head, head}) < 0.8F) ++bedside;
-      if (size.z < 1.5F || std::max(size.x, size.y) < 0.6F) continue;
-      ++wardrobes;
-      EXPECT_EQ(size.y > size.x, toSide < toFar) << "its back is at the wall";
+    for (std::size_t i = 0; i < room.beds.size(); ++i) {
+      const glm::vec3 head = room.beds[i].at(0.9F, 0.5F);
+      const auto isBeside = [&](const Piece& piece) { return gapBetween(piece, {head, head}) < 0.8F; };
+      EXPECT_TRUE(std::any_of(room.furniture.begin(), room.furniture.end(), isBeside)) << "no table at bed " << i + 1;
+      for (std::size_t k = 0; k < i; ++k) EXPECT_GT(gapBetween(boxOf(room.beds[i]), boxOf(room.beds[k])), 0.8F);
     }
-    EXPECT_GE(bedside, 1);
+    for (std::size_t i = 0; i < room.furniture.size(); ++i) {
+      const Piece& piece = room.furniture[i];
+      for (std::size_t k = 0; k < i; ++k) EXPECT_GT(gapBetween(piece, room.furniture[k]), 0) << k << " and " << i;
+      expectGoodPlace(room, piece);
+      if (piece.name == "wardrobe") ++wardrobes;
+    }
   }
   EXPECT_GT(wardrobes, 12);
 }
@@ -187,12 +202,12 @@ TEST_F(Drawing, ShowsThingsWhereTheCameraProjectsThem) {
 TEST_F(Drawing, TheBlanketHidesWhatItCovers) {
   const Bed& bed = m_scene.room.beds[0];
   Person patient;
-  patient.inBed = true;
+  patient.underBlanket = true;
   patient.pose = lyingPose(glm::vec2(bed.at(0.48F, 0.5F)), bed.heading, 0);
   settle(patient.shape, patient.pose, bed.mattress - 0.02F);
   m_scene.people = {patient};
   for (const auto& [cover, knees] : {std::pair{0.7F, Visibility::kHidden}, {0.0F, Visibility::kVisible}}) {
-    m_scene.cover = cover;
+    m_scene.covers[0] = cover;
     const TrueKeypoints truth = draw().at(0);
     EXPECT_EQ(truth[kNose].visibility, Visibility::kVisible) << cover;
     EXPECT_EQ(truth[kLeftKnee].visibility, knees) << cover;
@@ -210,6 +225,60 @@ TEST_F(Drawing, PeopleHideWhoIsBehindThemAndNobodyIsSeenOutsideThePicture) {
   EXPECT_EQ(truth[0][kLeftHip].visibility, Visibility::kHidden);
   EXPECT_EQ(truth[1][kLeftHip].visibility, Visibility::kVisible);
   for (const TrueKeypoint& keypoint : truth[2]) EXPECT_EQ(keypoint.visibility, Visibility::kOutside) << "behind us";
+}
+
+TEST_F(Drawing, InInfraredTheCameraGivesTheLightAndThereIsNoColour) {
+  m_scene.camera.roll = 0.2F;
+  draw();
+  const Picture day = m_renderer.picture();
+  m_scene.light = {{0, 0, 1}, glm::vec3(0), glm::vec3(0), glm::vec3(0), glm::vec3(6), m_scene.camera.position, 0, true};
+  draw();
+  const Picture& night = m_renderer.picture();
+  std::size_t coloured = 0;
+  for (std::size_t i = 0; i < night.rgb.size(); i += 3) {
+    ASSERT_TRUE(night.rgb[i] == night.rgb[i + 1] && night.rgb[i] == night.rgb[i + 2]) << i;
+    if (day.rgb[i] != day.rgb[i + 1]) ++coloured;
+  }
+  EXPECT_GT(coloured, day.rgb.size() / 6) << "by day there was some";
+  const auto floorAt = [&](float y) {
+    const glm::vec3 seen = m_scene.camera.project({m_scene.room.width / 2, y, 0});
+    return night.rgb[(static_cast<std::size_t>(seen.y) * 640 + static_cast<std::size_t>(seen.x)) * 3];
+  };
+  EXPECT_GT(floorAt(1.7F), floorAt(3.2F) + 10) << "darker farther away";
+}
+
+TEST(Sensor, NoiseIsAsStrongAsAskedAndGreyOnGrey) {
+  for (const bool colored : {true, false}) {
+    Picture picture{200, 100, std::vector<std::uint8_t>(60'000, 128)}, other = picture;
+    addNoise(picture, 12, colored, 7);
+    addNoise(other, 12, colored, 8);
+    EXPECT_NE(picture.rgb, other.rgb) << "every picture has its own";
+    double sum = 0, squares = 0, grey = 0;
+    for (std::size_t i = 0; i < picture.rgb.size(); ++i) {
+      const double difference = picture.rgb[i] - 128.0;
+      sum += difference;
+      squares += difference * difference;
+      if (i % 3 != 0 && picture.rgb[i] == picture.rgb[i - 1]) ++grey;
+    }
+    EXPECT_NEAR(sum / 60'000, 0, 0.3);
+    EXPECT_NEAR(std::sqrt(squares / 60'000), 12, 0.4);
+    EXPECT_EQ(grey == 40'000, !colored);
+  }
+}
+
+TEST(Sensor, ItsPictureTurnedClockwiseIsUpright) {
+  const Picture upright{2, 3, {0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5}};  // 01/23/45
+  const auto expect = [&](unsigned rotation, int width, const std::vector<int>& pixels) {
+    const Picture seen = asMounted(upright, rotation);
+    EXPECT_EQ(seen.width, width) << rotation;
+    EXPECT_EQ(seen.height, 6 / width) << rotation;
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+      EXPECT_EQ(seen.rgb.at(i * 3 + 2), pixels[i]) << rotation << " " << i;
+  };
+  expect(0, 2, {0, 1, 2, 3, 4, 5});
+  expect(90, 3, {1, 3, 5, 0, 2, 4});
+  expect(180, 2, {5, 4, 3, 2, 1, 0});
+  expect(270, 3, {4, 2, 0, 5, 3, 1});
 }
 
 }  // namespace
