@@ -38,6 +38,7 @@ rooms=(
   "simulator||EGL GL glm gst nlohmann"
   "reference|analysis app config platform/clock pose trace|nlohmann"
   "accuracy|analysis app events platform pose reference validation video|gst nlohmann opencv2 turbojpeg.h larod.h"
+  "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/launcher|gst nlohmann"
 )
 guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 

@@ -139,27 +139,6 @@ bool isAssignment(const std::string& word) {
   return end != std::string::npos && isParameterName(word.substr(0, end));
 }
 
-/// Takes the groups out of the words, "--set KEY=VALUE ...", however many each has; what remains is for others.
-std::vector<std::string> takeGroups(const std::vector<std::string>& words, LaunchRequest& request) {
-  constexpr std::string_view kJoined = "--set=";
-  std::vector<std::string> rest;
-  for (auto word = words.begin(); word != words.end();) {
-    const bool is_joined = word->starts_with(kJoined);
-    if (!is_joined && *word != "--set") {
-      rest.push_back(*word++);
-      continue;
-    }
-    ParameterGroup& group = request.sets.emplace_back();
-    const std::string first = is_joined ? word->substr(kJoined.size()) : "";
-    if (isAssignment(first)) takeAssignment(first, group);
-    for (++word; (!is_joined || !group.empty()) && word != words.end() && isAssignment(*word); ++word) {
-      takeAssignment(*word, group);
-    }
-    if (group.empty()) throw UsageError("--set needs KEY=VALUE; see --help");
-  }
-  return rest;
-}
-
 Mode modeOf(const std::string& command) {
   if (command == "model") return kModelCheck;
   if (command == "explain") return kExplain;
@@ -189,12 +168,32 @@ void takeSubject(std::vector<std::string>& rest, Mode mode, LaunchRequest& reque
 
 }  // namespace
 
+std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets) {
+  constexpr std::string_view kJoined = "--set=";
+  std::vector<std::string> rest;
+  for (auto word = words.begin(); word != words.end();) {
+    const bool is_joined = word->starts_with(kJoined);
+    if (!is_joined && *word != "--set") {
+      rest.push_back(*word++);
+      continue;
+    }
+    ParameterGroup& group = sets.emplace_back();
+    const std::string first = is_joined ? word->substr(kJoined.size()) : "";
+    if (isAssignment(first)) takeAssignment(first, group);
+    for (++word; (!is_joined || !group.empty()) && word != words.end() && isAssignment(*word); ++word) {
+      takeAssignment(*word, group);
+    }
+    if (group.empty()) throw UsageError("--set needs KEY=VALUE; see --help");
+  }
+  return rest;
+}
+
 LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   LaunchRequest request;
   const Mode mode = modeOf(arguments.empty() ? "" : arguments[0]);
   if (mode == kModelCheck) request.model = "";
   request.replay = mode == kReplay || mode == kModelCheck;
-  std::vector<std::string> rest = takeOptions(takeGroups(arguments, request), mode, request);
+  std::vector<std::string> rest = takeOptions(takeSets(arguments, request.sets), mode, request);
   if (request.help && mode != kReplay) return request;
   if (mode != kLive) takeSubject(rest, mode, request);
   if (!rest.empty()) throw UsageError("\"" + rest[0] + "\" is not understood here; see --help");
@@ -211,6 +210,7 @@ const char* usage() {
 ./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
                             networks
 ./run explain TRACE         says why each alarm came, and why none did
+./run evaluate FOLDER       recordings of yours through the program, beside what happened in them: evaluate --help
 ./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --loop                    a video begins again at its end, instead of ending the run

@@ -42,6 +42,10 @@ struct LaunchRequest {
 /// The command line without the program's name. Throws UsageError.
 LaunchRequest parseCommandLine(const std::vector<std::string>& arguments);
 
+/// Takes the groups out of the words, "--set KEY=VALUE ...", however many each has; what remains is for others. Throws
+/// UsageError.
+std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets);
+
 /// What --help prints.
 const char* usage();
 

@@ -121,6 +121,14 @@ int explain(const LaunchRequest& request) {
   return 0;
 }
 
+/// Evaluating recordings is a program of its own, with a command line of its own: it starts this one again and again.
+[[noreturn]] void becomeEvaluation(char** words) {
+  const std::filesystem::path program =
+      std::filesystem::read_symlink("/proc/self/exe").parent_path() / "velmor_evaluate";
+  ::execv(program.c_str(), words);
+  throw std::runtime_error(program.string() + ": cannot be started: " + std::strerror(errno));
+}
+
 int run(const std::vector<std::string>& arguments) {
   const LaunchRequest request = workstation::parseCommandLine(arguments);
   if (request.help) {
@@ -156,8 +164,9 @@ int run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
   workstation::takeFileLimitsAsFullDisks();
-  workstation::passSignalsOn();
   try {
+    if (argc > 1 && std::strcmp(argv[1], "evaluate") == 0) becomeEvaluation(argv + 1);
+    workstation::passSignalsOn();
     return run({argv + 1, argv + argc});
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "%s\n", exception.what());

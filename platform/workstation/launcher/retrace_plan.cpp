@@ -91,6 +91,12 @@ bool isTraceReplay(const LaunchRequest& request) {
   return header.is_object() && isOfKind(header, "trace");
 }
 
+std::string pictureKeyIn(const ParameterGroup& group) {
+  const auto key = std::find_if(kPictureKeys.begin(), kPictureKeys.end(),
+                                [&group](const char* known) { return group.contains(known); });
+  return key == kPictureKeys.end() ? "" : *key;
+}
+
 RecordedCamera recordedCamera(const std::string& trace) {
   const std::string source = fs::absolute(trace).lexically_normal().string();
   Opening opening(trace);
@@ -114,11 +120,8 @@ void checkTraceReplay(const LaunchRequest& request) {
   }
   if (request.state) throw UsageError("--state is for a video; the replay of a trace keeps nothing");
   for (const ParameterGroup& group : request.sets) {
-    const auto key = std::find_if(kPictureKeys.begin(), kPictureKeys.end(),
-                                  [&group](const char* known) { return group.contains(known); });
-    if (key != kPictureKeys.end()) {
-      throw UsageError(std::string(*key) + " needs the picture again: replay the video instead");
-    }
+    const std::string key = pictureKeyIn(group);
+    if (!key.empty()) throw UsageError(key + " needs the picture again: replay the video instead");
   }
 }
 

@@ -11,6 +11,9 @@ namespace workstation {
 /// Whether what is replayed is a trace and not a video: it begins with an object.
 bool isTraceReplay(const LaunchRequest& request);
 
+/// A parameter of the group that decides what the networks see: a trace cannot tell what it would change. None: empty.
+std::string pictureKeyIn(const ParameterGroup& group);
+
 /// The camera and the settings that a trace begins with.
 struct RecordedCamera {
   CameraDescription camera;    ///< its source is the trace

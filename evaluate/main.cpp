@@ -1,0 +1,137 @@
+// velmor_evaluate: recordings of somebody's own through the program, beside what happened in them. velmor_run starts
+// it.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "evaluate/evaluation.h"
+#include "evaluate/report.h"
+#include "evaluate/runs.h"
+#include "evaluate/tables.h"
+#include "platform/workstation/launcher/launch_request.h"
+#include "platform/workstation/launcher/parameter_rules.h"
+#include "platform/workstation/system/durable_file.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using workstation::UsageError;
+
+constexpr int kNotAll = 1, kBadInput = 2;
+constexpr int kMostJobs = 256;
+
+constexpr const char* kUsage =
+    R"(./run evaluate FOLDER         recordings of yours through the program, beside what happened in them: for each
+                              NAME.happened.txt (docs/happened.md) NAME.mp4, with NAME.settings.json where there is one
+  --set KEY=VALUE ...         these parameters as well, for comparison; several groups, each with a --set of its own
+  --jobs N                    so many runs at once; half the number of cores unless given
+  --report FILE               the report, a page for a browser; evaluation.html unless given
+  --json FILE                 the same as one JSON object
+What is done is kept for the next time: an evaluation that was ended goes on where it was.
+)";
+
+struct CommandLine {
+  evaluate::Request request;
+  fs::path report = "evaluation.html";
+  std::optional<fs::path> json;
+  bool help = false;
+};
+
+int jobsFrom(const std::string& word) {
+  const bool is_number = !word.empty() && word.size() < 4 && word.find_first_not_of("0123456789") == std::string::npos;
+  const int jobs = is_number ? std::stoi(word) : 0;
+  if (jobs < 1 || jobs > kMostJobs) throw UsageError("--jobs needs a whole number from 1 to 256, not \"" + word + "\"");
+  return jobs;
+}
+
+CommandLine parse(const std::vector<std::string>& arguments) {
+  CommandLine line;
+  std::optional<std::string> folder;
+  const std::vector<std::string> words = workstation::takeSets(arguments, line.request.sets);
+  line.request.jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency() / 2));
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    const auto value = [&] {
+      const std::string option = *word;
+      if (++word == words.end() || word->empty()) throw UsageError(option + " needs a value; see --help");
+      return *word;
+    };
+    if (*word == "--help") {
+      line.help = true;
+    } else if (*word == "--jobs") {
+      line.request.jobs = jobsFrom(value());
+    } else if (*word == "--report") {
+      line.report = value();
+    } else if (*word == "--json") {
+      line.json = value();
+    } else if (word->starts_with("-") || folder) {
+      throw UsageError("\"" + *word + "\" is not understood here; see ./run evaluate --help");
+    } else {
+      folder = *word;
+    }
+  }
+  if (line.help) return line;
+  if (!folder) throw UsageError("evaluate needs a folder of recordings: ./run evaluate FOLDER");
+  line.request.folder = *folder;
+  return line;
+}
+
+/// A place that cannot be written to is told before hours of work.
+void checkPlace(const fs::path& file) {
+  const fs::path folder = fs::absolute(file).parent_path();
+  if (fs::is_directory(file)) throw UsageError(file.string() + ": is a directory; a file's name is needed");
+  if (::access(folder.c_str(), W_OK) != 0) throw UsageError(folder.string() + ": cannot be written to");
+}
+
+void write(const fs::path& file, const std::string& text) { workstation::replaceFile(fs::absolute(file), text); }
+
+fs::path sourceTree() {
+  const char* tree = std::getenv("VELMOR_SOURCE_DIR");
+  if (tree == nullptr || !fs::is_directory(tree)) throw UsageError("start it with ./run evaluate FOLDER");
+  return tree;
+}
+
+int run(const std::vector<std::string>& arguments) {
+  CommandLine line = parse(arguments);
+  if (line.help) {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
+  evaluate::Request& request = line.request;
+  request.source_tree = sourceTree();
+  for (const auto& set : request.sets) workstation::checkSet(set, request.source_tree / "package" / "manifest.json");
+  if (!fs::is_directory(request.folder)) throw UsageError(request.folder.string() + ": there is no such folder");
+  checkPlace(line.report);
+  if (line.json) checkPlace(*line.json);
+  request.program = fs::read_symlink("/proc/self/exe").parent_path() / "velmor_run";
+  request.store = evaluate::TraceStore::usualFolder();
+  request.on_terminal = ::isatty(STDERR_FILENO) == 1;
+  const evaluate::Evaluation evaluation = evaluate::evaluateFolder(request);
+  std::fputs(evaluate::tableOf(evaluation).c_str(), stdout);
+  std::fflush(stdout);
+  if (line.json) write(*line.json, evaluate::jsonOf(evaluation));
+  write(line.report, evaluate::reportOf(evaluation, request.folder.string()));
+  std::fprintf(stderr, "The report, with pictures from the recordings: %s\n", fs::absolute(line.report).c_str());
+  return evaluation.problems.empty() ? 0 : kNotAll;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  workstation::takeFileLimitsAsFullDisks();
+  try {
+    return run({argv + 1, argv + argc});
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return kBadInput;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return kNotAll;
+  }
+}
