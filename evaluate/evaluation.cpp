@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -106,6 +107,7 @@ class Evaluator {
     for (std::size_t i = 0; i < result.recordings.size(); ++i) {
       if (!m_failed[i]) judgeRecording(i);
     }
+    dropTraces();
     dropFailed();
   }
 
@@ -163,10 +165,19 @@ class Evaluator {
     const Column& what = result.columns[column];
     const fs::path& video = result.recordings[recording].video;
     const bool from_trace = !what.sees_truth && !what.set.empty() && workstation::pictureKeyIn(what.set).empty();
-    std::vector<std::string> texts{m_programs, textOf(what.set), what.sees_truth ? "truth" : m_networks};
-    std::vector<fs::path> files{what.sees_truth ? beside(video, ".truth.jsonl") : video};
-    if (const fs::path settings = beside(video, ".settings.json"); fs::exists(settings)) files.push_back(settings);
-    return {recording, column, fingerprintOf(texts, files), from_trace, {}, {}};
+    const fs::path settings = beside(video, ".settings.json");
+    const std::string fingerprint = fingerprintOf({m_programs, textOf(what.set), what.sees_truth ? "truth" : m_networks,
+                                                   contentOf(what.sees_truth ? beside(video, ".truth.jsonl") : video),
+                                                   fs::exists(settings) ? contentOf(settings) : ""},
+                                                  {});
+    return {recording, column, fingerprint, from_trace, {}, {}};
+  }
+
+  /// A file's fingerprint, made once.
+  const std::string& contentOf(const fs::path& file) {
+    std::string& content = m_contents[file];
+    if (content.empty()) content = fingerprintOf({}, {file});
+    return content;
   }
 
   [[nodiscard]] std::vector<std::string> wordsFor(const Task& task) const {
@@ -199,7 +210,8 @@ class Evaluator {
       const double length_s = result.recordings[task.recording].happened.length_s;
       const bool is_quick = from_trace || result.columns[task.column].sees_truth;
       constexpr double kQuick = 0.02;  // of what the networks take
-      runs.push_back({wordsFor(task), m_store.draftOf(task.fingerprint), length_s * (is_quick ? kQuick : 1)});
+      runs.push_back(
+          {wordsFor(task), m_store.draftOf(task.fingerprint, runs.size()), length_s * (is_quick ? kQuick : 1)});
       of_runs.push_back(&task);
       m_progress->expect(runs.back().work_s);
     }
@@ -281,15 +293,23 @@ class Evaluator {
     for (Task& task : m_tasks) {
       if (task.recording == index) seen[task.column] = {std::move(*task.watched), task.trace};
     }
-    judge(seen, result.recordings[index]);
+    try {
+      judge(seen, result.recordings[index]);
+    } catch (const std::exception& error) {
+      problem(error.what());
+      m_failed[index] = true;
+    }
   }
 
   /// What is made from traces in a moment is not kept.
-  void dropFailed() {
+  void dropTraces() const {
     std::error_code ignored;
     for (const Task& task : m_tasks) {
       if (task.from_trace) fs::remove(task.trace, ignored);
     }
+  }
+
+  void dropFailed() {
     std::vector<Recording> kept;
     for (std::size_t i = 0; i < result.recordings.size(); ++i) {
       if (!m_failed[i]) kept.push_back(std::move(result.recordings[i]));
@@ -300,6 +320,7 @@ class Evaluator {
   const Request& m_request;
   const TraceStore m_store;
   std::optional<Progress> m_progress;
+  std::map<fs::path, std::string> m_contents;
   std::string m_programs;
   std::string m_networks;
   std::vector<Task> m_tasks;

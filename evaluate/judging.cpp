@@ -71,6 +71,11 @@ std::string Column::name() const {
   return set.empty() ? who : who + ", " + textOf(set);
 }
 
+std::ptrdiff_t Evaluation::count(std::size_t column) const {
+  return std::count_if(recordings.begin(), recordings.end(),
+                       [column](const Recording& one) { return one.outcomes.contains(column); });
+}
+
 Sum Evaluation::sum(std::size_t column, Event event) const {
   Sum all;
   for (const Recording& recording : recordings) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -48,6 +49,8 @@ struct Evaluation {
   std::vector<Recording> recordings;  ///< by name; only what could be evaluated
   std::vector<std::string> problems;  ///< a line each
 
+  /// How many recordings have the column.
+  [[nodiscard]] std::ptrdiff_t count(std::size_t column) const;
   /// Of all recordings.
   [[nodiscard]] Sum sum(std::size_t column, Event event) const;
 };

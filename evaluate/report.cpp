@@ -250,8 +250,7 @@ class Page {
   [[nodiscard]] std::string totals() const {
     std::string rows;
     for (std::size_t column = 0; column < m_evaluation.columns.size(); ++column) {
-      const auto count = std::count_if(m_evaluation.recordings.begin(), m_evaluation.recordings.end(),
-                                       [column](const Recording& one) { return one.outcomes.contains(column); });
+      const std::ptrdiff_t count = m_evaluation.count(column);
       if (count == 0) continue;
       const std::string who = m_evaluation.columns[column].name() + " (" + std::to_string(count) + ")";
       for (const Event event : kEvents) rows += rowOf(who, event, m_evaluation.sum(column, event));

@@ -151,8 +151,8 @@ fs::path TraceStore::usualFolder() { return fs::path(g_get_user_cache_dir()) / "
 
 fs::path TraceStore::placeOf(const std::string& fingerprint) const { return m_folder / (fingerprint + kTrace); }
 
-fs::path TraceStore::draftOf(const std::string& fingerprint) const {
-  return m_folder / (fingerprint + "." + std::to_string(::getpid()) + kDraft);
+fs::path TraceStore::draftOf(const std::string& fingerprint, std::size_t number) const {
+  return m_folder / (fingerprint + "-" + std::to_string(number) + "." + std::to_string(::getpid()) + kDraft);
 }
 
 void runAll(const fs::path& program, const std::vector<Run>& runs, int jobs, const RunEnd& ended) {

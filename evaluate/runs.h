@@ -24,8 +24,8 @@ class TraceStore {
 
   /// The place of a run's trace; whatever lies there is whole.
   [[nodiscard]] std::filesystem::path placeOf(const std::string& fingerprint) const;
-  /// Where a run writes it; this process's own.
-  [[nodiscard]] std::filesystem::path draftOf(const std::string& fingerprint) const;
+  /// Where a run writes it: this process's own, and of this number, as two recordings may be the same.
+  [[nodiscard]] std::filesystem::path draftOf(const std::string& fingerprint, std::size_t number) const;
 
  private:
   std::filesystem::path m_folder;

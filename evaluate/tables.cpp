@@ -45,11 +45,10 @@ void addRows(const Evaluation& evaluation, const Recording& recording, std::vect
 void addTotals(const Evaluation& evaluation, std::vector<Row>& rows) {
   std::string name = "all " + std::to_string(evaluation.recordings.size());
   for (std::size_t column = 0; column < evaluation.columns.size(); ++column) {
-    const auto count = std::count_if(evaluation.recordings.begin(), evaluation.recordings.end(),
-                                     [column](const Recording& one) { return one.outcomes.contains(column); });
+    const std::ptrdiff_t count = evaluation.count(column);
     if (count == 0) continue;
     std::string who = evaluation.columns[column].name();
-    if (static_cast<std::size_t>(count) < evaluation.recordings.size()) who += " (" + std::to_string(count) + ")";
+    if (count < std::ssize(evaluation.recordings)) who += " (" + std::to_string(count) + ")";
     for (const Event event : kEvents) {
       rows.push_back(rowOf(std::exchange(name, ""), std::exchange(who, ""), event, evaluation.sum(column, event)));
     }
@@ -157,6 +156,7 @@ std::string jsonOf(const Evaluation& evaluation) {
     object["recordings"].push_back(std::move(entry));
   }
   for (std::size_t column = 0; column < evaluation.columns.size(); ++column) {
+    if (evaluation.count(column) == 0) continue;
     ordered_json entry = jsonOf(evaluation.columns[column]);
     for (const Event event : kEvents) entry["events"][nameOf(event)] = jsonOf(evaluation.sum(column, event));
     object["all"].push_back(std::move(entry));

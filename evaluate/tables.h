@@ -12,7 +12,7 @@ namespace evaluate {
 /// its reason.
 std::string tableOf(const Evaluation& evaluation);
 
-/// One object; docs/accuracy.md tells its form.
+/// One object: the numbers of the table, the alarms, and every difference with its reason.
 std::string jsonOf(const Evaluation& evaluation);
 
 /// "16.2", "-" where there is none.
