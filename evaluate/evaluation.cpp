@@ -26,12 +26,6 @@ constexpr std::array kVideos{".mp4", ".mkv", ".mov", ".m4v", ".avi", ".webm", ".
 /// A length that differs by more was told of another video.
 constexpr double kSameLength_s = 1;
 
-std::string textOf(const ParameterGroup& set) {
-  std::string text;
-  for (const auto& [key, value] : set) text += (text.empty() ? "" : " ") + key + "=" + value;
-  return text;
-}
-
 fs::path beside(const fs::path& video, const char* ending) { return fs::path(video).replace_extension(ending); }
 
 std::vector<fs::path> filesIn(const fs::path& folder) {
@@ -166,7 +160,7 @@ class Evaluator {
     const fs::path& video = result.recordings[recording].video;
     const bool from_trace = !what.sees_truth && !what.set.empty() && workstation::pictureKeyIn(what.set).empty();
     const fs::path settings = beside(video, ".settings.json");
-    const std::string fingerprint = fingerprintOf({m_programs, textOf(what.set), what.sees_truth ? "truth" : m_networks,
+    const std::string fingerprint = fingerprintOf({m_programs, what.setText(), what.sees_truth ? "truth" : m_networks,
                                                    contentOf(what.sees_truth ? beside(video, ".truth.jsonl") : video),
                                                    fs::exists(settings) ? contentOf(settings) : ""},
                                                   {});
@@ -191,7 +185,7 @@ class Evaluator {
     }
     if (column.sees_truth) words.insert(words.end(), {"--truth", beside(video, ".truth.jsonl").string()});
     if (!column.set.empty()) words.emplace_back("--set");
-    for (const auto& [key, value] : column.set) words.push_back(key + "=" + value);
+    for (const auto& [key, value] : column.set) words.emplace_back(key).append("=").append(value);
     return words;
   }
 

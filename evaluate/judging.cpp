@@ -39,6 +39,7 @@ std::vector<ToldDifference> differencesIn(const Scores& scores, const Scores* co
 void addReasons(const std::filesystem::path& trace, std::vector<ToldDifference>& differences) {
   if (differences.empty()) return;
   std::vector<Question> questions;
+  questions.reserve(differences.size());
   for (const ToldDifference& told : differences) questions.push_back({told.difference.event, told.difference.ask});
   const std::vector<std::string> sentences = whyIn(trace, questions);
   for (std::size_t i = 0; i < sentences.size(); ++i) differences[i].because = sentences[i];
@@ -50,6 +51,7 @@ void addPictures(Recording& recording) {
     for (const ToldDifference& told : outcome.differences) pictures[told.difference.ask];
   }
   std::vector<double> times;
+  times.reserve(pictures.size());
   for (const auto& [time, none] : pictures) times.push_back(time);
   const std::vector<std::string> stills = stillsOf(recording.video, times);
   for (std::size_t i = 0; i < times.size(); ++i) pictures[times[i]] = stills[i];
@@ -58,17 +60,17 @@ void addPictures(Recording& recording) {
   }
 }
 
-std::string textOf(const workstation::ParameterGroup& set) {
-  std::string text;
-  for (const auto& [key, value] : set) text.append(text.empty() ? "" : " ").append(key).append("=").append(value);
-  return text;
-}
-
 }  // namespace
 
 std::string Column::name() const {
   const std::string who = sees_truth ? "true people" : "networks";
-  return set.empty() ? who : who + ", " + textOf(set);
+  return set.empty() ? who : who + ", " + setText();
+}
+
+std::string Column::setText() const {
+  std::string text;
+  for (const auto& [key, value] : set) text.append(text.empty() ? "" : " ").append(key).append("=").append(value);
+  return text;
 }
 
 std::ptrdiff_t Evaluation::count(std::size_t column) const {

@@ -20,6 +20,8 @@ struct Column {
   workstation::ParameterGroup set;  ///< counts instead of the recording's own
 
   [[nodiscard]] std::string name() const;
+  /// "KEY=VALUE KEY=VALUE", empty for the recording's own.
+  [[nodiscard]] std::string setText() const;
 };
 
 /// A difference, why it is, and how it looks there.

@@ -47,7 +47,6 @@ th { font-weight: 600; color: var(--soft); } .text { text-align: left; }
 .axis .bar { background: none; height: 1.1rem; }
 .bed { background: var(--bed); } .out { background: var(--out); } .fallen { background: var(--fallen); }
 .other { background: var(--other); } .alarm { background: var(--alarm); }
-.wrong { outline: 2px solid var(--wrong); outline-offset: 1px; }
 ol { list-style: none; padding: 0; }
 li { display: grid; grid-template-columns: 13rem 1fr; gap: .6rem; padding: .6rem 0; border-top: 1px solid var(--line); }
 li:target { background: var(--lane); }
