@@ -39,6 +39,14 @@ constexpr std::chrono::milliseconds kLockPatience{500}, kLockPause{50};
 
 bool isDescription(const std::string& source) { return !isUri(source) && fs::path(source).extension() == ".json"; }
 
+/// Traces are JSON, too: whoever replays some other file is told of both.
+void checkNamesSource(const std::string& file) {
+  const json document = json::parse(readDescription(file), nullptr, false);
+  if (document.is_object() && !document.contains("source")) {
+    throw DescriptionError(file + ": is no trace and no camera's description");
+  }
+}
+
 std::string fullName(const std::string& source) {
   return isUri(source) ? source : fs::absolute(source).lexically_normal().string();
 }
@@ -164,7 +172,23 @@ void checkTruth(const LaunchRequest& request) {
   }
 }
 
+void checkNoFolder(const LaunchRequest& request) {
+  if (request.replay && request.source && fs::is_directory(*request.source)) {
+    throw UsageError(*request.source + ": is a folder; replay one file of it");
+  }
+}
+
 fs::path fullPath(const std::string& name) { return fs::absolute(name).lexically_normal(); }
+
+/// What a replay's trace takes the place of: an older trace, or one that found no room. A pipe would wait for a reader.
+void checkReplaced(const fs::path& place) {
+  std::error_code error;
+  if (!fs::exists(place, error)) return;
+  if (!fs::is_regular_file(place)) throw UsageError(place.string() + ": is no file; --trace needs a file's name");
+  if (fs::file_size(place, error) > 0 && !isTraceFile(place)) {
+    throw UsageError(place.string() + ": is there already and is no trace; --trace replaces only a trace");
+  }
+}
 
 /// Nothing that the run reads may become its trace.
 void checkTracePlace(const LaunchRequest& request, const CameraDescription& camera) {
@@ -184,6 +208,7 @@ void checkTracePlace(const LaunchRequest& request, const CameraDescription& came
       throw UsageError(*request.trace + ": is what the run reads; the trace needs a file of its own");
     }
   }
+  if (request.replay) checkReplaced(place);
 }
 
 std::map<std::string, std::string> environmentFor(const LaunchRequest& request, const fs::path& source_tree,
@@ -217,6 +242,16 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
   }
   return environment;
+}
+
+/// What the run begins with: the words of an installer, or all that a trace was made with.
+void checkValues(const LaunchRequest& request, const CameraDescription& camera, const fs::path& source_tree) {
+  const std::string place = settingsName(request);
+  if (isTraceReplay(request)) {
+    checkRecorded(camera.parameters, source_tree / "package" / "manifest.json", place);
+  } else {
+    checkParameters(camera.parameters, packageDefaults(source_tree), place);
+  }
 }
 
 }  // namespace
@@ -282,6 +317,7 @@ CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& 
   } else if (isTraceReplay(request)) {
     camera = recordedCamera(*request.source).camera;
   } else if (isDescription(*request.source)) {
+    if (request.replay) checkNamesSource(*request.source);
     camera = loadCameraDescription(*request.source);
   } else {
     camera.source = fullName(*request.source);
@@ -328,10 +364,11 @@ Parameters packageDefaults(const fs::path& source_tree) {
 LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tree, bool on_terminal) {
   const bool is_trace = isTraceReplay(request);
   if (is_trace) checkTraceReplay(request);
+  checkNoFolder(request);
   const Parameters defaults = packageDefaults(source_tree);
   checkSet(groupOf(request), source_tree / "package" / "manifest.json");
   const CameraDescription camera = requestedCamera(request, source_tree);
-  checkParameters(camera.parameters, defaults, settingsName(request));
+  checkValues(request, camera, source_tree);
   if (std::string problem = is_trace ? "" : videoProblem(camera.source, request.replay); !problem.empty()) {
     throw std::runtime_error(problem);
   }

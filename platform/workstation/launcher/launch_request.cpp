@@ -130,7 +130,7 @@ std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, 
 void takeAssignment(const std::string& word, ParameterGroup& group) {
   const std::size_t end = word.find('=');
   if (!group.emplace(word.substr(0, end), word.substr(end + 1)).second) {
-    throw UsageError("--set " + word + ": the key was given twice in a group");
+    throw UsageError("--set " + shown(word) + ": the key was given twice in a group");
   }
 }
 
@@ -196,9 +196,15 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   std::vector<std::string> rest = takeOptions(takeSets(arguments, request.sets), mode, request);
   if (request.help && mode != kReplay) return request;
   if (mode != kLive) takeSubject(rest, mode, request);
-  if (!rest.empty()) throw UsageError("\"" + rest[0] + "\" is not understood here; see --help");
+  if (!rest.empty()) throw UsageError("\"" + shown(rest[0]) + "\" is not understood here; see --help");
   checkCombination(request);
   return request;
+}
+
+std::string shown(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, '?');
+  return text;
 }
 
 const char* usage() {

@@ -46,6 +46,9 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments);
 /// UsageError.
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets);
 
+/// Somebody's words as a terminal may be shown them: without its control characters.
+std::string shown(std::string text);
+
 /// What --help prints.
 const char* usage();
 

@@ -25,6 +25,7 @@
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/launch_request.h"
 #include "platform/workstation/launcher/launch_web.h"
+#include "platform/workstation/launcher/retrace_plan.h"
 #include "platform/workstation/launcher/settings_comparison.h"
 #include "platform/workstation/launcher/started_program.h"
 #include "platform/workstation/system/durable_file.h"
@@ -111,6 +112,11 @@ int checkModel(const LaunchPlan& plan, const std::string& model) {
 void announce(const LaunchRequest& request, const LaunchPlan& plan) {
   std::FILE* const out = request.replay ? stderr : stdout;
   std::fprintf(out, "State: %s\n", plan.place.directory().c_str());
+  if (workstation::isTraceReplay(request)) {
+    const std::string inexact =
+        workstation::recordedRun(*request.source, sourceTree() / "package/manifest.json").inexact;
+    if (!inexact.empty()) std::fprintf(stderr, "%s\n", inexact.c_str());
+  }
   std::fflush(out);
 }
 
@@ -129,6 +135,13 @@ int explain(const LaunchRequest& request) {
   throw std::runtime_error(program.string() + ": cannot be started: " + std::strerror(errno));
 }
 
+/// The status of a command that has printed its answer, which may have found no room.
+int afterPrinting(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  std::fprintf(stderr, "standard output cannot be written: %s\n", std::strerror(errno));
+  return EXIT_FAILURE;
+}
+
 int run(const std::vector<std::string>& arguments) {
   const LaunchRequest request = workstation::parseCommandLine(arguments);
   if (request.help) {
@@ -139,8 +152,8 @@ int run(const std::vector<std::string>& arguments) {
     std::fputs(workstation::resetFloor(request, sourceTree()).c_str(), stdout);
     return 0;
   }
-  if (request.explained) return explain(request);
-  if (request.sets.size() > 1) return workstation::compareSettings(request, sourceTree());
+  if (request.explained) return afterPrinting(explain(request));
+  if (request.sets.size() > 1) return afterPrinting(workstation::compareSettings(request, sourceTree()));
   const workstation::WebAccess access = workstation::webAccess(request);
   LaunchPlan plan = workstation::prepareLaunch(request, sourceTree(), ::isatty(STDERR_FILENO) == 1);
   if (request.model) {

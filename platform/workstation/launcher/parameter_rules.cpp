@@ -56,6 +56,13 @@ std::map<std::string, json> entriesOf(const std::filesystem::path& manifest) {
   return entries;
 }
 
+/// What is wrong with a value by its default's kind and by the manifest's limits.
+std::string anyMistakeIn(const std::string& name, const std::string& value, const Parameters& defaults,
+                         const std::map<std::string, json>& entries) {
+  const std::string mistake = mistakeIn(name, value, defaults);
+  return mistake.empty() ? mistakeBy(entries.at(name), value) : mistake;
+}
+
 /// Begins a line that goes on where the mistake stands.
 std::string& beginLine(std::string& lines) { return lines.append(lines.empty() ? "" : "\n"); }
 
@@ -76,12 +83,27 @@ void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest
   const std::map<std::string, json> entries = entriesOf(manifest);
   std::string mistakes;
   for (const auto& [name, value] : group) {
-    std::string mistake = mistakeIn(name, value, defaults);
-    if (mistake.empty()) mistake = mistakeBy(entries.at(name), value);
+    const std::string mistake = anyMistakeIn(name, value, defaults, entries);
     if (mistake.empty()) continue;
-    beginLine(mistakes).append("--set ").append(name).append("=").append(value).append(": ").append(mistake);
+    beginLine(mistakes).append("--set ").append(name).append("=").append(shown(value)).append(": ").append(mistake);
   }
   if (!mistakes.empty()) throw std::runtime_error(mistakes);
+}
+
+void checkRecorded(const ParameterGroup& parameters, const std::filesystem::path& manifest, const std::string& place) {
+  const Parameters defaults = manifestDefaults(manifest);
+  const std::map<std::string, json> entries = entriesOf(manifest);
+  const auto refuse = [&place](const std::string& name, const std::string& why) {
+    throw std::runtime_error(place + ": parameters: \"" + shown(name) + "\" " + why);
+  };
+  for (const auto& [name, value] : parameters) {
+    if (const std::string mistake = anyMistakeIn(name, value, defaults, entries); !mistake.empty()) {
+      refuse(name, mistake);
+    }
+  }
+  for (const auto& [name, value] : defaults) {
+    if (!parameters.contains(name)) refuse(name, "is missing; a trace has every parameter of package/manifest.json");
+  }
 }
 
 }  // namespace workstation

@@ -16,4 +16,8 @@ void checkParameters(const ParameterGroup& parameters, const Parameters& default
 /// The same for what somebody sets on the command line, which must also lie within the manifest's limits.
 void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest);
 
+/// For the parameters that a trace was made with: all of the package's, within the manifest's limits. Throws
+/// std::runtime_error with one line for the first that is missing or wrong.
+void checkRecorded(const ParameterGroup& parameters, const std::filesystem::path& manifest, const std::string& place);
+
 }  // namespace workstation

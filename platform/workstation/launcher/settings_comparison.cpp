@@ -30,8 +30,12 @@ using nlohmann::ordered_json;
 /// An alarm that moves by no more is the same alarm.
 constexpr double kSameAlarm_s = 5.0;
 
+constexpr const char* kGained = "gained";
+constexpr const char* kLost = "lost";
+constexpr const char* kShifted = "shifted";
+
 struct Difference {
-  const char* kind;  ///< "gained", "lost" or "shifted"
+  const char* kind;  ///< one of the three
   Alarm alarm;
   double to = 0;  ///< of a shifted one: its new time
 };
@@ -51,11 +55,11 @@ void compare(const std::string& event, const std::vector<double>& before, const 
   auto is = after.begin();
   while (was != before.end() || is != after.end()) {
     if (is == after.end() || (was != before.end() && *was < *is - kSameAlarm_s)) {
-      differences.push_back({"lost", {event, *was++}});
+      differences.push_back({kLost, {event, *was++}});
     } else if (was == before.end() || *is < *was - kSameAlarm_s) {
-      differences.push_back({"gained", {event, *is++}});
+      differences.push_back({kGained, {event, *is++}});
     } else {
-      if (*was != *is) differences.push_back({"shifted", {event, *was}, *is});
+      if (*was != *is) differences.push_back({kShifted, {event, *was}, *is});
       ++was;
       ++is;
     }
@@ -72,9 +76,18 @@ std::vector<Difference> differencesOf(const SettingsOutcome& recorded, const Set
   return differences;
 }
 
+std::set<std::string> eventsOf(const std::vector<SettingsOutcome>& outcomes) {
+  std::set<std::string> events;
+  for (const SettingsOutcome& outcome : outcomes) {
+    for (const Alarm& alarm : outcome.alarms) events.insert(alarm.event);
+  }
+  return events;
+}
+
 std::string nameOf(const ParameterGroup& set) {
   std::string name;
-  for (const auto& [key, value] : set) name.append(name.empty() ? "" : " ").append(key).append("=").append(value);
+  for (const auto& [key, value] : set)
+    name.append(name.empty() ? "" : " ").append(key).append("=").append(shown(value));
   return name.empty() ? "as recorded" : name;
 }
 
@@ -115,7 +128,7 @@ std::string tableOf(const std::vector<SettingsOutcome>& outcomes, const std::set
     table += rowOf(outcome, width, events);
     for (const auto& [what, alarm, to] : differencesOf(outcomes.front(), outcome, events)) {
       table += "  " + padded(what, 7) + "  " + timeText(alarm.begin, kind) + "  " + alarm.event;
-      table += std::string(what) == "shifted" ? ", now " + timeText(to, kind) + "\n" : "\n";
+      table += what == kShifted ? ", now " + timeText(to, kind) + "\n" : "\n";
     }
   }
   return table;
@@ -126,15 +139,24 @@ std::string jsonOf(const std::vector<SettingsOutcome>& outcomes, const std::set<
   for (const SettingsOutcome& outcome : outcomes) {
     ordered_json line = {{"set", outcome.set}, {"alarms", ordered_json::object()}};
     for (const std::string& event : events) line["alarms"][event] = beginsOf(outcome, event).size();
-    for (const char* kind : {"gained", "lost", "shifted"}) line[kind] = ordered_json::array();
+    for (const char* kind : {kGained, kLost, kShifted}) line[kind] = ordered_json::array();
     for (const Difference& difference : differencesOf(outcomes.front(), outcome, events)) {
       ordered_json entry = {{"t", difference.alarm.begin}, {"event", difference.alarm.event}};
-      if (std::string(difference.kind) == "shifted") entry["to"] = difference.to;
+      if (difference.kind == kShifted) entry["to"] = difference.to;
       line[difference.kind].push_back(std::move(entry));
     }
     lines += line.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
   }
   return lines;
+}
+
+/// From seconds since the trace's beginning to seconds since 1970.
+void moveToDay(std::vector<SettingsOutcome>& outcomes, RecordedRun& run) {
+  const auto move = [&run](std::vector<Alarm>& alarms) {
+    for (Alarm& alarm : alarms) alarm.begin += run.begin_s;
+  };
+  for (SettingsOutcome& outcome : outcomes) move(outcome.alarms);
+  move(run.told);
 }
 
 /// One replay and where its standard output goes.
@@ -181,6 +203,18 @@ int runAll(std::vector<Replay>::iterator first, std::vector<Replay>::iterator la
 
 }  // namespace
 
+std::string remarksOn(const SettingsOutcome& recorded, const RecordedRun& run, Table table) {
+  std::string remarks = run.inexact.empty() ? "" : run.inexact + "\n";
+  const SettingsOutcome told{{}, run.told};
+  for (const Difference& difference : differencesOf(told, recorded, eventsOf({told, recorded}))) {
+    if (difference.kind == kShifted) continue;
+    remarks += difference.kind == kLost ? "told then, but not \"as recorded\" here: "
+                                        : "\"as recorded\" here, but not told then: ";
+    remarks += timeText(difference.alarm.begin, table) + "  " + difference.alarm.event + "\n";
+  }
+  return remarks;
+}
+
 std::vector<Alarm> alarmsIn(const std::string& lines) {
   std::vector<Alarm> alarms;
   std::istringstream stream(lines);
@@ -192,10 +226,7 @@ std::vector<Alarm> alarmsIn(const std::string& lines) {
 }
 
 std::string comparisonOf(const std::vector<SettingsOutcome>& outcomes, Table table) {
-  std::set<std::string> events;
-  for (const SettingsOutcome& outcome : outcomes) {
-    for (const Alarm& alarm : outcome.alarms) events.insert(alarm.event);
-  }
+  const std::set<std::string> events = eventsOf(outcomes);
   return table == Table::kJson ? jsonOf(outcomes, events) : tableOf(outcomes, events, table);
 }
 
@@ -205,6 +236,7 @@ int compareSettings(const LaunchRequest& request, const std::filesystem::path& s
   std::vector<Replay> replays;
   replays.push_back(prepare(request, {}, source_tree));
   for (const ParameterGroup& set : request.sets) replays.push_back(prepare(request, set, source_tree));
+  RecordedRun run = recordedRun(*request.source, source_tree / "package" / "manifest.json");
   // What is wrong with the trace itself is said once.
   const auto groups = replays.begin() + 1;
   int status = runAll(replays.begin(), groups, 1);
@@ -215,10 +247,11 @@ int compareSettings(const LaunchRequest& request, const std::filesystem::path& s
   std::transform(replays.begin(), replays.end(), std::back_inserter(outcomes), [](const Replay& replay) {
     return SettingsOutcome{replay.set, alarmsIn(outputOf(replay))};
   });
-  const Table table = request.json                               ? Table::kJson
-                      : recordedCamera(*request.source).was_live ? Table::kLive
-                                                                 : Table::kRecording;
+  const Table table = request.json ? Table::kJson : run.begin_s > 0 ? Table::kLive : Table::kRecording;
+  if (table == Table::kLive) moveToDay(outcomes, run);
+  const std::string remarks = remarksOn(outcomes.front(), run, table);
   std::fputs(comparisonOf(outcomes, table).c_str(), stdout);
+  std::fputs(remarks.c_str(), request.json ? stderr : stdout);
   return 0;
 }
 

@@ -6,13 +6,9 @@
 #include <vector>
 
 #include "platform/workstation/launcher/launch_request.h"
+#include "platform/workstation/launcher/retrace_plan.h"
 
 namespace workstation {
-
-struct Alarm {
-  std::string event;
-  double begin;  ///< seconds on the recording's clock
-};
 
 /// What a group of settings leads to.
 struct SettingsOutcome {
@@ -33,6 +29,10 @@ enum class Table {
 /// The first outcome is what the others are compared with. An alarm that begins at most 5 s earlier or later is the
 /// same.
 std::string comparisonOf(const std::vector<SettingsOutcome>& outcomes, Table table);
+
+/// Lines to stand below the comparison: why the trace cannot tell exactly what was told when it was made, and which
+/// alarms differ. Empty where nothing is to be said.
+std::string remarksOn(const SettingsOutcome& recorded, const RecordedRun& run, Table table);
 
 /// Replays the request's trace with its own settings and with each group, as many at once as there are cores, and
 /// prints the comparison. The exit status; throws std::runtime_error with one line before anything is started.

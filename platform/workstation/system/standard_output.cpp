@@ -29,9 +29,25 @@ SideThread& output() {
   return the_output;
 }
 
+std::atomic<bool> replay_failed{false};
+
+/// A replay is made for what it shows: its main returns 0 whatever became of that. From before main, so that it comes
+/// after nearly all else.
+[[maybe_unused]] const int registered = on_exit(
+    [](int status, void* /*unused*/) {
+      if (!replay_failed || status != 0) return;
+      std::fflush(nullptr);
+      _exit(EXIT_FAILURE);
+    },
+    nullptr);
+
 void write(const std::string& lines) {
-  if (!writeAll(STDOUT_FILENO, lines.data(), lines.size())) {
-    syslog(LOG_WARNING, "a line could not be shown on standard output: %s", std::strerror(errno));
+  if (writeAll(STDOUT_FILENO, lines.data(), lines.size())) return;
+  const char* const why = strerrordesc_np(errno);
+  if (!ticker_clock::isReplay()) {
+    syslog(LOG_WARNING, "a line could not be shown on standard output: %s", why);
+  } else if (!replay_failed.exchange(true)) {
+    syslog(LOG_ERR, "standard output cannot be written: %s", why);
   }
 }
 

@@ -1,4 +1,5 @@
-// Standard output. In a replay whoever shows something waits until it has been shown, and nothing is lost. Live, a
+// Standard output. In a replay whoever shows something waits until it has been shown, and nothing is lost; where
+// it cannot be written, the process says so once and ends with status 1. Live, a
 // reader who has stopped (Ctrl-S, a pager) keeps nobody from watching the patient: what does not fit is counted.
 #pragma once
 

@@ -9,9 +9,12 @@ namespace workstation {
 void traceEvent(std::uint64_t number, const std::string& run, TimeStamp time, const std::string& name, bool active) {
   TraceSink* const sink = openTraceSink();
   if (sink == nullptr) return;
-  const nlohmann::ordered_json line = {{"kind", "event"}, {"seq", number},
-                                       {"run", run},      {"ns", time.time_since_epoch().count()},
-                                       {"name", name},    {"active", active}};
+  nlohmann::ordered_json line = {{"kind", "event"}, {"seq", number}};
+  // A replay's file is one run, and the same bytes whenever it is made.
+  if (!ticker_clock::isReplay()) line["run"] = run;
+  line["ns"] = time.time_since_epoch().count();
+  line["name"] = name;
+  line["active"] = active;
   sink->take(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 }
 

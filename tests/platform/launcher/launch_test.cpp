@@ -291,11 +291,13 @@ class Retrace : public Launch {
 
   const std::string kHeader =
       R"({"kind": "trace", "rotation": 90, "version": 1, "product_name": "P", "focal_length_um": 2800})";
-  const std::string kSettings = R"({"kind": "settings", "parameters": {"Sensitivity": "0.2", "MaxDisappeared": "5"}})"
+  const std::string kSettings = R"({"kind": "settings", "parameters": {"Sensitivity": "0.2", "MaxDisappeared": "5",)"
+                                R"( "Detection1Active": "true", "LarodChipType": "2"}})"
                                 "\n";
 };
 
 TEST_F(Retrace, TakesTheCameraFromTheTraceAndTheSetOverIt) {
+  m_tree.write("new.jsonl", kHeader + "\nof a run before\n");
   ask("--set Sensitivity=0.5 --trace " + (m_tree / "new.jsonl").string());
   const LaunchPlan plan = prepare();
   EXPECT_EQ(plan.program, "velmor_retrace");
@@ -310,22 +312,30 @@ TEST_F(Retrace, TakesTheCameraFromTheTraceAndTheSetOverIt) {
   EXPECT_EQ(camera.rotation, 90U);
   EXPECT_EQ(camera.focal_length_um, 2800U);
   EXPECT_EQ(camera.product_name, "P");
-  EXPECT_EQ(camera.parameters, (ParameterGroup{{"Sensitivity", "0.5"}, {"MaxDisappeared", "5"}}));
+  EXPECT_EQ(
+      camera.parameters,
+      (ParameterGroup{
+          {"Detection1Active", "true"}, {"LarodChipType", "2"}, {"MaxDisappeared", "5"}, {"Sensitivity", "0.5"}}));
 }
 
 TEST_F(Retrace, RefusesWhatItCannotSetOrWriteInOneLine) {
   const std::string folder = m_tree.path().string();
+  m_tree.write("settings.json", R"({"kind": "settings"})");
+  ASSERT_EQ(::mkfifo((m_tree / "pipe").c_str(), 0600), 0);
   for (const auto& [more, why] :
        {std::pair<std::string, std::string>{"--set Sensitivity=1.5",
                                             "--set Sensitivity=1.5: must be a number from 0 to 1"},
         {"--set MaxDisappeared=1.5", "--set MaxDisappeared=1.5: must be a whole number from 0 to 1000"},
         {"--set Detection1Active=1", "--set Detection1Active=1: must be \"true\" or \"false\""},
+        {"--set Detection1Active=\x1B[2J", "--set Detection1Active=?[2J: must be"},
         {"--set Sensitivty=1", "--set Sensitivty=1: is not a parameter; "},
         {"--set LarodChipType=2", "LarodChipType needs the picture again: replay the video instead"},
         {"--settings s", "--settings is for a video"},
         {"--state s", "--state is for a video"},
         {"--trace " + path(), path() + ": is what the run reads; the trace needs a file of its own"},
         {"--trace " + folder, folder + ": is a directory; "},
+        {"--trace " + folder + "/settings.json", folder + "/settings.json: is there already and is no trace; "},
+        {"--trace " + folder + "/pipe", folder + "/pipe: is no file; "},
         {"--trace " + folder + "/none/t", folder + "/none: there is no such folder"}}) {
     ask(more);
     EXPECT_EQ(refusal().rfind(why, 0), 0U) << refusal();
@@ -342,9 +352,10 @@ TEST_F(Retrace, RefusesADamagedOpeningWithFileAndLine) {
                                             " line 1: is of version 2; allowed is 1"},
         {R"({"t": 0.5, "people": []})"
          "\n",
-         " line 1: is not the header of a trace; "},
+         " line 1: is not the header of a trace, and "},
         {header("90", "45"), " line 1: rotation: cannot be 45; allowed are 0, 90, 180 and 270"},
         {header("product_name", "product"), " line 1: \"product_name\" is missing"},
+        {"\xEF\xBB\xBF" + kHeader + "\n", " line 1: begins with a byte order mark; save it without"},
         {kHeader, " line 1: is cut off; "},
         {kHeader + "\n", " line 2: is missing; "},
         {kHeader + "\nx\n", " line 2: is not a line of a trace; "},
@@ -361,11 +372,55 @@ TEST_F(Retrace, RefusesADamagedOpeningWithFileAndLine) {
         {kHeader + "\n" +
              R"({"kind": "settings", "parameters": {"Other": "1"}})"
              "\n",
-         " line 2: parameters: \"Other\" is not a parameter"}}) {
+         " line 2: parameters: \"Other\" is not a parameter"},
+        {kHeader + "\n" +
+             R"({"kind": "settings", "parameters": {}})"
+             "\n",
+         " line 2: parameters: \"Detection1Active\" is missing; "},
+        {kHeader + "\n" + std::string(kSettings).replace(kSettings.find("\"5\""), 3, "\"-99999999999\""),
+         " line 2: parameters: \"MaxDisappeared\" must be a whole number from 0 to 1000"}}) {
     m_tree.write("t.jsonl", text);
     EXPECT_EQ(refusal().rfind(path() + why, 0), 0U) << refusal();
     EXPECT_EQ(refusal().find('\n'), std::string::npos) << refusal();
   }
+  m_tree.write("other.json", R"({"a": 1})");
+  m_request.source = m_tree / "other.json";
+  EXPECT_EQ(refusal(), *m_request.source + ": is no trace and no camera's description");
+  m_request.source = m_tree.path().string();
+  EXPECT_EQ(refusal(), m_tree.path().string() + ": is a folder; replay one file of it");
+}
+
+TEST_F(Retrace, SaysFromWhereOnItKnowsLessThanTheRunDid) {
+  const auto cycle = [](int number) {
+    return R"({"kind": "cycle", "number": )" + std::to_string(number) + R"(, "ns": 1772366400000000000})" + "\n";
+  };
+  const auto fall = [](const char* active) {
+    return R"({"kind": "event", "name": "Fall", "ns": 1772366401500000000, "active": )" + std::string(active) + "}\n";
+  };
+  const std::string live = std::string(kHeader).replace(1, 0, R"("replay": false, )") + "\n" + kSettings;
+  const std::string missing = "{\"kind\": \"missing\", \"lines\": 10}\n";
+  const std::string later = ": from there on events may differ from what was told then";
+  const auto survey = [this](const std::string& text) {
+    m_tree.write("t.jsonl", text);
+    return recordedRun(path(), m_tree / "package/manifest.json");
+  };
+  EXPECT_EQ(survey(live + cycle(1) + cycle(2) + kSettings + cycle(3)).inexact, "");
+  EXPECT_EQ(survey(live + cycle(1) + missing + cycle(12) + cycle(14)).inexact,
+            path() + ": 10 lines are missing at line 4" + later);
+  EXPECT_EQ(survey(live + cycle(1) + cycle(3)).inexact, path() + ": cycle 3 follows cycle 1 at line 4" + later);
+  EXPECT_EQ(survey(live + cycle(7201) + cycle(7203)).inexact.rfind(path() + " begins at cycle 7201 of its run: ", 0),
+            0U);
+
+  const RecordedRun run = survey(live + fall("true") + cycle(1) + fall("false"));
+  EXPECT_EQ(run.begin_s, 1772366400);
+  ASSERT_EQ(run.told.size(), 1U);
+  EXPECT_EQ(run.told[0].begin, 1.5);
+  EXPECT_EQ(remarksOn({{}, {{"Fall", 2.0}}}, run, Table::kRecording), "");
+  EXPECT_EQ(remarksOn({{}, {{"Fall", 8.0}}}, {0, run.told, "Why."}, Table::kRecording),
+            "Why.\ntold then, but not \"as recorded\" here: 1.5 s  Fall\n"
+            "\"as recorded\" here, but not told then: 8.0 s  Fall\n");
+  EXPECT_THROW(survey(live + cycle(1) + R"({"kind": "settings", "parameters": {}})" + "\n" + cycle(2)),
+               std::runtime_error);
 }
 
 TEST_F(Launch, ASetCountsOverAVideosSettingsAndALiveTraceIsADirectory) {
