@@ -281,6 +281,30 @@ struct Renderer::Implementation {
     picture = {width, height, std::vector<std::uint8_t>(count * 3)};
   }
 
+  /// The one of this light, with all that it is told.
+  void useProgram(const Camera& camera, const Light& light, const glm::mat4& shadowView) const {
+    const bool night = light.panes < 1;
+    const GLuint program = night ? nightProgram : dayProgram;
+    glUseProgram(program);
+    const auto vector = [&](const char* name, const glm::vec3& value) {
+      glUniform3fv(glGetUniformLocation(program, name), 1, glm::value_ptr(value));
+    };
+    const glm::mat4 view = pictureProjection(camera);
+    glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, glm::value_ptr(view));
+    glUniformMatrix4fv(glGetUniformLocation(program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
+    vector("eye", camera.position);
+    vector("towards", light.towards);
+    vector("lamp", light.lamp);
+    vector("sky", light.sky);
+    vector("ground", light.ground);
+    if (night) {
+      vector("torch", light.torch);
+      vector("torchPlace", light.torchPlace);
+      glUniform1f(glGetUniformLocation(program, "panes"), light.panes);
+      glUniform1f(glGetUniformLocation(program, "infrared"), light.infrared ? 1.0F : 0.0F);
+    }
+  }
+
   void readBack() {
     glBindFramebuffer(GL_READ_FRAMEBUFFER, drawTarget);
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, readTarget);
@@ -324,26 +348,7 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
   glViewport(0, 0, gl.width, gl.height);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  const bool night = light.panes < 1;
-  const GLuint program = night ? gl.nightProgram : gl.dayProgram;
-  glUseProgram(program);
-  const auto vector = [&](const char* name, const glm::vec3& value) {
-    glUniform3fv(glGetUniformLocation(program, name), 1, glm::value_ptr(value));
-  };
-  const glm::mat4 view = pictureProjection(camera);
-  glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, glm::value_ptr(view));
-  glUniformMatrix4fv(glGetUniformLocation(program, "shadowView"), 1, GL_FALSE, glm::value_ptr(shadowView));
-  vector("eye", camera.position);
-  vector("towards", light.towards);
-  vector("lamp", light.lamp);
-  vector("sky", light.sky);
-  vector("ground", light.ground);
-  if (night) {
-    vector("torch", light.torch);
-    vector("torchPlace", light.torchPlace);
-    glUniform1f(glGetUniformLocation(program, "panes"), light.panes);
-    glUniform1f(glGetUniformLocation(program, "infrared"), light.infrared ? 1.0F : 0.0F);
-  }
+  gl.useProgram(camera, light, shadowView);
   glDrawArrays(GL_TRIANGLES, 0, count);
   gl.readBack();
 }

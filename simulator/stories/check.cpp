@@ -85,8 +85,9 @@ std::optional<Fault> faultOf(const Scenario& scenario, std::size_t number) {
     const std::string what = obstacleOf(scenario, actor, key.time);
     if (!what.empty()) return Fault{where, "lies in " + what};
     if (i == 0 || isOnBed(actor.keys[i - 1].posture)) continue;
-    for (float time = actor.keys[i - 1].time + kStep; time < key.time; time += kStep) {
-      const std::string between = obstacleOf(scenario, actor, time);
+    const float since = actor.keys[i - 1].time;
+    for (int step = 1; static_cast<float>(step) * kStep < key.time - since; ++step) {
+      const std::string between = obstacleOf(scenario, actor, since + static_cast<float>(step) * kStep);
       if (!between.empty()) return Fault{where, "the way there leads through " + between};
     }
   }
