@@ -20,6 +20,7 @@ constexpr double kFarthest_px = 1e6;
 constexpr double kHighestScore = 1000;  // of somebody fused from many
 constexpr double kLargestSide = 8192;   // pixels of a network's input
 constexpr std::size_t kMostPoses = 1000;
+constexpr double kLongestPeriod_ms = 3600000;
 constexpr std::array kRotations{0, 90, 180, 270};
 
 constexpr float kNoScore = -std::numeric_limits<float>::infinity();
@@ -66,6 +67,7 @@ TracedRun runFrom(const json& run) {
   if (size.size() != 2) throw std::runtime_error("a run's \"size\" must be width and height");
   result.width = wholeFrom(size[0], "a run's width", 1, kLargestSide);
   result.height = wholeFrom(size[1], "a run's height", 1, kLargestSide);
+  result.limit = scoreFrom(run.value("limit", json()), "a run's \"limit\"");
   const json& poses = listOf(run, "poses", "a run: ");
   if (poses.size() > kMostPoses) throw std::runtime_error("a run has more poses than a network gives");
   for (const json& pose : poses) result.poses.push_back(poseFrom(pose, result.rotation));
@@ -134,17 +136,23 @@ void TracedPoses::readHeader(const json& header) {
                              "; this program reads version " + std::to_string(kVersion));
   }
   m_is_recording = header.value("replay", json()) == true;
-  const json thresholds = header.value("thresholds", json());
-  if (!thresholds.is_object()) throw std::runtime_error("\"thresholds\" must be an object");
-  m_pose_threshold = scoreFrom(thresholds.value("pose", json()), "the threshold \"pose\"");
+  m_period =
+      std::chrono::milliseconds(wholeFrom(header.value("period_ms", json()), "\"period_ms\"", 1, kLongestPeriod_ms));
 }
 
 void TracedPoses::readCycle(const json& line, TracedCycle& cycle) {
   const std::int64_t ns = nanosecondsFrom(line);
-  if (ns <= m_last_ns) throw std::runtime_error("\"ns\" must be later than in the cycle before");
+  const bool is_first = m_last_ns < 0;
+  if (ns <= m_last_ns && m_is_recording) throw std::runtime_error("\"ns\" must be later than in the cycle before");
+  // A live clock may be set back; a cycle is later than the one before all the same.
+  const std::chrono::nanoseconds step(ns - m_last_ns);
+  if (is_first) {
+    m_time = TimeStamp(std::chrono::nanoseconds(m_is_recording ? ns : 0));
+  } else {
+    m_time += step.count() > 0 ? step : m_period;
+  }
   m_last_ns = ns;
-  if (m_first_ns < 0) m_first_ns = m_is_recording ? 0 : ns;
-  cycle.time = TimeStamp(std::chrono::nanoseconds(ns - m_first_ns));
+  cycle.time = m_time;
   cycle.failed = line.value("failed", json()) == true;
   cycle.had_picture_to_check = !line.contains("confirmation");
   cycle.runs.clear();

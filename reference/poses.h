@@ -1,6 +1,7 @@
 // The poses of a trace (docs/trace.md), a cycle at a time.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <map>
@@ -23,6 +24,7 @@ struct TracedRun {
   int rotation = 0;  ///< of the picture, degrees
   int width = 0;     ///< of the network's input, pixels
   int height = 0;
+  float limit = 0.0F;             ///< the first pose that scores less ends the list of those that count
   std::vector<TracedPose> poses;  ///< all of the decoder
 };
 
@@ -43,9 +45,6 @@ class TracedPoses {
   /// Throws std::runtime_error with one line that names the file and what is wrong with it.
   explicit TracedPoses(const std::string& path);
 
-  /// The score below which a pose ends its run's list.
-  float poseThreshold() const { return m_pose_threshold; }
-
   /// False at the end. Throws as the constructor does, with the line. The settings that stand before the first cycle
   /// are not told.
   bool next(TracedCycle& cycle);
@@ -59,8 +58,8 @@ class TracedPoses {
   std::string m_path;
   std::ifstream m_file;
   long m_number = 0;  ///< of the line
-  float m_pose_threshold = 0.0F;
   bool m_is_recording = true;
-  std::int64_t m_first_ns = -1;  ///< of the first cycle
+  std::chrono::nanoseconds m_period{0};
+  TimeStamp m_time;  ///< of the last cycle
   std::int64_t m_last_ns = -1;
 };

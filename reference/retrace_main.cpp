@@ -46,13 +46,13 @@ void applySettings(const Settings& settings, const nlohmann::json& set_instead) 
 }
 
 /// The poses that are skeletons, as the estimator takes them.
-std::vector<TracedPose> validPoses(const TracedRun& run, float threshold) {
+std::vector<TracedPose> validPoses(const TracedRun& run) {
   std::size_t counted = 0;
-  while (counted < run.poses.size() && !(run.poses[counted].skeleton.score < threshold)) ++counted;
+  while (counted < run.poses.size() && !(run.poses[counted].skeleton.score < run.limit)) ++counted;
   if (g_observer != nullptr) {
     Skeletons decoded;
     for (const TracedPose& pose : run.poses) decoded.push_back(pose.skeleton);
-    g_observer->posesDecoded(run.rotation, run.width, run.height, decoded, counted, threshold);
+    g_observer->posesDecoded(run.rotation, run.width, run.height, decoded, counted, run.limit);
   }
   std::vector<TracedPose> valid(run.poses.begin(), run.poses.begin() + static_cast<std::ptrdiff_t>(counted));
   std::erase_if(valid, [&run](const TracedPose& pose) { return !pose.skeleton.isValid(run.width, run.height); });
@@ -73,10 +73,10 @@ std::vector<TracedPose> confirmedPoses(std::vector<TracedPose> poses, bool had_p
   return poses;
 }
 
-void findPeople(const TracedCycle& cycle, float threshold) {
+void findPeople(const TracedCycle& cycle) {
   std::map<int, Skeletons> found;
   for (const TracedRun& run : cycle.runs) {
-    std::vector<TracedPose> poses = validPoses(run, threshold);
+    std::vector<TracedPose> poses = validPoses(run);
     if (run.rotation == kUpsideDown) poses = confirmedPoses(std::move(poses), cycle.had_picture_to_check);
     for (TracedPose& pose : poses) found[run.rotation].push_back(std::move(pose.skeleton));
   }
@@ -84,11 +84,11 @@ void findPeople(const TracedCycle& cycle, float threshold) {
                                  g_StreamWidth, g_StreamHeight);
 }
 
-void analyse(const TracedCycle& cycle, float threshold) {
+void analyse(const TracedCycle& cycle) {
   ticker_clock::setReplayTime(cycle.time);
   if (g_observer != nullptr) g_observer->cycleBegan();
   if (!cycle.failed) {
-    findPeople(cycle, threshold);
+    findPeople(cycle);
     decide();
   }
   if (g_observer != nullptr) g_observer->cycleEnded(!cycle.failed);
@@ -130,7 +130,7 @@ int main() {
     const nlohmann::json set_instead = setInstead();
     for (TracedCycle cycle; trace.next(cycle);) {
       if (cycle.settings) applySettings(*cycle.settings, set_instead);
-      analyse(cycle, trace.poseThreshold());
+      analyse(cycle);
     }
   } catch (const std::exception& error) {
     return fail(error.what());

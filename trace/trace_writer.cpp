@@ -103,6 +103,7 @@ void TraceWriter::cycleBegan() {
     m_time = ticker_clock::now();
     if (m_cycles == 0) m_begin = ticker_clock::isReplay() ? TimeStamp() : m_time;
     ++m_cycles;
+    writeHeader();
     m_cycle = {{"kind", "cycle"},
                {"ns", nanoseconds(m_time)},
                {"t", std::chrono::duration<double>(m_time - m_begin).count()},
@@ -121,7 +122,6 @@ void TraceWriter::cycleBegan() {
 
 void TraceWriter::cycleEnded(bool completed) {
   guarded([&] {
-    writeHeader(0.0F);
     writeSettings();
     if (completed) {
       addEvents();
@@ -137,7 +137,6 @@ void TraceWriter::posesDecoded(int rotation, int width, int height, const std::v
                                std::size_t counted, float limit) {
   guarded([&] {
     const Quiet quiet;
-    writeHeader(limit);
     m_last_rotation = rotation;
     std::vector<int>& valid = m_valid[rotation];
     Json records = Json::array();
@@ -153,7 +152,8 @@ void TraceWriter::posesDecoded(int rotation, int width, int height, const std::v
       }
       records.push_back(std::move(record));
     }
-    m_cycle["runs"].push_back({{"rotation", rotation}, {"size", {width, height}}, {"poses", std::move(records)}});
+    m_cycle["runs"].push_back(
+        {{"rotation", rotation}, {"size", {width, height}}, {"limit", numberOf(limit)}, {"poses", std::move(records)}});
   });
 }
 
@@ -311,22 +311,21 @@ void TraceWriter::addEvents() {
   m_cycle["events"] = std::move(events);
 }
 
-void TraceWriter::writeHeader(float pose_limit) {
+void TraceWriter::writeHeader() {
   if (std::exchange(m_has_header, true)) return;
   Json parts = Json::array();
   for (const BodyPart part : BodyParts) parts.push_back(bodyPartToName(part));
-  write(
-      {{"kind", "trace"},
-       {"version", kVersion},
-       {"program", g_app_name + " " + VELMOR_VERSION},
-       {"picture", {g_StreamWidth, g_StreamHeight}},
-       {"rotation", g_ParameterController.get_rotation()},
-       {"product_name", g_ParameterController.findProdShortName()},
-       {"focal_length_um", g_DistanceController.focalLengthInUse()},
-       {"replay", ticker_clock::isReplay()},
-       {"period_ms", g_main_loop_time},
-       {"thresholds", {{"decoder", numberOf(BodypixPoseEstimator::kDecoderThreshold)}, {"pose", numberOf(pose_limit)}}},
-       {"parts", std::move(parts)}});
+  write({{"kind", "trace"},
+         {"version", kVersion},
+         {"program", g_app_name + " " + VELMOR_VERSION},
+         {"picture", {g_StreamWidth, g_StreamHeight}},
+         {"rotation", g_ParameterController.get_rotation()},
+         {"product_name", g_ParameterController.findProdShortName()},
+         {"focal_length_um", g_DistanceController.focalLengthInUse()},
+         {"replay", ticker_clock::isReplay()},
+         {"period_ms", g_main_loop_time},
+         {"decoder_threshold", numberOf(BodypixPoseEstimator::kDecoderThreshold)},
+         {"parts", std::move(parts)}});
 }
 
 void TraceWriter::writeSettings() {

@@ -55,7 +55,7 @@ class TraceWriter : public AnalysisObserver {
   bool isDropped(int number);
   void addEvents();
   /// Once, when all that it tells is known.
-  void writeHeader(float pose_limit);
+  void writeHeader();
   void writeSettings();
   void write(const Json& line);
 

@@ -48,7 +48,7 @@ struct Seen {
 json cycleOf(const Seen& seen, int number) {
   const auto run = [](int rotation, const json& poses) {
     const json size = rotation % 180 == 0 ? json{1280, 720} : json{720, 1280};
-    return json{{"rotation", rotation}, {"size", size}, {"poses", poses}};
+    return json{{"rotation", rotation}, {"size", size}, {"limit", 0.15}, {"poses", poses}};
   };
   return {{"kind", "cycle"},
           {"ns", 500'000'000LL * number},
@@ -111,8 +111,7 @@ class Retrace : public testing::Test {
       {"Detection11y", "150"},          {"Detection12x", "500"}, {"Detection12y", "350"},
       {"Detection13x", "100"},          {"Detection13y", "350"}, {"DetectFallenPersons", "true"},
       {"DetectPatientOutOfBed", "true"}};
-  inline static const json kHeader = {
-      {"kind", "trace"}, {"version", 1}, {"replay", true}, {"thresholds", {{"decoder", 0.01}, {"pose", 0.15}}}};
+  inline static const json kHeader = {{"kind", "trace"}, {"version", 1}, {"replay", true}, {"period_ms", 500}};
 
   StateFolder folder;
   std::string trace;
