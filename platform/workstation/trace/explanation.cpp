@@ -177,7 +177,7 @@ std::string lastSeenText(const TracePerson& person) {
 
 std::string notSeenText(const TracePerson& person, const Scene& scene) {
   const int cycles = missingFor(person.id, scene.now);
-  return "has not been seen" + (cycles > 0 ? " for " + amountOf(cycles, "cycle") : " now");
+  return cycles > 0 ? "has not been seen for " + amountOf(cycles, "cycle") : "is not seen";
 }
 
 bool isSwitchedOff(const std::string& event, const Scene& scene) {

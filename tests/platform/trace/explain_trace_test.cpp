@@ -180,7 +180,9 @@ TEST_F(ExplainTrace, NoFallSaysWhatStandsAgainstIt) {
             "(limit 10 %).");
   EXPECT_EQ(of({{"activity", "fallen"}, {"lying_for", 12}, {"needed", 12}}),
             "person 3 has lain still on the floor for 12 findings or more; " + kShoulders + ".");
-  EXPECT_EQ(of({{"activity", "standing"}, {"n", nullptr}}), "person 3 has not been seen now; last seen standing.");
+  EXPECT_EQ(noAlarm(kFall, {{"people", {with(person(3), {{"activity", "standing"}, {"n", nullptr}})}},
+                            {"tracks", {{{"id", 3}, {"missing", 6}}}}}),
+            "person 3 has not been seen for 6 cycles; last seen standing.");
   EXPECT_EQ(of({{"footing", "bed"}, {"area", 2}}), "person 3 is in bed 2.");
   EXPECT_EQ(of({{"footing", "exclusion"}, {"area", 1}}), "person 3 is in exclusion area 1.");
   EXPECT_EQ(of({{"activity", "unknown"}, {"findings", 1}}),
@@ -387,7 +389,7 @@ TEST_F(ExplainTrace, ADirectoryIsOneStoryAskedByTheTimeOfDay) {
   EXPECT_EQ(explain({folder, "23:00:00.0", {}}).substr(0, 30), "2026-03-01 23:00:00.0, cycle 2");
   EXPECT_EQ(explain({folder, "22:59", {}}).substr(0, 30), "2026-03-01 22:59:59.5, cycle 1");
   EXPECT_EQ(explain({folder, "23:30", {}}).substr(0, 82),
-            "The trace ends at 2026-03-01 23:00:01.0. The cycle before:\n2026-03-01 23:00:01.0, c");
+            "The trace ends at 2026-03-01 23:00:01.0. The cycle before:\n2026-03-01 23:00:01.0, ");
   EXPECT_EQ(explain({folder, "1", {}}).substr(0, 30), "2026-03-01 23:00:00.5, cycle 3");
   EXPECT_NE(explain({folder, "08:00:00", {}})
                 .find("has no cycle at 08:00:00; allowed is 2026-03-01 22:59:59.5 to 2026-03-01 23:00:01.0"),
