@@ -135,10 +135,15 @@ std::optional<double> secondsIn(const json& line) {
   return ns.is_number_integer() ? std::optional(static_cast<double>(ns.get<std::int64_t>()) / 1e9) : std::nullopt;
 }
 
-void takeEvent(const json& line, std::vector<Alarm>& alarms) {
-  const auto time = secondsIn(line);
-  const json name = line.value("name", json());
-  if (time && name.is_string() && line.value("active", json()) == true) alarms.push_back({shown(name), *time});
+/// The alarms that begin with a cycle, at the cycle's time: events are sent once it has been computed, which is later.
+void takeAlarms(const json& cycle, std::vector<Alarm>& alarms) {
+  const auto time = secondsIn(cycle);
+  const json events = cycle.value("events", json());
+  if (!time || !events.is_array()) return;
+  for (const json& event : events) {
+    if (!event.is_object() || event.value("changed", json()) != true || event.value("active", json()) != true) continue;
+    if (const json name = event.value("name", json()); name.is_string()) alarms.push_back({shown(name), *time});
+  }
 }
 
 }  // namespace
@@ -194,7 +199,7 @@ RecordedRun recordedRun(const std::string& trace, const fs::path& manifest) {
   while (const auto line = lines.more()) {
     continuity.take(*line, lines.line());
     if (isOfKind(*line, "trace")) is_live = line->value("replay", json()) == false;
-    if (isOfKind(*line, "event")) takeEvent(*line, run.told);
+    if (isOfKind(*line, "cycle")) takeAlarms(*line, run.told);
     if (isOfKind(*line, "settings") && has_begun) {
       checkRecorded(describedBy(*line, {"parameters"}, lines, trace).parameters, manifest, lines.place());
     }

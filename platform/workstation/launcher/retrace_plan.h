@@ -37,7 +37,7 @@ struct Alarm {
 /// What a trace tells of the run that it was made in.
 struct RecordedRun {
   double begin_s = 0;       ///< where a replay's times count from: 0, or of a live run seconds since 1970
-  std::vector<Alarm> told;  ///< as they were sent then
+  std::vector<Alarm> told;  ///< as they were decided then
   std::string inexact;      ///< why a replay may tell others, one line; empty for a trace from a run's beginning on
 };
 

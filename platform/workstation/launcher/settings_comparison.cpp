@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -204,13 +205,17 @@ int runAll(std::vector<Replay>::iterator first, std::vector<Replay>::iterator la
 }  // namespace
 
 std::string remarksOn(const SettingsOutcome& recorded, const RecordedRun& run, Table table) {
+  constexpr double kRounding_s = 0.01;
   std::string remarks = run.inexact.empty() ? "" : run.inexact + "\n";
   const SettingsOutcome told{{}, run.told};
-  for (const Difference& difference : differencesOf(told, recorded, eventsOf({told, recorded}))) {
-    if (difference.kind == kShifted) continue;
-    remarks += difference.kind == kLost ? "told then, but not \"as recorded\" here: "
-                                        : "\"as recorded\" here, but not told then: ";
-    remarks += timeText(difference.alarm.begin, table) + "  " + difference.alarm.event + "\n";
+  for (const auto& [what, alarm, to] : differencesOf(told, recorded, eventsOf({told, recorded}))) {
+    const std::string time = timeText(alarm.begin, table) + "  " + alarm.event;
+    if (what == kGained) remarks += "\"as recorded\" here, but not told then: " + time + "\n";
+    if (what == kLost) remarks += "told then, but not \"as recorded\" here: " + time + "\n";
+    if (what == kShifted && std::abs(to - alarm.begin) > kRounding_s) {
+      remarks +=
+          "told then, but later or earlier \"as recorded\" here: " + time + ", now " + timeText(to, table) + "\n";
+    }
   }
   return remarks;
 }

@@ -394,8 +394,9 @@ TEST_F(Retrace, SaysFromWhereOnItKnowsLessThanTheRunDid) {
   const auto cycle = [](int number) {
     return R"({"kind": "cycle", "number": )" + std::to_string(number) + R"(, "ns": 1772366400000000000})" + "\n";
   };
-  const auto fall = [](const char* active) {
-    return R"({"kind": "event", "name": "Fall", "ns": 1772366401500000000, "active": )" + std::string(active) + "}\n";
+  const auto fall = [](int half, const std::string& event) {
+    return R"({"kind": "cycle", "ns": )" + std::to_string(1772366400 + half / 2) + (half % 2 == 0 ? "0" : "5") +
+           R"(00000000, "events": [{"name": "Fall", )" + event + "}]}\n";
   };
   const std::string live = std::string(kHeader).replace(1, 0, R"("replay": false, )") + "\n" + kSettings;
   const std::string missing = "{\"kind\": \"missing\", \"lines\": 10}\n";
@@ -411,11 +412,13 @@ TEST_F(Retrace, SaysFromWhereOnItKnowsLessThanTheRunDid) {
   EXPECT_EQ(survey(live + cycle(7201) + cycle(7203)).inexact.rfind(path() + " begins at cycle 7201 of its run: ", 0),
             0U);
 
-  const RecordedRun run = survey(live + fall("true") + cycle(1) + fall("false"));
+  const RecordedRun run = survey(live + cycle(1) + fall(3, R"("active": true, "changed": true)") +
+                                 fall(4, R"("active": true)") + fall(5, R"("active": false, "changed": true)"));
   EXPECT_EQ(run.begin_s, 1772366400);
   ASSERT_EQ(run.told.size(), 1U);
   EXPECT_EQ(run.told[0].begin, 1.5);
-  EXPECT_EQ(remarksOn({{}, {{"Fall", 2.0}}}, run, Table::kRecording), "");
+  EXPECT_EQ(remarksOn({{}, {{"Fall", 1.5}}}, run, Table::kRecording), "");
+  EXPECT_NE(remarksOn({{}, {{"Fall", 2.0}}}, run, Table::kRecording).find("1.5 s  Fall, now 2.0 s"), std::string::npos);
   EXPECT_EQ(remarksOn({{}, {{"Fall", 8.0}}}, {0, run.told, "Why."}, Table::kRecording),
             "Why.\ntold then, but not \"as recorded\" here: 1.5 s  Fall\n"
             "\"as recorded\" here, but not told then: 8.0 s  Fall\n");
