@@ -376,12 +376,13 @@ bool parameter_controller::write(const std::string& name, const std::string& val
   return written;
 }
 
-std::map<std::string, std::string> settingsInForce() {
+std::map<std::string, std::string> textsOf(const _CalibrationParams& calibration, const _InitialParams& initial,
+                                           const _DetectionParams& detection, const _FloorParams& floor) {
   std::map<std::string, std::string> settings;
   const auto note = [&settings](const std::string& name, const auto& value) { settings[name] = storedText(value); };
-  forEach(kCalibration, g_CalibrationParams, note);
-  forEach(kInitial, g_InitialParams, note);
-  forEach(kDetection, g_DetectionParams, note);
-  forEach(kFloor, g_FloorParams, note);
+  forEach(kCalibration, calibration, note);
+  forEach(kInitial, initial, note);
+  forEach(kDetection, detection, note);
+  forEach(kFloor, floor, note);
   return settings;
 }

@@ -77,5 +77,6 @@ class parameter_controller {
 
 extern parameter_controller g_ParameterController;
 
-/// Every setting that is in force, by its name in the store, as a text that gives the same value when it is read.
-std::map<std::string, std::string> settingsInForce();
+/// Every setting by its name in the store, as a text that gives the same value when it is read.
+std::map<std::string, std::string> textsOf(const _CalibrationParams& calibration, const _InitialParams& initial,
+                                           const _DetectionParams& detection, const _FloorParams& floor);

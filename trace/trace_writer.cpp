@@ -11,6 +11,8 @@
 
 #include "app/calibration_params.h"
 #include "app/detection_params.h"
+#include "app/floor_params.h"
+#include "app/initial_params.h"
 #include "app/process_state.h"
 #include "config/parameter_controller.h"
 #include "events/event_manager.h"
@@ -329,7 +331,8 @@ void TraceWriter::writeHeader() {
 }
 
 void TraceWriter::writeSettings() {
-  std::map<std::string, std::string> settings = settingsInForce();
+  std::map<std::string, std::string> settings =
+      textsOf(g_CalibrationParams, g_InitialParams, g_DetectionParams, g_FloorParams);
   if (settings == m_settings) return;
   m_settings = std::move(settings);
   write({{"kind", "settings"}, {"ns", nanoseconds(m_time)}, {"parameters", m_settings}});
