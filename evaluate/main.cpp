@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -97,6 +98,14 @@ fs::path sourceTree() {
   return tree;
 }
 
+void checkSets(const evaluate::Request& request) {
+  try {
+    for (const auto& set : request.sets) workstation::checkSet(set, request.source_tree / "package" / "manifest.json");
+  } catch (const std::runtime_error& mistake) {
+    throw UsageError(mistake.what());
+  }
+}
+
 int run(const std::vector<std::string>& arguments) {
   CommandLine line = parse(arguments);
   if (line.help) {
@@ -105,7 +114,7 @@ int run(const std::vector<std::string>& arguments) {
   }
   evaluate::Request& request = line.request;
   request.source_tree = sourceTree();
-  for (const auto& set : request.sets) workstation::checkSet(set, request.source_tree / "package" / "manifest.json");
+  checkSets(request);
   if (!fs::is_directory(request.folder)) throw UsageError(request.folder.string() + ": there is no such folder");
   checkPlace(line.report);
   if (line.json) checkPlace(*line.json);
