@@ -88,7 +88,7 @@ void addBedding(const Bed& bed, const Figure* patient, float cover, bool ample, 
   const auto point = [&](std::size_t i, std::size_t j) {
     glm::vec3 p = bed.at(BlanketField::along(i) * upTo + 0.01F, BlanketField::across(j));
     const auto row = static_cast<std::size_t>(BlanketField::along(i) * upTo * (BlanketField::kAlong - 1));
-    const bool edge = j == 0 || j + 1 == BlanketField::kAcross;
+    const bool edge = j == 0 || (ample && i == 0) || j + 1 == BlanketField::kAcross;
     p.z += edge ? -0.14F : field.at(row, j);
     return p;
   };

@@ -51,7 +51,7 @@ void placeBed(Room& room, unsigned number, Random& random) {
 /// other such room, with their feet towards each other.
 void placeBeds(Room& room, unsigned number, Random& random) {
   const std::size_t count = number < kFirstOfThreeBeds ? 2 : 3;
-  room.width = count == 2 ? uniform(random, 5.4F, 5.9F) : uniform(random, 6.4F, 6.9F);
+  room.width = count == 2 ? uniform(random, 5.4F, 5.9F) : uniform(random, 6.8F, 7.2F);
   room.depth = uniform(random, 4.8F, 5.3F);
   room.beds.clear();
   for (std::size_t i = 0; i < count; ++i) {

@@ -138,13 +138,13 @@ class Teller {
     for (std::size_t i = 1; i < actor.keys.size(); ++i) {
       const Key& from = actor.keys[i - 1];
       const Key& to = actor.keys[i];
-      if (!isOff(from) && isOff(to)) note(to.time, who + " leaves the bed");
+      if (actor.patient && !isOff(from) && isOff(to)) note(to.time, who + " leaves the bed");
       left = left || isOff(to);
       if (isFallen(to) && !isFallen(from))
         note(to.time, who + (from.posture == Posture::kStand ? " falls" : " slides down"));
       if (isFallen(from) && !isFallen(to))
         note(from.time, who + (isHelped(actor, from.time) ? " is helped up" : " gets up"));
-      if (!isInBed(to) || !left) continue;
+      if (!actor.patient || !isInBed(to) || !left) continue;
       note(to.time, who + " is back in bed");
       left = false;
     }

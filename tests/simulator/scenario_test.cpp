@@ -47,9 +47,10 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
         {"/lighting", R"([{"at": 5, "is": "dim"}])", "lighting[0].is: cannot be \"dim\"; allowed is one of day, dark"},
         {"/lighting", R"([{"at": 5, "is": "day", "lamp": [1, 1, 1]}])", "lighting[0].lamp: is for the light"},
         {"/exclusions", "[[[2, 3, 0]]]", "exclusions[0]: has 1 corners; allowed are four"},
-        {"/exclusions", "[[[2, 3, 0], [2.5, 3, 0], [2, 30, 0], [2, -3, 0]]]",
+        {"/exclusions", "[[[2, 3, 0], [2.5, 3, 0], [2, 3.2, 0], [2, -9, 0]]]",
          "exclusions[0]: corner 4 is behind the camera"},
-        {"/furniture", R"([{"what": "chair", "place": [2.2, 3.9], "heading": 0}])", "furniture[0].place: lies in the"},
+        {"/furniture", R"([{"what": "chair", "place": [1.5, 4.3], "heading": 0}])",
+         "furniture[0].place: lies in the bedside table"},
         {"/people/0/bed", "2", "people[0].bed: cannot be 2; allowed is a whole number from 1 to 1"},
         {"/people/1/bed", "1", "people[1].bed: bed 1 is people[0]'s"},
         {"/people/1/keys/0/place", nullptr, "people[1].keys[0].place: is missing"},
@@ -63,8 +64,8 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
         {"/sensor_mm", "[0, 3.5]", "sensor_mm: cannot be [0,3.5]; allowed is a list of 2 numbers"},
         {"/camera", "[1, 2]", "camera: cannot be [1,2]; allowed is an object"},
         {"/camera/look_at", "[2.5, -3, 0.5]", "camera: must look at the bed: the middle of bed 1 is behind the camera"},
-        {"/floor/corner", "[1.7, -1]", "floor: corner 1 is behind the camera"},
-        {"/floor/width", "3", "floor: corner 2 (13"},
+        {"/floor/corner", "[1.7, -1]", "floor: corner 1 (-"},
+        {"/floor/width", "5", "floor: corner 2 (1584, 449) is outside the picture, which is 1280 x 720"},
         {"/people", "{}", "people: cannot be {}; allowed is a list"},
         {"/people/0/keys", "[]", "people[0].keys: cannot be []; allowed is a list that is not empty"},
         {"/people/0/keys/1/at", "0", "people[0].keys[1].at: must grow"},
@@ -115,16 +116,16 @@ TEST(Happened, IsToldInIntervalsAndMoments) {
   EXPECT_EQ(happens(R"([{"at": 10, "do": "stand", "place": [1.9, 2.6], "heading": 0},
                         {"at": 11, "do": "lie", "place": [2.3, 2.3], "heading": 0},
                         {"at": 20, "do": "kneel", "place": [2.3, 2.3], "heading": 0},
-                        {"at": 30, "do": "sit_edge"},
+                        {"at": 30, "do": "sit_edge"}, {"at": 31, "do": "in_bed"}, {"at": 33, "do": "in_bed"},
                         {"at": 35, "do": "stand", "place": [1.9, 2.6], "heading": 0},
                         {"at": 40, "do": "stand", "place": [1.9, 2.6], "heading": 0}])",
                     R"([{"at": 5, "do": "stand", "place": [4.2, 1.7], "heading": 180},
                         {"at": 6, "do": "stand", "place": [4.2, 1.7], "heading": 180},
-                        {"at": 90, "do": "lie", "place": [4.2, 1.7], "heading": 180}])"),
+                        {"at": 90, "do": "lie", "place": [3.6, 1.7], "heading": 180}])"),
             "# Two lines.\nlength 60\n\n"
-            "0 - 20  out of bed\n35 - 60  out of bed\n0 - 5  nobody\n5 - 60  carer present\n\n"
+            "31 - 33  in bed\n0 - 20  out of bed\n35 - 60  out of bed\n0 - 5  nobody\n5 - 60  carer present\n\n"
             "5  a carer comes\n10  the patient comes\n11  the patient falls\n11  the patient gets up\n"
-            "35  the patient leaves the bed\n40  the patient goes\n");
+            "31  the patient is back in bed\n35  the patient leaves the bed\n40  the patient goes\n");
 }
 
 /// A room with two beds, a walker and a wheelchair; in it, people.
