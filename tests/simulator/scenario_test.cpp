@@ -91,7 +91,7 @@ std::string happens(const char* patient, const char* carer) {
   script["people"][1]["keys"] = json::parse(carer);
   const std::string path = testing::TempDir() + "velmor_story_" + std::to_string(getpid()) + ".json";
   std::ofstream(path) << script;
-  const std::string text = happenedText(readScenario(path));
+  std::string text = happenedText(readScenario(path));
   std::filesystem::remove(path);
   return text;
 }
