@@ -35,9 +35,7 @@ class Stills {
     if (!m_pipeline) return;
     const GstPtr<GstElement> source(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "source"));
     m_sink.reset(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "sink"));
-    const GstPtr<GstCaps> pictures(gst_caps_new_empty_simple("video/x-raw"));
-    g_object_set(source.get(), "uri", uriOf(video).c_str(), "caps", pictures.get(), "expose-all-streams", FALSE,
-                 nullptr);
+    g_object_set(source.get(), "uri", uriOf(video).c_str(), nullptr);  // a sound without a sink is left out
     gst_element_set_state(m_pipeline.get(), GST_STATE_PAUSED);
     m_is_open = isReady();
   }
