@@ -89,7 +89,7 @@ using Told = std::vector<ToldInterval>;
 
 /// A state with the name that files have for it; "in bed 2" where it is of a bed.
 std::string stateFrom(const std::string& text) {
-  for (const std::string state : {"in bed", "out of bed"}) {
+  for (std::string state : {"in bed", "out of bed"}) {
     if (text == state || text == state + " 1") return state;
     for (int bed = 2; bed <= kBeds; ++bed) {
       if (text == state + " " + std::to_string(bed)) return text;
@@ -202,8 +202,10 @@ class Parser {
       for (const ToldInterval& b : m_states[other]) {
         if (a.interval.begin >= b.interval.end || b.interval.begin >= a.interval.end) continue;
         const auto [first, last] = std::minmax(a.line, b.line);
-        note(last, "\"" + one + "\" and \"" + other + "\" at once, with line " + std::to_string(first) +
-                       "; allowed is " + allowed);
+        std::string text = "\"";
+        text.append(one).append("\" and \"").append(other).append("\" at once, with line ");
+        text.append(std::to_string(first)).append("; allowed is ").append(allowed);
+        note(last, text);
       }
     }
   }
