@@ -1,11 +1,12 @@
 #include "platform/workstation/trace/explanation.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <string_view>
 
 #include "platform/workstation/trace/left_out.h"
 
@@ -117,17 +118,24 @@ std::string movementText(const TracePerson& person) {
 
 /// Why a finding allows no fall, of this one or one before.
 std::string againstText(const std::string& rule, bool now) {
-  static const std::map<std::string, std::pair<const char*, const char*>> kTexts = {
-      {"bed", {"is in a bed", "was in a bed"}},
-      {"exclusion", {"is in an exclusion area", "was in an exclusion area"}},
-      {"unknown", {"cannot be judged", "could not be judged yet"}},
-      {"standing", {"stands", "stood"}},
-      {"sitting", {"sits", "sat"}},
-      {"near edge", {"reaches the picture's edge, where no fall is told", "reached the picture's edge"}},
-      {"moving", {"moved", "moved"}}};
-  const auto found = kTexts.find(rule);
-  if (found == kTexts.end()) return (now ? "is ruled out by \"" : "was ruled out by \"") + rule + "\"";
-  return now ? found->second.first : found->second.second;
+  struct Text {
+    std::string_view rule;
+    const char* now;
+    const char* before;
+  };
+  // Nothing that is destroyed: a side thread may ask while the process ends.
+  static constexpr std::array kTexts{
+      Text{"bed", "is in a bed", "was in a bed"},
+      Text{"exclusion", "is in an exclusion area", "was in an exclusion area"},
+      Text{"unknown", "cannot be judged", "could not be judged yet"},
+      Text{"standing", "stands", "stood"},
+      Text{"sitting", "sits", "sat"},
+      Text{"near edge", "reaches the picture's edge, where no fall is told", "reached the picture's edge"},
+      Text{"moving", "moved", "moved"}};
+  for (const Text& text : kTexts) {
+    if (text.rule == rule) return now ? text.now : text.before;
+  }
+  return (now ? "is ruled out by \"" : "was ruled out by \"") + rule + "\"";
 }
 
 /// Somebody who lies and is not fallen: for how long, and what was before.

@@ -109,7 +109,7 @@ class Fields {
 
   /// Absent is empty.
   [[nodiscard]] const json& list(const char* key, std::size_t most = kLongestList) const {
-    static const json none = json::array();
+    static const json& none = *new json(json::array());  // never destroyed: a side thread may read to the end
     const json* value = find(key);
     if (value == nullptr) return none;
     if (!value->is_array() || value->size() > most) {
