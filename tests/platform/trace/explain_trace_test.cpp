@@ -91,7 +91,7 @@ class ExplainTrace : public testing::Test {
   }
 
   /// Without the folder's name, an error as one.
-  std::string explain(workstation::ExplainRequest request) {
+  std::string explain(const workstation::ExplainRequest& request) {
     std::string text;
     try {
       text = workstation::explainTrace(request);
@@ -105,7 +105,7 @@ class ExplainTrace : public testing::Test {
 
   /// The sentence on this event at the only cycle's time.
   std::string noAlarm(const std::string& event, const json& changes) {
-    const std::string text = explain({write({with(cycle(1), changes)}), "0.5", {}});
+    std::string text = explain({write({with(cycle(1), changes)}), "0.5", {}});
     const std::string begin = "  " + event + ", no alarm: ";
     const std::size_t from = text.find(begin);
     if (from == std::string::npos) return text;
