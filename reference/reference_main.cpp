@@ -1,6 +1,7 @@
 // velmor_reference: the analysis of velmor_care on the true people of a recording instead of what the networks see.
 // The file named by VELMOR_TRUTH holds one picture a line; see reference/truth.h. Everything else is as for
 // velmor_care.
+
 #include <syslog.h>
 
 #include <algorithm>
@@ -84,14 +85,7 @@ int main() {
     return fail(std::string(path) + ": cannot be read");
   }
   ticker_clock::setReplayTime(TimeStamp());
-  init_parameter_controller();
-  init_stream_size();
-  init_event_manager();
-  if (!init_3D()) {
-    syslog(LOG_ERR, "Failed init_3D\n");
-    return kBadInput;
-  }
-  init_tracking();
+  if (!init_rules()) return kBadInput;
   startTrace();
   try {
     analyseAll(file, path);

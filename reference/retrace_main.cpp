@@ -116,14 +116,7 @@ int main() {
   const char* path = std::getenv("VELMOR_RETRACE");
   if (path == nullptr) return fail("VELMOR_RETRACE is not set; name a trace in it");
   ticker_clock::setReplayTime(TimeStamp());
-  init_parameter_controller();
-  init_stream_size();
-  init_event_manager();
-  if (!init_3D()) {
-    syslog(LOG_ERR, "Failed init_3D\n");
-    return kBadInput;
-  }
-  init_tracking();
+  if (!init_rules()) return kBadInput;
   startTrace();
   try {
     TracedPoses trace(path);

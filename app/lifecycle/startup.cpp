@@ -84,3 +84,15 @@ void init_tracking() {
   g_Tracker.init(g_CalibrationParams.i_MaxDisappeared);
   g_AreaofInterest.init();
 }
+
+bool init_rules() {
+  init_parameter_controller();
+  init_stream_size();
+  init_event_manager();
+  if (!init_3D()) {
+    syslog(LOG_ERR, "Failed init_3D\n");
+    return false;
+  }
+  init_tracking();
+  return true;
+}

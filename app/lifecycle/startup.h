@@ -13,3 +13,5 @@ void init_event_manager();
 bool init_3D();
 /// Prepares tracking.
 void init_tracking();
+/// All of these that the rules need, for who brings the people: no overlay. False as init_3D, logged.
+bool init_rules();
