@@ -38,7 +38,10 @@ rooms=(
   "simulator||EGL GL glm gst nlohmann"
   "reference|analysis app config platform/clock pose trace|nlohmann"
   "accuracy|analysis app events platform pose reference validation video|gst nlohmann opencv2 turbojpeg.h larod.h"
-  "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/launcher|gst nlohmann"
+  "evaluate/judging|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/launcher|gst nlohmann"
+  "evaluate/running|platform/support platform/workstation/camera platform/workstation/launcher evaluate/judging|gst"
+  "evaluate/telling|platform/support evaluate/judging|nlohmann"
+  "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/launcher|gst nlohmann"
 )
 guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 

@@ -12,6 +12,11 @@ readonly RUN_PACKAGES=(
   fonts-dejavu-core                                                       # the overlays' text
 )
 
+readonly SIMULATOR_PACKAGES=(
+  libegl-dev libgl-dev libglm-dev
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly  # encoders
+)
+
 # ensure_packages PACKAGE...: installs those that are missing; says nothing when none is.
 ensure_packages() {
   local missing=() package
@@ -85,6 +90,19 @@ needs_networks() {
   done
 }
 
+# needs_simulator ARGUMENT...: whether ./run evaluates scripts of the simulator: the suite, or a folder with some.
+needs_simulator() {
+  [[ "${1:-}" == evaluate && " $* " != *" --help "* ]] || return 1
+  local argument previous= folder=
+  for argument in "${@:2}"; do
+    if [[ "$argument" != -* && "$argument" != *=* && ! "$previous" =~ ^--(jobs|json|report|into|settings)$ ]]; then
+      folder=$argument
+    fi
+    previous=$argument
+  done
+  [[ -z "$folder" ]] || find "$folder" -name '*.json' ! -name '*.settings.json' -print -quit 2>/dev/null | grep -q .
+}
+
 # ensure_networks [--network=FOLDER]: the networks stand in models/; says nothing when they do.
 ensure_networks() {
   # Neither the user's Python packages nor another Python: Debian's onnx belongs to Debian's numpy.
@@ -110,9 +128,10 @@ logged() {
   fi
 }
 
-# build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time.
+# build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time: what is usual, and what
+# `extra_targets` names.
 build() {
-  local folder=$1
+  local folder=$1 targets=(all ${extra_targets[@]+"${extra_targets[@]}"})
   shift
   if ! mkdir -p "$folder" 2>/dev/null || [[ ! -w build ]]; then
     echo "$PWD/build: cannot be written to, and the program is built there; use a checkout of your own" >&2
@@ -121,9 +140,9 @@ build() {
   exec 9>"$folder.lock"
   flock 9
   logged "$folder.log" cmake -S . -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
-  if ! ninja -C "$folder" -n | grep -q 'no work to do'; then
+  if ! ninja -C "$folder" -n "${targets[@]}" | grep -q 'no work to do'; then
     echo "Building $folder (a few minutes the first time)" >&2
-    logged "$folder.log" ninja -C "$folder" -j "$(nproc)"
+    logged "$folder.log" ninja -C "$folder" -j "$(nproc)" "${targets[@]}"
   fi
   exec 9>&-
 }

@@ -1,18 +1,18 @@
 #include "evaluate/evaluation.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
-#include "evaluate/judging.h"
-#include "evaluate/progress.h"
-#include "evaluate/runs.h"
-#include "evaluate/stills.h"
-#include "evaluate/watched.h"
+#include "evaluate/judging/judging.h"
+#include "evaluate/judging/watched.h"
+#include "evaluate/running/progress.h"
+#include "evaluate/running/recordings.h"
+#include "evaluate/running/rendering.h"
+#include "evaluate/running/runs.h"
 #include "platform/workstation/launcher/retrace_plan.h"
 
 namespace evaluate {
@@ -21,12 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using workstation::ParameterGroup;
 
-constexpr const char* kHappened = ".happened.txt";
-constexpr std::array kVideos{".mp4", ".mkv", ".mov", ".m4v", ".avi", ".webm", ".ts", ".mpg"};
-/// A length that differs by more was told of another video.
-constexpr double kSameLength_s = 1;
-
-fs::path beside(const fs::path& video, const char* ending) { return fs::path(video).replace_extension(ending); }
+constexpr const char* kSettings = ".settings.json";
 
 std::vector<fs::path> filesIn(const fs::path& folder) {
   std::error_code error;
@@ -39,54 +34,23 @@ std::vector<fs::path> filesIn(const fs::path& folder) {
   return files;
 }
 
-/// The one video of this name. Throws std::runtime_error.
-fs::path videoOf(const fs::path& stem, const fs::path& happened) {
-  std::vector<fs::path> videos;
-  for (const char* ending : kVideos) {
-    const fs::path video = stem.string() + ending;
-    if (fs::is_regular_file(video)) videos.push_back(video);
-  }
-  if (videos.empty()) throw std::runtime_error(happened.string() + ": there is no video of this name beside it");
-  if (videos.size() > 1) {
-    throw std::runtime_error(happened.string() + ": " + videos[0].filename().string() + " and " +
-                             videos[1].filename().string() + " stand beside it; allowed is one video");
-  }
-  return videos[0];
-}
-
-Recording recordingOf(const fs::path& happened) {
-  const std::string file = happened.string();
-  const fs::path stem = file.substr(0, file.size() - std::string_view(kHappened).size());
-  Recording recording{stem.filename().string(), videoOf(stem, happened), readHappened(happened), {}};
-  const double length_s = lengthOf(recording.video);
-  if (length_s > 0 && std::abs(length_s - recording.happened.length_s) > kSameLength_s) {
-    char text[96];
-    std::snprintf(text, sizeof text,
-                  ": the length is %g s, and the video's %.1f s; allowed is what is told of this video",
-                  recording.happened.length_s, length_s);
-    throw std::runtime_error(file + text);
-  }
-  return recording;
-}
-
 /// One column of one recording.
 struct Task {
   std::size_t recording;
   std::size_t column;
   std::string fingerprint;
   bool from_trace = false;  ///< the rules again on what the networks saw
+  ParameterGroup set;       ///< counts instead of the recording's own
   fs::path trace;           ///< where it lies
   std::optional<Watched> watched;
 };
 
 class Evaluator {
  public:
-  explicit Evaluator(const Request& request) : m_request(request), m_store(request.store) {
-    result.columns = {{false, {}}, {true, {}}};
-    for (const ParameterGroup& set : request.sets) {
-      result.columns.push_back({false, set});
-      result.columns.push_back({true, set});
-    }
+  explicit Evaluator(const Request& request) : m_request(request), m_store(request.store, ".trace.jsonl") {
+    addColumns({false, "", {}});
+    for (const std::string& settings : request.settings) addColumns({false, settings, {}});
+    for (const ParameterGroup& set : request.sets) addColumns({false, "", set});
   }
 
   void evaluate() {
@@ -94,7 +58,7 @@ class Evaluator {
     fingerprintPrograms();
     m_failed.resize(result.recordings.size());
     makeTasks();
-    m_progress.emplace(m_request.on_terminal, result.recordings.size());
+    m_progress.emplace(m_request.on_terminal, result.recordings.size(), "recordings");
     runTasks(false);
     runTasks(true);
     m_progress->hide();
@@ -108,21 +72,39 @@ class Evaluator {
   Evaluation result;
 
  private:
+  /// The networks' and the true people's.
+  void addColumns(Column column) {
+    result.columns.push_back(column);
+    column.sees_truth = true;
+    result.columns.push_back(std::move(column));
+  }
+
   void findRecordings() {
-    bool any = false;
-    for (const fs::path& file : filesIn(m_request.folder)) {
-      if (!file.string().ends_with(kHappened)) continue;
-      any = true;
-      try {
-        result.recordings.push_back(recordingOf(file));
-      } catch (const std::exception& error) {
-        problem(error.what());
-      }
-    }
-    if (!any) {
+    Contents contents = contentsOf(m_request.folder);
+    if (contents.recordings.empty() && contents.scripts.empty() && contents.problems.empty()) {
       throw std::runtime_error(m_request.folder.string() + ": holds no NAME.happened.txt beside a video; " +
                                "docs/happened.md tells what stands in one");
     }
+    for (const std::string& line : contents.problems) problem(line);
+    result.recordings = std::move(contents.recordings);
+    if (!contents.scripts.empty()) {
+      const Rendering rendering{m_request.simulator, m_request.recordings, m_request.jobs, m_request.on_terminal};
+      for (Recording& recording :
+           recordingsOf(contents.scripts, rendering, [this](const std::string& line) { problem(line); })) {
+        result.recordings.push_back(std::move(recording));
+      }
+    }
+    std::stable_sort(result.recordings.begin(), result.recordings.end(),
+                     [](const Recording& a, const Recording& b) { return a.name < b.name; });
+    for (const std::string& settings : m_request.settings) checkSettings(settings);
+  }
+
+  /// Settings that no recording has are a slip of the pen.
+  void checkSettings(const std::string& settings) const {
+    const bool any = std::any_of(result.recordings.begin(), result.recordings.end(), [&](const Recording& one) {
+      return fs::exists(beside(one.video, "." + settings + kSettings));
+    });
+    if (!any) throw std::runtime_error("--settings " + settings + ": no recording has a NAME." + settings + kSettings);
   }
 
   /// What every trace depends on.
@@ -142,11 +124,9 @@ class Evaluator {
 
   void makeTasks() {
     for (std::size_t i = 0; i < result.recordings.size(); ++i) {
-      const fs::path& video = result.recordings[i].video;
       try {
         for (std::size_t column = 0; column < result.columns.size(); ++column) {
-          if (result.columns[column].sees_truth && !fs::exists(beside(video, ".truth.jsonl"))) continue;
-          m_tasks.push_back(taskFor(i, column));
+          if (hasColumn(result.recordings[i], result.columns[column])) m_tasks.push_back(taskFor(i, column));
         }
       } catch (const std::exception& error) {
         problem(error.what());
@@ -155,16 +135,33 @@ class Evaluator {
     }
   }
 
-  Task taskFor(std::size_t recording, std::size_t column) {
-    const Column& what = result.columns[column];
-    const fs::path& video = result.recordings[recording].video;
-    const bool from_trace = !what.sees_truth && !what.set.empty() && workstation::pictureKeyIn(what.set).empty();
-    const fs::path settings = beside(video, ".settings.json");
-    const std::string fingerprint = fingerprintOf({m_programs, what.setText(), what.sees_truth ? "truth" : m_networks,
-                                                   contentOf(what.sees_truth ? beside(video, ".truth.jsonl") : video),
-                                                   fs::exists(settings) ? contentOf(settings) : ""},
-                                                  {});
-    return {recording, column, fingerprint, from_trace, {}, {}};
+  static bool hasColumn(const Recording& recording, const Column& column) {
+    return (!column.sees_truth || fs::exists(beside(recording.video, ".truth.jsonl"))) &&
+           (column.settings.empty() || fs::exists(settingsOf(recording, column)));
+  }
+
+  static fs::path settingsOf(const Recording& recording, const Column& column) {
+    return beside(recording.video, (column.settings.empty() ? "" : "." + column.settings) + kSettings);
+  }
+
+  Task taskFor(std::size_t index, std::size_t column_index) {
+    const Column& column = result.columns[column_index];
+    const Recording& recording = result.recordings[index];
+    const fs::path settings = settingsOf(recording, column);
+    Task task{index, column_index, "", false, column.set, {}, {}};
+    bool is_other = !column.set.empty();
+    if (!column.settings.empty()) {
+      const auto changes = changesTo(settings, settingsOf(recording, result.columns[kNetworksColumn]));
+      is_other = changes.has_value();
+      task.set = changes.value_or(task.set);
+    }
+    task.from_trace = !column.sees_truth && is_other && workstation::pictureKeyIn(task.set).empty();
+    task.fingerprint =
+        fingerprintOf({m_programs, column.setText(), column.sees_truth ? "truth" : m_networks,
+                       contentOf(column.sees_truth ? beside(recording.video, ".truth.jsonl") : recording.video),
+                       fs::exists(settings) ? contentOf(settings) : ""},
+                      {});
+    return task;
   }
 
   /// A file's fingerprint, made once.
@@ -176,16 +173,17 @@ class Evaluator {
 
   [[nodiscard]] std::vector<std::string> wordsFor(const Task& task) const {
     const Column& column = result.columns[task.column];
-    const fs::path& video = result.recordings[task.recording].video;
-    std::vector<std::string> words{"replay", video.string(), "--json"};
+    const Recording& recording = result.recordings[task.recording];
+    std::vector<std::string> words{"replay", recording.video.string(), "--json"};
     if (task.from_trace) {
       words[1] = traceOf(task.recording, kNetworksColumn).string();
-    } else if (const fs::path settings = beside(video, ".settings.json"); fs::exists(settings)) {
+    } else if (const fs::path settings = settingsOf(recording, column); fs::exists(settings)) {
       words.insert(words.end(), {"--settings", settings.string()});
     }
-    if (column.sees_truth) words.insert(words.end(), {"--truth", beside(video, ".truth.jsonl").string()});
-    if (!column.set.empty()) words.emplace_back("--set");
-    for (const auto& [key, value] : column.set) words.emplace_back(key).append("=").append(value);
+    if (column.sees_truth) words.insert(words.end(), {"--truth", beside(recording.video, ".truth.jsonl").string()});
+    const ParameterGroup& set = task.from_trace ? task.set : column.set;
+    if (!set.empty()) words.emplace_back("--set");
+    for (const auto& [key, value] : set) words.emplace_back(key).append("=").append(value);
     return words;
   }
 
@@ -198,20 +196,22 @@ class Evaluator {
   /// Those from videos and true people first, then those from traces.
   void runTasks(bool from_trace) {
     std::vector<Run> runs;
+    std::vector<fs::path> drafts;
     std::vector<Task*> of_runs;
     for (Task& task : m_tasks) {
       if (task.from_trace != from_trace || m_failed[task.recording] || isDone(task)) continue;
       const double length_s = result.recordings[task.recording].happened.length_s;
       const bool is_quick = from_trace || result.columns[task.column].sees_truth;
       constexpr double kQuick = 0.02;  // of what the networks take
-      runs.push_back(
-          {wordsFor(task), m_store.draftOf(task.fingerprint, runs.size()), length_s * (is_quick ? kQuick : 1)});
+      drafts.push_back(m_store.draftOf(task.fingerprint, runs.size()));
+      runs.push_back({wordsFor(task), length_s * (is_quick ? kQuick : 1)});
+      runs.back().words.insert(runs.back().words.end(), {"--trace", drafts.back().string()});
       of_runs.push_back(&task);
       m_progress->expect(runs.back().work_s);
     }
     runAll(m_request.program, runs, m_request.jobs, [&](std::size_t run, const std::string& problem) {
       m_progress->did(runs[run].work_s);
-      ended(*of_runs[run], runs[run].draft, problem);
+      ended(*of_runs[run], drafts[run], problem);
     });
   }
 
@@ -312,7 +312,7 @@ class Evaluator {
   }
 
   const Request& m_request;
-  const TraceStore m_store;
+  const Store m_store;
   std::optional<Progress> m_progress;
   std::map<fs::path, std::string> m_contents;
   std::string m_programs;

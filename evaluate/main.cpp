@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -13,9 +15,10 @@
 #include <vector>
 
 #include "evaluate/evaluation.h"
-#include "evaluate/report.h"
-#include "evaluate/runs.h"
-#include "evaluate/tables.h"
+#include "evaluate/running/runs.h"
+#include "evaluate/telling/markdown.h"
+#include "evaluate/telling/report.h"
+#include "evaluate/telling/tables.h"
 #include "platform/workstation/launcher/launch_request.h"
 #include "platform/workstation/launcher/parameter_rules.h"
 #include "platform/workstation/system/durable_file.h"
@@ -29,12 +32,16 @@ constexpr int kNotAll = 1, kBadInput = 2;
 constexpr int kMostJobs = 256;
 
 constexpr const char* kUsage =
-    R"(./run evaluate FOLDER         recordings of yours through the program, beside what happened in them: for each
-                              NAME.happened.txt (docs/happened.md) NAME.mp4, with NAME.settings.json where there is one
+    R"(./run evaluate [FOLDER]       recordings through the program, beside what happened in them: for each
+                              NAME.happened.txt (docs/happened.md) in the folder, or in one within it, NAME.mp4, with
+                              NAME.settings.json where there is one. Of a script of the simulator its recording is made
+                              first. Without a folder: the suite of stories (simulator/suite), which takes long
   --set KEY=VALUE ...         these parameters as well, for comparison; several groups, each with a --set of its own
+  --settings WORD             NAME.WORD.settings.json as well, for comparison; may be given several times
   --jobs N                    so many runs at once; half the number of cores unless given
   --report FILE               the report, a page for a browser; evaluation.html unless given
   --json FILE                 the same as one JSON object
+  --into FILE                 puts the sums and differences between the marks of a page in Markdown (docs/accuracy.md)
 What is done is kept for the next time: an evaluation that was ended goes on where it was.
 )";
 
@@ -42,6 +49,7 @@ struct CommandLine {
   evaluate::Request request;
   fs::path report = "evaluation.html";
   std::optional<fs::path> json;
+  std::optional<fs::path> into;
   bool help = false;
 };
 
@@ -71,15 +79,17 @@ CommandLine parse(const std::vector<std::string>& arguments) {
       line.report = value();
     } else if (*word == "--json") {
       line.json = value();
+    } else if (*word == "--into") {
+      line.into = value();
+    } else if (*word == "--settings") {
+      line.request.settings.push_back(value());
     } else if (word->starts_with("-") || folder) {
       throw UsageError("\"" + *word + "\" is not understood here; see ./run evaluate --help");
     } else {
       folder = *word;
     }
   }
-  if (line.help) return line;
-  if (!folder) throw UsageError("evaluate needs a folder of recordings: ./run evaluate FOLDER");
-  line.request.folder = *folder;
+  line.request.folder = folder.value_or("");
   return line;
 }
 
@@ -92,9 +102,35 @@ void checkPlace(const fs::path& file) {
 
 void write(const fs::path& file, const std::string& text) { workstation::replaceFile(fs::absolute(file), text); }
 
+std::string pageWith(const std::string& text, const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) throw UsageError(file.string() + ": cannot be read");
+  const std::string page{std::istreambuf_iterator<char>(stream), {}};
+  try {
+    return evaluate::placedIn(page, text);
+  } catch (const std::runtime_error& error) {
+    throw UsageError(file.string() + ": " + error.what());
+  }
+}
+
+/// How somebody else would do the same.
+std::string commandOf(const std::vector<std::string>& arguments) {
+  std::string text = "./run evaluate";
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const bool is_of_here =
+        arguments[i] == "--into" || arguments[i] == "--json" || arguments[i] == "--report" || arguments[i] == "--jobs";
+    if (is_of_here) {
+      ++i;
+    } else {
+      text += " " + arguments[i];
+    }
+  }
+  return text;
+}
+
 fs::path sourceTree() {
   const char* tree = std::getenv("VELMOR_SOURCE_DIR");
-  if (tree == nullptr || !fs::is_directory(tree)) throw UsageError("start it with ./run evaluate FOLDER");
+  if (tree == nullptr || !fs::is_directory(tree)) throw UsageError("start it with ./run evaluate");
   return tree;
 }
 
@@ -115,16 +151,22 @@ int run(const std::vector<std::string>& arguments) {
   evaluate::Request& request = line.request;
   request.source_tree = sourceTree();
   checkSets(request);
+  if (request.folder.empty()) request.folder = request.source_tree / "simulator" / "suite";
   if (!fs::is_directory(request.folder)) throw UsageError(request.folder.string() + ": there is no such folder");
   checkPlace(line.report);
   if (line.json) checkPlace(*line.json);
-  request.program = fs::read_symlink("/proc/self/exe").parent_path() / "velmor_run";
-  request.store = evaluate::TraceStore::usualFolder();
+  if (line.into) pageWith("", *line.into);
+  const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
+  request.program = programs / "velmor_run";
+  request.simulator = programs / "velmor_simulator";
+  request.store = evaluate::Store::usualFolder("evaluate");
+  request.recordings = evaluate::Store::usualFolder("recordings");
   request.on_terminal = ::isatty(STDERR_FILENO) == 1;
   const evaluate::Evaluation evaluation = evaluate::evaluateFolder(request);
   std::fputs(evaluate::tableOf(evaluation).c_str(), stdout);
   std::fflush(stdout);
   if (line.json) write(*line.json, evaluate::jsonOf(evaluation));
+  if (line.into) write(*line.into, pageWith(evaluate::markdownOf(evaluation, commandOf(arguments)), *line.into));
   write(line.report, evaluate::reportOf(evaluation, request.folder.string()));
   std::fprintf(stderr, "The report, with pictures from the recordings: %s\n", fs::absolute(line.report).c_str());
   return evaluation.problems.empty() ? 0 : kNotAll;

@@ -3,10 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/../.."
 source cmake/build.sh
-ensure_packages "${BUILD_PACKAGES[@]}" libegl-dev libgl-dev libglm-dev \
-  gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly
-mkdir -p build/simulator
-logged build/simulator.log cmake -S . -B build/simulator -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
-  -DCMAKE_BUILD_TYPE=Release -DVELMOR_TESTS=OFF
-logged build/simulator.log ninja -C build/simulator velmor_simulator
-exec build/simulator/bin/velmor_simulator record simulator/demo/demo.json simulator/demo
+ensure_packages "${BUILD_PACKAGES[@]}" "${SIMULATOR_PACKAGES[@]}"
+extra_targets=(velmor_simulator)
+build build/release -DCMAKE_BUILD_TYPE=Release -DVELMOR_TESTS=OFF
+exec build/release/bin/velmor_simulator record simulator/demo/demo.json simulator/demo

@@ -15,9 +15,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "evaluate/report.h"
-#include "evaluate/runs.h"
-#include "evaluate/tables.h"
+#include "evaluate/running/runs.h"
+#include "evaluate/telling/markdown.h"
+#include "evaluate/telling/report.h"
+#include "evaluate/telling/tables.h"
 
 namespace {
 
@@ -63,7 +64,9 @@ class Evaluating : public testing::Test {
     request.folder = m_path / "recordings";
     request.source_tree = m_path / "tree";
     request.program = m_path / "bin" / "velmor_run";
+    request.simulator = m_path / "bin" / "velmor_simulator";
     request.store = m_path / "store";
+    request.recordings = m_path / "made";
     request.jobs = 2;
     program(R"(cp "$source.answer" "$trace")");
   }
@@ -83,10 +86,10 @@ class Evaluating : public testing::Test {
   }
 
   /// The script notes what it is asked for; `body` makes $trace of $source.
-  void program(const std::string& body) const {
-    write("bin/velmor_run", "#!/bin/sh\necho \"$@\" >> " + (m_path / "calls").string() +
-                                "\nsource=$2\nfor trace; do :; done\n" + body + "\n");
-    fs::permissions(request.program, fs::perms::owner_all);
+  void program(const std::string& body, const std::string& name = "bin/velmor_run") const {
+    write(name, "#!/bin/sh\necho \"$@\" >> " + (m_path / "calls").string() + "\nsource=$2\nfor trace; do :; done\n" +
+                    body + "\n");
+    fs::permissions(m_path / name, fs::perms::owner_all);
   }
 
   /// The calls since the last time.
@@ -192,6 +195,82 @@ TEST_F(Evaluating, TriesOtherSettingsOnTheTrace) {
   EXPECT_EQ(calls(), 1U) << "only the rules are asked again";
 }
 
+TEST_F(Evaluating, MakesTheRecordingsOfScriptsOnce) {
+  // A script's first line has the answer that its video will have; that of a bad one cannot be.
+  program(R"(name=$(basename "$source" .json)
+! grep -q bad "$source" || { echo "$source: room: cannot be" >&2; exit 1; }
+mkdir "$trace" && cp "$source" "$trace/$name.mp4"
+printf 'length 30\n0 - 5 in bed\n5 - 20 out of bed\n20 - 30 in bed\n' > "$trace/$name.happened.txt")",
+          "bin/velmor_simulator");
+  program("cp " + (m_path / "answer").string() + R"( "$trace")");
+  write("answer", traceOf(11, 20));
+  addRecording("own", traceOf(11, 20));
+  write("recordings/own.json", R"({"room": 1, "camera": 2})");  // has been rendered
+  write("recordings/own.settings.json", R"({"parameters": {}})");
+  write("recordings/notes.json", R"({"about": "something else"})");
+  for (const char* name : {"night/falls/lamp", "night/exits/dark", "bad"}) {
+    fs::create_directories((request.folder / name).parent_path());
+    write("recordings/" + std::string(name) + ".json", R"({"camera": 2, "room": ")" + std::string(name) + "\"}");
+  }
+  const evaluate::Evaluation first = evaluateFolder(request);
+  ASSERT_EQ(first.problems.size(), 1U);
+  EXPECT_EQ(first.problems[0],
+            "bad: the run failed with status 1: " + request.folder.string() + "/bad.json: room: cannot be");
+  ASSERT_EQ(first.recordings.size(), 3U);
+  EXPECT_EQ(first.recordings[0].name, "night/exits/dark");
+  EXPECT_EQ(first.groups(), (std::vector<std::string>{"night/", "night/exits/", "night/falls/", ""}));
+  EXPECT_EQ(first.sum(0, Event::kOutOfBed, "night/").found, 2);
+  EXPECT_EQ(first.sum(0, Event::kOutOfBed, "").found, 3);
+  EXPECT_EQ(calls(), 3U + 3U);
+  evaluateFolder(request);
+  EXPECT_EQ(calls(), 1U) << "only the bad one is tried again";
+  write("recordings/night/falls/lamp.json", R"({"camera": 2, "room": "another"})");
+  evaluateFolder(request);
+  EXPECT_EQ(calls(), 2U + 1U) << "the other video is another run";
+  fs::remove(request.simulator);
+  EXPECT_THROW(evaluateFolder(request), std::runtime_error);
+
+  // On a page, between its marks and nowhere else.
+  const std::string text = evaluate::markdownOf(first, "./run evaluate");
+  EXPECT_NE(text.find("| night/falls/ (1) | networks | Patient Out of Bed | 1 of 1 |"), std::string::npos) << text;
+  const std::string page = "a\n<!-- evaluation: begin -->\nold\n<!-- evaluation: end -->\nz\n";
+  EXPECT_EQ(evaluate::placedIn(page, "new|"), "a\n<!-- evaluation: begin -->\n\nnew|\n<!-- evaluation: end -->\nz\n");
+  EXPECT_EQ(evaluate::placedIn(evaluate::placedIn(page, "old"), "new"), evaluate::placedIn(page, "new"));
+  EXPECT_THROW(evaluate::placedIn(page + page, ""), std::runtime_error);
+  EXPECT_THROW(evaluate::placedIn("<!-- evaluation: begin -->\n", ""), std::runtime_error);
+}
+
+TEST_F(Evaluating, TriesOtherSettingsFiles) {
+  addRecording("a", traceOf(11, 20));
+  addRecording("b", traceOf(11, 20));
+  write("recordings/a.truth.jsonl", "{}");
+  const std::string own = R"({"focal_length_um": 3700, "parameters": {"Sensitivity": "0.3", "MaxDisappeared": "8"}})";
+  const auto set = [&](const char* file, const std::string& from, const std::string& to) {
+    std::string text = own;
+    text.replace(text.find(from), from.size(), to);
+    write(std::string("recordings/") + file, text);
+  };
+  set("a.settings.json", "", "");
+  set("b.settings.json", "", "");
+  set("a.wide.settings.json", "\"8\"", "\"4\"");
+  set("a.lens.settings.json", "3700", "4000");
+  request.settings = {"wide", "lens"};
+  write("bin/velmor_run.answer", traceOf(11, 20));
+  program(R"(cp "$0.answer" "$trace")");
+  const evaluate::Evaluation evaluation = evaluateFolder(request);
+  EXPECT_EQ(evaluation.recordings.size(), 2U);
+  EXPECT_EQ(evaluation.count(2, ""), 1) << "b has no such settings";
+  EXPECT_EQ(evaluation.columns[2].name(), "networks, wide settings");
+  const std::string asked = read("calls");
+  const std::string folder = request.folder.string();
+  EXPECT_NE(asked.find("trace.jsonl --json --set MaxDisappeared=4 --trace"), std::string::npos) << asked;
+  EXPECT_NE(asked.find("a.mp4 --json --settings " + folder + "/a.wide.settings.json --truth"), std::string::npos);
+  EXPECT_NE(asked.find("a.mp4 --json --settings " + folder + "/a.lens.settings.json --trace"), std::string::npos)
+      << "another lens needs the pictures";
+  request.settings = {"wdie"};
+  EXPECT_THROW(evaluateFolder(request), std::runtime_error);
+}
+
 TEST_F(Evaluating, RefusesTruthThatFitsNoVideo) {
   EXPECT_THROW(evaluateFolder(request), std::runtime_error);
   addRecording("ok", traceOf(11, 20));
@@ -257,7 +336,7 @@ TEST(EvaluateCommand, SaysWhatItWasNotGiven) {
     const std::size_t size = std::fread(text.data(), 1, text.size() - 1, out);
     return std::string(text.data(), size) + std::to_string(WEXITSTATUS(::pclose(out)));
   };
-  EXPECT_EQ(answer(""), "evaluate needs a folder of recordings: ./run evaluate FOLDER\n2");
+  EXPECT_EQ(answer("/ --into /nowhere.md"), "/nowhere.md: cannot be read\n2");
   EXPECT_EQ(answer("/nowhere"), "/nowhere: there is no such folder\n2");
   EXPECT_EQ(answer("/ --jobs 0"), "--jobs needs a whole number from 1 to 256, not \"0\"\n2");
   EXPECT_EQ(answer("/ --report /"), "/: is a directory; a file's name is needed\n2");

@@ -216,7 +216,7 @@ const char* usage() {
 ./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
                             networks
 ./run explain TRACE         says why each alarm came, and why none did
-./run evaluate FOLDER       recordings of yours through the program, beside what happened in them: evaluate --help
+./run evaluate [FOLDER]     recordings through the program, beside what happened in them: evaluate --help
 ./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --loop                    a video begins again at its end, instead of ending the run

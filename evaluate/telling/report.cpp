@@ -1,4 +1,4 @@
-#include "evaluate/report.h"
+#include "evaluate/telling/report.h"
 
 #include <glib.h>
 
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "evaluate/tables.h"
+#include "evaluate/telling/tables.h"
 #include "platform/support/owners.h"
 
 namespace evaluate {
@@ -87,32 +87,15 @@ std::string row(const std::vector<Cell>& cells, const char* kind) {
 }
 
 std::string rowOf(const std::string& who, Event event, const Sum& sum) {
-  const std::string gaps = std::to_string(sum.gaps) + (sum.gaps > 0 ? " (" + numberText(sum.gaps_s) + " s)" : "");
-  return row({{who, true},
-              {nameOf(event), true},
-              {std::to_string(sum.found) + " of " + std::to_string(sum.needed)},
-              {std::to_string(sum.missed())},
-              {std::to_string(sum.false_alarms)},
-              {numberText(sum.falseADay())},
-              {gaps},
-              {std::to_string(sum.outlasting)},
-              {numberText(sum.medianDelay())},
-              {numberText(sum.worstDelay())}},
-             "td");
+  std::vector<Cell> cells{{who, true}};
+  for (const std::string& cell : cellsOf(event, sum)) cells.push_back({cell, cells.size() == 1});
+  return row(cells, "td");
 }
 
 std::string table(const std::string& rows) {
-  const std::string head = row({{"who looked", true},
-                                {"event", true},
-                                {"found"},
-                                {"missed"},
-                                {"false"},
-                                {"false a day"},
-                                {"gaps"},
-                                {"too long"},
-                                {"delay, s"},
-                                {"worst, s"}},
-                               "th");
+  std::vector<Cell> cells{{"who looked", true}};
+  for (const char* cell : kSumHead) cells.push_back({cell, cells.size() == 1});
+  const std::string head = row(cells, "th");
   return tag("div", "class=\"wide\"", tag("table", "", head + rows)) + "\n";
 }
 
@@ -247,14 +230,18 @@ class Page {
 
  private:
   [[nodiscard]] std::string totals() const {
-    std::string rows;
-    for (std::size_t column = 0; column < m_evaluation.columns.size(); ++column) {
-      const std::ptrdiff_t count = m_evaluation.count(column);
-      if (count == 0) continue;
-      const std::string who = m_evaluation.columns[column].name() + " (" + std::to_string(count) + ")";
-      for (const Event event : kEvents) rows += rowOf(who, event, m_evaluation.sum(column, event));
+    std::string html;
+    for (const std::string& group : m_evaluation.groups()) {
+      std::string rows;
+      for (std::size_t column = 0; column < m_evaluation.columns.size(); ++column) {
+        const std::ptrdiff_t count = m_evaluation.count(column, group);
+        if (count == 0) continue;
+        const std::string who = m_evaluation.columns[column].name() + " (" + std::to_string(count) + ")";
+        for (const Event event : kEvents) rows += rowOf(who, event, m_evaluation.sum(column, event, group));
+      }
+      if (!rows.empty()) html += tag("h2", "", group.empty() ? "All recordings" : escaped(group)) + "\n" + table(rows);
     }
-    return rows.empty() ? "" : tag("h2", "", "All recordings") + "\n" + table(rows);
+    return html;
   }
 
   [[nodiscard]] std::string problems() const {

@@ -1,8 +1,8 @@
-#include "evaluate/judging.h"
+#include "evaluate/judging/judging.h"
 
 #include <algorithm>
 
-#include "evaluate/stills.h"
+#include "evaluate/judging/stills.h"
 
 namespace evaluate {
 namespace {
@@ -64,25 +64,43 @@ void addPictures(Recording& recording) {
 
 std::string Column::name() const {
   const std::string who = sees_truth ? "true people" : "networks";
-  return set.empty() ? who : who + ", " + setText();
+  const std::string how = setText();
+  return how.empty() ? who : who + ", " + how;
 }
 
 std::string Column::setText() const {
-  std::string text;
+  std::string text = settings.empty() ? "" : settings + " settings";
   for (const auto& [key, value] : set) text.append(text.empty() ? "" : " ").append(key).append("=").append(value);
   return text;
 }
 
-std::ptrdiff_t Evaluation::count(std::size_t column) const {
-  return std::count_if(recordings.begin(), recordings.end(),
-                       [column](const Recording& one) { return one.outcomes.contains(column); });
+std::vector<std::string> Evaluation::groups() const {
+  std::map<std::string, std::size_t> sizes;
+  for (const Recording& recording : recordings) {
+    for (std::size_t at = recording.name.find('/'); at != std::string::npos; at = recording.name.find('/', at + 1)) {
+      ++sizes[recording.name.substr(0, at + 1)];
+    }
+  }
+  std::vector<std::string> names;
+  for (const auto& [name, size] : sizes) {
+    if (size < recordings.size()) names.push_back(name);
+  }
+  names.emplace_back();
+  return names;
 }
 
-Sum Evaluation::sum(std::size_t column, Event event) const {
+std::ptrdiff_t Evaluation::count(std::size_t column, const std::string& group) const {
+  return std::count_if(recordings.begin(), recordings.end(), [&](const Recording& one) {
+    return one.name.starts_with(group) && one.outcomes.contains(column);
+  });
+}
+
+Sum Evaluation::sum(std::size_t column, Event event, const std::string& group) const {
   Sum all;
   for (const Recording& recording : recordings) {
     const auto outcome = recording.outcomes.find(column);
-    if (outcome != recording.outcomes.end()) all = all + outcome->second.sums[static_cast<std::size_t>(event)];
+    if (!recording.name.starts_with(group) || outcome == recording.outcomes.end()) continue;
+    all = all + outcome->second.sums[static_cast<std::size_t>(event)];
   }
   return all;
 }

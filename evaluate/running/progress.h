@@ -7,10 +7,11 @@
 
 namespace evaluate {
 
-/// A bar on a terminal, else a line for each recording.
+/// A bar on a terminal, else a line for each that is finished.
 class Progress {
  public:
-  Progress(bool on_terminal, std::size_t recordings);
+  /// `what`: in the plural, "recordings".
+  Progress(bool on_terminal, std::size_t count, std::string what);
   /// Takes the bar away.
   ~Progress() { hide(); }
   Progress(const Progress&) = delete;
@@ -19,7 +20,7 @@ class Progress {
   /// Runs that take so long, in seconds of video, are still to come, or have ended.
   void expect(double work_s) { m_work_s += work_s; }
   void did(double work_s);
-  void finished(const std::string& recording);
+  void finished(const std::string& name);
   /// A line above the bar.
   void tell(const std::string& line);
   void hide() const;
@@ -29,7 +30,8 @@ class Progress {
   [[nodiscard]] std::string leftText(double share) const;
 
   const bool m_on_terminal;
-  const std::size_t m_recordings;
+  const std::size_t m_count;
+  const std::string m_what;
   const std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
   std::size_t m_finished = 0;
   double m_work_s = 0;

@@ -1,4 +1,4 @@
-#include "evaluate/tables.h"
+#include "evaluate/telling/tables.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,23 +13,19 @@ using nlohmann::ordered_json;
 
 using Row = std::vector<std::string>;
 
-constexpr std::array kHead{"recording", "who looked", "event",    "found", "missed", "false",
-                           "a day",     "gaps",       "too long", "delay", "worst"};
+constexpr std::size_t kWho = 2;  // recording, who looked
 /// The first ones are text.
-constexpr std::size_t kTexts = 3;
+constexpr std::size_t kTexts = kWho + 1;
 
-Row rowOf(const std::string& recording, const std::string& who, Event event, const Sum& sum) {
-  return {recording,
-          who,
-          nameOf(event),
-          std::to_string(sum.found) + " of " + std::to_string(sum.needed),
-          std::to_string(sum.missed()),
-          std::to_string(sum.false_alarms),
-          numberText(sum.falseADay()),
-          std::to_string(sum.gaps) + (sum.gaps > 0 ? " (" + numberText(sum.gaps_s) + " s)" : ""),
-          std::to_string(sum.outlasting),
-          numberText(sum.medianDelay()) + (sum.delays_s.empty() ? "" : " s"),
-          numberText(sum.worstDelay()) + (sum.delays_s.empty() ? "" : " s")};
+Row headRow() {
+  Row row{"recording", "who looked"};
+  row.insert(row.end(), kSumHead.begin(), kSumHead.end());
+  return row;
+}
+
+void addRow(const std::string& recording, const std::string& who, Event event, const Sum& sum, std::vector<Row>& rows) {
+  Row& row = rows.emplace_back(Row{recording, who});
+  for (std::string& cell : cellsOf(event, sum)) row.push_back(std::move(cell));
 }
 
 void addRows(const Evaluation& evaluation, const Recording& recording, std::vector<Row>& rows) {
@@ -37,26 +33,24 @@ void addRows(const Evaluation& evaluation, const Recording& recording, std::vect
   for (const auto& [column, outcome] : recording.outcomes) {
     std::string who = evaluation.columns[column].name();
     for (std::size_t e = 0; e < kEvents.size(); ++e) {
-      rows.push_back(rowOf(std::exchange(name, ""), std::exchange(who, ""), kEvents[e], outcome.sums[e]));
+      addRow(std::exchange(name, ""), std::exchange(who, ""), kEvents[e], outcome.sums[e], rows);
     }
   }
 }
 
-void addTotals(const Evaluation& evaluation, std::vector<Row>& rows) {
-  std::string name = "all " + std::to_string(evaluation.recordings.size());
+void addTotals(const Evaluation& evaluation, const std::string& group, std::vector<Row>& rows) {
   for (std::size_t column = 0; column < evaluation.columns.size(); ++column) {
-    const std::ptrdiff_t count = evaluation.count(column);
-    if (count == 0) continue;
+    if (evaluation.count(column, group) == 0) continue;
+    std::string name = groupText(evaluation, group, column);
     std::string who = evaluation.columns[column].name();
-    if (count < std::ssize(evaluation.recordings)) who += " (" + std::to_string(count) + ")";
     for (const Event event : kEvents) {
-      rows.push_back(rowOf(std::exchange(name, ""), std::exchange(who, ""), event, evaluation.sum(column, event)));
+      addRow(std::exchange(name, ""), std::exchange(who, ""), event, evaluation.sum(column, event, group), rows);
     }
   }
 }
 
 std::string aligned(const std::vector<Row>& rows) {
-  std::array<std::size_t, kHead.size()> widths{};
+  std::array<std::size_t, kWho + kSumHead.size()> widths{};
   for (const Row& row : rows) {
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
   }
@@ -119,7 +113,7 @@ ordered_json jsonOf(const ToldDifference& told) {
 }
 
 ordered_json jsonOf(const Column& column) {
-  return {{"by", column.sees_truth ? "true people" : "networks"}, {"set", column.set}};
+  return {{"by", column.sees_truth ? "true people" : "networks"}, {"settings", column.settings}, {"set", column.set}};
 }
 
 ordered_json jsonOf(const Outcome& outcome, const Column& column) {
@@ -136,9 +130,11 @@ ordered_json jsonOf(const Outcome& outcome, const Column& column) {
 }  // namespace
 
 std::string tableOf(const Evaluation& evaluation) {
-  std::vector<Row> rows{{kHead.begin(), kHead.end()}};
+  std::vector<Row> rows{headRow()};
   for (const Recording& recording : evaluation.recordings) addRows(evaluation, recording, rows);
-  if (evaluation.recordings.size() > 1) addTotals(evaluation, rows);
+  if (evaluation.recordings.size() > 1) {
+    for (const std::string& group : evaluation.groups()) addTotals(evaluation, group, rows);
+  }
   std::string text = evaluation.recordings.empty() ? "" : aligned(rows);
   std::string differences;
   for (const Recording& recording : evaluation.recordings) differences += differencesText(evaluation, recording);
@@ -155,14 +151,37 @@ std::string jsonOf(const Evaluation& evaluation) {
     }
     object["recordings"].push_back(std::move(entry));
   }
-  for (std::size_t column = 0; column < evaluation.columns.size(); ++column) {
-    if (evaluation.count(column) == 0) continue;
-    ordered_json entry = jsonOf(evaluation.columns[column]);
-    for (const Event event : kEvents) entry["events"][nameOf(event)] = jsonOf(evaluation.sum(column, event));
-    object["all"].push_back(std::move(entry));
+  for (const std::string& group : evaluation.groups()) {
+    for (std::size_t column = 0; column < evaluation.columns.size(); ++column) {
+      if (evaluation.count(column, group) == 0) continue;
+      ordered_json entry = jsonOf(evaluation.columns[column]);
+      for (const Event event : kEvents) entry["events"][nameOf(event)] = jsonOf(evaluation.sum(column, event, group));
+      if (group.empty()) {
+        object["all"].push_back(std::move(entry));
+      } else {
+        object["folders"][group].push_back(std::move(entry));
+      }
+    }
   }
   object["problems"] = evaluation.problems;
   return object.dump(1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::vector<std::string> cellsOf(Event event, const Sum& sum) {
+  const std::string unit = sum.delays_s.empty() ? "" : " s";
+  return {nameOf(event),
+          std::to_string(sum.found) + " of " + std::to_string(sum.needed),
+          std::to_string(sum.missed()),
+          std::to_string(sum.false_alarms),
+          numberText(sum.falseADay()),
+          std::to_string(sum.gaps) + (sum.gaps > 0 ? " (" + numberText(sum.gaps_s) + " s)" : ""),
+          std::to_string(sum.outlasting),
+          numberText(sum.medianDelay()) + unit,
+          numberText(sum.worstDelay()) + unit};
+}
+
+std::string groupText(const Evaluation& evaluation, const std::string& group, std::size_t column) {
+  return (group.empty() ? "all" : group) + " (" + std::to_string(evaluation.count(column, group)) + ")";
 }
 
 std::string numberText(std::optional<double> number) {

@@ -1,4 +1,4 @@
-#include "evaluate/watched.h"
+#include "evaluate/judging/watched.h"
 
 #include <algorithm>
 #include <cstdio>

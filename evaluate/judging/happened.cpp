@@ -1,4 +1,4 @@
-#include "evaluate/happened.h"
+#include "evaluate/judging/happened.h"
 
 #include <glib.h>
 

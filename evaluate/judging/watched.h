@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "evaluate/scoring.h"
+#include "evaluate/judging/scoring.h"
 
 namespace evaluate {
 

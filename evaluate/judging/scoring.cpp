@@ -1,4 +1,4 @@
-#include "evaluate/scoring.h"
+#include "evaluate/judging/scoring.h"
 
 #include <algorithm>
 #include <cmath>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "evaluate/happened.h"
+#include "evaluate/judging/happened.h"
 
 namespace evaluate {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "evaluate/scoring.h"
-#include "evaluate/watched.h"
+#include "evaluate/judging/scoring.h"
+#include "evaluate/judging/watched.h"
 #include "platform/workstation/launcher/launch_request.h"
 
 namespace evaluate {
@@ -17,10 +17,11 @@ namespace evaluate {
 /// Who looks at the recording, and with which settings.
 struct Column {
   bool sees_truth = false;          ///< the true people instead of the networks
+  std::string settings;             ///< NAME.WORD.settings.json instead of the recording's own; empty for those
   workstation::ParameterGroup set;  ///< counts instead of the recording's own
 
   [[nodiscard]] std::string name() const;
-  /// "KEY=VALUE KEY=VALUE", empty for the recording's own.
+  /// "WORD settings" or "KEY=VALUE KEY=VALUE", empty for the recording's own.
   [[nodiscard]] std::string setText() const;
 };
 
@@ -40,7 +41,7 @@ struct Outcome {
 };
 
 struct Recording {
-  std::string name;
+  std::string name;  ///< of the folder, "night/falls/lamp"
   std::filesystem::path video;
   Happened happened;
   std::map<std::size_t, Outcome> outcomes;  ///< by column; no reference where there is no truth
@@ -51,10 +52,12 @@ struct Evaluation {
   std::vector<Recording> recordings;  ///< by name; only what could be evaluated
   std::vector<std::string> problems;  ///< a line each
 
-  /// How many recordings have the column.
-  [[nodiscard]] std::ptrdiff_t count(std::size_t column) const;
-  /// Of all recordings.
-  [[nodiscard]] Sum sum(std::size_t column, Event event) const;
+  /// The folders that hold some of the recordings and not all, "night/falls/", by name, the whole folder ("") last.
+  [[nodiscard]] std::vector<std::string> groups() const;
+  /// How many recordings of the group have the column.
+  [[nodiscard]] std::ptrdiff_t count(std::size_t column, const std::string& group) const;
+  /// Of all recordings of the group.
+  [[nodiscard]] Sum sum(std::size_t column, Event event, const std::string& group) const;
 };
 
 inline constexpr std::size_t kNetworksColumn = 0;

@@ -1,12 +1,14 @@
-#include "evaluate/progress.h"
+#include "evaluate/running/progress.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace evaluate {
 
-Progress::Progress(bool on_terminal, std::size_t recordings) : m_on_terminal(on_terminal), m_recordings(recordings) {
+Progress::Progress(bool on_terminal, std::size_t count, std::string what)
+    : m_on_terminal(on_terminal), m_count(count), m_what(std::move(what)) {
   show();
 }
 
@@ -15,10 +17,10 @@ void Progress::did(double work_s) {
   show();
 }
 
-void Progress::finished(const std::string& recording) {
+void Progress::finished(const std::string& name) {
   ++m_finished;
   if (m_on_terminal) return show();
-  tell(recording + ": done, " + std::to_string(m_finished) + " of " + std::to_string(m_recordings));
+  tell(name + ": done, " + std::to_string(m_finished) + " of " + std::to_string(m_count));
 }
 
 void Progress::tell(const std::string& line) {
@@ -37,7 +39,7 @@ void Progress::show() const {
   const double share = m_work_s > 0 ? std::clamp(m_done_s / m_work_s, 0.0, 1.0) : 0;
   const auto full = static_cast<std::size_t>(share * kBar);
   const std::string bar = std::string(full, '#') + std::string(kBar - full, '-');
-  std::fprintf(stderr, "\r[%s]  %zu of %zu recordings%s\x1B[K", bar.c_str(), m_finished, m_recordings,
+  std::fprintf(stderr, "\r[%s]  %zu of %zu %s%s\x1B[K", bar.c_str(), m_finished, m_count, m_what.c_str(),
                leftText(share).c_str());
 }
 

@@ -1,4 +1,4 @@
-#include "evaluate/runs.h"
+#include "evaluate/running/runs.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -29,7 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::hours kUnused{30 * 24};
-constexpr const char* kTrace = ".trace.jsonl";
 constexpr const char* kDraft = ".draft";
 
 using Checksum = std::unique_ptr<GChecksum, decltype([](GChecksum* checksum) { g_checksum_free(checksum); })>;
@@ -60,14 +59,14 @@ bool isLeftBehind(const fs::path& path) {
   return id > 0 && ::kill(id, 0) != 0 && errno == ESRCH;
 }
 
-void tidy(const fs::path& folder) {
+void tidy(const fs::path& folder, const std::string& ending) {
   std::error_code ignored;
   const auto now = fs::file_time_type::clock::now();
   for (fs::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
     std::error_code error;
     const auto used = fs::last_write_time(entry->path(), error);
-    const bool is_old = !error && entry->path().string().ends_with(kTrace) && now - used > kUnused;
-    if (is_old || isLeftBehind(entry->path())) fs::remove(entry->path(), error);
+    const bool is_old = !error && entry->path().string().ends_with(ending) && now - used > kUnused;
+    if (is_old || isLeftBehind(entry->path())) fs::remove_all(entry->path(), error);
   }
 }
 
@@ -93,7 +92,6 @@ struct Child {
 pid_t start(const fs::path& program, const Run& run, int said) {
   std::vector<std::string> words{program.string()};
   words.insert(words.end(), run.words.begin(), run.words.end());
-  words.insert(words.end(), {"--trace", run.draft.string()});
   std::vector<char*> pointers;
   std::transform(words.begin(), words.end(), std::back_inserter(pointers),
                  [](std::string& word) { return word.data(); });
@@ -116,7 +114,7 @@ std::string lastLine(const FileDescriptor& said) {
   return text.substr(text.find_last_of('\n') + 1);
 }
 
-/// Why a run gave no trace; empty when it did.
+/// Why a run failed; empty when it did not.
 std::string problemOf(int status, const FileDescriptor& said) {
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return "";
   const std::string end = WIFSIGNALED(status)
@@ -139,19 +137,19 @@ std::string fingerprintOf(const std::vector<std::string>& texts, const std::vect
   return g_checksum_get_string(checksum.get());
 }
 
-TraceStore::TraceStore(fs::path folder) : m_folder(std::move(folder)) {
+Store::Store(fs::path folder, std::string ending) : m_folder(std::move(folder)), m_ending(std::move(ending)) {
   constexpr int kOwnerOnly = 0700;
   if (g_mkdir_with_parents(m_folder.c_str(), kOwnerOnly) != 0) {
     throw std::runtime_error(m_folder.string() + ": cannot be made: " + std::strerror(errno));
   }
-  tidy(m_folder);
+  tidy(m_folder, m_ending);
 }
 
-fs::path TraceStore::usualFolder() { return fs::path(g_get_user_cache_dir()) / "velmor_care" / "evaluate"; }
+fs::path Store::usualFolder(const std::string& name) { return fs::path(g_get_user_cache_dir()) / "velmor_care" / name; }
 
-fs::path TraceStore::placeOf(const std::string& fingerprint) const { return m_folder / (fingerprint + kTrace); }
+fs::path Store::placeOf(const std::string& fingerprint) const { return m_folder / (fingerprint + m_ending); }
 
-fs::path TraceStore::draftOf(const std::string& fingerprint, std::size_t number) const {
+fs::path Store::draftOf(const std::string& fingerprint, std::size_t number) const {
   return m_folder / (fingerprint + "-" + std::to_string(number) + "." + std::to_string(::getpid()) + kDraft);
 }
 

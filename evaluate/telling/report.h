@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "evaluate/judging.h"
+#include "evaluate/judging/judging.h"
 
 namespace evaluate {
 

@@ -1,4 +1,4 @@
-#include "evaluate/stills.h"
+#include "evaluate/judging/stills.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
