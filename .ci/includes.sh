@@ -14,7 +14,7 @@ rooms=(
   "platform/workstation/trace|platform/support platform/clock platform/trace platform/workstation/system|nlohmann"
   "platform/workstation/decoding|platform/support platform/clock platform/workstation/system|gst libyuv.h"
   "platform/workstation/camera|platform/support platform/clock platform/workstation/system platform/workstation/decoding|nlohmann vdostream.h"
-  "platform/workstation/inference|platform/support platform/workstation/system|nlohmann opencv2 larod.h"
+  "platform/workstation/inference|platform/support platform/workstation/system|nlohmann opencv2 oneapi larod.h"
   "platform/workstation/parameters|platform/support platform/workstation/system platform/workstation/camera|nlohmann axparameter.h"
   "platform/workstation/events|platform/support platform/clock platform/workstation/system platform/workstation/trace|nlohmann axevent.h"
   "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
@@ -43,7 +43,7 @@ rooms=(
   "evaluate/telling|platform/support evaluate/judging|nlohmann"
   "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/launcher|gst nlohmann"
 )
-guarded='libsoup|gst|opencv2|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
+guarded='libsoup|gst|opencv2|oneapi|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 
 failed=0
 complain() {

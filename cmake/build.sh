@@ -2,7 +2,7 @@
 
 readonly BUILD_PACKAGES=(
   g++ cmake ninja-build ccache pkg-config
-  libopencv-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
+  libopencv-dev libdnnl-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
   libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev
   python3-onnx ca-certificates  # the networks are fetched and converted
 )

@@ -1,4 +1,4 @@
-// The camera's inference service on a workstation: networks in ONNX run by OpenCV, tensors on file descriptors.
+// The camera's inference service on a workstation: networks in ONNX, tensors on file descriptors.
 #include <fcntl.h>
 #include <larod.h>
 #include <unistd.h>
@@ -52,8 +52,8 @@ std::shared_ptr<Network> loadNetwork(int fd, larodChip chip) {
   if (!onnx || onnx->empty()) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is empty");
   }
-  return std::make_shared<Network>(file, std::vector<uchar>(onnx->begin(), onnx->end()),
-                                   workstation::readModelSidecar(file, *onnx));
+  const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(onnx->data()), onnx->size());
+  return std::make_shared<Network>(file, bytes, workstation::readModelSidecar(file, *onnx));
 }
 
 void setError(larodError** error, larodErrorCode code, const std::string& message) {
