@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "simulator/stories/area.h"
 #include "simulator/stories/scenario.h"
 
 namespace simulator {
@@ -101,24 +102,13 @@ class VideoFile {
   GstElement* m_source = nullptr;
 };
 
-/// An area's corners in pixels of the picture, and that it is in use.
-void putArea(ordered_json& parameters, const std::string& name, const Camera& camera,
-             const std::array<glm::vec3, 4>& corners) {
-  for (std::size_t k = 0; k < corners.size(); ++k) {
-    const glm::vec3 seen = camera.project(corners[k]);
-    const auto put = [&](const char* axis, float value, int size) {
-      const float inside = std::clamp(value, 0.0F, static_cast<float>(size - 1));
-      parameters[name + std::to_string(k) + axis] = std::to_string(std::lround(inside));
-    };
-    put("x", seen.x, camera.width);
-    put("y", seen.y, camera.height);
+/// An area's corners, and that it is in use.
+void putArea(ordered_json& parameters, const std::string& name, const Area& area) {
+  for (std::size_t k = 0; k < area.size(); ++k) {
+    parameters[name + std::to_string(k) + "x"] = std::to_string(std::lround(area[k].x));
+    parameters[name + std::to_string(k) + "y"] = std::to_string(std::lround(area[k].y));
   }
   parameters[name + "Active"] = "true";
-}
-
-/// A bed's outline at mattress height, a tenth longer and wider.
-std::array<glm::vec3, 4> outlineOf(const Bed& bed) {
-  return {bed.at(1.05F, 1.05F), bed.at(1.05F, -0.05F), bed.at(-0.05F, -0.05F), bed.at(-0.05F, 1.05F)};
 }
 
 /// What the camera's sensor delivers of the scene that the renderer has drawn.
@@ -150,15 +140,16 @@ std::string truthLine(const Scene& scene, const std::vector<TrueKeypoints>& trut
   return json{{"t", time}, {"people", people}}.dump();
 }
 
-std::string settingsText(const Scenario& scenario) {
+std::string settingsText(const Scenario& scenario, BedArea bedArea) {
   const Scene& scene = scenario.scene;
   ordered_json parameters;
   const auto put = [&](const std::string& name, float value) { parameters[name] = std::to_string(std::lround(value)); };
   for (std::size_t i = 0; i < scene.room.beds.size(); ++i) {
-    putArea(parameters, "Detection" + std::to_string(i + 1), scene.camera, outlineOf(scene.room.beds[i]));
+    const auto draw = bedArea == BedArea::kVolume ? volumeArea : mattressArea;
+    putArea(parameters, "Detection" + std::to_string(i + 1), draw(scene.camera, scene.room.beds[i]));
   }
   for (std::size_t i = 0; i < scenario.exclusions.size(); ++i) {
-    putArea(parameters, "Exclusion" + std::to_string(i + 1), scene.camera, scenario.exclusions[i]);
+    putArea(parameters, "Exclusion" + std::to_string(i + 1), areaOf(scene.camera, scenario.exclusions[i]));
   }
   const std::array<glm::vec2, 4> points = scenario.floor.corners();
   for (std::size_t k = 0; k < points.size(); ++k) {
@@ -179,8 +170,11 @@ void record(const Scenario& scenario, const std::filesystem::path& folder, const
   std::filesystem::create_directories(folder);
   std::ofstream truth(folder / (name + ".truth.jsonl"));
   std::ofstream settings(folder / (name + ".settings.json"));
+  std::ofstream mattress(folder / (name + ".mattress.settings.json"));
   std::ofstream happened(folder / (name + ".happened.txt"));
-  const bool written = (settings << settingsText(scenario)).flush() && (happened << happenedText(scenario)).flush();
+  const bool written = (settings << settingsText(scenario)).flush() &&
+                       (mattress << settingsText(scenario, BedArea::kMattress)).flush() &&
+                       (happened << happenedText(scenario)).flush();
   if (!written || !truth) throw std::runtime_error("cannot write into " + folder.string());
   const Camera& camera = scenario.scene.camera;
   const int width = std::max(camera.width, camera.height), height = std::min(camera.width, camera.height);

@@ -129,14 +129,17 @@ Scenario readScenario(const std::filesystem::path& file);
 /// One line of the truth file: who is where at `time` seconds. `truth` belongs to the scene's people one by one.
 std::string truthLine(const Scene& scene, const std::vector<TrueKeypoints>& truth, double time);
 
+/// What an installer draws around a bed: see area.h.
+enum class BedArea : std::uint8_t { kVolume, kMattress };
+
 /// The settings file: what an installer would have set, areas and floor points in pixels of the upright picture.
-std::string settingsText(const Scenario& scenario);
+std::string settingsText(const Scenario& scenario, BedArea bedArea = BedArea::kVolume);
 
 /// The file of what happened, as docs/happened.md describes it: who is where from when to when, and the moments.
 std::string happenedText(const Scenario& scenario);
 
-/// Writes NAME.settings.json, NAME.happened.txt, NAME.truth.jsonl (one line per analysed picture, every half second)
-/// and, if asked for, NAME.mp4 into the folder. Throws std::runtime_error.
+/// Writes NAME.settings.json, NAME.mattress.settings.json, NAME.happened.txt, NAME.truth.jsonl (one line per analysed
+/// picture, every half second) and, if asked for, NAME.mp4 into the folder. Throws std::runtime_error.
 void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, bool withVideo);
 
 /// Writes the picture at a moment as a PNG file. Throws std::runtime_error.

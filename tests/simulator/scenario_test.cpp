@@ -228,7 +228,7 @@ TEST(Demo, ComesOutAsItIsKept) {
   const Scenario demo = readScenario(VELMOR_DEMO);
   const std::filesystem::path folder = std::filesystem::path(VELMOR_DEMO).parent_path();
   std::ifstream settings(folder / "demo.settings.json");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(settings), {}), settingsText(demo));
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(settings), {}), settingsText(demo, BedArea::kMattress));
   std::ifstream happened(folder / "demo.happened.txt");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(happened), {}), happenedText(demo));
   std::ifstream file(folder / "demo.truth.jsonl");

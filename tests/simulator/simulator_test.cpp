@@ -5,10 +5,12 @@
 #include <array>
 #include <cmath>
 #include <glm/gtc/constants.hpp>
+#include <string>
 #include <utility>
 
 #include "simulator/drawing/scene.h"
 #include "simulator/figures/postures.h"
+#include "simulator/stories/area.h"
 
 namespace simulator {
 namespace {
@@ -136,6 +138,64 @@ TEST(Room, FurnitureStandsAtWallsAndBedsAndInNobodysWay) {
     }
   }
   EXPECT_GT(wardrobes, 12);
+}
+
+/// Whether a point is further than `slack` pixels outside one of the sides of an area, walked clockwise.
+bool isLeftOfASide(const Area& area, glm::vec2 point, float slack) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    const glm::vec2 side = area[(i + 1) % 4] - area[i], away = point - area[i];
+    if (side.x * away.y - side.y * away.x < -slack * glm::length(side)) return true;
+  }
+  return false;
+}
+
+float sizeOf(const Area& area) {
+  float twice = 0;
+  for (std::size_t i = 0; i < 4; ++i) twice += area[i].x * area[(i + 1) % 4].y - area[(i + 1) % 4].x * area[i].y;
+  return twice / 2;
+}
+
+/// Of each of a bed's places up to the shoulders of who sits up in it, whether the area has it; those in the picture.
+std::pair<int, int> covered(const Camera& camera, const Bed& bed, const Area& area) {
+  int all = 0, inside = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const auto digit = [&](int tens) { return static_cast<float>(i / tens % 10) / 9; };
+    const glm::vec3 place = bed.at(digit(1), digit(10)) + glm::vec3(0, 0, digit(100) * kAirAboveMattress);
+    if (!camera.sees(place)) continue;
+    ++all;
+    inside += isLeftOfASide(area, glm::vec2(camera.project(place)), 1.5F) ? 0 : 1;
+  }
+  return {all, inside};
+}
+
+/// Given every bed of all rooms, looked at from near and far so that some leave the picture, when its volume is drawn,
+/// then the area is one that the page takes, and covers the bed without taking in half the room.
+TEST(Bed, ItsVolumeIsCoveredByFourCornersInThePicture) {
+  for (unsigned number = 0; number < kAllRooms; ++number) {
+    const Room room = makeRoom(number);
+    for (const Bed& bed : room.beds) {
+      for (const float aside : {0.3F, 0.7F, 1.3F}) {
+        SCOPED_TRACE(std::to_string(number) + ", " + std::to_string(aside));
+        Camera camera;
+        camera.position = {room.width / 2, 0.15F, 2.5F};
+        const glm::vec3 way = bed.at(0.5F, aside) - camera.position;
+        camera.heading = std::atan2(way.y, way.x);
+        camera.pitch = std::atan2(-way.z, glm::length(glm::vec2(way)));
+        camera.roll = 0.1F;
+        setOptics(camera, {});
+        const Area area = volumeArea(camera, bed), mattress = mattressArea(camera, bed);
+        for (const glm::vec2 corner : area) {
+          EXPECT_FALSE(isLeftOfASide(area, corner, 0.01F)) << "it is convex, clockwise";
+          EXPECT_TRUE(corner.x >= 0 && corner.y >= 0 && corner.x <= 1279 && corner.y <= 719);
+        }
+        const auto [all, inside] = covered(camera, bed, area);
+        EXPECT_GT(inside, 0.97 * all);
+        EXPECT_GT(sizeOf(area), sizeOf(mattress));
+        EXPECT_LT(sizeOf(area), 2.2 * sizeOf(mattress));
+        EXPECT_LT(glm::distance(area[0], mattress[0]), glm::distance(area[2], mattress[0])) << "in the same order";
+      }
+    }
+  }
 }
 
 class Drawing : public testing::Test {
