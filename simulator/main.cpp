@@ -13,7 +13,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: velmor_simulator record [--no-video] SCRIPT.json FOLDER\n"
+    "usage: velmor_simulator record [--no-video|--no-pictures] SCRIPT.json FOLDER\n"
     "       velmor_simulator picture SCRIPT.json SECONDS FILE.png\n"
     "       velmor_simulator room NUMBER\n";
 
@@ -30,11 +30,13 @@ float numberOf(const std::string& word, float most) {
 
 /// False for a wrong call.
 bool run(std::vector<std::string> words) {
-  const bool withVideo = std::erase(words, "--no-video") == 0;
-  if (words.empty() || (!withVideo && words[0] != "record")) return false;
+  using simulator::Extent;
+  Extent extent = std::erase(words, "--no-video") == 0 ? Extent::kVideo : Extent::kTruth;
+  if (std::erase(words, "--no-pictures") > 0) extent = Extent::kTold;
+  if (words.empty() || (extent != Extent::kVideo && words[0] != "record")) return false;
   if (words[0] == "record" && words.size() == 3) {
     const std::filesystem::path script = words[1];
-    simulator::record(simulator::readScenario(script), words[2], script.stem().string(), withVideo);
+    simulator::record(simulator::readScenario(script), words[2], script.stem().string(), extent);
   } else if (words[0] == "picture" && words.size() == 4) {
     const simulator::Scenario scenario = simulator::readScenario(words[1]);
     simulator::writePicture(scenario, numberOf(words[2], scenario.seconds), words[3]);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <glm/gtc/constants.hpp>
+#include <sstream>
 
 #include "simulator/stories/doing.h"
 
@@ -114,6 +115,11 @@ std::optional<Fault> bedFaultOf(const Scenario& scenario, std::size_t number) {
 
 std::optional<Fault> faultOf(const Scenario& scenario) {
   const Room& room = scenario.scene.room;
+  if (const float z = scenario.scene.camera.position.z; z >= room.height) {
+    std::ostringstream what;
+    what << "hangs above the ceiling, " << z << " m of " << room.height << " m";
+    return Fault{"camera.position", what.str()};
+  }
   for (std::size_t i = 0; i < scenario.things.size(); ++i) {
     const std::string what = occupantOf(room, scenario.things[i].first.place);
     if (!what.empty()) return Fault{"furniture[" + std::to_string(i) + "].place", "lies in " + what};

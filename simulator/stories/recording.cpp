@@ -166,16 +166,27 @@ std::string settingsText(const Scenario& scenario, BedArea bedArea) {
   return settings.dump(2) + "\n";
 }
 
-void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, bool withVideo) {
+namespace {
+
+void tell(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name) {
   std::filesystem::create_directories(folder);
-  std::ofstream truth(folder / (name + ".truth.jsonl"));
   std::ofstream settings(folder / (name + ".settings.json"));
   std::ofstream mattress(folder / (name + ".mattress.settings.json"));
   std::ofstream happened(folder / (name + ".happened.txt"));
   const bool written = (settings << settingsText(scenario)).flush() &&
                        (mattress << settingsText(scenario, BedArea::kMattress)).flush() &&
                        (happened << happenedText(scenario)).flush();
-  if (!written || !truth) throw std::runtime_error("cannot write into " + folder.string());
+  if (!written) throw std::runtime_error("cannot write into " + folder.string());
+}
+
+}  // namespace
+
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, Extent extent) {
+  tell(scenario, folder, name);
+  if (extent == Extent::kTold) return;
+  std::ofstream truth(folder / (name + ".truth.jsonl"));
+  if (!truth) throw std::runtime_error("cannot write into " + folder.string());
+  const bool withVideo = extent == Extent::kVideo;
   const Camera& camera = scenario.scene.camera;
   const int width = std::max(camera.width, camera.height), height = std::min(camera.width, camera.height);
   std::optional<VideoFile> video;

@@ -138,9 +138,13 @@ std::string settingsText(const Scenario& scenario, BedArea bedArea = BedArea::kV
 /// The file of what happened, as docs/happened.md describes it: who is where from when to when, and the moments.
 std::string happenedText(const Scenario& scenario);
 
-/// Writes NAME.settings.json, NAME.mattress.settings.json, NAME.happened.txt, NAME.truth.jsonl (one line per analysed
-/// picture, every half second) and, if asked for, NAME.mp4 into the folder. Throws std::runtime_error.
-void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, bool withVideo);
+/// How much of a recording is made: nothing is drawn; the people are, twice a second; all pictures are.
+enum class Extent : std::uint8_t { kTold, kTruth, kVideo };
+
+/// Writes NAME.settings.json, NAME.mattress.settings.json and NAME.happened.txt into the folder, from kTruth on also
+/// NAME.truth.jsonl (one line per analysed picture, every half second), from kVideo on NAME.mp4. Throws
+/// std::runtime_error.
+void record(const Scenario& scenario, const std::filesystem::path& folder, const std::string& name, Extent extent);
 
 /// Writes the picture at a moment as a PNG file. Throws std::runtime_error.
 void writePicture(const Scenario& scenario, float time, const std::filesystem::path& file);
