@@ -66,7 +66,12 @@ uniform float infrared;
 #endif
 uniform sampler2DShadow shadow;
 out vec4 result;
-float hash(vec3 p) { return fract(sin(dot(p, vec3(12.9898, 78.233, 37.719))) * 43758.5453); }
+// Of numbers up to some hundreds; without a sine, which a software renderer takes long for.
+float hash(vec3 p) {
+  p = fract(p * vec3(0.1031, 0.1099, 0.0973));
+  p += dot(p, p.zyx + 31.32);
+  return fract((p.x + p.y) * p.z);
+}
 float noise(vec3 p) {
   vec3 i = floor(p), f = fract(p);
   f = f * f * (3.0 - 2.0 * f);
@@ -74,20 +79,22 @@ float noise(vec3 p) {
              mix(mix(hash(i + vec3(0, 0, 1)), hash(i + vec3(1, 0, 1)), f.x),
                  mix(hash(i + vec3(0, 1, 1)), hash(i + vec3(1, 1, 1)), f.x), f.y), f.z);
 }
+// Mesa's software renderer computes both sides of every condition: what costs, noise and hash, is asked for once.
 vec3 pattern() {
-  if (kind == 1) {
-    float plank = floor(place.x / 0.16);
-    return tint * (0.82 + 0.14 * hash(vec3(plank, floor(place.y / 1.1 + hash(vec3(plank))), floor(place.z / 0.5))) +
-                   0.1 * noise(vec3(place.x * 40.0, place.y * 3.0, place.z * 3.0)));
-  }
-  if (kind == 2) {
-    vec3 cell = fract(place / 0.4);
-    float joint = step(0.03, cell.x) * step(0.03, cell.y);
-    return tint * (0.8 + 0.2 * joint) * (0.95 + 0.1 * hash(floor(place / 0.4)));
-  }
-  if (kind == 3) return tint * (fract(dot(place, vec3(9.0, 9.0, 7.0))) < 0.5 ? 0.78 : 1.08);
-  if (kind == 4) return tint * (0.93 + 0.14 * noise(place * 28.0));
-  return tint * (0.97 + 0.06 * noise(place * 9.0));
+  float plank = floor(place.x / 0.16);
+  vec3 grain = kind == 1 ? vec3(place.x * 40.0, place.y * 3.0, place.z * 3.0) : place * (kind == 4 ? 28.0 : 9.0);
+  float rough = noise(grain);
+  vec3 tile = kind == 1 ? vec3(plank, floor(place.y / 1.1 + hash(vec3(plank))), floor(place.z / 0.5)) : floor(place / 0.4);
+  float shade = hash(tile);
+  vec3 cell = fract(place / 0.4);
+  float joint = step(0.03, cell.x) * step(0.03, cell.y);
+  float stripe = fract(dot(place, vec3(9.0, 9.0, 7.0))) < 0.5 ? 0.78 : 1.08;
+  float much = kind == 1 ? 0.82 + 0.14 * shade + 0.1 * rough
+             : kind == 2 ? (0.8 + 0.2 * joint) * (0.95 + 0.1 * shade)
+             : kind == 3 ? stripe
+             : kind == 4 ? 0.93 + 0.14 * rough
+                         : 0.97 + 0.06 * rough;
+  return tint * much;
 }
 void main() {
   vec3 n = normalize(facing);
@@ -349,7 +356,9 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   glViewport(0, 0, gl.width, gl.height);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   gl.useProgram(camera, light, shadowView);
-  glDrawArrays(GL_TRIANGLES, 0, count);
+  // Walls and floor last: what stands before them is not computed twice.
+  glDrawArrays(GL_TRIANGLES, flat, count - flat);
+  glDrawArrays(GL_TRIANGLES, 0, flat);
   gl.readBack();
 }
 
