@@ -11,8 +11,7 @@ namespace {
 
 using Polygon = std::vector<glm::vec2>;  ///< clockwise as one sees it: y points down
 
-constexpr float kNearest = 0.05F;    ///< metres before the camera; what is nearer is not in the picture
-constexpr float kLossWeight = 3.0F;  ///< a part of the bed left out is worse than as much of the room taken in
+constexpr float kNearest = 0.05F;  ///< metres before the camera; what is nearer is not in the picture
 
 float cross(glm::vec2 a, glm::vec2 b) { return a.x * b.y - a.y * b.x; }
 float triangle(glm::vec2 a, glm::vec2 b, glm::vec2 c) { return std::abs(cross(b - a, c - a)) / 2; }
@@ -83,7 +82,7 @@ void reduce(Polygon& polygon, glm::vec2 last) {
   std::optional<glm::vec2> corner;
   for (std::size_t i = 0; i < n; ++i) {
     const glm::vec2 a = polygon[i], b = polygon[(i + 1) % n];
-    const float loss = kLossWeight * triangle(polygon[(i + n - 1) % n], a, b);
+    const float loss = triangle(polygon[(i + n - 1) % n], a, b);
     const std::optional<glm::vec2> meet = meetingBeyond(polygon, i, last);
     const float gain = meet ? triangle(a, *meet, b) : loss;
     if (std::min(loss, gain) >= least) continue;

@@ -21,9 +21,9 @@ Area areaOf(const Camera& camera, const std::array<glm::vec3, 4>& places);
 Area mattressArea(const Camera& camera, const Bed& bed);
 
 /// What the picture shows of that outline and of kAirAboveMattress over it, in four corners. A box is seen as up to six
-/// corners, and more where the picture ends: one after the other the side goes whose neighbours, made longer, meet
-/// nearest by (in added area) inside the picture; where none do, or cutting a corner off costs less by far, the corner
-/// goes. Corner 1 is the one nearest to the mattress' corner 1, and so on.
+/// corners, and more where the picture ends; until four are left, whatever changes the outline's area least goes: a
+/// side whose neighbours, made longer, meet inside the picture, or a corner. Corner 1 is the one nearest to the
+/// mattress' corner 1, and so on.
 Area volumeArea(const Camera& camera, const Bed& bed);
 
 }  // namespace simulator
