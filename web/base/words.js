@@ -4,6 +4,7 @@ import { BED } from "./facts.js";
 export const NO_ANSWER = "The camera does not answer.";
 export const NO_PICTURE_YET = "Waiting for the camera's picture.";
 export const ALL_SAVED = "Everything is saved.";
+export const PROPOSE = "Propose from the mattress";
 export const NO_BED_AREA = `No bed area is switched on, so “${BED}” cannot begin.`;
 
 export const onOrOff = (on) => (on ? "on" : "off");

@@ -193,6 +193,20 @@ export function floorProblem(points, widthM, depthM) {
     : "The program cannot calculate with exactly these floor points and metres. Move one point by a pixel or two.";
 }
 
+/** Floor points of the package, in pixels: nobody has placed these. */
+export const PACKAGE_FLOOR = [
+  { x: 479, y: 381 },
+  { x: 665, y: 381 },
+  { x: 679, y: 591 },
+  { x: 385, y: 591 },
+];
+/** Pixels by which a floor point must have been moved to count as placed. */
+const MOVED = 3;
+
+/** Whether somebody has placed the floor points: one at least is not where the package puts it. */
+export const isFloorPlaced = (points) =>
+  points.some(({ x, y }, index) => Math.hypot(x - PACKAGE_FLOOR[index].x, y - PACKAGE_FLOOR[index].y) > MOVED);
+
 const FLATTEST = 4;
 /** Standard errors of the points from which on a lens is doubtful, and impossible. */
 const DOUBTFUL = 2;

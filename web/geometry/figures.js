@@ -1,40 +1,11 @@
 /** What is drawn on a calibrated floor: its grid, stakes, and somebody who stands there. Heights are metres above it. */
-import { columnsOf, floorToPicture, homogeneous, likelyFocalLength, rectangle } from "./calibration.js";
+import { floorToPicture, homogeneous, rectangle } from "./calibration.js";
+import { NEAREST, cameraOver, plus, times, unit, vectorProduct } from "./camera.js";
 
 /**
  * @typedef {import("../program/wire.js").Point} Point
  * @typedef {[Point, Point]} Segment
- * @typedef {{x: number, y: number, z: number}} Vector of the camera: x right, y down, z forward
  */
-
-const plus = (...vectors) => ({
-  x: vectors.reduce((sum, { x }) => sum + x, 0),
-  y: vectors.reduce((sum, { y }) => sum + y, 0),
-  z: vectors.reduce((sum, { z }) => sum + z, 0),
-});
-const times = ({ x, y, z }, factor) => ({ x: x * factor, y: y * factor, z: z * factor });
-const vectorProduct = (a, b) => ({ x: a.y * b.z - a.z * b.y, y: a.z * b.x - a.x * b.z, z: a.x * b.y - a.y * b.x });
-const unit = (vector) => times(vector, 1 / Math.hypot(vector.x, vector.y, vector.z));
-
-/** Nothing nearer than this is drawn, in metres before the camera. */
-const NEAREST = 0.05;
-
-/** The floor as the camera sees it: {place(x, y) -> Vector in metres, up, project(Vector) -> Point or null}. */
-function cameraOver(points, widthM, depthM, size) {
-  const focal = likelyFocalLength(points, widthM, depthM, size);
-  const rays = columnsOf(points, widthM, depthM, size).map(({ x, y, z }) => ({ x: x / focal, y: y / focal, z }));
-  const metre = Math.sqrt(Math.hypot(rays[0].x, rays[0].y, rays[0].z) * Math.hypot(rays[1].x, rays[1].y, rays[1].z));
-  const [across, down, origin] = rays.map((ray) => times(ray, 1 / metre));
-  return {
-    across,
-    up: unit(vectorProduct(down, across)),
-    place: (x, y) => plus(times(across, x), times(down, y), origin),
-    project: ({ x, y, z }) =>
-      z > NEAREST ? { x: (focal * x) / z + size.width / 2, y: (focal * y) / z + size.height / 2 } : null,
-  };
-}
-
-// ---- What is drawn.
 
 const STEP = 0.5;
 const MARGIN = 3;

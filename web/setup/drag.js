@@ -23,6 +23,7 @@ function picked({ tool, scene, size, view }, mapping, spots, at, pointerType) {
   if (figure && distanceToSegment(at, figure.at, figure.head) <= reach) return { spot: figure };
   const holds = (other) => contains(pointsOf(scene.settings, other, size).map(mapping.toView), at);
   if (tool !== FLOOR && spots.length && holds(tool)) return { area: tool };
+  if (tool.group === "mattresses") return {};
   const shown = TOOLS.filter((other) => other !== tool && other !== FLOOR && areaOf(scene.settings, other).on);
   const other = shown.find(holds);
   return other ? { tool: other } : {};

@@ -4,6 +4,7 @@ import { Switch } from "../settings/panels.js";
 import { areaWarning } from "../settings/review.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 import { FloorHelp, FloorMetres, floorTrouble } from "./floor.js";
+import { Volume, bedOf, mattressTrouble } from "./mattress.js";
 import { Stage, pointName, pointWords } from "./stage.js";
 import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, placeFloorInMiddle, stepPoint, switchArea } from "./tools.js";
 
@@ -62,7 +63,7 @@ export function Setup(props) {
         />
         <${Bar} ...${undoing} tool=${tool} subject=${subject} />
       </div>
-      <${List} list=${list} pad=${pad} draft=${draft} onDraft=${props.onDraft} />
+      <${List} list=${list} pad=${pad} draft=${draft} onDraft=${props.onDraft} onSaid=${say} />
       <p class="hidden" role="status">${said}</p>
     </div>
   `;
@@ -133,10 +134,13 @@ function Bar({ undo, redo, canUndo, canRedo, tool, subject }) {
 }
 
 /** Beside the picture. */
-function List({ list, pad, draft, onDraft }) {
+function List({ list, pad, draft, onDraft, onSaid }) {
+  const { tool, onTool, subject } = list;
+  const volume = html`<${Volume} ...${{ draft, tool, onTool, onDraft, onSaid }} size=${subject.size} />`;
   return html`<div class="editor-list">
-    <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad}>
-      Draw the bed a tenth larger than it is. Keep the way between camera and bed free.
+    <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad} below=${volume}>
+      Draw the bed with the air above it, up to the shoulders of somebody who sits up. Keep the way between camera and
+      bed free.
     <//>
     <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
       People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
@@ -178,6 +182,7 @@ function Choose({ tool, chosen, onTool, children }) {
 /** What is wrong with a tool's points as {refused, warned}: texts; the subject is {settings, size, mirrored}. */
 function troubleOf(tool, { settings, size, mirrored }) {
   if (tool === FLOOR) return floorTrouble(settings, size, mirrored);
+  if (tool.group === "mattresses") return mattressTrouble(settings, tool, size);
   const warning = areaWarning(settings, tool.group, tool.index, size);
   return { refused: [], warned: warning ? [warning] : [] };
 }
@@ -203,10 +208,10 @@ function Problems({ tools, subject }) {
   </div>`;
 }
 
-function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad }) {
+function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad, below }) {
   const { settings } = subject;
   const tools = TOOLS.filter((entry) => entry.group === group);
-  const chosen = tools.includes(tool) ? tool : null;
+  const chosen = tools.find((entry) => entry === bedOf(tool)) ?? null;
   return html`<section class="panel editor-group" aria-labelledby=${PLACES[group].id}>
     <h3 id=${PLACES[group].id}>${title}</h3>
     <p class="small">${children}</p>
@@ -214,7 +219,7 @@ function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad })
       ${tools.map(
         (entry) =>
           html`<li key=${entry.id}>
-            <${Choose} tool=${entry} chosen=${entry === tool} onTool=${onTool} />
+            <${Choose} tool=${entry} chosen=${entry === chosen} onTool=${onTool} />
             <label class="switch">
               <input
                 type="checkbox"
@@ -228,8 +233,13 @@ function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad })
           </li>`,
       )}
     </ul>
-    <${Problems} tools=${tools} subject=${subject} />
-    ${chosen && (areaOf(settings, chosen).on ? pad : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)}
+    <${Problems} tools=${chosen && chosen !== tool ? [...tools, tool] : tools} subject=${subject} />
+    ${
+      chosen &&
+      (areaOf(settings, chosen).on
+        ? html`${pad}${below}`
+        : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)
+    }
   </section>`;
 }
 

@@ -4,6 +4,7 @@ import { html, useRef } from "../vendor/preact.js";
 import { REACH, useDrag } from "./drag.js";
 import { FloorDrawing, figureAt, figureStepped, figureWords } from "./floor.js";
 import { Loupe } from "./loupe.js";
+import { Proposal, bedOf } from "./mattress.js";
 import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, pointsOf, stepPoint } from "./tools.js";
 
 /** Arrow keys, as steps to the right and down on the screen. */
@@ -89,6 +90,8 @@ function Board(props) {
   const mapping = mappingOf(view, size, mirrored);
   const spots = spotsOf(props, mapping);
   const dragging = useDrag(group, props, mapping, spots);
+  const marking = tool.group === "mattresses";
+  const shown = marking ? [...TOOLS, tool] : TOOLS;
   return html`
     <g
       ref=${group}
@@ -103,7 +106,8 @@ function Board(props) {
       </defs>
       <rect class="board-ground" width=${view.width} height=${view.height} />
       <svg width=${view.width} height=${view.height} viewBox=${`0 0 ${view.width} ${view.height}`}>
-        ${TOOLS.map((other) => html`<${Outline} key=${other.id} ...${props} tool=${other} chosen=${other === tool} mapping=${mapping} />`)}
+        ${shown.map((other) => html`<${Outline} key=${other.id} ...${props} ...${{ tool: other, chosen: other === tool, named: other === tool || other !== bedOf(tool), mapping }} />`)}
+        ${marking && html`<${Proposal} tool=${tool} scene=${scene} size=${size} mapping=${mapping} unit=${view.unit} />`}
         ${tool === FLOOR && html`<${FloorDrawing} scene=${scene} size=${size} mapping=${mapping} unit=${view.unit} />`}
       </svg>
       ${handlesFor(spots, props)}
@@ -172,8 +176,8 @@ function spotsOf({ tool, scene, size, mirrored, view }, mapping) {
   ];
 }
 
-/** An area's or the floor rectangle's outline; of what is not being edited a faint one with its name. */
-function Outline({ tool, chosen, scene, size, view, mapping }) {
+/** An area's or the floor rectangle's outline; of what is not being edited a faint one. `named`: with its name. */
+function Outline({ tool, chosen, named, scene, size, view, mapping }) {
   const on = tool === FLOOR || areaOf(scene.settings, tool).on;
   if (!on) return null;
   const points = pointsOf(scene.settings, tool, size).map(mapping.toView);
@@ -184,6 +188,7 @@ function Outline({ tool, chosen, scene, size, view, mapping }) {
       <path class="outline-line" d=${pathOf(points)} />
       ${
         tool !== FLOOR &&
+        named &&
         html`<text class="editor-text" transform=${`translate(${middle.x} ${middle.y}) scale(${view.unit})`}>
           ${tool.short}
         </text>`

@@ -1,6 +1,6 @@
 /**
  * What can be edited on the picture and how edits change the settings: areas in whole percent of the analysis picture,
- * floor points in its whole pixels. A scene is {settings, figure}; figure is where the upright figure stands, in metres
+ * mattresses in tenths of one, floor points in its whole pixels. A scene is {settings, figure}; figure is where the upright figure stands, in metres
  * from the red floor point, or null for the rectangle's middle. Scenes are never changed, edits make new ones.
  */
 import { AREA_KINDS, COLOURS, SETTING_NAMES, areaName } from "../base/facts.js";
@@ -13,7 +13,7 @@ import { nearestPercent, steppedPercent } from "../program/wire.js";
  * @property {string} id
  * @property {string} name
  * @property {string} short the name where there is little room
- * @property {"beds" | "exclusions" | "floor"} group
+ * @property {"beds" | "exclusions" | "floor" | "mattresses"} group
  * @property {number} index which one of its group
  */
 
@@ -31,6 +31,18 @@ export const FLOOR = { id: "floor", name: SETTING_NAMES.floor, short: "Floor", g
 
 /** Three bed areas, three exclusion areas, the floor points. @type {Tool[]} */
 export const TOOLS = [...areaTools("beds"), ...areaTools("exclusions"), FLOOR];
+
+/**
+ * The mattress of each bed area: it is marked for a proposal (see mattress.js), and the draft keeps the mark so that undo
+ * brings it back; the program is never told of it. @type {Tool[]}
+ */
+export const MATTRESSES = [1, 2, 3].map((number, index) => ({
+  id: `mattress${number}`,
+  name: `Mattress of bed ${number}`,
+  short: `Mattress ${number}`,
+  group: "mattresses",
+  index,
+}));
 
 /** Names of the floor points, "Red" first. */
 export const FLOOR_NAMES = COLOURS.map(capitalised);
@@ -53,8 +65,22 @@ const replaced = (list, index, value) => list.map((old, at) => (at === index ? v
 export const cornerToPoint = ({ x, y }, size) => ({ x: (x * size.width) / 100, y: (y * size.height) / 100 });
 const pointToCorner = ({ x, y }, size) => ({ x: nearestPercent(x, size.width), y: nearestPercent(y, size.height) });
 
-/** The area of a bed's or an exclusion's tool. */
-export const areaOf = (settings, tool) => settings[tool.group][tool.index];
+/** A mark stays in the page, so it may be finer: its errors grow on the way to the proposal. */
+const isMark = ({ group }) => group === "mattresses";
+const MARK_STEP = 0.2;
+const tenths = (percent) => clamp(Math.round(percent * 10) / 10, 0, 100);
+const markCorner = ({ x, y }, size) => ({ x: tenths((100 * x) / size.width), y: tenths((100 * y) / size.height) });
+
+const NOT_MARKED = [null, null, null];
+/** How high a mattress usually is, and shoulders of who sits up above it, in metres. */
+const USUAL_BED = { height: "0.5", air: "0.4" };
+
+/** A mattress that nobody has marked begins as what is drawn of its bed. */
+const markOf = (settings, { index }) =>
+  settings.mattresses?.[index] ?? { ...USUAL_BED, on: true, corners: settings.beds[index].corners };
+
+/** The area of a bed's or an exclusion's tool; a mattress' mark, which has `height` and `air` as entered as well. */
+export const areaOf = (settings, tool) => (isMark(tool) ? markOf(settings, tool) : settings[tool.group][tool.index]);
 
 /** The four points of a tool in the analysis picture. */
 export function pointsOf(settings, tool, size) {
@@ -62,8 +88,15 @@ export function pointsOf(settings, tool, size) {
   return areaOf(settings, tool).corners.map((corner) => cornerToPoint(corner, size));
 }
 
-function withArea(settings, tool, area) {
-  return { ...settings, [tool.group]: replaced(settings[tool.group], tool.index, area) };
+/** Settings with another area, or mark. */
+export function withArea(settings, tool, area) {
+  return { ...settings, [tool.group]: replaced(settings[tool.group] ?? NOT_MARKED, tool.index, area) };
+}
+
+/** Settings with an area's corners at the points of the analysis picture, or as near as can be stored. */
+export function withPoints(settings, tool, points, size) {
+  const corners = points.map((point) => pointToCorner(point, size));
+  return withArea(settings, tool, { ...areaOf(settings, tool), corners });
 }
 
 /**
@@ -80,18 +113,25 @@ export function movePoint(settings, tool, index, point, size) {
     return { ...settings, floor: replaced(settings.floor, index, moved) };
   }
   const area = areaOf(settings, tool);
-  const corner = pointToCorner(point, size);
+  const corner = (isMark(tool) ? markCorner : pointToCorner)(point, size);
   if (same(corner, area.corners[index])) return settings;
   return withArea(settings, tool, { ...area, corners: replaced(area.corners, index, corner) });
 }
 
-/** Settings with one of the tool's points moved by steps: percent of the picture for areas, pixels for floor points. */
+/**
+ * Settings with one of the tool's points moved by steps: percent of the picture for areas, fifths of one for a mattress,
+ * pixels for floor points.
+ */
 export function stepPoint(settings, tool, index, dx, dy, size) {
   if (tool === FLOOR) {
     const { x, y } = settings.floor[index];
     return movePoint(settings, tool, index, { x: x + dx, y: y + dy }, size);
   }
   const { x, y } = areaOf(settings, tool).corners[index];
+  if (isMark(tool)) {
+    const finer = cornerToPoint({ x: x + MARK_STEP * dx, y: y + MARK_STEP * dy }, size);
+    return movePoint(settings, tool, index, finer, size);
+  }
   const corner = { x: steppedPercent(x, dx, size.width), y: steppedPercent(y, dy, size.height) };
   return movePoint(settings, tool, index, cornerToPoint(corner, size), size);
 }
@@ -110,7 +150,9 @@ export function shiftArea(settings, tool, distance, size) {
   const dy = allowed((distance.y * 100) / size.height, "y");
   if (dx === 0 && dy === 0) return settings;
   // A quarter less decides between two percents that are as near: the lower one is what the other is read back as.
-  const shifted = ({ x, y }) => pointToCorner(cornerToPoint({ x: x + dx - 0.25, y: y + dy - 0.25 }, size), size);
+  const stored = ({ x, y }) => pointToCorner(cornerToPoint({ x: x + dx - 0.25, y: y + dy - 0.25 }, size), size);
+  const finer = ({ x, y }) => ({ x: tenths(x + dx), y: tenths(y + dy) });
+  const shifted = isMark(tool) ? finer : stored;
   return withArea(settings, tool, { ...area, corners: area.corners.map(shifted) });
 }
 

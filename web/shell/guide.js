@@ -1,7 +1,7 @@
 /** The guide for the first visit: a few steps beside the page, which stays usable; skipped and found again. */
 import { BED, FALL, PLACES, VIEW, areaName } from "../base/facts.js";
 import { recall, remember } from "../base/memory.js";
-import { ALL_SAVED, NO_PICTURE_YET } from "../base/words.js";
+import { ALL_SAVED, NO_PICTURE_YET, PROPOSE } from "../base/words.js";
 import { html, useEffect, useRef } from "../vendor/preact.js";
 
 /** True until the guide was finished or skipped in this browser. */
@@ -23,17 +23,6 @@ const STEPS = [
   },
   {
     view: VIEW.setup,
-    title: "Draw the bed",
-    texts: [
-      `Switch on “${areaName("beds", 0)}” and drag its four corners onto the bed in the picture.`,
-      "Draw it about a tenth larger than the bed. People are judged by the middle of their shoulders: whoever has it inside is in bed.",
-      "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area.",
-    ],
-    done: ({ gaps }) => gaps && !leadsTo(gaps, PLACES.beds) && "A bed area is switched on.",
-    open: "No bed area is switched on yet.",
-  },
-  {
-    view: VIEW.setup,
     title: "Place the floor points",
     texts: [
       "Lay out a rectangle on the floor, or take one that is there, such as tiles or a rug, and measure it in metres.",
@@ -42,6 +31,17 @@ const STEPS = [
     ],
     done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, PLACES.floor) && ALL_SAVED,
     open: "The floor is not placed and saved yet.",
+  },
+  {
+    view: VIEW.setup,
+    title: "Draw the bed",
+    texts: [
+      `Switch on “${areaName("beds", 0)}”, press “${PROPOSE}” and drag the four corners onto those of the mattress. Then take the proposal.`,
+      "People are judged by the middle of their shoulders: whoever has it inside the area is in bed. So the proposal covers the mattress and the air above it, where the shoulders are of somebody who sits up.",
+      "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area. Then press Save.",
+    ],
+    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, PLACES.beds) && "A bed area is switched on and saved.",
+    open: "No bed area is switched on and saved yet.",
   },
   {
     view: VIEW.watch,

@@ -4,7 +4,7 @@
  */
 import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, VIEW, areaName } from "../base/facts.js";
 import { NO_BED_AREA, clockTime, durationInWords } from "../base/words.js";
-import { floorPlacementProblem, floorProblem, floorWarning } from "../geometry/calibration.js";
+import { floorPlacementProblem, floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { areaProblem, contains } from "../geometry/plane.js";
 import { decimal } from "../settings/review.js";
 
@@ -15,21 +15,11 @@ const FIRST_ANSWERS_MS = 5000;
 
 const ALARMS = { [FALL]: "Fall detected", [BED]: "Patient out of bed" };
 
-/** Floor points of the package, in pixels: nobody has placed these. */
-export const PACKAGE_FLOOR = [
-  { x: 479, y: 381 },
-  { x: 665, y: 381 },
-  { x: 679, y: 591 },
-  { x: 385, y: 591 },
-];
-
 /** Scores between which people are found, and not everything is taken for one. */
 const SENSIBLE = { min: 0.1, max: 0.9 };
 const MOST_OF_PICTURE = 0.8;
 const MOST_OF_BED = 0.5;
 const HALF = 0.5;
-/** Pixels by which a floor point must have been moved to count as placed. */
-const MOVED = 3;
 /** Sides of a rectangle that somebody measures on a room's floor, in metres. */
 const USUAL_SIDE = { min: 0.5, max: 8 };
 /** How long a restart that ended an event is a reason to look into the room, in milliseconds. */
@@ -140,8 +130,7 @@ function floorGaps({ falls, floor, widthM, depthM }, size) {
   if (!(width > 0 && depth > 0)) return [gap("The floor rectangle's metres must be above 0.", "floor", [FALL])];
   const problem = floorProblem(floor, widthM, depthM) ?? floorPlacementProblem(floor, size);
   if (problem) return [gap(problem, "floor", [FALL])];
-  const isPlaced = ({ x, y }, index) => Math.hypot(x - PACKAGE_FLOOR[index].x, y - PACKAGE_FLOOR[index].y) > MOVED;
-  if (!floor.some(isPlaced)) {
+  if (!isFloorPlaced(floor)) {
     return [gap("The floor points are still where the package puts them: nobody has placed them.", "floor", [FALL])];
   }
   if ([width, depth].some((side) => side < USUAL_SIDE.min || side > USUAL_SIDE.max)) {

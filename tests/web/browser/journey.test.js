@@ -1,10 +1,22 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { ACTIVE, drag, handle, noComplaints, pictureIsLive, save, says, whereabouts } from "../browser.js";
+import {
+  ACTIVE,
+  axeViolations,
+  drag,
+  handle,
+  noComplaints,
+  pictureIsLive,
+  save,
+  says,
+  whereabouts,
+} from "../browser.js";
 import { onTheDemo } from "../demo.js";
 import { points } from "../unit/fixtures.js";
 
-const BED = points([357, 149], [515, 158], [365, 394], [124, 371]);
+const MATTRESS = points([357, 156], [503, 164], [364, 376], [150, 357]);
+/** What covers it and the air above it. */
+const BED = points([343, 89], [552, 99], [365, 394], [81, 293]);
 const FLOOR = { Red: [573, 362], Green: [868, 388], Blue: [898, 580], Yellow: [516, 537] };
 const EVENTS = ["Patient Out of Bed", "Fall Detected"];
 const KEYS = [
@@ -35,18 +47,8 @@ test("an installer with no manual follows the guide on an empty camera and sees 
   await says(guide, "The camera answers.");
   await next();
 
-  await step(/Draw the bed/);
-  await pictureIsLive(page);
-  await page.getByRole("switch", { name: "Bed area 1 in use" }).check();
-  for (const [index, { x, y }] of BED.entries()) {
-    await drag(page, `Bed area 1, corner ${index + 1}`, x / 1280, y / 720);
-    const [across, down] = await whereabouts(page, `Bed area 1, corner ${index + 1}`);
-    assert.ok(Math.abs(across - x / 12.8) <= 1.5 && Math.abs(down - y / 7.2) <= 1.5, `${across}, ${down}`);
-  }
-  await says(guide, "A bed area is switched on.");
-  await next();
-
   await step(/Place the floor points/);
+  await pictureIsLive(page);
   await page.getByRole("button", { name: "Floor points" }).click();
   for (const [colour, [x, y]] of Object.entries(FLOOR)) {
     await drag(page, `${colour} floor point`, x / 1280, y / 720);
@@ -59,7 +61,32 @@ test("an installer with no manual follows the guide on an empty camera and sees 
   await says(guide, "Everything is saved.");
   const stored = await demo.read();
   assert.deepEqual([stored.floor, stored.widthM, stored.depthM], [points(...Object.values(FLOOR)), "1.60", "1.20"]);
-  assert.deepEqual([stored.beds[0].on, stored.outOfBed, stored.falls], [true, true, true]);
+  await next();
+
+  await step(/Draw the bed/);
+  await page.getByRole("switch", { name: "Bed area 1 in use" }).check();
+  await page.getByRole("button", { name: "Propose from the mattress" }).click();
+  const mattress = (index) => `Mattress of bed 1, corner ${index + 1}`;
+  for (const [index, { x, y }] of MATTRESS.entries()) await drag(page, mattress(index), x / 1280, y / 720);
+  await page.getByLabel("Mattress above the floor").fill("nothing");
+  await says(page.getByRole("region", { name: "Bed areas" }), /from 0.1 to 1.5/);
+  assert.ok(await page.getByRole("button", { name: "Take the proposal" }).isDisabled());
+  await page.getByLabel("Mattress above the floor").fill("0.55");
+  assert.deepEqual(await axeViolations(page), []);
+  await page.getByRole("button", { name: "Take the proposal" }).click();
+  await page.getByRole("button", { name: "Propose from the mattress", expanded: false }).waitFor();
+  await page.keyboard.press("Control+z");
+  await says(page, "Undone");
+  await page.keyboard.press("Control+y");
+  await says(page, "Done again");
+  for (const [index, { x, y }] of BED.entries()) {
+    const [across, down] = await whereabouts(page, `Bed area 1, corner ${index + 1}`);
+    assert.ok(Math.abs(across - x / 12.8) <= 2 && Math.abs(down - y / 7.2) <= 2, `${across}, ${down}`);
+  }
+  await save(page);
+  await says(guide, "A bed area is switched on and saved.");
+  const drawn = (await demo.read()).beds[0];
+  assert.deepEqual([drawn.on, stored.outOfBed, stored.falls], [true, true, true]);
   await next();
 
   await step(/Watch an event/);

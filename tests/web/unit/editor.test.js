@@ -1,10 +1,11 @@
 // Editing on the picture: points and areas that move, the figure, steps back, what a pointer takes.
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
-import { floorProblem, floorWarning } from "../../../web/geometry/calibration.js";
+import { PACKAGE_FLOOR, floorProblem, floorWarning } from "../../../web/geometry/calibration.js";
 import { areaProblem, contains, distanceToSegment, nearest } from "../../../web/geometry/plane.js";
 import { createHistory } from "../../../web/settings/history.js";
 import { figureAt, figureMovedTo, figureStepped, figureWords, floorTrouble } from "../../../web/setup/floor.js";
+import { proposalOf, withProposal } from "../../../web/setup/mattress.js";
 import { pointWords } from "../../../web/setup/stage.js";
 import * as tools from "../../../web/setup/tools.js";
 import { LANDSCAPE, PORTRAIT, SETTINGS, area, frozen, points, rectangle } from "./fixtures.js";
@@ -54,6 +55,44 @@ describe("moving points", () => {
     // 16, 46, 51 and 11 would be read back as these.
     assert.deepEqual(shifted(76.8, 0), points([15, 20], [45, 20], [50, 60], [10, 60]));
     assert.equal(shiftArea(settings, BED_1, { x: 3, y: 3 }, LANDSCAPE), settings);
+  });
+});
+
+describe("a mattress", () => {
+  const [MATTRESS] = tools.MATTRESSES;
+  const marked = (from, metres) => tools.withArea(from, MATTRESS, { ...tools.areaOf(from, MATTRESS), ...metres });
+
+  test("begins as the bed's area, is marked more finely, and leads to the area only when the proposal is taken", () => {
+    const moved = movePoint(settings, MATTRESS, 0, { x: 330.5, y: 190.1 }, LANDSCAPE);
+    const corners = [{ x: 25.8, y: 26.4 }, ...settings.beds[0].corners.slice(1)];
+    assert.deepEqual(tools.areaOf(moved, MATTRESS).corners, corners);
+    assert.equal(moved.beds, settings.beds);
+    assert.deepEqual(tools.areaOf(tools.stepPoint(moved, MATTRESS, 0, 1, -1, LANDSCAPE), MATTRESS).corners[0], {
+      x: 26,
+      y: 26.2,
+    });
+    const taken = withProposal(moved, MATTRESS, LANDSCAPE);
+    const { points: proposed } = proposalOf(moved, MATTRESS, LANDSCAPE);
+    proposed.forEach(({ x, y }, index) => {
+      const corner = taken.beds[0].corners[index];
+      assert.ok(Math.abs(corner.x - x / 12.8) <= 1 && Math.abs(corner.y - y / 7.2) <= 1, JSON.stringify(corner));
+    });
+    assert.deepEqual(proposalOf(taken, MATTRESS, LANDSCAPE).points, proposed, "the area taken is not marked again");
+  });
+
+  test("says why there is no proposal", () => {
+    const cases = [
+      [{ ...settings, floor: PACKAGE_FLOOR }, /^Calibrate the floor first: nobody/],
+      [{ ...settings, widthM: "0" }, /^Calibrate the floor first: .*metres/],
+      [{ ...settings, depthM: "9" }, /^Calibrate the floor first: .*wide/],
+      [marked(settings, { height: "high" }), /^Mattress above the floor: a number of metres from 0.1 to 1.5/],
+      [marked(settings, { air: "2" }), /^Air above the mattress: /],
+      [marked(settings, { corners: rectangle(true, 10, 20, 40, 20).corners }), /corners/],
+    ];
+    for (const [from, problem] of cases) {
+      assert.match(proposalOf(from, MATTRESS, LANDSCAPE).problem, problem);
+      assert.equal(withProposal(from, MATTRESS, LANDSCAPE), from);
+    }
   });
 });
 

@@ -3,7 +3,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 import { floorProblem, floorTransform, floorWarning } from "../../../web/geometry/calibration.js";
 import { floorGrid, stakesOf, uprightFigure } from "../../../web/geometry/figures.js";
-import { areaProblem, streamMapping } from "../../../web/geometry/plane.js";
+import { areaProblem, contains, streamMapping } from "../../../web/geometry/plane.js";
+import { mattressProblem, volumeOutline } from "../../../web/geometry/volume.js";
 import { LANDSCAPE, PORTRAIT, SETTINGS, area, points } from "./fixtures.js";
 
 const [WIDTH, DEPTH, DEMO] = [1.6, 1.2, SETTINGS.floor];
@@ -120,6 +121,69 @@ test("what is probably wrong with a floor is said, and only that", () => {
     const expected = metres.pop();
     assert.match(String(floorWarning(floor, ...metres, LANDSCAPE)), expected);
   }
+});
+
+test("a bed's volume from its mattress is the one that the simulator draws of the same bed", () => {
+  const beds = [
+    // floor points, their metres, mattress, the simulator's area
+    [
+      points([545, 500], [849, 515], [885, 681], [504, 657]),
+      [1.3, 0.8],
+      points([232, 364], [326, 265], [726, 278], [730, 383]),
+      points([62, 363], [293, 186], [752, 198], [779, 392]),
+    ],
+    [
+      points([358, 428], [675, 376], [760, 575], [337, 669]),
+      [1.7, 1.3],
+      points([722, 167], [854, 152], [1057, 331], [873, 362]),
+      points([668, 104], [865, 86], [1197, 323], [874, 379]),
+    ],
+  ];
+  for (const [floor, metres, mattress, simulated] of beds) {
+    const outline = (marked, height, air) => volumeOutline(marked, [floor, ...metres], { height, air }, LANDSCAPE);
+    const proposed = outline(mattress, 0.55, 0.4);
+    proposed.forEach((corner, index) => assertNear(corner, simulated[index], 7, `corner ${index + 1}`));
+    const [, second, third, fourth] = mattress;
+    outline([third, second, mattress[0], fourth], 0.55, 0.4).forEach((corner) =>
+      assert.ok(proposed.some((other) => distance(corner, other) < 1e-6)),
+    );
+    const higher = outline(mattress, 0.55, 0.8);
+    assert.ok(Math.min(...higher.map(({ y }) => y)) < Math.min(...proposed.map(({ y }) => y)) - 30);
+  }
+});
+
+test("a bed's volume covers it for known cameras, also where the picture ends", () => {
+  for (const [tilt, across, size] of [
+    [50, -0.8, LANDSCAPE],
+    [35, 0.4, LANDSCAPE],
+    [35, 1.6, LANDSCAPE],
+    [40, -0.9, PORTRAIT],
+    [70, -0.2, LANDSCAPE],
+  ]) {
+    const { project, floor } = knownCamera({ lens: 70, tilt, turn: 20, size });
+    const at = (along, side, up) => project(across + 0.9 * side, -0.6 + 2 * along, up);
+    const mattress = [at(0, 0, 0.5), at(0, 1, 0.5), at(1, 1, 0.5), at(1, 0, 0.5)];
+    const outline = volumeOutline(mattress, [floor, WIDTH, DEPTH], { height: 0.5, air: 0.4 }, size);
+    const inPicture = ({ x, y }) => x >= 0 && y >= 0 && x <= size.width - 1 && y <= size.height - 1;
+    assert.ok(outline.every(inPicture), JSON.stringify(outline));
+    const drawn = { corners: outline.map(({ x, y }) => ({ x: (100 * x) / size.width, y: (100 * y) / size.height })) };
+    assert.equal(areaProblem(drawn, size), null);
+    const tenths = Array.from({ length: 11 }, (_, index) => index / 10);
+    const places = tenths.flatMap((along) => tenths.flatMap((side) => [0.5, 0.9].map((up) => at(along, side, up))));
+    const seen = places.filter(inPicture);
+    const covered = seen.filter((place) => contains(outline, place));
+    assert.ok(covered.length > 0.92 * seen.length, `${tilt} degrees: ${covered.length} of ${seen.length}`);
+    const around = outline.filter((place) => seen.every((other) => distance(place, other) > 200));
+    assert.equal(around.length, 0, `${tilt} degrees: ${JSON.stringify(around)} is far from the bed`);
+  }
+});
+
+test("no bed is proposed for corners that no mattress has", () => {
+  assert.match(mattressProblem(points([100, 100], [300, 100], [200, 150], [200, 400])), /between/);
+  assert.match(mattressProblem(points([100, 100], [300, 101], [500, 99], [300, 97])), /line/);
+  assert.equal(mattressProblem(points([100, 100], [300, 120], [300, 300], [100, 300])), null);
+  const aboveTheHorizon = points([300, -900], [500, -900], [500, 300], [300, 300]);
+  assert.equal(volumeOutline(aboveTheHorizon, [DEMO, WIDTH, DEPTH], { height: 0.5, air: 0.4 }, LANDSCAPE), null);
 });
 
 test("areas that will not work", () => {

@@ -2,7 +2,8 @@
 import assert from "node:assert/strict";
 import { readFile } from "node:fs/promises";
 import { describe, test } from "node:test";
-import { PACKAGE_FLOOR, agedNews, readiness } from "../../../web/watch/readiness.js";
+import { PACKAGE_FLOOR } from "../../../web/geometry/calibration.js";
+import { agedNews, readiness } from "../../../web/watch/readiness.js";
 import { ageWords, sceneNow } from "../../../web/watch/scene.js";
 import { BED, FALL, OFF, LANDSCAPE as SIZE, SETTINGS, rectangle } from "./fixtures.js";
 
