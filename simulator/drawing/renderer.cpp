@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "simulator/drawing/changes.h"
+
 namespace simulator {
 namespace {
 
@@ -193,6 +195,7 @@ struct Renderer::Implementation {
   Picture picture;
   std::vector<float> depth;
   std::vector<std::uint8_t> pixels;
+  Changes changes;
 
   Implementation() = default;
   Implementation(const Implementation&) = delete;
@@ -337,6 +340,8 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
   Implementation& gl = *m_implementation;
   const Mesh& fixed = room.mesh;
   gl.resize(camera.width, camera.height);
+  const Part part = gl.changes.since(camera, light, room, moving);
+  if (part.empty()) return;
   const auto bytes = [](const Mesh& mesh) { return static_cast<GLsizeiptr>(mesh.size() * sizeof(Vertex)); };
   glBufferData(GL_ARRAY_BUFFER, bytes(fixed) + bytes(moving), nullptr, GL_STREAM_DRAW);
   glBufferSubData(GL_ARRAY_BUFFER, 0, bytes(fixed), fixed.data());
@@ -354,11 +359,14 @@ void Renderer::draw(const Camera& camera, const Light& light, const Room& room, 
 
   glBindFramebuffer(GL_FRAMEBUFFER, gl.drawTarget);
   glViewport(0, 0, gl.width, gl.height);
+  glEnable(GL_SCISSOR_TEST);
+  glScissor(part.x, part.y, part.width, part.height);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   gl.useProgram(camera, light, shadowView);
   // Walls and floor last: what stands before them is not computed twice.
   glDrawArrays(GL_TRIANGLES, flat, count - flat);
   glDrawArrays(GL_TRIANGLES, 0, flat);
+  glDisable(GL_SCISSOR_TEST);
   gl.readBack();
 }
 

@@ -39,6 +39,8 @@ struct Camera {
   glm::vec3 project(const glm::vec3& world) const;
   /// Whether that is before the camera and within the picture.
   bool sees(const glm::vec3& world) const;
+
+  friend bool operator==(const Camera&, const Camera&) = default;
 };
 
 struct Light {
@@ -50,6 +52,8 @@ struct Light {
   glm::vec3 torchPlace{0};
   float panes = 1;        ///< how bright the window is; torch and infrared are for less than by day, 1
   bool infrared = false;  ///< no colours; cloth is pale
+
+  friend bool operator==(const Light&, const Light&) = default;
 };
 
 /// A piece of furniture that stands on the floor.

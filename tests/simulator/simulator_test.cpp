@@ -287,6 +287,35 @@ TEST_F(Drawing, PeopleHideWhoIsBehindThemAndNobodyIsSeenOutsideThePicture) {
   for (const TrueKeypoint& keypoint : truth[2]) EXPECT_EQ(keypoint.visibility, Visibility::kOutside) << "behind us";
 }
 
+TEST_F(Drawing, OnlyWhatMovesIsDrawnAgainAndThePictureIsTheSame) {
+  const float x = m_scene.camera.position.x;
+  const auto whole = [&] {  // another size before it: nothing is left of the picture before
+    setSize(640, 360);
+    draw();
+    setSize(1280, 720);
+    draw();
+    return m_renderer.picture().rgb;
+  };
+  setSize(1280, 720);
+  for (const glm::vec3 towards :
+       {glm::vec3(0.2F, -0.3F, 1), glm::vec3(-0.7F, 0.5F, 0.6F), glm::vec3(0.1F, 0.9F, 0.5F)}) {
+    m_scene.light.towards = glm::normalize(towards);
+    whole();
+    for (int step = 0; step < 4; ++step) {
+      // Somebody walks, somebody else comes and goes, and the bedding with the patient moves.
+      m_scene.people.clear();
+      stand({x + 0.3F * static_cast<float>(step), 2.6F});
+      if (step % 2 == 1) stand({x - 0.8F, 0.9F});
+      m_scene.covers[0] = 0.3F * static_cast<float>(step / 2);
+      draw();
+      const std::vector<std::uint8_t> part = m_renderer.picture().rgb;
+      const float hip = m_renderer.depthAt(640, 360);
+      ASSERT_EQ(part, whole()) << step;
+      ASSERT_EQ(hip, m_renderer.depthAt(640, 360));
+    }
+  }
+}
+
 TEST_F(Drawing, InInfraredTheCameraGivesTheLightAndThereIsNoColour) {
   m_scene.camera.roll = 0.2F;
   draw();
