@@ -1,17 +1,32 @@
-// What a run of the pose model costs through the inference service, beside the bare network and beside the usual way
-// into OpenCV's dnn module (blobFromImage makes a planar float picture of the packed bytes).
+// What a run of the pose model costs through the inference service and on its engine, beside the same engine with AVX2
+// only, OpenCV's dnn module, the usual way into that (blobFromImage makes a planar float picture of the packed bytes),
+// and plain loops, which tell what the numbers should be ("difference": the largest, of a largest value of "of").
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <larod.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <opencv2/dnn.hpp>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "benchmarks/plain_network.h"
+#include "platform/workstation/inference/engine/onednn_engine.h"
+#include "platform/workstation/inference/engine/opencv_engine.h"
+#include "platform/workstation/inference/model_sidecar.h"
 #include "pose/mmfile.h"
 
 namespace {
@@ -35,16 +50,131 @@ std::vector<cv::Mat> forward(cv::dnn::Net& network, const cv::Mat& blob, const s
   return outputs;
 }
 
-/// The input is ready as floats; nothing is done with the output.
-void bareNetwork(benchmark::State& state) {
+/// The pose network and a picture for it.
+struct Task {
+  Task() {
+    std::ifstream stream(kModel, std::ios::binary);
+    file.assign(std::istreambuf_iterator<char>(stream), {});
+    for (const auto& scale : workstation::readModelSidecar(kModel, file).adapter.scales) {
+      network.outputs.insert(network.outputs.end(), scale.heads.begin(), scale.heads.end());
+    }
+    network.onnx = {reinterpret_cast<const std::uint8_t*>(file.data()), file.size()};
+    network.height = kHeight;
+    network.packed_width = kWidth * 3;
+  }
+  std::string file;
+  workstation::NetworkTask network;
+  cv::Mat picture = noise(kHeight, kWidth, CV_8UC3);
+};
+
+const Task& task() {
+  static const Task the_task;
+  return the_task;
+}
+
+using MakeEngine = std::unique_ptr<workstation::Engine> (*)(const workstation::NetworkTask&);
+
+/// Bytes in memory to maps in memory; one thread, or as VELMOR_THREADS says.
+void engine(benchmark::State& state, MakeEngine make) {
+  const auto made = make(task().network);
+  while (state.KeepRunning()) benchmark::DoNotOptimize(made->run(task().picture.data));
+}
+BENCHMARK_CAPTURE(engine, oneDnn, workstation::makeOneDnnEngine)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(engine, openCv, workstation::makeOpenCvEngine)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+double processorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// The engine in a process of its own, since oneDNN asks once which instructions it may use.
+class CappedEngine {
+ public:
+  explicit CappedEngine(const char* instructions) {
+    if (pipe(m_ask.data()) != 0 || pipe(m_answer.data()) != 0) throw std::runtime_error("no pipe");
+    m_child = fork();
+    if (m_child == 0) serve(instructions);
+  }
+  ~CappedEngine() {
+    for (const int end : {m_ask[0], m_ask[1], m_answer[0], m_answer[1]}) close(end);
+    kill(m_child, SIGTERM);
+    waitpid(m_child, nullptr, 0);
+  }
+  CappedEngine(const CappedEngine&) = delete;
+  CappedEngine& operator=(const CappedEngine&) = delete;
+
+  /// Seconds of processor time of one run.
+  double run() {
+    char asked = 0;
+    double seconds = 0;
+    if (write(m_ask[1], &asked, 1) != 1 || read(m_answer[0], &seconds, sizeof seconds) != sizeof seconds) {
+      throw std::runtime_error("the capped engine has ended");
+    }
+    return seconds;
+  }
+
+ private:
+  [[noreturn]] void serve(const char* instructions) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    close(m_answer[0]);
+    setenv("ONEDNN_MAX_CPU_ISA", instructions, 1);
+    try {
+      const auto made = workstation::makeOneDnnEngine(task().network);
+      for (char asked = 0; read(m_ask[0], &asked, 1) == 1;) {
+        const double begin = processorSeconds();
+        benchmark::DoNotOptimize(made->run(task().picture.data));
+        const double seconds = processorSeconds() - begin;
+        if (write(m_answer[1], &seconds, sizeof seconds) != sizeof seconds) break;
+      }
+    } catch (const std::exception&) {
+      _exit(1);
+    }
+    _exit(0);
+  }
+
+  std::array<int, 2> m_ask{}, m_answer{};
+  pid_t m_child = -1;
+};
+
+/// Forked before anything here has used oneDNN.
+CappedEngine avx2("AVX2");
+
+void oneDnnWithAvx2Only(benchmark::State& state) {
+  avx2.run();
+  while (state.KeepRunning()) state.SetIterationTime(avx2.run());
+}
+BENCHMARK(oneDnnWithAvx2Only)->Unit(benchmark::kMillisecond)->UseManualTime();
+
+/// Seconds a run: once is enough.
+void plainLoops(benchmark::State& state) {
+  std::vector<std::vector<float>> maps;
+  while (state.KeepRunning()) maps = runPlainly(task().network, task().picture.data);
+  const auto made = workstation::makeOneDnnEngine(task().network)->run(task().picture.data);
+  float difference = 0;
+  float largest = 0;
+  for (std::size_t output = 0; output < maps.size(); ++output) {
+    for (std::size_t i = 0; i < maps[output].size(); ++i) {
+      difference = std::max(difference, std::abs(made[output].values[i] - maps[output][i]));
+      largest = std::max(largest, std::abs(maps[output][i]));
+    }
+  }
+  state.counters["difference"] = static_cast<double>(difference);
+  state.counters["of"] = static_cast<double>(largest);
+}
+BENCHMARK(plainLoops)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+/// OpenCV as it comes, on all cores; its input is ready as floats, and nothing is done with its output.
+void openCvOnAllCores(benchmark::State& state) {
   cv::dnn::Net network = cv::dnn::readNetFromONNX(kModel);
   const std::array<int, 4> shape = {1, 1, kHeight, kWidth * 3};
   cv::Mat blob(static_cast<int>(shape.size()), shape.data(), CV_32F);
   noise(kHeight, kWidth * 3, CV_32F).reshape(1, 4, shape.data()).copyTo(blob);
   const std::vector<std::string> names = network.getUnconnectedOutLayersNames();
+  cv::setNumThreads(-1);
   while (state.KeepRunning()) benchmark::DoNotOptimize(forward(network, blob, names));
 }
-BENCHMARK(bareNetwork)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(openCvOnAllCores)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 /// Only the step that a planar input would need before the network.
 void blobFromPackedPicture(benchmark::State& state) {

@@ -38,7 +38,7 @@ constexpr const char* kUsage =
                               first. Without a folder: the suite of stories (simulator/suite), which takes long
   --set KEY=VALUE ...         these parameters as well, for comparison; several groups, each with a --set of its own
   --settings WORD             NAME.WORD.settings.json as well, for comparison; may be given several times
-  --jobs N                    so many runs at once; half the number of cores unless given
+  --jobs N                    so many runs at once; the number of cores unless given
   --report FILE               the report, a page for a browser; evaluation.html unless given
   --json FILE                 the same as one JSON object
   --into FILE                 puts the sums and differences between the marks of a page in Markdown (docs/accuracy.md)
@@ -64,7 +64,7 @@ CommandLine parse(const std::vector<std::string>& arguments) {
   CommandLine line;
   std::optional<std::string> folder;
   const std::vector<std::string> words = workstation::takeSets(arguments, line.request.sets);
-  line.request.jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency() / 2));
+  line.request.jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   for (auto word = words.begin(); word != words.end(); ++word) {
     const auto value = [&] {
       const std::string option = *word;

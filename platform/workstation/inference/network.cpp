@@ -75,11 +75,10 @@ Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, Mo
 
 void Network::start(const std::string& file, std::span<const std::uint8_t> onnx) {
   const auto& shape = m_sidecar.input.shape;
+  const std::vector<std::uint8_t> black(m_sidecar.input.bytes());
   try {
-    ChosenEngine chosen =
-        chooseEngine(file, {onnx, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]), m_layers});
-    m_engine = std::move(chosen.engine);
-    m_results = std::move(chosen.trial);
+    m_engine = chooseEngine(file, {onnx, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]), m_layers});
+    m_results = m_engine->run(black.data());
   } catch (const UnusableNetwork& exception) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": " + exception.what());
   } catch (const std::exception&) {
@@ -105,7 +104,7 @@ void Network::check(const std::string& file, size_t output) const {
   }
   if (!areFinite(result)) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL,
-                       file + ": output \"" + layout.layer + "\" is not finite on the first picture");
+                       file + ": output \"" + layout.layer + "\" is not finite on a black picture");
   }
 }
 
@@ -121,7 +120,7 @@ void Network::checkHeads(const std::string& file, size_t scale) const {
       throw ServiceError(LAROD_ERROR_LOAD_MODEL, output + "a head that the adapter reads");
     }
     if (!areFinite(result)) {
-      throw ServiceError(LAROD_ERROR_LOAD_MODEL, output + "finite on the first picture");
+      throw ServiceError(LAROD_ERROR_LOAD_MODEL, output + "finite on a black picture");
     }
   }
   const float cell = m_sidecar.adapter.scales[scale].cell;

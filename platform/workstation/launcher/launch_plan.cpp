@@ -238,6 +238,10 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
     environment["VELMOR_RETRACE"] = fullPath(*request.source).string();
     environment["VELMOR_SET"] = json(groupOf(request)).dump(-1, ' ', false, json::error_handler_t::replace);
   }
+  if (request.threads) {
+    environment["VELMOR_THREADS"] = *request.threads;
+    environment["OMP_WAIT_POLICY"] = "passive";  // threads that wait for the next layer sleep
+  }
   if (request.truth) {
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
   }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/inference/engine/threads.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 
 namespace workstation {
@@ -40,6 +41,10 @@ void checkCombination(const LaunchRequest& request) {
   if (request.reset && *request.reset != "floor") {
     throw UsageError("--reset can only put back: floor");
   }
+  if (request.threads && !threadsFrom(*request.threads)) {
+    throw UsageError("--threads needs a whole number from 1 to " + std::to_string(kMostThreads) + ", not \"" +
+                     shown(*request.threads) + "\"");
+  }
   if (request.event && !isNumber(*request.event)) {
     throw UsageError("--event needs the number of an event, not \"" + *request.event + "\"");
   }
@@ -55,17 +60,12 @@ struct Target {
   unsigned modes = kLive | kReplay;
 };
 constexpr std::array kTargets{
-    Target{"--source", &LaunchRequest::source, kLive},
-    Target{"--settings", &LaunchRequest::settings},
-    Target{"--truth", &LaunchRequest::truth},
-    Target{"--state", &LaunchRequest::state},
-    Target{"--trace", &LaunchRequest::trace},
-    Target{"--reset", &LaunchRequest::reset, kLive},
-    Target{"--listen", &LaunchRequest::listen, kLive},
-    Target{"--user", &LaunchRequest::user, kLive},
-    Target{"--password-file", &LaunchRequest::password_file, kLive},
-    Target{"--at", &LaunchRequest::at, kExplain},
-    Target{"--event", &LaunchRequest::event, kExplain},
+    Target{"--source", &LaunchRequest::source, kLive}, Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},          Target{"--state", &LaunchRequest::state},
+    Target{"--trace", &LaunchRequest::trace},          Target{"--threads", &LaunchRequest::threads},
+    Target{"--reset", &LaunchRequest::reset, kLive},   Target{"--listen", &LaunchRequest::listen, kLive},
+    Target{"--user", &LaunchRequest::user, kLive},     Target{"--password-file", &LaunchRequest::password_file, kLive},
+    Target{"--at", &LaunchRequest::at, kExplain},      Target{"--event", &LaunchRequest::event, kExplain},
 };
 
 gboolean refuse(GError** error, const std::string& why) {
@@ -230,6 +230,8 @@ const char* usage() {
                             own, are compared: the alarms that each gains and loses
   --trace OUT.jsonl         replay: writes down what is decided and why (docs/trace.md); it holds no pictures
   --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
+  --threads N               each network runs on so many threads instead of one: sooner where nothing else runs, and for
+                            more processor time in all
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made

@@ -36,6 +36,7 @@ struct LaunchRequest {
   std::optional<std::string> explained;  ///< a trace that is explained, instead of a run
   std::optional<std::string> at;         ///< of it: a time
   std::optional<std::string> event;      ///< of it: an event's number
+  std::optional<std::string> threads;    ///< of a network's run, a whole number
   std::optional<std::string> reset;      ///< "floor": stored settings that are put back, instead of a run
 };
 

@@ -65,6 +65,9 @@ TEST(CommandLine, RefusesWhatItCannotObey) {
                            "--reset beds",
                            "--settings s",
                            "--loop",
+                           "--threads 0",
+                           "--threads 65",
+                           "replay a --threads 2x",
                            "--set A=1",
                            "replay a --set",
                            "replay a --set A",
@@ -430,8 +433,9 @@ TEST_F(Launch, ASetCountsOverAVideosSettingsAndALiveTraceIsADirectory) {
   m_request = parseCommandLine(words("replay demo --set Sensitivity=0.7"));
   EXPECT_EQ(loadCameraDescription(prepare().environment.at("VELMOR_CAMERA")).parameters.at("Sensitivity"), "0.7");
   const std::string state = " --state " + (m_tree / "state").string();
-  m_request = parseCommandLine(words("--trace " + (m_tree / "new").string() + state));
+  m_request = parseCommandLine(words("--threads 3 --trace " + (m_tree / "new").string() + state));
   const auto environment = prepare().environment;
+  EXPECT_EQ(environment.at("VELMOR_THREADS") + environment.at("OMP_WAIT_POLICY"), "3passive");
   EXPECT_EQ(environment.at("VELMOR_TRACE_DIR"), m_tree / "new");
   EXPECT_FALSE(environment.contains("VELMOR_TRACE"));
   m_request = parseCommandLine(words("--trace " + demo() + state));

@@ -9,14 +9,14 @@
 
 namespace workstation {
 
-struct ChosenEngine {
-  std::unique_ptr<Engine> engine;
-  std::vector<Maps> trial;  ///< what it makes of the trial picture, until it runs again
-};
+/// Throws Unsupported, naming the output, unless two engines made the same of a picture: the same shapes, values that
+/// differ by a thousandth of the output's largest at most, and what is not finite at the same places.
+void checkAgreement(const std::vector<std::string>& outputs, const std::vector<Maps>& ours,
+                    const std::vector<Maps>& theirs);
 
 /// Runs the network once on each engine, on a picture with something everywhere. When they do not agree, or oneDNN does
-/// not know a layer, it is OpenCV, and a line in the system log says why; `name` is the network's there. Throws what
-/// OpenCV does: UnusableNetwork, or std::exception when it cannot run.
-ChosenEngine chooseEngine(const std::string& name, const NetworkTask& task);
+/// not know a layer or is slow on this processor, it is OpenCV, and a notice says why; `name` is the network's there.
+/// Throws what OpenCV does: UnusableNetwork, or std::exception when it cannot run.
+std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& task);
 
 }  // namespace workstation

@@ -104,7 +104,7 @@ template <typename Number>
 std::vector<Number> numbersOf(Bytes raw) {
   if (raw.size() % sizeof(Number) != 0) refuse("its file is not whole");
   std::vector<Number> numbers(raw.size() / sizeof(Number));
-  std::copy(raw.begin(), raw.end(), reinterpret_cast<std::uint8_t*>(numbers.data()));
+  if (!raw.empty()) std::memcpy(numbers.data(), raw.data(), raw.size());
   return numbers;
 }
 

@@ -4,26 +4,22 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <string_view>
 
 namespace workstation {
-namespace {
 
-constexpr int kMostThreads = 64;
-
-int readThreads() {
-  const char* text = std::getenv("VELMOR_THREADS");
-  const std::string_view number = text == nullptr ? "" : text;
+std::optional<int> threadsFrom(std::string_view text) {
   int threads = 0;
-  const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), threads);
-  const bool is_good = error == std::errc() && end == number.data() + number.size() && threads >= 1;
-  return is_good && threads <= kMostThreads ? threads : 1;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, threads);
+  const bool is_good = error == std::errc() && stop == end && threads >= 1 && threads <= kMostThreads;
+  return is_good ? std::optional(threads) : std::nullopt;
 }
 
-}  // namespace
-
 int threadsOfRun() {
-  static const int threads = readThreads();
+  static const int threads = [] {
+    const char* text = std::getenv("VELMOR_THREADS");
+    return threadsFrom(text == nullptr ? "" : text).value_or(1);
+  }();
   return threads;
 }
 

@@ -1,9 +1,17 @@
 // How many threads one run of a network takes.
 #pragma once
 
+#include <optional>
+#include <string_view>
+
 namespace workstation {
 
-/// As the environment's VELMOR_THREADS says, 1 to 64; else 1: two threads on one run wait for each other for a quarter
+inline constexpr int kMostThreads = 64;
+
+/// A whole number from 1 to kMostThreads, or nothing.
+std::optional<int> threadsFrom(std::string_view text);
+
+/// As the environment's VELMOR_THREADS says; else 1: two threads on one run wait for each other for a quarter
 /// of their time, and beside other work for most of it.
 int threadsOfRun();
 
