@@ -59,6 +59,7 @@ int main() {
   g_ThreadID = ticker_clock::addTicker(static_cast<guint>(g_main_loop_time), thread_function, nullptr);
   g_main_loop_run(gp_Loop);
   ax_http_handler_free(handler);
+  endTrace();
   closelog();
   return 0;
 }

@@ -160,6 +160,17 @@ void TracedPoses::readCycle(const json& line, TracedCycle& cycle) {
   for (const json& run : listOf(line, "runs", "")) cycle.runs.push_back(runFrom(run));
 }
 
+/// Numbers count the cycles of a run from 1; a trace that somebody wrote may have none.
+void TracedPoses::noteGap(const json& line) {
+  const json number = line.value("number", json());
+  if (!number.is_number_unsigned()) return;
+  const std::int64_t last = std::exchange(m_last_cycle, number.get<std::int64_t>());
+  if (!m_gap.empty() || m_last_cycle == last + 1) return;
+  m_gap = m_path + " line " + std::to_string(m_number) + ": cycle " + number.dump() + " follows " +
+          (last == 0 ? "none" : "cycle " + std::to_string(last)) +
+          ": from there on events may differ from what was told then";
+}
+
 bool TracedPoses::next(TracedCycle& cycle) {
   std::optional<Settings> settings;
   for (json line; readObject(line);) {
@@ -170,6 +181,7 @@ bool TracedPoses::next(TracedCycle& cycle) {
       if (kind != "cycle") continue;
       const bool is_first = m_last_ns < 0;
       readCycle(line, cycle);
+      noteGap(line);
       cycle.settings = is_first ? std::nullopt : std::move(settings);
       return true;
     } catch (const std::runtime_error& error) {

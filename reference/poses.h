@@ -49,10 +49,14 @@ class TracedPoses {
   /// are not told.
   bool next(TracedCycle& cycle);
 
+  /// Where first the trace holds less than its run did, "FILE line N: ..."; empty as long as it holds all.
+  [[nodiscard]] const std::string& gap() const { return m_gap; }
+
  private:
   bool readObject(nlohmann::json& object);
   void readHeader(const nlohmann::json& header);
   void readCycle(const nlohmann::json& line, TracedCycle& cycle);
+  void noteGap(const nlohmann::json& line);
   [[noreturn]] void fail(const std::string& why) const;
 
   std::string m_path;
@@ -62,4 +66,6 @@ class TracedPoses {
   std::chrono::nanoseconds m_period{0};
   TimeStamp m_time;  ///< of the last cycle
   std::int64_t m_last_ns = -1;
+  std::int64_t m_last_cycle = 0;  ///< its number
+  std::string m_gap;
 };

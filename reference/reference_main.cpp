@@ -92,6 +92,7 @@ int main() {
   } catch (const std::exception& e) {
     return fail(e.what());
   }
+  endTrace();
   closelog();
   return 0;
 }

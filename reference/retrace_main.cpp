@@ -125,9 +125,13 @@ int main() {
       if (cycle.settings) applySettings(*cycle.settings, set_instead);
       analyse(cycle);
     }
+    // The launcher has read the trace before, and has told it.
+    const bool is_started_by_hand = std::getenv("VELMOR_STARTED_FD") == nullptr;
+    if (is_started_by_hand && !trace.gap().empty()) std::fprintf(stderr, "%s\n", trace.gap().c_str());
   } catch (const std::exception& error) {
     return fail(error.what());
   }
+  endTrace();
   closelog();
   return 0;
 }

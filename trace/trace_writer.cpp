@@ -250,7 +250,8 @@ void TraceWriter::personTracked(int id, std::size_t index, float distance) {
   guarded([&] {
     leaveOverlapping();
     m_tracked[id] = numberAt(index);
-    m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"distance", numberOf(distance)}});
+    m_cycle["tracks"].push_back(
+        {{"id", id}, {"n", numberAt(index)}, {"distance", numberOf(distance)}, {"age", ++m_ages[id]}});
   });
 }
 
@@ -258,16 +259,20 @@ void TraceWriter::personAppeared(int id, std::size_t index) {
   guarded([&] {
     leaveOverlapping();
     m_tracked[id] = numberAt(index);
-    m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"new", true}});
+    m_ages[id] = 1;
+    m_cycle["tracks"].push_back({{"id", id}, {"n", numberAt(index)}, {"new", true}, {"age", 1}});
   });
 }
 
 void TraceWriter::personMissing(int id, int cycles) {
-  guarded([&] { m_cycle["tracks"].push_back({{"id", id}, {"missing", cycles}}); });
+  guarded([&] { m_cycle["tracks"].push_back({{"id", id}, {"missing", cycles}, {"age", ++m_ages[id]}}); });
 }
 
 void TraceWriter::personForgotten(int id) {
-  guarded([&] { m_cycle["forgotten"].push_back(id); });
+  guarded([&] {
+    m_cycle["forgotten"].push_back(id);
+    m_ages.erase(id);
+  });
 }
 
 void TraceWriter::personJudged(const std::deque<one_find>& findings, std::size_t depth) {
@@ -342,9 +347,28 @@ void TraceWriter::write(const Json& line) {
   m_sink.take(line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
+void TraceWriter::runEnded() {
+  guarded([&] {
+    writeHeader();
+    write({{"kind", "end"}, {"ns", nanoseconds(ticker_clock::now())}, {"cycles", m_cycles}});
+    m_has_ended = true;
+  });
+}
+
+namespace {
+
+TraceWriter* the_writer = nullptr;
+
+}  // namespace
+
 void startTrace() {
   TraceSink* sink = openTraceSink();
   if (sink == nullptr) return;
   static TraceWriter writer(*sink);
+  the_writer = &writer;
   g_observer = &writer;
+}
+
+void endTrace() {
+  if (the_writer != nullptr) the_writer->runEnded();
 }

@@ -20,6 +20,9 @@ class TraceWriter : public AnalysisObserver {
   /// The sink outlives the writer.
   explicit TraceWriter(TraceSink& sink) : m_sink(sink) {}
 
+  /// The last line, which a run that is killed has not. What comes afterwards is not written.
+  void runEnded();
+
   void cycleBegan() override;
   void cycleEnded(bool completed) override;
   void posesDecoded(int rotation, int width, int height, const std::vector<Skeleton>& poses, std::size_t counted,
@@ -64,6 +67,7 @@ class TraceWriter : public AnalysisObserver {
   TimeStamp m_begin;
   std::map<std::string, std::string> m_settings;  ///< as written last
   std::map<std::string, bool> m_active;           ///< events, after the last cycle
+  std::map<int, int> m_ages;                      ///< of those who are tracked: cycles
   bool m_has_header = false;
   bool m_has_ended = false;
 
@@ -80,3 +84,6 @@ class TraceWriter : public AnalysisObserver {
 
 /// From here on the analysis is traced, if the platform wants a trace. Once, when the program has read its settings.
 void startTrace();
+
+/// The run ends in order, and so does its trace.
+void endTrace();

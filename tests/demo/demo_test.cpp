@@ -21,6 +21,7 @@
 #include "platform/scripted/stage/rtsp_camera.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/http_client.h"
+#include "tests/reference/traced_cycles.h"
 
 namespace {
 
@@ -80,17 +81,6 @@ TEST(Demo, TrueKeypointsLeadToTheGoldenEvents) {
 }
 
 /// The second replay takes the files one by one, as a user's own recording.
-/// A trace's cycles without what only the program itself has.
-std::vector<nlohmann::json> decidedIn(const fs::path& trace) {
-  std::vector<nlohmann::json> cycles;
-  for (nlohmann::json line : objectsOf(contents(trace))) {
-    if (line["kind"] != "cycle") continue;
-    line.erase("status");
-    cycles.push_back(std::move(line));
-  }
-  return cycles;
-}
-
 TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
   const std::string trace = testing::TempDir() + "demo-" + std::to_string(getpid()) + ".trace.jsonl";
   const Outcome outcome = run("replay demo --json --trace '" + trace + "'");
@@ -109,7 +99,7 @@ TEST(Demo, NetworksLeadToTheSameEventsEachWithinThreePicturesAndRepeatably) {
 
   const Outcome again = run("replay '" + trace + "' --json --trace '" + trace + ".again'");
   EXPECT_EQ(again.output, outcome.output) << again.errors;
-  EXPECT_EQ(decidedIn(trace + ".again"), decidedIn(trace)) << "what the networks' steps told is what a trace tells";
+  EXPECT_EQ(cyclesOf(trace + ".again"), cyclesOf(trace)) << "what the networks' steps told is what a trace tells";
   const Outcome why = run("explain '" + trace + "'");
   for (const auto& change : seen) {
     EXPECT_NE(why.output.find(change["event"].get<std::string>()), std::string::npos) << why.output;

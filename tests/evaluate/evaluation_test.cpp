@@ -189,7 +189,7 @@ TEST_F(Evaluating, TriesOtherSettingsOnTheTrace) {
   ASSERT_EQ(columns[2]["differences"].size(), 2U);
   EXPECT_EQ(columns[2]["differences"][0]["kind"], "later");
   EXPECT_EQ(columns[2]["differences"][0]["because"],
-            "Bed 1 has been empty for 22 cycles (10.5 s), and more than 10 raise the event; nobody is tracked.");
+            "Bed 1 has been empty for 11 s, and more than 5 s raise the event; nobody is tracked.");
   EXPECT_EQ(columns[2]["differences"][1]["kind"], "gap");
   evaluateFolder(request);
   EXPECT_EQ(calls(), 1U) << "only the rules are asked again";
@@ -314,7 +314,7 @@ TEST_F(Evaluating, TellsTheDemo) {
   const std::string table = tableOf(evaluation);
   EXPECT_NE(table.find("1 of 1       0      0    0.0     0         0  4.5 s  4.5 s"), std::string::npos) << table;
   EXPECT_NE(table.find("networks: Fall Detected without a cause, from 0:41.0 to 1:01.5, with true people as well. "
-                       "Person 0 has lain still on the floor for 6 findings"),
+                       "Person 0 has lain still on the floor for 3 s"),
             std::string::npos)
       << table;
   const std::string page = reportOf(evaluation, "<folder>");

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/platform/state_folder.h"
+#include "tests/reference/traced_cycles.h"
 
 namespace {
 
@@ -95,15 +95,7 @@ class Retrace : public testing::Test {
     return folder.read("events");
   }
   /// The cycles of the trace that the last run wrote.
-  std::vector<json> cycles() const {
-    std::vector<json> result;
-    std::istringstream lines(folder.read("again.jsonl"));
-    for (std::string line; std::getline(lines, line);) {
-      json object = json::parse(line);
-      if (object["kind"] == "cycle") result.push_back(std::move(object));
-    }
-    return result;
-  }
+  std::vector<json> cycles() const { return cyclesOf(folder / "again.jsonl"); }
 
   inline static const json kParameters = {
       {"Sensitivity", "0.38"},          {"MaxDisappeared", "2"}, {"Detection1Active", "true"},
@@ -229,10 +221,28 @@ TEST_F(Retrace, TellsWhatDecidedAboutAPerson) {
   EXPECT_EQ(told[40]["fallen"], 0);
   EXPECT_EQ(told[40]["out_of_bed"], (json{{"cycles", 30}, {"limit", 10}}));
 
-  EXPECT_EQ(told[42]["tracks"], (json{{{"id", 0}, {"missing", 2}}}));
+  EXPECT_EQ(told[0]["tracks"][0]["age"], 1);
+  EXPECT_EQ(told[40]["tracks"][0]["age"], 41);
+  EXPECT_EQ(told[42]["tracks"], (json{{{"id", 0}, {"missing", 2}, {"age", 43}}}));
   EXPECT_FALSE(told[42]["people"][0].contains("n")) << "who is missing stays where he was last seen";
   EXPECT_EQ(told[43]["forgotten"], (json{0}));
   EXPECT_TRUE(told[43]["people"].empty());
+  EXPECT_TRUE(folder.read("again.jsonl").ends_with("\n{\"kind\":\"end\",\"ns\":22000000000,\"cycles\":44}\n"));
+}
+
+TEST_F(Retrace, ByHandItSaysWhereCyclesAreMissingAndATraceThatBreaksOffHasNoEndLine) {
+  for (const int cycle : {1, 2, 5, 9}) {
+    json line = cycleOf({}, cycle);
+    line["number"] = cycle;
+    add(line);
+  }
+  EXPECT_EQ(run(), 0);
+  EXPECT_EQ(folder.read("errors"),
+            (folder / "trace.jsonl").string() +
+                " line 5: cycle 5 follows cycle 2: from there on events may differ from what was told then\n");
+  trace += "{";
+  EXPECT_EQ(run(), 2);
+  EXPECT_EQ(folder.read("again.jsonl").find("\"end\""), std::string::npos);
 }
 
 TEST_F(Retrace, AFailedCycleDecidesNothingAndNoPictureConfirmsEverybody) {

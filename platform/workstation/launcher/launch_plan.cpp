@@ -200,8 +200,10 @@ void checkTracePlace(const LaunchRequest& request, const CameraDescription& came
   if (!request.replay && fs::exists(place) && !is_directory) {
     throw UsageError(*request.trace + ": is no directory; --trace of a live run needs one");
   }
-  const fs::path folder = (place.has_filename() ? place : place.parent_path()).parent_path();
-  if (!fs::is_directory(folder)) throw UsageError(folder.string() + ": there is no such folder for the trace");
+  const fs::path folder = place.parent_path();
+  if (request.replay && !fs::is_directory(folder)) {
+    throw UsageError(folder.string() + ": there is no such folder for the trace");
+  }
   for (const auto& input : {request.source, std::optional(camera.source), request.settings, request.truth}) {
     std::error_code ignored;
     if (input && fs::equivalent(place, *input, ignored)) {

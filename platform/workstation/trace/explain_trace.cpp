@@ -8,6 +8,7 @@
 #include <ctime>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <stdexcept>
 #include <utility>
@@ -165,6 +166,22 @@ std::vector<Stretch> bedStretches(int area, const std::deque<TraceMoment>& momen
   return stretches;
 }
 
+/// "; tracked for 13 s (26 cycles)"
+std::string ageText(const TracePerson& person, const Scene& scene) {
+  const auto& tracks = scene.now.tracks;
+  const auto track =
+      std::find_if(tracks.begin(), tracks.end(), [&](const TraceTrack& one) { return one.id == person.id; });
+  if (track == tracks.end() || track->age == 0) return "";
+  return "; tracked for " + secondsOf(track->age, scene) + " (" + amountOf(track->age, "cycle") + ")";
+}
+
+std::string areMissing(std::int64_t count, const char* what) {
+  return amountOf(count, what) + (count == 1 ? " is" : " are") + " missing";
+}
+
+constexpr const char* kEndsWithout = "ends without its end line: ";
+constexpr const char* kWhyNoEnd = "the program was killed or the disk was full";
+
 class Explainer {
  public:
   explicit Explainer(const ExplainRequest& request) : m_request(request) {
@@ -179,6 +196,7 @@ class Explainer {
       read(m_request.trace);
     }
     for (const TraceChange& change : m_story.rest()) note(change);
+    if (m_cycles > 0) tellMissing("on");
     if (m_cycles == 0) {
       throw std::runtime_error(m_first_mistake.value_or(
           m_request.trace + ": holds no cycle; allowed is a trace of a run that has seen pictures"));
@@ -199,7 +217,7 @@ class Explainer {
     const std::uint64_t cycles = m_cycles;
     try {
       read(file);
-      if (m_cycles == cycles) m_notes += file.string() + ": holds no cycle\n";
+      if (m_cycles == cycles && !m_has_end) m_notes += file.string() + ": holds no cycle\n";
     } catch (const TraceMistake& mistake) {
       if (!m_first_mistake) m_first_mistake = mistake.what();
       m_notes.append(mistake.what()).append("; the rest of this file is left out\n");
@@ -217,13 +235,15 @@ class Explainer {
     while (auto line = reader.next()) {
       if (const auto* header = std::get_if<TraceHeader>(&*line)) checkHeader(*header);
       if (const auto* missing = std::get_if<TraceMissing>(&*line)) m_missing_lines += missing->lines;
+      m_has_end = m_has_end || std::holds_alternative<TraceEnd>(*line);
       const bool is_cycle = std::holds_alternative<TraceCycle>(*line);
       if (const auto* settings = std::get_if<TraceSettings>(&*line)) compareSettings(*settings);
       const std::vector<TraceChange> changes = m_story.take(*std::move(line));
       if (is_cycle) takeCycle(m_story.moment());
       for (const TraceChange& change : changes) note(change);
     }
-    if (reader.isCutOff()) {
+    m_is_cut_off = reader.isCutOff();
+    if (m_is_cut_off) {
       m_notes +=
           file.string() + ": the last line is cut off, as in a run that was killed; what comes before it counts\n";
     }
@@ -233,6 +253,9 @@ class Explainer {
     if (m_cycles++ == 0) m_first_ns = moment.now->ns;
     if (m_asked) lookFor(moment);
     countPace(*moment.now);
+    tellMissing("to " + timeText(moment.now->ns, isReplay()));
+    tellLost(*moment.now);
+    m_has_end = false;
     m_last_ns = moment.now->ns;
     m_last_cycle = moment.now->number;
     m_missing_lines = 0;
@@ -253,10 +276,31 @@ class Explainer {
     if (m_cycles == 1) return;
     if (isOfNewRun(cycle)) {
       m_lines.push_back("     " + timeText(m_last_ns, isReplay()) + " to " + timeText(cycle.ns, isReplay()) +
-                        ": not running.");
+                        ": not running." +
+                        (m_has_end ? "" : std::string(" The run before ") + kEndsWithout + kWhyNoEnd + "."));
     } else if (cycle.number == m_last_cycle + 1 && cycle.ns > m_last_ns) {
       m_steps_ns += static_cast<double>(cycle.ns - m_last_ns);
       ++m_steps;
+    }
+  }
+
+  /// Where lines were left out since the last cycle.
+  void tellMissing(const std::string& until) {
+    if (m_missing_lines == 0) return;
+    m_lines.push_back("     " + (m_cycles > 1 ? timeText(m_last_ns, isReplay()) + " " : "") + until + ": " +
+                      areMissing(m_missing_lines, "line") + ": the disk was full or did not answer.");
+  }
+
+  /// An event that began or ended in cycles that are missing.
+  void tellLost(const TraceCycle& cycle) {
+    if (m_cycles == 1 || isOfNewRun(cycle)) m_active.clear();
+    for (const TraceEventState& state : cycle.events) {
+      const auto before = m_active.find(state.name);
+      if (before != m_active.end() && before->second != state.active && !state.changed) {
+        m_lines.push_back("     " + timeText(m_last_ns, isReplay()) + " to " + timeText(cycle.ns, isReplay()) + ": " +
+                          state.name + (state.active ? " began" : " ended") + " in what is missing.");
+      }
+      m_active[state.name] = state.active;
     }
   }
 
@@ -278,13 +322,10 @@ class Explainer {
     const bool stopped = isOfNewRun(cycle);
     if (!stopped && cycle.number == m_last_cycle + 1) return "";
     const auto missing = static_cast<std::int64_t>(cycle.number - m_last_cycle - 1);
-    const auto are = [](std::int64_t count, const char* what) {
-      return amountOf(count, what) + (count == 1 ? " is" : " are") + " missing";
-    };
     return "No cycle between " + timeText(m_last_ns, isReplay()) + " and " + timeText(cycle.ns, isReplay()) + ": " +
-           (m_missing_lines > 0 ? are(m_missing_lines, "line")
+           (m_missing_lines > 0 ? areMissing(m_missing_lines, "line")
             : stopped           ? "not running"
-                                : are(missing, "cycle")) +
+                                : areMissing(missing, "cycle")) +
            ". The cycle before:\n";
   }
 
@@ -293,7 +334,9 @@ class Explainer {
     const std::uint64_t number = isReplay() ? m_changes : change.seq.value_or(m_last_number + 1);
     m_first_number = m_changes == 1 ? number : m_first_number;
     m_last_number = number;
-    const std::string line = timeText(change.ns, isReplay()) + "  " + changeText(change);
+    const bool has_line = isReplay() || change.seq;
+    const std::string line = timeText(change.ns, isReplay()) + "  " + changeText(change) +
+                             (has_line ? "" : " (Its own line is missing; a cycle tells it.)");
     if (!m_request.event) m_lines.push_back("  " + std::to_string(number) + "  " + line);
     if (m_request.event != number) return;
     m_out = std::to_string(number) + "  " + line + "\n";
@@ -375,7 +418,8 @@ class Explainer {
   void tellPeople(const Scene& scene) {
     for (const TracePerson& one : scene.now.people) {
       const std::string origin = one.n ? originText(*one.n, scene) : "";
-      m_out += "  " + asSentence(personText(one, scene) + (origin.empty() ? "" : "; " + origin)) + "\n";
+      m_out += "  " + asSentence(personText(one, scene) + ageText(one, scene) + (origin.empty() ? "" : "; " + origin)) +
+               "\n";
     }
     for (const int id : scene.now.forgotten)
       m_out += "  Person " + std::to_string(id) + " has been missing for too long and is forgotten.\n";
@@ -418,6 +462,9 @@ class Explainer {
                "\n";
     for (const std::string& line : m_lines) m_out.append(line).append("\n");
     if (m_changes == 0) m_out += "No event began or ended; --at TIME tells why.\n";
+    if (m_has_end || m_is_cut_off) return;
+    m_notes += m_request.trace + ": " + kEndsWithout + kWhyNoEnd +
+               (isReplay() ? "\n" : "; or it is running still, or goes on in another file\n");
   }
 
   /// Empty when the cycles came about as fast as they were meant to.
@@ -447,7 +494,10 @@ class Explainer {
   Asked::Span m_wanted;  ///< the candidate's
   std::optional<std::string> m_first_mistake;
   int m_headers = 0;
-  std::int64_t m_missing_lines = 0;  ///< since the last cycle
+  std::int64_t m_missing_lines = 0;      ///< since the last cycle
+  bool m_has_end = false;                ///< since the last cycle
+  bool m_is_cut_off = false;             ///< the last file
+  std::map<std::string, bool> m_active;  ///< events, after the last cycle
   std::uint64_t m_last_cycle = 0;
   double m_steps_ns = 0;
   std::uint64_t m_steps = 0;

@@ -68,12 +68,12 @@ std::optional<double> distanceTo(const char* kind, int area, const TracePerson& 
 std::string countedText(const Scene& scene) {
   const std::string most = setting("MaxDisappeared", scene);
   return ", and counted where last seen" +
-         (most.empty() ? "" : " for up to " + amountOf(std::atoi(most.c_str()), "cycle"));
+         (most.empty() ? "" : " for up to " + secondsOf(std::atoi(most.c_str()), scene));
 }
 
-/// "; not seen for 3 cycles, and counted where last seen for up to 8 cycles"
+/// "; not seen for 1.5 s, and counted where last seen for up to 4 s"
 std::string missingText(int id, const Scene& scene) {
-  return "; not seen for " + amountOf(missingFor(id, scene.now), "cycle") + countedText(scene);
+  return "; not seen for " + secondsOf(missingFor(id, scene.now), scene) + countedText(scene);
 }
 
 /// "shoulders are 38 px inside its outline"; of somebody missing, "place where last seen is ..."
@@ -108,9 +108,8 @@ std::string postureText(const TracePerson& person) {
 }
 
 /// An average: somebody who stands or lies still by now may have moved before.
-std::string movementText(const TracePerson& person) {
-  const std::string text =
-      "over the last " + amountOf(std::min(person.findings, person.depth), "finding") + " the body ";
+std::string movementText(const TracePerson& person, const Scene& scene) {
+  const std::string text = "over the last " + secondsOf(std::min(person.findings, person.depth), scene) + " the body ";
   if (!person.movement || !person.movement_limit) return text + "moved too much";
   const auto [speed, limit] = sideBySide(*person.movement, *person.movement_limit, 0);
   return text + "moved on average by " + speed + " % of its height a second (limit " + limit + " %)";
@@ -139,45 +138,45 @@ std::string againstText(const std::string& rule, bool now) {
 }
 
 /// Somebody who lies and is not fallen: for how long, and what was before.
-std::string lyingText(const TracePerson& person) {
+std::string lyingText(const TracePerson& person, const Scene& scene) {
   if (person.against && person.against->back == 0) {
-    if (person.against->rule == "moving") return "lies on the floor; " + movementText(person);
+    if (person.against->rule == "moving") return "lies on the floor; " + movementText(person, scene);
     return "lies on the floor but " + againstText(person.against->rule, true);
   }
-  std::string text = "lies still on the floor, for " + std::to_string(person.lying_for) + " of " +
-                     amountOf(person.needed, "finding") + " so far";
+  std::string text = "lies still on the floor, for " + secondsOf(person.lying_for, scene) + " of " +
+                     secondsOf(person.needed, scene) + " so far";
   if (person.against) text += "; before that this person " + againstText(person.against->rule, false);
   return text;
 }
 
 /// No more findings are kept than `depth`.
-std::string lyingForText(const TracePerson& person) {
-  return amountOf(person.lying_for, "finding") + (person.lying_for == person.depth ? " or more" : "");
+std::string lyingForText(const TracePerson& person, const Scene& scene) {
+  return secondsOf(person.lying_for, scene) + (person.lying_for == person.depth ? " or more" : "");
 }
 
-std::string fallenText(const TracePerson& person) {
-  return "has lain still on the floor for " + lyingForText(person) +
-         (person.lying_for > person.needed ? " (" + std::to_string(person.needed) + " make a fall)" : "");
+std::string fallenText(const TracePerson& person, const Scene& scene) {
+  return "has lain still on the floor for " + lyingForText(person, scene) +
+         (person.lying_for > person.needed ? " (" + secondsOf(person.needed, scene) + " make a fall)" : "");
 }
 
-std::string floorText(const TracePerson& person) {
-  if (person.activity == "fallen") return fallenText(person);
-  if (person.activity == "lying") return lyingText(person);
+std::string floorText(const TracePerson& person, const Scene& scene) {
+  if (person.activity == "fallen") return fallenText(person, scene);
+  if (person.activity == "lying") return lyingText(person, scene);
   if (person.activity == "standing" || person.activity == "sitting") {
     const bool moves = person.movement && person.movement_limit && *person.movement > *person.movement_limit;
-    return (person.activity == "standing" ? "stands" : "sits") + (moves ? "; " + movementText(person) : "");
+    return (person.activity == "standing" ? "stands" : "sits") + (moves ? "; " + movementText(person, scene) : "");
   }
   if (!isJudged(person)) {
-    return "is outside the beds, known for " + amountOf(person.findings, "finding") + ", and judged from " +
-           std::to_string(person.depth - 1) + " on";
+    return "is outside the beds, known for " + secondsOf(person.findings, scene) + ", and judged from " +
+           secondsOf(person.depth - 1, scene) + " on";
   }
   return "is outside the beds, and whether this person stands or lies cannot be told";
 }
 
 /// Where and how somebody was who is not seen now.
-std::string lastSeenText(const TracePerson& person) {
+std::string lastSeenText(const TracePerson& person, const Scene& scene) {
   if (!isOnFloor(person)) return "last seen in " + areaName(person);
-  if (person.activity == "fallen") return "last seen lying still on the floor, for " + lyingForText(person);
+  if (person.activity == "fallen") return "last seen lying still on the floor, for " + lyingForText(person, scene);
   if (person.activity == "lying") return "last seen lying on the floor";
   if (person.activity == "standing" || person.activity == "sitting") return "last seen " + person.activity;
   return "last seen outside the beds";
@@ -185,7 +184,7 @@ std::string lastSeenText(const TracePerson& person) {
 
 std::string notSeenText(const TracePerson& person, const Scene& scene) {
   const int cycles = missingFor(person.id, scene.now);
-  return cycles > 0 ? "has not been seen for " + amountOf(cycles, "cycle") : "is not seen";
+  return cycles > 0 ? "has not been seen for " + secondsOf(cycles, scene) : "is not seen";
 }
 
 bool isSwitchedOff(const std::string& event, const Scene& scene) {
@@ -224,13 +223,9 @@ std::string occupiedText(const TraceBed& bed, const Scene& scene) {
 
 /// For how long some bed has been empty; cycles that failed count for nothing.
 std::string emptyForText(const Scene& scene) {
-  const int cycles = scene.now.empty_cycles;
-  std::string text = (cycles > scene.now.empty_limit ? "" : "only ") + amountOf(cycles, "cycle");
-  if (cycles > 1 && scene.empty_since_ns && *scene.empty_since_ns <= scene.now.ns) {
-    constexpr double kSecond_ns = 1e9;
-    text += " (" + fixed(static_cast<double>(scene.now.ns - *scene.empty_since_ns) / kSecond_ns, 1) + " s)";
-  }
-  return text + ", and more than " + std::to_string(scene.now.empty_limit) + " raise the event";
+  const bool is_enough = scene.now.empty_cycles > scene.now.empty_limit;
+  return (is_enough ? "" : "only ") + secondsOf(scene.now.empty_cycles, scene) + ", and more than " +
+         secondsOf(scene.now.empty_limit, scene) + " raise the event";
 }
 
 std::string outOfBedText(const Scene& scene) {
@@ -253,8 +248,8 @@ std::string whatBecameOf(int id, const Scene& scene) {
     return nameOf(id) + " is not tracked any more";
   const std::string most = setting("MaxDisappeared", scene);
   if (most == "0") return nameOf(id) + " is no longer seen";
-  return nameOf(id) + " has not been seen for more than " + (most.empty() ? "the allowed" : most) +
-         " cycles and is forgotten";
+  return nameOf(id) + " has not been seen for more than " +
+         (most.empty() ? "is allowed" : secondsOf(std::atoi(most.c_str()), scene)) + " and is forgotten";
 }
 
 std::string fallText(const Scene& scene) {
@@ -286,6 +281,11 @@ std::string amountOf(std::int64_t count, const std::string& what) {
   return (count == 0 ? "no" : std::to_string(count)) + " " + what + (count == 1 ? "" : "s");
 }
 
+std::string secondsOf(int cycles, const Scene& scene) {
+  const std::string text = fixed(cycles * scene.cycle_s, 1);
+  return (text.ends_with(".0") ? text.substr(0, text.size() - 2) : text) + " s";
+}
+
 std::pair<std::string, std::string> sideBySide(double value, double limit, int decimals) {
   constexpr int kMostDecimals = 9;  // what single precision tells apart
   std::pair<std::string, std::string> texts;
@@ -303,18 +303,18 @@ std::string listOf(const std::vector<std::string>& texts, const std::string& bet
 
 std::string shortPersonText(const TracePerson& person, const Scene& scene) {
   std::string text = nameOf(person.id) + " ";
-  if (!person.n) return text + notSeenText(person, scene) + "; " + lastSeenText(person);
-  return text + (isOnFloor(person) ? floorText(person) : "is in " + areaName(person));
+  if (!person.n) return text + notSeenText(person, scene) + "; " + lastSeenText(person, scene);
+  return text + (isOnFloor(person) ? floorText(person, scene) : "is in " + areaName(person));
 }
 
 std::string personText(const TracePerson& person, const Scene& scene) {
   std::string text = person.n ? "" : notSeenText(person, scene) + countedText(scene) + "; ";
   if (isOnFloor(person)) {
-    text += person.n ? floorText(person) : lastSeenText(person);
+    text += person.n ? floorText(person, scene) : lastSeenText(person, scene);
     const std::string posture = person.activity == "unknown" ? "" : postureText(person);
     if (!posture.empty()) text += "; " + posture;
   } else {
-    text += person.n ? "is in " + areaName(person) : lastSeenText(person);
+    text += person.n ? "is in " + areaName(person) : lastSeenText(person, scene);
     if (const auto distance = distanceTo(person.footing.c_str(), person.area, person)) {
       text += ": the " + placeText(person, *distance, scene);
     }

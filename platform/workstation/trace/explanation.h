@@ -19,13 +19,15 @@ struct Scene {
   const TraceSettings& settings;
   const TraceCycle* before;
   const TraceCycle& now;
-  std::optional<std::int64_t> empty_since_ns;  ///< when the count of cycles with an empty bed began; none if not known
+  double cycle_s;  ///< from cycle to cycle, as it was lately
 };
 
 /// "Person 3 stands." of "person 3 stands".
 std::string asSentence(std::string text);
 /// "1 cycle", "2 cycles", "no cycles".
 std::string amountOf(std::int64_t count, const std::string& what);
+/// "3 s", "5.5 s": for so long the program saw it, which counts in cycles.
+std::string secondsOf(int cycles, const Scene& scene);
 /// So many decimals that the two differ when the numbers do: {"0.379", "0.380"}.
 std::pair<std::string, std::string> sideBySide(double value, double limit, int decimals);
 /// Texts one after another, "nothing" for none.

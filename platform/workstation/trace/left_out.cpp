@@ -18,6 +18,7 @@ constexpr std::size_t kRightHip = 12;
 constexpr std::size_t kLeftAnkle = 15;
 constexpr std::size_t kRightAnkle = 16;
 constexpr int kAreas = 3;
+constexpr const char* kPossiblePerson = "possible person";  // to whoever reads why there is an alarm
 
 /// A body that the cycle knows by its number, and the run that saw it where it was one alone.
 struct Body {
@@ -198,11 +199,11 @@ std::vector<std::pair<int, std::string>> leftOut(const Scene& scene) {
 }
 
 /// Those of a run whose pose score is too low, as one: there are dozens, and hardly one of them is a person.
-std::string lowScores(const std::vector<const TracePose*>& poses) {
+std::string lowScores(const std::vector<const TracePose*>& poses, const char* name) {
   if (poses.empty()) return "";
   const auto* const best = *std::max_element(
       poses.begin(), poses.end(), [](const TracePose* a, const TracePose* b) { return a->score < b->score; });
-  return amountOf(static_cast<std::int64_t>(poses.size()), "skeleton") + " scored too low" +
+  return amountOf(static_cast<std::int64_t>(poses.size()), name) + " scored too low" +
          (poses.size() == 1 ? ": " : ", the best of them: ") + whyText(*best->dropped);
 }
 
@@ -300,8 +301,8 @@ std::string originText(int n, const Scene& scene) {
   const Origin origin = originOf(n, scene.now);
   std::vector<std::string> names;
   for (const int rotation : origin.rotations) names.push_back(std::to_string(rotation));
-  char score[352];
-  std::snprintf(score, sizeof score, "%.2f", body.pose->score);
+  char score[352] = "unknown";
+  if (body.pose->score) std::snprintf(score, sizeof score, "%.2f", *body.pose->score);
   return "seen by the run" + std::string(names.size() == 1 ? "" : "s") + " at " + listOf(names, " and ") +
          " degrees, " + (body.rotation ? "score " : "scores together ") + score +
          (origin.mixed ? "; shoulders and ankles of two people may have been mixed" : "");
@@ -321,10 +322,10 @@ std::string leftOutInBed(int area, const Scene& scene) {
   }
   std::string text;
   if (!reasons.empty()) {
-    text = amountOf(static_cast<std::int64_t>(reasons.size()), "skeleton") + " inside its outline " +
+    text = amountOf(static_cast<std::int64_t>(reasons.size()), kPossiblePerson) + " inside its outline " +
            (reasons.size() == 1 ? "was" : "were") + " left out: " + listOf(reasons, "; ");
   }
-  const std::string scores = lowScores(lowOf(low));
+  const std::string scores = lowScores(lowOf(low), kPossiblePerson);
   if (scores.empty()) return text;
   return (text.empty() ? "inside its outline " : text + "; ") + scores;
 }
@@ -334,7 +335,7 @@ std::vector<std::string> leftOutTexts(const Scene& scene) {
   if (scene.now.nobody_asked) texts.emplace_back("there was no picture to confirm people in: all count as confirmed");
   for (const auto& [n, why] : leftOut(scene)) texts.push_back(skeletonText(n, scene) + ": " + why);
   for (const TraceRun& run : scene.now.runs) {
-    const std::string low = lowScores(lowOf(run.poses));
+    const std::string low = lowScores(lowOf(run.poses), "skeleton");
     if (!low.empty()) texts.push_back("the run at " + std::to_string(run.rotation) + " degrees: " + low);
   }
   return texts;

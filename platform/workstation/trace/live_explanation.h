@@ -4,7 +4,7 @@
 //  "people": [{"id": 3, "text": "Person 3 stands."}],
 //  "beds": [{"area": 1, "text": "Bed 1 counts as occupied by person 3, ..."}],
 //  "events": [{"seq": 7, "run": "9f2c41d07b3e5a18", "name": "Fall Detected", "active": true,
-//              "because": "person 3 has lain still on the floor for 6 findings; ..."}]}
+//              "because": "person 3 has lain still on the floor for 3 s; ..."}]}
 //
 // Before the first cycle, and after one that failed, nothing is known of now: no time, no people, no beds.
 // The events are the last 200 changes of this run, oldest first.

@@ -69,14 +69,19 @@ std::multimap<Seconds, Trace> tracesIn(const fs::path& directory) {
 }  // namespace
 
 TraceFolder::TraceFolder(fs::path directory, const TraceLimits& limits)
-    : m_directory(std::move(directory)), m_limits(limits) {}
+    : m_directory(directory.has_filename() ? std::move(directory) : directory.parent_path()), m_limits(limits) {}
 
 void TraceFolder::write(const TracedLine& line) {
   m_missing += line.missed;
-  if (!store(line)) {
+  if (store(line)) {
+    sayWhatIsMissing();
+  } else {
     ++m_missing;
-    return;
   }
+  ++m_taken;
+}
+
+void TraceFolder::sayWhatIsMissing() {
   const std::uint64_t missing = std::exchange(m_missing, 0);
   m_failed = false;
   if (missing == 0) return;
@@ -124,7 +129,7 @@ bool TraceFolder::hasEnded(TimeStamp time, std::size_t more) const {
 /// A new file; false with errno set when there can be none.
 bool TraceFolder::begin(TimeStamp time) {
   m_file = FileDescriptor();
-  if (::mkdir(m_directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) return false;
+  if (!makeFolders()) return false;
   makeRoom(time);
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC;
   for (int later = 0; m_file.get() < 0; ++later) {
@@ -135,6 +140,15 @@ bool TraceFolder::begin(TimeStamp time) {
   m_began = time;
   m_size = 0;
   return true;
+}
+
+/// Also those above it, of which somebody may have removed one, or not mounted it yet.
+bool TraceFolder::makeFolders() const {
+  std::error_code error;
+  fs::create_directories(m_directory.parent_path(), error);
+  if (::mkdir(m_directory.c_str(), S_IRWXU) == 0 || errno == EEXIST) return true;
+  if (error) errno = error.value();
+  return false;
 }
 
 /// For one more file of full size. A clock that jumps for a moment makes nothing old: the newest trace must be as late.

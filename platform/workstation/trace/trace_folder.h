@@ -2,6 +2,7 @@
 // be read without the others. Together they are bounded; nothing else in the directory is touched.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -20,6 +21,7 @@ struct TraceLimits {
   std::chrono::seconds age = std::chrono::hours(7 * 24);
   std::int64_t spare_bytes = std::int64_t{256} << 20;  ///< of the disk, which are left to the journal and the log
   std::chrono::milliseconds pause{2000};               ///< between two tries of a disk that has failed
+  std::chrono::milliseconds hang{10000};               ///< a disk that does not answer for longer is told of
 };
 
 /// A line, and what a file that begins with it needs before it.
@@ -35,17 +37,21 @@ struct TracedLine {
 /// once in the system log, and stands as a "missing" line in the trace.
 class TraceFolder {
  public:
-  /// The directory's parent must exist; nothing is created yet.
+  /// Nothing is created yet: the directory, with those above it, comes with the first line.
   TraceFolder(std::filesystem::path directory, const TraceLimits& limits);
 
   /// Whole, or not at all.
   void write(const TracedLine& line);
+  /// So many calls of write() have come back. From any thread.
+  [[nodiscard]] std::uint64_t linesTaken() const { return m_taken; }
 
  private:
   bool store(const TracedLine& line);
+  void sayWhatIsMissing();
   [[nodiscard]] std::string textFor(const TracedLine& line) const;
   [[nodiscard]] bool hasEnded(TimeStamp time, std::size_t more) const;
   bool begin(TimeStamp time);
+  [[nodiscard]] bool makeFolders() const;
   void makeRoom(TimeStamp time) const;
   /// Whether the disk has more than the spare bytes, for which older traces go.
   [[nodiscard]] bool leavesSpare() const;
@@ -59,6 +65,7 @@ class TraceFolder {
   std::int64_t m_size = 0;                        ///< bytes of whole lines
   std::shared_ptr<const std::string> m_settings;  ///< the last in the file
   std::uint64_t m_missing = 0;                    ///< lines since the last that was written
+  std::atomic<std::uint64_t> m_taken = 0;
   bool m_failed = false;
   std::chrono::steady_clock::time_point m_tried;
 };

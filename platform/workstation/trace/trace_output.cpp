@@ -46,6 +46,7 @@ void ReplayTrace::take(const std::string& lines) {
   if (m_file.get() < 0) return;
   if (!writeAll(m_file.get(), lines.data(), lines.size())) return fail(errno);
   m_size += static_cast<std::int64_t>(lines.size());
+  m_has_end = isOfKind(lines, "end");
 }
 
 bool ReplayTrace::finish() {
@@ -53,7 +54,7 @@ bool ReplayTrace::finish() {
   // What is no file on a disk cannot be synced.
   if (m_file.get() >= 0 && ::fdatasync(m_file.get()) != 0 && errno != EINVAL && errno != EROFS) fail(errno);
   m_file = FileDescriptor();
-  return !m_failed;
+  return !m_failed && m_has_end;
 }
 
 void ReplayTrace::fail(int reason) {
@@ -65,7 +66,10 @@ void ReplayTrace::fail(int reason) {
 }
 
 LiveTrace::LiveTrace(const std::filesystem::path& directory, const TraceLimits& limits, std::size_t most_waiting)
-    : m_directory(directory), m_folder(std::make_shared<TraceFolder>(directory, limits)), m_writer(most_waiting) {}
+    : m_directory(directory),
+      m_hang(limits.hang),
+      m_folder(std::make_shared<TraceFolder>(directory, limits)),
+      m_writer(most_waiting) {}
 
 void LiveTrace::take(const std::string& lines) {
   const std::scoped_lock lock(m_mutex);
@@ -85,17 +89,34 @@ void LiveTrace::takeLine(std::string line) {
     m_settings = std::make_shared<std::string>(std::move(line));
     return;
   }
+  watchDisk();
   // Once a line is lost, none is taken before the disk is through with all that waits: one gap instead of many.
   const bool is_open = m_missed == 0 || m_writer.settle(std::chrono::milliseconds(0));
   TracedLine traced{m_header, m_settings, std::move(line), ticker_clock::now(), m_missed};
   if (is_open && m_writer.post([folder = m_folder, traced = std::move(traced)] { folder->write(traced); })) {
     m_missed = 0;
+    ++m_posted;
   } else if (++m_missed == 1) {
-    m_voice.post([directory = m_directory] {
-      ::syslog(LOG_ERR, "%s: the trace cannot be written: the disk does not answer; lines are left out until it does",
-               directory.c_str());
-    });
+    say(LOG_ERR, "the trace cannot be written: the disk does not answer; lines are left out until it does");
   }
+}
+
+void LiveTrace::watchDisk() {
+  const auto now = std::chrono::steady_clock::now();
+  const std::uint64_t done = m_folder->linesTaken();
+  if (done == m_posted || done != m_done) {
+    if (std::exchange(m_told, false) && m_missed == 0) say(LOG_NOTICE, "the disk answers again; nothing is missing");
+    m_done = done;
+    m_went_on = now;
+  } else if (!m_told && now - m_went_on >= m_hang) {
+    m_told = true;
+    say(LOG_WARNING,
+        "the trace waits for the disk, which does not answer; after five minutes of that, lines are left out");
+  }
+}
+
+void LiveTrace::say(int priority, const std::string& what) {
+  m_voice.post([priority, text = m_directory.string() + ": " + what] { ::syslog(priority, "%s", text.c_str()); });
 }
 
 void LiveTrace::finish(std::chrono::milliseconds patience) {

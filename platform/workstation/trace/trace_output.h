@@ -17,13 +17,14 @@
 namespace workstation {
 
 /// One file, made anew, for a replay: every line is there at the end, so who has one waits for the disk. A disk that
-/// fails is said once; the trace then ends with its last whole line, and the replay goes on.
+/// fails is said once; the trace then ends with its last whole line, and the replay goes on. Lines come one by one.
 class ReplayTrace final : public TraceSink {
  public:
   explicit ReplayTrace(std::filesystem::path file);
 
   void take(const std::string& lines) override;
-  /// Nothing is taken afterwards. Whether all of it is on the disk.
+  /// Nothing is taken afterwards. Whether all of it is on the disk, to the end line: where that never came, who writes
+  /// the trace has said why.
   bool finish();
 
  private:
@@ -34,10 +35,11 @@ class ReplayTrace final : public TraceSink {
   FileDescriptor m_file;
   std::int64_t m_size = 0;  ///< bytes of whole lines
   bool m_failed = false;
+  bool m_has_end = false;
 };
 
-/// A directory's traces, written on a thread of their own: a disk that hangs delays nobody, and what no longer fits
-/// into the queue is counted.
+/// A directory's traces, written on a thread of their own: a disk that hangs delays nobody and is told of, and what no
+/// longer fits into the queue is counted.
 class LiveTrace final : public TraceSink {
  public:
   /// Five minutes of cycles.
@@ -52,8 +54,12 @@ class LiveTrace final : public TraceSink {
 
  private:
   void takeLine(std::string line);
+  /// Says so when the disk has not answered for long, and again when it does; from line to line.
+  void watchDisk();
+  void say(int priority, const std::string& what);
 
   const std::filesystem::path m_directory;
+  const std::chrono::milliseconds m_hang;
   const std::shared_ptr<TraceFolder> m_folder;
   std::mutex m_mutex;
   SideThread m_writer;
@@ -61,6 +67,10 @@ class LiveTrace final : public TraceSink {
   std::shared_ptr<const std::string> m_header;
   std::shared_ptr<const std::string> m_settings;
   std::uint64_t m_missed = 0;  ///< lines that no longer found a place in the queue
+  std::uint64_t m_posted = 0;  ///< lines for the writer
+  std::uint64_t m_done = 0;    ///< of those, when the writer was last seen to go on
+  std::chrono::steady_clock::time_point m_went_on;
+  bool m_told = false;  ///< that it does not
 };
 
 }  // namespace workstation

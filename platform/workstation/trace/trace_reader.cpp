@@ -45,6 +45,8 @@ bool isPlain(const std::string& text, std::size_t longest) {
   return text.size() <= longest;
 }
 
+bool isNumber(const json& value, double most) { return value.is_number() && std::abs(value.get<double>()) <= most; }
+
 /// The keys of one object. Null counts as absent: that is how a number without a value is written.
 class Fields {
  public:
@@ -64,13 +66,23 @@ class Fields {
     return names;
   }
 
-  [[nodiscard]] std::optional<double> number(const char* key, double most = kLargest) const {
+  /// Of what is only told: absent when it is no number of a trace.
+  [[nodiscard]] std::optional<double> number(const char* key) const {
     const json* value = find(key);
-    if (value == nullptr) return std::nullopt;
-    if (!value->is_number() || !(std::abs(value->get<double>()) <= most)) {
-      wrong(key, "a number of at most " + shown(json(most)));
-    }
+    return value != nullptr && isNumber(*value, kLargest) ? std::optional(value->get<double>()) : std::nullopt;
+  }
+
+  [[nodiscard]] double needNumber(const char* key, double most) const {
+    const json* value = find(key);
+    if (value == nullptr || !isNumber(*value, most)) wrong(key, "a number of at most " + shown(json(most)));
     return value->get<double>();
+  }
+
+  /// As number(): a count that is only told, 0 when absent.
+  [[nodiscard]] int told(const char* key) const {
+    const json* value = find(key);
+    const bool fits = value != nullptr && value->is_number_unsigned() && value->get<std::uint64_t>() <= kMostCount;
+    return fits ? value->get<int>() : 0;
   }
 
   [[nodiscard]] std::optional<std::int64_t> whole(const char* key, std::int64_t most = kMostCount) const {
@@ -144,7 +156,7 @@ class Fields {
   [[nodiscard]] std::vector<double> numbers(const char* key, std::size_t size) const {
     std::vector<double> values;
     for (const json& value : list(key)) {
-      if (value.is_number() && std::abs(value.get<double>()) <= kLargest) values.push_back(value.get<double>());
+      if (isNumber(value, kLargest)) values.push_back(value.get<double>());
     }
     if (values.size() != size || list(key).size() != size) wrong(key, "a list of " + std::to_string(size) + " numbers");
     return values;
@@ -201,21 +213,25 @@ TraceRule readRule(const Fields& from) {
   return {from.need(from.text("rule"), "rule"), from.number("value"), from.number("limit")};
 }
 
+/// All or none: a place that no picture has makes the others doubtful, too.
 TracePoints readPoints(const Fields& from) {
   TracePoints points;
+  bool are_known = true;
   for (const json& point : from.list("points")) {
-    const auto number = [](const json& one) { return one.is_number() && std::abs(one.get<double>()) <= kLargest; };
-    if (!point.is_array() || point.size() != 3 || !std::all_of(point.begin(), point.end(), number)) break;
-    points.push_back({{point[0].get<double>(), point[1].get<double>()}, point[2].get<double>()});
+    if (!point.is_array() || point.size() != 3) break;
+    const auto number = [](const json& one) { return isNumber(one, kLargest); };
+    are_known = are_known && std::all_of(point.begin(), point.end(), number);
+    if (are_known) points.push_back({{point[0].get<double>(), point[1].get<double>()}, point[2].get<double>()});
+    if (!are_known) points.emplace_back();
   }
   if (from.has("points") && points.size() != kTraceParts) from.wrong("points", "a list of 17 places [x, y, score]");
-  return points;
+  return are_known ? points : TracePoints();
 }
 
 TracePose readPose(const Fields& from, const char* number) {
   TracePose pose;
   pose.n = needCount(from, number);
-  pose.score = from.need(from.number("score"), "score");
+  pose.score = from.number("score");
   pose.points = readPoints(from);
   pose.looked_for = from.has("confirmation");
   pose.confirmation = from.number("confirmation");
@@ -248,7 +264,7 @@ TraceCovered readCovered(const Fields& from) {
 }
 
 TraceTrack readTrack(const Fields& from) {
-  return {needCount(from, "id"), from.body("n"), from.number("distance"), from.count("missing").value_or(0)};
+  return {needCount(from, "id"), from.body("n"), from.number("distance"), from.told("missing"), from.told("age")};
 }
 
 TraceAreaDistance readArea(const Fields& from) {
@@ -266,8 +282,8 @@ void readJudgement(const Fields& from, TracePerson& person) {
   person.movement = from.number("movement");
   person.movement_limit = from.number("movement_limit");
   person.near_edge = from.truth("near_edge").value_or(false);
-  person.lying_for = from.count("lying_for").value_or(0);
-  person.needed = from.count("needed").value_or(0);
+  person.lying_for = from.told("lying_for");
+  person.needed = from.told("needed");
 }
 
 TracePerson readPerson(const Fields& from) {
@@ -277,10 +293,10 @@ TracePerson readPerson(const Fields& from) {
   const std::vector<double> place = from.numbers("place", 2);
   person.place = {place[0], place[1]};
   person.footing = from.need(from.text("footing"), "footing");
-  person.area = from.count("area").value_or(0);
+  person.area = from.told("area");
   person.areas = from.each("areas", readArea);
-  person.findings = needCount(from, "findings");
-  person.depth = from.count("depth").value_or(0);
+  person.findings = from.told("findings");
+  person.depth = from.told("depth");
   readJudgement(from, person);
   if (const auto against = from.object("against")) {
     person.against = {against->need(against->text("rule"), "rule"), needCount(*against, "back")};
@@ -307,8 +323,8 @@ void readPeople(const Fields& line, TraceCycle& cycle) {
   cycle.people = line.each("people", readPerson);
   cycle.beds = line.each("beds", readBed);
   if (const auto empty = line.object("out_of_bed")) {
-    cycle.empty_cycles = needCount(*empty, "cycles");
-    cycle.empty_limit = needCount(*empty, "limit");
+    cycle.empty_cycles = empty->told("cycles");
+    cycle.empty_limit = empty->told("limit");
   }
   cycle.fallen = line.count("fallen");
   cycle.events = line.each("events", readState);
@@ -329,7 +345,7 @@ TraceCycle readCycle(const Fields& line) {
   TraceCycle cycle;
   cycle.number = static_cast<std::uint64_t>(line.need(line.whole("number", kMostNumber), "number"));
   cycle.ns = line.need(line.whole("ns", std::numeric_limits<std::int64_t>::max()), "ns");
-  cycle.t = line.need(line.number("t", kLongestTrace_s), "t");
+  cycle.t = line.needNumber("t", kLongestTrace_s);
   cycle.failed = line.truth("failed").value_or(false);
   if (cycle.failed) return cycle;
   cycle.nobody_asked = line.has("confirmation");
@@ -375,6 +391,7 @@ TraceLine parseTraceLine(std::string_view text) {
   if (kind == "cycle") return readCycle(line);
   if (kind == "event") return readEvent(line);
   if (kind == "missing") return TraceMissing{line.whole("lines", kMostNumber).value_or(0)};
+  if (kind == "end") return TraceEnd{};
   return std::monostate{};
 }
 

@@ -52,7 +52,7 @@ struct TraceRule {
 
 struct TracePose {
   int n = 0;
-  double score = 0;
+  std::optional<double> score;
   TracePoints points;
   bool looked_for = false;             ///< the detector was asked
   std::optional<double> confirmation;  ///< its best score; none when it saw nobody
@@ -89,6 +89,7 @@ struct TraceTrack {
   std::optional<int> n;
   std::optional<double> distance;
   int missing = 0;  ///< cycles in a row
+  int age = 0;      ///< cycles since the first, that and this one included; 0 when not known
 };
 
 struct TraceAreaDistance {
@@ -167,13 +168,18 @@ struct TraceMissing {
   std::int64_t lines = 0;
 };
 
+/// The run ended in order.
+struct TraceEnd {};
+
 /// What a line holds; std::monostate for a kind that this reader does not know.
-using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent, TraceMissing>;
+using TraceLine =
+    std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent, TraceMissing, TraceEnd>;
 
 /// Longer lines are no trace's: one of eighty people has 60 KB.
 inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;
 
-/// Throws std::runtime_error: what is wrong and what is allowed, in one line without the place.
+/// A number that is none, or that no trace has, counts as absent where it is only told. Throws std::runtime_error: what
+/// is wrong and what is allowed, in one line without the place.
 TraceLine parseTraceLine(std::string_view text);
 
 /// A file that cannot be understood: "FILE line N: what is wrong; what is allowed".

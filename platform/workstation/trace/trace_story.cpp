@@ -1,6 +1,8 @@
 #include "platform/workstation/trace/trace_story.h"
 
 #include <algorithm>
+#include <cmath>
+#include <numeric>
 #include <utility>
 
 namespace workstation {
@@ -29,7 +31,7 @@ std::vector<TraceChange> TraceStory::take(TraceLine line) {
 
 void TraceStory::advance(TraceCycle cycle) {
   const auto last = std::exchange(m_moment.now, std::make_shared<TraceCycle>(std::move(cycle)));
-  countEmpty(last.get());
+  measurePace(last.get());
   const std::uint64_t number = m_moment.now->number;
   if (last != nullptr && number == last->number + 1) {
     if (!last->failed) m_moment.before = last;
@@ -39,19 +41,20 @@ void TraceStory::advance(TraceCycle cycle) {
   m_moment.before = nullptr;
 }
 
-/// A cycle that failed leaves the count as it is. After cycles that are missing the count may have begun anew, unless
-/// it is longer than they are many.
-void TraceStory::countEmpty(const TraceCycle* last) {
+/// Cycles that come about as fast as they are meant to count as if they came so exactly.
+void TraceStory::measurePace(const TraceCycle* last) {
+  constexpr std::size_t kLately = 12;  // the findings by which somebody is judged
+  constexpr double kMuch = 0.1;
+  constexpr double kPerSecond_ns = 1e9;
   const TraceCycle& now = *m_moment.now;
-  auto& since = m_moment.empty_since_ns;
-  const bool is_next = last != nullptr && now.number > last->number;
-  if (now.failed && is_next && now.number == last->number + 1) return;
-  const auto cycles = static_cast<std::uint64_t>(now.empty_cycles);
-  if (cycles == 1) {
-    since = now.ns;
-  } else if (!is_next || cycles <= now.number - last->number) {
-    since = std::nullopt;
-  }
+  if (last != nullptr && now.number == last->number + 1 && now.ns > last->ns) m_steps_ns.push_back(now.ns - last->ns);
+  if (m_steps_ns.size() > kLately) m_steps_ns.pop_front();
+  const double meant = m_moment.header->period_ms / 1000.0;
+  m_moment.cycle_s = meant;
+  if (m_steps_ns.empty()) return;
+  const double sum_ns = std::accumulate(m_steps_ns.begin(), m_steps_ns.end(), 0.0);
+  const double average = sum_ns / static_cast<double>(m_steps_ns.size()) / kPerSecond_ns;
+  if (std::abs(average - meant) > kMuch * meant) m_moment.cycle_s = average;
 }
 
 std::vector<TraceChange> TraceStory::changesNow() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,9 +29,9 @@ struct TraceMoment {
   std::shared_ptr<const TraceCycle> before;  ///< the last complete one; null when cycles between are not known
   std::shared_ptr<const TraceCycle> now;     ///< null before the first
 
-  std::optional<std::int64_t> empty_since_ns;  ///< of the first cycle of those in a row with an empty bed
+  double cycle_s = 0;  ///< from cycle to cycle, as it was lately
 
-  [[nodiscard]] Scene scene() const { return {*header, *settings, before.get(), *now, empty_since_ns}; }
+  [[nodiscard]] Scene scene() const { return {*header, *settings, before.get(), *now, cycle_s}; }
 };
 
 class TraceStory {
@@ -46,11 +47,12 @@ class TraceStory {
 
  private:
   void advance(TraceCycle cycle);
-  void countEmpty(const TraceCycle* last);
+  void measurePace(const TraceCycle* last);
   std::vector<TraceChange> changesNow();
 
-  TraceMoment m_moment{std::make_shared<TraceHeader>(), std::make_shared<TraceSettings>(), nullptr, nullptr, {}};
-  std::vector<TraceEvent> m_sent;  ///< by the cycle whose line comes next
+  TraceMoment m_moment{std::make_shared<TraceHeader>(), std::make_shared<TraceSettings>(), nullptr, nullptr, 0};
+  std::vector<TraceEvent> m_sent;       ///< by the cycle whose line comes next
+  std::deque<std::int64_t> m_steps_ns;  ///< from cycle to cycle, the last of them
   std::uint64_t m_gaps = 0;
 };
 

@@ -28,6 +28,8 @@ namespace fs = std::filesystem;
 
 const std::string kHeader = R"({"kind":"trace","version":1})";
 
+const std::string kEnd = R"({"kind":"end","ns":0,"cycles":1})";
+
 std::string settings(int number) {
   return R"({"kind": "settings","parameters":{"A":")" + std::to_string(number) + "\"}}";
 }
@@ -62,7 +64,7 @@ class LiveTraceTest : public testing::Test {
   }
   ~LiveTraceTest() override { disk_fault = Fault::kNone; }
 
-  fs::path directory() const { return m_folder / "traces"; }
+  fs::path directory() const { return m_folder / m_traces; }
   void open(std::size_t most_waiting = 100) {
     m_limits.pause = 1ms;
     m_limits.spare_bytes = spare;
@@ -76,12 +78,13 @@ class LiveTraceTest : public testing::Test {
     std::map<std::string, std::vector<std::string>> found;
     for (const auto& entry : fs::directory_iterator(directory())) {
       const std::string name = entry.path().filename();
-      if (name.starts_with("trace-20260301T")) found[name.substr(15)] = linesOf(m_folder.read("traces/" + name));
+      if (name.starts_with("trace-20260301T")) found[name.substr(15)] = linesOf(m_folder.read(m_traces + "/" + name));
     }
     return found;
   }
 
   StateFolder m_folder;
+  std::string m_traces = "traces";
   TraceLimits m_limits;
   std::int64_t spare = 0;  ///< bytes of the disk that stay free
   std::optional<LiveTrace> m_trace;
@@ -189,13 +192,47 @@ TEST_F(LiveTraceTest, AClockThatJumpsForAMomentMakesNothingOld) {
   EXPECT_EQ(files().at("120001Z.jsonl").back(), cycle(3));
 }
 
-TEST_F(LiveTraceTest, ADirectoryThatGoesAwayIsMadeAgain) {
+TEST_F(LiveTraceTest, ADirectoryThatIsNotThereYetOrGoesAwayIsMadeWithThoseAboveIt) {
+  m_traces = "mount/traces";
+  m_folder.write("mount", "no folder");
   open();
   take(1);
   m_trace->finish(kPatience);
-  fs::remove_all(directory());
+  fs::remove(m_folder / "mount");
+  std::this_thread::sleep_for(m_limits.pause);
   take(2);
-  EXPECT_EQ(files().at("120000Z.jsonl"), (std::vector<std::string>{kHeader, settings(1), cycle(2)}));
+  const std::string missing = R"({"kind":"missing","lines":1})";
+  EXPECT_EQ(files().at("120000Z.jsonl"), (std::vector<std::string>{kHeader, settings(1), missing, cycle(2)}));
+  EXPECT_EQ(modeOf(directory()), 0700U);
+  fs::remove_all(m_folder / "mount");
+  take(3);
+  EXPECT_EQ(files().at("120000Z.jsonl"), (std::vector<std::string>{kHeader, settings(1), cycle(3)}));
+}
+
+TEST_F(LiveTraceTest, ADiskThatDoesNotAnswerIsToldOfBeforeALineIsLost) {
+  m_limits.hang = 1ms;
+  open();
+  take(1);
+  m_trace->finish(kPatience);
+  testing::internal::CaptureStderr();
+  disk_fault = Fault::kHangs;
+  const auto isSaid = [this](const char* what) { return m_folder.read("system.log").find(what) != std::string::npos; };
+  take(2);
+  for (int number = 3; number <= 5; ++number) {
+    std::this_thread::sleep_for(m_limits.hang);
+    take(number);
+  }
+  EXPECT_FALSE(isSaid("answers again"));
+  disk_fault = Fault::kNone;
+  m_trace->finish(kPatience);
+  take(6);
+  EXPECT_TRUE(comes([&] { return isSaid("the disk answers again; nothing is missing"); }));
+  const std::string log = m_folder.read("system.log");
+  const std::string waits = "the trace waits for the disk, which does not answer";
+  EXPECT_NE(log.find(waits), std::string::npos);
+  EXPECT_EQ(log.find(waits), log.rfind(waits)) << "once";
+  EXPECT_EQ(files().at("120000Z.jsonl").size(), 8U) << "header, settings and all six";
+  testing::internal::GetCapturedStderr();
 }
 
 TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
@@ -226,7 +263,7 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
 }
 
 /// A whole process: openTraceSink() gives the same for as long as one lives.
-[[noreturn]] void replayTracedTo(const std::string& file) {
+[[noreturn]] void replayTracedTo(const std::string& file, bool whole = true) {
   ::setenv("VELMOR_TRACE", file.c_str(), 1);
   ticker_clock::setReplayTime(TimeStamp(41500ms));
   {
@@ -235,6 +272,7 @@ TEST_F(LiveTraceTest, AHangingDiskKeepsNobodyWaiting) {
     openTraceSink()->take(kHeader + "\n");
     for (const bool active : {true, false}) EXPECT_TRUE(send(handler, id, active));
     openTraceSink()->take(cycle(1) + "\n");
+    if (whole) openTraceSink()->take(kEnd + "\n");
   }
   std::exit(testing::Test::HasFailure() ? 2 : 0);
 }
@@ -248,13 +286,15 @@ TEST(ReplayTraceDeathTest, HoldsEveryLine) {
   fs::permissions(file, fs::perms::all);
   EXPECT_EXIT(replayTracedTo(file), testing::ExitedWithCode(0), "^$");
   const auto lines = linesOf((std::stringstream() << std::ifstream(file).rdbuf()).str());
-  ASSERT_EQ(lines.size(), 4U);
+  ASSERT_EQ(lines.size(), 5U);
   EXPECT_EQ(lines[0], kHeader);
   EXPECT_EQ(lines[1], R"({"kind":"event","seq":2,"ns":41500000000,"name":"Fall Detected","active":true})")
       << "the same bytes each time";
   EXPECT_TRUE(lines[2].ends_with(R"("active":false})")) << lines[2];
   EXPECT_EQ(lines[3], cycle(1));
   EXPECT_EQ(modeOf(file), 0600U);
+  EXPECT_EXIT(replayTracedTo(file, false), testing::ExitedWithCode(1), "^$")
+      << "who writes it has said why it broke off";
   fs::remove(file);
 }
 
