@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace simulator {
 namespace {
@@ -228,8 +229,11 @@ TEST(Story, TheLightChangesAtItsTimeAndTheCameraMayBeTurned) {
 TEST(Demo, ComesOutAsItIsKept) {
   const Scenario demo = readScenario(VELMOR_DEMO);
   const std::filesystem::path folder = std::filesystem::path(VELMOR_DEMO).parent_path();
-  std::ifstream settings(folder / "demo.settings.json");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(settings), {}), settingsText(demo, BedArea::kMattress));
+  for (const auto& [file, area] :
+       {std::pair{"demo.settings.json", BedArea::kVolume}, {"demo.mattress.settings.json", BedArea::kMattress}}) {
+    std::ifstream settings(folder / file);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(settings), {}), settingsText(demo, area)) << file;
+  }
   std::ifstream happened(folder / "demo.happened.txt");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(happened), {}), happenedText(demo));
   std::ifstream file(folder / "demo.truth.jsonl");
