@@ -150,7 +150,8 @@ BENCHMARK(oneDnnWithAvx2Only)->Unit(benchmark::kMillisecond)->UseManualTime();
 void plainLoops(benchmark::State& state) {
   std::vector<std::vector<float>> maps;
   while (state.KeepRunning()) maps = runPlainly(task().network, task().picture.data);
-  const auto made = workstation::makeOneDnnEngine(task().network)->run(task().picture.data);
+  const auto engine = workstation::makeOneDnnEngine(task().network);
+  const auto made = engine->run(task().picture.data);
   float difference = 0;
   float largest = 0;
   for (std::size_t output = 0; output < maps.size(); ++output) {

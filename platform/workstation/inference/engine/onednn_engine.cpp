@@ -162,7 +162,7 @@ class OneDnnEngine : public Engine {
     const std::string copy = name + " for step " + std::to_string(m_at);
     m_last_use[copy] = m_at;
     const memory from = tensor.values;
-    const memory to = make(copy, layout).values;
+    memory to = make(copy, layout).values;
     reorder(from, to);
     return to;
   }
@@ -267,7 +267,7 @@ class OneDnnEngine : public Engine {
       const bool is_mine = addend.last_use == m_at && addend.layout == layout && step.source != after.addend;
       if (!is_mine) {
         const memory from = addend.values;
-        const memory to = make(step.target, layout).values;
+        memory to = make(step.target, layout).values;
         reorder(from, to);
         return to;
       }

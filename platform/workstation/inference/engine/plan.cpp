@@ -158,7 +158,8 @@ class Planner {
 
   /// Whether the weights are those of such a convolution of so many channels.
   static void checkWeights(const OnnxNode& node, const ConvolutionStep& made, int channels) {
-    const auto& shape = made.weights == nullptr ? std::vector<std::int64_t>() : made.weights->shape;
+    if (made.weights == nullptr) refuse(nameOf(node), "has no weights");
+    const auto& shape = made.weights->shape;
     if (shape.size() != 4 || made.weights->floats.empty() || shape[1] * made.group != channels ||
         shape[0] % made.group != 0) {
       refuse(nameOf(node), "has weights that do not fit its input");
