@@ -44,7 +44,7 @@ TEST(Script, FaultsAreRefusedInOneLineThatNamesFileAndKey) {
   for (const auto& [place, value, says] :
        {Broken{"/camera/tilt", "1", "camera.tilt: is not known here"},
         {"/camera/rotation", "45", "camera.rotation: cannot be 45; allowed is 0, 90, 180 or 270"},
-        {"/camera/position", "[2.5, 0.15, 2.9]", "camera.position: hangs above the ceiling, 2.9 m of 2.7 m"},
+        {"/camera/position", "[2.5, 0.15, 3.7]", "camera.position: hangs above the ceiling, 3.7 m of 3.5"},
         {"/lighting", R"([{"at": 5, "is": "dark"}, {"at": 5, "is": "day"}])", "lighting[1].at: must grow"},
         {"/lighting", R"([{"at": 5, "is": "dim"}])", "lighting[0].is: cannot be \"dim\"; allowed is one of day, dark"},
         {"/lighting", R"([{"at": 5, "is": "day", "lamp": [1, 1, 1]}])", "lighting[0].lamp: is for the light"},
