@@ -94,10 +94,10 @@ Recording recordingOf(const fs::path& happened, const std::string& name) {
 }
 
 std::optional<workstation::ParameterGroup> changesTo(const fs::path& settings, const fs::path& from) {
-  std::array<workstation::CameraDescription, 2> cameras;
-  if (fs::exists(from)) workstation::layOver(cameras[0], from);
-  if (fs::exists(settings)) workstation::layOver(cameras[1], settings);
-  const auto& [before, after] = cameras;
+  workstation::CameraDescription before;
+  workstation::CameraDescription after;
+  if (fs::exists(from)) workstation::layOver(before, from);
+  if (fs::exists(settings)) workstation::layOver(after, settings);
   const bool same_camera = before.product_name == after.product_name && before.rotation == after.rotation &&
                            before.focal_length_um == after.focal_length_um && before.mirrored == after.mirrored;
   const bool all_told = std::all_of(before.parameters.begin(), before.parameters.end(),
