@@ -2,17 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <cstddef>
 #include <limits>
+#include <utility>
 
 namespace simulator {
 namespace {
-
-static_assert(sizeof(Vertex) == 10 * sizeof(float), "vertices are compared as bytes");
-
-bool areSame(const Mesh& one, const Mesh& other) {
-  return one.size() == other.size() && std::memcmp(one.data(), other.data(), one.size() * sizeof(Vertex)) == 0;
-}
 
 /// Where the light that passes the point meets floor or wall.
 glm::vec3 shadowOf(const glm::vec3& point, const Light& light, const Room& room) {
@@ -68,12 +63,14 @@ class Extent {
 
 Part Changes::since(const Camera& camera, const Light& light, const Room& room, const Mesh& moving) {
   Part part{0, 0, camera.width, camera.height};
-  if (m_known && camera == m_camera && light == m_light && areSame(room.mesh, m_room)) {
+  if (m_known && camera == m_camera && light == m_light && room.mesh == m_room) {
     Extent extent(camera);
     const std::size_t common = std::min(moving.size(), m_moving.size());
     // Meshes are triangles: one changes where any of its corners does.
     for (std::size_t i = 0; i < std::max(moving.size(), m_moving.size()); i += 3) {
-      if (i < common && std::memcmp(&moving[i], &m_moving[i], 3 * sizeof(Vertex)) == 0) continue;
+      const auto first = static_cast<std::ptrdiff_t>(i);
+      if (i < common && std::equal(moving.begin() + first, moving.begin() + first + 3, m_moving.begin() + first))
+        continue;
       for (const Mesh* mesh : {&moving, static_cast<const Mesh*>(&m_moving)}) {
         for (std::size_t k = i; k < std::min(i + 3, mesh->size()); ++k) {
           extent.add((*mesh)[k].position);

@@ -14,6 +14,8 @@ struct Vertex {
   glm::vec3 normal{0, 0, 1};
   glm::vec3 color{1};
   float surface = 0;  ///< a Surface
+
+  friend bool operator==(const Vertex&, const Vertex&) = default;
 };
 
 /// Triangles, three vertices each.
