@@ -26,7 +26,8 @@ struct Grid {
            static_cast<std::size_t>(size.width);
   }
   float& at(int channel, int y, int x) {
-    return values[static_cast<std::size_t>((channel * shape.height + y) * shape.width + x)];
+    const int place = (channel * shape.height + y) * shape.width + x;
+    return values[static_cast<std::size_t>(place)];
   }
   [[nodiscard]] bool holds(int y, int x) const { return y >= 0 && x >= 0 && y < shape.height && x < shape.width; }
 };

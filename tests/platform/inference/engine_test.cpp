@@ -36,6 +36,7 @@ std::vector<std::uint8_t> noise(size_t bytes, std::uint32_t seed) {
 /// Copies, which outlive the engine's next run.
 std::vector<std::vector<float>> valuesOf(const std::vector<Maps>& maps) {
   std::vector<std::vector<float>> values;
+  values.reserve(maps.size());
   for (const Maps& map : maps) values.emplace_back(map.values.begin(), map.values.end());
   return values;
 }
@@ -47,8 +48,11 @@ OnnxMessage strides(const Kernel& values) { return integers("strides", values); 
 /// The packed picture of 45 x 34 pixels as three maps of 17 x 9, and whatever is left over left out.
 OnnxWriter shrunk() {
   OnnxWriter network(45, 34 * 3);
-  std::vector<float> weights(3 * 5 * 6);
-  for (size_t i = 0; i < weights.size(); ++i) weights[i] = static_cast<float>(i % 6 * 7 % 5 + i / 30) / 9000;
+  std::vector<float> weights(size_t{3} * 5 * 6);
+  for (size_t i = 0; i < weights.size(); ++i) {
+    const size_t value = i % 6 * 7 % 5 + i / 30;
+    weights[i] = static_cast<float>(value) / 9000;
+  }
   network.constant<float>("small.w", {3, 1, 5, 6}, weights).constant<float>("small.b", {3}, {-1.0F, 0.5F, 0.25F});
   return network.node("Conv", {"picture", "small.w", "small.b"}, "small",
                       {strides({5, 6}), integers("kernel_shape", {5, 6})});
@@ -146,7 +150,7 @@ TEST_P(BothEngines, MakeTheSameOfEveryPicture) {
   const NetworkTask task{bytesOf(file), network.height(), network.packedWidth(), GetParam().outputs};
   const auto onednn = makeOneDnnEngine(task);
   const auto opencv = makeOpenCvEngine(task);
-  const auto first = noise(static_cast<size_t>(network.height() * network.packedWidth()), 1);
+  const auto first = noise(static_cast<size_t>(network.height()) * static_cast<size_t>(network.packedWidth()), 1);
   const auto second = noise(first.size(), 2);
   const auto of_first = valuesOf(onednn->run(first.data()));
   for (const auto& picture : {second, first}) {
@@ -186,7 +190,7 @@ TEST(OneDnnEngine, PadsEachEndAsItIsTold) {
   by_pads.convolution("small", "out", {8, 3, 3, 3}, {pads({0, 1, 2, 0}), strides({2, 2})});
   pad(by_frame, "small", "frame", {0, 1, 2, 0}).convolution("frame", "out", {8, 3, 3, 3}, {strides({2, 2})});
   const std::string one = by_pads.file({"out"}), other = by_frame.file({"out"});
-  const auto picture = noise(45 * 34 * 3, 3);
+  const auto picture = noise(size_t{45} * 34 * 3, 3);
   const auto onednn = makeOneDnnEngine({bytesOf(one), 45, 34 * 3, {"out"}});
   const auto opencv = makeOpenCvEngine({bytesOf(other), 45, 34 * 3, {"out"}});
   EXPECT_NO_THROW(checkAgreement({"out"}, onednn->run(picture.data()), opencv->run(picture.data())));
@@ -278,7 +282,7 @@ TEST(OneDnnPlan, ReadsADamagedFileToAnEndAndNotBeyond) {
 TEST(EngineChoice, IsOpenCvWithALineWhereOneDnnDoesNotKnowALayer) {
   const StateFolder folder;
   ::openlog("velmor_test", 0, LOG_USER);
-  const auto picture = noise(45 * 34 * 3, 4);
+  const auto picture = noise(size_t{45} * 34 * 3, 4);
   OnnxWriter known = framed(), unknown = shrunk();
   const std::string first = known.file({"out"}), second = unknown.node("Sigmoid", {"small"}, "out").file({"out"});
   chooseEngine("known.onnx", {bytesOf(first), 45, 34 * 3, {"out"}});
