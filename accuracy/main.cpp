@@ -1,4 +1,5 @@
 // velmor_accuracy: what the program finds in pictures and recordings whose truth is known, measured with its own code.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -118,6 +119,10 @@ void obey(Words words) {
 }
 
 int run(const std::vector<std::string>& words) {
+  if (std::find(words.begin(), words.end(), "--help") != words.end()) {
+    std::cout << kUsage;
+    return 0;
+  }
   try {
     obey(Words(words));
     return 0;

@@ -128,10 +128,10 @@ logged() {
   fi
 }
 
-# build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time: what is usual, and what
-# `extra_targets` names.
+# build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time: what `targets` names of it, or
+# what is usual.
 build() {
-  local folder=$1 targets=(all ${extra_targets[@]+"${extra_targets[@]}"})
+  local folder=$1
   shift
   if ! mkdir -p "$folder" 2>/dev/null || [[ ! -w build ]]; then
     echo "$PWD/build: cannot be written to, and the program is built there; use a checkout of your own" >&2
@@ -140,9 +140,9 @@ build() {
   exec 9>"$folder.lock"
   flock 9
   logged "$folder.log" cmake -S . -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
-  if ! ninja -C "$folder" -n "${targets[@]}" | grep -q 'no work to do'; then
+  if ! ninja -C "$folder" -n "${targets[@]:-all}" | grep -q 'no work to do'; then
     echo "Building $folder (a few minutes the first time)" >&2
-    logged "$folder.log" ninja -C "$folder" -j "$(nproc)" "${targets[@]}"
+    logged "$folder.log" ninja -C "$folder" -j "$(nproc)" "${targets[@]:-all}"
   fi
   exec 9>&-
 }

@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import resource
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -292,6 +293,31 @@ class Surroundings(SetUpTest):
         self.assertEqual(taken("--network=/a=b", "--network-x"), "--network=/a=b|-|--network-x|")
         for line in (["--network"], ["--network="], ["x", "--network", ""], ["--network", "a", "--network=b"]):
             self.assertEqual(taken(*line), "--network wants one folder\n")
+
+    def test_help_comes_before_anything_is_installed_or_built(self):
+        tree = pathlib.Path(self.folder) / "tree"
+        programs = tree / "build/release/bin"
+        for folder in (tree / "cmake", programs):
+            folder.mkdir(parents=True)
+        for name in ("run", "cmake/build.sh"):
+            shutil.copy(ROOT / name, tree / name)
+        for name in ("velmor_run", "velmor_evaluate"):
+            (programs / name).write_text('#!/bin/bash\necho "$0 $*"\n', encoding="utf-8")
+            (programs / name).chmod(0o755)
+
+        def told(*arguments):
+            shell = subprocess.run([tree / "run", *arguments], capture_output=True, text=True, check=False,
+                                   env={**os.environ, "PATH": f"{self.folder}/no_packages:/usr/bin:/bin"})
+            return shell.stdout
+
+        packages = pathlib.Path(self.folder) / "no_packages"
+        packages.mkdir()
+        for name in ("dpkg-query", "apt-get", "sudo"):
+            (packages / name).write_text("#!/bin/bash\nexit 1\n", encoding="utf-8")
+            (packages / name).chmod(0o755)
+        self.assertEqual(told("--help"), f"{programs}/velmor_run --help\n")
+        self.assertEqual(told("evaluate", "--help"), f"{programs}/velmor_run evaluate --help\n")
+        self.assertEqual(told("replay"), "", "nothing is started before the set-up")
 
 
 def full_disk():
