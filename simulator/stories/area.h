@@ -11,7 +11,7 @@ namespace simulator {
 using Area = std::array<glm::vec2, 4>;
 
 /// How far the bed's volume reaches above the mattress, in metres: about the shoulders of whoever sits up.
-inline constexpr float kAirAboveMattress = 0.4F;
+inline constexpr float kAirAboveMattress = 0.5F;
 
 /// These places in the picture; one that is outside comes to the picture's edge.
 Area areaOf(const Camera& camera, const std::array<glm::vec3, 4>& places);

@@ -75,15 +75,19 @@ class VideoFile {
   void finish() {
     gst_app_src_end_of_stream(GST_APP_SRC(m_source));
     GstBus* bus = gst_element_get_bus(m_pipeline);
-    GstMessage* message = gst_bus_timed_pop_filtered(bus, 120 * GST_SECOND,
-                                                     static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
-    const bool good = message != nullptr && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
-    if (message != nullptr) gst_message_unref(message);
+    GstMessage* message =
+        gst_bus_timed_pop_filtered(bus, kLongestEnd, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    const bool late = message == nullptr;
+    const bool good = !late && GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS;
+    if (!late) gst_message_unref(message);
     gst_object_unref(bus);
-    if (!good) throw std::runtime_error("the video could not be written");
+    if (late) throw std::runtime_error("the video encoder did not come to an end within half an hour");
+    if (!good) throw std::runtime_error("the video could not be written: is there room on the disk?");
   }
 
  private:
+  /// The encoder looks ahead, so that the last pictures of a dark, noisy room keep a busy machine for minutes.
+  static constexpr GstClockTime kLongestEnd = 1800 * GST_SECOND;
   static constexpr guint64 kMostWaiting = 30'000'000;  ///< bytes of pictures that the encoder has not taken yet
 
   /// A failed encoder takes no more pictures, so that waiting for it must end here.

@@ -137,7 +137,7 @@ TEST(StillRecording, ShowsEachPictureInItsTime) {
   const fs::path file = folder / "pictures.mkv";
   writeStills(file, 3, [](int index) { return cv::Mat(72, 128, CV_8UC3, cv::Scalar::all(50 * (index + 1))); });
   ticker_clock::setReplayTime(TimeStamp());
-  const auto camera = workstation::openCamera(file.string(), false);
+  const auto camera = workstation::openCamera({.uri = file.string()}, false);
   for (int index = 0; index < 3; ++index) {
     const auto frame = camera->frameAt(TimeStamp(index * kStillLength + kStillLength / 2));
     const workstation::I420View view = frame->view();

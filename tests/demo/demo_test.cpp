@@ -255,7 +255,8 @@ class Watching : public Refused {
   }
 
   /// Waits for a heartbeat of the page's feed that tells what is wanted.
-  static bool heartbeatTells(HttpClient& feed, bool camera_is_away, bool has_watched) {
+  static bool heartbeatTells(HttpClient& feed, bool is_there, bool has_watched,
+                             const std::string& trouble = "camera-away") {
     for (int beat = 0; beat < 200;) {
       const std::string message = feed.receiveUntil("\n\n");
       if (message.empty()) return false;
@@ -263,10 +264,10 @@ class Watching : public Refused {
       ++beat;
       const auto told = nlohmann::json::parse(message.substr(message.find("data: ") + 6));
       const auto& wrong = told.at("wrong");
-      const bool is_away = std::any_of(wrong.begin(), wrong.end(), [](const nlohmann::json& what) {
-        return what.at("what") == "camera-away" && what.dump().find("secret") == std::string::npos;
+      const bool is_told = std::any_of(wrong.begin(), wrong.end(), [&trouble](const nlohmann::json& what) {
+        return what.at("what") == trouble && what.dump().find("secret") == std::string::npos;
       });
-      if (is_away == camera_is_away && (told.at("cycle") > 0) == has_watched) return true;
+      if (is_told == is_there && (told.at("cycle") > 0) == has_watched) return true;
     }
     return false;
   }
@@ -278,17 +279,22 @@ class Watching : public Refused {
 
 TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
   scripted::RtspCamera camera;
-  start(camera.uri("ward:secret@"));
+  std::ofstream(m_folder / "room.json") << R"({"source": ")" << camera.uri("ward:secret@") << "\"}";
+  start((m_folder / "room.json").string());
   HttpClient feed(m_port);
   feed.send("GET /platform/events HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(m_port) + "\r\n\r\n");
   EXPECT_TRUE(heartbeatTells(feed, true, false)) << contents(m_output);
-  camera.plug(90);
+  camera.plug({.luma = 90});
   EXPECT_TRUE(heartbeatTells(feed, false, true)) << contents(m_output);
+  EXPECT_TRUE(heartbeatTells(feed, true, true, "lens-covered")) << "it shows nothing but grey";
+  EXPECT_EQ(request(m_port, "GET", "/platform/sight?show=now").status, 200);
+  EXPECT_EQ(request(m_port, "GET", "/platform/sight?show=everything").status, 400);
   camera.unplug();
   EXPECT_TRUE(heartbeatTells(feed, true, true)) << contents(m_output);
   EXPECT_EQ(request(m_port, "GET", "/axis-cgi/jpg/image.cgi").status, 503);
   EXPECT_EQ(end(), 0) << contents(m_output);
   EXPECT_NE(contents(m_output).find("The camera has given no picture since "), std::string::npos);
+  EXPECT_NE(contents(m_folder / "events.jsonl").find("\"why\":\"lens-covered\""), std::string::npos);
   EXPECT_EQ((contents(m_output) + contents(m_folder / "system.log")).find("secret"), std::string::npos);
 }
 

@@ -301,7 +301,7 @@ class Surroundings(SetUpTest):
             folder.mkdir(parents=True)
         for name in ("run", "cmake/build.sh"):
             shutil.copy(ROOT / name, tree / name)
-        for name in ("velmor_run", "velmor_evaluate"):
+        for name in ("velmor_run", "velmor_evaluate", "velmor_camera"):
             (programs / name).write_text('#!/bin/bash\necho "$0 $*"\n', encoding="utf-8")
             (programs / name).chmod(0o755)
 

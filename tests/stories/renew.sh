@@ -23,24 +23,29 @@ recording_of() {
   fi
 }
 
-# render STORY: in the cache stands its recording, with the script that it was made from, written last.
+# render STORY: in the cache stands its recording, with the sums of the script and the simulator that made it, written
+# last: another drawing of the same script is another recording.
 render() {
-  local script=simulator/suite/$1.json kept=$CACHE/$1 rendered=$work/rendered file
+  local script=simulator/suite/$1.json kept=$CACHE/$1 rendered=$work/rendered sums file
   if [[ ! -f "$script" ]]; then
     echo "$script: there is no such story" >&2
     return 1
   fi
-  cmp -s "$script" "$kept.json" && return
-  ensure_packages "${BUILD_PACKAGES[@]}" "${SIMULATOR_PACKAGES[@]}"
-  targets=(velmor_simulator)
-  build build/release -DCMAKE_BUILD_TYPE=Release -DVELMOR_TESTS=OFF
+  sums=$(sha256sum "$script" build/release/bin/velmor_simulator)
+  [[ ! -f "$kept.made_of" || "$(<"$kept.made_of")" != "$sums" ]] || return 0
   echo "Rendering $1"
   rm -rf "$rendered"
   mkdir -p "$rendered" "$(dirname "$kept")"
   build/release/bin/velmor_simulator record "$script" "$rendered"
+  rm -f "$kept.made_of"
   for file in "$rendered"/*; do mv "$file" "$(dirname "$kept")/"; done
-  cp "$script" "$kept.json.new"
-  mv "$kept.json.new" "$kept.json"
+  echo "$sums" >"$kept.made_of"
+}
+
+build_simulator() {
+  ensure_packages "${BUILD_PACKAGES[@]}" "${SIMULATOR_PACKAGES[@]}"
+  targets=(velmor_simulator)
+  build build/release -DCMAKE_BUILD_TYPE=Release -DVELMOR_TESTS=OFF
 }
 
 # make_trace STORY: $work/new.jsonl.
@@ -75,6 +80,7 @@ if ((${#stories[@]} == 0)); then
   mapfile -t stories < <(grep '^[^#]' "$SET/quick_set.txt")
 fi
 ensure_packages xz-utils
+[[ "$rules_only" ]] || build_simulator
 for story in "${stories[@]}"; do
   echo "$story"
   make_trace "$story"

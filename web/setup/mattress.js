@@ -122,8 +122,8 @@ function Marking({ draft, tool, size, onDraft, onTake, onKeep }) {
 }
 
 const WHY = html`<p class="small">
-  Whoever sits up leaves an area that ends at the mattress: a false alarm. With the air above it there are fewer, but
-  somebody who gets up is noticed half a second to a second later, and a carer beside the bed counts as the patient a
+  Whoever sits up leaves an area that ends at the mattress: a false alarm. With the air above it there are far fewer.
+  Now and then somebody who gets up is noticed a few seconds later, and a carer beside the bed counts as the patient a
   little more often.
 </p>`;
 

@@ -73,7 +73,7 @@ const markCorner = ({ x, y }, size) => ({ x: tenths((100 * x) / size.width), y: 
 
 const NOT_MARKED = [null, null, null];
 /** How high a mattress usually is, and shoulders of who sits up above it, in metres. */
-const USUAL_BED = { height: "0.5", air: "0.4" };
+const USUAL_BED = { height: "0.5", air: "0.5" };
 
 /** A mattress that nobody has marked begins as what is drawn of its bed. */
 const markOf = (settings, { index }) =>
