@@ -53,23 +53,29 @@ std::string clockTime(std::chrono::system_clock::time_point time) {
   return text.data();
 }
 
-/// Why nobody answers at a URI, which GStreamer does not say; empty where somebody does, or for other kinds of URI.
+/// Why nobody answers at a URI, which GStreamer says late and in few words; empty where somebody does, or for other
+/// kinds of URI.
 std::string connectProblem(const std::string& uri) {
   if (!uri.starts_with("rtsp") && !uri.starts_with("http")) return "";
   const auto port = static_cast<guint16>(!uri.starts_with("http") ? 554 : uri.starts_with("https") ? 443 : 80);
+  const std::string address = withoutUser(uri);
   const GLibPtr<GSocketClient> client(g_socket_client_new());
   g_socket_client_set_timeout(client.get(), kConnectPatience_s);
   CaughtError error;
   const GLibPtr<GSocketConnection> connection(
-      g_socket_client_connect_to_uri(client.get(), uri.c_str(), port, nullptr, error.out()));
+      g_socket_client_connect_to_uri(client.get(), address.c_str(), port, nullptr, error.out()));
   return error.text("");
 }
+
+constexpr const char* kTooLate = "its pictures come too late";
 
 /// One opening of the source.
 struct Attempt {
   bool is_wanted = true;   ///< false: its thread is to close it
   bool is_playing = true;  ///< false: ended or broken
   bool is_closed = false;
+  bool is_refused = false;  ///< for its user or password
+  bool wants_other_transport = false;
   std::string error;  ///< empty after an orderly end
   std::optional<Clock::time_point> first_frame;
   Clock::time_point last_frame;
@@ -81,13 +87,19 @@ struct Attempt {
 /// the camera.
 class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
  public:
-  Keeper(const std::string& source, bool loop)
-      : m_source(source), m_name(withoutSecrets(source)), m_kind(kindOf(source)), m_loop(loop) {}
+  Keeper(const CameraSource& source, bool loop, bool is_in_charge)
+      : m_source(source),
+        m_name(withoutSecrets(source.uri)),
+        m_kind(kindOf(source.uri)),
+        m_loop(loop),
+        m_is_in_charge(is_in_charge) {}
 
   void start();
   void stop();
   Frame freshFrame();
   std::uint32_t framerate() const;
+  void takeCharge();
+  std::string whyAway() const;
 
  private:
   using Lock = std::unique_lock<std::mutex>;
@@ -97,7 +109,8 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   std::shared_ptr<Attempt> open(Lock& lock);
   void play(const std::shared_ptr<Attempt>& attempt);
   void playInto(Attempt& attempt);
-  bool put(Attempt& attempt, Frame frame);
+  VideoPipeline::Transport transport();
+  bool put(Attempt& attempt, Frame frame, const std::string& left_out);
   void watch(Lock& lock, const Attempt& attempt);
   void close(Lock& lock, Attempt& attempt);
   bool isForGood(const Attempt& attempt);
@@ -105,12 +118,16 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   bool wait(Lock& lock, Time until, Condition condition);
   void tell(Lock& lock);
   [[nodiscard]] bool isStarting(Time now) const;
-  [[nodiscard]] bool isFresh(Time now) const { return m_newest && now - m_newest->taken() <= m_times.fresh; }
+  [[nodiscard]] Time countsFrom(const DecodedFrame& frame) const {
+    return std::min(frame.taken(), frame.captured().time + m_times.late);
+  }
+  [[nodiscard]] bool isFresh(Time now) const { return m_newest && now - countsFrom(*m_newest) <= m_times.fresh; }
 
-  const std::string m_source;
+  const CameraSource m_source;
   const std::string m_name;  ///< of the source, for everybody's eyes
   const SourceKind m_kind;
   const bool m_loop;
+  bool m_is_in_charge;
   const LiveTimes m_times = liveTimes();
   std::thread m_thread;
 
@@ -119,6 +136,7 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   bool m_is_leaving = false;
   bool m_is_at_end = false;  ///< for good, and the program does not know yet
   int m_open = 0;            ///< pipelines
+  bool m_takes_udp = false;  ///< the camera has refused to send over TCP
   std::shared_ptr<Attempt> m_first;
   Frame m_newest;                            ///< none when it is old
   std::optional<std::uint32_t> m_framerate;  ///< none before the first frame of all
@@ -126,6 +144,8 @@ class LiveCamera::Keeper : public std::enable_shared_from_this<Keeper> {
   std::chrono::system_clock::time_point m_last_on_the_wall = std::chrono::system_clock::now();
   std::string m_reason = "it does not answer yet";  ///< why there is no frame
   std::string m_told;                               ///< the trouble as it was reported; empty for none
+  std::string m_left_out;                           ///< why pictures are; empty while none are
+  std::string m_told_left_out;                      ///< the same as it is in the log
 };
 
 LiveTimes& liveTimes() {
@@ -151,7 +171,7 @@ void LiveCamera::Keeper::stop() {
     m_changed.notify_all();
   }
   m_thread.join();
-  endTrouble(Trouble::kCameraAway);
+  if (m_is_in_charge) endTrouble(Trouble::kCameraAway);
 }
 
 /// The end of a file is told to the program when it asks for more: it cannot end in order before it has begun.
@@ -164,6 +184,17 @@ Frame LiveCamera::Keeper::freshFrame() {
 std::uint32_t LiveCamera::Keeper::framerate() const {
   const std::scoped_lock lock(m_mutex);
   return m_framerate.value_or(0);
+}
+
+void LiveCamera::Keeper::takeCharge() {
+  const std::scoped_lock lock(m_mutex);
+  m_is_in_charge = true;
+  m_changed.notify_all();
+}
+
+std::string LiveCamera::Keeper::whyAway() const {
+  const std::scoped_lock lock(m_mutex);
+  return m_reason;
 }
 
 /// The camera's own thread: opens the source, watches it, and opens it again.
@@ -181,7 +212,8 @@ void LiveCamera::Keeper::keepOpen() {
     if (attempt->first_frame && attempt->last_frame - *attempt->first_frame >= m_times.steady) {
       pause = m_times.shortest_pause;
     }
-    wait(lock, Clock::now() + pause, [] { return false; });
+    if (attempt->wants_other_transport) continue;
+    wait(lock, Clock::now() + (attempt->is_refused ? m_times.refused_pause : pause), [] { return false; });
     pause = std::min(2 * pause, m_times.longest_pause);
   }
 }
@@ -208,40 +240,53 @@ void LiveCamera::Keeper::play(const std::shared_ptr<Attempt>& attempt) {
 }
 
 void LiveCamera::Keeper::playInto(Attempt& attempt) {
-  std::string error;
+  std::string error = connectProblem(m_source.uri);
   std::unique_ptr<VideoPipeline> pipeline;
   try {
-    pipeline = std::make_unique<VideoPipeline>(m_source, VideoPipeline::Mode::kLive);
-    pipeline->play();
-    while (put(attempt, pipeline->pull(kLook))) {
-      if (pipeline->isAtEnd() || !pipeline->error().empty()) break;
+    if (error.empty()) {
+      pipeline = std::make_unique<VideoPipeline>(m_source, VideoPipeline::Mode::kLive, transport());
+      pipeline->play();
+      while (put(attempt, pipeline->pull(kLook), pipeline->leftOut())) {
+        if (pipeline->isAtEnd() || !pipeline->error().empty()) break;
+      }
+      error = pipeline->error();
     }
-    error = pipeline->error();
   } catch (const std::exception& exception) {
     error = exception.what();
-  }
-  if (!error.empty() && !attempt.first_frame && m_kind == SourceKind::kStream) {
-    if (const std::string problem = connectProblem(m_source); !problem.empty()) error = problem;
   }
   {
     const std::scoped_lock lock(m_mutex);
     attempt.is_playing = false;
+    attempt.is_refused = pipeline && pipeline->isRefused();
+    const bool wants_other_transport = pipeline && pipeline->wantsOtherTransport();
+    attempt.wants_other_transport = wants_other_transport && !m_takes_udp;
+    m_takes_udp = wants_other_transport ? !m_takes_udp : m_takes_udp && attempt.first_frame;
     attempt.error = withoutSecrets(error.ends_with('.') ? error.substr(0, error.size() - 1) : error);
     m_changed.notify_all();
   }
 }
 
+VideoPipeline::Transport LiveCamera::Keeper::transport() {
+  const std::scoped_lock lock(m_mutex);
+  return m_takes_udp ? VideoPipeline::Transport::kUdp : VideoPipeline::Transport::kTcp;
+}
+
 /// False when the attempt is not wanted any more.
-bool LiveCamera::Keeper::put(Attempt& attempt, Frame frame) {
+bool LiveCamera::Keeper::put(Attempt& attempt, Frame frame, const std::string& left_out) {
   const std::scoped_lock lock(m_mutex);
   if (!attempt.is_wanted) return false;
+  if (left_out != m_left_out) {
+    m_left_out = left_out;
+    m_changed.notify_all();
+  }
   if (!frame) return true;
   attempt.last_frame = frame->taken();
   if (!attempt.first_frame) attempt.first_frame = attempt.last_frame;
   m_framerate = frame->framerate();
-  m_reason = "it has stopped sending";  // should it become old
-  m_last = frame->taken();
-  m_last_on_the_wall = std::chrono::system_clock::now();
+  m_last = countsFrom(*frame);
+  const bool is_late = Clock::now() - m_last > m_times.fresh;
+  m_reason = is_late ? kTooLate : "it has stopped sending";  // should it become old
+  if (!is_late) m_last_on_the_wall = std::chrono::system_clock::now();
   m_newest = std::move(frame);
   m_changed.notify_all();
   return true;
@@ -257,7 +302,9 @@ void LiveCamera::Keeper::watch(Lock& lock, const Attempt& attempt) {
   };
   for (Time until = deadline();; until = deadline()) {
     if (!wait(lock, until, [&] { return !attempt.is_playing || deadline() != until; })) {
-      m_reason = attempt.first_frame ? "it has stopped sending" : "it sends no picture";
+      m_reason = !m_left_out.empty()   ? m_left_out
+                 : attempt.first_frame ? "it has stopped sending"
+                                       : "it sends no picture";
       return;
     }
     if (m_is_leaving) return;
@@ -311,6 +358,12 @@ bool LiveCamera::Keeper::wait(Lock& lock, Time until, Condition condition) {
 /// Reports the trouble when it begins and when its reason changes, and its end. The log may wait for a disk: nobody who
 /// asks for a frame does.
 void LiveCamera::Keeper::tell(Lock& lock) {
+  if (!m_left_out.empty() && m_left_out != m_told_left_out) {
+    const std::string text = m_told_left_out = m_left_out;
+    lock.unlock();
+    syslog(LOG_WARNING, "%s: %s", m_name.c_str(), text.c_str());
+    lock.lock();
+  }
   const Time now = Clock::now();
   if (isFresh(now) || isStarting(now)) {
     if (m_told.empty()) return;
@@ -321,6 +374,7 @@ void LiveCamera::Keeper::tell(Lock& lock) {
     return lock.lock();
   }
   m_newest.reset();
+  if (!m_is_in_charge) return;
   const std::string text = "The camera has given no picture since " + clockTime(m_last_on_the_wall) + " (" + m_reason +
                            "): nobody is being watched. It is tried again until it answers.";
   if (text == m_told) return;
@@ -337,7 +391,8 @@ bool LiveCamera::Keeper::isStarting(Time now) const {
   return m_kind == SourceKind::kFile || ((!m_first || m_first->is_playing) && now - m_last <= m_times.fresh);
 }
 
-LiveCamera::LiveCamera(const std::string& source, bool loop) : m_keeper(std::make_shared<Keeper>(source, loop)) {
+LiveCamera::LiveCamera(const CameraSource& source, bool loop, Charge charge)
+    : m_keeper(std::make_shared<Keeper>(source, loop, charge == Charge::kNow)) {
   try {
     m_keeper->start();
   } catch (...) {
@@ -354,5 +409,9 @@ LiveCamera::~LiveCamera() {
 Frame LiveCamera::frameAt(TimeStamp /*now*/) { return m_keeper->freshFrame(); }
 
 std::uint32_t LiveCamera::framerate() const { return m_keeper->framerate(); }
+
+void LiveCamera::takeCharge() { m_keeper->takeCharge(); }
+
+std::string LiveCamera::whyAway() const { return m_keeper->whyAway(); }
 
 }  // namespace workstation

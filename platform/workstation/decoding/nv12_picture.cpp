@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 
@@ -35,7 +36,7 @@ class I420Frame {
   std::vector<std::uint8_t> m_bytes;
 };
 
-/// The part of `length` that is kept, and where it begins: even, so that it falls on whole chroma samples.
+/// A part of a length. It begins at an even place, so that it falls on whole chroma samples.
 struct Cut {
   int begin;
   int length;
@@ -46,11 +47,35 @@ Cut middle(int length, std::int64_t wanted) {
   return {(length - kept) / 2 & ~1, kept};
 }
 
-I420View cropToAspect(const I420View& frame, StreamSize size) {
-  const std::int64_t width = frame.width;
-  const std::int64_t height = frame.height;
-  const Cut columns = middle(frame.width, (height * size.width + size.height / 2) / size.height);
-  const Cut rows = middle(frame.height, (width * size.height + size.width / 2) / size.width);
+/// Along one side: which part of a frame is seen, and where on the picture.
+struct Placed {
+  Cut from;
+  Cut to;
+};
+
+/// A frame of `length` pixels that would be `scaled` pixels long, on a picture of `shown` pixels: what goes beyond the
+/// picture is cut, what is missing becomes bars, save for less than a pixel.
+Placed place(int length, double scaled, int shown) {
+  const double seen = std::min(scaled, static_cast<double>(shown));
+  const int filled = seen > shown - 1.0 ? shown : std::max(2, static_cast<int>(std::lround(seen)) & ~1);
+  return {middle(length, std::lround(length * seen / scaled)), middle(shown, filled)};
+}
+
+struct Placement {
+  Placed columns;
+  Placed rows;
+};
+
+Placement placed(const I420View& frame, StreamSize size) {
+  constexpr double kShape = static_cast<double>(kSensorShape.width) / kSensorShape.height;
+  const double sensor_width = std::max<double>(size.width, size.height * kShape);
+  const double shape = frame.width * frame.pixel_aspect / frame.height;
+  const double width = std::min(sensor_width, sensor_width / kShape * shape);
+  return {place(frame.width, width, static_cast<int>(size.width)),
+          place(frame.height, width / shape, static_cast<int>(size.height))};
+}
+
+I420View cutOut(const I420View& frame, Cut columns, Cut rows) {
   I420View cut = frame;
   cut.y += static_cast<std::ptrdiff_t>(rows.begin) * frame.y_stride + columns.begin;
   cut.u += static_cast<std::ptrdiff_t>(rows.begin / 2) * frame.u_stride + columns.begin / 2;
@@ -64,11 +89,21 @@ void check(int status) {
   if (status != 0) throw std::runtime_error("a frame of this size cannot be scaled");
 }
 
-I420Frame scaled(const I420View& from, int width, int height) {
+/// The view on a picture of its own, at its place there; the rest is black.
+I420Frame scaled(const I420View& from, StreamSize size, Cut columns, Cut rows) {
+  const auto width = static_cast<int>(size.width);
+  const auto height = static_cast<int>(size.height);
   I420Frame to(width, height);
+  const int chroma = to.chromaWidth();
+  if (columns.length < width || rows.length < height) {
+    check(libyuv::I420Rect(to.y(), width, to.u(), chroma, to.v(), chroma, 0, 0, width, height, from.full_range ? 0 : 16,
+                           128, 128));
+  }
+  const std::ptrdiff_t corner = std::ptrdiff_t{rows.begin} * width + columns.begin;
+  const std::ptrdiff_t chroma_corner = std::ptrdiff_t{rows.begin / 2} * chroma + columns.begin / 2;
   check(libyuv::I420Scale(from.y, from.y_stride, from.u, from.u_stride, from.v, from.v_stride, from.width, from.height,
-                          to.y(), width, to.u(), to.chromaWidth(), to.v(), to.chromaWidth(), width, height,
-                          libyuv::kFilterBox));
+                          to.y() + corner, width, to.u() + chroma_corner, chroma, to.v() + chroma_corner, chroma,
+                          columns.length, rows.length, libyuv::kFilterBox));
   return to;
 }
 
@@ -114,10 +149,12 @@ void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rot
                        const std::function<void(const I420View& picture)>& use) {
   const auto width = static_cast<int>(size.width);
   const auto height = static_cast<int>(size.height);
-  I420View picture = cropToAspect(cropToAspect(frame, kSensorShape), size);
+  const Placement where = placed(frame, size);
+  I420View picture = cutOut(frame, where.columns.from, where.rows.from);
+  const bool fits = picture.width == width && picture.height == height;
   std::optional<I420Frame> right_size;
-  if (picture.width != width || picture.height != height) {
-    right_size = scaled(picture, width, height);
+  if (!fits || where.columns.to.length < width || where.rows.to.length < height) {
+    right_size = scaled(picture, size, where.columns.to, where.rows.to);
     picture = right_size->view();
   }
   std::optional<I420Frame> upright;

@@ -30,7 +30,7 @@ constexpr nanoseconds kContainerRounding = 2ms;
 /// A recording on the clock of a replay. Positions are times since the first frame.
 class RecordedCamera : public VideoCamera {
  public:
-  explicit RecordedCamera(const std::string& source);
+  explicit RecordedCamera(const CameraSource& source);
 
   std::shared_ptr<const DecodedFrame> frameAt(TimeStamp now) override;
   [[nodiscard]] std::uint32_t framerate() const override;
@@ -58,8 +58,8 @@ class RecordedCamera : public VideoCamera {
   ReplayProgress m_progress;
 };
 
-RecordedCamera::RecordedCamera(const std::string& source)
-    : m_name(withoutSecrets(source)), m_pipeline(source, VideoPipeline::Mode::kReplay) {
+RecordedCamera::RecordedCamera(const CameraSource& source)
+    : m_name(withoutSecrets(source.uri)), m_pipeline(source, VideoPipeline::Mode::kReplay) {
   m_pipeline.play();
   openFirstFrame();
   findEnd();
@@ -143,13 +143,13 @@ std::shared_ptr<const DecodedFrame> RecordedCamera::pullWithin(nanoseconds after
 
 }  // namespace
 
-std::shared_ptr<VideoCamera> openCamera(const std::string& source, bool loop) {
+std::shared_ptr<VideoCamera> openCamera(const CameraSource& source, bool loop) {
   const ScopedSigtermBlock block;
   try {
     if (ticker_clock::isReplay()) return std::make_shared<RecordedCamera>(source);
     return std::make_shared<LiveCamera>(source, loop);
   } catch (const std::exception& error) {
-    throw std::runtime_error(withoutSecrets("cannot play " + source + ": " + error.what()));
+    throw std::runtime_error(withoutSecrets("cannot play " + source.uri + ": " + error.what()));
   }
 }
 

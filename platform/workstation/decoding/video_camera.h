@@ -29,6 +29,6 @@ class VideoCamera {
 /// Opens the camera's source. Replay: frame by frame as the clock asks for them; the source's end becomes the end of
 /// the clock. Live: see LiveCamera; `loop` lets a file begin again at its end. Throws std::runtime_error: "cannot play
 /// FILE: why".
-std::shared_ptr<VideoCamera> openCamera(const std::string& source, bool loop);
+std::shared_ptr<VideoCamera> openCamera(const CameraSource& source, bool loop);
 
 }  // namespace workstation

@@ -110,7 +110,7 @@ TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) 
   EXPECT_EQ(settingOf(m_stream, "framerate"), 0U);
   EXPECT_TRUE(comes([] { return troubleHas("Connection refused"); })) << trouble();
   EXPECT_FALSE(troubleHas("ecret"));
-  camera.plug(200);
+  camera.plug({.luma = 200});
   EXPECT_TRUE(comes([this] { return showsNear(177); })) << trouble();
   EXPECT_TRUE(comes([] { return trouble().empty(); }));
   camera.freeze();
@@ -118,7 +118,7 @@ TEST_F(LiveCameraTest, ANetworkCameraComesLateFreezesDiesAndComesBackAsAnother) 
   EXPECT_TRUE(comes([] { return troubleHas("stopped sending"); })) << trouble();
   EXPECT_EQ(settingOf(m_stream, "framerate"), 10U);
   camera.unplug();
-  camera.plug(60, 480, 272, scripted::RtspCamera::Codec::kVp8);
+  camera.plug({.luma = 60, .width = 480, .height = 272, .codec = scripted::RtspCamera::Codec::kVp8});
   EXPECT_TRUE(comes([this] { return showsNear(68); })) << trouble();
   camera.unplug();
   EXPECT_TRUE(comes([this] { return luma() == -1 && !trouble().empty(); }));
