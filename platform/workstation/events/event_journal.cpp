@@ -50,6 +50,7 @@ std::string lineOf(const EventRecord& record) {
     }
     line["active"] = record.active;
   }
+  if (!record.why.empty()) line["why"] = record.why;
   if (record.closed_at_start) line["closed_at_start"] = true;
   return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
@@ -102,6 +103,7 @@ std::optional<EventRecord> parseLine(std::string_view text) {
   record.active = *active;
   record.event = event.value_or("");
   record.topic = topic.value_or("");
+  record.why = line.text("why").value_or("");
   return record;
 }
 

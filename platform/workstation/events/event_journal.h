@@ -3,7 +3,7 @@
 // {"seq": 7, "run": "9f2c41d07b3e5a18", "time": "2026-03-01T12:00:31.500Z", "t": 1772366431.5, "kind": "changed",
 //  "event": "Fall Detected", "topic": "tnsaxis:CameraApplicationPlatform/VelmorQuilnApplication/FallDetected",
 //  "active": true}
-// {"seq": 8, "run": "9f2c41d07b3e5a18", "time": ..., "t": ..., "kind": "watching", "active": false}
+// {"seq": 8, "run": "9f2c41d07b3e5a18", "time": ..., "t": ..., "kind": "watching", "active": false, "why": "too-dark"}
 // {"seq": 12, "run": "9f2c41d07b3e5a18", "time": ..., "t": ..., "kind": "missing", "from": 9, "to": 12}
 //
 // Numbers rise by one within a run; a new run may begin above. A "missing" line stands for the numbers that a run has
@@ -34,6 +34,7 @@ struct EventRecord {
   std::uint64_t number = 0;
   std::string run = {};    ///< whose number it is; empty in old lines
   std::uint64_t from = 0;  ///< of "missing": the first number that is; `number` is the last
+  std::string why = {};    ///< of an end of watching: the trouble's name (health.h); empty when the program ended
 };
 
 /// Seconds on the process's clock, to the millisecond, as the journal and the standard output show them.

@@ -79,6 +79,19 @@ TimeStamp lastCycle(const Health& health) {
   return ticker_clock::now() - health.cycle_age.value_or(std::chrono::nanoseconds(0));
 }
 
+/// The trouble by which nobody is watched: while pictures are analysed that of the camera's sight, else what keeps them
+/// away; null for none.
+const Health::Wrong* unwatchedBy(const Health& health, bool cycling) {
+  const Health::Wrong* found = nullptr;
+  for (const Health::Wrong& wrong : health.wrong) {
+    const bool is_away = wrong.what == Trouble::kCameraAway;
+    const bool is_of_cycles = is_away || wrong.what == Trouble::kAnalysisStandsStill;
+    if (!blinds(wrong.what) || is_of_cycles == cycling) continue;
+    if (found == nullptr || is_away) found = &wrong;
+  }
+  return found;
+}
+
 }  // namespace
 
 std::shared_ptr<EventRecorder> EventRecorder::begin(Closed closed, std::size_t most_unwritten) {
@@ -131,6 +144,7 @@ void EventRecorder::give(EventRecord record) {
   publishEvent(record);
   m_queue.push_back(record);
   if (record.kind == "changed") traceEvent(record.number, record.run, record.time, record.event, record.active);
+  if (record.kind == "watching") traceWatching(record.number, record.run, record.time, record.active, record.why);
   bound();
   reportDelay();
   m_changed.notify_all();
@@ -159,7 +173,7 @@ void EventRecorder::bound() {
 
 void EventRecorder::finish() {
   std::unique_lock lock(m_mutex);
-  if (std::exchange(m_watching, false)) give({lastCycle(currentHealth()), "watching"});
+  if (!std::exchange(m_unwatched, "")) give({lastCycle(currentHealth()), "watching"});
   m_stopping = true;
   m_changed.notify_all();
   const auto ended = [this] { return m_threads == 0; };
@@ -400,14 +414,20 @@ void EventRecorder::lookAround() {
 }
 
 /// With the lock held. On a machine whose cycles take seconds the last one is often older than a silence may be: as
-/// long as they come, watching has not ceased for the journal.
+/// long as they come, watching has not ceased for the journal. While they come, the camera may be blind.
 void EventRecorder::lookWhetherWatching() {
   const Health health = currentHealth();
   const auto patience = std::max<std::chrono::nanoseconds>(kLongestSilence, 3 * health.beat.last_call);
-  const bool is_watching = m_watching ? health.cycle_age && *health.cycle_age <= patience : health.isWatching();
-  if (m_first == 0 || is_watching == m_watching) return;
-  m_watching = is_watching;
-  give({lastCycle(health), "watching", "", "", m_watching});
+  m_cycling = health.cycle_age && *health.cycle_age <= (m_cycling ? patience : kLongestSilence);
+  const Health::Wrong* const reason = unwatchedBy(health, m_cycling);
+  std::optional<std::string> why;
+  if (reason != nullptr || !m_cycling) why = reason != nullptr ? nameOf(reason->what) : "";
+  const bool has_begun = m_cycling || m_unwatched != "";  // before the first picture nobody was watched anyhow
+  if (m_first == 0 || why == m_unwatched || !has_begun) return;
+  m_unwatched = why;
+  EventRecord record{m_cycling && reason != nullptr ? reason->since : lastCycle(health), "watching", "", "", !why};
+  record.why = why.value_or("");
+  give(record);
 }
 
 }  // namespace workstation

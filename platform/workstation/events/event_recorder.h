@@ -104,7 +104,8 @@ class EventRecorder : public std::enable_shared_from_this<EventRecorder> {
   std::optional<Delay> m_delay;
   std::deque<std::pair<int, std::string>> m_unsaid;
   std::deque<EventRecord> m_closed_unsaid;
-  bool m_watching = false;
+  bool m_cycling = false;                       ///< pictures are analysed
+  std::optional<std::string> m_unwatched = "";  ///< why nobody is watched; nothing while somebody is
   bool m_stopping = false;
   bool m_given_up = false;
   int m_threads = 0;

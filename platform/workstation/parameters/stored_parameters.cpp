@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/sight/sight_watch.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
@@ -85,11 +87,32 @@ std::string format(const StoredState& state, const std::string& group) {
 /// Constant at first, so that others may set it before main.
 constinit ParametersHook parameters_hook = nullptr;
 
+constinit std::mutex watched_mutex;
+constinit std::optional<WatchedFor> watched;  ///< under the lock
+
+void noteWatched(const Parameters& values) {
+  const auto isOn = [&values](const std::string& name) {
+    const auto found = values.find(name);
+    return found != values.end() && found->second == "true";
+  };
+  const std::scoped_lock lock(watched_mutex);
+  watched = {isOn("DetectFallenPersons"), isOn("DetectPatientOutOfBed"), 0};
+  for (const char* bed : {"Detection1Active", "Detection2Active", "Detection3Active"})
+    watched->beds += isOn(bed) ? 1 : 0;
+}
+
 }  // namespace
+
+std::optional<WatchedFor> watchedFor() {
+  const std::scoped_lock lock(watched_mutex);
+  return watched;
+}
 
 void setParametersHook(ParametersHook hook) { parameters_hook = hook; }
 
 void tellParameters(const Parameters& values) {
+  noteWatched(values);
+  if (SightWatch* const sight = sightWatch()) sight->setParameters(values);
   if (parameters_hook != nullptr) parameters_hook(values);
 }
 

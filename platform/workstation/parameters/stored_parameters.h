@@ -33,8 +33,17 @@ StoredState startFrom(StoredState stored, const Parameters& defaults,
 /// before main.
 using ParametersHook = void (*)(const Parameters&);
 void setParametersHook(ParametersHook hook);
-/// For whoever stores them: tells the hook.
+/// For whoever stores them: tells the hook, and the camera's sight of the floor.
 void tellParameters(const Parameters& values);
+
+/// What the program has been told to watch for: for viewers who may not see the settings.
+struct WatchedFor {
+  bool falls = false;
+  bool exits = false;  ///< of a bed
+  int beds = 0;        ///< areas in use
+};
+/// By the parameters that were told last; none before. From any thread.
+std::optional<WatchedFor> watchedFor();
 
 /// What a state directory holds for one group (application).
 class StoredParameters {

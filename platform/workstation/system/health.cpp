@@ -20,6 +20,7 @@ struct Known {
   std::uint64_t cycle = 0;
   std::deque<Clock::time_point> completions;  ///< of the last minute, and the last one always
   Clock::time_point picture_taken;
+  bool is_capture_known = false;
 
   void forgetOld(Clock::time_point now) {
     while (completions.size() > 1 && now - completions.front() > kWindow) completions.pop_front();
@@ -32,8 +33,8 @@ Known& known() {
 }
 
 /// With the lock held.
-void setTrouble(Trouble trouble, const std::string& text) {
-  const auto entry = known().wrong.try_emplace(trouble, Health::Wrong{trouble, ticker_clock::now(), text}).first;
+void setTrouble(Trouble trouble, const std::string& text, TimeStamp since = ticker_clock::now()) {
+  const auto entry = known().wrong.try_emplace(trouble, Health::Wrong{trouble, since, text}).first;
   entry->second.text = text;
 }
 
@@ -65,6 +66,16 @@ const char* nameOf(Trouble trouble) {
       return "analysis-stands-still";
     case Trouble::kCameraAway:
       return "camera-away";
+    case Trouble::kPictureFrozen:
+      return "picture-frozen";
+    case Trouble::kTooDark:
+      return "too-dark";
+    case Trouble::kLensCovered:
+      return "lens-covered";
+    case Trouble::kOutOfFocus:
+      return "out-of-focus";
+    case Trouble::kCameraMoved:
+      return "camera-moved";
     case Trouble::kLensAway:
       return "lens-away";
     case Trouble::kTicksLeftOut:
@@ -73,9 +84,27 @@ const char* nameOf(Trouble trouble) {
   return "";
 }
 
-void reportTrouble(Trouble trouble, const std::string& text) {
+bool blinds(Trouble trouble) {
+  switch (trouble) {
+    case Trouble::kAnalysisStandsStill:
+    case Trouble::kCameraAway:
+    case Trouble::kPictureFrozen:
+    case Trouble::kTooDark:
+    case Trouble::kLensCovered:
+    case Trouble::kOutOfFocus:
+    case Trouble::kCameraMoved:
+      return true;
+    case Trouble::kAlarmsNotRecorded:
+    case Trouble::kLensAway:
+    case Trouble::kTicksLeftOut:
+      return false;
+  }
+  return false;
+}
+
+void reportTrouble(Trouble trouble, const std::string& text, TimeStamp since) {
   const std::scoped_lock lock(known().mutex);
-  setTrouble(trouble, text);
+  setTrouble(trouble, text, since);
 }
 
 void endTrouble(Trouble trouble) {
@@ -83,12 +112,18 @@ void endTrouble(Trouble trouble) {
   known().wrong.erase(trouble);
 }
 
-void noteCompleteCycle(std::uint64_t cycle, Clock::time_point picture_taken) {
+void noteCompleteCycle(std::uint64_t cycle, Clock::time_point picture_taken, bool is_known) {
   const std::scoped_lock lock(known().mutex);
   known().cycle = cycle;
   known().completions.push_back(Clock::now());
   known().forgetOld(known().completions.back());
   known().picture_taken = picture_taken;
+  known().is_capture_known = is_known;
+}
+
+const Health::Wrong* Health::blinding() const {
+  const auto first = std::find_if(wrong.begin(), wrong.end(), [](const Wrong& one) { return blinds(one.what); });
+  return first == wrong.end() ? nullptr : &*first;
 }
 
 Health currentHealth() {
@@ -106,6 +141,8 @@ Health currentHealth() {
       health.slowdown = std::max(1.0, std::chrono::duration<double>(distance) / health.beat.period);
     }
     health.picture_age = now - known().picture_taken;
+    health.delay = completions.back() - known().picture_taken;
+    health.is_capture_known = known().is_capture_known;
   }
   derive(health);
   for (const auto& [trouble, wrong] : known().wrong) health.wrong.push_back(wrong);

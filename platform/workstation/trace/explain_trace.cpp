@@ -119,6 +119,20 @@ std::vector<std::filesystem::path> filesOf(const std::filesystem::path& trace) {
   return files;
 }
 
+/// What a trouble's name means; empty for none by which nobody is watched.
+std::string unwatchedWords(const std::string& why) {
+  static const std::map<std::string, std::string> kWords{
+      {"analysis-stands-still", "no picture was analysed"},
+      {"camera-away", "the camera gave no picture"},
+      {"picture-frozen", "the camera sent the same moment again and again"},
+      {"too-dark", "it was too dark to see anybody"},
+      {"lens-covered", "the lens was covered"},
+      {"out-of-focus", "the picture was out of focus"},
+      {"camera-moved", "the camera had been moved since the floor was calibrated"}};
+  const auto known = kWords.find(why);
+  return known == kWords.end() ? "" : known->second;
+}
+
 /// What somebody was, or a bed, from one cycle to another.
 struct Stretch {
   std::string key;  ///< the same for as long as nothing changes that matters
@@ -197,6 +211,7 @@ class Explainer {
     }
     for (const TraceChange& change : m_story.rest()) note(change);
     if (m_cycles > 0) tellMissing("on");
+    if (!m_unwatched.empty() && !m_unwatched.back().to_ns) tellUnwatched(m_unwatched.back());
     if (m_cycles == 0) {
       throw std::runtime_error(m_first_mistake.value_or(
           m_request.trace + ": holds no cycle; allowed is a trace of a run that has seen pictures"));
@@ -238,6 +253,7 @@ class Explainer {
       m_has_end = m_has_end || std::holds_alternative<TraceEnd>(*line);
       const bool is_cycle = std::holds_alternative<TraceCycle>(*line);
       if (const auto* settings = std::get_if<TraceSettings>(&*line)) compareSettings(*settings);
+      if (const auto* watching = std::get_if<TraceWatching>(&*line)) takeWatching(*watching);
       const std::vector<TraceChange> changes = m_story.take(*std::move(line));
       if (is_cycle) takeCycle(m_story.moment());
       for (const TraceChange& change : changes) note(change);
@@ -247,6 +263,38 @@ class Explainer {
       m_notes +=
           file.string() + ": the last line is cut off, as in a run that was killed; what comes before it counts\n";
     }
+  }
+
+  /// Nobody was watched from one time on, though pictures were analysed; nothing for `to_ns`: to the end.
+  struct Unwatched {
+    std::int64_t from_ns = 0;
+    std::optional<std::int64_t> to_ns;
+    std::string why;
+  };
+
+  /// A time of another trouble begins where the one before ends.
+  void takeWatching(const TraceWatching& watching) {
+    if (!m_unwatched.empty() && !m_unwatched.back().to_ns) {
+      m_unwatched.back().to_ns = watching.ns;
+      tellUnwatched(m_unwatched.back());
+    }
+    if (!watching.active && !unwatchedWords(watching.why).empty()) {
+      m_unwatched.push_back({watching.ns, std::nullopt, unwatchedWords(watching.why)});
+    }
+  }
+
+  void tellUnwatched(const Unwatched& time) {
+    m_lines.push_back("     " + timeText(time.from_ns, isReplay()) +
+                      (time.to_ns ? " to " + timeText(*time.to_ns, isReplay()) : " on") +
+                      ": nobody was watched: " + time.why + ".");
+  }
+
+  /// Why nobody was watched then, as a line; empty when somebody was.
+  [[nodiscard]] std::string unwatchedAt(std::int64_t ns) const {
+    for (const Unwatched& time : m_unwatched) {
+      if (ns >= time.from_ns && (!time.to_ns || ns < *time.to_ns)) return "  Nobody was watched: " + time.why + ".\n";
+    }
+    return "";
   }
 
   void takeCycle(const TraceMoment& moment) {
@@ -396,6 +444,7 @@ class Explainer {
     }
     const Scene scene = m_found->scene();
     m_out = m_found_note + timeText(scene.now.ns, isReplay()) + ", cycle " + std::to_string(scene.now.number) + "\n";
+    m_out += unwatchedAt(scene.now.ns);
     if (scene.now.failed) {
       m_out +=
           "  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as it was.\n";
@@ -498,6 +547,7 @@ class Explainer {
   bool m_has_end = false;                ///< since the last cycle
   bool m_is_cut_off = false;             ///< the last file
   std::map<std::string, bool> m_active;  ///< events, after the last cycle
+  std::vector<Unwatched> m_unwatched;
   std::uint64_t m_last_cycle = 0;
   double m_steps_ns = 0;
   std::uint64_t m_steps = 0;

@@ -360,6 +360,11 @@ TraceEvent readEvent(const Fields& line) {
           line.need(line.text("name"), "name"), line.need(line.truth("active"), "active")};
 }
 
+TraceWatching readWatching(const Fields& line) {
+  return {line.need(line.whole("ns", std::numeric_limits<std::int64_t>::max()), "ns"),
+          line.need(line.truth("active"), "active"), line.text("why").value_or("")};
+}
+
 /// What is nested deeper is no trace's; it is refused before it takes memory.
 json parse(std::string_view text) {
   bool too_deep = false;
@@ -390,6 +395,7 @@ TraceLine parseTraceLine(std::string_view text) {
   if (kind == "settings") return readSettings(line);
   if (kind == "cycle") return readCycle(line);
   if (kind == "event") return readEvent(line);
+  if (kind == "watching") return readWatching(line);
   if (kind == "missing") return TraceMissing{line.whole("lines", kMostNumber).value_or(0)};
   if (kind == "end") return TraceEnd{};
   return std::monostate{};

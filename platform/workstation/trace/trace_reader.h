@@ -163,6 +163,13 @@ struct TraceEvent {
   bool active = false;
 };
 
+/// From then on somebody was watched, or nobody.
+struct TraceWatching {
+  std::int64_t ns = 0;
+  bool active = false;
+  std::string why;  ///< the trouble's name; empty when the run ended
+};
+
 /// So many lines are missing here.
 struct TraceMissing {
   std::int64_t lines = 0;
@@ -172,8 +179,8 @@ struct TraceMissing {
 struct TraceEnd {};
 
 /// What a line holds; std::monostate for a kind that this reader does not know.
-using TraceLine =
-    std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent, TraceMissing, TraceEnd>;
+using TraceLine = std::variant<std::monostate, TraceHeader, TraceSettings, TraceCycle, TraceEvent, TraceWatching,
+                               TraceMissing, TraceEnd>;
 
 /// Longer lines are no trace's: one of eighty people has 60 KB.
 inline constexpr std::size_t kMostTraceLineBytes = std::size_t{4} << 20;

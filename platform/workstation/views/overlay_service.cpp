@@ -156,7 +156,7 @@ void drawWatched(const CameraDescription& camera, StreamSize size) {
 void drawAnonymised(const CameraDescription& camera) {
   const CycleFrames::Frame frame = drawnFrame();
   if (!frame) return;  // between cycles
-  noteCompleteCycle(ticker_clock::currentTick(), frame->taken());
+  noteCompleteCycle(ticker_clock::currentTick(), frame->captured().time, frame->captured().is_known);
   const StreamChoice choice = currentStreamChoice();
   if (!choice.anonymised || !isOffered(camera, *choice.anonymised)) return;
   anonymisedView().show({frame, drawStream(camera, *choice.anonymised)}, choice, AnonymisedView::Clock::now());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -170,6 +171,25 @@ TEST_F(ExplainTrace, EachChangeOfAnEventIsToldWithItsReason) {
       explain({file, "2", {}}),
       "2.0 s, cycle 4\n  The cycle failed: there was no picture or no network. Nothing was decided, and all stayed as "
       "it was.\n");
+}
+
+TEST_F(ExplainTrace, WhenNobodyWasWatchedIsToldWithTheReason) {
+  const auto watching = [](double s, bool active, const std::string& why) {
+    return json{{"kind", "watching"}, {"seq", 1}, {"ns", std::llround(s * 1e9)}, {"active", active}, {"why", why}};
+  };
+  const std::string file =
+      write({cycle(1), watching(0.5, true, ""), cycle(2), cycle(3), watching(1.0, false, "lens-covered"), cycle(4),
+             watching(2.0, false, "too-dark"), cycle(5), watching(2.5, true, ""), cycle(6),
+             watching(3.0, false, "something-new"), watching(3.0, false, "camera-moved")});
+  const std::string all = explain({file, {}, {}});
+  EXPECT_NE(all.find("     1.0 s to 2.0 s: nobody was watched: the lens was covered.\n"
+                     "     2.0 s to 2.5 s: nobody was watched: it was too dark to see anybody.\n"
+                     "     3.0 s on: nobody was watched: the camera had been moved since the floor was calibrated.\n"),
+            std::string::npos)
+      << all;
+  EXPECT_NE(explain({file, "1.5", {}}).find("Nobody was watched: the lens was covered."), std::string::npos);
+  EXPECT_NE(explain({file, "3", {}}).find("Nobody was watched: the camera had been moved"), std::string::npos);
+  EXPECT_EQ(explain({file, "2.5", {}}).find("Nobody was watched"), std::string::npos);
 }
 
 TEST_F(ExplainTrace, NoFallSaysWhatStandsAgainstIt) {
