@@ -8,6 +8,7 @@ readonly BUILD_PACKAGES=(
 )
 readonly RUN_PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
+  gstreamer1.0-plugins-bad                                                # h264parse, h265parse: sizes before decoding
   dbus-daemon systemd                                                     # the lens's bus, and busctl to ask it
   fonts-dejavu-core                                                       # the overlays' text
 )
@@ -77,10 +78,11 @@ take_network() {
   done
 }
 
-# needs_networks ARGUMENT...: whether what ./run is asked for looks at pictures. A trace holds what the networks saw.
+# needs_networks ARGUMENT...: whether what ./run is asked for looks for people in pictures. A trace holds what the networks
+# saw.
 needs_networks() {
   local argument previous=
-  [[ " $* " != *" --help "* && "${1:-}" != explain ]] || return 1
+  [[ " $* " != *" --help "* && "${1:-}" != @(explain|camera) ]] || return 1
   for argument in "$@"; do
     if [[ "$1" == replay && "$previous" != --trace && -f "$argument" &&
       "$(head -c 64 -- "$argument" | tr -d '\0 ')" == '{"kind":"trace"'* ]]; then

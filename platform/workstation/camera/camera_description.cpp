@@ -23,6 +23,10 @@ constexpr std::uint32_t kMaxStreamSide = 4096;
 constexpr std::size_t kMaxStreamSizes = 32;
 
 constexpr const char* kSourceRule = "allowed is a text: the path of a video file or a URI";
+constexpr const char* kLoginRule =
+    "allowed is a text: the path of a file with the user's name and the password, where source is rtsp or http";
+constexpr const char* kCertificateRule =
+    "allowed is a text: the SHA-256 fingerprint of the camera's certificate, where source is rtsps or https";
 constexpr const char* kSwitchRule = "allowed are true and false";
 constexpr const char* kRotationRule = "allowed are 0, 90, 180 and 270";
 constexpr const char* kProductRule = "allowed is a text that is not empty";
@@ -31,12 +35,13 @@ constexpr const char* kSizesRule =
     "allowed is a list of 1 to 32 different texts \"WIDTHxHEIGHT\" of even numbers from 2 to 4096";
 constexpr const char* kParametersRule = "allowed is an object of parameter names with texts as values";
 constexpr const char* kKeysRule =
-    "allowed are source, loop, rotation, mirrored, product_name, focal_length_um, stream_sizes and parameters";
+    "allowed are source, login, certificate, loop, rotation, mirrored, product_name, focal_length_um, stream_sizes and "
+    "parameters";
 
-/// A value as it stands in the file, cut to a length that fits a line.
+/// A value as it stands in the file, cut to a length that fits a line, without passwords.
 std::string shown(const json& value) {
   constexpr std::size_t kLongest = 40;
-  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
+  std::string text = withoutSecrets(value.dump(-1, ' ', true, json::error_handler_t::replace));
   if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
   return text;
 }
@@ -63,6 +68,7 @@ class Reader {
     } else {
       if (!document.contains("source")) note("source", "is missing", kSourceRule);
       for (const auto& [key, value] : document.items()) take(key, value);
+      checkTogether(document);
     }
     if (!m_mistakes.empty()) throw DescriptionError(m_mistakes);
     return std::move(m_description);
@@ -77,6 +83,10 @@ class Reader {
   void take(const std::string& key, const json& value) {
     if (key == "source") {
       takeSource(value);
+    } else if (key == "login") {
+      takeLogin(value);
+    } else if (key == "certificate") {
+      takeCertificate(value);
     } else if (key == "loop") {
       takeSwitch(key, value, m_description.loop);
     } else if (key == "rotation") {
@@ -105,11 +115,42 @@ class Reader {
     if (source == nullptr || source->empty() || source->find('\0') != std::string::npos) {
       return refuse("source", value, kSourceRule);
     }
-    m_description.source = *source;
-    if (isUri(*source)) return;
+    m_description.source = isUri(*source) ? *source : besideTheFile(*source);
+  }
+
+  [[nodiscard]] std::string besideTheFile(const std::string& path) const {
     std::error_code error;
     const auto folder = std::filesystem::absolute(m_description.file, error).parent_path();
-    m_description.source = (folder / *source).lexically_normal().string();
+    return (folder / path).lexically_normal().string();
+  }
+
+  void takeLogin(const json& value) {
+    const auto* file = value.get_ptr<const std::string*>();
+    if (file == nullptr || file->empty() || file->find('\0') != std::string::npos) {
+      return refuse("login", value, kLoginRule);
+    }
+    m_description.login = besideTheFile(*file);
+  }
+
+  void takeCertificate(const json& value) {
+    const auto* text = value.get_ptr<const std::string*>();
+    const auto fingerprint = text == nullptr ? std::nullopt : fingerprintFrom(*text);
+    if (!fingerprint) return refuse("certificate", value, kCertificateRule);
+    m_description.certificate = *fingerprint;
+  }
+
+  /// What each key alone doesn't tell.
+  void checkTogether(const json& document) {
+    const std::string& source = m_description.source;
+    if (source.empty()) return;
+    if (!m_description.login.empty() && !takesLogin(source)) {
+      refuse("login", document["login"], kLoginRule);
+    } else if (!m_description.login.empty() && withoutUser(source) != source) {
+      note("login", "is told by source as well", "allowed is one of them, and a file keeps a password better");
+    }
+    if (!m_description.certificate.empty() && !takesCertificate(source)) {
+      refuse("certificate", document["certificate"], kCertificateRule);
+    }
   }
 
   void takeSwitch(const std::string& key, const json& value, bool& target) {
@@ -184,7 +225,17 @@ std::string readDescription(const std::string& file) {
 }
 
 CameraDescription loadCameraDescription(const std::string& file) {
-  return parseCameraDescription(readDescription(file), file);
+  CameraDescription camera = parseCameraDescription(readDescription(file), file);
+  try {
+    loginOf(sourceOf(camera));
+  } catch (const std::runtime_error& problem) {
+    throw DescriptionError(file + ": login: " + problem.what());
+  }
+  return camera;
+}
+
+CameraSource sourceOf(const CameraDescription& camera) {
+  return {.uri = camera.source, .login_file = camera.login, .certificate = camera.certificate};
 }
 
 const CameraDescription& startedCamera() {

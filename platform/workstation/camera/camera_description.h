@@ -10,12 +10,15 @@
 #include <vector>
 
 #include "platform/support/stream_size.h"
+#include "platform/workstation/decoding/source/camera_source.h"
 
 namespace workstation {
 
 struct CameraDescription {
   std::string file;                         ///< where it was read from, for messages
   std::string source;                       ///< absolute path, or a URI ("rtsp://...")
+  std::string login;                        ///< absolute path of a login file; empty: none
+  std::string certificate;                  ///< fingerprint of the one that is believed; empty: the system's
   bool loop = false;                        ///< live only: begin again at the end of the file
   std::uint32_t rotation = 0;               ///< degrees clockwise: 0, 90, 180 or 270
   bool mirrored = false;                    ///< viewers see left and right exchanged, after the turning
@@ -24,6 +27,9 @@ struct CameraDescription {
   std::vector<StreamSize> stream_sizes{{640, 360}, kApplicationStream, {1280, 720}, {1920, 1080}};
   std::map<std::string, std::string> parameters;  ///< what the installer has set, by parameter name
 };
+
+/// What is opened to watch the camera.
+CameraSource sourceOf(const CameraDescription& camera);
 
 /// A description that cannot be used. what() holds one line for each mistake, "FILE: KEY: what is wrong; what is
 /// allowed", without a final line feed.
@@ -42,7 +48,7 @@ CameraDescription parseCameraDescription(std::string_view text, const std::strin
 /// The text of a description's file. Throws DescriptionError.
 std::string readDescription(const std::string& file);
 
-/// Reads and checks a file. Throws DescriptionError.
+/// Reads and checks a file, and the login file that it names. Throws DescriptionError.
 CameraDescription loadCameraDescription(const std::string& file);
 
 /// The camera of this process: the description named by the environment variable VELMOR_CAMERA, read once and then

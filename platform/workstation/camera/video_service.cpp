@@ -1,12 +1,15 @@
 // The camera's video service on a workstation: streams, settings and buffers over one shared decoder.
 #include "platform/workstation/camera/video_service.h"
 
+#include <syslog.h>
 #include <vdostream.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,13 +17,16 @@
 #include "platform/clock/clock.h"
 #include "platform/workstation/camera/camera_description.h"
 #include "platform/workstation/camera/cycle_frames.h"
+#include "platform/workstation/camera/takeover.h"
 #include "platform/workstation/decoding/nv12_picture.h"
 #include "platform/workstation/decoding/video_camera.h"
+#include "platform/workstation/sight/sight_watch.h"
 
 using workstation::CameraDescription;
 using workstation::CycleFrames;
 using workstation::DecodedFrame;
 using workstation::VideoCamera;
+using workstation::WatchedCamera;
 
 namespace {
 
@@ -110,7 +116,7 @@ void setError(GError** error, const char* message) {
 /// The camera that all streams share; closed with the last of them.
 struct Opened {
   std::mutex mutex;
-  std::map<const CameraDescription*, std::weak_ptr<VideoCamera>> cameras;
+  std::map<const CameraDescription*, std::weak_ptr<WatchedCamera>> cameras;
 };
 
 Opened& opened() {
@@ -123,7 +129,7 @@ std::shared_ptr<VideoCamera> sharedCamera(const CameraDescription& description) 
   auto& known = opened().cameras[&description];
   auto camera = known.lock();
   if (!camera) {
-    camera = workstation::openCamera(description.source, description.loop);
+    camera = std::make_shared<WatchedCamera>(description);
     known = camera;
   }
   return camera;
@@ -150,6 +156,17 @@ void noteFailure(const char* why) {
   failures().so_far.last = why;
 }
 
+/// Of a cycle's frame it is found out on the side whether it shows the room.
+void lookWhetherItSees(const std::shared_ptr<const DecodedFrame>& frame) try {
+  workstation::SightWatch* const sight = workstation::sightWatch();
+  if (sight == nullptr) return;
+  std::optional<std::chrono::nanoseconds> captured;
+  if (const auto stated = frame->statedTime()) captured = stated->time_since_epoch();
+  sight->look({frame, workstation::startedCamera().rotation, {frame->taken(), captured}});
+} catch (const std::exception& error) {
+  syslog(LOG_ERR, "whether the camera sees is not known: %s", error.what());  // the cycle goes on
+}
+
 /// The frame that the program's streams show now. A cycle that gets none has failed.
 std::shared_ptr<const DecodedFrame> programsFrame(VideoCamera& camera) {
   const auto newest = [&camera] {
@@ -159,7 +176,12 @@ std::shared_ptr<const DecodedFrame> programsFrame(VideoCamera& camera) {
   };
   const std::uint64_t cycle = ticker_clock::currentTick();
   try {
-    auto frame = cycleFrames().take(cycle, newest);
+    bool is_first = false;
+    auto frame = cycleFrames().take(cycle, [&] {
+      is_first = cycle != 0;
+      return newest();
+    });
+    if (is_first) lookWhetherItSees(frame);
     if (cycleFrames().hasFailed()) noteFailure("The last picture could not be analysed.");
     return frame;
   } catch (const std::exception&) {
@@ -207,15 +229,15 @@ std::shared_ptr<Picture> currentPicture(StreamState& state) {
 
 }  // namespace
 
+std::shared_ptr<WatchedCamera> workstation::openedCamera() {
+  const CameraDescription& description = startedCamera();
+  const std::scoped_lock lock(opened().mutex);
+  const auto known = opened().cameras.find(&description);
+  return known == opened().cameras.end() ? nullptr : known->second.lock();
+}
+
 std::shared_ptr<const DecodedFrame> workstation::newestFrame() {
-  std::shared_ptr<VideoCamera> camera;
-  {
-    const CameraDescription& description = startedCamera();
-    const std::scoped_lock lock(opened().mutex);
-    if (const auto known = opened().cameras.find(&description); known != opened().cameras.end()) {
-      camera = known->second.lock();
-    }
-  }
+  const auto camera = openedCamera();
   return camera ? camera->frameAt(ticker_clock::now()) : nullptr;
 }
 

@@ -6,9 +6,13 @@
 #include <string>
 
 #include "platform/workstation/camera/cycle_frames.h"
+#include "platform/workstation/camera/takeover.h"
 #include "platform/workstation/decoding/video_camera.h"
 
 namespace workstation {
+
+/// The camera that the program has opened; nothing while it has opened none. From any thread.
+std::shared_ptr<WatchedCamera> openedCamera();
 
 /// The newest frame of the camera that the program has opened; nothing while it has opened none, or the camera gives no
 /// pictures. From any thread.

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/parameters/stored_parameters.h"
@@ -86,6 +87,14 @@ std::string resetFloor(const LaunchRequest& request, const fs::path& source_tree
   if (changes.empty()) return directory.string() + ": the floor calibration is the original one already\n";
   file.save(*state);
   return directory.string() + ": the floor calibration is the original one again\n" + changes;
+}
+
+std::string resetCamera(const LaunchRequest& request, const fs::path& source_tree) {
+  const std::string camera = withoutSecrets(requestedCamera(request, source_tree).source);
+  const fs::path directory = lastingPlace(request);
+  const bool was_taken = fs::exists(directory) && forgetTakenCamera(StatePlace(directory, false).directory());
+  return directory.string() + (was_taken ? ": the camera is " + camera + " again\n"
+                                         : ": no camera was taken over here, so there is nothing to reset\n");
 }
 
 StartWatch::StartWatch(const fs::path& state_directory) : m_log(state_directory / "system.log") {

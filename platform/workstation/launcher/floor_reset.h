@@ -1,4 +1,5 @@
-// A floor calibration that was stored but cannot be used keeps the program from starting: how to see it and get out.
+// What --reset puts back. A floor calibration that was stored but cannot be used keeps the program from starting: how
+// to see it and get out.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,10 @@ namespace workstation {
 /// and tells line by line what changed. Nothing else is touched. Throws std::runtime_error with one line, also while a
 /// run holds the state.
 std::string resetFloor(const LaunchRequest& request, const std::filesystem::path& source_tree);
+
+/// The camera is again the one that the start names, and not what was taken over on the page; tells so in a line.
+/// Nothing else is touched. Throws as resetFloor() does.
+std::string resetCamera(const LaunchRequest& request, const std::filesystem::path& source_tree);
 
 /// Remembers where the system log ends before a start.
 class StartWatch {

@@ -17,6 +17,8 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/camera/taken_camera.h"
+#include "platform/workstation/decoding/source/camera_source.h"
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/launcher/launch_media.h"
@@ -66,14 +68,17 @@ json toJson(const CameraDescription& camera) {
   for (const StreamSize size : camera.stream_sizes) {
     sizes.push_back(toString(size));
   }
-  return {{"source", camera.source},
-          {"loop", camera.loop},
-          {"rotation", camera.rotation},
-          {"mirrored", camera.mirrored},
-          {"product_name", camera.product_name},
-          {"focal_length_um", camera.focal_length_um},
-          {"stream_sizes", sizes},
-          {"parameters", camera.parameters}};
+  json description{{"source", camera.source},
+                   {"loop", camera.loop},
+                   {"rotation", camera.rotation},
+                   {"mirrored", camera.mirrored},
+                   {"product_name", camera.product_name},
+                   {"focal_length_um", camera.focal_length_um},
+                   {"stream_sizes", sizes},
+                   {"parameters", camera.parameters}};
+  if (!camera.login.empty()) description["login"] = camera.login;
+  if (!camera.certificate.empty()) description["certificate"] = camera.certificate;
+  return description;
 }
 
 void linkFiles(const fs::path& from, const fs::path& to, std::initializer_list<const char*> suffixes) {
@@ -327,6 +332,8 @@ CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& 
     camera = loadCameraDescription(*request.source);
   } else {
     camera.source = fullName(*request.source);
+    camera.login = request.login ? fullName(*request.login) : "";
+    loginOf(sourceOf(camera));  // throws what is wrong with it
   }
   if (request.settings) {
     layOver(camera, *request.settings);
@@ -373,7 +380,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   checkNoFolder(request);
   const Parameters defaults = packageDefaults(source_tree);
   checkSet(groupOf(request), source_tree / "package" / "manifest.json");
-  const CameraDescription camera = requestedCamera(request, source_tree);
+  CameraDescription camera = requestedCamera(request, source_tree);
   checkValues(request, camera, source_tree);
   if (std::string problem = is_trace ? "" : videoProblem(camera.source, request.replay); !problem.empty()) {
     throw std::runtime_error(problem);
@@ -385,6 +392,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   plan.program = programFor(request);
   plan.place = placeFor(request);
   const fs::path state = plan.place.directory();
+  if (!request.replay) plan.camera_line = useTakenCamera(state, camera);
   const fs::path root = state / "root";
   layOutPackage(root, source_tree);
   if (request.model && fs::is_regular_file(networkOf(request))) {

@@ -6,6 +6,8 @@
 #include <string_view>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/decoding/source/camera_source.h"
+#include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/engine/threads.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 
@@ -16,6 +18,10 @@ bool isNumber(const std::string& text) {
   constexpr std::size_t kMostDigits = 18;
   return !text.empty() && text.size() <= kMostDigits && text.find_first_not_of("0123456789") == std::string::npos;
 }
+
+constexpr const char* kNoLoginInAddress =
+    "every process of this machine can read a command line, so no password belongs in an address on it: write user and "
+    "password into a file, a line each, that only you can read (chmod 600), and give --login FILE";
 
 void checkSets(const LaunchRequest& request) {
   if (request.sets.empty()) return;
@@ -29,6 +35,10 @@ void checkCombination(const LaunchRequest& request) {
   if (!request.replay && (request.json || request.truth)) {
     throw UsageError(std::string(request.json ? "--json" : "--truth") + " is for replays: replay demo|FILE ...");
   }
+  if (request.login && (!request.source || !takesLogin(*request.source))) {
+    throw UsageError("--login is for a camera's address: --source rtsp://HOST/PATH --login FILE");
+  }
+  if (request.source && withoutUser(*request.source) != *request.source) throw UsageError(kNoLoginInAddress);
   if (!request.source && request.settings) {
     throw UsageError("--settings is for a source of yours; the demo has its own");
   }
@@ -38,8 +48,8 @@ void checkCombination(const LaunchRequest& request) {
   if (request.password_file && !request.user) {
     throw UsageError("--password-file is for a user: give --user NAME");
   }
-  if (request.reset && *request.reset != "floor") {
-    throw UsageError("--reset can only put back: floor");
+  if (request.reset && *request.reset != "floor" && *request.reset != "camera") {
+    throw UsageError("--reset can only put back: floor, camera");
   }
   if (request.threads && !threadsFrom(*request.threads)) {
     throw UsageError("--threads needs a whole number from 1 to " + std::to_string(kMostThreads) + ", not \"" +
@@ -60,12 +70,13 @@ struct Target {
   unsigned modes = kLive | kReplay;
 };
 constexpr std::array kTargets{
-    Target{"--source", &LaunchRequest::source, kLive}, Target{"--settings", &LaunchRequest::settings},
-    Target{"--truth", &LaunchRequest::truth},          Target{"--state", &LaunchRequest::state},
-    Target{"--trace", &LaunchRequest::trace},          Target{"--threads", &LaunchRequest::threads},
-    Target{"--reset", &LaunchRequest::reset, kLive},   Target{"--listen", &LaunchRequest::listen, kLive},
-    Target{"--user", &LaunchRequest::user, kLive},     Target{"--password-file", &LaunchRequest::password_file, kLive},
-    Target{"--at", &LaunchRequest::at, kExplain},      Target{"--event", &LaunchRequest::event, kExplain},
+    Target{"--source", &LaunchRequest::source, kLive},  Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},           Target{"--state", &LaunchRequest::state},
+    Target{"--trace", &LaunchRequest::trace},           Target{"--threads", &LaunchRequest::threads},
+    Target{"--reset", &LaunchRequest::reset, kLive},    Target{"--listen", &LaunchRequest::listen, kLive},
+    Target{"--user", &LaunchRequest::user, kLive},      Target{"--password-file", &LaunchRequest::password_file, kLive},
+    Target{"--login", &LaunchRequest::login, kLive},    Target{"--at", &LaunchRequest::at, kExplain},
+    Target{"--event", &LaunchRequest::event, kExplain},
 };
 
 gboolean refuse(GError** error, const std::string& why) {
@@ -211,7 +222,10 @@ const char* usage() {
   return R"(./run                       watches the demo in real time
 ./run --source FILE         watches a video of yours, a camera's URI (rtsp://...), or what a camera's description
                             (*.json) names; a camera that does not answer is tried again until it does
+  --login FILE              the camera's user and password, a line each, in a file that only you can read
 ./run --reset floor         puts the stored floor calibration back to the source's or the package's
+./run --reset camera        watches the source again that is named, and not the one that was taken over on the page
+./run camera check ADDRESS  tries a camera and says what it found, or what is wrong and what to do: camera check --help
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
 ./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
                             networks

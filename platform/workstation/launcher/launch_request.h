@@ -23,6 +23,7 @@ struct LaunchRequest {
   bool json = false;                         ///< replay only: one JSON object a line on standard output
   std::optional<std::string> source;         ///< a video, a URI, a camera's description (*.json) or, for
                                              ///< a replay, a trace; none: the demo
+  std::optional<std::string> login;          ///< live only: a file with the camera's user and password
   bool loop = false;                         ///< live only: a file begins again at its end
   std::optional<std::string> settings;       ///< JSON file of what the installer has set
   std::optional<std::string> truth;          ///< replay only: the true people instead of the networks'
@@ -37,7 +38,7 @@ struct LaunchRequest {
   std::optional<std::string> at;         ///< of it: a time
   std::optional<std::string> event;      ///< of it: an event's number
   std::optional<std::string> threads;    ///< of a network's run, a whole number
-  std::optional<std::string> reset;      ///< "floor": stored settings that are put back, instead of a run
+  std::optional<std::string> reset;      ///< "floor" or "camera": what is put back, instead of a run
 };
 
 /// The command line without the program's name. Throws UsageError.

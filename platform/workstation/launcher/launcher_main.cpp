@@ -111,7 +111,7 @@ int checkModel(const LaunchPlan& plan, const std::string& model) {
 /// Where to look afterwards.
 void announce(const LaunchRequest& request, const LaunchPlan& plan) {
   std::FILE* const out = request.replay ? stderr : stdout;
-  std::fprintf(out, "State: %s\n", plan.place.directory().c_str());
+  std::fprintf(out, "%sState: %s\n", plan.camera_line.c_str(), plan.place.directory().c_str());
   if (workstation::isTraceReplay(request)) {
     const std::string inexact =
         workstation::recordedRun(*request.source, sourceTree() / "package/manifest.json").inexact;
@@ -127,10 +127,9 @@ int explain(const LaunchRequest& request) {
   return 0;
 }
 
-/// Evaluating recordings is a program of its own, with a command line of its own: it starts this one again and again.
-[[noreturn]] void becomeEvaluation(char** words) {
-  const std::filesystem::path program =
-      std::filesystem::read_symlink("/proc/self/exe").parent_path() / "velmor_evaluate";
+/// Evaluating recordings and trying a camera are programs of their own, with command lines of their own.
+[[noreturn]] void become(const char* name, char** words) {
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
   ::execv(program.c_str(), words);
   throw std::runtime_error(program.string() + ": cannot be started: " + std::strerror(errno));
 }
@@ -149,7 +148,8 @@ int run(const std::vector<std::string>& arguments) {
     return 0;
   }
   if (request.reset) {
-    std::fputs(workstation::resetFloor(request, sourceTree()).c_str(), stdout);
+    const auto reset = *request.reset == "camera" ? workstation::resetCamera : workstation::resetFloor;
+    std::fputs(reset(request, sourceTree()).c_str(), stdout);
     return 0;
   }
   if (request.explained) return afterPrinting(explain(request));
@@ -178,7 +178,8 @@ int run(const std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
   workstation::takeFileLimitsAsFullDisks();
   try {
-    if (argc > 1 && std::strcmp(argv[1], "evaluate") == 0) becomeEvaluation(argv + 1);
+    if (argc > 1 && std::strcmp(argv[1], "evaluate") == 0) become("velmor_evaluate", argv + 1);
+    if (argc > 1 && std::strcmp(argv[1], "camera") == 0) become("velmor_camera", argv + 1);
     workstation::passSignalsOn();
     return run({argv + 1, argv + argc});
   } catch (const std::exception& exception) {

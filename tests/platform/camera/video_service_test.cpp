@@ -121,6 +121,32 @@ TEST_F(VideoServiceTest, RotationTurnsClockwiseAndAnotherAspectShowsTheMiddle) {
   EXPECT_EQ(square.at(4 * 32 + 20), greyOf(0));
 }
 
+TEST_F(VideoServiceTest, AnyShapeAndFormatIsShownAsAWhole) {
+  const std::string mkv = " ! matroskamux name=mux";
+  const std::tuple<Recording, std::size_t, std::size_t> cases[] = {
+      {{.width = 48}, 8, 0},                // bars beside it
+      {{.width = 48, .height = 18}, 0, 6},  // bars above and below it
+      {{.width = 24, .format = "capssetter caps=video/x-raw,pixel-aspect-ratio=2/1" + mkv}, 8, 0},
+      {{.width = 48, .format = "videoconvert ! video/x-raw,format=YUY2" + mkv}, 8, 0},
+      {{.width = 48, .format = "videoconvert ! video/x-raw,format=I420_10LE ! avenc_ffv1" + mkv}, 8, 0}};
+  for (const auto& [recording, beside, above] : cases) {
+    showTime(0ms);
+    film(recording);
+    const auto bytes = pictureOf(open(), 64 * 36 * 3 / 2);
+    for (const auto& [x, y, is_bar] : {std::tuple{beside / 2, std::size_t{18}, beside > 0},
+                                       {beside + 1, std::size_t{18}, false},
+                                       {62 - beside, std::size_t{18}, false},
+                                       {63 - beside / 2, std::size_t{18}, beside > 0},
+                                       {std::size_t{32}, above / 2, above > 0},
+                                       {std::size_t{32}, above + 1, false},
+                                       {std::size_t{32}, 34 - above, false},
+                                       {std::size_t{32}, 35 - above / 2, above > 0}}) {
+      EXPECT_NEAR(bytes.at(y * 64 + x), is_bar ? 16 : greyOf(0), 1) << recording.format << ' ' << x << ' ' << y;
+    }
+    EXPECT_NEAR(bytes.at(64 * 36 + 9 * 64), 128, 1) << "bars have no colour";
+  }
+}
+
 TEST_F(VideoServiceTest, OddSizesAndFullRangeAreBroughtToEvenVideoRange) {
   film({.width = 33, .height = 17, .format = "jpegenc quality=100 ! avimux"});
   const auto bytes = pictureOf(open(), 64 * 36 * 3 / 2);
