@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <deque>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <map>
@@ -30,8 +31,10 @@
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/trace/live_explanation.h"
+#include "platform/workstation/web/camera_service.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
+#include "platform/workstation/web/sight_service.h"
 #include "platform/workstation/web/view_streams.h"
 #include "platform/workstation/web/why_service.h"
 
@@ -88,6 +91,11 @@ workstation::HttpServerSettings settings() {
   settings.page = packagePath(std::string("/usr/local/packages/") + kApplication + "/html");
   settings.user = {variable("VELMOR_USER"), inheritedPassword()};
   return settings;
+}
+
+std::filesystem::path besideThisProgram(const char* name) {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / name;
 }
 
 /// A hash table of the parameters, none for a request without.
@@ -291,6 +299,8 @@ struct _AXHttpHandler {
         feed(server),
         streams(server) {
     workstation::addWhy(server, workstation::liveExplanation);
+    workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
+    workstation::addSight(server);
     server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
   }
   ~_AXHttpHandler() { server.stop(); }

@@ -12,6 +12,7 @@
 #include "platform/clock/clock.h"
 #include "platform/support/owners.h"
 #include "platform/workstation/events/event_hub.h"
+#include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/utc_text.h"
 
@@ -35,6 +36,7 @@ ordered_json messageOf(const EventRecord& record) {
   if (record.kind == "changed") message["name"] = record.event;
   message["active"] = record.active;
   message["time"] = utcText(record.time);
+  if (!record.why.empty()) message["why"] = record.why;
   if (record.closed_at_start) message["closed_at_start"] = true;
   return message;
 }
@@ -44,6 +46,12 @@ ordered_json milliseconds(const std::optional<std::chrono::nanoseconds>& span) {
 }
 
 /// What shows that the program lives, and how well.
+ordered_json watchedMessage() {
+  const auto watched = watchedFor();
+  if (!watched) return {};
+  return {{"falls", watched->falls}, {"exits", watched->exits}, {"beds", watched->beds}};
+}
+
 std::string heartbeat() {
   const Health health = currentHealth();
   ordered_json wrong = ordered_json::array();
@@ -58,10 +66,13 @@ std::string heartbeat() {
       {"cycle_age_ms", milliseconds(health.cycle_age)},
       {"cycle_ms", milliseconds(has_cycled ? std::optional(health.beat.last_call) : std::nullopt)},
       {"picture_age_ms", milliseconds(health.picture_age)},
+      {"delay_ms", milliseconds(health.delay)},
+      {"picture_time", has_cycled ? ordered_json(health.is_capture_known ? "capture" : "arrival") : ordered_json()},
       {"period_ms", milliseconds(health.beat.period)},
       {"ticks_left_out", health.beat.left_out},
       {"ticks_left_out_last_minute", health.beat.left_out_last_minute},
       {"slowdown", health.slowdown},
+      {"watched", watchedMessage()},
       {"wrong", wrong}};
   return "event: heartbeat\ndata: " + oneLine(beat) + "\n\n";
 }
@@ -82,6 +93,7 @@ ordered_json watchingSince(const EventsNow& now, TimeStamp oldest) {
   ordered_json times = ordered_json::array();
   for (auto one = later == all.begin() ? later : std::prev(later); one != all.end(); ++one) {
     times.push_back({{"active", one->active}, {"time", utcText(one->time)}});
+    if (!one->why.empty()) times.back()["why"] = one->why;
   }
   return times;
 }

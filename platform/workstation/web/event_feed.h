@@ -7,6 +7,7 @@
 //        "history": [{"seq": 7, "run": "9f2c41d07b3e5a18", "name": "Fall Detected", "active": true,
 //                     "time": "2026-03-01T12:00:30.000Z"}],          an end by a restart has "closed_at_start": true
 //        "watching": [{"active": true, "time": "2026-03-01T11:58:00.000Z"}]}                          (in one line)
+//                                                                      an end by a trouble has its name as "why"
 //
 // id: 8
 // event: change

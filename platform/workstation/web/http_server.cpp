@@ -162,6 +162,7 @@ class HttpServer::Implementation {
   std::string m_page_prefix;
   GMainContext* m_context;
   std::map<std::string, Endpoint> m_endpoints;
+  std::map<std::string, Program> m_forms;
   Program m_program;
 
  private:
@@ -208,7 +209,7 @@ class HttpServer::Implementation {
   void refuseBody(SoupServerMessage* message);
   void refuseLength(SoupServerMessage* message);
   void dispatch(SoupServerMessage* message, const std::string& path);
-  void answerProgram(SoupServerMessage* message, const std::string& path) const;
+  static void answerRequest(SoupServerMessage* message, const std::string& path, const Program& program);
   void answerFile(SoupServerMessage* message, const std::string& path) const;
   static void redirect(SoupServerMessage* message, const std::string& target);
 
@@ -591,8 +592,9 @@ void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std:
     return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many connections; try again later.");
   }
   if (path == "/" || path == m_page_prefix) return redirect(message, m_page_prefix + "index.html");
-  if (path.starts_with(m_page_prefix) && path.ends_with(".cgi")) return answerProgram(message, path);
+  if (path.starts_with(m_page_prefix) && path.ends_with(".cgi")) return answerRequest(message, path, m_program);
   if (std::string_view(soup_server_message_get_method(message)) == "POST") {
+    if (const auto form = m_forms.find(path); form != m_forms.end()) return answerRequest(message, path, form->second);
     setHeader(message, "Allow", "GET, HEAD");
     return answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET and HEAD are understood here.");
   }
@@ -603,9 +605,10 @@ void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std:
   endpoint->second(message, *query);
 }
 
-void HttpServer::Implementation::answerProgram(SoupServerMessage* message, const std::string& path) const {
+void HttpServer::Implementation::answerRequest(SoupServerMessage* message, const std::string& path,
+                                               const Program& program) {
   ProgramRequest request{path, soup_server_message_get_method(message), {}, {}};
-  if (!m_program) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
+  if (!program) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
   if (request.method == "HEAD") {
     setHeader(message, "Allow", "GET, POST");
     return answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET and POST are understood here.");
@@ -626,7 +629,7 @@ void HttpServer::Implementation::answerProgram(SoupServerMessage* message, const
     request.parameters = decodeForm(*form);
     if (!request.parameters) return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
   }
-  m_program(message, request);
+  program(message, request);
 }
 
 void HttpServer::Implementation::answerFile(SoupServerMessage* message, const std::string& path) const {
@@ -659,6 +662,10 @@ HttpServer::~HttpServer() = default;
 
 void HttpServer::addEndpoint(const std::string& path, Endpoint endpoint) {
   m_implementation->m_endpoints.insert_or_assign(path, std::move(endpoint));
+}
+
+void HttpServer::addForm(const std::string& path, Program form) {
+  m_implementation->m_forms.insert_or_assign(path, std::move(form));
 }
 
 void HttpServer::setProgram(Program program) { m_implementation->m_program = std::move(program); }

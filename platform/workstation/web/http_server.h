@@ -35,7 +35,7 @@ struct HttpServerSettings {
   size_t body_bytes = 64 << 10;                    ///< of a request's body
 };
 
-/// A request to the program behind the server, past all guards.
+/// A request that may change something, past all guards: to the program behind the server, or a form.
 struct ProgramRequest {
   std::string path, method;             ///< GET or POST
   std::optional<std::string> query;     ///< as it was sent
@@ -60,6 +60,8 @@ class HttpServer {
   /// Adds the answer to GET and HEAD for one path ("/axis-cgi/mjpg/video.cgi"); before the server listens. A message
   /// whose answer has no known length (SOUP_ENCODING_CHUNKED, SOUP_ENCODING_EOF) may go on as long as it is read.
   void addEndpoint(const std::string& path, Endpoint endpoint);
+  /// Adds the answer to POST for one path; before the server listens. Only what the page itself sends gets there.
+  void addForm(const std::string& path, Program form);
   /// Before the server listens.
   void setProgram(Program program);
 

@@ -2,14 +2,17 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <thread>
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/events/event_hub.h"
 #include "platform/workstation/events/run_marks.h"
+#include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/utc_text.h"
 #include "tests/platform/event_sender.h"
@@ -127,26 +130,63 @@ TEST_F(Events, TellsWhenSomebodyIsWatchedAndWhenNoLonger) {
   const json ended = next(viewer, "watching");
   EXPECT_TRUE(ended["active"] == false && ended["seq"] == 8 && ended["time"] <= completed)
       << "it ended with the last cycle: " << ended;
+  EXPECT_EQ(ended["why"], "analysis-stands-still");
   EXPECT_NE(wrong(viewer, "analysis-stands-still").find("nobody is being watched"), std::string::npos);
   noteCompleteCycle(2, std::chrono::steady_clock::now());
   EXPECT_EQ(next(viewer, "watching")["active"], true);
   m_handler.reset();
-  EXPECT_EQ(next(viewer, "watching")["active"], false) << "the program's end";
+  EXPECT_EQ(next(viewer, "watching").dump().find("why"), std::string::npos) << "the program's end";
   EXPECT_EQ(EventJournal(m_folder.path()).past().watching.size(), 6U);
+}
+
+/// Pictures are analysed all the time.
+TEST_F(Events, TellsByWhichTroubleTheCameraDoesNotSeeWhileItsPicturesAreAnalysed) {
+  std::atomic<bool> is_over = false;
+  std::thread cycles([&is_over] {
+    for (std::uint64_t cycle = 1; !is_over; ++cycle) {
+      noteCompleteCycle(cycle, std::chrono::steady_clock::now());
+      std::this_thread::sleep_for(100ms);
+    }
+  });
+  HttpClient viewer = watch();
+  EXPECT_EQ(next(viewer, "watching")["active"], true);
+  reportTrouble(Trouble::kLensCovered, "a cloth", m_now - 3s);
+  const json covered = next(viewer, "watching");
+  EXPECT_TRUE(covered["active"] == false && covered["why"] == "lens-covered") << covered;
+  EXPECT_EQ(covered["time"], utcText(m_now - 3s)) << "since it is there";
+  const guint fall = declare(m_handler, "Fall Detected");
+  change(fall, true);
+  EXPECT_EQ(next(viewer, "change")["active"], true) << "an alarm is told all the same";
+  reportTrouble(Trouble::kCameraMoved, "and turned");
+  endTrouble(Trouble::kLensCovered);
+  EXPECT_EQ(next(viewer, "watching")["why"], "camera-moved") << "one after the other";
+  EXPECT_EQ(next(watch(), "state")["watching"].back()["why"], "camera-moved");
+  endTrouble(Trouble::kCameraMoved);
+  EXPECT_EQ(next(viewer, "watching")["active"], true);
+  is_over = true;
+  cycles.join();
+  m_handler.reset();
+  const EventJournal journal(m_folder.path());
+  std::string told;
+  for (const EventRecord& one : journal.past().watching) told += one.why + (one.active ? "+ " : "- ");
+  EXPECT_NE(told.find("+ lens-covered- camera-moved- + - "), std::string::npos) << told;
 }
 
 TEST_F(Events, TellsHowWellTheProgramWatches) {
   reportTrouble(Trouble::kLensAway, "no lens");
   reportTrouble(Trouble::kCameraAway, "no camera");
-  noteCompleteCycle(41, std::chrono::steady_clock::now() - 1h);
+  noteCompleteCycle(41, std::chrono::steady_clock::now() - 1h, true);
   const Health health = currentHealth();
+  tellParameters({{"DetectPatientOutOfBed", "true"}, {"DetectFallenPersons", "false"}, {"Detection3Active", "true"}});
   const json beat = next(watch(), "heartbeat");
   for (const Trouble trouble : {Trouble::kLensAway, Trouble::kCameraAway}) endTrouble(trouble);
   EXPECT_EQ(beat["cycle"], 41);
   EXPECT_TRUE(beat["picture_age_ms"] >= 3'600'000 && beat["cycle_age_ms"] < 3'600'000) << beat;
+  EXPECT_TRUE(beat["delay_ms"] >= 3'600'000 && beat["picture_time"] == "capture") << beat;
   const json camera = {{"what", "camera-away"}, {"since", utcText(health.wrong.at(0).since)}, {"text", "no camera"}};
   const json lens = {{"what", "lens-away"}, {"since", utcText(health.wrong.at(1).since)}, {"text", "no lens"}};
   EXPECT_EQ(beat["wrong"], json({camera, lens}));
+  EXPECT_EQ(beat["watched"], json({{"falls", false}, {"exits", true}, {"beds", 1}}));
 }
 
 /// While another program holds the journal, all of this run is told; once it is there, all before it too.
