@@ -8,7 +8,7 @@ import { join } from "node:path";
 import { fileURLToPath } from "node:url";
 
 const ROOT = fileURLToPath(new URL("../..", import.meta.url));
-const PROGRAMS = process.env.VELMOR_PROGRAMS ?? join(ROOT, "build/release/bin");
+export const PROGRAMS = process.env.VELMOR_PROGRAMS ?? join(ROOT, "build/release/bin");
 const DEMO = join(ROOT, "simulator/demo");
 const START_MS = 60000;
 const STOP_MS = 30000;

@@ -14,6 +14,11 @@ export const REFUSAL = { noFeed: 404, noExplanation: 404, notAnonymised: 409, no
 /** Troubles of a heartbeat that the page treats in a way of their own. */
 export const TROUBLE = {
   cameraAway: "camera-away",
+  pictureFrozen: "picture-frozen",
+  tooDark: "too-dark",
+  lensCovered: "lens-covered",
+  outOfFocus: "out-of-focus",
+  cameraMoved: "camera-moved",
   standsStill: "analysis-stands-still",
   ticksLeftOut: "ticks-left-out",
 };

@@ -1,11 +1,24 @@
 /** What the page says in more than one place, and numbers in words. */
-import { BED } from "./facts.js";
+import { BED, TROUBLE } from "./facts.js";
 
 export const NO_ANSWER = "The camera does not answer.";
 export const NO_PICTURE_YET = "Waiting for the camera's picture.";
 export const ALL_SAVED = "Everything is saved.";
 export const PROPOSE = "Propose from the mattress";
 export const NO_BED_AREA = `No bed area is switched on, so “${BED}” cannot begin.`;
+
+/** Because of which trouble nobody was watched, in words. */
+const UNWATCHED = {
+  [TROUBLE.cameraAway]: "no picture",
+  [TROUBLE.pictureFrozen]: "the picture stood still",
+  [TROUBLE.tooDark]: "too dark",
+  [TROUBLE.lensCovered]: "the lens was covered",
+  [TROUBLE.outOfFocus]: "out of focus",
+  [TROUBLE.cameraMoved]: "the camera had been moved",
+};
+
+/** "not watching: too dark" of the name that the camera's feed gives; without a name, or one that is not known, less. */
+export const unwatchedWords = (why) => `not watching${UNWATCHED[why] ? `: ${UNWATCHED[why]}` : ""}`;
 
 export const onOrOff = (on) => (on ? "on" : "off");
 

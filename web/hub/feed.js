@@ -14,7 +14,7 @@ const HISTORY_LENGTH = 2000;
  * state: "opening" before the first message, then "open", "lost" while it is away, "absent" on a camera without one.
  * events: [{name, active, since, run, seq}] as last known; active null: not known; run and seq: of the change that the feed
  * told, if it did. history: the last hours' changes [{name, active, time, closed_at_start, run, seq}], watching: when the
- * program began and ceased to watch [{active, time}], null where the camera does not tell; both oldest first. heartbeat: the newest, null until there is one, and `beatAt` when it arrived. offset:
+ * program began and ceased to watch [{active, time, why}], null where the camera does not tell; both oldest first. heartbeat: the newest, null until there is one, and `beatAt` when it arrived. offset:
  * the camera's clock minus ours in milliseconds.
  */
 export class EventFeed {
@@ -121,10 +121,10 @@ export class EventFeed {
     this.change(change);
   }
 
-  takeWatching({ active, time }) {
+  takeWatching({ active, time, why }) {
     const last = this.watching?.at(-1);
-    if (last?.time === time && last.active === active) return;
-    this.watching = [...(this.watching ?? []), { active, time }];
+    if (last?.time === time && last.active === active && last.why === why) return;
+    this.watching = [...(this.watching ?? []), { active, time, ...(why && { why }) }];
     this.listener.past();
   }
 

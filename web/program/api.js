@@ -12,12 +12,17 @@ const SAVE = "set_all_parameters";
 /** Whether a request to the program changes the settings. */
 export const isSave = (url) => url.includes(SAVE);
 
-/** The answer to a request as text. Every reason why there is none becomes a sentence, a refusal has its `status`. */
-export async function fetchText(url) {
+/**
+ * The answer to a request as text; with `form`, to one that changes something. Every reason why there is none becomes a
+ * sentence, a refusal has its `status`.
+ */
+export async function fetchText(url, form) {
   let answer;
   try {
     const signal = AbortSignal.timeout(TIMEOUT_MS);
-    answer = await fetch(url, { headers: { "X-Requested-With": "velmor_care" }, cache: "no-store", signal });
+    const request = form ? { method: "POST", body: form } : {};
+    const headers = { "X-Requested-With": "velmor_care" };
+    answer = await fetch(url, { ...request, headers, cache: "no-store", signal });
     if (answer.ok) return await answer.text();
   } catch (error) {
     const slow = error.name === "TimeoutError" || error.name === "AbortError";
@@ -149,6 +154,18 @@ const unique = () => `${Date.now().toString(36)}${(requests++).toString(36)}`;
  */
 export const streamUrl = (size, anonymised = false) =>
   `/axis-cgi/mjpg/video.cgi?resolution=${encodeURIComponent(size)}${anonymised ? "&anonymised=1" : ""}&_=${unique()}`;
+
+const SIGHT_URL = "/platform/sight";
+
+/**
+ * Address of what the camera saw ("then"), sees ("now"), or of the edges of both; the same while `turn` is.
+ * Anonymised, nothing is in it in which people may stand.
+ */
+export const sightUrl = (show, anonymised, turn) =>
+  `${SIGHT_URL}?show=${show}${anonymised ? "&anonymised=1" : ""}&_=${turn}`;
+
+/** The camera hangs where it should: the room as it is seen now counts from now on. Throws as fetchText does. */
+export const acceptPlace = () => fetchText(SIGHT_URL, new URLSearchParams({ action: "accept" }));
 
 /**
  * How the camera turns its streams. One that does not tell counts as upright and not mirrored.

@@ -1,6 +1,7 @@
 /** Mounts the page: header, connection, the two views, the save bar and the guide. */
 import { TROUBLE, VIEW } from "../base/facts.js";
 import { clockTime } from "../base/words.js";
+import { Camera } from "../camera/camera.js";
 import { Link } from "../hub/link.js";
 import { Control, PROGRAM_URL } from "../program/api.js";
 import { Settings } from "../settings/panels.js";
@@ -85,6 +86,7 @@ function SetupView({ link, facts, appearance, control }) {
     />
     <h2>Settings</h2>
     <${Settings} settings=${present} onDraft=${edit} control=${control} />
+    <${Camera} />
   </div>`;
 }
 
@@ -95,6 +97,7 @@ function WatchView({ link, facts }) {
     settings=${draft.saved}
     waiting=${waitingWords(facts)}
     events=${news?.events ?? []}
+    wrong=${state.silentSince === null ? (news?.heartbeat?.wrong ?? []) : []}
     limited=${news !== null && isLimited(news)}
     openedAt=${news?.feed === "absent" ? now - news.age : null}
   />`;

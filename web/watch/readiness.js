@@ -176,13 +176,23 @@ function statusGaps({ status, statusAge }) {
 }
 
 /** Troubles by which nobody is watched at all; others, known or not, leave something to be watched. */
-const BLIND = [TROUBLE.cameraAway, TROUBLE.standsStill];
+const BLIND = [
+  TROUBLE.cameraAway,
+  TROUBLE.standsStill,
+  TROUBLE.pictureFrozen,
+  TROUBLE.tooDark,
+  TROUBLE.lensCovered,
+  TROUBLE.outOfFocus,
+  TROUBLE.cameraMoved,
+];
+/** Troubles that are mended in Set up, and where. */
+const MENDED = { [TROUBLE.cameraMoved]: "floor" };
 
 function heartbeatGaps({ heartbeat, beatAge }) {
   if (!Array.isArray(heartbeat.wrong)) return [gap("The camera does not tell what is wrong.")];
   const has = (what) => heartbeat.wrong.some((entry) => entry.what === what);
   const gaps = heartbeat.wrong.map(({ what, text }) =>
-    gap(text || what, null, BLIND.includes(what) ? EVENT_NAMES : []),
+    gap(text || what, MENDED[what] ?? null, BLIND.includes(what) ? EVENT_NAMES : []),
   );
   const [cycle, picture] = [heartbeat.cycle_age_ms, heartbeat.picture_age_ms].map((age) => age + beatAge);
   if (!heartbeat.cycle) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));

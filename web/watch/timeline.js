@@ -1,6 +1,6 @@
 /** The last hours as bars: one lane for each event, and the same as a table. */
 import { EVENT_NAMES } from "../base/facts.js";
-import { becauseOf, capitalised, clockTime, durationInWords } from "../base/words.js";
+import { becauseOf, capitalised, clockTime, durationInWords, unwatchedWords } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
 
 const HOUR = 3600000;
@@ -56,23 +56,24 @@ export function activeTimes(history, events, name, from, now) {
 
 /**
  * The times within [from, now] in which nobody was watched, or is not known to have been, oldest first.
- * @param {?{active: boolean, time: string}[]} watching when the program began and ceased to watch, oldest first; null: a
- *   camera that does not tell
+ * @param {?{active: boolean, time: string, why?: string}[]} watching when the program began and ceased to watch, and by
+ *   which trouble, oldest first; null: a camera that does not tell
  * @param {?number} silentSince milliseconds since 1970: since then nothing has been heard
  * @param {?number} openedAt as `silentSince`: since then this page knows what happens; null: it knows what was before
- * @returns {{from: number, to: number, known: boolean, why: "not watching" | "not known"}[]} `known` false: it began
- *   earlier
+ * @returns {{from: number, to: number, known: boolean, why: string}[]} `why`: "not known" or "not watching", with a
+ *   reason where there is one; `known` false: it began earlier
  */
 export function unwatchedTimes({ watching, silentSince, openedAt }, from, now) {
   const times = [];
   if (openedAt !== null) times.push({ from: -Infinity, to: openedAt, why: "not known" });
-  let since = -Infinity;
-  for (const { active, time } of watching ?? []) {
+  let open = { from: -Infinity, why: unwatchedWords() };
+  for (const { active, time, why } of watching ?? []) {
     const at = Date.parse(time);
-    if (active && since !== null) times.push({ from: since, to: at, why: "not watching" });
-    since = active ? null : (since ?? at);
+    if (!active && open?.why === unwatchedWords(why)) continue;
+    if (open) times.push({ ...open, to: at });
+    open = active ? null : { from: at, why: unwatchedWords(why) };
   }
-  if (watching && since !== null) times.push({ from: since, to: silentSince ?? now, why: "not watching" });
+  if (watching && open) times.push({ ...open, to: silentSince ?? now });
   if (silentSince !== null) times.push({ from: silentSince, to: now, why: "not known" });
   return times
     .filter((time) => time.to > from && time.from < now && time.to > time.from)

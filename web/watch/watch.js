@@ -7,6 +7,7 @@ import { streamUrl } from "../program/api.js";
 import { anonymisedProblem } from "../settings/review.js";
 import { html, useMemo, useState } from "../vendor/preact.js";
 import { Scene } from "./scene.js";
+import { Sight } from "./sight.js";
 import { Timeline } from "./timeline.js";
 
 function area(size) {
@@ -219,12 +220,13 @@ function Events({ events, history, limited, state, now }) {
  * @param {object} view.live of the picture, see LivePicture
  * @param {object[]} view.events of the hub's news
  * @param {{history: object[], watching: ?object[]}} view.past of the hub
+ * @param {{what: string, since: string}[]} view.wrong the troubles of the newest heartbeat
  * @param {?object} view.scene of sceneNow; undefined where the program does not tell
  * @param {boolean} view.limited whether only the status tells
  * @param {?number} view.openedAt since when this page knows what happens, see unwatchedTimes
  * @param {number} view.now milliseconds since 1970 by the camera's clock
  */
-export function Watch({ link, state, settings, waiting, live, events, past, scene, limited, openedAt, now }) {
+export function Watch({ link, state, settings, waiting, live, events, past, wrong, scene, limited, openedAt, now }) {
   const { history, watching } = past;
   return html`<div class="watch">
     <h1 class="hidden" tabindex="-1">Watch</h1>
@@ -238,6 +240,7 @@ export function Watch({ link, state, settings, waiting, live, events, past, scen
     <div class="side">
       <${State} state=${state} />
       <${Events} ...${{ events, history, limited, state, now }} />
+      <${Sight} wrong=${wrong} now=${now} />
       ${scene !== undefined && html`<${Scene} link=${link} scene=${scene} now=${now} />`}
     </div>
     <${Timeline} ...${{ history, events, watching, openedAt, now }} silentSince=${state.silentSince} />

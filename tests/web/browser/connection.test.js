@@ -154,7 +154,7 @@ describe("a camera on which all is well", () => {
   const watching = [120, 95, 80].map((minutes) => ({ active: minutes !== 95, time: at(minutes) }));
 
   const markup = "<b>person 3</b> has lain still";
-  const camera = { explains: true, explained: [1], say: null };
+  const camera = { explains: true, explained: [1], say: null, wrong: [] };
 
   function explain(response) {
     if (!camera.explains) return true;
@@ -172,7 +172,14 @@ describe("a camera on which all is well", () => {
     const say = (type, data) => response.write(`event: ${type}\ndata: ${JSON.stringify(data)}\n\n`);
     camera.say = say;
     const beat = () =>
-      say("heartbeat", { time: at(0), run: "x", cycle: 9, cycle_age_ms: 200, picture_age_ms: 300, wrong: [] });
+      say("heartbeat", {
+        time: at(0),
+        run: "x",
+        cycle: 9,
+        cycle_age_ms: 200,
+        picture_age_ms: 300,
+        wrong: camera.wrong,
+      });
     response.writeHead(200, { "Content-Type": "text/event-stream" });
     say("state", { time: at(0), run: "x", seq: 2, events, history, watching });
     beat();
@@ -205,6 +212,41 @@ describe("a camera on which all is well", () => {
     assert.equal(await rows.filter({ hasText: "Not watching" }).count(), 2);
     assert.equal(await page.locator(".lane .unwatched").count(), 4);
     await says(rows.filter({ hasText: FALL }), `Because ${markup} 1.`);
+    noComplaints(page);
+  });
+
+  test("shows what it does not see beside what it saw, hides no alarm, and leads to the floor when it was moved", async () => {
+    demo.gateway.intercept = healthy;
+    const page = await open();
+    const wrong = (what) => [{ what, since: at(1), text: `The text of ${what}.` }];
+    const sight = page.getByRole("region", { name: "What the camera sees" });
+    const arePictures = (count) =>
+      page.waitForFunction((wanted) => {
+        const images = [...document.querySelectorAll(".sight img")];
+        return images.length === wanted && images.every(({ naturalWidth }) => naturalWidth === 640);
+      }, count);
+    camera.wrong = wrong("lens-covered");
+    await chip(page, "Not watching").waitFor();
+    await says(page.getByRole("region", { name: "State" }), "The text of lens-covered.");
+    await arePictures(2);
+    camera.say("watching", { seq: 3, run: "x", active: false, time: at(0.5), why: "lens-covered" });
+    await says(page, /Hatched: .*not watching: the lens was covered/);
+    camera.say("change", { seq: 4, run: "x", name: FALL, active: true, time: at(0) });
+    await title(page, /Fall detected/);
+    await inCard(page, FALL, ACTIVE);
+
+    camera.wrong = wrong("camera-moved");
+    await arePictures(1);
+    assert.deepEqual(await axeViolations(page), []);
+    await page.getByRole("switch", { name: "Anonymise" }).click();
+    await says(sight, /may show people/);
+    const picture = await sight.getByRole("img").getAttribute("src");
+    assert.match(picture, /show=both&anonymised=1/);
+    await sight.getByRole("button", { name: "The floor points are right" }).click();
+    await says(sight, /counts from now on/);
+    await sight.getByRole("link", { name: "Check the floor points" }).click();
+    await page.waitForFunction(() => document.activeElement.id === "editor-floor");
+    camera.wrong = [];
     noComplaints(page);
   });
 

@@ -16,7 +16,7 @@ import { points } from "../unit/fixtures.js";
 
 const MATTRESS = points([357, 156], [503, 164], [364, 376], [150, 357]);
 /** What covers it and the air above it. */
-const BED = points([343, 89], [552, 99], [365, 394], [81, 293]);
+const BED = points([338, 73], [562, 83], [365, 394], [68, 271]);
 const FLOOR = { Red: [573, 362], Green: [868, 388], Blue: [898, 580], Yellow: [516, 537] };
 const EVENTS = ["Patient Out of Bed", "Fall Detected"];
 const KEYS = [

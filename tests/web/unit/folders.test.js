@@ -7,7 +7,7 @@ import { fileURLToPath } from "node:url";
 
 const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
 const VIEW = ["picture", "settings", "geometry", "program"];
-const SHELL = ["setup", "watch", "settings", "hub", "program"];
+const SHELL = ["camera", "setup", "watch", "settings", "hub", "program"];
 /** What each folder may use beside itself, vendor and base. */
 const ARROWS = {
   hub: ["program"],

@@ -139,7 +139,11 @@ describe("whatever is missing is told, with the place that mends it, and nothing
     check("no cycle yet", beat({ cycle: 0, cycle_age_ms: null, picture_age_ms: null }), {}, "not-watching");
     check("an old cycle", beat({ cycle_age_ms: 2200 }), {}, "not-watching");
     check("no cycle's age", beat({ cycle_age_ms: undefined }), {}, "not-watching");
-    for (const what of ["camera-away", "analysis-stands-still"]) check(what, wrong(what), {}, "not-watching");
+    const blind = ["picture-frozen", "too-dark", "lens-covered", "out-of-focus"];
+    for (const what of ["camera-away", "analysis-stands-still", ...blind]) {
+      check(what, wrong(what), {}, "not-watching");
+    }
+    check("camera-moved", wrong("camera-moved"), {}, "not-watching", "editor-floor");
     for (const what of ["alarms-not-recorded", "something-new"]) check(what, wrong(what), {}, "partly");
     assert.match(state(wrong("lens-away")).missing[0].text, /The text of lens-away/);
   });

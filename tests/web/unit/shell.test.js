@@ -72,11 +72,20 @@ describe("the timeline", () => {
       unwatchedTimes({ watching, silentSince, openedAt }, 10e3, 100e3)
         .map(({ from, to, why }) => `${from / 1000}-${to / 1000} ${why}`)
         .join();
+    const pairs = [
+      [2, true],
+      [30, false, "too-dark"],
+      [40, false, "camera-away"],
+      [50, true],
+      [60, false, "unknown"],
+    ];
+    const blind = pairs.map(([second, active, why]) => ({ time: at(second), active, why }));
     const cases = [
       ["a camera that does not tell", times(null), ""],
       ["before the first start", times(told([40, true])), "10-40 not watching"],
       ["never started", times([]), "10-100 not watching"],
       ["a restart", times(told([2, true], [30, false], [50, true])), "30-50 not watching"],
+      ["blind", times(blind), "30-40 not watching: too dark,40-50 not watching: no picture,60-100 not watching"],
       ["stopped twice over", times(told([2, true], [30, false], [40, false])), "30-100 not watching"],
       ["no word from it", times(told([2, true]), 60e3), "60-100 not known"],
       ["a page that was opened late", times(null, null, 70e3), "10-70 not known"],

@@ -1,0 +1,85 @@
+import assert from "node:assert/strict";
+import { after, before, test } from "node:test";
+import { axeViolations, noComplaints, openBrowser, openSetup, pictureIsLive, says } from "../browser.js";
+import { demoCamera, demoParameters, startProgram } from "../program.js";
+import { startCamera } from "../rtsp.js";
+
+const [BRIGHT, DARK] = [220, 40];
+const world = {};
+
+before(async () => {
+  world.old = await startCamera(BRIGHT);
+  world.next = await startCamera(DARK, "ward:s3cret pass");
+  const camera = { ...demoCamera(), source: world.old.uri, loop: false };
+  world.program = await startProgram({ ...camera, parameters: demoParameters() });
+  world.browser = await openBrowser();
+});
+after(async () => {
+  await world.browser?.close();
+  await world.program?.stop();
+  world.old?.stop();
+  world.next?.stop();
+});
+
+/** Waits until the middle of the live picture is of a brightness between the two. */
+async function showsBetween(page, least, most) {
+  const picture = await pictureIsLive(page);
+  const isBetween = ([image, low, high]) => {
+    const canvas = Object.assign(document.createElement("canvas"), { width: 1, height: 1 });
+    const context = canvas.getContext("2d");
+    context.drawImage(image, image.naturalWidth / 2, image.naturalHeight / 2, 1, 1, 0, 0, 1, 1);
+    const [red] = context.getImageData(0, 0, 1, 1).data;
+    return red >= low && red <= high;
+  };
+  await page.waitForFunction(isBetween, [await picture.elementHandle(), least, most]);
+}
+
+test("an installer tries a wrong password, then the right one, and lets the program watch the camera", async () => {
+  const page = await openSetup(world.browser, world.program.page);
+  await showsBetween(page, 150, 255);
+  const section = page.getByRole("region", { name: "Camera", exact: true });
+  await says(section, `Watched now: ${world.old.uri}`);
+  const tryIt = section.getByRole("button", { name: "Try this camera" });
+
+  await section.getByLabel("Camera's address").fill("/dev/video0");
+  await tryIt.click();
+  await says(section, /begins with rtsp/);
+
+  await section.getByLabel("Camera's address").fill(world.next.uri);
+  await section.getByLabel("User name").fill("ward");
+  await section.getByLabel("Password").fill("wrong pass");
+  await tryIt.click();
+  await says(section, /refuses this user name or this password/);
+  assert.equal(await section.getByRole("img").count(), 0);
+  assert.equal(await section.getByRole("button", { name: "Watch this camera" }).count(), 0);
+  assert.deepEqual(await axeViolations(page), []);
+
+  await section.getByLabel("Password").fill("s3cret pass");
+  await section.getByLabel("Password").press("Enter");
+  await says(section, /: can be watched/);
+  await says(section, /640x368, 10 pictures a second told/);
+  const shown = section.getByRole("img", { name: "What this camera shows" });
+  await page.waitForFunction((image) => image.naturalWidth === 1280, await shown.elementHandle());
+  for (const [width, colorScheme] of [
+    [360, "dark"],
+    [1920, "light"],
+  ]) {
+    await page.setViewportSize({ width, height: 900 });
+    await page.emulateMedia({ colorScheme, reducedMotion: "reduce" }); // colours change at once
+    await page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+    assert.deepEqual(await axeViolations(page), []);
+    assert.equal(await page.evaluate(() => document.documentElement.scrollWidth - innerWidth), 0, `${width} wide`);
+  }
+  await showsBetween(page, 150, 255);
+
+  await section.getByRole("button", { name: "Watch this camera" }).click();
+  await says(section, /check the floor points and the bed areas/);
+  await says(section, `Watched now: ${world.next.uri}`);
+  await showsBetween(page, 0, 100);
+  world.old.stop();
+  await page.reload();
+  await showsBetween(page, 0, 100);
+  await says(section, /is watched now, also after a restart/);
+  page.complaints = page.complaints.filter((text) => !/status of 400/.test(text)); // the address that is none
+  noComplaints(page);
+});
