@@ -94,8 +94,9 @@ std::vector<bool> cellsOf(const std::vector<Area>& beds, std::uint32_t rotation)
   constexpr double kCell = static_cast<double>(kAnalysisLong) / kCellColumns;
   std::vector<bool> cells(kCells);
   for (std::size_t cell = 0; cell < kCells; ++cell) {
-    const Corner place{(static_cast<double>(cell % kCellColumns) + 0.5) * kCell,
-                       (static_cast<double>(cell / kCellColumns) + 0.5) * kCell};
+    const std::size_t row = cell / kCellColumns;
+    const std::size_t column = cell % kCellColumns;
+    const Corner place{(static_cast<double>(column) + 0.5) * kCell, (static_cast<double>(row) + 0.5) * kCell};
     for (const Area& bed : beds) cells[cell] = cells[cell] || contains(bed, upright(place, rotation));
   }
   return cells;

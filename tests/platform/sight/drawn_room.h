@@ -21,7 +21,8 @@ class Shot {
     static const std::vector<std::uint8_t> chroma(kWidth * kHeight / 4, 128);
     return {m_grey.data(), chroma.data(), chroma.data(), kWidth, kWidth / 2, kWidth / 2, kWidth, kHeight, true};
   }
-  std::uint8_t& at(int x, int y) { return m_grey[static_cast<std::size_t>(y * kWidth + x)]; }
+  std::uint8_t& at(int x, int y) { return m_grey[offsetOf(x, y)]; }
+  std::uint8_t at(int x, int y) const { return m_grey[offsetOf(x, y)]; }
   const std::vector<std::uint8_t>& grey() const { return m_grey; }
 
   /// Each level by a function of it and its place.
@@ -60,8 +61,7 @@ class Shot {
       shot = before.changed([&before, reach, dx = dx, dy = dy](double, int x, int y) {
         double sum = 0;
         for (int i = -reach; i <= reach; ++i) {
-          sum += before.m_grey[static_cast<std::size_t>(std::clamp(y + i * dy, 0, kHeight - 1) * kWidth +
-                                                        std::clamp(x + i * dx, 0, kWidth - 1))];
+          sum += before.at(std::clamp(x + i * dx, 0, kWidth - 1), std::clamp(y + i * dy, 0, kHeight - 1));
         }
         return sum / (2 * reach + 1);
       });
@@ -70,6 +70,10 @@ class Shot {
   }
 
  private:
+  static std::size_t offsetOf(int x, int y) {
+    return static_cast<std::size_t>(y) * kWidth + static_cast<std::size_t>(x);
+  }
+
   std::vector<std::uint8_t> m_grey = std::vector<std::uint8_t>(std::size_t{kWidth} * kHeight, 150);
 };
 

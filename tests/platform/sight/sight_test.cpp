@@ -120,7 +120,7 @@ TEST(SightTest, PeopleLampsSunAndAPushedBedAreNoFaults) {
       {"infrared light", room.changed([](double level, int, int) { return 230 - 0.6 * level; })},
       {"the sun", room.changed([](double level, int x, int) { return x > 400 ? level + 90 : level; })},
       {"a bed is pushed, with all that stands beside it", room.changed([&elsewhere](double level, int x, int y) {
-         return x > 260 && y > 60 ? elsewhere.grey()[static_cast<std::size_t>(y * Shot::kWidth + x)] : level;
+         return x > 260 && y > 60 ? elsewhere.at(x, y) : level;
        })}};
   for (const auto& [what, shot] : cases) {
     Camera camera;
