@@ -18,7 +18,7 @@ rooms=(
   "platform/workstation/inference|platform/support platform/workstation/system|nlohmann opencv2 oneapi larod.h"
   "platform/workstation/parameters|platform/support platform/workstation/system platform/workstation/sight platform/workstation/camera|nlohmann axparameter.h"
   "platform/workstation/events|platform/support platform/clock platform/workstation/system platform/workstation/trace|nlohmann axevent.h"
-  "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/sight platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
+  "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/sight platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
   "platform/workstation/camera_check|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/views|gst nlohmann"
   "platform/workstation/people|platform/support platform/clock platform/workstation/system|nlohmann crypt.h"
   "platform/workstation/web|platform/support platform/clock platform/workstation/people platform/workstation/system platform/workstation/sight platform/workstation/camera platform/workstation/parameters platform/workstation/events platform/workstation/views platform/workstation/decoding|nlohmann libsoup"
