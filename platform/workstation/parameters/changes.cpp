@@ -31,7 +31,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr off_t kMostBytes = 1 << 20;        // of the file; then its older half goes
+constexpr off_t kMostBytes = 1 << 20;  // of the file; then it is put aside, and the one before goes
+constexpr std::size_t kMostAtOnce = 1 << 18;
 constexpr std::size_t kMostKept = 1000;      // in memory
 constexpr std::size_t kMostWaiting = 20000;  // for the disk
 constexpr std::chrono::milliseconds kRetry{1000};
@@ -55,11 +56,7 @@ ordered_json changeFrom(std::string_view line) {
   throw std::runtime_error(path.string() + ": " + what + ": " + std::strerror(errno));
 }
 
-/// Leaves the newer half, in whole lines.
-void shorten(const std::filesystem::path& path) {
-  const std::string text = readFile(path, 2 * kMostBytes).value_or("");
-  replaceFile(path, std::string_view(text).substr(std::min(text.find('\n', text.size() / 2), text.size() - 1) + 1));
-}
+std::filesystem::path before(const std::filesystem::path& path) { return path.string() + ".1"; }
 
 FileDescriptor openToAppend(const std::filesystem::path& path, off_t& size) {
   FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, S_IRUSR | S_IWUSR));
@@ -75,7 +72,7 @@ void append(const std::filesystem::path& path, std::string text) {
   off_t size = 0;
   FileDescriptor file = openToAppend(path, size);
   if (size > kMostBytes) {
-    shorten(path);
+    std::filesystem::rename(path, before(path));
     file = openToAppend(path, size);
   }
   char last = '\n';
@@ -111,13 +108,15 @@ struct ChangeJournal::State {
 
 /// What was noted meanwhile comes after it.
 void ChangeJournal::State::load() try {
-  std::string text = readFile(path, 2 * kMostBytes).value_or("");
   std::deque<ordered_json> past;
-  for (std::size_t from = 0, end = 0; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
-    if (ordered_json change = changeFrom(std::string_view(text).substr(from, end - from)); !change.is_null()) {
-      past.push_back(std::move(change));
+  for (const auto& file : {before(path), path}) {
+    const std::string text = readFile(file, 4 * kMostBytes).value_or("");
+    for (std::size_t from = 0, end = 0; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
+      if (ordered_json change = changeFrom(std::string_view(text).substr(from, end - from)); !change.is_null()) {
+        past.push_back(std::move(change));
+      }
+      if (past.size() > kMostKept) past.pop_front();
     }
-    if (past.size() > kMostKept) past.pop_front();
   }
   const std::scoped_lock lock(mutex);
   newest.insert(newest.begin(), past.begin(), past.end());
@@ -139,8 +138,8 @@ bool ChangeJournal::State::writeOnce() {
     const std::scoped_lock lock(mutex);
     is_writing = !waiting.empty();
     if (!is_writing) return true;
-    for (const std::string& line : waiting) text += line;
-    end = first + waiting.size();
+    end = first;
+    for (auto line = waiting.begin(); line != waiting.end() && text.size() < kMostAtOnce; ++line, ++end) text += *line;
   }
   std::string problem;
   try {

@@ -1,4 +1,5 @@
-// Who has changed which setting, from what to what: changes.jsonl in the state directory.
+// Who has changed which setting, from what to what: changes.jsonl in the state directory, and changes.jsonl.1 before
+// it.
 #pragma once
 
 #include <chrono>
