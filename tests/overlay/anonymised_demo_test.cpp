@@ -10,6 +10,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis/FindingsHistory.h"
@@ -17,6 +18,7 @@
 #include "app/lifecycle/startup.h"
 #include "app/observer.h"
 #include "app/process_state.h"
+#include "events/event_manager.h"
 #include "overlay/overlay_manager.h"
 #include "platform/workstation/trace/trace_listener.h"
 #include "platform/workstation/views/anonymised_view.h"
@@ -94,6 +96,7 @@ class AnonymisedDemo : public testing::TestWithParam<Mount> {
   void TearDown() override {
     if (GetParam().own) ownView().leave();
     g_observer = nullptr;
+    delete std::exchange(g_EventManager, nullptr);
     g_overlayManager.reset();
   }
 
