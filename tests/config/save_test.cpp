@@ -62,7 +62,8 @@ class Saves : public testing::Test {
   std::set<std::string> changedKeys(int limit) const {
     std::set<std::string> keys;
     const HttpReply reply = request(m_port, "GET", "/platform/changes?limit=" + std::to_string(limit));
-    for (const json& one : json::parse(reply.body)["changes"]) keys.insert(one["key"]);
+    const json document = json::parse(reply.body);
+    for (const json& one : document["changes"]) keys.insert(one["key"]);
     return keys;
   }
 

@@ -43,10 +43,10 @@ class Changes : public testing::Test {
   /// Waits for the disk.
   bool isStored(const ChangeJournal& journal) const {
     return comes([&] {
-      for (const json& one : known(journal)["changes"]) {
-        if (!one["stored"]) return false;
-      }
-      return known(journal)["trouble"].is_null();
+      const json document = known(journal);
+      const json& changes = document["changes"];
+      return document["trouble"].is_null() &&
+             std::all_of(changes.begin(), changes.end(), [](const json& one) { return one["stored"] == true; });
     });
   }
   std::size_t linesIn(const std::string& file) const {
