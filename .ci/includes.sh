@@ -16,13 +16,13 @@ rooms=(
   "platform/workstation/sight|platform/support platform/clock platform/workstation/system platform/workstation/decoding|libyuv.h"
   "platform/workstation/camera|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/sight|nlohmann vdostream.h"
   "platform/workstation/inference|platform/support platform/workstation/system|nlohmann opencv2 oneapi larod.h"
-  "platform/workstation/parameters|platform/support platform/workstation/system platform/workstation/sight platform/workstation/camera|nlohmann axparameter.h"
+  "platform/workstation/parameters|platform/support platform/clock platform/workstation/system platform/workstation/sight platform/workstation/camera|nlohmann axparameter.h"
   "platform/workstation/events|platform/support platform/clock platform/workstation/system platform/workstation/trace|nlohmann axevent.h"
-  "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/decoding platform/workstation/sight platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
+  "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/sight platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
   "platform/workstation/camera_check|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/views|gst nlohmann"
   "platform/workstation/people|platform/support platform/clock platform/workstation/system|nlohmann crypt.h"
   "platform/workstation/web|platform/support platform/clock platform/workstation/people platform/workstation/system platform/workstation/sight platform/workstation/camera platform/workstation/parameters platform/workstation/events platform/workstation/views platform/workstation/decoding|nlohmann libsoup"
-  "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/parameters platform/workstation/web|libsoup axhttp.h"
+  "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/camera platform/workstation/parameters platform/workstation/web|nlohmann libsoup axhttp.h"
   "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
   "pose|app/[a-z]*_params.h app/observer.h app/process_state.h video|larod.h"
@@ -44,7 +44,7 @@ rooms=(
   "evaluate/judging|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/launcher|gst nlohmann"
   "evaluate/running|platform/support platform/workstation/camera platform/workstation/launcher evaluate/judging|gst"
   "evaluate/telling|platform/support evaluate/judging|nlohmann"
-  "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/launcher|gst nlohmann"
+  "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/parameters platform/workstation/launcher|gst nlohmann"
 )
 guarded='libsoup|gst|opencv2|oneapi|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 

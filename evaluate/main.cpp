@@ -20,7 +20,7 @@
 #include "evaluate/telling/report.h"
 #include "evaluate/telling/tables.h"
 #include "platform/workstation/launcher/launch_request.h"
-#include "platform/workstation/launcher/parameter_rules.h"
+#include "platform/workstation/parameters/parameter_rules.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace {

@@ -1,5 +1,5 @@
-// Every analysed frame of the demo on the anonymised stream, with the people who are truly there: the camera, the
-// program's analysis and its overlay as they are, only the networks left out.
+// Every analysed frame of the demo on the anonymised views, with the people who are truly there: the camera, the
+// program's analysis, its overlay and its trace as they are, only the networks left out.
 #include <gtest/gtest.h>
 #include <vdostream.h>
 
@@ -10,18 +10,24 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "analysis/FindingsHistory.h"
 #include "analysis/detection_processing.h"
 #include "app/lifecycle/startup.h"
+#include "app/observer.h"
 #include "app/process_state.h"
+#include "events/event_manager.h"
 #include "overlay/overlay_manager.h"
+#include "platform/workstation/trace/trace_listener.h"
 #include "platform/workstation/views/anonymised_view.h"
 #include "platform/workstation/views/overlay_service.h"
+#include "platform/workstation/views/own_view.h"
 #include "reference/truth.h"
 #include "tests/platform/state_folder.h"
 #include "tests/platform/viewer_camera.h"
+#include "trace/trace_writer.h"
 
 using namespace workstation;
 
@@ -34,6 +40,8 @@ struct Mount {
   std::uint32_t rotation;
   bool mirrored;
   StreamSize stream;
+  bool own = false;         ///< the workstation's own view; else the stream that the settings choose
+  const char* chosen = "";  ///< by the settings for the own view's test: "", or a size for masks and for findings
 };
 
 /// A corner's place on the stream as viewers see it.
@@ -71,19 +79,34 @@ class AnonymisedDemo : public testing::TestWithParam<Mount> {
     camera["rotation"] = GetParam().rotation;
     camera["mirrored"] = GetParam().mirrored;
     if (GetParam().rotation == 90) turnFloor(camera["parameters"]);
-    camera["parameters"]["AnonOverlaysOn"] = "true";
-    camera["parameters"]["SelectedAnonOverlay"] = toString(GetParam().stream);
+    choose(camera["parameters"]);
     m_folder.write("camera.json", camera.dump());
     setenv("VELMOR_MANIFEST", (kSource + "/package/manifest.json").c_str(), 1);
     init_parameter_controller();
     init_stream_size();
     init_overlay_manager();
+    init_event_manager();
     ASSERT_TRUE(init_3D());
     init_tracking();
     openStream();
+    g_observer = &m_trace;
+    if (GetParam().own) ownView().watch();
   }
 
-  void TearDown() override { g_overlayManager.reset(); }
+  void TearDown() override {
+    if (GetParam().own) ownView().leave();
+    g_observer = nullptr;
+    delete std::exchange(g_EventManager, nullptr);
+    g_overlayManager.reset();
+  }
+
+  static void choose(nlohmann::json& parameters) {
+    const std::string chosen = GetParam().own ? GetParam().chosen : toString(GetParam().stream);
+    parameters["AnonOverlaysOn"] = chosen.empty() ? "false" : "true";
+    parameters["SelectedAnonOverlay"] = chosen;
+    parameters["DetectionOverlaysOn"] = GetParam().own ? parameters["AnonOverlaysOn"] : "false";
+    parameters["SelectedDetectionOverlay"] = chosen;
+  }
 
   static void turnFloor(nlohmann::json& parameters) {
     for (const char corner : {'0', '1', '2', '3'}) {
@@ -109,19 +132,36 @@ class AnonymisedDemo : public testing::TestWithParam<Mount> {
         [&] {
           VdoBuffer* buffer = vdo_stream_get_buffer(m_stream.get(), nullptr);
           vdo_stream_buffer_unref(m_stream.get(), &buffer, nullptr);
+          m_trace.cycleBegan();
           g_skeletons = turned(truth.skeletons, GetParam());
           DetectionProcessing::monitor_AOI();
           DetectionProcessing::fallen_detection();
           g_overlayManager->renderFindings();
+          m_trace.cycleEnded(true);
         },
         static_cast<guint>(kPeriod.count()));
   }
 
   static AnonymisedView::Sight sight() {
-    return anonymisedView().sightAt(currentStreamChoice(), GetParam().rotation, AnonymisedView::Clock::now());
+    const auto [rotation, mirrored, stream, own, chosen] = GetParam();
+    const auto now = AnonymisedView::Clock::now();
+    return own ? ownView().sightAt(stream, rotation, now)
+               : anonymisedView().sightAt(currentStreamChoice(), rotation, now);
   }
 
+  static BgraPicture overlayOf(const AnalysedPicture& picture) {
+    const Mount& mount = GetParam();
+    return mount.own ? coveringOverlay(picture, mount.stream, {mount.rotation, mount.mirrored}) : *picture.overlay;
+  }
+
+  /// Hands the trace on as a live run does.
+  struct ToTheViews : TraceSink {
+    void take(const std::string& lines) override { tellTraceListener(lines); }
+  };
+
   StateFolder m_folder;
+  ToTheViews m_sink;
+  TraceWriter m_trace{m_sink};
   std::unique_ptr<VdoStream, decltype(&g_object_unref)> m_stream{nullptr, &g_object_unref};
 };
 
@@ -180,7 +220,7 @@ TEST_P(AnonymisedDemo, CoversEveryTrackedPersonAndCoarsensTheRest) {
     ASSERT_EQ(seen.reason, "") << "picture " << pictures;
     EXPECT_NE(seen.picture.frame.get(), before) << "the picture of the cycle before";
     before = seen.picture.frame.get();
-    const BgraPicture& overlay = *seen.picture.overlay;
+    const BgraPicture overlay = overlayOf(seen.picture);
     const BgraPicture picture =
         anonymisedPicture(seen.picture.frame->view(), overlay, mount.stream, {mount.rotation, mount.mirrored});
     EXPECT_TRUE(isCoarse(picture, overlay, blockSide(mount.stream))) << "picture " << pictures;
@@ -195,6 +235,8 @@ TEST_P(AnonymisedDemo, CoversEveryTrackedPersonAndCoarsensTheRest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Mounted, AnonymisedDemo,
-                         testing::Values(Mount{0, false, {1280, 720}}, Mount{90, true, {640, 360}}));
+                         testing::Values(Mount{0, false, {1280, 720}}, Mount{90, true, {640, 360}},
+                                         Mount{0, false, {800, 450}, true, ""},
+                                         Mount{90, true, {1280, 720}, true, "1280x720"}));
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 /// Points the environment of the process at a fresh folder for as long as it lives.
 class StateFolder {
@@ -17,7 +18,10 @@ class StateFolder {
     ::setenv("VELMOR_CAMERA", (m_path / "camera.json").c_str(), 1);
     ::setenv("VELMOR_MANIFEST", (m_path / "manifest.json").c_str(), 1);
   }
-  ~StateFolder() { std::filesystem::remove_all(m_path); }
+  ~StateFolder() {
+    std::error_code ignored;  // of something that is still written down on the side
+    std::filesystem::remove_all(m_path, ignored);
+  }
   StateFolder(const StateFolder&) = delete;
   StateFolder& operator=(const StateFolder&) = delete;
 

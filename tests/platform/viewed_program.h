@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/workstation/trace/trace_listener.h"
 #include "tests/platform/camera_stream.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/viewer_camera.h"
@@ -45,6 +46,7 @@ class Program {
     runCycle([&] {
       has_picture = lumaOf(m_stream) >= 0;
       if (has_picture && succeeds) redraw();
+      if (has_picture) workstation::tellTraceListener(trace);
     });
     return has_picture;
   }
@@ -55,6 +57,7 @@ class Program {
   Drawing drawing = Drawing::kGood;
   bool is_told_of_failure = false;  ///< by the redraw of the last cycle
   axoverlay_stream_data drawn{};    ///< the stream that was drawn last
+  std::string trace;                ///< whole lines that are told at the end of each cycle
   bool shrinks = false;             ///< the overlay is a quarter of the stream, at the right and the bottom
 
  private:

@@ -3,7 +3,6 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -14,6 +13,7 @@
 #include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/launcher/launch_plan.h"
+#include "platform/workstation/parameters/parameter_rules.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 
 namespace workstation {
@@ -36,17 +36,12 @@ Parameters originalFloor(const LaunchRequest& request, const fs::path& source_tr
   return values;
 }
 
-/// "2.0" is what the program writes as "2.000000".
-bool isSameNumber(const std::string& a, const std::string& b) {
-  return a == b || (!a.empty() && std::strtod(a.c_str(), nullptr) == std::strtod(b.c_str(), nullptr));
-}
-
 /// Lays the values over the stored ones; a line for each that changes them.
 std::string replaceValues(Parameters& stored, const Parameters& values) {
   std::string lines;
   for (const auto& [name, value] : values) {
     std::string& now = stored[name];
-    if (isSameNumber(now, value)) continue;
+    if (isSameValue(now, value)) continue;
     lines.append("  ").append(name).append(": ").append(now).append(" -> ").append(value).append("\n");
     now = value;
   }

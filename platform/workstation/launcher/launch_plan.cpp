@@ -22,8 +22,9 @@
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/launcher/launch_media.h"
-#include "platform/workstation/launcher/parameter_rules.h"
 #include "platform/workstation/launcher/retrace_plan.h"
+#include "platform/workstation/parameters/parameter_rules.h"
+#include "platform/workstation/parameters/settings_document.h"
 #include "platform/workstation/system/state_directory.h"
 
 namespace workstation {
@@ -295,27 +296,7 @@ StatePlace::~StatePlace() {
 }
 
 void layOver(CameraDescription& camera, const fs::path& settings) {
-  json document = json::parse(readDescription(settings.string()), nullptr, false);
-  if (!document.is_object()) {
-    throw DescriptionError(settings.string() + ": is not a JSON object of settings");
-  }
-  for (const auto& [key, value] : document.items()) {
-    if (key != "rotation" && key != "mirrored" && key != "product_name" && key != "focal_length_um" &&
-        key != "parameters") {
-      throw DescriptionError(settings.string() + ": " + key + ": is not a setting; allowed are rotation, mirrored, " +
-                             "product_name, focal_length_um and parameters");
-    }
-  }
-  document["source"] = "-";
-  const std::string composed = document.dump(-1, ' ', false, json::error_handler_t::replace);
-  const CameraDescription set = parseCameraDescription(composed, settings.string());
-  camera.rotation = document.contains("rotation") ? set.rotation : camera.rotation;
-  camera.mirrored = document.contains("mirrored") ? set.mirrored : camera.mirrored;
-  camera.product_name = document.contains("product_name") ? set.product_name : camera.product_name;
-  camera.focal_length_um = document.contains("focal_length_um") ? set.focal_length_um : camera.focal_length_um;
-  for (const auto& [name, value] : set.parameters) {
-    camera.parameters.insert_or_assign(name, value);
-  }
+  layOver(camera, readDescription(settings.string()), settings.string());
 }
 
 CameraDescription requestedCamera(const LaunchRequest& request, const fs::path& source_tree) {

@@ -10,6 +10,7 @@
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/engine/threads.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "platform/workstation/system/shown_text.h"
 
 namespace workstation {
 namespace {
@@ -210,12 +211,6 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   if (!rest.empty()) throw UsageError("\"" + shown(rest[0]) + "\" is not understood here; see --help");
   checkCombination(request);
   return request;
-}
-
-std::string shown(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, '?');
-  return text;
 }
 
 const char* usage() {

@@ -1,11 +1,12 @@
 // What somebody asked for on the command line of velmor_run.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "platform/workstation/parameters/parameter_rules.h"
 
 namespace workstation {
 
@@ -13,9 +14,6 @@ namespace workstation {
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-
-/// What somebody sets for one run, by parameter name.
-using ParameterGroup = std::map<std::string, std::string>;
 
 struct LaunchRequest {
   bool help = false;
@@ -47,9 +45,6 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments);
 /// Takes the groups out of the words, "--set KEY=VALUE ...", however many each has; what remains is for others. Throws
 /// UsageError.
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets);
-
-/// Somebody's words as a terminal may be shown them: without its control characters.
-std::string shown(std::string text);
 
 /// What --help prints.
 const char* usage();

@@ -15,7 +15,8 @@
 #include <vector>
 
 #include "platform/workstation/decoding/video_source.h"
-#include "platform/workstation/launcher/parameter_rules.h"
+#include "platform/workstation/parameters/parameter_rules.h"
+#include "platform/workstation/system/shown_text.h"
 
 namespace workstation {
 namespace {

@@ -22,6 +22,7 @@
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/retrace_plan.h"
 #include "platform/workstation/launcher/started_program.h"
+#include "platform/workstation/system/shown_text.h"
 
 namespace workstation {
 namespace {

@@ -3,7 +3,6 @@
 #include <axparameter.h>
 #include <syslog.h>
 
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -12,9 +11,10 @@
 #include <string>
 #include <utility>
 
-#include "platform/support/package_path.h"
 #include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/parameters/parameter_batch.h"
+#include "platform/workstation/parameters/parameter_rules.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/state_directory.h"
 
@@ -37,10 +37,9 @@ std::set<AXParameter*>& stores_of_batch() {
   return stores;
 }
 bool batch_is_open = false;
-
-std::string manifestPath(const std::string& app_name) {
-  const char* named = std::getenv("VELMOR_MANIFEST");
-  return named != nullptr ? named : packagePath("/usr/local/packages/" + app_name + "/manifest.json");
+std::string& batch_by() {
+  static auto& by = *new std::string;
+  return by;
 }
 
 void save(AXParameter& store) {
@@ -59,6 +58,15 @@ std::string textProblem(const std::string& name, const gchar* value) {
   return "";
 }
 
+/// What a description has changed since the last start; what is new was never another.
+void noteDescribed(const Parameters& stored, const Parameters& now) {
+  for (const auto& [name, value] : stored) {
+    if (const std::string& to = now.find(name)->second; !workstation::isSameValue(value, to)) {
+      workstation::noteChange("", name, value, to);
+    }
+  }
+}
+
 AXParameter* openStore(const std::string& app_name) {
   const auto& camera = workstation::startedCamera();
   StoredParameters file(workstation::stateDirectory(), app_name);
@@ -72,7 +80,7 @@ AXParameter* openStore(const std::string& app_name) {
       throw std::runtime_error(camera.file + ": parameters: " + problem);
     }
   }
-  const Parameters defaults = workstation::manifestDefaults(manifestPath(app_name));
+  const Parameters defaults = workstation::manifestDefaults(workstation::manifestPath(app_name));
   auto store = std::make_unique<AXParameter>(AXParameter{
       std::move(file),
       startFrom(stored.value_or(StoredState()), defaults, camera.parameters),
@@ -82,6 +90,8 @@ AXParameter* openStore(const std::string& app_name) {
   if (!damage.empty() || store->state != stored) {
     save(*store);
   }
+  workstation::openChanges(workstation::stateDirectory());
+  if (stored) noteDescribed(stored->values, store->state.values);
   workstation::tellParameters(store->state.values);
   return store.release();
 }
@@ -144,12 +154,16 @@ bool saveLogged(AXParameter& store) {
 
 }  // namespace
 
-workstation::ParameterBatch::ParameterBatch() { batch_is_open = true; }
+workstation::ParameterBatch::ParameterBatch(const std::string& by) {
+  batch_is_open = true;
+  batch_by() = by;
+}
 
 workstation::ParameterBatch::~ParameterBatch() { finish(); }
 
 bool workstation::ParameterBatch::finish() {
   batch_is_open = false;
+  batch_by().clear();
   bool is_saved = true;
   for (AXParameter* store : std::exchange(stores_of_batch(), {})) {
     is_saved = saveLogged(*store) && is_saved;
@@ -205,7 +219,9 @@ gboolean ax_parameter_set(AXParameter* parameter, const gchar* name, const gchar
     return fail(error, AX_PARAMETER_STORE_ERROR, problem);
   }
   return guarded<gboolean>(error, FALSE, [&] {
+    const std::string before = parameter->state.values.find(name)->second;
     put(*parameter, name, value, do_sync != FALSE);
+    if (!workstation::isSameValue(before, value)) workstation::noteChange(batch_by(), name, before, value);
     return TRUE;
   });
 }

@@ -1,6 +1,7 @@
 #include "platform/workstation/parameters/stored_parameters.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/support/package_path.h"
 #include "platform/workstation/sight/sight_watch.h"
 #include "platform/workstation/system/durable_file.h"
 
@@ -87,15 +89,22 @@ std::string format(const StoredState& state, const std::string& group) {
 /// Constant at first, so that others may set it before main.
 constinit ParametersHook parameters_hook = nullptr;
 
-constinit std::mutex watched_mutex;
+constinit std::mutex told_mutex;
 constinit std::optional<WatchedFor> watched;  ///< under the lock
 
-void noteWatched(const Parameters& values) {
+/// Under the lock. Never destroyed: threads may ask until the process ends.
+Parameters& told() {
+  static auto& parameters = *new Parameters;
+  return parameters;
+}
+
+void noteTold(const Parameters& values) {
   const auto isOn = [&values](const std::string& name) {
     const auto found = values.find(name);
     return found != values.end() && found->second == "true";
   };
-  const std::scoped_lock lock(watched_mutex);
+  const std::scoped_lock lock(told_mutex);
+  told() = values;
   watched = {isOn("DetectFallenPersons"), isOn("DetectPatientOutOfBed"), 0};
   for (const char* bed : {"Detection1Active", "Detection2Active", "Detection3Active"})
     watched->beds += isOn(bed) ? 1 : 0;
@@ -104,14 +113,19 @@ void noteWatched(const Parameters& values) {
 }  // namespace
 
 std::optional<WatchedFor> watchedFor() {
-  const std::scoped_lock lock(watched_mutex);
+  const std::scoped_lock lock(told_mutex);
   return watched;
+}
+
+Parameters currentParameters() {
+  const std::scoped_lock lock(told_mutex);
+  return told();
 }
 
 void setParametersHook(ParametersHook hook) { parameters_hook = hook; }
 
 void tellParameters(const Parameters& values) {
-  noteWatched(values);
+  noteTold(values);
   if (SightWatch* const sight = sightWatch()) sight->setParameters(values);
   if (parameters_hook != nullptr) parameters_hook(values);
 }
@@ -119,6 +133,11 @@ void tellParameters(const Parameters& values) {
 bool isParameterName(const std::string& name) {
   const auto allowed = [](char c) { return g_ascii_isalnum(c) || c == '.' || c == '-' || c == '_'; };
   return !name.empty() && name.size() <= kMaxNameLength && std::all_of(name.begin(), name.end(), allowed);
+}
+
+std::filesystem::path manifestPath(const std::string& app_name) {
+  const char* named = std::getenv("VELMOR_MANIFEST");
+  return named != nullptr ? named : packagePath("/usr/local/packages/" + app_name + "/manifest.json");
 }
 
 Parameters manifestDefaults(const std::filesystem::path& manifest) {

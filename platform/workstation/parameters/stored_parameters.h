@@ -13,6 +13,9 @@ using Parameters = std::map<std::string, std::string, std::less<>>;
 /// True for names the file can hold: letters, digits, dot, dash and underscore, 1 to 64 of them.
 bool isParameterName(const std::string& name);
 
+/// The package's manifest: VELMOR_MANIFEST, else in the package of the application.
+std::filesystem::path manifestPath(const std::string& app_name);
+
 /// The default of every parameter that the package's manifest declares. Throws std::runtime_error with one line.
 Parameters manifestDefaults(const std::filesystem::path& manifest);
 
@@ -35,6 +38,9 @@ using ParametersHook = void (*)(const Parameters&);
 void setParametersHook(ParametersHook hook);
 /// For whoever stores them: tells the hook, and the camera's sight of the floor.
 void tellParameters(const Parameters& values);
+
+/// The parameters that were told last; none before. From any thread.
+Parameters currentParameters();
 
 /// What the program has been told to watch for: for viewers who may not see the settings.
 struct WatchedFor {

@@ -20,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -29,11 +30,15 @@
 #include "platform/support/owners.h"
 #include "platform/support/package_path.h"
 #include "platform/workstation/parameters/parameter_batch.h"
+#include "platform/workstation/parameters/stored_parameters.h"
+#include "platform/workstation/requests/settings_import.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/trace/live_explanation.h"
+#include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_service.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
+#include "platform/workstation/web/settings_service.h"
 #include "platform/workstation/web/sight_service.h"
 #include "platform/workstation/web/view_streams.h"
 #include "platform/workstation/web/why_service.h"
@@ -53,6 +58,12 @@ constexpr const char* kNotStored =
 constexpr const char* kTooManyWaiting =
     "Status: 503 Service Unavailable\r\nContent-Type: text/plain\r\n\r\n"
     "Too many requests wait for the program; try again later.\n";
+
+std::string formatted(const workstation::ImportAnswer& answer) {
+  return "Status: " + std::to_string(answer.status) +
+         "\r\nContent-Type: " + (answer.status == SOUP_STATUS_OK ? "application/json" : "text/plain; charset=utf-8") +
+         "\r\n\r\n" + answer.text + "\n";
+}
 
 std::string variable(const char* name) {
   const char* value = std::getenv(name);
@@ -301,6 +312,9 @@ struct _AXHttpHandler {
     workstation::addWhy(server, workstation::liveExplanation);
     workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
     workstation::addSight(server);
+    workstation::addSettings(
+        server, workstation::manifestPath(kApplication),
+        [this](SoupServerMessage* message, const workstation::ParameterGroup& brought) { accept(message, brought); });
     server.setProgram([this](SoupServerMessage* message, const ProgramRequest& request) { accept(message, request); });
   }
   ~_AXHttpHandler() { server.stop(); }
@@ -309,27 +323,38 @@ struct _AXHttpHandler {
 
   /// On the server's thread. What changes something is never left out.
   void accept(SoupServerMessage* message, const ProgramRequest& request) {
-    const auto abandoned = std::make_shared<std::atomic<bool>>(false);
-    const std::uint64_t id = waiting.add(message, abandoned);
-    if (!queue.push([this, id, request] { call(id, request); }, onlyReads(request) ? abandoned : nullptr)) {
-      waiting.finish(id, kTooManyWaiting);
-    }
+    const std::string by = workstation::visitorOf(message).name;
+    answerFromMainThread(message, onlyReads(request),
+                         [this, request, by] { return call(request, by).value_or(kNotStored); });
+  }
+  void accept(SoupServerMessage* message, const workstation::ParameterGroup& brought) {
+    const std::string by = workstation::visitorOf(message).name;
+    answerFromMainThread(message, false, [this, brought, by] {
+      return formatted(workstation::importSettings(brought, [this, &by](const HttpQuery& query) {
+        return call({std::string("/local/") + kApplication + "/control.cgi", "POST", {}, query}, by);
+      }));
+    });
   }
 
-  /// On the main thread.
-  void call(std::uint64_t id, const ProgramRequest& request) {
+  void answerFromMainThread(SoupServerMessage* message, bool only_reads, const std::function<std::string()>& reply) {
+    const auto abandoned = std::make_shared<std::atomic<bool>>(false);
+    const std::uint64_t id = waiting.add(message, abandoned);
+    const auto run = [this, id, reply] { server.invoke([this, id, text = reply()] { waiting.finish(id, text); }); };
+    if (!queue.push(run, only_reads ? abandoned : nullptr)) waiting.finish(id, kTooManyWaiting);
+  }
+
+  /// On the main thread: the program's reply, none when what it has set is not on disk.
+  std::optional<std::string> call(const ProgramRequest& request, const std::string& by) const {
     const GLibPtr<GOutputStream> output(g_memory_output_stream_new_resizable());
     const auto table = tableOf(request);
-    workstation::ParameterBatch batch;
+    workstation::ParameterBatch batch(by);
     callback(request.path.c_str(), request.method.c_str(), request.query ? request.query->c_str() : nullptr,
              table.get(), output.get(), user_data);
     auto* memory = G_MEMORY_OUTPUT_STREAM(output.get());
     std::string reply(static_cast<const char*>(g_memory_output_stream_get_data(memory)),
                       g_memory_output_stream_get_data_size(memory));
-    if (!batch.finish()) {
-      reply = kNotStored;
-    }
-    server.invoke([this, id, reply = std::move(reply)] { waiting.finish(id, reply); });
+    if (!batch.finish()) return std::nullopt;
+    return reply;
   }
 
   AXRequestCallback callback;

@@ -286,12 +286,22 @@ void readJudgement(const Fields& from, TracePerson& person) {
   person.needed = from.told("needed");
 }
 
+/// Absent when it is no box.
+std::vector<double> readBox(const Fields& from) {
+  std::vector<double> box;
+  for (const json& side : from.list("box")) {
+    if (isNumber(side, kLargest)) box.push_back(side.get<double>());
+  }
+  return box.size() == 4 ? box : std::vector<double>();
+}
+
 TracePerson readPerson(const Fields& from) {
   TracePerson person;
   person.id = needCount(from, "id");
   person.n = from.body("n");
   const std::vector<double> place = from.numbers("place", 2);
   person.place = {place[0], place[1]};
+  person.box = readBox(from);
   person.footing = from.need(from.text("footing"), "footing");
   person.area = from.told("area");
   person.areas = from.each("areas", readArea);

@@ -108,6 +108,7 @@ struct TracePerson {
   int id = 0;
   std::optional<int> n;
   TracePlace place;
+  std::vector<double> box;  ///< left, top, right, bottom; empty where it is not told
   std::string footing;
   int area = 0;
   std::vector<TraceAreaDistance> areas;

@@ -10,6 +10,7 @@
 #include "platform/clock/clock.h"
 #include "platform/trace/trace_sink.h"
 #include "platform/workstation/trace/live_explanation.h"
+#include "platform/workstation/trace/trace_listener.h"
 #include "platform/workstation/trace/trace_output.h"
 
 using workstation::LiveTrace;
@@ -39,10 +40,11 @@ LiveTrace* live_trace = nullptr;
     },
     nullptr);
 
-/// What is watched live: for whoever asks now, and for later where a directory is named.
+/// What is watched live: for whoever covers people now or asks why, and for later where a directory is named.
 class LiveSink final : public TraceSink {
  public:
   void take(const std::string& lines) override {
+    workstation::tellTraceListener(lines);
     workstation::tellLiveExplanation(lines);
     if (live_trace != nullptr) live_trace->take(lines);
   }

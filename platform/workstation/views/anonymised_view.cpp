@@ -6,6 +6,8 @@
 namespace workstation {
 namespace {
 
+constexpr const char* kWrongShape = "People cannot be covered on its shape: choose another.";
+
 /// Overlays are drawn for streams that show the full height of the upright picture, and at most its width; others would
 /// have their masks beside the people. A column may be missing for rounding.
 bool showsPartOfWidth(StreamSize size, std::uint32_t rotation) {
@@ -22,7 +24,7 @@ std::string reasonOfSize(const StreamChoice& choice, std::uint32_t rotation) {
   if (choice.anonymised == choice.overlay) {
     return "Its size is that of the stream with findings: choose another.";
   }
-  if (!showsPartOfWidth(*choice.anonymised, rotation)) return "People cannot be covered on its shape: choose another.";
+  if (!showsPartOfWidth(*choice.anonymised, rotation)) return kWrongShape;
   return "";
 }
 
@@ -42,13 +44,20 @@ void AnonymisedView::show(AnalysedPicture picture, const StreamChoice& drawn_for
   m_version = drawn_for.version;
   m_time = now;
   m_failures = failures;
-  m_is_dropped = false;
+  m_dropped.clear();
 }
 
-void AnonymisedView::drop() {
+void AnonymisedView::drop(const std::string& why) {
   const std::scoped_lock lock(m_mutex);
   m_picture = {};
-  m_is_dropped = true;
+  m_dropped = why;
+}
+
+std::string AnonymisedView::reasonAgainst(const CycleFailures& failures, Clock::time_point now) const {
+  if (failures.count > m_failures) return failures.last;
+  if (!m_dropped.empty()) return m_dropped;
+  if (!m_picture.frame) return "No picture has been analysed yet.";
+  return now - m_time > kLongestStall ? "No picture has been analysed for more than 3 seconds." : "";
 }
 
 AnonymisedView::Sight AnonymisedView::sightAt(const StreamChoice& choice, std::uint32_t rotation,
@@ -57,12 +66,17 @@ AnonymisedView::Sight AnonymisedView::sightAt(const StreamChoice& choice, std::u
   if (std::string reason = reasonOfSize(choice, rotation); !reason.empty()) return {std::move(reason), {}};
   const CycleFailures failures = m_cycle_failures();
   const std::scoped_lock lock(m_mutex);
-  if (failures.count > m_failures) return {failures.last, {}};
-  if (m_is_dropped) return {"The last picture could not be analysed.", {}};
-  if (!m_picture.frame) return {"No picture has been analysed yet.", {}};
+  if (std::string reason = reasonAgainst(failures, now); !reason.empty()) return {std::move(reason), {}};
   if (m_version != choice.version) return {"It has just been switched on.", {}};
   if (!m_picture.overlay) return {"People are not covered on it: choose its size again.", {}};
-  if (now - m_time > kLongestStall) return {"No picture has been analysed for more than 3 seconds.", {}};
+  return {"", m_picture};
+}
+
+AnonymisedView::Sight AnonymisedView::sightAt(StreamSize size, std::uint32_t rotation, Clock::time_point now) const {
+  if (!showsPartOfWidth(size, rotation)) return {kWrongShape, {}};
+  const CycleFailures failures = m_cycle_failures();
+  const std::scoped_lock lock(m_mutex);
+  if (std::string reason = reasonAgainst(failures, now); !reason.empty()) return {std::move(reason), {}};
   return {"", m_picture};
 }
 

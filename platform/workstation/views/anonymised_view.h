@@ -1,4 +1,4 @@
-// What the anonymised stream shows: analysed pictures with the masks of their own cycle, or a card that says why not.
+// What anonymised views show: analysed pictures with the masks of their own cycle, or a card that says why not.
 #pragma once
 
 #include <chrono>
@@ -16,10 +16,14 @@
 
 namespace workstation {
 
-/// A frame and what was drawn over it in the same cycle.
+struct SeenPeople;
+
+/// A frame, and what was drawn over it and is known of people on it in the same cycle.
 struct AnalysedPicture {
   CycleFrames::Frame frame;
-  std::shared_ptr<const BgraPicture> overlay;  ///< of the anonymised stream's size, as viewers see it
+  std::shared_ptr<const BgraPicture> overlay;          ///< of the stream that it was drawn for, as viewers see it
+  std::shared_ptr<const SeenPeople> people = nullptr;  ///< only where the overlay does not cover them
+  bool operator==(const AnalysedPicture&) const = default;
 };
 
 /// Remembers the last analysed picture and gives it out only while nothing speaks against it. From any thread.
@@ -34,9 +38,7 @@ class AnonymisedView {
   struct Sight {
     std::string reason;       ///< why there is a card; empty where there is a picture
     AnalysedPicture picture;  ///< empty where there is a card
-    bool operator==(const Sight& other) const {
-      return reason == other.reason && picture.frame == other.picture.frame && picture.overlay == other.picture.overlay;
-    }
+    bool operator==(const Sight&) const = default;
   };
 
   /// `failures` tells which cycles have failed; from any thread. A picture is good until the next one does.
@@ -46,17 +48,22 @@ class AnonymisedView {
   /// A cycle is complete, its overlay drawn for the choice in force. An overlay with nothing on it counts as none.
   void show(AnalysedPicture picture, const StreamChoice& drawn_for, Clock::time_point now);
   /// The overlay of a cycle could not be drawn: there is no picture until the next show().
-  void drop();
+  void drop(const std::string& why = "The last picture could not be analysed.");
 
   /// What to show while `choice` is in force, on a camera mounted at `rotation` degrees.
   [[nodiscard]] Sight sightAt(const StreamChoice& choice, std::uint32_t rotation, Clock::time_point now) const;
+  /// The same whatever is chosen, for whoever covers people on a picture of `size` himself.
+  [[nodiscard]] Sight sightAt(StreamSize size, std::uint32_t rotation, Clock::time_point now) const;
 
  private:
+  /// What speaks against the last picture, or empty; under the lock.
+  [[nodiscard]] std::string reasonAgainst(const CycleFailures& failures, Clock::time_point now) const;
+
   mutable std::mutex m_mutex;
   AnalysedPicture m_picture;
   std::uint64_t m_version = 0;  ///< of the choice that the picture was drawn for
   Clock::time_point m_time;
-  bool m_is_dropped = false;
+  std::string m_dropped;         ///< why; empty while it is not
   std::uint64_t m_failures = 0;  ///< that there had been when it was shown
   const std::function<CycleFailures()> m_cycle_failures;
 };

@@ -18,6 +18,7 @@
 #include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/views/cairo_owners.h"
+#include "platform/workstation/views/own_view.h"
 #include "platform/workstation/views/stream_choice.h"
 
 namespace workstation {
@@ -153,22 +154,34 @@ void drawWatched(const CameraDescription& camera, StreamSize size) {
   publish(size, anonymised ? nullptr : drawStream(camera, size));
 }
 
-void drawAnonymised(const CameraDescription& camera) {
-  const CycleFrames::Frame frame = drawnFrame();
-  if (!frame) return;  // between cycles
-  noteCompleteCycle(ticker_clock::currentTick(), frame->captured().time, frame->captured().is_known);
+void drawAnonymised(const CameraDescription& camera, const CycleFrames::Frame& frame) {
   const StreamChoice choice = currentStreamChoice();
   if (!choice.anonymised || !isOffered(camera, *choice.anonymised)) return;
   anonymisedView().show({frame, drawStream(camera, *choice.anonymised)}, choice, AnonymisedView::Clock::now());
+}
+
+/// The program's own stream has findings on it whatever is chosen.
+void drawOwn(const CameraDescription& camera, const CycleFrames::Frame& frame) {
+  if (!ownView().isWatched()) return;
+  ownView().draw(frame, drawStream(camera, kApplicationStream), ticker_clock::currentTick());
+}
+
+void drawCycle(const CameraDescription& camera) {
+  const CycleFrames::Frame frame = drawnFrame();
+  if (!frame) return;  // between cycles
+  noteCompleteCycle(ticker_clock::currentTick(), frame->captured().time, frame->captured().is_known);
+  drawAnonymised(camera, frame);
+  drawOwn(camera, frame);
 }
 
 void drawAll() {
   if (!service().settings) throw std::runtime_error("the overlays have not been initialised");
   const CameraDescription& camera = startedCamera();
   try {
-    drawAnonymised(camera);
+    drawCycle(camera);
   } catch (...) {
     anonymisedView().drop();
+    ownView().drop();
     throw;
   }
   for (const StreamSize size : watchedSizes()) drawWatched(camera, size);

@@ -26,6 +26,8 @@ constexpr std::chrono::seconds kRepetition{1};        // so that viewers see tha
 constexpr std::chrono::seconds kSnapshotPatience{1};  // for the first drawing of an overlay
 constexpr std::chrono::seconds kLinger{3};            // a size stays watched, for whoever asks picture by picture
 constexpr StreamSize kUsualSize{1280, 720};
+constexpr const char* kOwnPicture = "/platform/anonymised.jpg";
+constexpr const char* kOwnStream = "/platform/anonymised.mjpg";
 constexpr const char* kAnonymisedKey = "anonymised";  // whoever names it is shown nothing else
 constexpr const char* kAppearanceGroup = "root.Image.I0.Appearance";
 constexpr const char* kBoundary = "velmor-picture";
@@ -48,6 +50,15 @@ void listAppearance(SoupServerMessage* message, const HttpQuery& query) {
   answerLine(message, SOUP_STATUS_OK,
              group + ".Rotation=" + std::to_string(camera.rotation) + "\n" + group +
                  ".MirrorEnabled=" + (camera.mirrored ? "yes" : "no"));
+}
+
+/// The size of the workstation's own view that a query asks for; nothing where it is not offered.
+std::optional<StreamSize> requestedOwnSize(const HttpQuery& query, const std::vector<StreamSize>& offered) {
+  const std::string text = query.contains("resolution") ? valueOf(query, "resolution") : toString(kApplicationStream);
+  if (text == toString(kApplicationStream)) return kApplicationStream;
+  const auto found =
+      std::find_if(offered.begin(), offered.end(), [&](StreamSize size) { return toString(size) == text; });
+  return found == offered.end() ? std::nullopt : std::optional(*found);
 }
 
 /// The size that a query asks for; nothing where it is not offered.
@@ -195,15 +206,21 @@ class ViewStreams::Implementation {
     server.addEndpoint("/axis-cgi/jpg/image.cgi", [this](SoupServerMessage* message, const HttpQuery& query) {
       receive(message, query, Viewer::Kind::kSnapshot);
     });
+    server.addEndpoint(kOwnStream, [this](SoupServerMessage* message, const HttpQuery& query) {
+      receiveOwn(message, query, Viewer::Kind::kStream);
+    });
+    server.addEndpoint(kOwnPicture, [this](SoupServerMessage* message, const HttpQuery& query) {
+      receiveOwn(message, query, Viewer::Kind::kSnapshot);
+    });
   }
   ~Implementation() = default;
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
  private:
-  /// A size somebody watches.
+  /// A stream somebody watches.
   struct Audience {
-    explicit Audience(StreamSize size) : stream(size) {}
+    explicit Audience(StreamKey key) : stream(key) {}
     /// Takes the picture of now. Throws std::runtime_error when there is none.
     void update() {
       const auto now = stream.picture();
@@ -220,10 +237,7 @@ class ViewStreams::Implementation {
   void receive(SoupServerMessage* message, const HttpQuery& query, Viewer::Kind kind) {
     const auto& offered = startedCamera().stream_sizes;
     const auto size = requestedSize(query, offered);
-    if (!size) {
-      return answerLine(message, SOUP_STATUS_BAD_REQUEST,
-                        "the camera offers no stream of that resolution; it offers " + listOf(offered));
-    }
+    if (!size) return refuseSize(message, offered);
     const bool demanded = query.contains(kAnonymisedKey);
     const bool is_anonymised = currentStreamChoice().anonymised == size;  // it shows a card where there is no picture
     if (!is_anonymised && !newestFrame()) return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, kNoPictureNow);
@@ -231,7 +245,21 @@ class ViewStreams::Implementation {
       return answerLine(message, SOUP_STATUS_CONFLICT, "the stream of " + toString(*size) + " is not anonymised now");
     }
     if (soup_server_message_get_method(message) == SOUP_METHOD_HEAD) return answerHead(message, kind);
-    admit(message, *size, kind, demanded);
+    admit(message, {*size}, kind, demanded);
+  }
+
+  /// The view that no setting chooses: a picture, or the card that says why there is none.
+  void receiveOwn(SoupServerMessage* message, const HttpQuery& query, Viewer::Kind kind) {
+    const auto& offered = startedCamera().stream_sizes;
+    const auto size = requestedOwnSize(query, offered);
+    if (!size) return refuseSize(message, offered);
+    if (soup_server_message_get_method(message) == SOUP_METHOD_HEAD) return answerHead(message, kind);
+    admit(message, {*size, true}, kind, true);
+  }
+
+  static void refuseSize(SoupServerMessage* message, const std::vector<StreamSize>& offered) {
+    answerLine(message, SOUP_STATUS_BAD_REQUEST,
+               "the camera offers no stream of that resolution; it offers " + listOf(offered));
   }
 
   static void answerHead(SoupServerMessage* message, Viewer::Kind kind) {
@@ -240,24 +268,24 @@ class ViewStreams::Implementation {
                                  kind == Viewer::Kind::kStream ? kStreamType : kSnapshotType);
   }
 
-  void admit(SoupServerMessage* message, StreamSize size, Viewer::Kind kind, bool anonymised) {
-    Audience& audience = audienceOf(size);
+  void admit(SoupServerMessage* message, StreamKey key, Viewer::Kind kind, bool anonymised) {
+    Audience& audience = audienceOf(key);
     auto viewer = std::make_shared<Viewer>(message, kind, anonymised || audience.stream.isAnonymised());
     audience.viewers.push_back(viewer);
-    viewer->begin([this, size, raw = viewer.get()] { remove(size, raw); });
+    viewer->begin([this, key, raw = viewer.get()] { remove(key, raw); });
     startTimer();
     if (kind == Viewer::Kind::kSnapshot) serve(audience);
   }
 
-  Audience& audienceOf(StreamSize size) {
+  Audience& audienceOf(StreamKey key) {
     const auto found = std::find_if(m_audiences.begin(), m_audiences.end(),
-                                    [&](const Audience& audience) { return audience.stream.size() == size; });
-    return found != m_audiences.end() ? *found : m_audiences.emplace_back(size);
+                                    [&](const Audience& audience) { return audience.stream.key() == key; });
+    return found != m_audiences.end() ? *found : m_audiences.emplace_back(key);
   }
 
   /// Called from within the viewer, who must not vanish under it.
-  void remove(StreamSize size, Viewer* gone) {
-    auto& viewers = audienceOf(size).viewers;
+  void remove(StreamKey key, Viewer* gone) {
+    auto& viewers = audienceOf(key).viewers;
     const auto found =
         std::find_if(viewers.begin(), viewers.end(), [&](const auto& viewer) { return viewer.get() == gone; });
     if (found == viewers.end()) return;

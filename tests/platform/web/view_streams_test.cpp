@@ -183,6 +183,69 @@ TEST_F(ViewStreamsTest, WhoWatchesTheAnonymisedStreamIsNotShownTheRoomWhenItIsSw
   }
 }
 
+TEST_F(ViewStreamsTest, TheOwnViewIsAnonymisedWhateverIsChosen) {
+  open();
+  const HttpClient watcher(m_port, requestText(m_port, "GET", "/platform/anonymised.mjpg"));  // keeps it drawn
+  const auto own = [&](const std::string& size = "800x450") {
+    const HttpReply reply = request(m_port, "GET", "/platform/anonymised.jpg?resolution=" + size);
+    EXPECT_EQ(reply.status, 200);
+    return decode(reply.body);
+  };
+  m_program->trace = R"({"kind": "trace", "version": 1, "picture": [1280, 720], "replay": false, "period_ms": 500})"
+                     "\n"
+                     R"({"kind": "cycle", "ns": 1, "t": 0.5, "number": 1, "people": [)"
+                     R"({"id": 3, "place": [1, 1], "footing": "bed", "box": [640, 360, 1000, 700]}]})"
+                     "\n";
+  const auto expectCard = [&](const char* why) { EXPECT_TRUE(isNear(colourAt(own(), 2, 2), kCard)) << why; };
+  const auto expectCovered = [&](const char* chosen) {
+    m_program->cycle();
+    const BgraPicture usual = own();
+    const BgraPicture large = own("1280x720");
+    EXPECT_EQ(usual.width, 800);
+    EXPECT_TRUE(isNear(colourAt(usual, 420, 240), 0x60646CU)) << "a mask, chosen: " << chosen;
+    EXPECT_TRUE(isNear(colourAt(large, 660, 380), 0x60646CU)) << "a mask, chosen: " << chosen;
+    EXPECT_TRUE(isNear(colourAt(usual, 100, 100), kFound)) << "what the program draws, chosen: " << chosen;
+    EXPECT_TRUE(isNear(colourAt(usual, 700, 20), 0x1C1C1CU)) << "the room, chosen: " << chosen;
+  };
+  expectCard("nothing is analysed yet");
+  expectCovered("nothing");
+  for (const char* chosen : {"128x72", "800x450", "96x54"}) {
+    anonymise(chosen);
+    expectCovered(chosen);
+  }
+  anonymise("");
+  m_program->cycle(false);
+  m_program->cycle(false);
+  expectCard("a cycle failed");
+  expectCovered("nothing, once more");
+  m_program->drawing = Program::Drawing::kThrows;
+  m_program->cycle();
+  expectCard("half of it is drawn");
+  m_program->drawing = Program::Drawing::kGood;
+  m_program->trace = "";
+  m_program->cycle();
+  m_program->cycle();
+  expectCard("nobody tells where people are");
+}
+
+TEST_F(ViewStreamsTest, TheOwnViewHasTheSizesOfTheStreamsAndNeverEndsForAChoice) {
+  open();
+  EXPECT_EQ(request(m_port, "GET", "/platform/anonymised.jpg?resolution=128x73").status, 400);
+  EXPECT_EQ(request(m_port, "GET", "/platform/anonymised.mjpg?resolution=").status, 400);
+  EXPECT_EQ(request(m_port, "HEAD", "/platform/anonymised.mjpg?resolution=160x90").status, 200);
+  HttpClient viewer(m_port, requestText(m_port, "GET", "/platform/anonymised.mjpg?resolution=160x90"));
+  viewer.receiveUntil("--velmor-picture\r\n");
+  EXPECT_EQ(decode(nextPart(viewer)).width, 160);
+  anonymise("160x90");
+  m_program->cycle();
+  Viewer chosen(m_port, "160x90");
+  EXPECT_FALSE(partWith(chosen, kFound).empty()) << "the two streams of a size are two";
+  EXPECT_FALSE(partWith(viewer, kCard).empty());
+  anonymise("");
+  EXPECT_TRUE(chosen.seesEnd());
+  EXPECT_EQ(decode(nextPart(viewer)).width, 160) << "no choice ends it";
+}
+
 TEST_F(ViewStreamsTest, ASlowViewerMissesPicturesAndCatchesUp) {
   open("", {.format = "fakesink videotestsrc pattern=snow num-buffers=20 ! video/x-raw,format=I420,width=1280,"
                       "height=720,framerate=10/1 ! matroskamux"});

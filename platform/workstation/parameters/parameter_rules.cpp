@@ -1,13 +1,16 @@
-#include "platform/workstation/launcher/parameter_rules.h"
+#include "platform/workstation/parameters/parameter_rules.h"
 
 #include <cmath>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/shown_text.h"
 
 namespace workstation {
 namespace {
@@ -48,25 +51,44 @@ std::string mistakeBy(const json& entry, const std::string& value) {
          max.dump();
 }
 
-/// The manifest's entries by name; a manifest that cannot be read has been refused before.
-std::map<std::string, json> entriesOf(const std::filesystem::path& manifest) {
-  const json document = json::parse(readFile(manifest, kMaxManifestBytes).value_or("{}"));
-  std::map<std::string, json> entries;
-  for (const json& entry : document.at("parameters")) entries.emplace(entry.at("name"), entry);
-  return entries;
-}
-
-/// What is wrong with a value by its default's kind and by the manifest's limits.
-std::string anyMistakeIn(const std::string& name, const std::string& value, const Parameters& defaults,
-                         const std::map<std::string, json>& entries) {
-  const std::string mistake = mistakeIn(name, value, defaults);
-  return mistake.empty() ? mistakeBy(entries.at(name), value) : mistake;
-}
-
 /// Begins a line that goes on where the mistake stands.
 std::string& beginLine(std::string& lines) { return lines.append(lines.empty() ? "" : "\n"); }
 
+[[noreturn]] void refuse(const std::string& place, const std::string& name, const std::string& why) {
+  throw std::runtime_error(place + ": parameters: \"" + shown(name) + "\" " + why);
+}
+
 }  // namespace
+
+struct ParameterRules::Entries {
+  std::map<std::string, json> by_name;
+};
+
+ParameterRules::ParameterRules(const std::filesystem::path& manifest) : m_defaults(manifestDefaults(manifest)) {
+  const json document = json::parse(readFile(manifest, kMaxManifestBytes).value_or("{}"));
+  auto entries = std::make_unique<Entries>();
+  for (const json& entry : document.at("parameters")) entries->by_name.emplace(entry.at("name"), entry);
+  m_entries = std::move(entries);
+}
+
+ParameterRules::~ParameterRules() = default;
+
+std::string ParameterRules::mistakeIn(const std::string& name, const std::string& value) const {
+  const std::string mistake = workstation::mistakeIn(name, value, m_defaults);
+  return mistake.empty() ? mistakeBy(m_entries->by_name.at(name), value) : mistake;
+}
+
+void ParameterRules::check(const ParameterGroup& group, const std::string& place) const {
+  for (const auto& [name, value] : group) {
+    if (const std::string mistake = mistakeIn(name, value); !mistake.empty()) refuse(place, name, mistake);
+  }
+}
+
+bool isSameValue(const std::string& a, const std::string& b) {
+  if (a == b) return true;
+  const auto number = numberOf(a);
+  return number && number == numberOf(b);
+}
 
 void checkParameters(const ParameterGroup& parameters, const Parameters& defaults, const std::string& place) {
   std::string mistakes;
@@ -79,11 +101,10 @@ void checkParameters(const ParameterGroup& parameters, const Parameters& default
 }
 
 void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest) {
-  const Parameters defaults = manifestDefaults(manifest);
-  const std::map<std::string, json> entries = entriesOf(manifest);
+  const ParameterRules rules(manifest);
   std::string mistakes;
   for (const auto& [name, value] : group) {
-    const std::string mistake = anyMistakeIn(name, value, defaults, entries);
+    const std::string mistake = rules.mistakeIn(name, value);
     if (mistake.empty()) continue;
     beginLine(mistakes).append("--set ").append(name).append("=").append(shown(value)).append(": ").append(mistake);
   }
@@ -91,18 +112,11 @@ void checkSet(const ParameterGroup& group, const std::filesystem::path& manifest
 }
 
 void checkRecorded(const ParameterGroup& parameters, const std::filesystem::path& manifest, const std::string& place) {
-  const Parameters defaults = manifestDefaults(manifest);
-  const std::map<std::string, json> entries = entriesOf(manifest);
-  const auto refuse = [&place](const std::string& name, const std::string& why) {
-    throw std::runtime_error(place + ": parameters: \"" + shown(name) + "\" " + why);
-  };
-  for (const auto& [name, value] : parameters) {
-    if (const std::string mistake = anyMistakeIn(name, value, defaults, entries); !mistake.empty()) {
-      refuse(name, mistake);
-    }
-  }
-  for (const auto& [name, value] : defaults) {
-    if (!parameters.contains(name)) refuse(name, "is missing; a trace has every parameter of package/manifest.json");
+  const ParameterRules rules(manifest);
+  rules.check(parameters, place);
+  for (const auto& [name, value] : rules.defaults()) {
+    if (!parameters.contains(name))
+      refuse(place, name, "is missing; a trace has every parameter of package/manifest.json");
   }
 }
 
