@@ -45,14 +45,19 @@ void Sessions::load() {
   for (const json& entry : json::parse(*text)) {
     // Whatever the clock was then, nothing was used later than now.
     const TimeStamp used{std::chrono::seconds(entry.at("used").get<std::int64_t>())};
-    m_sessions[entry.at("hash").get<std::string>()] = {entry.at("name").get<std::string>(), std::min(used, now)};
+    m_sessions[entry.at("hash").get<std::string>()] = {entry.at("name").get<std::string>(),
+                                                             entry.at("password").get<std::string>(),
+                                                             std::min<TimeStamp>(used, now)};
   }
 }
 
 void Sessions::save() {
   json list = json::array();
   for (const auto& [hash, session] : m_sessions) {
-    list.push_back({{"hash", hash}, {"name", session.name}, {"used", secondsOf(session.used)}});
+    list.push_back({{"hash", hash},
+                    {"name", session.name},
+                    {"password", session.password},
+                    {"used", secondsOf(session.used)}});
   }
   const bool posted = m_disk.post([file = m_file, text = list.dump(1)] {
     try {
@@ -74,36 +79,30 @@ void Sessions::makeRoom() {
   }
 }
 
-std::string Sessions::begin(const std::string& name) {
+std::string Sessions::begin(const Person& person) {
   makeRoom();
   std::string secret = randomToken();
-  m_sessions[hashToken(secret)] = {name, m_now()};
+  m_sessions[hashToken(secret)] = {person.name, hashToken(person.hash), m_now()};
   save();
   return secret;
 }
 
-std::optional<std::string> Sessions::find(const std::string& secret) {
+const Person* Sessions::find(const std::string& secret, const Register& all) {
   const auto found = m_sessions.find(hashToken(secret));
-  if (found == m_sessions.end()) return std::nullopt;
+  if (found == m_sessions.end()) return nullptr;
   Session& session = found->second;
   const TimeStamp now = m_now();
-  if (now - session.used > kUnused) return std::nullopt;
+  const Person* const person = all.person(session.name);
+  if (now - session.used > kUnused || person == nullptr || hashToken(person->hash) != session.password) return nullptr;
   if (now - session.used > kNoted) {
     session.used = now;
     save();
   }
-  return session.name;
+  return person;
 }
 
 void Sessions::end(const std::string& secret) {
   if (m_sessions.erase(hashToken(secret)) > 0) save();
-}
-
-void Sessions::endOf(const std::string& name, const std::string& except) {
-  const std::string kept = except.empty() ? "" : hashToken(except);
-  const auto ended = std::erase_if(
-      m_sessions, [&](const auto& entry) { return entry.second.name == name && entry.first != kept; });
-  if (ended > 0) save();
 }
 
 }  // namespace workstation

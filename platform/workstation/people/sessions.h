@@ -5,10 +5,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "platform/clock/clock.h"
+#include "platform/workstation/people/register.h"
 #include "platform/workstation/system/side_thread.h"
 
 namespace workstation {
@@ -22,23 +22,22 @@ class Sessions {
 
   explicit Sessions(std::filesystem::path state, std::function<TimeStamp()> now = ticker_clock::now);
 
+  struct Session {
+    std::string name;      ///< the person's
+    std::string password;  ///< a hash of its hash: with another password the session is over, whatever a crash leaves
+    TimeStamp used;
+  };
+
   /// Returns the session's secret.
-  std::string begin(const std::string& name);
-  /// Whose it is.
-  std::optional<std::string> find(const std::string& secret);
+  std::string begin(const Person& person);
+  /// The person it is of, if that is so still.
+  const Person* find(const std::string& secret, const Register& all);
   void end(const std::string& secret);
-  /// All of a person but one, whose secret may be empty.
-  void endOf(const std::string& name, const std::string& except);
 
   /// Waits for the disk, no longer than that.
   bool settle(std::chrono::milliseconds patience) { return m_disk.settle(patience); }
 
  private:
-  struct Session {
-    std::string name;
-    TimeStamp used;
-  };
-
   void load();
   void save();
   void makeRoom();
