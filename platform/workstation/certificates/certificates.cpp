@@ -56,7 +56,8 @@ Certificate authorityIn(const fs::path& folder, CertificateTime now, bool& is_ne
   }
   is_new = !known;
   if (!known) {
-    Certificate made = Certificate::makeAuthority("velmor_care on " + hostName(), now - kClocksDiffer, now + kAuthority);
+    Certificate made =
+        Certificate::makeAuthority("velmor_care on " + hostName(), now - kClocksDiffer, now + kAuthority);
     replaceFile(folder / kAuthorityFile, made.pemWithKey());
     known.emplace(std::move(made));
   }
@@ -148,8 +149,8 @@ std::vector<std::string> namesOfThisMachine() {
   if (::getifaddrs(&all) == 0) {
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owned(all, &::freeifaddrs);
     for (const ifaddrs* one = all; one != nullptr; one = one->ifa_next) {
-      const bool is_seen = one->ifa_addr != nullptr && (one->ifa_flags & IFF_UP) != 0 &&
-                           (one->ifa_flags & IFF_LOOPBACK) == 0;
+      const bool is_seen =
+          one->ifa_addr != nullptr && (one->ifa_flags & IFF_UP) != 0 && (one->ifa_flags & IFF_LOOPBACK) == 0;
       if (is_seen) addOnce(names, lastingAddress(one->ifa_addr));
     }
   }

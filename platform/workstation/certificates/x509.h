@@ -25,9 +25,9 @@ class Certificate {
   /// Both in PEM, which belong together.
   static Certificate parse(const std::string& pem);
 
-  [[nodiscard]] std::string pem() const;             ///< without the key
+  [[nodiscard]] std::string pem() const;  ///< without the key
   [[nodiscard]] std::string pemWithKey() const;
-  [[nodiscard]] std::string fingerprint() const;     ///< SHA-256, "AB:CD:..."
+  [[nodiscard]] std::string fingerprint() const;  ///< SHA-256, "AB:CD:..."
   [[nodiscard]] CertificateTime expires() const;
   [[nodiscard]] std::vector<std::string> names() const;
   [[nodiscard]] bool isAuthority() const;

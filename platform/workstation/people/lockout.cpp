@@ -39,17 +39,14 @@ unsigned int Lockout::noteWrong(const std::string& address, const std::string& n
   return ++attempts.wrong;
 }
 
-void Lockout::noteRight(const std::string& address, const std::string& name) {
-  m_attempts.erase(keyOf(address, name));
-}
+void Lockout::noteRight(const std::string& address, const std::string& name) { m_attempts.erase(keyOf(address, name)); }
 
 void Lockout::forgetOld() {
   const auto now = m_now();
   std::erase_if(m_attempts, [now](const auto& entry) { return now - entry.second.last > kRemembered; });
   while (m_attempts.size() > kMostRemembered) {
-    m_attempts.erase(std::min_element(m_attempts.begin(), m_attempts.end(), [](const auto& a, const auto& b) {
-      return a.second.last < b.second.last;
-    }));
+    m_attempts.erase(std::min_element(m_attempts.begin(), m_attempts.end(),
+                                      [](const auto& a, const auto& b) { return a.second.last < b.second.last; }));
   }
 }
 

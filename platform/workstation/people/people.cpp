@@ -58,8 +58,8 @@ std::shared_ptr<const Register> People::all() const {
 std::optional<Token> People::tokenOf(const std::string& token) const {
   const auto known = all();
   const std::string hash = hashToken(token);
-  const auto found = std::find_if(known->tokens.begin(), known->tokens.end(),
-                                  [&hash](const Token& one) { return one.hash == hash; });
+  const auto found =
+      std::find_if(known->tokens.begin(), known->tokens.end(), [&hash](const Token& one) { return one.hash == hash; });
   return found == known->tokens.end() ? std::nullopt : std::optional(*found);
 }
 

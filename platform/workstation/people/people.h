@@ -20,8 +20,8 @@ struct PeopleRefusal : std::runtime_error {
   Kind kind;
 };
 
-/// Each change is on disk on return and counts from then on; without room on the disk it does not count. Changes wait for
-/// the disk and for slow hashes, so never on a thread that others wait for. They throw PeopleRefusal, and
+/// Each change is on disk on return and counts from then on; without room on the disk it does not count. Changes wait
+/// for the disk and for slow hashes, so never on a thread that others wait for. They throw PeopleRefusal, and
 /// std::runtime_error with one line for a disk's fault.
 class People {
  public:

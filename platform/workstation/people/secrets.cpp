@@ -16,8 +16,8 @@
 namespace workstation {
 namespace {
 
-constexpr const char* kMethod = "$y$";  // yescrypt
-constexpr size_t kShortestPassword = 8;  // characters
+constexpr const char* kMethod = "$y$";    // yescrypt
+constexpr size_t kShortestPassword = 8;   // characters
 constexpr size_t kLongestPassword = 500;  // bytes; libcrypt takes no more than 511
 
 struct FreeMemory {
@@ -104,9 +104,8 @@ std::string hashToken(std::string_view token) {
 
 std::string mistakeInPassword(const std::string& password) {
   const bool is_text = g_utf8_validate(password.data(), static_cast<gssize>(password.size()), nullptr) != FALSE;
-  const bool has_control = std::any_of(password.begin(), password.end(), [](char c) {
-    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
-  });
+  const bool has_control = std::any_of(password.begin(), password.end(),
+                                       [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
   if (is_text && !has_control && password.size() <= kLongestPassword &&
       static_cast<size_t>(g_utf8_strlen(password.c_str(), -1)) >= kShortestPassword) {
     return "";

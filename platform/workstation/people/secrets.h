@@ -12,8 +12,8 @@ std::string randomPassword();
 /// 256 random bits in hexadecimal: a token, a session. Throws std::runtime_error.
 std::string randomToken();
 
-/// A slow, salted hash (yescrypt), of another salt each time. It takes a good part of a second and 16 MiB, so never on a
-/// thread that others wait for. Throws std::runtime_error.
+/// A slow, salted hash (yescrypt), of another salt each time. It takes a good part of a second and 16 MiB, so never on
+/// a thread that others wait for. Throws std::runtime_error.
 std::string hashPassword(const std::string& password);
 
 /// Whether the hash is this password's; as slow. False for a text that is no hash.

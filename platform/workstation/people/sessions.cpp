@@ -45,19 +45,16 @@ void Sessions::load() {
   for (const json& entry : json::parse(*text)) {
     // Whatever the clock was then, nothing was used later than now.
     const TimeStamp used{std::chrono::seconds(entry.at("used").get<std::int64_t>())};
-    m_sessions[entry.at("hash").get<std::string>()] = {entry.at("name").get<std::string>(),
-                                                             entry.at("password").get<std::string>(),
-                                                             std::min<TimeStamp>(used, now)};
+    m_sessions[entry.at("hash").get<std::string>()] = {
+        entry.at("name").get<std::string>(), entry.at("password").get<std::string>(), std::min<TimeStamp>(used, now)};
   }
 }
 
 void Sessions::save() {
   json list = json::array();
   for (const auto& [hash, session] : m_sessions) {
-    list.push_back({{"hash", hash},
-                    {"name", session.name},
-                    {"password", session.password},
-                    {"used", secondsOf(session.used)}});
+    list.push_back(
+        {{"hash", hash}, {"name", session.name}, {"password", session.password}, {"used", secondsOf(session.used)}});
   }
   const bool posted = m_disk.post([file = m_file, text = list.dump(1)] {
     try {
@@ -73,9 +70,8 @@ void Sessions::makeRoom() {
   const TimeStamp now = m_now();
   std::erase_if(m_sessions, [now](const auto& entry) { return now - entry.second.used > kUnused; });
   while (m_sessions.size() >= kMostSessions) {
-    m_sessions.erase(std::min_element(m_sessions.begin(), m_sessions.end(), [](const auto& a, const auto& b) {
-      return a.second.used < b.second.used;
-    }));
+    m_sessions.erase(std::min_element(m_sessions.begin(), m_sessions.end(),
+                                      [](const auto& a, const auto& b) { return a.second.used < b.second.used; }));
   }
 }
 

@@ -282,7 +282,6 @@ void HttpServer::Implementation::takeCertificate() {
   if (m_settings.certificate.empty()) return;
   CaughtError error;
   m_certificate.reset(g_tls_certificate_new_from_pem(m_settings.certificate.c_str(), -1, error.out()));
-  std::fill(m_settings.certificate.begin(), m_settings.certificate.end(), '\0');
   if (!m_certificate) throw std::runtime_error("the certificate cannot be used: " + error.text());
 }
 

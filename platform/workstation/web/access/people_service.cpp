@@ -94,7 +94,10 @@ bool isForToken(const std::string& action) { return action == "add_token" || act
 class Service {
  public:
   Service(HttpServer& server, std::shared_ptr<Access> access, ChangeNoted noted)
-      : m_server(server), m_access(std::move(access)), m_noted(std::move(noted)), m_work(server.context(), kMostWaiting) {}
+      : m_server(server),
+        m_access(std::move(access)),
+        m_noted(std::move(noted)),
+        m_work(server.context(), kMostWaiting) {}
 
   void tell(SoupServerMessage* message) { answerDocument(message, documentOf(*m_access->people()->all())); }
   void obey(SoupServerMessage* message, const ProgramRequest& request);
@@ -126,7 +129,8 @@ void Service::obey(SoupServerMessage* message, const ProgramRequest& request) {
     const Change change = changeFrom(message, formOf(request));
     const auto work = [this, change, people = m_access->people(), noted = m_noted]() -> SideWork::Outcome {
       try {
-        const Changed changed = isForToken(change.action) ? changeToken(*people, change) : changePerson(*people, change);
+        const Changed changed =
+            isForToken(change.action) ? changeToken(*people, change) : changePerson(*people, change);
         if (noted) noted(change.by, changed.what, changed.from, changed.to);
         return [this, changed](SoupServerMessage* asking) { end(asking, changed); };
       } catch (const PeopleRefusal& refused) {

@@ -14,8 +14,8 @@ namespace workstation {
 /// Of the server's thread, like whoever owns it.
 class SideWork {
  public:
-  /// What work has come to: said on the server's thread, with the message that asked for it, or null when that has ended
-  /// meanwhile.
+  /// What work has come to: said on the server's thread, with the message that asked for it, or null when that has
+  /// ended meanwhile.
   using Outcome = std::function<void(SoupServerMessage* message)>;
 
   SideWork(GMainContext* server, std::size_t limit);

@@ -15,8 +15,8 @@ struct Visitor {
   Role role = Role::kInstaller;
 };
 
-/// On the server's thread, for a message that an endpoint or a form was given. A stranger, who gets to the addresses that
-/// are anybody's, is a carer without a name.
+/// On the server's thread, for a message that an endpoint or a form was given. A stranger, who gets to the addresses
+/// that are anybody's, is a carer without a name.
 Visitor visitorOf(SoupServerMessage* message);
 
 /// The same, none for a stranger.
