@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "platform/workstation/people/lockout.h"
 #include "platform/workstation/people/secrets.h"
 #include "platform/workstation/web/access/forms.h"
 #include "platform/workstation/web/access/side_work.h"
@@ -35,9 +34,10 @@ struct Attempt {
 /// On the server's thread.
 class Service {
  public:
-  Service(HttpServer& server, std::shared_ptr<Access> access)
+  Service(HttpServer& server, std::shared_ptr<Access> access, Lockout guesses)
       : m_server(server),
         m_access(std::move(access)),
+        m_lockout(std::move(guesses)),
         m_judging(server.context(), kMostWaiting),
         m_changing(server.context(), kMostWaiting) {}
 
@@ -206,8 +206,8 @@ void Service::endChange(SoupServerMessage* message, const Attempt& attempt, cons
 
 }  // namespace
 
-void addSession(HttpServer& server, const std::shared_ptr<Access>& access) {
-  const auto service = std::make_shared<Service>(server, access);
+void addSession(HttpServer& server, const std::shared_ptr<Access>& access, Lockout guesses) {
+  const auto service = std::make_shared<Service>(server, access, std::move(guesses));
   server.addEndpoint(kPath, [service](SoupServerMessage* message, const HttpQuery&) { service->tell(message); });
   server.addForm(
       kPath, [service](SoupServerMessage* message, const ProgramRequest& request) { service->obey(message, request); });
