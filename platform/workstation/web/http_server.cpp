@@ -633,6 +633,8 @@ void HttpServer::Implementation::onWroteHeaders(SoupServerMessage* message) {
 void HttpServer::Implementation::onEnd(SoupServerMessage* message) {
   if (Connection* connection = connectionOf(message)) {
     connection->answering = false;
+    // libsoup closes what speaks TLS by a last word, and would wait for a reader who takes none, with all feeds waiting.
+    if (m_certificate) g_socket_shutdown(connection->socket, FALSE, TRUE, nullptr);
     g_clear_weak_pointer(&connection->message);
     clearSource(connection->deadline);
   }
