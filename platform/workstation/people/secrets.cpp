@@ -38,7 +38,7 @@ std::string crypted(const std::string& password, const std::string& setting) {
   void* data = nullptr;
   int size = 0;
   const char* hash = ::crypt_ra(password.c_str(), setting.c_str(), &data, &size);
-  const std::string text = hash == nullptr || *hash == '*' ? "" : hash;
+  std::string text = hash == nullptr || *hash == '*' ? "" : hash;
   if (data != nullptr) ::explicit_bzero(data, static_cast<size_t>(size));
   const std::unique_ptr<void, FreeMemory> owned(data);
   return text;

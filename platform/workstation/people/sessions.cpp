@@ -28,8 +28,8 @@ std::int64_t secondsOf(TimeStamp time) {
 
 }  // namespace
 
-Sessions::Sessions(std::filesystem::path state, std::function<TimeStamp()> now)
-    : m_file(std::move(state) / kFile), m_now(std::move(now)), m_disk(kMostWrites) {
+Sessions::Sessions(const std::filesystem::path& state, std::function<TimeStamp()> now)
+    : m_file(state / kFile), m_now(std::move(now)), m_disk(kMostWrites) {
   try {
     load();
   } catch (const std::exception& error) {

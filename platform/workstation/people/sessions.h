@@ -20,7 +20,7 @@ class Sessions {
   /// A session that has not been used for so long is none.
   static constexpr std::chrono::hours kUnused{30 * 24};
 
-  explicit Sessions(std::filesystem::path state, std::function<TimeStamp()> now = ticker_clock::now);
+  explicit Sessions(const std::filesystem::path& state, std::function<TimeStamp()> now = ticker_clock::now);
 
   struct Session {
     std::string name;      ///< the person's
