@@ -56,7 +56,7 @@ Certificate::Certificate() {
 }
 
 void Certificate::generate(const std::string& common_name, CertificateTime from, CertificateTime until) {
-  const unsigned int bits = GNUTLS_CURVE_TO_BITS(GNUTLS_ECC_CURVE_SECP256R1);
+  const auto bits = static_cast<unsigned int>(GNUTLS_CURVE_TO_BITS(GNUTLS_ECC_CURVE_SECP256R1));
   check(gnutls_x509_privkey_generate(m_key.get(), GNUTLS_PK_ECDSA, bits, 0), "no key can be made");
   std::array<unsigned char, 16> serial{};
   check(gnutls_rnd(GNUTLS_RND_NONCE, serial.data(), serial.size()), "no serial number can be made");
@@ -178,8 +178,8 @@ std::vector<std::string> Certificate::names() const {
     const int kind = gnutls_x509_crt_get_subject_alt_name(m_certificate.get(), index, value.data(), &size, nullptr);
     if (kind < 0) return names;
     const std::string bytes(value.data(), std::min(size, value.size()));
-    if (kind == GNUTLS_SAN_DNSNAME) names.push_back(bytes.c_str());
-    if (kind == GNUTLS_SAN_IPADDRESS) names.push_back(addressText(bytes));
+    if (kind == GNUTLS_SAN_DNSNAME) names.emplace_back(bytes.c_str());
+    if (kind == GNUTLS_SAN_IPADDRESS) names.emplace_back(addressText(bytes));
   }
 }
 

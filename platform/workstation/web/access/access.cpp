@@ -32,7 +32,7 @@ std::string tokenIn(const std::string& authorization) {
   if (blank == authorization.npos) return "";
   const std::string scheme = authorization.substr(0, blank);
   const size_t begin = authorization.find_first_not_of(' ', blank);
-  const std::string rest = begin == authorization.npos ? "" : authorization.substr(begin);
+  std::string rest = begin == authorization.npos ? "" : authorization.substr(begin);
   if (g_ascii_strcasecmp(scheme.c_str(), "Bearer") == 0) return rest;
   return g_ascii_strcasecmp(scheme.c_str(), "Basic") == 0 ? basicPassword(rest) : "";
 }
