@@ -62,7 +62,7 @@ TEST(People, AlwaysHaveAnInstallerAndNamesThatAreToldApart) {
   for (const char* taken : {"Ida", "IDA", " ida"}) {
     EXPECT_EQ(tried([&] { people.add(taken, Role::kCarer); }), "conflict") << taken;
   }
-  for (const std::string bad : {"", "  ", "a\nb", "\xff", std::string(65, 'x').c_str()}) {
+  for (const std::string& bad : std::initializer_list<std::string>{"", "  ", "a\nb", "\xff", std::string(65, 'x')}) {
     EXPECT_EQ(tried([&] { people.add(bad, Role::kCarer); }), "mistake") << bad;
   }
   EXPECT_EQ(tried([&] { people.setRole("Ida", Role::kNurse); }), "conflict");
@@ -179,6 +179,7 @@ TEST(SignedIn, OutlivesARestartAndEndsWithThePasswordOrUnused) {
   EXPECT_EQ(sessions.find(anna, all), nullptr) << "a new password";
   all.people[1] = {"Berta", "hash 2", Role::kInstaller, false};
   EXPECT_EQ(sessions.find(anna, all), nullptr) << "nobody of that name";
+  ASSERT_TRUE(sessions.settle(10s));
   folder.write("sessions.json", "[{]");
   EXPECT_EQ(Sessions(folder.path(), clock).find(anna, all), nullptr);
 }

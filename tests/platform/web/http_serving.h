@@ -38,6 +38,12 @@ class HttpServing : public testing::Test {
     m_settings.page = m_folder / "page";
   }
 
+  /// What is still written belongs into the folder.
+  ~HttpServing() override {
+    if (m_server) m_server->stop();
+    if (m_settings.access) m_settings.access->sessions().settle(std::chrono::seconds(10));
+  }
+
   /// From the next start on people sign in: Ida, who installs, and a token for each role.
   void addPeople() {
     workstation::People people(m_folder.path());
