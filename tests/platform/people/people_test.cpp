@@ -75,7 +75,8 @@ TEST(People, AlwaysHaveAnInstallerAndNamesThatAreToldApart) {
   EXPECT_EQ(tried([&] { people.setPassword("Änne", "short"); }), "mistake");
   people.setPassword("änne", "long enough");
   EXPECT_FALSE(people.all()->person("Änne")->must_change);
-  EXPECT_TRUE(isPassword(people.reset("Änne"), people.all()->person("Änne")->hash));
+  const std::string fresh = people.reset("Änne");
+  EXPECT_TRUE(isPassword(fresh, people.all()->person("Änne")->hash));
 }
 
 TEST(People, OutliveARestartInAFileForItsOwnerWithoutASecret) {
