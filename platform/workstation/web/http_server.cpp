@@ -196,7 +196,7 @@ class HttpServer::Implementation {
   /// What a request asks for, and who answers it.
   struct Asked {
     std::string path, method;
-    std::optional<std::string> query;     ///< as it was sent
+    std::optional<std::string> query;  ///< as it was sent
     std::string body;
     const Program* program = nullptr;     ///< obeys the body's form, else the query
     std::optional<std::string> form;      ///< what is obeyed of these
@@ -515,9 +515,7 @@ void HttpServer::Implementation::clearSource(GSource*& source) {
   }
 }
 
-void HttpServer::Implementation::expire(Connection& connection) const {
-  end(connection);
-}
+void HttpServer::Implementation::expire(Connection& connection) const { end(connection); }
 
 void HttpServer::Implementation::end(Connection& connection) {
   clearSource(connection.deadline);
@@ -597,7 +595,8 @@ void HttpServer::Implementation::refuseBody(SoupServerMessage* message) {
 void HttpServer::Implementation::refuseLength(SoupServerMessage* message) {
   Connection* const connection = connectionOf(message);
   if (connection == nullptr) return;
-  sendRaw(connection->stream, connection->socket, "400 Bad Request", "The length of the request's body is not well-formed.\n");
+  sendRaw(connection->stream, connection->socket, "400 Bad Request",
+          "The length of the request's body is not well-formed.\n");
   g_signal_handlers_disconnect_by_data(message, this);
   g_object_set_data(G_OBJECT(soup_server_message_get_remote_address(message)), kSocketKey, nullptr);
   g_clear_weak_pointer(&connection->message);
@@ -633,7 +632,8 @@ void HttpServer::Implementation::onWroteHeaders(SoupServerMessage* message) {
 void HttpServer::Implementation::onEnd(SoupServerMessage* message) {
   if (Connection* connection = connectionOf(message)) {
     connection->answering = false;
-    // libsoup closes what speaks TLS by a last word, and would wait for a reader who takes none, with all feeds waiting.
+    // libsoup closes what speaks TLS by a last word, and would wait for a reader who takes none, with all feeds
+    // waiting.
     if (m_certificate) g_socket_shutdown(connection->socket, FALSE, TRUE, nullptr);
     g_clear_weak_pointer(&connection->message);
     clearSource(connection->deadline);
