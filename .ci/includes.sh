@@ -21,9 +21,10 @@ rooms=(
   "platform/workstation/views|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/sight platform/workstation/camera platform/workstation/parameters|cairo.h libyuv.h turbojpeg.h axoverlay.h"
   "platform/workstation/camera_check|platform/support platform/workstation/system platform/workstation/decoding platform/workstation/camera platform/workstation/views|gst nlohmann"
   "platform/workstation/people|platform/support platform/clock platform/workstation/system|nlohmann crypt.h"
-  "platform/workstation/web|platform/support platform/clock platform/workstation/people platform/workstation/system platform/workstation/sight platform/workstation/camera platform/workstation/parameters platform/workstation/events platform/workstation/views platform/workstation/decoding|nlohmann libsoup"
+  "platform/workstation/certificates|platform/support platform/workstation/system|gnutls"
+  "platform/workstation/web|platform/support platform/clock platform/workstation/people platform/workstation/certificates platform/workstation/system platform/workstation/sight platform/workstation/camera platform/workstation/parameters platform/workstation/events platform/workstation/views platform/workstation/decoding|nlohmann libsoup"
   "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/camera platform/workstation/parameters platform/workstation/web|nlohmann libsoup axhttp.h"
-  "platform/workstation/launcher|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
+  "platform/workstation/launcher|platform/support platform/workstation/people platform/workstation/certificates platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
   "pose|app/[a-z]*_params.h app/observer.h app/process_state.h video|larod.h"
   "geometry|app/process_state.h app/truncate.h video/VideoStreamSource.h|opencv2"
@@ -46,7 +47,7 @@ rooms=(
   "evaluate/telling|platform/support evaluate/judging|nlohmann"
   "evaluate|platform/support platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/parameters platform/workstation/launcher|gst nlohmann"
 )
-guarded='libsoup|gst|opencv2|oneapi|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
+guarded='libsoup|gnutls|crypt|gst|opencv2|oneapi|EGL|GL|glm|cairo|turbojpeg|libyuv|nlohmann|larod|vdostream|ax[a-z]+'
 
 failed=0
 complain() {

@@ -3,13 +3,14 @@
 readonly BUILD_PACKAGES=(
   g++ cmake ninja-build ccache pkg-config
   libopencv-dev libdnnl-dev libglib2.0-dev libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libyuv-dev nlohmann-json3-dev
-  libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev
+  libcairo2-dev libsoup-3.0-dev libturbojpeg0-dev libcrypt-dev libgnutls28-dev
   python3-onnx ca-certificates  # the networks are fetched and converted
 )
 readonly RUN_PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav  # decoders
   gstreamer1.0-plugins-bad                                                # h264parse, h265parse: sizes before decoding
   dbus-daemon systemd                                                     # the lens's bus, and busctl to ask it
+  glib-networking                                                         # cameras and the page over TLS
   fonts-dejavu-core                                                       # the overlays' text
 )
 
@@ -82,7 +83,7 @@ take_network() {
 # saw.
 needs_networks() {
   local argument previous=
-  [[ " $* " != *" --help "* && "${1:-}" != @(explain|camera) ]] || return 1
+  [[ " $* " != *" --help "* && "${1:-}" != @(explain|camera|tls) ]] || return 1
   for argument in "$@"; do
     if [[ "$1" == replay && "$previous" != --trace && -f "$argument" &&
       "$(head -c 64 -- "$argument" | tr -d '\0 ')" == '{"kind":"trace"'* ]]; then

@@ -96,7 +96,12 @@ gboolean takeValue(const gchar* option, const gchar* value, gpointer data, GErro
   return TRUE;
 }
 
-std::vector<GOptionEntry> entriesFor(Mode mode, gboolean& help, gboolean& json, gboolean& loop) {
+/// Options without a value.
+struct Switches {
+  gboolean help = FALSE, json = FALSE, loop = FALSE, tls = FALSE;
+};
+
+std::vector<GOptionEntry> entriesFor(Mode mode, Switches& on) {
   std::vector<GOptionEntry> entries;
   // Names of files are bytes, whatever the terminal's language.
   const auto add = [&entries](const char* name, GOptionArg kind, gpointer target) {
@@ -107,19 +112,18 @@ std::vector<GOptionEntry> entriesFor(Mode mode, gboolean& help, gboolean& json, 
     if ((target.modes & mode) == 0) continue;
     add(target.option + 2, G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(&takeValue));
   }
-  add("help", G_OPTION_ARG_NONE, &help);
-  if (mode == kLive || mode == kReplay) add("json", G_OPTION_ARG_NONE, &json);
-  if (mode == kLive) add("loop", G_OPTION_ARG_NONE, &loop);
+  add("help", G_OPTION_ARG_NONE, &on.help);
+  if (mode == kLive || mode == kReplay) add("json", G_OPTION_ARG_NONE, &on.json);
+  if (mode == kLive) add("loop", G_OPTION_ARG_NONE, &on.loop);
+  if (mode == kLive) add("tls", G_OPTION_ARG_NONE, &on.tls);
   entries.push_back({});
   return entries;
 }
 
 /// Takes the options over; what remains is what is none.
 std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, Mode mode, LaunchRequest& request) {
-  gboolean help = FALSE;
-  gboolean json = FALSE;
-  gboolean loop = FALSE;
-  const auto entries = entriesFor(mode, help, json, loop);
+  Switches on;
+  const auto entries = entriesFor(mode, on);
   const GLibPtr<GOptionContext> context(g_option_context_new(nullptr));
   GOptionGroup* group = g_option_group_new("velmor", "", "", &request, nullptr);  // the context's own
   g_option_group_add_entries(group, entries.data());
@@ -133,9 +137,10 @@ std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, 
   const bool understood = g_option_context_parse_strv(context.get(), &all, error.out()) != FALSE;
   words.reset(all);
   if (!understood) throw UsageError(error.text() + "; see --help");
-  request.help = help != FALSE;
-  request.json = json != FALSE;
-  request.loop = loop != FALSE;
+  request.help = on.help != FALSE;
+  request.json = on.json != FALSE;
+  request.loop = on.loop != FALSE;
+  request.tls = on.tls != FALSE;
   return {all + 1, all + g_strv_length(all)};
 }
 
@@ -226,13 +231,16 @@ const char* usage() {
                             networks
 ./run explain TRACE         says why each alarm came, and why none did
 ./run evaluate [FOLDER]     recordings through the program, beside what happened in them: evaluate --help
+./run tls [--name HOST]...  makes or renews a certificate for the page, and says how telephones come to believe it
 ./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
   --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
   --loop                    a video begins again at its end, instead of ending the run
   --state DIR               keeps parameters, events and log there
-  --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; one that other machines reach needs a user
-  --user NAME               asks for this name and a password before the page is shown; the password is typed, or
-                            comes from VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
+  --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; where other machines reach it, people sign in,
+                            and the first start shows an installer's password
+  --user NAME               makes this person an installer, newly or with a new password, which is typed, or comes from
+                            VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
+  --tls                     the page is https, also where only this machine reaches it
   --json                    replay: one JSON object a line on standard output, nothing else
   --truth FILE              replay: the true people of a rendered recording instead of what the networks see
   --set KEY=VALUE ...       replay: these parameters count instead; on a trace several groups, each with a --set of its
@@ -244,7 +252,7 @@ const char* usage() {
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made
-The page is plain http: the password is never sent, but whoever listens on the network sees the pictures.
+Without ./run tls the page is plain http: whoever listens on the network learns passwords and sees the pictures.
 Ctrl-C ends a run.
 )";
 }

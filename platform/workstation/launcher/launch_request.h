@@ -19,6 +19,7 @@ struct LaunchRequest {
   bool help = false;
   bool replay = false;                       ///< as fast as the machine can, on the recording's clock
   bool json = false;                         ///< replay only: one JSON object a line on standard output
+  bool tls = false;                          ///< the page is https also on this machine only
   std::optional<std::string> source;         ///< a video, a URI, a camera's description (*.json) or, for
                                              ///< a replay, a trace; none: the demo
   std::optional<std::string> login;          ///< live only: a file with the camera's user and password
@@ -27,8 +28,8 @@ struct LaunchRequest {
   std::optional<std::string> truth;          ///< replay only: the true people instead of the networks'
   std::optional<std::string> state;          ///< state directory instead of the usual one
   std::optional<std::string> listen;         ///< ADDRESS:PORT of the page instead of the usual one
-  std::optional<std::string> user;           ///< who may see the page; none: whoever reaches it
-  std::optional<std::string> password_file;  ///< the user's password is its first line
+  std::optional<std::string> user;           ///< becomes an installer with a password, newly or again
+  std::optional<std::string> password_file;  ///< which is its first line
   std::optional<std::string> model;          ///< a network that is tried instead of a run, as a replay of the demo
   std::optional<std::string> trace;      ///< a replay's file, or a live run's directory, for what is decided and why
   std::vector<ParameterGroup> sets;      ///< replay only: over all other settings; several are compared

@@ -20,11 +20,13 @@
 #include <utility>
 #include <vector>
 
+#include "platform/workstation/launcher/access/first_installer.h"
+#include "platform/workstation/launcher/access/launch_web.h"
+#include "platform/workstation/launcher/access/tls_command.h"
 #include "platform/workstation/launcher/child_processes.h"
 #include "platform/workstation/launcher/floor_reset.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/launch_request.h"
-#include "platform/workstation/launcher/launch_web.h"
 #include "platform/workstation/launcher/retrace_plan.h"
 #include "platform/workstation/launcher/settings_comparison.h"
 #include "platform/workstation/launcher/started_program.h"
@@ -93,7 +95,7 @@ int waitFor(pid_t child, const std::filesystem::path& state) {
 
 /// Tries the network: 0 when it fits, 1 and the reasons when not. One that brings the check down does not fit.
 int checkModel(const LaunchPlan& plan, const std::string& model) {
-  const int status = workstation::endOf(workstation::startProgram(plan, "").id);
+  const int status = workstation::endOf(workstation::startProgram(plan).id);
   if (!WIFSIGNALED(status)) {
     return WEXITSTATUS(status);
   }
@@ -160,9 +162,10 @@ int run(const std::vector<std::string>& arguments) {
     return checkModel(plan, *request.model);
   }
   plan.environment.insert(access.environment.begin(), access.environment.end());
+  if (!request.replay) workstation::prepareInstaller(access, plan.place.directory());
   announce(request, plan);
   const workstation::StartWatch watch(plan.place.directory());
-  const Program program = workstation::startProgram(plan, access.password);
+  const Program program = workstation::startProgram(plan);
   if (!request.truth) {
     watchStart(program, plan.place.directory());
   }
@@ -180,6 +183,8 @@ int main(int argc, char** argv) {
   try {
     if (argc > 1 && std::strcmp(argv[1], "evaluate") == 0) become("velmor_evaluate", argv + 1);
     if (argc > 1 && std::strcmp(argv[1], "camera") == 0) become("velmor_camera", argv + 1);
+    if (argc > 1 && std::strcmp(argv[1], "tls") == 0)
+      return afterPrinting(workstation::setUpTls({argv + 2, argv + argc}));
     workstation::passSignalsOn();
     return run({argv + 1, argv + argc});
   } catch (const std::exception& exception) {

@@ -195,7 +195,7 @@ int runAll(std::vector<Replay>::iterator first, std::vector<Replay>::iterator la
   auto next = first;
   for (auto oldest = first; oldest != next || (next != last && result == 0); ++oldest) {
     for (; next != last && result == 0 && next - oldest < most; ++next) {
-      next->id = startProgram(next->plan, "", next->output.get()).id;
+      next->id = startProgram(next->plan, next->output.get()).id;
     }
     const int status = endOf(oldest->id);
     if (result == 0) result = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

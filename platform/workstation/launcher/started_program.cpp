@@ -17,8 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/workstation/system/durable_file.h"
-
 namespace workstation {
 namespace {
 
@@ -77,25 +75,9 @@ sigset_t passedOnSignals() {
   return set;
 }
 
-/// The reading end of a pipe that holds the password; none without one. Neither the command line nor the environment
-/// of the program shows it.
-FileDescriptor pipeWith(const std::string& password) {
-  if (password.empty()) {
-    return FileDescriptor();
-  }
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throw std::runtime_error(std::string("the password cannot be handed on: ") + std::strerror(errno));
-  }
-  FileDescriptor reading(ends[0]);
-  const FileDescriptor writing(ends[1]);
-  writeAll(writing.get(), password.data(), password.size());
-  return reading;
-}
-
 /// In the child: only calls that are safe between fork and exec in a process with threads.
 [[noreturn]] void become(const char* program, char* const* arguments, char* const* environment,
-                         std::array<int, 3> inherited, int output, pid_t launcher, const sigset_t& mask) {
+                         std::array<int, 2> inherited, int output, pid_t launcher, const sigset_t& mask) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != launcher) {
@@ -123,17 +105,13 @@ void passSignalsOn() {
 
 bool isPassedOn(int signal) { return std::find(kPassedOn.begin(), kPassedOn.end(), signal) != kPassedOn.end(); }
 
-Program startProgram(const LaunchPlan& plan, const std::string& password, int output) {
+Program startProgram(const LaunchPlan& plan, int output) {
   const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / plan.program;
   if (::access(program.c_str(), X_OK) != 0) {
     throw std::runtime_error(program.string() + ": the program is missing; build it with ./run");
   }
   std::vector<std::string> arguments{program.string()};
   std::vector<std::string> variables = environmentFor(plan);
-  const FileDescriptor secret = pipeWith(password);
-  if (secret.get() >= 0) {
-    variables.push_back("VELMOR_PASSWORD_FD=" + std::to_string(secret.get()));
-  }
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error(std::string("the program cannot be started: ") + std::strerror(errno));
@@ -150,8 +128,8 @@ Program startProgram(const LaunchPlan& plan, const std::string& password, int ou
   const pid_t launcher = ::getpid();
   const pid_t child = ::fork();
   if (child == 0) {
-    become(program.c_str(), argument_pointers.data(), variable_pointers.data(),
-           {plan.place.lock(), secret.get(), started.get()}, output, launcher, before);
+    become(program.c_str(), argument_pointers.data(), variable_pointers.data(), {plan.place.lock(), started.get()},
+           output, launcher, before);
   }
   if (child > 0) replaceChild(0, child);
   ::sigprocmask(SIG_SETMASK, &before, nullptr);

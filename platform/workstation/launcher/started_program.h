@@ -3,8 +3,6 @@
 
 #include <sys/types.h>
 
-#include <string>
-
 #include "platform/support/file_descriptor.h"
 #include "platform/workstation/launcher/launch_plan.h"
 
@@ -22,9 +20,9 @@ struct Program {
   FileDescriptor starting;  ///< a pipe that the program closes when it has started, or ends
 };
 
-/// With the plan's environment; the password goes through a pipe. `output` becomes its standard output, -1 is our own.
-/// Throws std::runtime_error with one line.
-Program startProgram(const LaunchPlan& plan, const std::string& password, int output = -1);
+/// With the plan's environment. `output` becomes its standard output, -1 is our own. Throws std::runtime_error with one
+/// line.
+Program startProgram(const LaunchPlan& plan, int output = -1);
 
 /// Waits for its end, told in waitpid's terms. Throws std::runtime_error.
 int endOf(pid_t program);

@@ -33,7 +33,12 @@
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/requests/settings_import.h"
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/trace/live_explanation.h"
+#include "platform/workstation/web/access/access.h"
+#include "platform/workstation/web/access/authority.h"
+#include "platform/workstation/web/access/people_service.h"
+#include "platform/workstation/web/access/session_service.h"
 #include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_service.h"
 #include "platform/workstation/web/event_feed.h"
@@ -70,22 +75,6 @@ std::string variable(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-/// What the launcher has put into the pipe whose number is in the environment; the pipe is used up. Throws
-/// std::runtime_error.
-std::string inheritedPassword() {
-  const std::string number = variable("VELMOR_PASSWORD_FD");
-  if (number.empty()) return "";
-  ::unsetenv("VELMOR_PASSWORD_FD");
-  const FileDescriptor pipe(std::atoi(number.c_str()));
-  std::string password;
-  char block[1024];
-  for (ssize_t got = 0; (got = ::read(pipe.get(), block, sizeof block)) != 0;) {
-    if (got < 0 && errno != EINTR) throw std::runtime_error("the password cannot be read from the launcher");
-    password.append(block, got > 0 ? static_cast<size_t>(got) : 0);
-  }
-  return password;
-}
-
 /// The start is over: the launcher waits for the end of the pipe whose number is in the environment. Once, since the
 /// number may be somebody else's afterwards.
 void tellStarted() {
@@ -96,11 +85,14 @@ void tellStarted() {
   static_cast<void>(told);
 }
 
-workstation::HttpServerSettings settings() {
+workstation::HttpServerSettings serverSettings() {
   workstation::HttpServerSettings settings;
   settings.application = kApplication;
   settings.page = packagePath(std::string("/usr/local/packages/") + kApplication + "/html");
-  settings.user = {variable("VELMOR_USER"), inheritedPassword()};
+  settings.access = std::make_shared<workstation::Access>(workstation::stateDirectory());
+  if (const std::string folder = variable("VELMOR_TLS"); !folder.empty()) {
+    workstation::takeCertificate(folder, settings);
+  }
   return settings;
 }
 
@@ -305,10 +297,14 @@ struct _AXHttpHandler {
   _AXHttpHandler(AXRequestCallback handler_callback, gpointer handler_data)
       : callback(handler_callback),
         user_data(handler_data),
-        server(settings()),
+        settings(serverSettings()),
+        server(settings),
         waiting(server.context()),
         feed(server),
         streams(server) {
+    workstation::addSession(server, settings.access);
+    workstation::addPeople(server, settings.access);
+    workstation::addAuthority(server, variable("VELMOR_TLS"));
     workstation::addWhy(server, workstation::liveExplanation);
     workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
     workstation::addSight(server);
@@ -360,6 +356,7 @@ struct _AXHttpHandler {
   AXRequestCallback callback;
   gpointer user_data;
   MainThreadQueue queue;
+  const workstation::HttpServerSettings settings;
   HttpServer server;
   WaitingMessages waiting;
   workstation::EventFeed feed;
@@ -375,7 +372,8 @@ AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_dat
       const workstation::ListenAddress listen = workstation::parseListenAddress(where);
       const std::uint16_t port = handler->server.listen(listen);
       if (variable("VELMOR_OUTPUT") == "text") {
-        std::printf("Page: %s\n", workstation::pageAddress(listen.address, port).c_str());
+        std::printf("Page: %s\n",
+                    workstation::pageAddress(listen.address, port, !handler->settings.certificate.empty()).c_str());
         std::fflush(stdout);
       }
     }

@@ -15,7 +15,9 @@
 
 #include "platform/support/owners.h"
 #include "platform/workstation/system/signal_mask.h"
-#include "platform/workstation/web/digest_guard.h"
+#include "platform/workstation/web/access/access.h"
+#include "platform/workstation/web/access/addresses.h"
+#include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/page_files.h"
 
 namespace workstation {
@@ -70,10 +72,11 @@ InetEnd inetEnd(GSocketAddress* address) {
 }
 
 /// A page of somebody else's cannot make a browser send one of these to an address of ours.
-bool comesFromOwnPage(SoupServerMessage* message) {
+bool comesFromOwnPage(SoupServerMessage* message, bool is_secure) {
+  const std::string own = is_secure ? "https://" : "http://";
   return requestHeader(message, "X-Requested-With") != nullptr ||
          textOrEmpty(requestHeader(message, "Sec-Fetch-Site")) == "same-origin" ||
-         textOrEmpty(requestHeader(message, "Origin")) == "http://" + std::string(requestHeader(message, "Host"));
+         textOrEmpty(requestHeader(message, "Origin")) == own + requestHeader(message, "Host");
 }
 
 bool isForm(SoupServerMessage* message) {
@@ -96,12 +99,13 @@ void cutOff(GSocket* socket) {
 }
 
 /// An answer past libsoup, the last that this connection gets.
-void sendRaw(GSocket* socket, const std::string& status, const std::string& line) {
+void sendRaw(GIOStream* stream, GSocket* socket, const std::string& status, const std::string& line) {
   const std::string reply =
       "HTTP/1.1 " + status +
       "\r\nConnection: close\r\nContent-Type: text/plain\r\nContent-Length: " + std::to_string(line.size()) +
       "\r\n\r\n" + line;
-  g_socket_send_with_blocking(socket, reply.data(), reply.size(), FALSE, nullptr, nullptr);
+  g_pollable_output_stream_write_nonblocking(G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(stream)),
+                                             reply.data(), reply.size(), nullptr, nullptr);
   g_socket_shutdown(socket, FALSE, TRUE, nullptr);
 }
 
@@ -156,6 +160,7 @@ class HttpServer::Implementation {
 
   std::uint16_t listen(const ListenAddress& where);
   void stop();
+  void recheck();
   void invoke(std::function<void()> function) const;
 
   HttpServerSettings m_settings;
@@ -169,23 +174,45 @@ class HttpServer::Implementation {
   struct Connection {
     Implementation* server;
     GSocket* socket;                       ///< borrowed; the connection is forgotten when it ends
+    GIOStream* stream;                     ///< borrowed; with TLS where there is any
     std::string address;                   ///< of the other end
     SoupServerMessage* message = nullptr;  ///< a weak pointer
     bool answering = false;                ///< it has been read and is not finished
     bool let_in = false;                   ///< its request was complete and has passed all guards
     bool ending = false;                   ///< cut off
+    bool is_endless = false;               ///< a stream or a feed
     std::uint64_t number = 0;              ///< in the order of coming
-    std::chrono::milliseconds held{0};     ///< its answer waits that long
+    std::optional<Role> least;             ///< that its request needs
     GLibPtr<GIOStream> taken;              ///< from libsoup, for a last word
     GSource* deadline = nullptr;
   };
 
+  /// A connection whose ends do not speak TLS with each other yet.
+  struct Handshake {
+    Implementation* server;
+    GLibPtr<GSocketAddress> local, remote;
+  };
+
+  /// What a request asks for, and who answers it.
+  struct Asked {
+    std::string path, method;
+    std::optional<std::string> query;  ///< as it was sent
+    std::string body;
+    const Program* program = nullptr;     ///< obeys the body's form, else the query
+    std::optional<std::string> form;      ///< what is obeyed of these
+    std::optional<HttpQuery> parameters;  ///< of that; none where that is no form
+  };
+
   void run();
+  void takeCertificate();
   void connectSignals();
   void watchListener();
   void rest();
   void releaseTaken();
   void accept();
+  void shakeHands(GIOStream* stream, GLibPtr<GSocketAddress> local, GLibPtr<GSocketAddress> remote);
+  void endHandshakes();
+  static void endHandshake(GObject* stream, GAsyncResult* result, gpointer handshake);
   size_t count(bool let_in, const std::string* address) const;
   void makeRoom(const std::string& address);
   bool letIn(Connection& connection) const;
@@ -209,7 +236,9 @@ class HttpServer::Implementation {
   void refuseBody(SoupServerMessage* message);
   void refuseLength(SoupServerMessage* message);
   void dispatch(SoupServerMessage* message, const std::string& path);
-  static void answerRequest(SoupServerMessage* message, const std::string& path, const Program& program);
+  Asked askedBy(SoupServerMessage* message, const std::string& path) const;
+  bool admit(SoupServerMessage* message, const Asked& asked);
+  void answerRequest(SoupServerMessage* message, const Asked& asked) const;
   void answerFile(SoupServerMessage* message, const std::string& path) const;
   static void redirect(SoupServerMessage* message, const std::string& target);
 
@@ -217,7 +246,8 @@ class HttpServer::Implementation {
   GLibPtr<GSocket> m_listener;
   GSource* m_listener_source = nullptr;
   SoupServer* m_server = nullptr;
-  std::unique_ptr<DigestGuard> m_guard;
+  GLibPtr<GTlsCertificate> m_certificate;  ///< null for plain http
+  size_t m_handshakes = 0;                 ///< under way
   std::map<GSocket*, Connection> m_connections;
   std::uint64_t m_accepted = 0;
   std::thread m_thread;
@@ -230,28 +260,29 @@ HttpServer::Implementation::~Implementation() {
 }
 
 std::uint16_t HttpServer::Implementation::listen(const ListenAddress& where) {
-  if (!isLoopback(where.address) && m_settings.user.name.empty()) {
-    throw std::runtime_error(where.address + ": other machines reach this address; give --user NAME and a password");
+  if (!isLoopback(where.address) && !m_settings.access) {
+    throw std::runtime_error(where.address + ": other machines reach this address, and nobody says who may come in");
   }
-  if (!m_settings.user.name.empty() && !isLongEnough(m_settings.user.password)) {
-    throw std::runtime_error("the user " + m_settings.user.name + " needs a password of at least " +
-                             std::to_string(kShortestPassword) + " characters");
-  }
+  takeCertificate();
   std::uint16_t port = 0;
   m_listener = listeningSocket(where, port);
+  if (m_settings.access) m_settings.access->open({isLoopback(where.address), m_certificate != nullptr, port});
   // Whatever libsoup creates now belongs to the server's thread.
   g_main_context_push_thread_default(m_context);
   m_server = soup_server_new(nullptr, nullptr);
-  if (!m_settings.user.name.empty()) {
-    m_guard = std::make_unique<DigestGuard>(m_server, m_settings.user.name, m_settings.user.password);
-    std::fill(m_settings.user.password.begin(), m_settings.user.password.end(), '\0');
-  }
   connectSignals();
   g_main_context_pop_thread_default(m_context);
   watchListener();
   const ScopedSigtermBlock block;
   m_thread = std::thread([this] { run(); });
   return port;
+}
+
+void HttpServer::Implementation::takeCertificate() {
+  if (m_settings.certificate.empty()) return;
+  CaughtError error;
+  m_certificate.reset(g_tls_certificate_new_from_pem(m_settings.certificate.c_str(), -1, error.out()));
+  if (!m_certificate) throw std::runtime_error("the certificate cannot be used: " + error.text());
 }
 
 void HttpServer::Implementation::run() {
@@ -263,10 +294,18 @@ void HttpServer::Implementation::run() {
   m_listener.reset();
   releaseTaken();
   soup_server_disconnect(m_server);
+  endHandshakes();
   // What the ends of the connections have left to do; nothing of it waits for anybody.
   while (g_main_context_iteration(m_context, FALSE) != FALSE) {
   }
   g_main_context_pop_thread_default(m_context);
+}
+
+/// They run on threads of GLib's, which notice the end of their sockets.
+void HttpServer::Implementation::endHandshakes() {
+  if (m_handshakes == 0) return;
+  for (const auto& entry : m_connections) cutOff(entry.first);
+  while (m_handshakes > 0) g_main_context_iteration(m_context, TRUE);
 }
 
 /// Connections that libsoup does not know any more.
@@ -285,7 +324,6 @@ void HttpServer::Implementation::stop() {
   if (m_server != nullptr) {
     g_signal_handlers_disconnect_by_data(m_server, this);
     g_object_unref(std::exchange(m_server, nullptr));
-    m_guard.reset();
   }
 }
 
@@ -357,8 +395,8 @@ void HttpServer::Implementation::accept() {
     if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK) == FALSE) rest();
     return;
   }
-  const GLibPtr<GSocketAddress> local(g_socket_get_local_address(socket.get(), nullptr));
-  const GLibPtr<GSocketAddress> remote(g_socket_get_remote_address(socket.get(), nullptr));
+  GLibPtr<GSocketAddress> local(g_socket_get_local_address(socket.get(), nullptr));
+  GLibPtr<GSocketAddress> remote(g_socket_get_remote_address(socket.get(), nullptr));
   const std::string address = inetEnd(remote.get()).address;
   if (!local || !remote) return;
   makeRoom(address);
@@ -367,6 +405,7 @@ void HttpServer::Implementation::accept() {
   Connection& connection = m_connections[socket.get()];
   connection.server = this;
   connection.socket = socket.get();
+  connection.stream = G_IO_STREAM(stream.get());
   connection.address = address;
   connection.number = ++m_accepted;
   g_object_set_data(G_OBJECT(remote.get()), kSocketKey, socket.get());
@@ -376,7 +415,31 @@ void HttpServer::Implementation::accept() {
         static_cast<Implementation*>(self)->forget(reinterpret_cast<GSocket*>(gone));
       },
       this);
+  if (m_certificate) return shakeHands(G_IO_STREAM(stream.get()), std::move(local), std::move(remote));
   soup_server_accept_iostream(m_server, G_IO_STREAM(stream.get()), local.get(), remote.get(), nullptr);
+}
+
+/// libsoup does that for its own listener only.
+void HttpServer::Implementation::shakeHands(GIOStream* stream, GLibPtr<GSocketAddress> local,
+                                            GLibPtr<GSocketAddress> remote) {
+  const GLibPtr<GIOStream> secure(g_tls_server_connection_new(stream, m_certificate.get(), nullptr));
+  if (!secure) return;
+  Connection& connection = m_connections.at(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)));
+  connection.stream = secure.get();
+  setDeadline(connection, m_settings.first_patience);
+  auto handshake = std::make_unique<Handshake>(Handshake{this, std::move(local), std::move(remote)});
+  ++m_handshakes;
+  g_tls_connection_handshake_async(G_TLS_CONNECTION(secure.get()), G_PRIORITY_DEFAULT, nullptr, &endHandshake,
+                                   handshake.release());
+}
+
+void HttpServer::Implementation::endHandshake(GObject* stream, GAsyncResult* result, gpointer handshake) {
+  const std::unique_ptr<Handshake> ended(static_cast<Handshake*>(handshake));
+  Implementation* const self = ended->server;
+  --self->m_handshakes;
+  if (g_tls_connection_handshake_finish(G_TLS_CONNECTION(stream), result, nullptr) == FALSE) return;
+  if (g_main_loop_is_running(self->m_loop) == FALSE) return;
+  soup_server_accept_iostream(self->m_server, G_IO_STREAM(stream), ended->local.get(), ended->remote.get(), nullptr);
 }
 
 /// How many there are, of one address or of all.
@@ -452,14 +515,7 @@ void HttpServer::Implementation::clearSource(GSource*& source) {
   }
 }
 
-void HttpServer::Implementation::expire(Connection& connection) const {
-  if (connection.held.count() > 0 && connection.message != nullptr) {
-    connection.held = {};
-    soup_server_message_unpause(connection.message);
-    return setDeadline(connection, m_settings.first_patience);
-  }
-  end(connection);
-}
+void HttpServer::Implementation::expire(Connection& connection) const { end(connection); }
 
 void HttpServer::Implementation::end(Connection& connection) {
   clearSource(connection.deadline);
@@ -495,19 +551,14 @@ void HttpServer::Implementation::onStarted(SoupServerMessage* message) {
   g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
 }
 
-/// After libsoup's own handler, which authenticates: what it said is overruled by what is wrong in the first place.
 void HttpServer::Implementation::onHeaders(SoupServerMessage* message) {
   // One file, in many overlapping pieces, would be a large answer to a small question.
   soup_message_headers_remove(soup_server_message_get_request_headers(message), "Range");
   if (!hasGoodLength(message)) return refuseLength(message);
   guard(message);
-  const unsigned int status = soup_server_message_get_status(message);
-  if (status == SOUP_STATUS_UNAUTHORIZED && m_guard) {
-    Connection* const connection = connectionOf(message);
-    if (connection != nullptr) connection->held = m_guard->challenge(message, connection->address);
-    answerLine(message, status, "A user and a password are needed.");
+  if (soup_server_message_get_status(message) != 0) {
+    soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
   }
-  if (status != 0) soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
 }
 
 /// The guards of every address, in the order of what a stranger may learn from them.
@@ -516,8 +567,9 @@ void HttpServer::Implementation::guard(SoupServerMessage* message) {
   const char* host = requestHeader(message, "Host");
   const std::string_view method = soup_server_message_get_method(message);
   const goffset length = soup_message_headers_get_content_length(soup_server_message_get_request_headers(message));
-  if (host == nullptr || !isOwnHost(host, own.address, own.port)) {
-    answerLine(message, SOUP_STATUS_FORBIDDEN, "This server is " + pageAddress(own.address, own.port));
+  const bool is_secure = m_certificate != nullptr;
+  if (host == nullptr || !isOwnHost(host, own.address, own.port, is_secure, m_settings.names)) {
+    answerLine(message, SOUP_STATUS_FORBIDDEN, "This server is " + pageAddress(own.address, own.port, is_secure));
   } else if (method != "GET" && method != "HEAD" && method != "POST") {
     setHeader(message, "Allow", "GET, HEAD, POST");
     answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET, HEAD and POST are understood.");
@@ -530,10 +582,12 @@ void HttpServer::Implementation::guard(SoupServerMessage* message) {
 /// moment, since a connection that is cut while its other end sends may lose the reason.
 void HttpServer::Implementation::refuseBody(SoupServerMessage* message) {
   const std::string line = "A request's body may have " + std::to_string(m_settings.body_bytes) + " bytes.\n";
-  sendRaw(socketOf(message), "413 Request Entity Too Large", line);
   soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
   soup_server_message_set_status(message, SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE, nullptr);
-  if (Connection* connection = connectionOf(message)) setDeadline(*connection, kLingering);
+  Connection* const connection = connectionOf(message);
+  if (connection == nullptr) return;
+  sendRaw(connection->stream, connection->socket, "413 Request Entity Too Large", line);
+  setDeadline(*connection, kLingering);
 }
 
 /// libsoup would make a stream of such a length, with a warning of GLib's on standard error. So the connection is taken
@@ -541,7 +595,8 @@ void HttpServer::Implementation::refuseBody(SoupServerMessage* message) {
 void HttpServer::Implementation::refuseLength(SoupServerMessage* message) {
   Connection* const connection = connectionOf(message);
   if (connection == nullptr) return;
-  sendRaw(connection->socket, "400 Bad Request", "The length of the request's body is not well-formed.\n");
+  sendRaw(connection->stream, connection->socket, "400 Bad Request",
+          "The length of the request's body is not well-formed.\n");
   g_signal_handlers_disconnect_by_data(message, this);
   g_object_set_data(G_OBJECT(soup_server_message_get_remote_address(message)), kSocketKey, nullptr);
   g_clear_weak_pointer(&connection->message);
@@ -560,10 +615,6 @@ void HttpServer::Implementation::onChunk(SoupServerMessage* message, gsize bytes
 void HttpServer::Implementation::onRead(SoupServerMessage* message) {
   if (Connection* connection = connectionOf(message)) {
     connection->answering = true;
-    if (connection->held.count() > 0) {
-      soup_server_message_pause(message);
-      return setDeadline(*connection, connection->held);
-    }
     const bool refused = soup_server_message_get_status(message) != 0;
     setDeadline(*connection, refused ? m_settings.first_patience : m_settings.patience);
   }
@@ -573,12 +624,17 @@ void HttpServer::Implementation::onWroteHeaders(SoupServerMessage* message) {
   Connection* const connection = connectionOf(message);
   const bool endless = soup_message_headers_get_encoding(soup_server_message_get_response_headers(message)) !=
                        SOUP_ENCODING_CONTENT_LENGTH;
-  if (connection != nullptr && endless) clearSource(connection->deadline);
+  if (connection == nullptr || !endless) return;
+  connection->is_endless = true;
+  clearSource(connection->deadline);
 }
 
 void HttpServer::Implementation::onEnd(SoupServerMessage* message) {
   if (Connection* connection = connectionOf(message)) {
     connection->answering = false;
+    // libsoup closes what speaks TLS by a last word, and would wait for a reader who takes none, with all feeds
+    // waiting.
+    if (m_certificate) g_socket_shutdown(connection->socket, FALSE, TRUE, nullptr);
     g_clear_weak_pointer(&connection->message);
     clearSource(connection->deadline);
   }
@@ -588,48 +644,85 @@ void HttpServer::Implementation::onEnd(SoupServerMessage* message) {
 
 void HttpServer::Implementation::dispatch(SoupServerMessage* message, const std::string& path) {
   addHeaders(message);  // an interim answer has cleared them
-  if (Connection* connection = connectionOf(message); connection == nullptr || !letIn(*connection)) {
-    return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many connections; try again later.");
-  }
+  const Asked asked = askedBy(message, path);
+  if (!admit(message, asked)) return;
   if (path == "/" || path == m_page_prefix) return redirect(message, m_page_prefix + "index.html");
-  if (path.starts_with(m_page_prefix) && path.ends_with(".cgi")) return answerRequest(message, path, m_program);
-  if (std::string_view(soup_server_message_get_method(message)) == "POST") {
-    if (const auto form = m_forms.find(path); form != m_forms.end()) return answerRequest(message, path, form->second);
+  if (asked.program != nullptr) return answerRequest(message, asked);
+  if (asked.method == "POST") {
     setHeader(message, "Allow", "GET, HEAD");
     return answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET and HEAD are understood here.");
   }
   const auto endpoint = m_endpoints.find(path);
   if (endpoint == m_endpoints.end()) return answerFile(message, path);
-  const auto query = decodeForm(std::string(textOrEmpty(g_uri_get_query(soup_server_message_get_uri(message)))));
-  if (!query) return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
-  endpoint->second(message, *query);
+  if (asked.form && !asked.parameters) {
+    return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
+  }
+  endpoint->second(message, asked.parameters.value_or(HttpQuery()));
 }
 
-void HttpServer::Implementation::answerRequest(SoupServerMessage* message, const std::string& path,
-                                               const Program& program) {
-  ProgramRequest request{path, soup_server_message_get_method(message), {}, {}};
-  if (!program) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
-  if (request.method == "HEAD") {
+/// Who answers a request decides what of it is obeyed; the guards look at the same.
+HttpServer::Implementation::Asked HttpServer::Implementation::askedBy(SoupServerMessage* message,
+                                                                      const std::string& path) const {
+  Asked asked{path, soup_server_message_get_method(message), {}, takeBody(message), nullptr, {}, {}};
+  if (const char* query = g_uri_get_query(soup_server_message_get_uri(message))) asked.query = query;
+  if (path.starts_with(m_page_prefix) && path.ends_with(".cgi")) {
+    asked.program = &m_program;
+  } else if (const auto form = m_forms.find(path); asked.method == "POST" && form != m_forms.end()) {
+    asked.program = &form->second;
+  }
+  asked.form = asked.program != nullptr && !asked.body.empty() ? asked.body : asked.query;
+  if (asked.form) asked.parameters = decodeForm(*asked.form);
+  return asked;
+}
+
+/// A stranger gets what is anybody's, and no more of the places than strangers have: a sign-in counts as an answer to
+/// somebody, since each address has few at once.
+bool HttpServer::Implementation::admit(SoupServerMessage* message, const Asked& asked) {
+  Connection* const connection = connectionOf(message);
+  const auto visitor = m_settings.access ? m_settings.access->identify(message) : std::optional(Visitor{});
+  if (visitor) noteVisitor(message, *visitor);
+  const auto least = leastRole({asked.method, asked.path, asked.form, asked.parameters ? &*asked.parameters : nullptr});
+  const bool is_refused = least && (!visitor || visitor->role < *least);
+  if (connection != nullptr) connection->least = least;
+  if (connection != nullptr && (is_refused || !visitor)) setDeadline(*connection, m_settings.first_patience);
+  if (is_refused) {
+    visitor ? refuseRole(message, *least) : refuseStranger(message);
+    return false;
+  }
+  if (!visitor && asked.method != "POST") return true;
+  if (connection != nullptr && letIn(*connection)) return true;
+  answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many connections; try again later.");
+  return false;
+}
+
+void HttpServer::Implementation::recheck() {
+  if (!m_settings.access) return;
+  for (auto next = m_connections.begin(); next != m_connections.end();) {
+    Connection& connection = (next++)->second;
+    if (!connection.is_endless || connection.message == nullptr || !connection.least) continue;
+    const auto visitor = m_settings.access->identify(connection.message);
+    if (!visitor || visitor->role < *connection.least) end(connection);
+  }
+}
+
+void HttpServer::Implementation::answerRequest(SoupServerMessage* message, const Asked& asked) const {
+  if (!*asked.program) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
+  if (asked.method == "HEAD") {
     setHeader(message, "Allow", "GET, POST");
     return answerLine(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "Only GET and POST are understood here.");
   }
-  if (!comesFromOwnPage(message)) {
+  if (!comesFromOwnPage(message, m_certificate != nullptr)) {
     return answerLine(message, SOUP_STATUS_FORBIDDEN,
                       "The request may come from a foreign page: send a header X-Requested-With.");
   }
-  const char* query = g_uri_get_query(soup_server_message_get_uri(message));
-  if (query != nullptr) request.query = query;
-  const std::string body = takeBody(message);
-  if (!body.empty() && !isForm(message)) {
+  if (!asked.body.empty() && !isForm(message)) {
     return answerLine(message, SOUP_STATUS_UNSUPPORTED_MEDIA_TYPE,
                       "Only a body of application/x-www-form-urlencoded is understood.");
   }
-  const std::optional<std::string> form = body.empty() ? request.query : body;
-  if (form) {
-    request.parameters = decodeForm(*form);
-    if (!request.parameters) return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
+  if (asked.form && !asked.parameters) {
+    return answerLine(message, SOUP_STATUS_BAD_REQUEST, "The query is not well-formed.");
   }
-  program(message, request);
+  (*asked.program)(message, {asked.path, asked.method, asked.query, asked.parameters});
 }
 
 void HttpServer::Implementation::answerFile(SoupServerMessage* message, const std::string& path) const {
@@ -673,6 +766,8 @@ void HttpServer::setProgram(Program program) { m_implementation->m_program = std
 std::uint16_t HttpServer::listen(const ListenAddress& where) { return m_implementation->listen(where); }
 
 void HttpServer::stop() { m_implementation->stop(); }
+
+void HttpServer::recheck() { m_implementation->recheck(); }
 
 void HttpServer::invoke(std::function<void()> function) { m_implementation->invoke(std::move(function)); }
 

@@ -11,26 +11,25 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/workstation/web/http_text.h"
 
 namespace workstation {
 
-/// Digest authentication; an empty name asks nobody.
-struct HttpUser {
-  std::string name;
-  std::string password;
-};
+class Access;
 
 struct HttpServerSettings {
-  std::string application = "velmor_care";  ///< the page lies below /local/NAME/
-  std::filesystem::path page;               ///< the folder of the page's files; may be a link
-  HttpUser user;
-  size_t connections = 64;                         ///< at once; more are turned away
-  size_t connections_of_one = 48;                  ///< at once from one address, so that nobody takes them all
-  std::chrono::milliseconds patience{30000};       ///< for an answer
-  size_t strangers = 24;                           ///< at once, besides: connections without a request that was let in
-  size_t strangers_of_one = 8;                     ///< at once from one address; one more ends the oldest
+  std::string application = "velmor_care";    ///< the page lies below /local/NAME/
+  std::filesystem::path page;                 ///< the folder of the page's files; may be a link
+  std::shared_ptr<Access> access;             ///< who may come in; none: whoever reaches it, from this machine only
+  std::string certificate;                    ///< with its key, in PEM: the page is https; empty: http
+  std::vector<std::string> names;             ///< by which others know this machine, besides its own
+  size_t connections = 64;                    ///< at once; more are turned away
+  size_t connections_of_one = 48;             ///< at once from one address, so that nobody takes them all
+  std::chrono::milliseconds patience{30000};  ///< for an answer
+  size_t strangers = 24;                      ///< at once, besides: connections without a request that was let in
+  size_t strangers_of_one = 8;                ///< at once from one address; one more ends the oldest
   std::chrono::milliseconds first_patience{5000};  ///< for a request, and for the answer to one that was not let in
   size_t body_bytes = 64 << 10;                    ///< of a request's body
 };
@@ -65,12 +64,16 @@ class HttpServer {
   /// Before the server listens.
   void setProgram(Program program);
 
-  /// Starts the thread; returns the port. Throws std::runtime_error with one line when the address cannot be had, and
-  /// for an address that other machines reach when there is no user.
+  /// Starts the thread; returns the port. Throws std::runtime_error with one line when the address or the certificate
+  /// cannot be had, and for an address that other machines reach when it is not said who may come in.
   std::uint16_t listen(const ListenAddress& where);
   /// Ends all connections and the thread. No endpoint is called any more once this returns; nothing for a server that
   /// does not listen.
   void stop();
+
+  /// Who is there may not be any more: ends streams and feeds of whoever would not get them now. On the server's
+  /// thread.
+  void recheck();
 
   /// Runs a function on the server's thread, in order of the calls; from any thread. After stop() it never runs.
   void invoke(std::function<void()> function);

@@ -16,7 +16,7 @@ namespace {
 
 using InetAddress = GLibPtr<GInetAddress>;
 
-constexpr std::uint16_t kHttpPort = 80;
+constexpr std::uint16_t kHttpPort = 80, kHttpsPort = 443;
 
 /// Headers that belong to the connection, hence to the server alone.
 constexpr std::string_view kServersHeaders[] = {"connection", "content-length", "date", "transfer-encoding", "upgrade"};
@@ -122,29 +122,28 @@ bool isLoopback(const std::string& address) {
   return parsed != nullptr && g_inet_address_get_is_loopback(parsed.get()) != FALSE;
 }
 
-std::string pageAddress(const std::string& address, std::uint16_t port) {
+std::string pageAddress(const std::string& address, std::uint16_t port, bool is_secure) {
   const InetAddress parsed = inetAddress(address);
   const bool any = parsed != nullptr && g_inet_address_get_is_any(parsed.get()) != FALSE;
-  std::string page = "http://";
+  std::string page = is_secure ? "https://" : "http://";
   page += any ? g_get_host_name() : bracketed(address);
-  if (port != kHttpPort) page.append(":").append(std::to_string(port));
+  if (port != (is_secure ? kHttpsPort : kHttpPort)) page.append(":").append(std::to_string(port));
   return page + "/";
 }
 
-bool isOwnHost(std::string_view host, const std::string& local_address, std::uint16_t local_port) {
-  const auto [name, port] = splitHost(host);
-  if ((port ? parsePort(*port) : std::optional(kHttpPort)) != local_port) return false;
-  if (equalIgnoringCase(name, g_get_host_name())) return true;
-  if (equalIgnoringCase(name, "localhost")) return isLoopback(local_address);
+bool isOwnHost(std::string_view host, const std::string& local_address, std::uint16_t local_port, bool is_secure,
+               const std::vector<std::string>& names) {
+  const auto parts = splitHost(host);
+  const std::string& name = parts.first;
+  const auto usual = std::optional(is_secure ? kHttpsPort : kHttpPort);
+  if ((parts.second ? parsePort(*parts.second) : usual) != local_port) return false;
+  const auto is_name = [&name](std::string_view other) { return equalIgnoringCase(name, other); };
+  if (is_name(g_get_host_name())) return true;
+  if (is_name("localhost")) return isLoopback(local_address);
+  if (std::any_of(names.begin(), names.end(), is_name)) return true;
   const InetAddress asked = inetAddress(name);
   const InetAddress local = inetAddress(local_address);
   return asked != nullptr && local != nullptr && g_inet_address_equal(asked.get(), local.get()) != FALSE;
-}
-
-bool isLongEnough(const std::string& password) {
-  const bool is_text = g_utf8_validate(password.data(), static_cast<gssize>(password.size()), nullptr) != FALSE;
-  const size_t characters = is_text ? static_cast<size_t>(g_utf8_strlen(password.c_str(), -1)) : password.size();
-  return characters >= kShortestPassword;
 }
 
 std::optional<CgiReply> parseCgiReply(std::string_view reply) {

@@ -36,16 +36,13 @@ std::string toString(const ListenAddress& listen);
 bool isLoopback(const std::string& address);
 
 /// "http://127.0.0.1:8080/", "http://[::1]/"; the machine's name where the server listens on all addresses.
-std::string pageAddress(const std::string& address, std::uint16_t port);
+std::string pageAddress(const std::string& address, std::uint16_t port, bool is_secure = false);
 
 /// Whether a request's Host is this server, as seen through the connection's own end: its address, the machine's name,
-/// or localhost on a loopback address. A foreign name that resolves to this machine is not.
-bool isOwnHost(std::string_view host, const std::string& local_address, std::uint16_t local_port);
-
-inline constexpr size_t kShortestPassword = 8;  ///< characters
-
-/// Whether a password may guard the page.
-bool isLongEnough(const std::string& password);
+/// one of the names that it was given besides, or localhost on a loopback address. A foreign name that resolves to this
+/// machine is not.
+bool isOwnHost(std::string_view host, const std::string& local_address, std::uint16_t local_port,
+               bool is_secure = false, const std::vector<std::string>& names = {});
 
 struct CgiReply {
   unsigned int status = 200;

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "platform/workstation/camera/taken_camera.h"
+#include "platform/workstation/launcher/access/launch_web.h"
 #include "platform/workstation/launcher/floor_reset.h"
 #include "platform/workstation/launcher/launch_media.h"
 #include "platform/workstation/launcher/launch_plan.h"
 #include "platform/workstation/launcher/launch_request.h"
-#include "platform/workstation/launcher/launch_web.h"
 #include "platform/workstation/launcher/settings_comparison.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "tests/platform/recording_writer.h"
@@ -61,6 +61,7 @@ TEST(CommandLine, RefusesWhatItCannotObey) {
                            "replay a --source b",
                            "replay a --listen 127.0.0.1:0",
                            "replay a --user x",
+                           "replay a --tls",
                            "replay a --reset floor",
                            "replay a --loop",
                            "--password-file p",
@@ -93,46 +94,6 @@ TEST(CommandLine, RefusesWhatItCannotObey) {
   for (const char* line : {"model", "model check", "model a b", "model check a b", "model check a --state b"}) {
     EXPECT_THROW(parseCommandLine(words(line)), UsageError) << line;
   }
-}
-
-/// What becomes of a command line, as listen address, user and password, or the refusal.
-std::string accessOf(const std::string& line) {
-  try {
-    const WebAccess access = webAccess(parseCommandLine(words(line)));
-    const auto get = [&access](const char* name) {
-      const auto found = access.environment.find(name);
-      return found == access.environment.end() ? "-" : found->second;
-    };
-    return get("VELMOR_LISTEN") + " " + get("VELMOR_USER") + " " + access.password;
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-}
-
-TEST(PageAccess, StaysOnThisMachineUnlessAUserIsAskedFor) {
-  const StateFolder folder;
-  folder.write("password", "from file\r\nsecond line\n");
-  folder.write("short", "ääääää7\n");
-  folder.write("long", std::string(1025, 'x'));
-  folder.write("control", "tab\tin the password");
-  const std::string file = " --password-file " + folder.path().string() + "/";
-  EXPECT_EQ(accessOf(""), "127.0.0.1:8080-8099 - ");
-  EXPECT_EQ(accessOf("replay demo"), "- - ");
-  EXPECT_EQ(accessOf("--listen localhost:0"), "127.0.0.1:0 - ");
-  ::setenv("VELMOR_PASSWORD", "from environment", 1);
-  EXPECT_EQ(accessOf("--listen [::]:0 --user ward"), "[::]:0 ward from environment");
-  EXPECT_EQ(accessOf("--user ward" + file + "password"), "127.0.0.1:8080-8099 ward from file");
-  const std::pair<std::string, const char*> refusals[] = {
-      {"--listen 0.0.0.0:0", "give --user NAME and a password"},
-      {"--user ward" + file + "short", "must have at least 8 characters, at most 1024 bytes"},
-      {"--user ward" + file + "long", "must have at least 8 characters, at most 1024 bytes"},
-      {"--user ward" + file + "control", "no control characters"},
-      {"--user ward" + file + "none", "there is no such file"},
-      {"--user wa:rd", "no colon"},
-      {"--listen nowhere:80", "is not an address"},
-      {"--listen 192.0.2.1:0 --user ward", "cannot be listened on"}};
-  for (const auto& [line, why] : refusals) EXPECT_NE(accessOf(line).find(why), std::string::npos) << accessOf(line);
-  ::unsetenv("VELMOR_PASSWORD");
 }
 
 TEST(StateName, TellsSourcesApart) {

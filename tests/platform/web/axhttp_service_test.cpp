@@ -1,5 +1,5 @@
 #include <axhttp.h>
-#include <unistd.h>
+#include <syslog.h>
 
 #include <thread>
 
@@ -16,7 +16,7 @@ class AxHttp : public testing::Test {
     ::setenv("VELMOR_ROOT", m_folder.path().c_str(), 1);
   }
   ~AxHttp() override {
-    for (const char* name : {"VELMOR_LISTEN", "VELMOR_OUTPUT", "VELMOR_ROOT", "VELMOR_USER"}) ::unsetenv(name);
+    for (const char* name : {"VELMOR_LISTEN", "VELMOR_OUTPUT", "VELMOR_ROOT", "VELMOR_TLS"}) ::unsetenv(name);
     stop();
   }
 
@@ -25,7 +25,7 @@ class AxHttp : public testing::Test {
     m_handler = ax_http_handler_new(&AxHttp::called, this);
     const std::string shown = testing::internal::GetCapturedStdout();
     ASSERT_NE(m_handler, nullptr);
-    ASSERT_EQ(shown.rfind("Page: http://127.0.0.1:", 0), 0U) << shown;
+    ASSERT_EQ(shown.rfind("Page: http://", 0), 0U) << shown;
     m_port = static_cast<std::uint16_t>(std::stoi(shown.substr(shown.rfind(':') + 1)));
   }
   void stop() { ax_http_handler_free(std::exchange(m_handler, nullptr)); }
@@ -103,22 +103,23 @@ TEST_F(AxHttp, ListensOnlyWhenItIsTold) {
   EXPECT_NE(m_handler, nullptr);
   stop();
   ::setenv("VELMOR_LISTEN", "0.0.0.0:0", 1);
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(ax_http_handler_new(&AxHttp::called, this), nullptr);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("give --user NAME"), std::string::npos);
+  start();
+  EXPECT_EQ(ask("?action=get_status_code").status, 401) << "without people nobody comes in from elsewhere";
 }
 
-TEST_F(AxHttp, TakesThePasswordFromAPipeAndForgetsIt) {
-  int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);
-  ASSERT_EQ(::write(ends[1], "a secret", 8), 8);
-  ::close(ends[1]);
-  ::setenv("VELMOR_USER", "ward", 1);
-  ::setenv("VELMOR_PASSWORD_FD", std::to_string(ends[0]).c_str(), 1);
+/// A patient is watched whatever is wrong with those who may look on.
+TEST_F(AxHttp, NobodyIsLetInByADamagedListAndNoPageIsShownWithADamagedCertificate) {
+  openlog("http_service_test", 0, LOG_USER);
+  m_folder.write("people.json", "{");
   start();
-  EXPECT_EQ(std::getenv("VELMOR_PASSWORD_FD"), nullptr);
-  EXPECT_EQ(askAs(m_port, "ward", "wrong"), 401U);
-  EXPECT_EQ(askAs(m_port, "ward", "a secret"), 404U) << "in, and there is no page";
+  EXPECT_EQ(ask("?action=get_status_code").status, 401) << "on this machine as well";
+  EXPECT_EQ(request(m_port, "POST", "/platform/session", kFormFromPage, "action=sign_in").status, 503);
+  stop();
+  EXPECT_NE(m_folder.read("system.log").find("people.json: is damaged"), std::string::npos);
+  ::setenv("VELMOR_TLS", m_folder.path().c_str(), 1);
+  m_folder.write("server.pem", "no certificate");
+  EXPECT_EQ(ax_http_handler_new(&AxHttp::called, this), nullptr);
+  EXPECT_NE(m_folder.read("system.log").find("there is no page: "), std::string::npos);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@ using namespace workstation;
 using nlohmann::json;
 
 constexpr const char* kCamera = "/platform/camera";
-constexpr const char* kForm = "X-Requested-With: test\r\nContent-Type: application/x-www-form-urlencoded\r\n";
 
 class CameraServing : public HttpServing {
  protected:
@@ -28,7 +27,7 @@ class CameraServing : public HttpServing {
     addCamera(*m_server, {.checker = m_folder / "checker", .patience = patience});
     m_port = m_server->listen(parseListenAddress("127.0.0.1:0"));
   }
-  HttpReply post(const std::string& form, const char* headers = kForm) const {
+  HttpReply post(const std::string& form, const char* headers = kFormFromPage) const {
     return ask("POST", kCamera, headers, form);
   }
   json known() const { return json::parse(ask("GET", kCamera).body); }

@@ -1,4 +1,4 @@
-// A web server on a thread of its own, with a page, and browsers that know a password.
+// A web server on a thread of its own, with a page, and people who may see it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,18 +6,22 @@
 
 #include <chrono>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/people/people.h"
+#include "platform/workstation/web/access/access.h"
 #include "platform/workstation/web/http_server.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/state_folder.h"
 
 inline constexpr const char* kFromPage = "X-Requested-With: test\r\n";
 inline constexpr const char* kPage = "/local/velmor_care/index.html";
+inline constexpr const char* kFormFromPage =
+    "X-Requested-With: test\r\nContent-Type: application/x-www-form-urlencoded\r\n";
 inline constexpr const char* kProgram = "/local/velmor_care/control.cgi";
 
 /// A server with a page, a program that says what it was asked, and a secret beside the page.
@@ -32,6 +36,23 @@ class HttpServing : public testing::Test {
     std::filesystem::create_directory_symlink(m_folder / "outside", m_folder / "html/linked");
     std::filesystem::create_directory_symlink(m_folder / "html", m_folder / "page");
     m_settings.page = m_folder / "page";
+  }
+
+  /// What is still written belongs into the folder.
+  ~HttpServing() override {
+    if (m_server) m_server->stop();
+    if (m_settings.access) m_settings.access->sessions().settle(std::chrono::seconds(10));
+  }
+
+  /// From the next start on people sign in: Ida, who installs, and a token for each role.
+  void addPeople() {
+    workstation::People people(m_folder.path());
+    people.makeInstaller("Ida", "the password");
+    for (const auto role : {workstation::Role::kCarer, workstation::Role::kNurse, workstation::Role::kInstaller}) {
+      const std::string name = "a " + std::string(nameOf(role));
+      m_as[role] = "Authorization: Bearer " + people.addToken(name, role) + "\r\n";
+    }
+    m_settings.access = std::make_shared<workstation::Access>(m_folder.path());
   }
 
   void listen() {
@@ -58,25 +79,8 @@ class HttpServing : public testing::Test {
 
   StateFolder m_folder;
   workstation::HttpServerSettings m_settings;
-  std::vector<SoupServerMessage*> m_held;  ///< no answer yet
+  std::vector<SoupServerMessage*> m_held;         ///< no answer yet
+  std::map<workstation::Role, std::string> m_as;  ///< headers with a token
   std::unique_ptr<workstation::HttpServer> m_server;
   std::uint16_t m_port = 0;
 };
-
-/// What a browser gets that knows a name and a password; its Authorization goes to `proof`.
-inline unsigned int askAs(std::uint16_t port, std::string user, std::string password, std::string* proof = nullptr) {
-  const GLibPtr<SoupSession> session(soup_session_new());
-  const GLibPtr<SoupMessage> message(
-      soup_message_new("GET", ("http://127.0.0.1:" + std::to_string(port) + kPage).c_str()));
-  std::pair<std::string, std::string> who(std::move(user), std::move(password));
-  constexpr auto authenticate = +[](SoupMessage*, SoupAuth* auth, gboolean again, gpointer known) -> gboolean {
-    const auto& [name, secret] = *static_cast<std::pair<std::string, std::string>*>(known);
-    if (again == FALSE) soup_auth_authenticate(auth, name.c_str(), secret.c_str());
-    return again == FALSE;
-  };
-  g_signal_connect(message.get(), "authenticate", G_CALLBACK(authenticate), &who);
-  const GLibPtr<GBytes> body(soup_session_send_and_read(session.get(), message.get(), nullptr, nullptr));
-  const char* sent = soup_message_headers_get_one(soup_message_get_request_headers(message.get()), "Authorization");
-  if (proof != nullptr) *proof = sent == nullptr ? "" : sent;
-  return soup_message_get_status(message.get());
-}

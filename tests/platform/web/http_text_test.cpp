@@ -25,10 +25,16 @@ TEST(HttpText, ReadsAddresses) {
   EXPECT_EQ(pageAddress("127.0.0.1", 80), "http://127.0.0.1/");
   EXPECT_EQ(pageAddress("::1", 8080), "http://[::1]:8080/");
   EXPECT_EQ(pageAddress("0.0.0.0", 80), std::string("http://") + g_get_host_name() + "/");
+  EXPECT_EQ(pageAddress("127.0.0.1", 443, true) + pageAddress("127.0.0.1", 80, true),
+            "https://127.0.0.1/https://127.0.0.1:80/");
   EXPECT_TRUE(isLoopback("127.1.2.3") && isLoopback("::1"));
   EXPECT_FALSE(isLoopback("0.0.0.0") || isLoopback("::") || isLoopback("192.168.1.2"));
   EXPECT_TRUE(isOwnHost("[::1]:8080", "::1", 8080) && isOwnHost("192.168.1.2", "192.168.1.2", 80));
   EXPECT_FALSE(isOwnHost("localhost:80", "192.168.1.2", 80)) << "the name of another machine";
+  const std::vector<std::string> names = {"ward3.lan"};
+  EXPECT_TRUE(isOwnHost("Ward3.LAN", "192.168.1.2", 443, true, names));
+  EXPECT_FALSE(isOwnHost("ward3.lan", "192.168.1.2", 443, false, names)) << "port 80";
+  EXPECT_FALSE(isOwnHost("ward4.lan", "192.168.1.2", 443, true, names));
 }
 
 TEST(HttpText, TakesCgiRepliesApart) {

@@ -8,8 +8,7 @@ namespace {
 
 TEST_F(HttpServing, SaysWhyToWhoeverMaySeeThePage) {
   std::string document = R"({"time": null, "people": [{"id": 3, "text": "Person 3 \u003cb\u003e"}]})";
-  const auto serve = [&](const workstation::HttpUser& user) {
-    m_settings.user = user;
+  const auto serve = [&] {
     m_server = std::make_unique<workstation::HttpServer>(m_settings);
     workstation::addWhy(*m_server, [&] { return document.empty() ? throw std::runtime_error("torn") : document; });
     m_port = m_server->listen(workstation::parseListenAddress("127.0.0.1:0"));
@@ -17,7 +16,7 @@ TEST_F(HttpServing, SaysWhyToWhoeverMaySeeThePage) {
   const auto why = [this](const char* method, const char* headers = "") {
     return ask(method, "/platform/why", headers);
   };
-  serve({});
+  serve();
   HttpReply reply = why("GET");
   EXPECT_EQ(std::to_string(reply.status) + reply.body, "200" + document);
   EXPECT_EQ(reply.headers["content-type"] + " " + reply.headers["cache-control"], "application/json no-store");
@@ -32,8 +31,10 @@ TEST_F(HttpServing, SaysWhyToWhoeverMaySeeThePage) {
   EXPECT_EQ(std::to_string(reply.status) + reply.body, "500There is no explanation: torn\n");
   document = "{}";
   EXPECT_EQ(why("GET").body, "{}") << "as it is at each request";
-  serve({"ward", "secret 3"});
+  addPeople();
+  serve();
   EXPECT_EQ(why("GET").status, 401);
+  EXPECT_EQ(why("GET", m_as[workstation::Role::kCarer].c_str()).status, 200);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <libsoup/soup.h>
 
+#include <optional>
 #include <string>
 
 #include "platform/workstation/people/role.h"
@@ -14,7 +15,14 @@ struct Visitor {
   Role role = Role::kInstaller;
 };
 
-/// On the server's thread, for a message that an endpoint or a form was given.
+/// On the server's thread, for a message that an endpoint or a form was given. A stranger, who gets to the addresses
+/// that are anybody's, is a carer without a name.
 Visitor visitorOf(SoupServerMessage* message);
+
+/// The same, none for a stranger.
+std::optional<Visitor> knownVisitorOf(SoupServerMessage* message);
+
+/// For the guards.
+void noteVisitor(SoupServerMessage* message, const Visitor& visitor);
 
 }  // namespace workstation

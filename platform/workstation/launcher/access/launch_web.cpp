@@ -1,4 +1,4 @@
-#include "platform/workstation/launcher/launch_web.h"
+#include "platform/workstation/launcher/access/launch_web.h"
 
 #include <fcntl.h>
 #include <termios.h>
@@ -10,7 +10,12 @@
 #include <optional>
 #include <stdexcept>
 
+#include "platform/workstation/certificates/certificates.h"
+#include "platform/workstation/launcher/launch_plan.h"
+#include "platform/workstation/people/register.h"
+#include "platform/workstation/people/secrets.h"
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/web/http_server.h"
 #include "platform/workstation/web/http_text.h"
 
@@ -18,8 +23,7 @@ namespace workstation {
 namespace {
 
 constexpr const char* kUsualPlace = "127.0.0.1:8080-8099";
-/// Fits a pipe's buffer, through which it goes to the program.
-constexpr size_t kLongestPassword = 1024;
+constexpr size_t kLongestLine = 1024;
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
 
@@ -45,7 +49,7 @@ class SilentTerminal {
 
   std::string line() const {
     std::string typed;
-    for (char c = 0; typed.size() <= kLongestPassword;) {
+    for (char c = 0; typed.size() <= kLongestLine;) {
       const ssize_t got = ::read(m_terminal.get(), &c, 1);
       if (got < 0 && errno == EINTR) continue;
       if (got <= 0 || c == '\n') break;
@@ -69,7 +73,7 @@ std::string typedPassword(const std::string& user) {
 }
 
 std::string passwordIn(const std::string& file) {
-  const auto content = readFile(file, 2 * kLongestPassword);
+  const auto content = readFile(file, 2 * kLongestLine);
   if (!content) throw std::runtime_error(file + ": there is no such file");
   return content->substr(0, content->find_first_of("\r\n"));
 }
@@ -79,20 +83,41 @@ std::string passwordFor(const LaunchRequest& request) {
   std::string password = request.password_file ? passwordIn(*request.password_file)
                          : given != nullptr    ? given
                                                : typedPassword(*request.user);
-  if (!isLongEnough(password) || password.size() > kLongestPassword ||
-      std::any_of(password.begin(), password.end(), isControl)) {
-    throw std::runtime_error("the password of " + *request.user + " must have at least " +
-                             std::to_string(kShortestPassword) + " characters, at most " +
-                             std::to_string(kLongestPassword) + " bytes, and no control characters");
-  }
+  const std::string mistake = mistakeInPassword(password);
+  if (!mistake.empty()) throw std::runtime_error(*request.user + ": " + mistake);
   return password;
 }
 
-void checkUser(const std::string& user) {
-  const auto isForbidden = [](char c) { return isControl(c) || c == ':' || c == '"' || c == '\\'; };
-  if (std::any_of(user.begin(), user.end(), isForbidden)) {
-    throw std::runtime_error("--user: the name may have no colon, quote, backslash or control character");
+bool isThere(const std::filesystem::path& folder) {
+  std::error_code error;
+  return std::filesystem::is_directory(folder, error);
+}
+
+/// The folder's certificate, good for a while longer; what is wrong with it keeps no patient from being watched.
+void takeCertificate(const std::filesystem::path& folder, WebAccess& access) {
+  access.environment["VELMOR_TLS"] = std::filesystem::absolute(folder).string();
+  try {
+    std::vector<std::string> names = namesOfThisMachine();
+    const auto given = givenNames(folder);
+    names.insert(names.end(), given.begin(), given.end());
+    if (prepareCertificates(folder, names).step != Prepared::Step::kKept) {
+      access.notes += "The page's certificate was renewed.\n";
+    }
+  } catch (const std::exception& error) {
+    access.notes += std::string(error.what()) + "\n";
   }
+}
+
+void chooseTransport(const LaunchRequest& request, WebAccess& access) {
+  if (!request.tls && !access.is_reached_by_others) return;
+  const std::filesystem::path own = lastingPlace(request) / "tls";
+  const std::filesystem::path folder = isThere(own) ? own : tlsFolder(std::nullopt);
+  if (isThere(folder)) return takeCertificate(folder, access);
+  if (request.tls) throw std::runtime_error("--tls: there is no certificate yet; make one with ./run tls");
+  access.notes +=
+      "The page is plain http: whoever listens on the network learns passwords and sees the pictures. ./run tls makes "
+      "it "
+      "https.\n";
 }
 
 }  // namespace
@@ -100,17 +125,23 @@ void checkUser(const std::string& user) {
 WebAccess webAccess(const LaunchRequest& request) {
   if (request.replay) return {};
   const ListenAddress where = parseListenAddress(request.listen.value_or(kUsualPlace));
-  if (!request.user && !isLoopback(where.address)) {
-    throw std::runtime_error(where.address + ": other machines reach this address; give --user NAME and a password");
+  if (request.user && !nameFrom(*request.user)) {
+    throw std::runtime_error("--user: a name has 1 to 64 characters, none of them a control character");
   }
   checkFree(where);
-  WebAccess access{{{"VELMOR_LISTEN", toString(where)}}, ""};
+  WebAccess access;
+  access.environment["VELMOR_LISTEN"] = toString(where);
+  access.is_reached_by_others = !isLoopback(where.address);
+  chooseTransport(request, access);
   if (request.user) {
-    checkUser(*request.user);
-    access.environment["VELMOR_USER"] = *request.user;
+    access.user = request.user;
     access.password = passwordFor(request);
   }
   return access;
+}
+
+std::filesystem::path tlsFolder(const std::optional<std::string>& state) {
+  return (state ? std::filesystem::absolute(*state) : stateHome()) / "tls";
 }
 
 }  // namespace workstation
