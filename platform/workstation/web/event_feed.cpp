@@ -154,11 +154,11 @@ EventFeed::Implementation::Implementation(HttpServer& server, const EventFeedLim
       },
       this, nullptr);
   g_source_attach(m_heartbeat.get(), server.context());
-  listenToEvents(this);
+  listenToEvents(*this);
 }
 
 EventFeed::Implementation::~Implementation() {
-  listenToEvents(nullptr);
+  stopListeningToEvents(*this);
   m_heartbeat.reset();
   while (!m_viewers.empty()) release(m_viewers.begin());
 }
