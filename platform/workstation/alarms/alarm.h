@@ -73,18 +73,18 @@ struct Alarm {
     int level;
   };
 
-  std::string id;      ///< RUN-SEQ of the change that has raised it
+  std::string id;  ///< RUN-SEQ of the change that has raised it
   std::string run;
   std::uint64_t seq = 0;
   std::string event;
   TimeStamp began;
   std::optional<TimeStamp> ended;
-  std::optional<TimeStamp> called;                 ///< the last time
-  std::optional<std::chrono::nanoseconds> due;     ///< of the next call, on AlarmClock::steady()
-  std::vector<Call> calls;                         ///< those that have reached a level, and the last one
+  std::optional<TimeStamp> called;              ///< the last time
+  std::optional<std::chrono::nanoseconds> due;  ///< of the next call, on AlarmClock::steady()
+  std::vector<Call> calls;                      ///< those that have reached a level, and the last one
   std::vector<Answer> answers;
-  std::string held_why = {};     ///< "pause", "delay", "hours"; empty when it is not held
-  int level = 0;                 ///< called so far, from 1 on
+  std::string held_why = {};  ///< "pause", "delay", "hours"; empty when it is not held
+  int level = 0;              ///< called so far, from 1 on
   AlarmKind kind = AlarmKind::kFall;
   bool closed_at_start = false;  ///< its end was not seen: a restart has ended the event
   bool coming = false;           ///< somebody is, and it has not been too long yet

@@ -166,8 +166,8 @@ const AlarmEntry* AlarmBook::nextFor(std::uint64_t after, std::uint64_t begins, 
 bool AlarmBook::trim() {
   if (m_entries.size() <= m_trim_at) return false;
   std::set<std::string> forgotten;
-  auto closed = static_cast<std::size_t>(std::count_if(m_alarms.begin(), m_alarms.end(),
-                                                       [](const auto& entry) { return entry.second.closed; }));
+  auto closed = static_cast<std::size_t>(
+      std::count_if(m_alarms.begin(), m_alarms.end(), [](const auto& entry) { return entry.second.closed; }));
   for (auto next = m_alarms.begin(); next != m_alarms.end() && closed > kMostClosed;) {
     const auto alarm = next++;
     if (!alarm->second.closed) continue;

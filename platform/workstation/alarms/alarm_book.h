@@ -1,12 +1,14 @@
 // All alarms as their journal tells them. No thread, no disk, no clock.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/workstation/alarms/alarm.h"
@@ -25,6 +27,8 @@ class AlarmBook {
   void apply(AlarmEntry entry);
   /// The journal is on disk up to this number. The ids of the alarms whose answers count from now on.
   std::vector<std::string> store(std::uint64_t last);
+  /// Numbers up to this one are not given any more.
+  void skipTo(std::uint64_t number) { m_last = std::max(m_last, number); }
   /// Puts what a journal says before all that is known already.
   void precede(AlarmBook&& past);
 

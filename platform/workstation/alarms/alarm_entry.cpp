@@ -100,8 +100,8 @@ void addDetails(nlohmann::ordered_json& line, const AlarmEntry& entry) {
 }  // namespace
 
 const char* nameOf(AlarmEntry::Kind kind) {
-  constexpr const char* kNames[] = {"raised", "called", "answered", "lapsed", "ended", "closed", "paused", "unpaused",
-                                    "test"};
+  constexpr const char* kNames[] = {"raised", "called", "answered", "lapsed", "ended",
+                                    "closed", "paused", "unpaused", "test"};
   return kNames[static_cast<std::size_t>(kind)];
 }
 

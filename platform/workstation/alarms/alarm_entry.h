@@ -1,9 +1,10 @@
-// The journal of alarms, alarms.jsonl: what has happened to alarms, a line each. What a line says has been told already,
-// but for answers: those count once their line is on disk.
+// The journal of alarms, alarms.jsonl: what has happened to alarms, a line each. What a line says has been told
+// already, but for answers: those count once their line is on disk.
 //
 // {"n": 12, "run": "9f2c41d07b3e5a18", "time": "2026-03-01T12:00:31.500Z", "t": 1772366431.5, "kind": "raised",
 //  "alarm": "9f2c41d07b3e5a18-7", "event": "Fall Detected"}
-// {"n": 13, ..., "kind": "called", "alarm": ..., "level": 1}                            again at one level: "repeat": true
+// {"n": 13, ..., "kind": "called", "alarm": ..., "level": 1}                            again at one level: "repeat":
+// true
 // {"n": 14, ..., "kind": "answered", "alarm": ..., "what": "coming", "by": "Anna", "reason": ""}
 // {"n": 15, ..., "kind": "lapsed", "alarm": ...}                                            who was coming has not come
 // {"n": 16, ..., "kind": "ended", "alarm": ...}                               by a restart: "closed_at_start": true

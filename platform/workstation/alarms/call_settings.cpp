@@ -87,7 +87,8 @@ std::vector<CallHours> hoursFrom(const ordered_json& list, const std::string& wh
   hours.reserve(list.size());
   for (const ordered_json& one : list) {
     expectKeys(one, where, {"from", "to"});
-    const auto from = minutesFrom(one.contains("from") && one["from"].is_string() ? one["from"].get<std::string>() : "");
+    const auto from =
+        minutesFrom(one.contains("from") && one["from"].is_string() ? one["from"].get<std::string>() : "");
     const auto to = minutesFrom(one.contains("to") && one["to"].is_string() ? one["to"].get<std::string>() : "");
     if (!from || !to || *from == kDay || *from == *to) {
       refuse(where + R"(: each has "from" and "to", two different times from "00:00" to "24:00")");
@@ -223,8 +224,8 @@ std::string documentOf(const CallSettings& settings, bool with_secrets) {
     for (const Receiver& receiver : level) receivers.push_back(documentOf(receiver, with_secrets));
     levels.push_back(std::move(receivers));
   }
-  const ordered_json document = {
-      {"events", {{"fall", documentOf(settings.fall)}, {"exit", documentOf(settings.exit)}}}, {"levels", levels}};
+  const ordered_json document = {{"events", {{"fall", documentOf(settings.fall)}, {"exit", documentOf(settings.exit)}}},
+                                 {"levels", levels}};
   return document.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }
 
