@@ -540,6 +540,13 @@ std::uint64_t AlarmDesk::lastNumber() const {
   return m_book.last();
 }
 
+std::optional<std::uint64_t> AlarmDesk::firstOpen() const {
+  const std::scoped_lock lock(m_mutex);
+  const auto& alarms = m_book.alarms();
+  const auto open = std::find_if(alarms.begin(), alarms.end(), [](const auto& entry) { return !entry.second.closed; });
+  return open == alarms.end() ? std::nullopt : std::optional(open->first);
+}
+
 bool AlarmDesk::isPastKnown() const {
   const std::scoped_lock lock(m_mutex);
   return m_past_known;

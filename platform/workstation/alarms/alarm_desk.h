@@ -107,6 +107,8 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   /// Counts once it is on disk. `done` is called on any thread, with a line when that has failed.
   void setCalls(const CallSettings& calls, std::function<void(const std::string& failure)> done);
   [[nodiscard]] std::uint64_t lastNumber() const;
+  /// Of the entry that has raised the oldest alarm that is open; none without one.
+  [[nodiscard]] std::optional<std::uint64_t> firstOpen() const;
   /// Whether the journal of before has been read.
   [[nodiscard]] bool isPastKnown() const;
 
