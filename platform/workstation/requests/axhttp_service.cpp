@@ -20,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,9 +29,13 @@
 #include "platform/clock/clock.h"
 #include "platform/support/owners.h"
 #include "platform/support/package_path.h"
+#include "platform/workstation/alarms/alarm_desk.h"
+#include "platform/workstation/outside/cursors.h"
+#include "platform/workstation/outside/post_office.h"
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/trace/live_explanation.h"
+#include "platform/workstation/web/alarms/alarm_service.h"
 #include "platform/workstation/web/camera_service.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
@@ -288,16 +293,31 @@ class MainThreadQueue {
   GSource* m_source;
 };
 
+/// Of a live run: who is called, whether a page is served or not.
+struct Calls {
+  Calls() = default;
+  ~Calls() { desk->close(); }
+  Calls(const Calls&) = delete;
+  Calls& operator=(const Calls&) = delete;
+
+  std::shared_ptr<workstation::Cursors> cursors = std::make_shared<workstation::Cursors>();
+  std::shared_ptr<workstation::AlarmDesk> desk =
+      workstation::AlarmDesk::open({.floor = [known = cursors] { return known->load(); }});
+  workstation::PostOffice post{desk, cursors};
+};
+
 }  // namespace
 
 struct _AXHttpHandler {
   _AXHttpHandler(AXRequestCallback handler_callback, gpointer handler_data)
       : callback(handler_callback),
         user_data(handler_data),
+        calls(ticker_clock::isReplay() ? nullptr : std::make_unique<Calls>()),
         server(settings()),
         waiting(server.context()),
         feed(server),
         streams(server) {
+    if (calls) alarms.emplace(server, *calls->desk, calls->post);
     workstation::addWhy(server, workstation::liveExplanation);
     workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
     workstation::addSight(server);
@@ -335,10 +355,12 @@ struct _AXHttpHandler {
   AXRequestCallback callback;
   gpointer user_data;
   MainThreadQueue queue;
+  std::unique_ptr<Calls> calls;  ///< none in a replay
   HttpServer server;
   WaitingMessages waiting;
   workstation::EventFeed feed;
   workstation::ViewStreams streams;
+  std::optional<workstation::AlarmService> alarms;
 };
 
 AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_data) {
