@@ -271,7 +271,7 @@ void AlarmDesk::end(Alarm& alarm, TimeStamp time, bool closed_at_start) {
   const bool waits = closed_at_start || (alarm.kind == AlarmKind::kFall && alarm.held_why == "pause");
   const bool was_uncalled = alarm.state() == AlarmState::kHeld && !waits;
   if (!alarm.closed && (was_uncalled || isOver(alarm))) return close(alarm);
-  if (needsNoCall(alarm) || alarm.coming) alarm.due.reset();
+  if (needsNoCall(alarm) || (alarm.coming && !closed_at_start)) alarm.due.reset();
   tell(alarm);
 }
 
@@ -312,7 +312,7 @@ void AlarmDesk::count(std::uint64_t number) {
       continue;
     }
     if (alarm.state() == AlarmState::kSeen || alarm.state() == AlarmState::kComing) alarm.due.reset();
-    if (alarm.state() == AlarmState::kComing && coming > 0s && !alarm.ended) {
+    if (alarm.state() == AlarmState::kComing && coming > 0s && (!alarm.ended || alarm.closed_at_start)) {
       alarm.due = m_settings.clock->steady() + coming;
     }
     tell(alarm);
