@@ -20,10 +20,12 @@ std::string timestampNow() {
 
 /// What the certificate lacks, in words; GLib's say that it is unacceptable.
 std::string certificateProblem(GTlsCertificateFlags errors) {
+  if ((errors & G_TLS_CERTIFICATE_UNKNOWN_CA) != 0)
+    return "nobody whom this machine trusts vouches for its certificate";
   if ((errors & G_TLS_CERTIFICATE_EXPIRED) != 0) return "its certificate has expired";
   if ((errors & G_TLS_CERTIFICATE_NOT_ACTIVATED) != 0) return "its certificate is not valid yet";
   if ((errors & G_TLS_CERTIFICATE_BAD_IDENTITY) != 0) return "its certificate is for another name";
-  return "nobody whom this machine trusts vouches for its certificate";
+  return "its certificate cannot be believed";
 }
 
 std::string statusText(SoupMessage* message) {

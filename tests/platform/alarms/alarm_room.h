@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -45,6 +47,7 @@ class AlarmRoom : public testing::Test {
   void open(std::chrono::milliseconds patience = std::chrono::seconds(30)) {
     workstation::AlarmDeskSettings settings;
     settings.clock = m_clock;
+    settings.floor = m_floor;
     settings.has_thread = false;
     settings.patience_at_start = patience;
     m_desk = workstation::AlarmDesk::open(std::move(settings));
@@ -100,6 +103,7 @@ class AlarmRoom : public testing::Test {
   }
 
   StateFolder m_folder;
+  std::function<std::uint64_t()> m_floor;
   std::shared_ptr<FakeClock> m_clock = std::make_shared<FakeClock>();
   std::shared_ptr<workstation::AlarmDesk> m_desk;
 };

@@ -10,8 +10,7 @@ namespace {
 constexpr guint kSlow_ms = 100;
 
 std::string header(SoupServerMessage* message, const char* name) {
-  const char* const value =
-      soup_message_headers_get_one(soup_server_message_get_request_headers(message), name);
+  const char* const value = soup_message_headers_get_one(soup_server_message_get_request_headers(message), name);
   return value == nullptr ? "" : value;
 }
 
