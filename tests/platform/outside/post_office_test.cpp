@@ -59,9 +59,10 @@ class Outside : public AlarmRoom {
   }
   /// Who is called besides the people, at the first level and at the second.
   void call(const std::vector<json>& first, const std::vector<json>& second = {}) const {
-    json levels = {{{{"kind", "people"}}}};
+    json levels = json::array({json::array()});
+    levels[0].push_back({{"kind", "people"}});
     for (const json& receiver : first) levels[0].push_back(receiver);
-    if (!second.empty()) levels.push_back(second);
+    if (!second.empty()) levels.push_back(json(second));
     setCalls(json({{"events", {{"fall", {{"escalate_s", 60}, {"repeat_s", 30}}}}}, {"levels", levels}}).dump());
     EXPECT_TRUE(comes([&] { return m_post->receivers().size() == first.size() + second.size(); }));
   }
