@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +28,7 @@ using Steady = std::chrono::steady_clock;
 constexpr const char* kFile = "alarms.jsonl";
 /// Of a longer file the end is read: whatever made it so long, a start does not take longer for it.
 constexpr std::int64_t kMostBytes = 32 << 20;
+constexpr int kFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK;
 constexpr std::size_t kLargestBatch = 64;
 constexpr std::size_t kMostJobs = 64;
 /// A disk that takes longer does not answer.
@@ -136,7 +138,9 @@ struct AlarmStore::Core {
   void work();
   void load();
   bool writeSome(std::unique_lock<std::mutex>& lock);
-  void replace(const std::string& text);
+  bool replaceAll(std::unique_lock<std::mutex>& lock);
+  void haveWritten(std::uint64_t number, std::unique_lock<std::mutex>& lock);
+  bool replace(const std::string& text);
   void append(const std::string& text);
   void open();
 };
@@ -169,6 +173,7 @@ void AlarmStore::Core::load() {
   AlarmPast past;
   size = loaded.whole;
   torn = read.size > loaded.whole;
+  file = FileDescriptor(::open(path.c_str(), kFlags));  // where there is one
   bool is_replaced = loaded.trimmed;
   if (loaded.damaged > 0) past.damage = keepDamaged(path, loaded.damaged, is_replaced);
   if (is_replaced && loaded.book.last() > 0) {
@@ -183,43 +188,61 @@ void AlarmStore::Core::load() {
 
 /// Whether there was something. What a disk does not take stays.
 bool AlarmStore::Core::writeSome(std::unique_lock<std::mutex>& lock) {
-  if (!whole && queue.empty()) return false;
+  if (whole) return replaceAll(lock);
+  if (queue.empty()) return false;
   // A disk that has no room for all may have room for one.
-  const bool is_whole = whole.has_value();
-  const std::size_t count = is_whole ? 0 : std::min(failure.empty() ? kLargestBatch : 1, queue.size());
-  std::string text = is_whole ? whole->text : "";
-  const std::uint64_t number = is_whole ? whole->number : queue[count - 1].number;
+  const std::size_t count = std::min(failure.empty() ? kLargestBatch : 1, queue.size());
+  const std::uint64_t number = queue[count - 1].number;
+  std::string text;
   for (std::size_t i = 0; i < count; ++i) text += queue[i].text;
   lock.unlock();
-  if (is_whole) {
-    replace(text);
-  } else {
-    append(text);
-  }
+  append(text);
   lock.lock();
-  if (is_whole && whole && whole->number == number) whole.reset();
-  if (!is_whole) {
-    std::erase_if(queue, [number](const Line& line) { return line.number <= number; });
-  }
+  haveWritten(number, lock);
+  return true;
+}
+
+/// Where the shorter file finds no room, the longer one goes on.
+bool AlarmStore::Core::replaceAll(std::unique_lock<std::mutex>& lock) {
+  const Line all = *std::exchange(whole, std::nullopt);
+  lock.unlock();
+  const bool is_replaced = replace(all.text);
+  lock.lock();
+  if (is_replaced) haveWritten(all.number, lock);
+  return true;
+}
+
+void AlarmStore::Core::haveWritten(std::uint64_t number, std::unique_lock<std::mutex>& lock) {
+  std::erase_if(queue, [number](const Line& line) { return line.number <= number; });
   failure.clear();
   lock.unlock();
   hooks.written(number);
   lock.lock();
-  return true;
 }
 
 void AlarmStore::Core::open() {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK;
-  file = FileDescriptor(::open(path.c_str(), kFlags, S_IRUSR | S_IWUSR));
+  file = FileDescriptor(::open(path.c_str(), kFlags | O_CREAT, S_IRUSR | S_IWUSR));
   if (file.get() < 0) fail(path, "cannot be opened");
 }
 
-void AlarmStore::Core::replace(const std::string& text) {
-  replaceFile(path, text);
-  open();
+/// The new file may be in its place although that could not be made sure.
+bool AlarmStore::Core::replace(const std::string& text) {
+  bool is_sure = true;
+  try {
+    replaceFile(path, text);
+  } catch (const std::exception& error) {
+    ::syslog(LOG_INFO, "alarms that are closed are not forgotten yet: %s", error.what());
+    is_sure = false;
+  }
+  struct stat own {};
+  struct stat there {};
+  const bool is_known = file.get() >= 0 && ::fstat(file.get(), &own) == 0 && ::stat(path.c_str(), &there) == 0;
+  if (!is_sure && (!is_known || own.st_ino == there.st_ino)) return false;
+  file = FileDescriptor();
   size = static_cast<std::int64_t>(text.size());
   torn = false;
-  named = true;
+  named = is_sure;
+  return is_sure;
 }
 
 /// On disk on return, or not in the file. What a failed write or a kill left goes first, or this would be glued to it.
@@ -260,7 +283,6 @@ void AlarmStore::rewrite(const std::deque<AlarmEntry>& entries) {
   const std::uint64_t last = entries.empty() ? 0 : entries.back().number;
   const std::scoped_lock lock(m_core->mutex);
   m_core->whole = Core::Line{last, allLines(entries)};
-  std::erase_if(m_core->queue, [last](const Core::Line& line) { return line.number <= last; });
 }
 
 void AlarmStore::storeCalls(const CallSettings& settings, std::function<void(const std::string&)> done) {
