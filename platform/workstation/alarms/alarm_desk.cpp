@@ -186,6 +186,7 @@ void AlarmDesk::reconcile(const EventsNow& now) {
     const std::string id = alarmId(change.run, change.number);
     if (change.active) {
       current.erase(change.event);
+      unraised.erase(change.event);
       const bool is_new = change.number > m_watermark && (m_watermark > 0 || change.run == now.run);
       if (is_new && m_book.find(id) == nullptr) raise(change);
       if (m_book.find(id) != nullptr) {

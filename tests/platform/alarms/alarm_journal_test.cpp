@@ -214,10 +214,18 @@ TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {
   const std::string damaged = "garbage\n" + whole.substr(0, whole.find('\n') + 1) + std::string(10'000, 'x') + "\n" +
                               whole.substr(whole.find('\n') + 1);
   m_folder.write("alarms.jsonl", damaged);
+  std::filesystem::create_directory(m_folder / "alarms.jsonl.new");
+  open();
+  change(4, kFallEvent, true);
+  ASSERT_TRUE(settles());
+  EXPECT_TRUE(m_folder.read("alarms.jsonl").starts_with(damaged)) << "no room for another file: this one goes on";
+  m_desk->close();
+  std::filesystem::remove(m_folder / "alarms.jsonl.new");
+  m_folder.write("alarms.jsonl", damaged);
   open();
   ASSERT_TRUE(settles());
   EXPECT_EQ(state("run-1") + state("run-2"), "calling 1calling 1");
-  EXPECT_EQ(m_folder.read("alarms.jsonl.damaged-1"), damaged);
+  EXPECT_EQ(m_folder.read("alarms.jsonl.damaged-2"), damaged);
   EXPECT_EQ(m_folder.read("alarms.jsonl").find("garbage"), std::string::npos);
 }
 
