@@ -75,7 +75,7 @@ struct AlarmDeskSettings {
 class AlarmDesk : public EventListener, public std::enable_shared_from_this<AlarmDesk> {
  public:
   static constexpr std::size_t kMostOpen = 1000;
-  static constexpr std::size_t kMostAnswers = 50;  ///< of an alarm
+  static constexpr std::size_t kMostAnswers = 20;  ///< of an alarm
   static constexpr std::chrono::minutes kShortestPause{5};
   static constexpr std::chrono::minutes kLongestPause{60};
 
