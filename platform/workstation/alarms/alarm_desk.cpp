@@ -52,7 +52,7 @@ std::string whyClosed(const Alarm& alarm) {
 }  // namespace
 
 std::shared_ptr<AlarmDesk> AlarmDesk::open(AlarmDeskSettings settings) {
-  const std::shared_ptr<AlarmDesk> desk(new AlarmDesk(std::move(settings)));
+  std::shared_ptr<AlarmDesk> desk(new AlarmDesk(std::move(settings)));
   desk->start();
   return desk;
 }
@@ -497,13 +497,14 @@ AlarmsNow AlarmDesk::now() const {
   AlarmsNow now{m_settings.clock->wall(), m_run, m_version, {}, m_book.pause(), m_test};
   std::vector<AlarmView> closed;
   const auto& alarms = m_book.alarms();
-  for (auto alarm = alarms.rbegin(); alarm != alarms.rend(); ++alarm) {
-    if (!alarm->second.closed) {
-      now.alarms.push_back(viewOf(alarm->second));
+  std::for_each(alarms.rbegin(), alarms.rend(), [&](const auto& entry) {
+    const Alarm& alarm = entry.second;
+    if (!alarm.closed) {
+      now.alarms.push_back(viewOf(alarm));
     } else if (closed.size() < kClosedShown) {
-      closed.push_back(viewOf(alarm->second));
+      closed.push_back(viewOf(alarm));
     }
-  }
+  });
   now.alarms.insert(now.alarms.end(), std::make_move_iterator(closed.begin()), std::make_move_iterator(closed.end()));
   return now;
 }

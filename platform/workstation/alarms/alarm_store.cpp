@@ -285,7 +285,7 @@ void AlarmStore::rewrite(const std::deque<AlarmEntry>& entries) {
   m_core->whole = Core::Line{last, allLines(entries)};
 }
 
-void AlarmStore::storeCalls(const CallSettings& settings, std::function<void(const std::string&)> done) {
+void AlarmStore::storeCalls(const CallSettings& settings, const std::function<void(const std::string&)>& done) {
   const bool is_posted = m_side->post([settings, done] {
     std::string failure;
     try {

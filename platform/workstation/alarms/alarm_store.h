@@ -41,7 +41,7 @@ class AlarmStore {
   /// Writes these, which are all that count, in place of the file; those that wait as well are among them.
   void rewrite(const std::deque<AlarmEntry>& entries);
   /// Stores what was set for calls; `done` gets a line when that has failed. On the store's thread.
-  void storeCalls(const CallSettings& settings, std::function<void(const std::string& failure)> done);
+  void storeCalls(const CallSettings& settings, const std::function<void(const std::string& failure)>& done);
 
   /// Tries again what has failed; now and then.
   void retry();

@@ -51,7 +51,7 @@ std::optional<int> minutesFrom(const std::string& text) {
 
 /// Words that a person has written, with a name for what they are.
 std::string wordsOf(const ordered_json& value, const std::string& what, std::size_t shortest, std::size_t longest) {
-  const std::string words = value.is_string() ? value.get<std::string>() : "";
+  std::string words = value.is_string() ? value.get<std::string>() : "";
   const bool is_plain = std::none_of(words.begin(), words.end(), [](char c) { return c >= 0 && c < ' '; });
   if (!value.is_string() || words.size() < shortest || words.size() > longest || !is_plain) {
     refuse(what + " is a text of " + std::to_string(shortest) + " to " + std::to_string(longest) + " bytes");
@@ -154,6 +154,11 @@ Receiver receiverFrom(const ordered_json& object, const std::string& where, cons
   return receiver;
 }
 
+[[noreturn]] void refuseTwice(const std::string& where, const std::string& name) {
+  refuse(name.empty() ? "people are called from their level on: name them once"
+                      : where + ": there is a receiver \"" + name + "\" already");
+}
+
 std::vector<std::vector<Receiver>> levelsFrom(const ordered_json& list, const CallSettings& before) {
   if (!list.is_array() || list.empty() || list.size() > kMostLevels) {
     refuse("levels is a list of 1 to " + std::to_string(kMostLevels) + " levels");
@@ -168,10 +173,7 @@ std::vector<std::vector<Receiver>> levelsFrom(const ordered_json& list, const Ca
     for (const ordered_json& one : list[level]) {
       levels[level].push_back(receiverFrom(one, where, before));
       const std::string& name = levels[level].back().name;
-      if (!names.insert(name).second) {
-        refuse(name.empty() ? "people are called from their level on: name them once"
-                            : where + ": there is a receiver \"" + name + "\" already");
-      }
+      if (!names.insert(name).second) refuseTwice(where, name);
     }
   }
   const auto is_people = [](const Receiver& one) { return one.kind == "people"; };
@@ -229,19 +231,19 @@ std::string documentOf(const CallSettings& settings, bool with_secrets) {
   return document.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }
 
-CallSettings parseCallSettings(const std::string& text, const CallSettings& before) {
-  const ordered_json document = ordered_json::parse(text, nullptr, false);
-  if (document.is_discarded()) refuse("the document is no JSON");
-  expectKeys(document, "the document", {"events", "levels"});
+CallSettings parseCallSettings(const std::string& document, const CallSettings& before) {
+  const ordered_json json = ordered_json::parse(document, nullptr, false);
+  if (json.is_discarded()) refuse("the document is no JSON");
+  expectKeys(json, "the document", {"events", "levels"});
   CallSettings settings;
-  if (document.contains("events")) {
-    const ordered_json& events = document["events"];
+  if (json.contains("events")) {
+    const ordered_json& events = json["events"];
     expectKeys(events, "events", {"fall", "exit"});
     if (events.contains("fall")) settings.fall = rulesFrom(events["fall"], "events.fall", settings.fall);
     if (events.contains("exit")) settings.exit = rulesFrom(events["exit"], "events.exit", settings.exit);
   }
   if (settings.fall.hours.empty()) refuse("events.fall.hours: a fall has to call at some time of the day");
-  if (document.contains("levels")) settings.levels = levelsFrom(document["levels"], before);
+  if (json.contains("levels")) settings.levels = levelsFrom(json["levels"], before);
   return settings;
 }
 

@@ -97,7 +97,7 @@ PostOffice::Implementation::Implementation(std::shared_ptr<AlarmDesk> desk, std:
       m_context(g_main_context_new()),
       m_loop(g_main_loop_new(m_context.get(), FALSE)) {
   m_desk->listen(*this);
-  if (m_desk->isPastKnown()) onCalls(m_desk->calls());
+  if (m_desk->isPastKnown()) invoke([this] { setReceivers(m_desk->calls()); });
   const ScopedSigtermBlock no_sigterm;
   m_thread = std::thread([this] { work(); });
 }
