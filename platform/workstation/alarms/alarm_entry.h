@@ -54,7 +54,7 @@ inline constexpr std::size_t kLongestAlarmLine = 8192;
 /// With its line feed.
 std::string lineOf(const AlarmEntry& entry);
 /// None for what is no line of ours.
-std::optional<AlarmEntry> parseAlarmEntry(std::string_view line);
+std::optional<AlarmEntry> parseAlarmEntry(std::string_view text);
 
 /// "RUN-SEQ"
 std::string alarmId(const std::string& run, std::uint64_t seq);
