@@ -19,7 +19,8 @@ bool isIn(int fd, const char* part) {
 
 void answerAsTheDisk(int fd) {
   while ((disk_fault == Fault::kHangs && isIn(fd, "/velmor-test-")) ||
-         (disk_fault == Fault::kJournalHangs && isIn(fd, "/events.jsonl"))) {
+         (disk_fault == Fault::kJournalHangs && isIn(fd, "/events.jsonl")) ||
+         (disk_fault == Fault::kAlarmsHang && isIn(fd, "/alarms.jsonl"))) {
     ::usleep(1000);
   }
 }

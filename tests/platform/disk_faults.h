@@ -9,6 +9,7 @@ enum class Fault {
   kSyncFails,     ///< of files
   kHangs,         ///< nothing can be written
   kJournalHangs,  ///< nothing can be written to events.jsonl
+  kAlarmsHang,    ///< nothing can be written to alarms.jsonl
   kFolderFails,   ///< syncing a folder fails
   kNoRoom,        ///< all but a byte can be written to traces
 };

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace workstation {
 namespace {
@@ -12,7 +13,7 @@ constexpr size_t kMostKept = 2000;
 struct Hub {
   std::mutex mutex;
   EventsNow now;
-  EventListener* listener = nullptr;
+  std::vector<EventListener*> listeners;
 };
 
 Hub& hub() {
@@ -23,6 +24,11 @@ Hub& hub() {
 void keep(std::deque<EventRecord>& newest, const EventRecord& record) {
   newest.push_back(record);
   if (newest.size() > kMostKept) newest.pop_front();
+}
+
+/// With the lock held.
+void tell(const EventRecord& record) {
+  for (EventListener* listener : hub().listeners) listener->onEvent(record);
 }
 
 }  // namespace
@@ -51,7 +57,7 @@ void seedEvents(std::uint64_t last, const JournalPast& past, const std::deque<Ev
   hub().now.changes = std::move(changes);
   hub().now.watching = std::move(watching);
   hub().now.last = last;
-  if (hub().listener != nullptr) hub().listener->onPast();
+  for (EventListener* listener : hub().listeners) listener->onPast();
 }
 
 void publishEvent(const EventRecord& record) {
@@ -61,19 +67,24 @@ void publishEvent(const EventRecord& record) {
     hub().now.states.erase(record.topic);
   } else if (record.kind == "watching") {
     keep(hub().now.watching, record);
-    if (hub().listener != nullptr) hub().listener->onEvent(record);
+    tell(record);
   } else if (EventState& state = hub().now.states[record.topic]; record.kind == "changed") {
     state = {record.event, record.active, record.time, record.number};
     keep(hub().now.changes, record);
-    if (hub().listener != nullptr) hub().listener->onEvent(record);
+    tell(record);
   } else if (state.name.empty()) {
     state = {record.event, false, std::nullopt, record.number};
   }
 }
 
-void listenToEvents(EventListener* listener) {
+void listenToEvents(EventListener& listener) {
   const std::lock_guard lock(hub().mutex);
-  hub().listener = listener;
+  hub().listeners.push_back(&listener);
+}
+
+void stopListeningToEvents(EventListener& listener) {
+  const std::lock_guard lock(hub().mutex);
+  std::erase(hub().listeners, &listener);
 }
 
 EventsNow eventsNow() {

@@ -52,8 +52,10 @@ void seedEvents(std::uint64_t last, const JournalPast& past, const std::deque<Ev
 /// Something has happened: whoever listens is told. From any thread, in the order of the numbers.
 void publishEvent(const EventRecord& record);
 
-/// One at a time; nullptr is nobody.
-void listenToEvents(EventListener* listener);
+/// Told from now on, after those who listen already.
+void listenToEvents(EventListener& listener);
+/// No longer; once this returns nothing is told any more.
+void stopListeningToEvents(EventListener& listener);
 
 EventsNow eventsNow();
 /// The run's id alone.

@@ -18,6 +18,7 @@
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/system/state_directory.h"
+#include "platform/workstation/system/utc_text.h"
 #include "platform/workstation/trace/trace_event.h"
 
 namespace workstation {
@@ -46,16 +47,6 @@ std::string randomId() {
   std::array<char, 17> id{};
   std::snprintf(id.data(), id.size(), "%08x%08x", random(), random());
   return id.data();
-}
-
-std::string localClock(TimeStamp time) {
-  const std::time_t seconds =
-      std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(time));
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
-  std::array<char, 16> text{};
-  std::strftime(text.data(), text.size(), "%H:%M", &local);
-  return text.data();
 }
 
 /// Above every number that a journal which cannot be read may hold, as long as the machine's clock is right: nobody

@@ -29,6 +29,10 @@
 #include "platform/clock/clock.h"
 #include "platform/support/owners.h"
 #include "platform/support/package_path.h"
+#include "platform/workstation/alarms/alarm_desk.h"
+#include "platform/workstation/outside/cursors.h"
+#include "platform/workstation/outside/post_office.h"
+#include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/parameters/parameter_batch.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/requests/settings_import.h"
@@ -40,6 +44,7 @@
 #include "platform/workstation/web/access/people_service.h"
 #include "platform/workstation/web/access/session_service.h"
 #include "platform/workstation/web/access/visitor.h"
+#include "platform/workstation/web/alarms/alarm_service.h"
 #include "platform/workstation/web/camera_service.h"
 #include "platform/workstation/web/event_feed.h"
 #include "platform/workstation/web/http_server.h"
@@ -291,6 +296,23 @@ class MainThreadQueue {
   GSource* m_source;
 };
 
+void noteCalls(const std::string& by, const std::string& from, const std::string& to) {
+  workstation::noteChange(by, "calls", from, to);
+}
+
+/// Of a live run: who is called, whether a page is served or not.
+struct Calls {
+  Calls() = default;
+  ~Calls() { desk->close(); }
+  Calls(const Calls&) = delete;
+  Calls& operator=(const Calls&) = delete;
+
+  std::shared_ptr<workstation::Cursors> cursors = std::make_shared<workstation::Cursors>();
+  std::shared_ptr<workstation::AlarmDesk> desk =
+      workstation::AlarmDesk::open({.floor = [known = cursors] { return known->load(); }});
+  workstation::PostOffice post{desk, cursors};
+};
+
 }  // namespace
 
 struct _AXHttpHandler {
@@ -298,13 +320,15 @@ struct _AXHttpHandler {
       : callback(handler_callback),
         user_data(handler_data),
         settings(serverSettings()),
+        calls(ticker_clock::isReplay() ? nullptr : std::make_unique<Calls>()),
         server(settings),
         waiting(server.context()),
         feed(server),
         streams(server) {
     workstation::addSession(server, settings.access);
-    workstation::addPeople(server, settings.access);
+    workstation::addPeople(server, settings.access, workstation::noteChange);
     workstation::addAuthority(server, variable("VELMOR_TLS"));
+    if (calls) alarms.emplace(server, *calls->desk, calls->post, workstation::AlarmServiceSettings{.note = noteCalls});
     workstation::addWhy(server, workstation::liveExplanation);
     workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
     workstation::addSight(server);
@@ -357,10 +381,12 @@ struct _AXHttpHandler {
   gpointer user_data;
   MainThreadQueue queue;
   const workstation::HttpServerSettings settings;
+  std::unique_ptr<Calls> calls;  ///< none in a replay
   HttpServer server;
   WaitingMessages waiting;
   workstation::EventFeed feed;
   workstation::ViewStreams streams;
+  std::optional<workstation::AlarmService> alarms;
 };
 
 AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_data) {

@@ -62,6 +62,10 @@ const char* nameOf(Trouble trouble) {
   switch (trouble) {
     case Trouble::kAlarmsNotRecorded:
       return "alarms-not-recorded";
+    case Trouble::kAlarmsNotStored:
+      return "alarms-not-stored";
+    case Trouble::kReceiverNotReached:
+      return "receiver-not-reached";
     case Trouble::kAnalysisStandsStill:
       return "analysis-stands-still";
     case Trouble::kCameraAway:
@@ -95,6 +99,8 @@ bool blinds(Trouble trouble) {
     case Trouble::kCameraMoved:
       return true;
     case Trouble::kAlarmsNotRecorded:
+    case Trouble::kAlarmsNotStored:
+    case Trouble::kReceiverNotReached:
     case Trouble::kLensAway:
     case Trouble::kTicksLeftOut:
       return false;

@@ -14,6 +14,8 @@ namespace workstation {
 
 enum class Trouble {
   kAlarmsNotRecorded,
+  kAlarmsNotStored,      ///< answers to alarms above all
+  kReceiverNotReached,   ///< somebody who should be called outside
   kAnalysisStandsStill,  ///< derived: no cycle was complete for kLongestSilence
   kCameraAway,
   kPictureFrozen,  ///< this and the next four: the camera gives pictures, and they do not show the room as they should

@@ -18,4 +18,14 @@ std::string utcText(TimeStamp time) {
   return text;
 }
 
+std::string localClock(TimeStamp time) {
+  const std::time_t seconds =
+      std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(time));
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  char text[16];
+  std::strftime(text, sizeof text, "%H:%M", &local);
+  return text;
+}
+
 }  // namespace workstation

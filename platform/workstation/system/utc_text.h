@@ -10,4 +10,7 @@ namespace workstation {
 /// "2026-03-01T12:00:31.500Z"
 std::string utcText(TimeStamp time);
 
+/// "14:03", on the clock of the place where the program runs.
+std::string localClock(TimeStamp time);
+
 }  // namespace workstation

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <list>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -15,6 +14,7 @@
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/feed_viewers.h"
 
 namespace workstation {
 namespace {
@@ -74,7 +74,7 @@ std::string heartbeat() {
       {"slowdown", health.slowdown},
       {"watched", watchedMessage()},
       {"wrong", wrong}};
-  return "event: heartbeat\ndata: " + oneLine(beat) + "\n\n";
+  return feedMessage("heartbeat", oneLine(beat));
 }
 
 ordered_json historyOf(const EventsNow& now, TimeStamp oldest, size_t most) {
@@ -124,93 +124,43 @@ class EventFeed::Implementation : public EventListener {
   void onPast() override;
 
  private:
-  struct Viewer {
-    GLibPtr<SoupServerMessage> message;
-    std::uint64_t last;  ///< the number it knows
-    size_t unsent = 0;   ///< bytes
-  };
-
-  void welcome(SoupServerMessage* message);
   std::string stateMessage(std::uint64_t& last) const;
-  void send(Viewer& viewer, const std::string& text) const;
-  void sendToAll(const std::string& text);
-  void forget(SoupServerMessage* message);
-  void release(std::list<Viewer>::iterator viewer);
 
   HttpServer& m_server;
   EventFeedLimits m_limits;
-  std::list<Viewer> m_viewers;
+  FeedViewers m_viewers;
   GLibPtr<GSource> m_heartbeat;
 };
 
 EventFeed::Implementation::Implementation(HttpServer& server, const EventFeedLimits& limits)
-    : m_server(server), m_limits(limits), m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
-  server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) { welcome(message); });
+    : m_server(server),
+      m_limits(limits),
+      m_viewers({limits.viewers, limits.unsent_bytes}),
+      m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
+  server.addEndpoint(kPath, [this](SoupServerMessage* message, const HttpQuery&) {
+    m_viewers.welcome(message, [this](std::uint64_t& last) { return stateMessage(last) + heartbeat(); });
+  });
   g_source_set_callback(
       m_heartbeat.get(),
       [](gpointer self) -> gboolean {
-        static_cast<Implementation*>(self)->sendToAll(heartbeat());
+        static_cast<Implementation*>(self)->m_viewers.sendToAll(heartbeat());
         return G_SOURCE_CONTINUE;
       },
       this, nullptr);
   g_source_attach(m_heartbeat.get(), server.context());
-  listenToEvents(this);
+  listenToEvents(*this);
 }
 
-EventFeed::Implementation::~Implementation() {
-  listenToEvents(nullptr);
-  m_heartbeat.reset();
-  while (!m_viewers.empty()) release(m_viewers.begin());
-}
+EventFeed::Implementation::~Implementation() { stopListeningToEvents(*this); }
 
 void EventFeed::Implementation::onEvent(const EventRecord& record) {
-  const std::string text = "id: " + std::to_string(record.number) +
-                           "\nevent: " + (record.kind == "changed" ? "change" : record.kind) +
-                           "\ndata: " + oneLine(messageOf(record)) + "\n\n";
-  m_server.invoke([this, number = record.number, text] {
-    for (auto viewer = m_viewers.begin(); viewer != m_viewers.end();) {
-      Viewer& next = *viewer++;
-      if (next.last < number) {
-        next.last = number;
-        send(next, text);
-      }
-    }
-  });
+  const std::string text =
+      feedMessage(record.kind == "changed" ? "change" : record.kind, oneLine(messageOf(record)), record.number);
+  m_server.invoke([this, number = record.number, text] { m_viewers.sendNewer(text, number); });
 }
 
 void EventFeed::Implementation::onPast() {
-  m_server.invoke([this] {
-    for (auto viewer = m_viewers.begin(); viewer != m_viewers.end();) {
-      Viewer& next = *viewer++;
-      send(next, stateMessage(next.last));
-    }
-  });
-}
-
-void EventFeed::Implementation::welcome(SoupServerMessage* message) {
-  if (m_viewers.size() >= m_limits.viewers) {
-    answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "Too many viewers of the events; close a page.");
-    return;
-  }
-  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-  SoupMessageHeaders* headers = soup_server_message_get_response_headers(message);
-  soup_message_headers_set_content_type(headers, "text/event-stream", nullptr);
-  soup_message_headers_set_encoding(headers, SOUP_ENCODING_CHUNKED);
-  if (soup_server_message_get_method(message) == SOUP_METHOD_HEAD) return;
-  soup_message_body_set_accumulate(soup_server_message_get_response_body(message), FALSE);
-  constexpr auto wrote = +[](SoupServerMessage* viewed, guint bytes, gpointer self) {
-    for (Viewer& viewer : static_cast<Implementation*>(self)->m_viewers) {
-      if (viewer.message.get() == viewed) viewer.unsent -= std::min<size_t>(viewer.unsent, bytes);
-    }
-  };
-  constexpr auto gone =
-      +[](SoupServerMessage* ended, gpointer self) { static_cast<Implementation*>(self)->forget(ended); };
-  g_signal_connect(message, "wrote-body-data", G_CALLBACK(wrote), this);
-  g_signal_connect(message, "finished", G_CALLBACK(gone), this);
-  g_signal_connect(message, "disconnected", G_CALLBACK(gone), this);
-  m_viewers.push_back({share(message), 0});
-  const std::string state = stateMessage(m_viewers.back().last);
-  send(m_viewers.back(), state + heartbeat());
+  m_server.invoke([this] { m_viewers.sendFirst([this](std::uint64_t& last) { return stateMessage(last); }); });
 }
 
 /// The state as of the number `last`, which it sets: later changes follow one by one.
@@ -224,36 +174,7 @@ std::string EventFeed::Implementation::stateMessage(std::uint64_t& last) const {
                               {"events", statesOf(now)},
                               {"history", historyOf(now, time - kHistory, m_limits.changes)},
                               {"watching", watchingSince(now, time - kHistory)}};
-  return "retry: 2000\nid: " + std::to_string(last) + "\nevent: state\ndata: " + oneLine(state) + "\n\n";
-}
-
-void EventFeed::Implementation::send(Viewer& viewer, const std::string& text) const {
-  viewer.unsent += text.size();
-  if (viewer.unsent > m_limits.unsent_bytes) {
-    dropConnection(viewer.message.get());
-    return;
-  }
-  soup_message_body_append(soup_server_message_get_response_body(viewer.message.get()), SOUP_MEMORY_COPY, text.data(),
-                           text.size());
-  soup_server_message_unpause(viewer.message.get());
-}
-
-void EventFeed::Implementation::sendToAll(const std::string& text) {
-  for (auto viewer = m_viewers.begin(); viewer != m_viewers.end();) {
-    send(*viewer++, text);
-  }
-}
-
-void EventFeed::Implementation::forget(SoupServerMessage* message) {
-  const auto found = std::find_if(m_viewers.begin(), m_viewers.end(),
-                                  [message](const Viewer& viewer) { return viewer.message.get() == message; });
-  if (found != m_viewers.end()) release(found);
-}
-
-void EventFeed::Implementation::release(std::list<Viewer>::iterator viewer) {
-  const GLibPtr<SoupServerMessage> message = std::move(viewer->message);
-  m_viewers.erase(viewer);
-  g_signal_handlers_disconnect_by_data(message.get(), this);
+  return "retry: 2000\n" + feedMessage("state", oneLine(state), last);
 }
 
 EventFeed::EventFeed(HttpServer& server, const EventFeedLimits& limits)

@@ -332,14 +332,20 @@ TEST_F(EventService, ANumberIsNotedBeforeAnybodyHearsOfIt) {
       noted += is_noted("1 " + std::to_string(record.number)) ? 1 : 0;
     }
     void onPast() override {}
-  } hearer;
-  hearer.is_noted = [this](const std::string& numbers) { return isNoted(numbers); };
+  } hearer, second;
+  hearer.is_noted = second.is_noted = [this](const std::string& numbers) { return isNoted(numbers); };
   const Handler handler(ax_event_handler_new());
   const guint id = declare(handler, "Fall");
-  workstation::listenToEvents(&hearer);
+  workstation::listenToEvents(hearer);
+  workstation::listenToEvents(second);
   for (int i = 0; i < 20; ++i) send(handler, id, i % 2 == 0);
-  workstation::listenToEvents(nullptr);
+  workstation::stopListeningToEvents(hearer);
   EXPECT_GT(hearer.noted, 0) << "unless the disk took too long";
+  const int noted_before = hearer.noted;
+  send(handler, id, true);
+  workstation::stopListeningToEvents(second);
+  EXPECT_EQ(hearer.noted, noted_before);
+  EXPECT_GT(second.noted, 0) << "each is told";
 }
 
 TEST_F(EventService, OfTooManyThatWaitForTheDiskTheOldestBecomeOneLine) {

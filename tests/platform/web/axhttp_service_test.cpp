@@ -55,6 +55,7 @@ class AxHttp : public testing::Test {
 TEST_F(AxHttp, CallsTheProgramOnItsMainLoopAndPassesItsReplyOn) {
   start();
   EXPECT_EQ(request(m_port, "GET", "/platform/why").body.rfind(R"({"time":null,)", 0), 0U) << "no cycle yet";
+  EXPECT_NE(request(m_port, "GET", "/platform/alarms").body.find(R"("alarms":[],"pause":null)"), std::string::npos);
   EXPECT_EQ(ask("").body, "GET /local/velmor_care/control.cgi (none) 0");
   EXPECT_EQ(ask("?a=1&b=%26").body, "GET /local/velmor_care/control.cgi a=1&b=%26 2");
   HttpReply xml = ask("?reply=Content-Type:%20text/xml%0d%0aStatus:%20406%09Not%20Acceptable%0d%0a%0d%0a%3Capp/%3E");
