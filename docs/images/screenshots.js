@@ -4,7 +4,7 @@
  */
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
-import { ACTIVE, openBrowser, openSetup, pictureIsLive, save, toView } from "../../tests/web/browser.js";
+import { NAMES, alarmOf, openBrowser, openSetup, pictureIsLive, save, toView } from "../../tests/web/browser.js";
 import { demoCamera, demoParameters, startProgram } from "../../tests/web/program.js";
 
 const IMAGES = fileURLToPath(new URL(".", import.meta.url));
@@ -14,6 +14,7 @@ const take = (page, name) =>
 
 /** Switches both chosen streams on, as an installer does. */
 async function switchStreamsOn(page) {
+  await toView(page, "Streams");
   for (const name of ["Overlay stream", "Anonymised stream"]) {
     const box = page.getByRole("switch", { name });
     if (!(await box.isChecked())) await box.click();
@@ -24,11 +25,15 @@ async function switchStreamsOn(page) {
 /** One page in many shapes. */
 async function whileFallen(page, program) {
   await page.setViewportSize({ width: 1440, height: 900 });
-  const fall = page.getByRole("article").filter({ hasText: "Fall Detected" });
-  await fall.getByText(ACTIVE).waitFor({ timeout: 120000 });
+  await alarmOf(page, NAMES.fall).waitFor({ timeout: 120000 });
   await take(page, "wide");
   await page.setViewportSize({ width: 360, height: 780 });
   await take(page, "narrow");
+  await page.evaluate(() => (location.hash = "#wall"));
+  await pictureIsLive(page, /Live picture/);
+  await take(page, "carer");
+  await page.evaluate(() => (location.hash = "#watch"));
+  await pictureIsLive(page);
   await page.setViewportSize({ width: 1280, height: 860 });
   await page.emulateMedia({ colorScheme: "dark" });
   await take(page, "dark");
@@ -46,9 +51,9 @@ async function whileFallen(page, program) {
 
 async function floor(page) {
   await page.setViewportSize({ width: 1440, height: 1000 });
-  await toView(page, /^Set up/);
+  await toView(page, /^Floor/);
   await pictureIsLive(page);
-  await page.getByRole("button", { name: /^Floor/ }).click();
+  await page.getByRole("button", { name: "Floor points" }).click();
   await page.waitForTimeout(1000);
   await take(page, "floor");
 }
@@ -58,7 +63,7 @@ const browser = await openBrowser();
 try {
   const page = await openSetup(browser, program.page);
   await switchStreamsOn(page);
-  await toView(page, "Watch");
+  await toView(page, "Picture");
   await pictureIsLive(page);
   await whileFallen(page, program);
   await floor(page);

@@ -4,9 +4,14 @@ import { createRequire } from "node:module";
 import assert from "node:assert/strict";
 import { chromium } from "playwright-core";
 
-/** How an event that is active, or that is known, looks in its card; a sign goes before the words. */
-export const ACTIVE = /^\W*Active$/;
-export const KNOWN = /^\W*(Active|Not active)$/;
+/** The events as the page names them. */
+export const NAMES = { fall: "Fall detected", exit: "Patient out of bed" };
+
+/** An alarm with its answers, and the line of an event of which there is none. */
+export const alarmOf = (page, name) =>
+  page.getByRole("article").filter({ has: page.getByRole("heading", { name, exact: true }) });
+export const lineOf = (page, name) =>
+  page.getByRole("region", { name: "Events", exact: true }).getByRole("listitem").filter({ hasText: name });
 
 /** The picture with what the program found, in both views. */
 const LIVE = /Live picture of the room/;
@@ -41,11 +46,11 @@ export async function openPage(browser, address, { width = 1280, height = 900, .
   return page;
 }
 
-/** The same for somebody who knows the page: in the Set up view, without the guide. */
+/** The same for somebody who knows the page: where the floor and the areas are drawn, without the guide. */
 export async function openSetup(browser, address, options) {
   const page = await openPage(browser, address, options);
   await page.getByRole("button", { name: "Skip the guide" }).click();
-  await toView(page, /^Set up/);
+  await toView(page, /^Floor/);
   await pictureIsLive(page);
   return page;
 }

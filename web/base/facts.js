@@ -5,11 +5,14 @@ export const BED = "Patient Out of Bed";
 /** The program's events, in the order in which the page shows them. */
 export const EVENT_NAMES = [FALL, BED];
 
+/** The events as the alarms' kinds. */
+export const KIND = { [FALL]: "fall", [BED]: "exit" };
+
 /** The program's status codes of which the page knows more than their text. */
 export const CODE = { starting: 100, watching: 200, stopped: 300, dataError: 400, outOfBed: 502, fall: 503, slow: 600 };
 
 /** Refusals (HTTP) of which the page knows the reason. */
-export const REFUSAL = { noFeed: 404, noExplanation: 404, notAnonymised: 409, notStored: 500 };
+export const REFUSAL = { signedOut: 401, forbidden: 403, absent: 404, notAnonymised: 409, notStored: 500 };
 
 /** Troubles of a heartbeat that the page treats in a way of their own. */
 export const TROUBLE = {
@@ -39,36 +42,30 @@ export function sizeOf(text) {
   return match && { width: Number(match[1]), height: Number(match[2]) };
 }
 
-/** The settings as they are named to people. */
-export const SETTING_NAMES = {
-  sensitivity: "Score that a person must reach",
-  outOfBed: BED,
-  falls: FALL,
-  stakes: "Calibration stakes",
-  overlayOn: "Overlay stream",
-  overlaySize: "Size of the overlay stream",
-  anonymisedOn: "Anonymised stream",
-  anonymisedSize: "Size of the anonymised stream",
-  floor: "Floor points",
-  widthM: "Width of the floor rectangle",
-  depthM: "Depth of the floor rectangle",
-};
-
-export const AREA_KINDS = { beds: "Bed", exclusions: "Exclusion" };
-/** "Bed area 1". */
-export const areaName = (group, index) => `${AREA_KINDS[group]} area ${index + 1}`;
-
 /** The floor points, clockwise from the far left one as the analysis picture shows them. */
 export const COLOURS = ["red", "green", "blue", "yellow"];
 
-/** The page's views, as addresses. */
-export const VIEW = { watch: "#watch", setup: "#setup" };
+/** Who may do what: each may also do what those before may. */
+export const ROLES = ["carer", "nurse", "installer"];
+export const mayAs = (role, least) => ROLES.indexOf(role) >= ROLES.indexOf(least);
 
-/** Headings of Set up under which something is mended: their ids, and what a link to them is called. */
-export const PLACES = {
-  events: { id: "detections-heading", name: "events" },
-  sensitivity: { id: "sensitivity-heading", name: "finding people" },
-  beds: { id: "editor-beds", name: "bed areas" },
-  exclusions: { id: "editor-exclusions", name: "exclusion areas" },
-  floor: { id: "editor-floor", name: "floor" },
+/** The page's views, as addresses. */
+export const VIEW = {
+  watch: "#watch",
+  floor: "#floor",
+  alarms: "#alarms",
+  streams: "#streams",
+  people: "#people",
+  system: "#system",
+  wall: "#wall",
 };
+
+/** Headings under which something is mended: their view and their id in it. */
+export const PLACES = {
+  events: { view: VIEW.alarms, id: "detections-heading" },
+  sensitivity: { view: VIEW.system, id: "sensitivity-heading" },
+  beds: { view: VIEW.floor, id: "editor-beds" },
+  exclusions: { view: VIEW.floor, id: "editor-exclusions" },
+  floor: { view: VIEW.floor, id: "editor-floor" },
+};
+export const hrefOf = ({ view, id }) => `${view}/${id}`;

@@ -1,33 +1,77 @@
-/** What the page says in more than one place, and numbers in words. */
-import { BED, TROUBLE } from "./facts.js";
+/** What the page says, in the language of whoever reads it; dates and numbers as their browser writes them. */
+import { BED, COLOURS, FALL, TROUBLE } from "./facts.js";
+import { recall } from "./memory.js";
+import de from "./words.de.js";
+import en from "./words.en.js";
 
-export const NO_ANSWER = "The camera does not answer.";
-export const NO_PICTURE_YET = "Waiting for the camera's picture.";
-export const ALL_SAVED = "Everything is saved.";
-export const PROPOSE = "Propose from the mattress";
-export const NO_BED_AREA = `No bed area is switched on, so “${BED}” cannot begin.`;
+const TABLES = { en, de };
+/** The languages by their own names. */
+export const LANGUAGES = { en: "English", de: "Deutsch" };
+
+const wished = globalThis.navigator?.languages ?? [];
+
+/** Chosen in this browser, else the first of the browser's that there is, else English. */
+export const LANGUAGE =
+  [recall("language"), ...wished.map((tag) => tag.split("-")[0])].find((name) => Object.hasOwn(TABLES, name)) ?? "en";
+const LOCALE = wished[0] ?? "en-GB";
+
+const plurals = new Intl.PluralRules(LANGUAGE);
+
+/**
+ * A text of the language's table with its {places} filled in. An entry {one, other} is chosen by `values.count`.
+ * @param {string} key
+ * @param {object} [values]
+ */
+export function say(key, values = {}) {
+  const entry = TABLES[LANGUAGE][key];
+  if (entry === undefined) throw new Error(`no words for ${key}`);
+  const text = typeof entry === "string" ? entry : entry[plurals.select(values.count)];
+  return text.replace(/\{(\w+)\}/g, (_, name) => String(values[name]));
+}
+
+/** An error with such a text, which another place can say again in its own language by `said`. */
+export const failure = (key, values, more) =>
+  Object.assign(new Error(say(key, values)), { said: { key, values } }, more);
+
+/** "Fall detected"; an event that the page does not know keeps its own name. */
+export const eventName = (name) => ({ [FALL]: say("event.fall"), [BED]: say("event.exit") })[name] ?? name;
+
+/** A setting as it is named to people. */
+export const settingName = (key) => say(`setting.${key}`);
+
+/** "Bed area 1". */
+export const areaName = (group, index) => say(`area.${group}`, { number: index + 1 });
+
+/** The floor points' names, as COLOURS. */
+export const COLOUR_NAMES = COLOURS.map((colour) => say(`colour.${colour}`));
 
 /** Because of which trouble nobody was watched, in words. */
-const UNWATCHED = {
-  [TROUBLE.cameraAway]: "no picture",
-  [TROUBLE.pictureFrozen]: "the picture stood still",
-  [TROUBLE.tooDark]: "too dark",
-  [TROUBLE.lensCovered]: "the lens was covered",
-  [TROUBLE.outOfFocus]: "out of focus",
-  [TROUBLE.cameraMoved]: "the camera had been moved",
-};
+const UNWATCHED = [
+  TROUBLE.cameraAway,
+  TROUBLE.pictureFrozen,
+  TROUBLE.tooDark,
+  TROUBLE.lensCovered,
+  TROUBLE.outOfFocus,
+  TROUBLE.cameraMoved,
+];
 
 /** "not watching: too dark" of the name that the camera's feed gives; without a name, or one that is not known, less. */
-export const unwatchedWords = (why) => `not watching${UNWATCHED[why] ? `: ${UNWATCHED[why]}` : ""}`;
+export const unwatchedWords = (why) =>
+  UNWATCHED.includes(why) ? say("unwatched.because", { why: say(`unwatched.${why}`) }) : say("unwatched");
 
-export const onOrOff = (on) => (on ? "on" : "off");
+export const onOrOff = (on) => say(on ? "on" : "off");
 
 export const capitalised = (text) => text[0].toUpperCase() + text.slice(1);
 
 /** A reason of the program's, which begins in lower case and has no full stop, as a sentence. */
-export const becauseOf = (reason, event = "") => `${event ? `${event} because` : "Because"} ${reason}.`;
+export const becauseOf = (reason, ended = false) => say(ended ? "because.ended" : "because", { reason });
 
-const plural = (count, unit) => `${count} ${unit}${count === 1 ? "" : "s"}`;
+/** A number as the reader writes it. */
+export const numberText = (value, digits = 1) =>
+  new Intl.NumberFormat(LOCALE, { maximumFractionDigits: digits }).format(value);
+
+const plural = (count, unit) =>
+  new Intl.NumberFormat(LANGUAGE, { style: "unit", unit, unitDisplay: "long" }).format(count);
 
 /** Milliseconds in words, the two largest units: "5 seconds", "2 minutes 5 seconds", "1 hour 12 minutes". */
 export function durationInWords(milliseconds) {
@@ -39,7 +83,7 @@ export function durationInWords(milliseconds) {
     [seconds % 60, "second"],
   ];
   const first = units.findIndex(([count]) => count > 0);
-  if (first < 0) return "0 seconds";
+  if (first < 0) return plural(0, "second");
   return units
     .slice(first, first + 2)
     .filter(([count]) => count > 0)
@@ -47,11 +91,15 @@ export function durationInWords(milliseconds) {
     .join(" ");
 }
 
-const twoDigits = (number) => String(number).padStart(2, "0");
+const clock = new Intl.DateTimeFormat(LOCALE, { timeStyle: "medium" });
+const hourAndMinute = new Intl.DateTimeFormat(LOCALE, { timeStyle: "short" });
+const day = new Intl.DateTimeFormat(LOCALE, { day: "numeric", month: "short" });
 
 /** Local clock time of a Date, "12:03:10", with the day in front when it is not today's. */
 export function clockTime(date, now = new Date()) {
-  const time = [date.getHours(), date.getMinutes(), date.getSeconds()].map(twoDigits).join(":");
-  if (date.toDateString() === now.toDateString()) return time;
-  return `${date.toLocaleDateString("en-GB", { day: "numeric", month: "short" })} ${time}`;
+  const time = clock.format(date);
+  return date.toDateString() === now.toDateString() ? time : `${day.format(date)} ${time}`;
 }
+
+/** "12:03". */
+export const shortTime = (date) => hourAndMinute.format(date);

@@ -1,4 +1,5 @@
 /** The camera of the room: an installer tries an address, sees what it shows, and lets the program watch it. */
+import { say } from "../base/words.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 import { knownCamera, takeOver, tryCamera } from "./service.js";
 
@@ -55,30 +56,30 @@ function Address({ typed, onTyped, busy, onTry }) {
   return html`<form class="camera-form" onSubmit=${submit}>
     <${Field}
       id="camera-address"
-      label="Camera's address"
+      label=${say("camera.address")}
       type="text"
       inputmode="url"
-      hint="Such as rtsp://192.168.1.20/stream; the camera's manual or its own page names it."
+      hint=${say("camera.addressHint")}
       value=${typed.address}
       onInput=${set("address")}
     />
     <${Field}
       id="camera-user"
-      label="User name"
+      label=${say("camera.user")}
       type="text"
-      hint="Of a user whom the camera lets watch; empty if it asks for none."
+      hint=${say("camera.userHint")}
       value=${typed.user}
       onInput=${set("user")}
     />
     <${Field}
       id="camera-password"
-      label="Password"
+      label=${say("camera.password")}
       type="password"
-      hint="Kept on this machine alone, in a file of its own, once the camera is watched."
+      hint=${say("camera.passwordHint")}
       value=${typed.password}
       onInput=${set("password")}
     />
-    <p><button type="submit" class="quiet" aria-disabled=${busy ? "true" : "false"}>Try this camera</button></p>
+    <p><button type="submit" class="quiet" aria-disabled=${busy ? "true" : "false"}>${say("camera.try")}</button></p>
   </form>`;
 }
 
@@ -101,7 +102,7 @@ function Problem({ check, busy, onBelieve }) {
       check.fingerprint &&
       html`<p>
         <button type="button" class="quiet" aria-disabled=${busy ? "true" : "false"} onClick=${onBelieve}>
-          The fingerprint is the camera's: believe it and try again
+          ${say("camera.believe")}
         </button>
       </p>`
     }`;
@@ -111,19 +112,19 @@ function Problem({ check, busy, onBelieve }) {
 function Result({ known, busy, onBelieve, onTake }) {
   const { check, recording } = known;
   return html`<div class=${`camera-result tone-${check.fits ? "ok" : "warn"}`}>
-    <h4>
+    <h3>
       <span class="sign" aria-hidden="true">${check.fits ? "✓" : "!"}</span>
-      ${check.address}: ${check.fits ? "can be watched" : "cannot be watched"}
-    </h4>
+      ${check.address}: ${check.fits ? say("camera.can") : say("camera.cannot")}
+    </h3>
     ${!check.fits && html`<${Problem} check=${check} busy=${busy} onBelieve=${onBelieve} />`}
     <${Facts} facts=${check.facts} />
-    ${check.picture && html`<img class="camera-picture" src=${check.picture} alt="What this camera shows" />`}
+    ${check.picture && html`<img class="camera-picture" src=${check.picture} alt=${say("camera.shows")} />`}
     ${
       check.fits &&
       !recording &&
       html`<p>
         <button type="button" class="primary" aria-disabled=${busy ? "true" : "false"} onClick=${onTake}>
-          Watch this camera from now on
+          ${say("camera.watch")}
         </button>
       </p>`
     }
@@ -132,28 +133,26 @@ function Result({ known, busy, onBelieve, onTake }) {
 
 /** How a takeover goes. */
 function takeoverWords({ takeover, source }) {
-  if (takeover.state === "opening") return "Opening it beside the camera that is watched …";
-  if (takeover.state === "failed") return `Not taken over: ${takeover.reason}. ${source} is watched as before.`;
-  return `${source} is watched now, also after a restart. Its view is another one: check the floor points and the bed areas above, and save them.`;
+  if (takeover.state === "opening") return say("camera.opening");
+  if (takeover.state === "failed") return say("camera.notTaken", { reason: takeover.reason, source });
+  return say("camera.taken", { source });
 }
 
 /** What is going on, for everybody who listens. */
 function statusWords(known, wrong) {
   if (wrong) return wrong;
-  if (known.check?.state === "checking") return `Trying ${known.check.address} …`;
+  if (known.check?.state === "checking") return say("camera.trying", { address: known.check.address });
   return known.takeover && known.takeover.check === known.check?.id ? takeoverWords(known) : "";
 }
 
 /** What those hear who do not see the result appear. */
 function resultWords(check) {
   if (check?.state !== "done") return "";
-  return check.fits ? "This camera can be watched." : check.problem;
+  return check.fits ? say("camera.canBe") : check.problem;
 }
 
 const watchedWords = ({ recording, source }) =>
-  recording
-    ? `A recording is being played: ${source}. An address can be tried here; to watch it, start ./run --source ADDRESS.`
-    : `Watched now: ${source}. Another camera takes its place only once it gives pictures; until then this one is watched.`;
+  recording ? say("camera.recording", { source }) : say("camera.now", { source });
 
 /** The section; nothing on a camera that is its own source. */
 export function Camera() {
@@ -168,7 +167,7 @@ export function Camera() {
   const believe = () => busy || tryIt({ ...tried.current, certificate: known.check.fingerprint });
   const watch = () => busy || take(takeOver(known.check.id));
   return html`<section class="panel" aria-labelledby="camera-heading">
-    <h3 id="camera-heading">Camera</h3>
+    <h2 id="camera-heading">${say("camera.camera")}</h2>
     <p class="small">${watchedWords(known)}</p>
     <${Address} typed=${typed} onTyped=${setTyped} busy=${busy} onTry=${() => tryIt(typed)} />
     ${known.check?.state === "done" && html`<${Result} known=${known} busy=${busy} onBelieve=${believe} onTake=${watch} />`}

@@ -1,9 +1,8 @@
 /** Requests to the camera service: what is watched, an address that is tried, a camera that is taken over. */
-import { NO_ANSWER } from "../base/words.js";
+import { REFUSAL } from "../base/facts.js";
+import { askService } from "../program/api.js";
 
 const URL_OF_SERVICE = "/platform/camera";
-const TIMEOUT_MS = 5000;
-const ABSENT = 404;
 
 /**
  * @typedef {object} Known
@@ -14,38 +13,18 @@ const ABSENT = 404;
  * @property {?object} takeover {check: id, state: "opening" | "done" | "failed", reason}
  */
 
-/** An answer as JSON; a refusal becomes an error with the service's words. */
-async function talk(options) {
-  let answer;
-  let text;
-  try {
-    answer = await fetch(URL_OF_SERVICE, {
-      headers: { "X-Requested-With": "velmor_care" },
-      cache: "no-store",
-      signal: AbortSignal.timeout(TIMEOUT_MS),
-      ...options,
-    });
-    text = await answer.text();
-  } catch (error) {
-    throw new Error(NO_ANSWER, { cause: error });
-  }
-  if (answer.ok) return JSON.parse(text);
-  throw Object.assign(new Error(text.trim() || `Refused: ${answer.status}.`), { status: answer.status });
-}
-
 /** @returns {Promise<?Known>} null on a camera that has no such service */
 export async function knownCamera() {
   try {
-    return await talk();
+    return await askService(URL_OF_SERVICE);
   } catch (error) {
-    if (error.status === ABSENT) return null;
+    if (error.status === REFUSAL.absent) return null;
     throw error;
   }
 }
 
 /** @param {{address: string, user: string, password: string, certificate: string}} fields @returns {Promise<Known>} */
-export const tryCamera = (fields) =>
-  talk({ method: "POST", body: new URLSearchParams({ action: "check", ...fields }) });
+export const tryCamera = (fields) => askService(URL_OF_SERVICE, { action: "check", ...fields });
 
 /** @returns {Promise<Known>} */
-export const takeOver = (check) => talk({ method: "POST", body: new URLSearchParams({ action: "take_over", check }) });
+export const takeOver = (check) => askService(URL_OF_SERVICE, { action: "take_over", check });

@@ -3,6 +3,8 @@
  * is seen, and what is wrong with it. The floor has its origin at the red point, x towards green (the width) and y
  * towards yellow (the depth), in metres; heights are metres above it.
  */
+import { limitProblem, plainNumber } from "../base/limits.js";
+import { numberText, say } from "../base/words.js";
 import { corner, cross, doubleArea, flatness, sidesCross } from "./plane.js";
 
 /**
@@ -179,18 +181,16 @@ function passesDegeneracyTest(quad) {
  * @returns {?string}
  */
 export function floorProblem(points, widthM, depthM) {
-  const [width, depth] = [Math.fround(Number(widthM)), Math.fround(Number(depthM))];
+  const [width, depth] = [widthM, depthM].map((side) => Math.fround(Number(plainNumber(side))));
   if (!(width > 0 && depth > 0 && Number.isFinite(width) && Number.isFinite(depth))) {
-    return "The floor rectangle's width and depth must be more than 0 metres.";
+    return limitProblem("widthM", widthM) ?? limitProblem("depthM", depthM);
   }
   const quad = around(points);
   const calculable = [rectangle(1, 1), rectangle(width, depth)].every((target) =>
     quadToQuad(quad, target, Math.fround).every(Number.isFinite),
   );
   if (calculable && passesDegeneracyTest(quad)) return null;
-  return flatness(points) < 1
-    ? "The floor points cannot be calibrated: two of them are in one place, or three in a line. Move them apart."
-    : "The program cannot calculate with exactly these floor points and metres. Move one point by a pixel or two.";
+  return flatness(points) < 1 ? say("calibration.line") : say("calibration.exactly");
 }
 
 /** Floor points of the package, in pixels: nobody has placed these. */
@@ -211,8 +211,7 @@ const FLATTEST = 4;
 /** Standard errors of the points from which on a lens is doubtful, and impossible. */
 const DOUBTFUL = 2;
 const IMPOSSIBLE = 4;
-const LENS_PROBLEM =
-  "No lens shows a rectangle like that. Check that each floor point is exactly on its corner, and that the corners make a rectangle on the floor.";
+const LENS_PROBLEM = say("calibration.lens");
 
 /**
  * Why floor points cannot be the corners of a rectangle on the floor, or null.
@@ -222,16 +221,16 @@ const LENS_PROBLEM =
  */
 export function floorPlacementProblem(points, size) {
   const outside = ({ x, y }) => x < 0 || y < 0 || x >= size.width || y >= size.height;
-  if (points.some(outside)) return "A floor point lies outside the picture.";
+  if (points.some(outside)) return say("calibration.outside");
   if (sidesCross(points)) {
-    return "The floor rectangle's sides cross. Go around it clockwise: red, green, blue, yellow.";
+    return say("calibration.cross");
   }
   if (doubleArea(points) < 0) {
-    return "The floor points go around counterclockwise, so bodies would stand upside down. Go clockwise: red, green, blue, yellow.";
+    return say("calibration.counter");
   }
-  if (flatness(points) < FLATTEST) return "Three of the floor points lie almost in a line. Choose a wider rectangle.";
+  if (flatness(points) < FLATTEST) return say("calibration.flat");
   const convex = points.every((point, index) => cross(corner(points, index - 1), point, corner(points, index + 1)) > 0);
-  return convex ? null : "One floor point lies between the others, so they cannot be the corners of a rectangle.";
+  return convex ? null : say("calibration.between");
 }
 
 /** The entered metres count as wrong when none of the possible lenses makes them right to within a third. */
@@ -240,8 +239,7 @@ function proportionsWarning(lenses, entered) {
     .map(({ ratio }) => ratio)
     .reduce((best, ratio) => (Math.abs(Math.log(ratio)) < Math.abs(Math.log(best)) ? ratio : best));
   if (closest <= 4 / 3 && closest >= 3 / 4) return null;
-  const shown = (entered * closest).toFixed(1);
-  return `In the picture the floor rectangle seems ${shown} times as wide (red to green) as deep (green to blue), as entered it is ${entered.toFixed(1)} times. Measure again.`;
+  return say("calibration.proportions", { shown: numberText(entered * closest), entered: numberText(entered) });
 }
 
 /**
@@ -255,9 +253,10 @@ function proportionsWarning(lenses, entered) {
 export function floorWarning(points, widthM, depthM, size) {
   const placement = floorPlacementProblem(points, size);
   if (placement) return placement;
-  const lenses = lensesFor(points, widthM, depthM, size);
+  const [width, depth] = [widthM, depthM].map((side) => Number(plainNumber(side)));
+  const lenses = lensesFor(points, width, depth, size);
   const least = Math.min(...lenses.map(({ doubt }) => doubt));
   if (least > IMPOSSIBLE) return LENS_PROBLEM;
   const possible = lenses.filter(({ doubt }) => doubt <= Math.max(least, DOUBTFUL));
-  return proportionsWarning(possible, Number(widthM) / Number(depthM));
+  return proportionsWarning(possible, width / depth);
 }

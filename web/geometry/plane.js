@@ -1,4 +1,5 @@
 /** Points and polygons of the analysis picture: x to the right, y down. */
+import { say } from "../base/words.js";
 import { percentToPixel } from "../program/wire.js";
 
 /**
@@ -38,9 +39,9 @@ export function flatness(points) {
  * @returns {?string}
  */
 export function areaProblem({ corners }, size) {
-  if (corners.some(({ x, y }) => x < 0 || y < 0 || x > 100 || y > 100)) return "a corner lies outside the picture.";
+  if (corners.some(({ x, y }) => x < 0 || y < 0 || x > 100 || y > 100)) return say("area.outside");
   const pixels = corners.map(({ x, y }) => ({ x: percentToPixel(x, size.width), y: percentToPixel(y, size.height) }));
-  if (sidesCross(pixels)) return "two of its sides cross.";
+  if (sidesCross(pixels)) return say("area.cross");
   const smallest = (size.width * size.height) / 10000;
   return Math.abs(doubleArea(pixels)) / 2 < smallest ? "it is empty: its corners enclose nothing." : null;
 }

@@ -2,6 +2,7 @@
  * A bed as a volume: from its mattress in the picture and the calibrated floor to the four corners of an area that covers
  * the mattress and the air above it. An area drawn at mattress height is left by the shoulders of whoever sits up.
  */
+import { say } from "../base/words.js";
 import { NEAREST, cameraOver, plus, times } from "./camera.js";
 import { corner, cross, flatness } from "./plane.js";
 
@@ -129,8 +130,8 @@ function seen(project, from, to) {
 /** Why points cannot be a mattress' corners, or null. */
 export function mattressProblem(points) {
   const hull = hullOf(points);
-  if (hull.length < 4) return "One of the mattress' corners lies between the others.";
-  return flatness(hull) < FLATTEST ? "The mattress' corners are almost in a line." : null;
+  if (hull.length < 4) return say("mattress.between");
+  return flatness(hull) < FLATTEST ? say("mattress.flat") : null;
 }
 
 /**

@@ -52,7 +52,7 @@ export class Explanation {
     try {
       this.take(JSON.parse(await fetchText(WHY_URL)));
     } catch ({ status }) {
-      this.absent = status === REFUSAL.noExplanation;
+      this.absent = status === REFUSAL.absent;
       if (this.absent) this.offered = false;
     }
     this.asking = false;

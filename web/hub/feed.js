@@ -92,7 +92,7 @@ export class EventFeed {
     if (this.source.readyState !== EventSource.CLOSED) return;
     this.retry();
     const status = await fetchText(EVENTS_URL).catch((error) => error.status);
-    if (status !== REFUSAL.noFeed || this.source) return;
+    if (status !== REFUSAL.absent || this.source) return;
     this.close();
     this.state = "absent";
     this.listener.news();

@@ -12,11 +12,17 @@
  *   answer    {id, text} or {id, error, status} to what was asked
  *   picture   {id, picture: Blob}; the next one comes after "took"
  *   failed    {id, status}: no picture comes; status of a refusal, or null
- * Messages from a tab: here (answers news), bye, ask {id, url}, watch {id, size, anonymised}, leave {id}, took {id},
- * look {on} (at what is seen now), refresh (reads the settings).
+ *   calls     {state, alarms, pause}: see AlarmFeed; when they have changed
+ *   tested    {…}: somebody tries the call
+ *   voice     {on}: whether this tab is the one that sounds and notifies for all of them
+ *   signed-out  the camera no longer knows who asks, or lets them do less
+ * Messages from a tab: here {sounds, visible} (answers news; whether it can make a sound), bye, ask {id, url},
+ * watch {id, size, anonymised, covered}, leave {id}, took {id}, look {on} (at what is seen now), refresh (reads the
+ * settings), alarm {alarm} (an answer to a request), see {id} (an alarm made here).
  */
-import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS } from "../base/facts.js";
+import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, REFUSAL, mayAs } from "../base/facts.js";
 import { Control, PROGRAM_URL, fetchText, isSave, oneByOne } from "../program/api.js";
+import { AlarmFeed } from "./alarms.js";
 import { Explanation } from "./explanation.js";
 import { EventFeed } from "./feed.js";
 import { StatusPoll } from "./status.js";
@@ -26,6 +32,8 @@ const TICK_MS = 1000;
 /** A tab that has not answered for so long has gone, or is frozen: nothing is fetched for it. */
 const ABSENCE_MS = 10000;
 const SETTINGS_MS = 10000;
+/** A tab that has been silent for so long makes no sound for the others. */
+const VOICE_MS = 3000;
 const CODE_OF_EVENT = { [BED]: CODE.outOfBed, [FALL]: CODE.fall };
 
 /** Whether a status code says that an event is active: true, false, or null when it hides that. */
@@ -37,11 +45,16 @@ function activeByStatus(name, code) {
 export class Hub {
   /**
    * @param {() => number} now milliseconds that never jump
+   * @param {string} role of who asks: the settings are not for everybody
    */
-  constructor(now = () => performance.now()) {
+  constructor(now = () => performance.now(), role = "installer") {
     this.now = now;
     this.beganAt = now();
-    this.ask = oneByOne(fetchText);
+    this.readsSettings = mayAs(role, "nurse");
+    const askOne = oneByOne(fetchText);
+    this.ask = (url) => askOne(url).catch((error) => this.refused(error));
+    this.calls = new AlarmFeed({ told: () => this.tellCalls(), tested: (test) => this.tellTest(test) }, now);
+    this.voice = null;
     this.control = new Control(PROGRAM_URL, this.ask);
     this.feed = new EventFeed({ news: () => this.tellNews(), past: () => this.takePast() }, now);
     this.explanation = new Explanation({ learned: () => this.tellReasons(), scene: () => this.tellScene() }, now);
@@ -60,6 +73,7 @@ export class Hub {
 
   start() {
     this.feed.open();
+    this.calls.open();
     setInterval(() => this.tick(), TICK_MS);
   }
 
@@ -67,6 +81,8 @@ export class Hub {
   tick() {
     for (const [port, tab] of this.tabs) if (this.now() - tab.seenAt > ABSENCE_MS) this.forget(port);
     this.feed.tick();
+    this.calls.tick(this.events());
+    this.giveVoice();
     this.explanation.tick(this.isLookedAt());
     for (const { stream } of this.streams.values()) stream.tick();
     if (this.tabs.size) {
@@ -86,12 +102,13 @@ export class Hub {
   tabOf(port) {
     let tab = this.tabs.get(port);
     if (!tab) {
-      tab = { seenAt: this.now(), watched: new Map(), looks: false };
+      tab = { seenAt: this.now(), watched: new Map(), looks: false, sounds: false, visible: false };
       this.tabs.set(port, tab);
       port.postMessage({ type: "hello" });
       port.postMessage({ type: "past", ...this.past() });
       if (this.settingsAt > -Infinity) port.postMessage({ type: "settings", ...this.settings });
       port.postMessage(this.news());
+      port.postMessage({ type: "calls", ...this.calls.told() });
     }
     tab.seenAt = this.now();
     return tab;
@@ -107,6 +124,9 @@ export class Hub {
     else if (message.type === "took" && watched) this.sendNext(watched);
     else if (message.type === "look") this.look(port, tab, message);
     else if (message.type === "refresh") this.readSettings(true);
+    else if (message.type === "here") this.hear(tab, message);
+    else if (message.type === "alarm") this.calls.take(message.alarm);
+    else if (message.type === "see") this.calls.see(message.id);
     return undefined;
   }
 
@@ -114,6 +134,7 @@ export class Hub {
     const tab = this.tabs.get(port);
     this.tabs.delete(port);
     for (const id of tab?.watched.keys() ?? []) this.leave(tab, id);
+    this.giveVoice();
   }
 
   tellAll(message) {
@@ -125,8 +146,8 @@ export class Hub {
   async answer(port, { id, url }) {
     try {
       port.postMessage({ type: "answer", id, text: await this.ask(url) });
-    } catch ({ message, status }) {
-      port.postMessage({ type: "answer", id, error: message, status });
+    } catch ({ message, status, said }) {
+      port.postMessage({ type: "answer", id, error: message, status, said });
     }
     if (isSave(url)) this.readSettings();
   }
@@ -134,20 +155,26 @@ export class Hub {
   /** Reads the settings once for all tabs, which are told when these have changed, or `always`. */
   async readSettings(always = false) {
     this.mustTell ||= always;
-    if (this.reading) return;
+    if (this.reading || !this.readsSettings) return;
     this.reading = true;
     const before = JSON.stringify(this.settings);
     try {
       const portrait = await this.control.isPortrait();
       this.settings = { portrait, document: await this.control.document(), error: null };
-    } catch ({ message }) {
-      this.settings = { ...this.settings, error: message };
+    } catch ({ message, said }) {
+      this.settings = { ...this.settings, error: message, said };
     }
     const must = this.mustTell || this.settingsAt === -Infinity;
     this.settingsAt = this.now();
     this.reading = false;
     this.mustTell = false;
     if (must || JSON.stringify(this.settings) !== before) this.tellAll({ type: "settings", ...this.settings });
+  }
+
+  /** A refusal for those who are not known any more, or may less than they did, concerns every tab. */
+  refused(error) {
+    if (error.status === REFUSAL.signedOut || error.status === REFUSAL.forbidden) this.tellAll({ type: "signed-out" });
+    throw error;
   }
 
   connectAgain() {
@@ -274,11 +301,38 @@ export class Hub {
       if (looks) port.postMessage({ type: "scene", ...this.explanation.scene });
   }
 
+  // ---- Calls
+
+  tellCalls() {
+    this.tellAll({ type: "calls", ...this.calls.told() });
+  }
+
+  tellTest(test) {
+    this.tellAll({ type: "tested", ...test });
+  }
+
+  hear(tab, { sounds = false, visible = false }) {
+    const changed = tab.sounds !== sounds;
+    Object.assign(tab, { sounds, visible });
+    if (changed) this.giveVoice();
+  }
+
+  /** One tab calls for all of them: one that can make a sound before others, then the one that did, then one in sight. */
+  giveVoice() {
+    const worth = ([port, { sounds, visible }]) => 4 * sounds + 2 * (port === this.voice) + visible;
+    const there = [...this.tabs].filter(([, { seenAt }]) => this.now() - seenAt <= VOICE_MS);
+    const [port] = there.reduce((best, tab) => (best && worth(best) >= worth(tab) ? best : tab), null) ?? [];
+    if (port === this.voice) return;
+    if (this.tabs.has(this.voice)) this.voice.postMessage({ type: "voice", on: false });
+    this.voice = port;
+    port?.postMessage({ type: "voice", on: true });
+  }
+
   // ---- Pictures
 
-  watch(port, tab, { id, size, anonymised }) {
+  watch(port, tab, { id, size, anonymised, covered }) {
     if (tab.watched.has(id)) return;
-    const key = `${size} ${anonymised}`;
+    const key = `${size} ${anonymised} ${covered}`;
     const watched = { port, id, key, owes: false, next: null };
     tab.watched.set(id, watched);
     let shared = this.streams.get(key);
@@ -289,7 +343,7 @@ export class Hub {
       const onPicture = (picture) => viewers.forEach((viewer) => this.offer(viewer, picture));
       const onFail = (status) =>
         viewers.forEach((viewer) => viewer.port.postMessage({ type: "failed", id: viewer.id, status }));
-      shared.stream = new PictureStream({ size, anonymised }, { onPicture, onFail }, this.now);
+      shared.stream = new PictureStream({ size, anonymised, covered }, { onPicture, onFail }, this.now);
     }
     shared.viewers.add(watched);
   }

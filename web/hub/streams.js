@@ -95,7 +95,7 @@ export class PictureStream {
     this.heardAt = this.now();
     let status = null;
     try {
-      await this.readFrom(streamUrl(this.what.size, this.what.anonymised), this.connection.signal);
+      await this.readFrom(streamUrl(this.what), this.connection.signal);
     } catch (error) {
       status = error.status ?? null;
     }

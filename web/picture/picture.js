@@ -1,5 +1,5 @@
 import { FRESH_MS, LANDSCAPE, REFUSAL, sizeOf } from "../base/facts.js";
-import { NO_PICTURE_YET, clockTime } from "../base/words.js";
+import { clockTime, say } from "../base/words.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 
 const LOOK_MS = 500;
@@ -23,6 +23,7 @@ export function notLiveSince(arrived, analysed, now) {
  * @param {import("../hub/link.js").Link} props.link where pictures come from
  * @param {string} props.size the stream's resolution, such as "1280x720"
  * @param {boolean} [props.anonymised] whether nobody is to be recognised on it: another picture is then refused
+ * @param {boolean} [props.covered] whether it is the workstation's own anonymised view
  * @param {string} props.label what the picture shows, for those who cannot see it
  * @param {{analysedAge: ?number, offset: number}} props.live age in ms of the picture that the program last spoke about,
  *   null where it does not tell, and the camera's clock minus ours
@@ -33,11 +34,11 @@ export function notLiveSince(arrived, analysed, now) {
  * @typedef {{width: number, height: number, unit: number, image: HTMLImageElement | null}} View width and height in the
  *     stream's pixels, of which `unit` make one CSS pixel
  */
-export function LivePicture({ link, size, anonymised = false, label, live, onLive, children, above }) {
+export function LivePicture({ link, size, anonymised = false, covered = false, label, live, onLive, children, above }) {
   const image = useRef(null);
   const frame = useRef(null);
   const [view, setView] = useState(() => sizeOf(size) ?? LANDSCAPE);
-  const { arrived, failed } = usePictures({ link, size, anonymised, image, setView });
+  const { arrived, failed } = usePictures({ link, size, anonymised, covered, image, setView });
   const shownWidth = useWidth(frame);
   const since = notLiveSince(arrived, live.analysedAge, Date.now() + live.offset);
   const refused = failed?.status === REFUSAL.notAnonymised;
@@ -61,7 +62,7 @@ export function LivePicture({ link, size, anonymised = false, label, live, onLiv
 }
 
 /** "Not live: the picture of 19:25:40". */
-export const notLiveWords = (since) => `Not live: the picture of ${clockTime(new Date(since))}`;
+export const notLiveWords = (since) => say("picture.notLive", { at: clockTime(new Date(since)) });
 
 function NotLive({ since }) {
   return html`<p class="picture-old">
@@ -70,8 +71,8 @@ function NotLive({ since }) {
 }
 
 function messageOf(failed, refused) {
-  if (refused) return "This stream is not anonymised now, so it is not shown. Somebody has changed the settings.";
-  return failed ? "The camera sends no picture. Trying again every few seconds." : NO_PICTURE_YET;
+  if (refused) return say("picture.notAnonymised");
+  return failed ? say("picture.none") : say("picture.waiting");
 }
 
 /**
@@ -79,7 +80,7 @@ function messageOf(failed, refused) {
  * @returns {{arrived: ?number, failed: ?{status: ?number}}} arrived: ms since the newest picture came, null before the
  *   first; failed: since that one none comes
  */
-function usePictures({ link, size, anonymised, image, setView }) {
+function usePictures({ link, size, anonymised, covered, image, setView }) {
   const visible = useVisible();
   const newest = useRef({ at: null, url: null });
   const [, look] = useState(0);
@@ -100,8 +101,8 @@ function usePictures({ link, size, anonymised, image, setView }) {
       setFailed({ status });
       if (status >= 400 && status < 500) link.refresh();
     };
-    return link.watch({ size, anonymised }, { onPicture, onFail });
-  }, [link, size, anonymised, visible]);
+    return link.watch({ size, anonymised, covered }, { onPicture, onFail });
+  }, [link, size, anonymised, covered, visible]);
 
   useEffect(() => {
     const timer = setInterval(() => look((count) => count + 1), LOOK_MS);

@@ -1,6 +1,6 @@
 /** Addresses and requests: the program (control.cgi), the camera's streams and its appearance. */
 import { CODE, REFUSAL } from "../base/facts.js";
-import { NO_ANSWER } from "../base/words.js";
+import { failure, say } from "../base/words.js";
 import { differences, encodeSettings, parseSettings } from "./wire.js";
 
 /** Address of the program's handler, beside the page. */
@@ -26,13 +26,30 @@ export async function fetchText(url, form) {
     if (answer.ok) return await answer.text();
   } catch (error) {
     const slow = error.name === "TimeoutError" || error.name === "AbortError";
-    const words = slow ? `The camera has not answered within ${TIMEOUT_MS / 1000} seconds.` : NO_ANSWER;
-    throw new Error(words, { cause: error });
+    throw slow ? failure("slowAnswer", { seconds: TIMEOUT_MS / 1000 }) : failure("noAnswer");
   }
   const reason = answer.statusText ? ` (${answer.statusText})` : "";
-  throw Object.assign(new Error(`The camera refused the request: ${answer.status}${reason}.`), {
-    status: answer.status,
-  });
+  const told = await answer.text().catch(() => "");
+  throw failure("refusedRequest", { status: answer.status, reason }, { status: answer.status, told: told.trim() });
+}
+
+/** The lines in which a service says why it refuses; longer ones are no such line. */
+const MOST_TOLD = 300;
+
+/**
+ * The answer of one of the workstation's services as JSON, null for an empty one; a refusal is an error with the
+ * service's own words and `status`.
+ */
+export async function askService(url, form) {
+  try {
+    const text = await fetchText(url, form && new URLSearchParams(form));
+    return text.trim() ? JSON.parse(text) : null;
+  } catch (error) {
+    const { told, status } = error;
+    if (error instanceof SyntaxError) throw failure("unclearAnswer");
+    if (!told || told.length > MOST_TOLD || told.startsWith("<")) throw error;
+    throw Object.assign(new Error(told), { status, told });
+  }
 }
 
 /** `ask`, one call after the other: the program answers one request at a time. */
@@ -62,7 +79,7 @@ export class Control {
 
   async number(action) {
     const text = await this.request(action);
-    if (!/^\d+$/.test(text.trim())) throw new Error(`The camera's answer to ${action} is no number.`);
+    if (!/^\d+$/.test(text.trim())) throw failure("noNumber", { action });
     return Number(text);
   }
 
@@ -106,10 +123,8 @@ export class Control {
   }
 }
 
-const NOT_STORED =
-  "The camera uses these settings but could not store them: they are gone when it starts again. Its log says why; save again.";
-const NOT_WHOLE =
-  "The camera reports a data error for this save, so the floor may not be in use as it was saved. Its log says why; save again.";
+const NOT_STORED = say("notStored");
+const NOT_WHOLE = say("notWhole");
 
 /** What the program says of a save that has just been answered; the next cycle overwrites it. */
 async function doubtOf(control) {
@@ -150,10 +165,14 @@ const unique = () => `${Date.now().toString(36)}${(requests++).toString(36)}`;
 
 /**
  * Address of the live stream (MJPEG) of a size such as "1280x720"; another one each time, so that nothing is cached.
- * Asked for as anonymised, it is refused once another choice has been saved.
+ * Asked for as anonymised, it is refused once another choice has been saved; covered is the workstation's own
+ * anonymised view, whatever was chosen.
  */
-export const streamUrl = (size, anonymised = false) =>
-  `/axis-cgi/mjpg/video.cgi?resolution=${encodeURIComponent(size)}${anonymised ? "&anonymised=1" : ""}&_=${unique()}`;
+export function streamUrl({ size, anonymised = false, covered = false }) {
+  const address = covered ? "/platform/anonymised.mjpg" : "/axis-cgi/mjpg/video.cgi";
+  const only = anonymised && !covered ? "&anonymised=1" : "";
+  return `${address}?resolution=${encodeURIComponent(size)}${only}&_=${unique()}`;
+}
 
 const SIGHT_URL = "/platform/sight";
 

@@ -3,8 +3,9 @@
  * percent, floor points as fractions, both cut towards zero in each direction.
  */
 
-import { COLOURS, SETTING_NAMES, areaName, sizeOf } from "../base/facts.js";
-import { onOrOff } from "../base/words.js";
+import { COLOURS, sizeOf } from "../base/facts.js";
+import { plainNumber } from "../base/limits.js";
+import { COLOUR_NAMES, areaName, onOrOff, say, settingName } from "../base/words.js";
 
 /**
  * @typedef {{width: number, height: number}} Size the analysis picture in pixels
@@ -83,12 +84,15 @@ export function steppedPercent(percent, step, length) {
 }
 
 /** Numbers are given out with six decimals, then cut to four characters. */
-const fourCharacters = (text) => Math.fround(Number(text)).toFixed(6).slice(0, 4);
+const fourCharacters = (text) =>
+  Math.fround(Number(plainNumber(text)))
+    .toFixed(6)
+    .slice(0, 4);
 
 function between(text, opening, closing) {
   const from = text.indexOf(opening);
   const to = text.indexOf(closing, from + opening.length);
-  if (from < 0 || to < 0) throw new Error(`The camera's settings cannot be understood: no ${opening}.`);
+  if (from < 0 || to < 0) throw new Error(say("wire.missing", { what: opening }));
   return text.slice(from + opening.length, to);
 }
 
@@ -104,7 +108,7 @@ function splitDocument(text) {
   const second = text.indexOf(middle, first);
   const last = text.lastIndexOf(closing);
   if (first < 0 || second < 0 || last < second + middle.length - 1) {
-    throw new Error("The camera's settings cannot be understood.");
+    throw new Error(say("wire.unclear"));
   }
   return {
     own: text.slice(0, first) + text.slice(last + "</SelectedAnonOverlay>".length),
@@ -115,8 +119,7 @@ function splitDocument(text) {
 
 function readNumber(own, name) {
   const text = between(own, `<${name}>`, `</${name}>`);
-  if (!/^-?\d+(\.\d*)?$/.test(text))
-    throw new Error(`The camera's settings cannot be understood: ${name} is no number.`);
+  if (!/^-?\d+(\.\d*)?$/.test(text)) throw new Error(say("wire.noNumber", { name }));
   return Number(text);
 }
 
@@ -140,7 +143,7 @@ function readFloor(own, size) {
 function sizeProblem(text, what) {
   if (sizeOf(text)) return null;
   const shown = text.length > 40 ? `${text.slice(0, 40)}…` : text;
-  return `The size stored for the ${what} is “${shown}”, which is no size such as 1280x720. Choose one.`;
+  return say("wire.noSize", { what, shown });
 }
 
 /**
@@ -153,7 +156,10 @@ export function parseSettings(text, size) {
   const { own, overlaySize, anonymisedSize } = splitDocument(text);
   const areas = (name) => THREE.map((index) => readArea(own, `${name}${index + 1}`, size));
   const number = (name) => between(own, `<${name}>`, `</${name}>`);
-  const problems = [sizeProblem(overlaySize, "overlay stream"), sizeProblem(anonymisedSize, "anonymised stream")];
+  const problems = [
+    sizeProblem(overlaySize, settingName("overlayOn")),
+    sizeProblem(anonymisedSize, settingName("anonymisedOn")),
+  ];
   return {
     sensitivity: number("Sensitivity"),
     outOfBed: readFlag(own, "PatientOutOfBed_Active"),
@@ -198,7 +204,7 @@ const pixelToFraction = (pixel, length) => ((pixel + (pixel < 0 ? -0.5 : 0.5)) /
  */
 export function encodeSettings(settings, size) {
   const query = new URLSearchParams({
-    SN: settings.sensitivity.trim(),
+    SN: plainNumber(settings.sensitivity),
     POB_ON: flag(settings.outOfBed),
     FP_ON: flag(settings.falls),
     DO: flag(settings.overlayOn),
@@ -213,8 +219,8 @@ export function encodeSettings(settings, size) {
     query.append(`X${COLOUR_KEYS[index]}`, pixelToFraction(point.x, size.width));
     query.append(`Y${COLOUR_KEYS[index]}`, pixelToFraction(point.y, size.height));
   });
-  query.append("XM", settings.widthM.trim());
-  query.append("YM", settings.depthM.trim());
+  query.append("XM", plainNumber(settings.widthM));
+  query.append("YM", plainNumber(settings.depthM));
   return query;
 }
 
@@ -262,18 +268,21 @@ const pixelPair = ({ x, y }) => `${x}, ${y}`;
 function areaEntries(settings, group) {
   return settings[group].flatMap(({ on, corners }, area) => [
     [areaName(group, area), onOrOff(on)],
-    ...corners.map((corner, index) => [`${areaName(group, area)}, corner ${index + 1}`, percentPair(corner)]),
+    ...corners.map((corner, index) => [
+      say("wire.corner", { area: areaName(group, area), number: index + 1 }),
+      percentPair(corner),
+    ]),
   ]);
 }
 
 /** Every setting as a name and a text. */
 function entries(settings) {
-  const single = (key) => [SETTING_NAMES[key], inWords(settings[key])];
+  const single = (key) => [settingName(key), inWords(settings[key])];
   return [
     ...SINGLES.map(single),
     ...areaEntries(settings, "beds"),
     ...areaEntries(settings, "exclusions"),
-    ...settings.floor.map((point, index) => [`Floor point ${COLOURS[index]}`, pixelPair(point)]),
+    ...settings.floor.map((point, index) => [say("wire.point", { colour: COLOUR_NAMES[index] }), pixelPair(point)]),
     ...SIDES.map(single),
   ];
 }

@@ -1,5 +1,6 @@
 /** The settings being edited beside those that the program holds: load, edit, save, merge, discard. */
 import { LANDSCAPE, PORTRAIT } from "../base/facts.js";
+import { say } from "../base/words.js";
 import { saveAndCheck } from "../program/api.js";
 import { differences, encodeSettings, parseSettings } from "../program/wire.js";
 import { createHistory } from "./history.js";
@@ -115,7 +116,7 @@ export class SettingsDraft {
 
   /** Back to what the program holds; undo brings the edits back, unless others have saved since they began. */
   discard() {
-    if (this.compare()) this.history = this.history.push(this.saved, "Discard changes");
+    if (this.compare()) this.history = this.history.push(this.saved, say("draft.discard"));
     else this.beginWith(this.saved);
     this.outcome = null;
     this.onChange();

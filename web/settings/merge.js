@@ -1,13 +1,12 @@
 /** Two people's settings made into one: what each has changed since both began with the same. */
-import { COLOURS, SETTING_NAMES, areaName } from "../base/facts.js";
-import { onOrOff } from "../base/words.js";
+import { COLOUR_NAMES, areaName, onOrOff, say, settingName } from "../base/words.js";
 import { SIDES, SINGLES, expectedReadBack, inWords } from "../program/wire.js";
 
 const pairs = (points, unit) => points.map(({ x, y }) => `${x}${unit}, ${y}${unit}`).join("; ");
-const colouredPairs = (points) => points.map(({ x, y }, index) => `${COLOURS[index]} ${x}, ${y}`).join("; ");
+const colouredPairs = (points) => points.map(({ x, y }, index) => `${COLOUR_NAMES[index]} ${x}, ${y}`).join("; ");
 
 const plain = (key, words = inWords) => ({
-  name: SETTING_NAMES[key],
+  name: settingName(key),
   words: (settings) => words(settings[key]),
   taken: (into, from) => ({ ...into, [key]: from[key] }),
 });
@@ -17,7 +16,7 @@ function areaFields(group) {
   return [0, 1, 2].flatMap((index) =>
     [
       ["on", areaName(group, index), onOrOff],
-      ["corners", `${areaName(group, index)}, outline`, (corners) => pairs(corners, " %")],
+      ["corners", say("area.outline", { area: areaName(group, index) }), (corners) => pairs(corners, " %")],
     ].map(([key, name, words]) => ({
       name,
       words: (settings) => words(settings[group][index][key]),

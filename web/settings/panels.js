@@ -1,7 +1,10 @@
-/** The settings that are not drawn: detections, sensitivity, streams, developer mode. */
-import { APPLICATION_SIZE, SETTING_NAMES as NAMES, PLACES } from "../base/facts.js";
+/** The settings that are not drawn: detections, streams, and for experts sensitivity and developer mode. Each panel gets the
+ * draft's `settings` and `set(part, label)`. */
+import { APPLICATION_SIZE, PLACES } from "../base/facts.js";
+import { decimal, limitProblem } from "../base/limits.js";
+import { numberText, say, settingName } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
-import { anonymisedProblem, decimal } from "./review.js";
+import { anonymisedProblem } from "./review.js";
 
 /** A switch with its label and, below it, what it does. */
 export function Switch({ label, hint, checked, onChange }) {
@@ -14,39 +17,39 @@ export function Switch({ label, hint, checked, onChange }) {
   </div>`;
 }
 
-function Detections({ settings, set }) {
+export function Detections({ settings, set }) {
   return html`<section class="panel" aria-labelledby=${PLACES.events.id}>
-    <h3 id=${PLACES.events.id}>Events</h3>
+    <h2 id=${PLACES.events.id}>${say("panel.events")}</h2>
     <${Switch}
-      label=${NAMES.outOfBed}
-      hint="When a bed area that is switched on has been empty for some seconds."
+      label=${settingName("outOfBed")}
+      hint=${say("panel.outOfBed")}
       checked=${settings.outOfBed}
-      onChange=${(on) => set({ outOfBed: on }, NAMES.outOfBed)}
+      onChange=${(on) => set({ outOfBed: on }, settingName("outOfBed"))}
     />
     <${Switch}
-      label=${NAMES.falls}
-      hint="When somebody lies still on the floor, away from the picture's edge."
+      label=${settingName("falls")}
+      hint=${say("panel.falls")}
       checked=${settings.falls}
-      onChange=${(on) => set({ falls: on }, NAMES.falls)}
+      onChange=${(on) => set({ falls: on }, settingName("falls"))}
     />
   </section>`;
 }
 
 function Sensitivity({ settings, set }) {
   const value = decimal(settings.sensitivity);
-  const wrong = value === null || value > 1;
+  const wrong = limitProblem("sensitivity", settings.sensitivity);
   const change = (event) => set({ sensitivity: event.target.value }, "Sensitivity");
   return html`<section class="panel" aria-labelledby=${PLACES.sensitivity.id}>
-    <h3 id=${PLACES.sensitivity.id}>Finding people</h3>
+    <h2 id=${PLACES.sensitivity.id}>${say("panel.finding")}</h2>
     <div class="field">
-      <label for="sensitivity">${NAMES.sensitivity}</label>
+      <label for="sensitivity">${settingName("sensitivity")}</label>
       <div class="row sensitivity">
         <input
           type="range"
           min="0"
           max="1"
           step="0.01"
-          aria-label=${`${NAMES.sensitivity}, as a slider`}
+          aria-label=${say("panel.slider", { name: settingName("sensitivity") })}
           value=${wrong ? 0 : value}
           onInput=${change}
         />
@@ -62,17 +65,13 @@ function Sensitivity({ settings, set }) {
         />
       </div>
       <p class=${wrong ? "small note" : "small"} id="sensitivity-hint">
-        ${
-          wrong
-            ? "A number from 0 to 1, such as 0.38."
-            : "From 0 to 1. Lower finds more people, and more things that are none; 0.38 is a good start."
-        }
+        ${wrong ?? say("panel.score", { start: numberText(0.38, 2) })}
       </p>
     </div>
   </section>`;
 }
 
-const sizeLabel = (size) => (size === APPLICATION_SIZE ? `${size} (the application's own)` : size);
+const sizeLabel = (size) => (size === APPLICATION_SIZE ? say("panel.own", { size }) : size);
 
 function SizeChoice({ id, label, value, sizes, onChange }) {
   const offered = sizes.includes(value) ? sizes : [value, ...sizes];
@@ -82,7 +81,7 @@ function SizeChoice({ id, label, value, sizes, onChange }) {
       ${offered.map(
         (size) =>
           html`<option key=${size} value=${size} selected=${size === value}>
-            ${sizes.includes(size) ? sizeLabel(size) : `${size || "none"} (not offered)`}
+            ${sizes.includes(size) ? sizeLabel(size) : say("panel.notOffered", { size: size || "none" })}
           </option>`,
       )}
     </select>
@@ -94,31 +93,28 @@ function Stream({ what, hint, settings, set }) {
   const [on, size] = [`${what}On`, `${what}Size`];
   return html`<div class="pair">
     <${Switch}
-      label=${NAMES[on]}
+      label=${settingName(on)}
       hint=${hint}
       checked=${settings[on]}
-      onChange=${(checked) => set({ [on]: checked }, NAMES[on])}
+      onChange=${(checked) => set({ [on]: checked }, settingName(on))}
     />
     <${SizeChoice}
       id=${`${what}-size`}
-      label=${NAMES[size]}
+      label=${settingName(size)}
       value=${settings[size]}
       sizes=${settings.sizes}
-      onChange=${(chosen) => set({ [size]: chosen, problems: [] }, NAMES[size])}
+      onChange=${(chosen) => set({ [size]: chosen, problems: [] }, settingName(size))}
     />
   </div>`;
 }
 
-function Streams(props) {
+export function Streams(props) {
   const problem = anonymisedProblem(props.settings);
   return html`<section class="panel" aria-labelledby="streams-heading">
-    <h3 id="streams-heading">Streams</h3>
-    <p class="small">
-      The camera offers one stream for each size. The program draws on the one of ${APPLICATION_SIZE} always, and on
-      these:
-    </p>
-    <${Stream} ...${props} what="overlay" hint="People and what they do, drawn into the picture." />
-    <${Stream} ...${props} what="anonymised" hint="People are covered, so that nobody can be recognised." />
+    <h2 id="streams-heading">${say("panel.streams")}</h2>
+    <p class="small">${say("panel.streamsHint", { size: APPLICATION_SIZE })}</p>
+    <${Stream} ...${props} what="overlay" hint=${say("panel.overlayHint")} />
+    <${Stream} ...${props} what="anonymised" hint=${say("panel.anonymisedHint")} />
     ${problem && html`<p class="note"><span aria-hidden="true">! </span>${problem}</p>`}
   </section>`;
 }
@@ -128,36 +124,26 @@ function DeveloperMode({ control }) {
   const toggle = async () => {
     try {
       await control.toggleDeveloperMode();
-      setSaid("Switched over. It is on when the live picture shows boxes and numbers around people.");
+      setSaid(say("panel.switched"));
     } catch (error) {
-      setSaid(`Not switched: ${error.message}`);
+      setSaid(say("panel.notSwitched", { error: error.message }));
     }
   };
   return html`<section class="panel" aria-labelledby="developer-heading">
-    <h3 id="developer-heading">Developer mode</h3>
-    <p class="small">
-      Draws scores, boxes and expected positions into the picture and writes more into the log, until the program starts
-      again. It takes effect at once; the program does not tell whether it is on.
-    </p>
-    <p><button type="button" class="quiet" onClick=${toggle}>Switch developer mode on or off</button></p>
+    <h2 id="developer-heading">${say("panel.developer")}</h2>
+    <p class="small">${say("panel.developerHint")}</p>
+    <p><button type="button" class="quiet" onClick=${toggle}>${say("panel.developerSwitch")}</button></p>
     <p class="small" role="status">${said}</p>
   </section>`;
 }
 
-/**
- * @param {{settings: object, onDraft: (settings: object, label: string) => void, control: object}} props the draft,
- *   where an edited copy goes with the edit's label, and the program
- */
-export function Settings({ settings, onDraft, control }) {
-  const set = (part, label) => onDraft({ ...settings, ...part }, label);
-  return html`<div class="cards">
-    <div>
-      <${Detections} settings=${settings} set=${set} />
+/** What nobody has to touch. */
+export function Experts({ settings, set, control, open }) {
+  return html`<details class="experts" open=${open}>
+    <summary>${say("panel.experts")}</summary>
+    <div class="cards">
       <${Sensitivity} settings=${settings} set=${set} />
-    </div>
-    <div>
-      <${Streams} settings=${settings} set=${set} />
       <${DeveloperMode} control=${control} />
     </div>
-  </div>`;
+  </details>`;
 }

@@ -1,48 +1,32 @@
 /** What the page looks at before it sends settings, since the program takes everything. */
-import { APPLICATION_SIZE, areaName } from "../base/facts.js";
-import { NO_BED_AREA } from "../base/words.js";
+import { APPLICATION_SIZE } from "../base/facts.js";
+import { limitProblem } from "../base/limits.js";
+import { areaName, say, settingName } from "../base/words.js";
 import { floorProblem, floorWarning } from "../geometry/calibration.js";
 import { areaProblem } from "../geometry/plane.js";
 
-const METRES = { min: 0.1, max: 100 };
-
-/** Text of a decimal number as people write it, or null: no signs, exponents or other things that atof would take. */
-export function decimal(text) {
-  return /^\d{1,4}([.]\d*)?$|^[.]\d+$/.test(String(text).trim()) ? Number(text) : null;
-}
-
-function sensitivityProblem(text) {
-  const value = decimal(text);
-  return value === null || value > 1 ? "The sensitivity must be a number from 0 to 1." : null;
-}
-
-function metresProblem(text, what) {
-  const value = decimal(text);
-  if (value !== null && value >= METRES.min && value <= METRES.max) return null;
-  return `The ${what} of the floor rectangle must be a number of metres from ${METRES.min} to ${METRES.max}.`;
-}
+/** What is entered as numbers. */
+const ENTERED = ["sensitivity", "widthM", "depthM"];
 
 /** Why the stream chosen for anonymising would show people all the same, or null. */
 export function anonymisedProblem(settings) {
   if (!settings.anonymisedOn) return null;
   if (settings.anonymisedSize === APPLICATION_SIZE) {
-    return `The anonymised stream cannot be ${APPLICATION_SIZE}: that is the application's own stream, and it shows people.`;
+    return say("review.application", { size: APPLICATION_SIZE });
   }
   if (settings.overlayOn && settings.anonymisedSize === settings.overlaySize) {
-    return `The anonymised stream has the same size as the overlay stream (${settings.overlaySize}), so it would show people. Choose two sizes.`;
+    return say("review.same", { size: settings.overlaySize });
   }
   return null;
 }
 
 function streamWarnings(settings) {
   const notOffered = (on, size, what) =>
-    on && !settings.sizes.includes(size)
-      ? `The camera does not offer the size chosen for the ${what} (${size}).`
-      : null;
+    on && !settings.sizes.includes(size) ? say("review.notOffered", { what, size }) : null;
   return [
     anonymisedProblem(settings),
-    notOffered(settings.overlayOn, settings.overlaySize, "overlay stream"),
-    notOffered(settings.anonymisedOn, settings.anonymisedSize, "anonymised stream"),
+    notOffered(settings.overlayOn, settings.overlaySize, settingName("overlayOn")),
+    notOffered(settings.anonymisedOn, settings.anonymisedSize, settingName("anonymisedOn")),
   ];
 }
 
@@ -50,12 +34,12 @@ function streamWarnings(settings) {
 export function areaWarning(settings, group, index, size) {
   const area = settings[group][index];
   const problem = area.on ? areaProblem(area, size) : null;
-  return problem && `${areaName(group, index)} will not work: ${problem}`;
+  return problem && say("review.notWorking", { area: areaName(group, index), problem });
 }
 
 function detectionWarnings({ outOfBed, beds }) {
   if (!outOfBed || beds.some((bed) => bed.on)) return [];
-  return [NO_BED_AREA];
+  return [say("noBedArea")];
 }
 
 /**
@@ -64,11 +48,7 @@ function detectionWarnings({ outOfBed, beds }) {
  */
 export function reviewSettings(settings, size) {
   const { floor, widthM, depthM } = settings;
-  const refusals = [
-    sensitivityProblem(settings.sensitivity),
-    metresProblem(widthM, "width"),
-    metresProblem(depthM, "depth"),
-  ].filter(Boolean);
+  const refusals = ENTERED.map((key) => limitProblem(key, settings[key])).filter(Boolean);
   const floorRefusal = refusals.length ? null : floorProblem(floor, widthM, depthM);
   if (floorRefusal) refusals.push(floorRefusal);
   const warnings = [

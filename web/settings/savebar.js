@@ -1,5 +1,5 @@
 /** The bar at the window's lower edge: unsaved changes, Save, what became of the last save, and what others changed. */
-import { ALL_SAVED, clockTime } from "../base/words.js";
+import { clockTime, say } from "../base/words.js";
 import { html, useRef, useState } from "../vendor/preact.js";
 
 function Texts({ texts }) {
@@ -9,13 +9,13 @@ function Texts({ texts }) {
 }
 
 function Differences({ differences }) {
-  return html`<div class="scroll" tabindex="0" role="region" aria-label="Differences">
+  return html`<div class="scroll" tabindex="0" role="region" aria-label=${say("save.differences")}>
     <table>
       <thead>
         <tr>
-          <th scope="col">Setting</th>
-          <th scope="col">Entered</th>
-          <th scope="col">The program holds</th>
+          <th scope="col">${say("save.setting")}</th>
+          <th scope="col">${say("save.entered")}</th>
+          <th scope="col">${say("save.holds")}</th>
         </tr>
       </thead>
       <tbody>
@@ -35,23 +35,23 @@ function Differences({ differences }) {
 function outcomeParts(outcome) {
   switch (outcome.kind) {
     case "saved":
-      return { tone: "warn", sign: "!", title: `Saved and read back at ${clockTime(outcome.at)}, but look at this:` };
+      return { tone: "warn", sign: "!", title: say("save.lookAt", { at: clockTime(outcome.at) }) };
     case "refused":
-      return { tone: "alarm", sign: "✕", title: "Not saved, nothing was sent:" };
+      return { tone: "alarm", sign: "✕", title: say("save.refused") };
     case "differs":
       return {
         tone: "warn",
         sign: "!",
-        title: "The program holds something else than what was entered. Somebody else may have saved as well.",
+        title: say("save.differs"),
       };
     case "changed":
       return {
         tone: "warn",
         sign: "!",
-        title: "Not saved: somebody else has changed settings since your changes began. Yours are kept here.",
+        title: say("save.changed"),
       };
     default:
-      return { tone: "alarm", sign: "✕", title: `Not saved: ${outcome.error || "the program did not take it."}` };
+      return { tone: "alarm", sign: "✕", title: say("save.failed", { error: outcome.error || say("save.notTaken") }) };
   }
 }
 
@@ -63,7 +63,7 @@ function Choice({ field, mine, onMine }) {
     </label>`;
   return html`<fieldset class="merge-choice">
     <legend class="hidden">${field.name}</legend>
-    ${option("Theirs", field.theirs, !mine, false)} ${option("Yours", field.mine, mine, true)}
+    ${option(say("save.theirs"), field.theirs, !mine, false)} ${option(say("save.yours"), field.mine, mine, true)}
   </fieldset>`;
 }
 
@@ -76,13 +76,13 @@ function Merge({ fields, onMerge }) {
     else next.delete(name);
     setMine(next);
   };
-  return html`<div class="scroll" tabindex="0" role="region" aria-label="Changed by somebody else">
+  return html`<div class="scroll" tabindex="0" role="region" aria-label=${say("save.byOthers")}>
       <table class="merge">
         <thead>
           <tr>
-            <th scope="col">Setting</th>
-            <th scope="col">Was</th>
-            <th scope="col">Becomes</th>
+            <th scope="col">${say("save.setting")}</th>
+            <th scope="col">${say("save.was")}</th>
+            <th scope="col">${say("save.becomes")}</th>
           </tr>
         </thead>
         <tbody>
@@ -104,8 +104,8 @@ function Merge({ fields, onMerge }) {
       </table>
     </div>
     <p class="row merge-end">
-      <button type="button" class="quiet" onClick=${() => onMerge(mine)}>Merge with mine</button>
-      <span class="small">Your other changes stay. Look at the result, then save.</span>
+      <button type="button" class="quiet" onClick=${() => onMerge(mine)}>${say("save.merge")}</button>
+      <span class="small">${say("save.mergeHint")}</span>
     </p>`;
 }
 
@@ -115,15 +115,15 @@ function Outcome({ outcome, onDiscard, onMerge, onDismiss }) {
   return html`<div class=${`outcome tone-${tone}`}>
     <div class="outcome-head">
       <span class="sign" aria-hidden="true">${sign}</span>
-      <p>${title} ${outcome.kind === "failed" && "What you entered is kept."}</p>
-      <button type="button" class="quiet small-button" aria-label="Close the message" onClick=${onDismiss}>✕</button>
+      <p>${title} ${outcome.kind === "failed" && say("save.kept")}</p>
+      <button type="button" class="quiet small-button" aria-label=${say("save.close")} onClick=${onDismiss}>✕</button>
     </div>
     ${outcome.kind === "changed" && html`<${Merge} fields=${outcome.fields} onMerge=${onMerge} />`}
     ${texts.length > 0 && html`<${Texts} texts=${texts} />`}
     ${
       outcome.kind === "differs" &&
       html`<${Differences} differences=${outcome.differences} />
-        <p><button type="button" class="quiet" onClick=${onDiscard}>Take over what the program holds</button></p>`
+        <p><button type="button" class="quiet" onClick=${onDiscard}>${say("save.takeOver")}</button></p>`
     }
   </div>`;
 }
@@ -131,13 +131,12 @@ function Outcome({ outcome, onDiscard, onMerge, onDismiss }) {
 function Before({ review }) {
   const texts = [...review.refusals, ...review.warnings];
   if (!texts.length) return null;
-  const words = texts.length === 1 ? "1 thing to look at" : `${texts.length} things to look at`;
   return html`<details class="before">
     <summary>
       <span class=${`sign tone-${review.refusals.length ? "alarm" : "warn"}`} aria-hidden="true">
         ${review.refusals.length ? "✕" : "!"}
       </span>
-      ${words}
+      ${say("save.things", { count: texts.length })}
     </summary>
     <${Texts} texts=${texts} />
   </details>`;
@@ -147,16 +146,32 @@ function Before({ review }) {
 const isPlainlySaved = (outcome) => outcome?.kind === "saved" && !outcome.warnings.length;
 
 function State({ draft: { outcome, dirty, busy } }) {
-  if (busy) return "Saving …";
-  if (dirty) return "Changes are not saved yet.";
-  if (!isPlainlySaved(outcome)) return ALL_SAVED;
-  const words = `Saved and read back at ${clockTime(outcome.at)}.`;
+  if (busy) return say("save.saving");
+  if (dirty) return say("save.dirty");
+  if (!isPlainlySaved(outcome)) return say("allSaved");
+  const words = say("save.saved", { at: clockTime(outcome.at) });
   return html`<span class="tone-ok"><span class="sign" aria-hidden="true">✓</span></span> ${words}`;
+}
+
+function Buttons({ draft, saveButton, onDiscard }) {
+  const { dirty, busy } = draft;
+  return html`<button type="button" class="quiet" disabled=${!dirty || busy} onClick=${onDiscard}>
+      ${say("draft.discard")}
+    </button>
+    <button
+      type="button"
+      class="primary"
+      ref=${saveButton}
+      aria-disabled=${busy ? "true" : "false"}
+      onClick=${() => draft.save()}
+    >
+      ${say("save.save")}
+    </button>`;
 }
 
 /** @param {{draft: object, review: object}} props the SettingsDraft and what reviewSettings says of it */
 export function SaveBar({ draft, review }) {
-  const { outcome, dirty, busy } = draft;
+  const { outcome } = draft;
   const saveButton = useRef(null);
   // What was clicked goes away with the message, or does nothing more: the focus stays in the bar.
   const leave = (action) => (what) => {
@@ -164,7 +179,7 @@ export function SaveBar({ draft, review }) {
     saveButton.current.focus();
   };
   const discard = leave(() => draft.discard());
-  return html`<section class="savebar" aria-label="Saving">
+  return html`<section class="savebar" aria-label=${say("save.bar")}>
     <div aria-live="polite">
       ${
         outcome &&
@@ -181,16 +196,7 @@ export function SaveBar({ draft, review }) {
       <p class="savebar-state" role="status"><${State} draft=${draft} /></p>
       ${!outcome && html`<${Before} review=${review} />`}
       <div class="row">
-        <button type="button" class="quiet" disabled=${!dirty || busy} onClick=${discard}>Discard changes</button>
-        <button
-          type="button"
-          class="primary"
-          ref=${saveButton}
-          aria-disabled=${busy ? "true" : "false"}
-          onClick=${() => draft.save()}
-        >
-          Save
-        </button>
+        <${Buttons} draft=${draft} saveButton=${saveButton} onDiscard=${discard} />
       </div>
     </div>
   </section>`;

@@ -1,5 +1,6 @@
 /** Setting up on the picture: the beds, the areas to leave out, the floor. */
 import { PLACES } from "../base/facts.js";
+import { capitalised, onOrOff, say } from "../base/words.js";
 import { Switch } from "../settings/panels.js";
 import { areaWarning } from "../settings/review.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
@@ -24,6 +25,7 @@ const NUDGES = [
  * @param {string} props.streamSize the stream to draw on
  * @param {object} props.link where pictures come from, as `props.live`, see LivePicture
  * @param {object} props.draft the settings as edited
+ * @param {?string} props.place the heading that the address names, whose tool is taken up
  * @param {(settings: object, label?: string) => void} props.onDraft an edit; edits in a row with one label are one step
  * @param {() => void} props.onUndo
  * @param {() => void} props.onRedo
@@ -34,11 +36,12 @@ export function Setup(props) {
   const { size, mirrored, draft } = props;
   const [preview, setPreview] = useState(null);
   const [loupe, setLoupe] = useState(false);
-  const [said, say] = useSaid();
-  const editing = useEditing(props, say);
+  const [said, tell] = useSaid();
+  const editing = useEditing(props, tell);
   const { tool, point, figure, choose } = editing;
+  usePlace(props.place, choose);
   const scene = preview ?? { settings: draft, figure };
-  const undoing = useUndo(props, preview !== null, say);
+  const undoing = useUndo(props, preview !== null, tell);
   const subject = { settings: scene.settings, size, mirrored };
   const list = { subject, tool, onTool: choose, onSwitch: editing.switchOn };
   const pad = html`<${Pad}
@@ -50,7 +53,7 @@ export function Setup(props) {
   />`;
   return html`
     <div class=${`editor ${size.width > size.height ? "editor-landscape" : ""}`}>
-      <h2 class="hidden">On the picture</h2>
+      <h2 class="hidden">${say("edit.title")}</h2>
       <div class="editor-picture">
         <${Stage}
           ...${props}
@@ -63,13 +66,21 @@ export function Setup(props) {
         />
         <${Bar} ...${undoing} tool=${tool} subject=${subject} />
       </div>
-      <${List} list=${list} pad=${pad} draft=${draft} onDraft=${props.onDraft} onSaid=${say} />
+      <${List} list=${list} pad=${pad} draft=${draft} onDraft=${props.onDraft} onSaid=${tell} />
       <p class="hidden" role="status">${said}</p>
     </div>
   `;
 }
 
-/** Words for those who cannot see what an edit did: [said, say]. */
+/** Takes up the tool of the heading that the address names. */
+function usePlace(place, choose) {
+  useEffect(() => {
+    const first = { [PLACES.floor.id]: FLOOR, [PLACES.beds.id]: TOOLS[0] }[place];
+    if (first) choose(first);
+  }, [place]);
+}
+
+/** Words for those who cannot see what an edit did: [said, tell]. */
 function useSaid() {
   const [said, setSaid] = useState("");
   // The same words twice are told twice only when the text differs.
@@ -77,7 +88,7 @@ function useSaid() {
 }
 
 /** What is chosen and where the figure stands, and the edits of both; these go to the draft and are said. */
-function useEditing({ size, mirrored, draft, onDraft }, say) {
+function useEditing({ size, mirrored, draft, onDraft }, tell) {
   const [tool, setTool] = useState(() => TOOLS[0]);
   const [point, setPoint] = useState(0);
   const [figure, setFigure] = useState(null);
@@ -89,13 +100,13 @@ function useEditing({ size, mirrored, draft, onDraft }, say) {
     setFigure(next.figure);
     if (next.settings === draft) return;
     onDraft(next.settings, label);
-    if (index === null) say(`${tool.name} moved`);
-    else say(`${pointName(tool, index)}: ${pointWords(next.settings, tool, index, size, mirrored)}`);
+    if (index === null) tell(say("edit.moved", { name: tool.name }));
+    else tell(`${pointName(tool, index)}: ${pointWords(next.settings, tool, index, size, mirrored)}`);
   };
   const switchOn = (which, on) => {
     choose(which);
     onDraft(switchArea(draft, which, on, size));
-    say(`${which.name} is ${on ? "on" : "off"}`);
+    tell(say(on ? "edit.isOn" : "edit.isOff", { name: which.name }));
   };
   const nudge = ({ across, down }) => {
     const settings = stepPoint(draft, tool, point, mirrored ? -across : across, down, size);
@@ -105,16 +116,16 @@ function useEditing({ size, mirrored, draft, onDraft }, say) {
 }
 
 /** Undo and redo, by button and by keys, while nothing is dragged: {undo, redo, canUndo, canRedo}. */
-function useUndo({ onUndo, onRedo, canUndo, canRedo }, dragging, say) {
+function useUndo({ onUndo, onRedo, canUndo, canRedo }, dragging, tell) {
   const undo = () => {
     if (!canUndo || dragging) return;
     onUndo();
-    say("Undone");
+    tell(say("edit.undone"));
   };
   const redo = () => {
     if (!canRedo || dragging) return;
     onRedo();
-    say("Done again");
+    tell(say("edit.redone"));
   };
   useUndoKeys(undo, redo);
   return { undo, redo, canUndo, canRedo };
@@ -124,10 +135,10 @@ function useUndo({ onUndo, onRedo, canUndo, canRedo }, dragging, say) {
 function Bar({ undo, redo, canUndo, canRedo, tool, subject }) {
   return html`<div class="editor-bar">
     <button type="button" class="quiet" disabled=${!canUndo} onClick=${undo} title="Ctrl+Z">
-      <span aria-hidden="true">↶</span>Undo
+      <span aria-hidden="true">↶</span>${say("edit.undo")}
     </button>
     <button type="button" class="quiet" disabled=${!canRedo} onClick=${redo} title="Ctrl+Shift+Z">
-      <span aria-hidden="true">↷</span>Redo
+      <span aria-hidden="true">↷</span>${say("edit.redo")}
     </button>
     <${Hint} tool=${tool} subject=${subject} />
   </div>`;
@@ -138,12 +149,9 @@ function List({ list, pad, draft, onDraft, onSaid }) {
   const { tool, onTool, subject } = list;
   const volume = html`<${Volume} ...${{ draft, tool, onTool, onDraft, onSaid }} size=${subject.size} />`;
   return html`<div class="editor-list">
-    <${Areas} ...${list} group="beds" title="Bed areas" pad=${pad} below=${volume}>
-      Draw the bed with the air above it, up to the shoulders of somebody who sits up. Keep the way between camera and
-      bed free.
-    <//>
-    <${Areas} ...${list} group="exclusions" title="Exclusion areas" pad=${pad}>
-      People in these are ignored: draw one over a mirror, a window or a television, never where a patient may be.
+    <${Areas} ...${list} group="beds" title=${say("edit.beds")} pad=${pad} below=${volume}> ${say("edit.bedsHint")} <//>
+    <${Areas} ...${list} group="exclusions" title=${say("edit.exclusions")} pad=${pad}>
+      ${say("edit.exclusionsHint")}
     <//>
     <${Floor} ...${list} draft=${draft} onDraft=${onDraft} pad=${pad} />
   </div>`;
@@ -196,9 +204,7 @@ const problemTexts = ({ refused, warned }) => [
 function Hint({ tool, subject }) {
   const problems = problemTexts(troubleOf(tool, subject));
   if (problems.length) return html`<div class="editor-hint" aria-hidden="true">${problems}</div>`;
-  return html`<p class="small editor-hint">
-    Drag on the picture, or choose a point and use the arrow keys (Shift: larger steps).
-  </p>`;
+  return html`<p class="small editor-hint">${say("edit.drag")}</p>`;
 }
 
 /** What is wrong with some tools, told as it changes. */
@@ -224,11 +230,11 @@ function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad, b
               <input
                 type="checkbox"
                 role="switch"
-                aria-label=${`${entry.name} in use`}
+                aria-label=${say("edit.inUse", { name: entry.name })}
                 checked=${areaOf(settings, entry).on}
                 onChange=${(event) => onSwitch(entry, event.target.checked)}
               />
-              <span aria-hidden="true">${areaOf(settings, entry).on ? "On" : "Off"}</span>
+              <span aria-hidden="true">${capitalised(onOrOff(areaOf(settings, entry).on))}</span>
             </label>
           </li>`,
       )}
@@ -238,7 +244,7 @@ function Areas({ group, title, children, subject, tool, onTool, onSwitch, pad, b
       chosen &&
       (areaOf(settings, chosen).on
         ? html`${pad}${below}`
-        : html`<p class="small">Switch ${chosen.name} on to draw it.</p>`)
+        : html`<p class="small">${say("edit.switchOn", { name: chosen.name })}</p>`)
     }
   </section>`;
 }
@@ -251,19 +257,18 @@ function Floor({ subject, tool, onTool, draft, onDraft, pad }) {
     onDraft(placeFloorInMiddle(draft, subject.size));
   };
   return html`<section class="panel editor-group" aria-labelledby=${PLACES.floor.id}>
-    <h3 id=${PLACES.floor.id}>Floor</h3>
+    <h3 id=${PLACES.floor.id}>${say("edit.floor")}</h3>
     <${FloorHelp} mirrored=${subject.mirrored} />
     <div class="editor-rows"><${Choose} tool=${FLOOR} chosen=${tool === FLOOR} onTool=${onTool} /></div>
     <${FloorMetres} settings=${draft} onChange=${set} />
     <${Problems} tools=${[FLOOR]} subject=${subject} />
     ${tool === FLOOR && pad}
     ${
-      refused.length > 0 &&
-      html`<button type="button" class="quiet" onClick=${inMiddle}>Put the four points in the middle</button>`
+      refused.length > 0 && html`<button type="button" class="quiet" onClick=${inMiddle}>${say("edit.middle")}</button>`
     }
     <${Switch}
-      label="Show stakes on the camera's streams"
-      hint="Posts of 1 m on the four points, for everybody who watches."
+      label=${say("edit.stakes")}
+      hint=${say("edit.stakesHint")}
       checked=${draft.stakes}
       onChange=${(stakes) => set({ stakes })}
     />
@@ -277,7 +282,7 @@ function Pad({ tool, point, onPoint, onNudge, onLoupe }) {
     onPoint(index);
     onLoupe(true);
   };
-  const noun = tool === FLOOR ? "Floor point" : "Corner";
+  const noun = say(tool === FLOOR ? "edit.point" : "edit.corner");
   return html`<div class="editor-pad" onFocusIn=${() => onLoupe(true)} onFocusOut=${() => onLoupe(false)}>
     <fieldset class="editor-points">
       <legend class="small">${noun}</legend>
@@ -302,7 +307,7 @@ function Pad({ tool, point, onPoint, onNudge, onLoupe }) {
 }
 
 function Nudges({ noun, disabled, onNudge }) {
-  return html`<div class="editor-nudges" role="group" aria-label=${`Move the ${noun.toLowerCase()}`}>
+  return html`<div class="editor-nudges" role="group" aria-label=${say("edit.move", { noun })}>
     ${NUDGES.map(
       (nudge) =>
         html`<button
@@ -310,7 +315,7 @@ function Nudges({ noun, disabled, onNudge }) {
           type="button"
           class="quiet"
           disabled=${disabled}
-          aria-label=${`Move ${nudge.word}`}
+          aria-label=${say(`edit.to.${nudge.word}`)}
           onClick=${() => onNudge(nudge)}
         >
           ${nudge.sign}

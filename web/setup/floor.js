@@ -1,11 +1,12 @@
 /** The floor rectangle on the picture: grid, stakes and figure as this calibration would place them; its list entry. */
 import { COLOURS } from "../base/facts.js";
+import { decimal, limitProblem } from "../base/limits.js";
+import { numberText, say } from "../base/words.js";
 import { floorProblem, floorTransform, floorWarning } from "../geometry/calibration.js";
 import { floorGrid, stakesOf, uprightFigure } from "../geometry/figures.js";
 import { clamp } from "../geometry/plane.js";
-import { decimal } from "../settings/review.js";
 import { html } from "../vendor/preact.js";
-import { FLOOR_NAMES } from "./tools.js";
+import { FLOOR_SIGNS } from "./tools.js";
 
 /** How far beside the rectangle the figure may walk, in metres. */
 const WALK = 5;
@@ -15,19 +16,23 @@ const LARGE_STEP = 0.5;
 const pathOf = (segments) => segments.map(([a, b]) => `M${a.x} ${a.y}L${b.x} ${b.y}`).join("");
 
 const floorOf = ({ floor, widthM, depthM }) => [floor, decimal(widthM) ?? 0, decimal(depthM) ?? 0];
-const isUsable = (settings) => floorProblem(...floorOf(settings)) === null;
+const problemOf = ({ floor, widthM, depthM }) =>
+  limitProblem("widthM", widthM) ?? limitProblem("depthM", depthM) ?? floorProblem(floor, widthM, depthM);
+const isUsable = (settings) => problemOf(settings) === null;
 
 /**
  * What is wrong with the floor: {refused, warned}, texts. A refused one would stop the program's next start. Directions
  * in them are the analysis picture's, which a mirrored stream shows the other way round.
  */
 export function floorTrouble(settings, size, mirrored) {
-  const refused = floorProblem(...floorOf(settings));
+  const refused = problemOf(settings);
   const warned = refused ? null : floorWarning(...floorOf(settings), size);
-  const turned =
-    mirrored && /clockwise/.test(warned) ? ["In this mirrored picture clockwise looks counterclockwise."] : [];
+  const turned = mirrored && goesAround(warned) ? [say("edit.mirror")] : [];
   return { refused: refused ? [refused] : [], warned: warned ? [warned, ...turned] : [] };
 }
+
+/** Whether a warning names a direction, which a mirrored picture shows the other way round. */
+const goesAround = (warned) => [say("calibration.cross"), say("calibration.counter")].includes(warned);
 
 /** Where the figure stands, in metres from the red point along the width and the depth. */
 function figurePlace({ settings, figure }) {
@@ -63,7 +68,7 @@ export function figureStepped(scene, across, down, large) {
 
 export function figureWords(scene) {
   const { x, y } = figurePlace(scene);
-  return `${x.toFixed(1)} metres from red towards green, ${y.toFixed(1)} metres towards blue`;
+  return say("floor.figure", { across: numberText(x), down: numberText(y) });
 }
 
 /** What this calibration makes of the floor, drawn in the view. */
@@ -105,21 +110,17 @@ const HELP_DOTS = [
 
 /** How to measure and mark the floor; a mirrored picture shows the order the other way round. */
 export function FloorHelp({ mirrored }) {
-  const [first, second] = mirrored ? ["right", "left"] : ["left", "right"];
+  const [first, second] = mirrored ? [say("right"), say("left")] : [say("left"), say("right")];
   return html`
-    <p class="small">
-      Measure a rectangle on the floor with a tape: at least 1 × 1 m, as large as fits. Put the points on its corners as
-      seen from the camera: red far ${first}, green far ${second}, blue near ${second}, yellow near ${first}. Then walk
-      the figure around to see whether it is as tall as a person there.
-    </p>
+    <p class="small">${say("floor.help", { first, second })}</p>
     <svg class="floor-help" viewBox="0 0 200 76" aria-hidden="true">
       <g transform=${mirrored ? "translate(200 0) scale(-1 1)" : ""}>
         <path class="floor-help-outline" d="M66 16H138L158 60H42Z" />
         ${HELP_DOTS.map(([x, y], index) => html`<circle class=${`floor-dot floor-dot-${COLOURS[index]}`} cx=${x} cy=${y} r="7" />`)}
       </g>
-      ${HELP_DOTS.map(([x, y], index) => html`<text x=${mirrored ? 200 - x : x} y=${y + 3.5}>${FLOOR_NAMES[index][0]}</text>`)}
-      <text class="floor-help-word" x="100" y="10">width</text>
-      <text class="floor-help-word" x=${mirrored ? 30 : 172} y="42">depth</text>
+      ${HELP_DOTS.map(([x, y], index) => html`<text x=${mirrored ? 200 - x : x} y=${y + 3.5}>${FLOOR_SIGNS[index]}</text>`)}
+      <text class="floor-help-word" x="100" y="10">${say("floor.across")}</text>
+      <text class="floor-help-word" x=${mirrored ? 30 : 172} y="42">${say("floor.down")}</text>
     </svg>
   `;
 }
@@ -137,14 +138,13 @@ export function FloorMetres({ settings, onChange }) {
           autocomplete="off"
           size="6"
           value=${settings[key]}
-          aria-invalid=${decimal(settings[key]) > 0 ? "false" : "true"}
+          aria-invalid=${limitProblem(key, settings[key]) ? "true" : "false"}
           onInput=${(event) => onChange({ [key]: event.target.value }, label)}
         />
         m
       </span>
     </div>`;
   return html`<div class="editor-fields">
-    ${field("widthM", "editor-width", "Red to green (width)")}
-    ${field("depthM", "editor-depth", "Green to blue (depth)")}
+    ${field("widthM", "editor-width", say("floor.width"))} ${field("depthM", "editor-depth", say("floor.depth"))}
   </div>`;
 }

@@ -1,33 +1,23 @@
 /** A bed's area proposed from its mattress: the mark on the picture, what it leads to, and what is entered for it. */
-import { PROPOSE } from "../base/words.js";
+import { decimal, limitProblem } from "../base/limits.js";
+import { say, settingName } from "../base/words.js";
 import { floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { mattressProblem, volumeOutline } from "../geometry/volume.js";
-import { decimal } from "../settings/review.js";
 import { html, useRef } from "../vendor/preact.js";
 import { MATTRESSES, TOOLS, areaOf, pointsOf, withArea, withPoints } from "./tools.js";
 
-/** Metres that a bed can have. */
-const LIMITS = { height: { least: 0.1, most: 1.5 }, air: { least: 0.1, most: 1 } };
-const WORDS = { height: "Mattress above the floor", air: "Air above the mattress" };
+/** What is entered of a bed, in metres. */
+const METRES = ["height", "air"];
 
 /** The bed's tool for a mattress', any other as it is. */
 export const bedOf = (tool) =>
   tool.group === "mattresses" ? TOOLS.find(({ group, index }) => group === "beds" && index === tool.index) : tool;
 
-function metresOf(mark, key) {
-  const value = decimal(mark[key]);
-  const { least, most } = LIMITS[key];
-  return value !== null && value >= least && value <= most ? value : null;
-}
-
-function metresProblem(mark) {
-  const wrong = Object.keys(LIMITS).find((key) => metresOf(mark, key) === null);
-  return wrong && `${WORDS[wrong]}: a number of metres from ${LIMITS[wrong].least} to ${LIMITS[wrong].most}.`;
-}
+const metresProblem = (mark) => METRES.map((key) => limitProblem(key, mark[key])).find(Boolean) ?? null;
 
 function uncalibrated({ floor, widthM, depthM }, size) {
   const measured = [floor, decimal(widthM) ?? 0, decimal(depthM) ?? 0];
-  if (!isFloorPlaced(floor)) return "nobody has placed the floor points yet.";
+  if (!isFloorPlaced(floor)) return say("bed.notPlaced");
   return floorProblem(...measured) ?? floorWarning(...measured, size);
 }
 
@@ -35,14 +25,14 @@ function uncalibrated({ floor, widthM, depthM }, size) {
 export function proposalOf(settings, tool, size) {
   const mark = areaOf(settings, tool);
   const floor = uncalibrated(settings, size);
-  if (floor) return { problem: `Calibrate the floor first: ${floor}` };
+  if (floor) return { problem: say("bed.first", { problem: floor }) };
   const corners = pointsOf(settings, tool, size);
   const problem = metresProblem(mark) ?? mattressProblem(corners);
   if (problem) return { problem };
-  const metres = { height: metresOf(mark, "height"), air: metresOf(mark, "air") };
+  const metres = { height: decimal(mark.height), air: decimal(mark.air) };
   const measured = [settings.floor, decimal(settings.widthM), decimal(settings.depthM)];
   const points = volumeOutline(corners, measured, metres, size);
-  return points ? { points } : { problem: "No mattress at that height is seen where its corners are marked." };
+  return points ? { points } : { problem: say("bed.nowhere") };
 }
 
 /** What keeps a mattress from a proposal, as {refused, warned}. */
@@ -74,7 +64,7 @@ export function Proposal({ tool, scene, size, mapping, unit }) {
     <path class="editor-halo" d=${path} />
     <path class="proposal-line" d=${path} />
     <text class="editor-text" transform=${`translate(${middle.x} ${middle.y}) scale(${unit})`} y=${beside}
-      >Proposed</text
+      >${say("bed.proposed")}</text
     >
   </g>`;
 }
@@ -82,10 +72,10 @@ export function Proposal({ tool, scene, size, mapping, unit }) {
 function Metres({ draft, tool, onDraft }) {
   const mark = areaOf(draft, tool);
   return html`<div class="editor-fields">
-    ${Object.keys(LIMITS).map(
+    ${METRES.map(
       (key) =>
         html`<div class="field" key=${key}>
-          <label for=${`mattress-${key}`}>${WORDS[key]}</label>
+          <label for=${`mattress-${key}`}>${settingName(key)}</label>
           <span class="editor-metres">
             <input
               id=${`mattress-${key}`}
@@ -94,9 +84,12 @@ function Metres({ draft, tool, onDraft }) {
               autocomplete="off"
               size="6"
               value=${mark[key]}
-              aria-invalid=${metresOf(mark, key) === null ? "true" : "false"}
+              aria-invalid=${limitProblem(key, mark[key]) ? "true" : "false"}
               onInput=${(event) =>
-                onDraft(withArea(draft, tool, { ...mark, [key]: event.target.value }), `${tool.name}, ${key}`)}
+                onDraft(
+                  withArea(draft, tool, { ...mark, [key]: event.target.value }),
+                  `${tool.name}, ${settingName(key)}`,
+                )}
             />
             m
           </span>
@@ -108,24 +101,16 @@ function Metres({ draft, tool, onDraft }) {
 function Marking({ draft, tool, size, onDraft, onTake, onKeep }) {
   const { problem } = proposalOf(draft, tool, size);
   return html`
-    <p class="small">
-      Put the four corners on the corners of the mattress in the picture. The dashed line is the proposal: the mattress,
-      a tenth longer and wider, with the air above it. Your area stays as it is until you take the proposal; its corners
-      can be moved after that.
-    </p>
+    <p class="small">${say("bed.marking")}</p>
     <${Metres} draft=${draft} tool=${tool} onDraft=${onDraft} />
     <div class="row">
-      <button type="button" class="primary" disabled=${Boolean(problem)} onClick=${onTake}>Take the proposal</button>
-      <button type="button" class="quiet" onClick=${onKeep}>Keep my area</button>
+      <button type="button" class="primary" disabled=${Boolean(problem)} onClick=${onTake}>${say("bed.take")}</button>
+      <button type="button" class="quiet" onClick=${onKeep}>${say("bed.keep")}</button>
     </div>
   `;
 }
 
-const WHY = html`<p class="small">
-  Whoever sits up leaves an area that ends at the mattress: a false alarm. With the air above it there are far fewer.
-  Now and then somebody who gets up is noticed a few seconds later, and a carer beside the bed counts as the patient a
-  little more often.
-</p>`;
+const WHY = html`<p class="small">${say("bed.why")}</p>`;
 
 /**
  * Under a bed that is drawn: why it is drawn as a volume, and its proposal.
@@ -148,7 +133,7 @@ export function Volume({ draft, tool, size, onTool, onDraft, onSaid }) {
   };
   const take = () => {
     onDraft(withProposal(draft, tool, size));
-    onSaid(`${bed.name} is the proposal now`);
+    onSaid(say("bed.isProposal", { name: bed.name }));
     close();
   };
   return html`<div class="editor-volume">
@@ -160,7 +145,7 @@ export function Volume({ draft, tool, size, onTool, onDraft, onSaid }) {
       aria-expanded=${marking ? "true" : "false"}
       onClick=${marking ? close : () => onTool(MATTRESSES[bed.index])}
     >
-      ${PROPOSE}
+      ${say("propose")}
     </button>
     ${marking && html`<${Marking} ...${{ draft, tool, size, onDraft }} onTake=${take} onKeep=${close} />`}
   </div>`;

@@ -1,3 +1,5 @@
+import { COLOURS } from "../base/facts.js";
+import { numberText, say } from "../base/words.js";
 import { clamp, streamMapping } from "../geometry/plane.js";
 import { LivePicture } from "../picture/picture.js";
 import { html, useRef } from "../vendor/preact.js";
@@ -5,7 +7,7 @@ import { REACH, useDrag } from "./drag.js";
 import { FloorDrawing, figureAt, figureStepped, figureWords } from "./floor.js";
 import { Loupe } from "./loupe.js";
 import { Proposal, bedOf } from "./mattress.js";
-import { FIGURE, FLOOR, FLOOR_NAMES, TOOLS, areaOf, pointsOf, stepPoint } from "./tools.js";
+import { FIGURE, FLOOR, FLOOR_NAMES, FLOOR_SIGNS, TOOLS, areaOf, pointsOf, stepPoint } from "./tools.js";
 
 /** Arrow keys, as steps to the right and down on the screen. */
 const ARROWS = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] };
@@ -14,8 +16,10 @@ const pathOf = (points) => `M${points.map(({ x, y }) => `${x} ${y}`).join("L")}Z
 
 /** "Bed area 1, corner 2", "Red floor point". */
 export function pointName(tool, index) {
-  if (index === FIGURE) return "Figure";
-  return tool === FLOOR ? `${FLOOR_NAMES[index]} floor point` : `${tool.name}, corner ${index + 1}`;
+  if (index === FIGURE) return say("stage.figure");
+  return tool === FLOOR
+    ? say("stage.point", { colour: FLOOR_NAMES[index] })
+    : say("stage.corner", { tool: tool.name, number: index + 1 });
 }
 
 /** A floor point as the viewer sees it: a mirrored picture is counted from its own left edge. */
@@ -25,10 +29,10 @@ const seen = ({ x, y }, size, mirrored) => ({ x: mirrored ? size.width - 1 - x :
 export function pointWords(settings, tool, index, size, mirrored) {
   if (tool === FLOOR) {
     const { x, y } = seen(settings.floor[index], size, mirrored);
-    return `${x} pixels across, ${y} pixels down`;
+    return say("stage.pixels", { x, y });
   }
   const { x, y } = areaOf(settings, tool).corners[index];
-  return `${mirrored ? 100 - x : x} percent across, ${y} percent down`;
+  return say("stage.percent", { x: mirrored ? 100 - x : x, y });
 }
 
 /** Between analysis pixels and the view's SVG, where the middle of a pixel lies half a unit into it. */
@@ -69,18 +73,31 @@ export function Stage(props) {
     link=${props.link}
     size=${props.streamSize}
     live=${props.live}
-    label="Live picture of the room"
-    above=${(view) => html`<${FloorLoupe} ...${props} view=${view} />`}
+    label=${say("stage.room")}
+    above=${(view) => html`<${PointLoupe} ...${props} view=${view} />`}
   >
     ${(view) => html`<${Board} ...${props} view=${view} />`}
   <//>`;
 }
 
-function FloorLoupe({ tool, scene, size, mirrored, loupe, point, view }) {
-  if (tool !== FLOOR || !loupe || point === FIGURE) return null;
-  const at = mappingOf(view, size, mirrored).toView(scene.settings.floor[point]);
-  const { x, y } = seen(scene.settings.floor[point], size, mirrored);
-  return html`<${Loupe} view=${view} at=${at} name=${`${FLOOR_NAMES[point]} ${x}, ${y}`} />`;
+/** The point that is being placed, much larger: floor points and corners need the same care. */
+function PointLoupe({ tool, scene, size, mirrored, loupe, point, view }) {
+  if (!loupe || point === FIGURE || (tool !== FLOOR && !areaOf(scene.settings, tool).on)) return null;
+  const at = mappingOf(view, size, mirrored).toView(pointsOf(scene.settings, tool, size)[point]);
+  return html`<${Loupe}
+    view=${view}
+    at=${withinView(at, view)}
+    name=${loupeName(scene.settings, tool, point, size, mirrored)}
+  />`;
+}
+
+function loupeName(settings, tool, point, size, mirrored) {
+  if (tool !== FLOOR) {
+    const { x, y } = areaOf(settings, tool).corners[point];
+    return `${point + 1}: ${numberText(mirrored ? 100 - x : x)} %, ${numberText(y)} %`;
+  }
+  const { x, y } = seen(settings.floor[point], size, mirrored);
+  return `${FLOOR_NAMES[point]} ${x}, ${y}`;
 }
 
 /** What lies over the picture. */
@@ -96,7 +113,7 @@ function Board(props) {
     <g
       ref=${group}
       role="group"
-      aria-label=${`${tool.name} on the picture`}
+      aria-label=${say("stage.on", { name: tool.name })}
       class=${`board ${dragging ? "is-dragging" : ""}`}
     >
       <defs>
@@ -161,8 +178,8 @@ function spotsOf({ tool, scene, size, mirrored, view }, mapping) {
     name: pointName(tool, index),
     words: pointWords(settings, tool, index, size, mirrored),
     now: Math.round(((mirrored ? size.width - point.x : point.x) * 100) / size.width),
-    kind: tool === FLOOR ? FLOOR_NAMES[index].toLowerCase() : tool.group,
-    sign: tool === FLOOR ? FLOOR_NAMES[index][0] : String(index + 1),
+    kind: tool === FLOOR ? COLOURS[index] : tool.group,
+    sign: tool === FLOOR ? FLOOR_SIGNS[index] : String(index + 1),
     mirrored,
   }));
   const figure = tool === FLOOR ? figureAt(scene, size) : null;
@@ -172,7 +189,7 @@ function spotsOf({ tool, scene, size, mirrored, view }, mapping) {
   const now = Math.round((100 * at.x) / view.width);
   return [
     ...spots,
-    { index: FIGURE, at, head, name: "Figure", words: figureWords(scene), now, kind: "figure", sign: "" },
+    { index: FIGURE, at, head, name: say("stage.figure"), words: figureWords(scene), now, kind: "figure", sign: "" },
   ];
 }
 

@@ -3,8 +3,8 @@
  * mattresses in tenths of one, floor points in its whole pixels. A scene is {settings, figure}; figure is where the upright figure stands, in metres
  * from the red floor point, or null for the rectangle's middle. Scenes are never changed, edits make new ones.
  */
-import { AREA_KINDS, COLOURS, SETTING_NAMES, areaName } from "../base/facts.js";
-import { capitalised } from "../base/words.js";
+import { COLOURS } from "../base/facts.js";
+import { COLOUR_NAMES, areaName, capitalised, say, settingName } from "../base/words.js";
 import { clamp } from "../geometry/plane.js";
 import { nearestPercent, steppedPercent } from "../program/wire.js";
 
@@ -21,13 +21,13 @@ const areaTools = (group) =>
   [0, 1, 2].map((index) => ({
     id: `${group}${index + 1}`,
     name: areaName(group, index),
-    short: `${AREA_KINDS[group]} ${index + 1}`,
+    short: say(`short.${group}`, { number: index + 1 }),
     group,
     index,
   }));
 
 /** The floor points have one tool, since they mean something together only. */
-export const FLOOR = { id: "floor", name: SETTING_NAMES.floor, short: "Floor", group: "floor", index: 0 };
+export const FLOOR = { id: "floor", name: settingName("floor"), short: say("edit.floor"), group: "floor", index: 0 };
 
 /** Three bed areas, three exclusion areas, the floor points. @type {Tool[]} */
 export const TOOLS = [...areaTools("beds"), ...areaTools("exclusions"), FLOOR];
@@ -38,14 +38,17 @@ export const TOOLS = [...areaTools("beds"), ...areaTools("exclusions"), FLOOR];
  */
 export const MATTRESSES = [1, 2, 3].map((number, index) => ({
   id: `mattress${number}`,
-  name: `Mattress of bed ${number}`,
-  short: `Mattress ${number}`,
+  name: say("tool.mattress", { number }),
+  short: say("tool.mattressShort", { number }),
   group: "mattresses",
   index,
 }));
 
 /** Names of the floor points, "Red" first. */
-export const FLOOR_NAMES = COLOURS.map(capitalised);
+export const FLOOR_NAMES = COLOUR_NAMES.map(capitalised);
+
+/** Their signs on the picture, as short as tells them apart. */
+export const FLOOR_SIGNS = COLOURS.map((colour) => say(`sign.${colour}`));
 
 /** Stands for the figure where the index of a point is expected. */
 export const FIGURE = 4;

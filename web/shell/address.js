@@ -19,7 +19,10 @@ export function useView() {
   return named;
 }
 
-/** Moves the focus to a view's heading, or to the one that the address names, so that the keyboard starts there. */
+/**
+ * Moves the focus to a view's heading, or to the one that the address names, so that the keyboard starts there. The guide
+ * keeps it, and stays in sight as far as the heading leaves room.
+ */
 export function useFocusOnChange({ view, place }, ready, main) {
   const shown = useRef({ view, place: null });
   useEffect(() => {
@@ -28,13 +31,14 @@ export function useFocusOnChange({ view, place }, ready, main) {
     const heading = place && document.getElementById(place);
     if (place && !heading && !ready) return;
     shown.current = { view, place };
+    const guided = main.current.querySelector(".guide:focus-within") !== null;
     if (heading) {
       heading.tabIndex = -1;
-      heading.scrollIntoView({ block: "start" });
-      heading.focus({ preventScroll: true });
+      heading.scrollIntoView({ block: guided ? "nearest" : "start" });
+      if (!guided) heading.focus({ preventScroll: true });
     } else if (before.view !== view) {
       scrollTo(0, 0);
-      if (!main.current.querySelector(".guide:focus-within")) main.current.querySelector("h1")?.focus();
+      if (!guided) main.current.querySelector("h1")?.focus();
     }
   }, [view, place, ready]);
 }

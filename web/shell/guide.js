@@ -1,66 +1,79 @@
 /** The guide for the first visit: a few steps beside the page, which stays usable; skipped and found again. */
-import { BED, FALL, PLACES, VIEW, areaName } from "../base/facts.js";
+import { PLACES, TROUBLE, VIEW, hrefOf } from "../base/facts.js";
 import { recall, remember } from "../base/memory.js";
-import { ALL_SAVED, NO_PICTURE_YET, PROPOSE } from "../base/words.js";
-import { html, useEffect, useRef } from "../vendor/preact.js";
+import { areaName, eventName, say } from "../base/words.js";
+import { isFloorPlaced } from "../geometry/calibration.js";
+import { html, useEffect, useRef, useState } from "../vendor/preact.js";
+import { settingsGaps } from "../watch/readiness.js";
 
 /** True until the guide was finished or skipped in this browser. */
-export const guideIsNew = () => recall("guide") !== "done";
+const guideIsNew = () => recall("guide") !== "done";
 
-/** Whether something is missing that is mended at this place of Set up. */
+/** Whether something is missing that is mended at this place. */
 const leadsTo = (gaps, { id }) => gaps.some(({ link }) => link?.href.endsWith(id));
+const isSaved = ({ dirty, gaps }, place) => gaps && !dirty && !leadsTo(gaps, place);
 
 const STEPS = [
   {
-    view: VIEW.watch,
-    title: "See the picture",
-    texts: [
-      "This is the room, live, with what the program finds drawn into it. Turn the camera until the bed and the floor around it are in view.",
-      "Keep the way between camera and bed free: what hides a person hides a fall as well.",
-    ],
-    done: ({ seesPicture }) => seesPicture && "The camera answers.",
-    open: NO_PICTURE_YET,
+    href: VIEW.watch,
+    title: say("guide.see"),
+    texts: [say("guide.see.1"), say("guide.see.2")],
+    done: ({ seesPicture }) => seesPicture && say("guide.see.done"),
+    open: () => say("picture.waiting"),
   },
   {
-    view: VIEW.setup,
-    title: "Place the floor points",
-    texts: [
-      "Lay out a rectangle on the floor, or take one that is there, such as tiles or a rug, and measure it in metres.",
-      "Put the red, green, blue and yellow points on its corners, going around it clockwise, and enter its width (red to green) and depth (green to blue).",
-      "It is right when the grid lies flat on the floor and the figure looks as tall as a person. Then press Save.",
-    ],
-    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, PLACES.floor) && ALL_SAVED,
-    open: "The floor is not placed and saved yet.",
+    href: hrefOf(PLACES.floor),
+    title: say("guide.floor"),
+    texts: [say("guide.floor.1"), say("guide.floor.2"), say("guide.floor.3")],
+    done: (facts) => isSaved(facts, PLACES.floor) && say("allSaved"),
+    open: ({ placed }) => say(placed === false ? "gap.package" : "guide.floor.open"),
   },
   {
-    view: VIEW.setup,
-    title: "Draw the bed",
+    href: hrefOf(PLACES.beds),
+    title: say("guide.bed"),
     texts: [
-      `Switch on “${areaName("beds", 0)}”, press “${PROPOSE}” and drag the four corners onto those of the mattress. Then take the proposal.`,
-      "People are judged by the middle of their shoulders: whoever has it inside the area is in bed. So the proposal covers the mattress and the air above it, where the shoulders are of somebody who sits up.",
-      "Is there a second picture of people, such as a mirror, a poster or a television? Cover it with an exclusion area. Then press Save.",
+      say("guide.bed.1", { area: areaName("beds", 0), propose: say("propose") }),
+      say("guide.bed.2"),
+      say("guide.bed.3"),
     ],
-    done: ({ dirty, gaps }) => gaps && !dirty && !leadsTo(gaps, PLACES.beds) && "A bed area is switched on and saved.",
-    open: "No bed area is switched on and saved yet.",
+    done: (facts) => isSaved(facts, PLACES.beds) && say("guide.bed.done"),
+    open: () => say("guide.bed.open"),
   },
   {
-    view: VIEW.watch,
-    title: "Watch an event",
-    texts: [
-      `Leave the bed empty: after some seconds “${BED}” becomes active, and it ends when somebody is back in it.`,
-      `Lie down still on the floor, away from the picture's edge: “${FALL}” becomes active, until you get up.`,
-    ],
-    done: ({ seen }) => seen && `Seen: ${seen}.`,
-    open: "No event has been seen yet.",
+    href: VIEW.watch,
+    title: say("guide.watch"),
+    texts: [say("guide.watch.1", { event: say("event.exit") }), say("guide.watch.2", { event: say("event.fall") })],
+    done: ({ seen }) => seen && say("guide.watch.done", { event: eventName(seen) }),
+    open: () => say("guide.watch.open"),
   },
 ];
 
-function Progress({ step }) {
+/** What the guide's steps are told by. */
+export function guideFacts({ news, connected, draft, seen }) {
+  const away = news?.heartbeat?.wrong?.some(({ what }) => what === TROUBLE.cameraAway);
+  const seesPicture = connected && !away && (!news.heartbeat || news.heartbeat.cycle > 0);
+  const gaps = draft.present && settingsGaps(draft.present, draft.size);
+  return { seesPicture, gaps, dirty: draft.dirty, seen, placed: draft.present && isFloorPlaced(draft.present.floor) };
+}
+
+/** The guide's step, null without the guide, and the button to which the focus goes when it ends. */
+export function useGuide(offered) {
+  const [step, setStep] = useState(() => (offered && guideIsNew() ? 0 : null));
+  const button = useRef(null);
+  const toStep = (next) => {
+    setStep(next);
+    if (next === null) button.current?.focus();
+  };
+  return { step, toStep, button };
+}
+
+/** The steps in a row; one is ticked when what it is about is done, whoever has been there. */
+function Progress({ step, facts }) {
   return html`<ol class="guide-steps" aria-hidden="true">
     ${STEPS.map(
-      ({ title }, index) =>
-        html`<li key=${title} class=${index === step ? "here" : index < step ? "past" : ""}>
-          <span>${index + 1}</span>${title}
+      ({ title, done }, index) =>
+        html`<li key=${title} class=${index === step ? "here" : ""}>
+          <span>${done(facts) ? "✓" : index + 1}</span>${title}
         </li>`,
     )}
   </ol>`;
@@ -68,14 +81,14 @@ function Progress({ step }) {
 
 /**
  * @param {object} props {step, onStep(number or null), facts}: null ends the guide; facts {seesPicture, gaps,
- *   dirty, seen}: what a step's sign of success is told from; gaps: of the draft, null before there is one; seen: name of
- *   an event that was active, or null
+ *   dirty, seen, placed}: what a step's sign of success is told from; gaps: of the draft, null before there is one; seen:
+ *   name of an event that was active, or null; placed: whether somebody has placed the floor
  */
 export function Guide({ step, onStep, facts }) {
   const heading = useRef(null);
-  const { view, title, texts, done, open } = STEPS[step];
+  const { href, title, texts, done, open } = STEPS[step];
   useEffect(() => {
-    location.hash = view;
+    location.hash = href;
     heading.current.focus({ preventScroll: true });
     heading.current.scrollIntoView({ block: "nearest" });
   }, [step]);
@@ -86,21 +99,21 @@ export function Guide({ step, onStep, facts }) {
   const last = step === STEPS.length - 1;
   const success = done(facts);
   return html`<section class="guide" aria-labelledby="guide-heading">
-    <${Progress} step=${step} />
+    <${Progress} step=${step} facts=${facts} />
     <h2 id="guide-heading" tabindex="-1" ref=${heading}>
-      <span class="hidden">Guide, step ${step + 1} of ${STEPS.length}: </span>${title}
+      <span class="hidden">${say("guide.step", { step: step + 1, of: STEPS.length })} </span>${title}
     </h2>
     <div class="guide-texts">${texts.map((text) => html`<p key=${text}>${text}</p>`)}</div>
     <p class=${success ? "guide-done" : "guide-open"} role="status">
-      <span class="sign" aria-hidden="true">${success ? "✓" : "◌"}</span>${success || open}
+      <span class="sign" aria-hidden="true">${success ? "✓" : "◌"}</span>${success || open(facts)}
     </p>
     <div class="row guide-buttons">
-      ${step > 0 && html`<button type="button" class="quiet" onClick=${() => onStep(step - 1)}>Back</button>`}
+      ${step > 0 && html`<button type="button" class="quiet" onClick=${() => onStep(step - 1)}>${say("back")}</button>`}
       ${
         last
-          ? html`<button type="button" class="primary" onClick=${end}>Finish</button>`
-          : html`<button type="button" class="primary" onClick=${() => onStep(step + 1)}>Next</button>
-              <button type="button" class="quiet" onClick=${end}>Skip the guide</button>`
+          ? html`<button type="button" class="primary" onClick=${end}>${say("guide.finish")}</button>`
+          : html`<button type="button" class="primary" onClick=${() => onStep(step + 1)}>${say("guide.next")}</button>
+              <button type="button" class="quiet" onClick=${end}>${say("guide.skip")}</button>`
       }
     </div>
   </section>`;

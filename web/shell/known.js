@@ -1,9 +1,11 @@
 /** What the page knows, as hooks: the hub's news, the draft of the settings, how the camera turns its picture. */
-import { clockTime } from "../base/words.js";
+import { mayAs } from "../base/facts.js";
+import { clockTime, eventName, say } from "../base/words.js";
+import { stateWithCalls } from "../call/calls.js";
 import { cameraAppearance } from "../program/api.js";
 import { SettingsDraft } from "../settings/draft.js";
 import { useEffect, useMemo, useReducer, useState } from "../vendor/preact.js";
-import { agedNews, readiness } from "../watch/readiness.js";
+import { agedNews, isLimited, readiness } from "../watch/readiness.js";
 import { sceneNow } from "../watch/scene.js";
 
 const RETRY_MS = 5000;
@@ -34,10 +36,11 @@ function spoken(before, after, { seen, past }) {
   const begun = active.filter((name) => was(name) === false || was(name) === null);
   const ended = after.filter((event) => event.active === false && was(event.name)).map((event) => event.name);
   const words = {};
-  if (begun.length) words.begun = `${begun.join(" and ")} at ${clockTime(new Date())}.`;
+  const at = clockTime(new Date());
+  const joined = (names) => names.map(eventName).join(say("spoken.and"));
+  if (begun.length) words.begun = say("spoken.begun", { events: joined(begun), at });
   const byRestart = ended.some((name) => past?.history?.findLast((change) => change.name === name)?.closed_at_start);
-  const how = byRestart ? "was ended by a restart: whether it is over is not known" : "ended";
-  if (ended.length) words.ended = `${ended.join(" and ")} ${how}, at ${clockTime(new Date())}.`;
+  if (ended.length) words.ended = say(byRestart ? "spoken.restart" : "spoken.ended", { events: joined(ended), at });
   return { ...words, seen: active[0] ?? seen };
 }
 
@@ -52,6 +55,18 @@ function useDraft(link, control) {
     return () => removeEventListener("beforeunload", ask);
   }, []);
   return draft;
+}
+
+/** The alarms as the hub tells them; the caller hears of them at once, drawn or not. */
+function useCalls(link, caller) {
+  const [calls, setCalls] = useState({ state: "opening", alarms: [], pause: null, receivers: [] });
+  useEffect(() => {
+    link.listen("calls", (told) => {
+      caller.take(told.alarms);
+      setCalls(told);
+    });
+  }, []);
+  return calls;
 }
 
 /** How the camera turns its picture; null until it has told, since on a mirrored one every point would be misplaced. */
@@ -69,11 +84,14 @@ export function useAppearance(connected) {
 }
 
 /** Everything that the page shows, from what the hub tells and from the draft. */
-export function useFacts(link, control) {
+export function useFacts(link, control, caller, { role }) {
   const { news, past, scene: told, seen, begun, ended } = useHub(link);
   const draft = useDraft(link, control);
+  const calls = useCalls(link, caller);
   const now = Date.now() + (news?.offset ?? 0);
-  const state = readiness({ news, past, settings: draft.loadError ? null : draft.saved, size: draft.size, now });
+  const read = draft.loadError ? null : draft.saved;
+  const settings = mayAs(role, "nurse") ? read : undefined;
+  const state = stateWithCalls(readiness({ news, past, settings, size: draft.size, now }), calls, now);
   const analysed = news?.heartbeat?.picture_age_ms;
   const live = {
     analysedAge: analysed === undefined || analysed === null ? null : analysed + news.beatAge,
@@ -81,5 +99,6 @@ export function useFacts(link, control) {
   };
   const connected = state.silentSince === null && news !== null && news.silence !== null;
   const scene = news?.explains ? sceneNow(told, news, now) : undefined;
-  return { news, past, scene, seen, begun, ended, draft, now, state, live, connected };
+  const limited = news !== null && isLimited(news);
+  return { news, past, scene, seen, begun, ended, draft, calls, now, state, live, connected, limited };
 }

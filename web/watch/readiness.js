@@ -2,18 +2,16 @@
  * Whether somebody is being watched: one pure function from everything that is known to the state that the page shows.
  * Green needs every condition to be true; whatever is wrong, or not known, has a text and a place that mends it.
  */
-import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, VIEW, areaName } from "../base/facts.js";
-import { NO_BED_AREA, clockTime, durationInWords } from "../base/words.js";
+import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, hrefOf } from "../base/facts.js";
+import { decimal, limitProblem } from "../base/limits.js";
+import { areaName, clockTime, durationInWords, eventName, numberText, say } from "../base/words.js";
 import { floorPlacementProblem, floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { areaProblem, contains } from "../geometry/plane.js";
-import { decimal } from "../settings/review.js";
 
 /** A camera without heartbeats is heard of by its status only, which may take a cycle and a time limit to answer. */
 const STATUS_FRESH_MS = 6500;
 /** How long first answers are awaited; an open feed without a heartbeat then is one of an older camera. */
 const FIRST_ANSWERS_MS = 5000;
-
-const ALARMS = { [FALL]: "Fall detected", [BED]: "Patient out of bed" };
 
 /** Scores between which people are found, and not everything is taken for one. */
 const SENSIBLE = { min: 0.1, max: 0.9 };
@@ -34,7 +32,7 @@ const THIRD = 1 / 3;
  * @property {string[]} stops names of the events that cannot begin because of it
  */
 function gap(text, place = null, stops = []) {
-  const link = place && { href: `${VIEW.setup}/${PLACES[place].id}`, text: `Set up: ${PLACES[place].name}` };
+  const link = place && { href: hrefOf(PLACES[place]), text: say("gap.link", { place: say(`place.${place}`) }) };
   return { text, link, stops };
 }
 
@@ -57,7 +55,7 @@ function bedProblem(bed, size) {
   const problem = areaProblem(bed, size);
   if (problem) return problem;
   if (coverPicture(bed)) {
-    return "it covers nearly the whole picture, so whoever is in the room counts as being in bed, also on the floor.";
+    return say("gap.whole");
   }
   return null;
 }
@@ -68,26 +66,24 @@ function coveredBedGaps({ beds }, exclusions) {
     if (!bed.on) return [];
     const inside = GRID.filter((point) => contains(bed.corners, point));
     if (shareCovered(inside, exclusions) <= MOST_OF_BED) return [];
-    return [gap(`Exclusion areas cover bed area ${index + 1}: a fall at that bed is not seen.`, "exclusions")];
+    return [gap(say("gap.covered", { number: index + 1 }), "exclusions")];
   });
 }
 
 function bedGaps({ beds, outOfBed }, size) {
   const active = beds.map((bed, index) => ({ bed, name: areaName("beds", index) })).filter(({ bed }) => bed.on);
-  if (outOfBed && !active.length) return [gap(NO_BED_AREA, "beds", [BED])];
+  if (outOfBed && !active.length) return [gap(say("noBedArea"), "beds", [BED])];
   const bad = active
     .map(({ bed, name }) => ({ bed, name, problem: bedProblem(bed, size) }))
     .filter(({ problem }) => problem);
   const stops = bad.length === active.length ? [BED] : [];
   const hides = (bed) => (coverPicture(bed) ? [FALL] : []);
   if (!bad.length && coverPicture(...active.map(({ bed }) => bed))) {
-    return [
-      gap("The bed areas cover nearly the whole picture: who lies on the floor counts as in bed.", "beds", EVENT_NAMES),
-    ];
+    return [gap(say("gap.allBeds"), "beds", EVENT_NAMES)];
   }
   return [
-    ...(outOfBed ? [] : [gap(`“${BED}” is switched off.`, "events", [BED])]),
-    ...bad.map(({ bed, name, problem }) => gap(`${name} does not work: ${problem}`, "beds", [...stops, ...hides(bed)])),
+    ...(outOfBed ? [] : [gap(say("gap.off", { event: eventName(BED) }), "events", [BED])]),
+    ...bad.map(({ bed, name, problem }) => gap(say("gap.area", { name, problem }), "beds", [...stops, ...hides(bed)])),
   ];
 }
 
@@ -96,45 +92,44 @@ function exclusionGaps(exclusions, floor, size) {
   const broken = exclusions
     .map((area, index) => ({ problem: areaProblem(area, size), name: areaName("exclusions", index) }))
     .filter(({ problem }) => problem)
-    .map(({ name, problem }) => gap(`${name} does not work: ${problem}`, "exclusions"));
+    .map(({ name, problem }) => gap(say("gap.area", { name, problem }), "exclusions"));
   const share = shareCovered(GRID, exclusions);
   if (share > NEARLY_ALL) {
-    return [...broken, gap("Exclusion areas cover the picture: nobody is seen.", "exclusions", EVENT_NAMES)];
+    return [...broken, gap(say("gap.nobody"), "exclusions", EVENT_NAMES)];
   }
   const corners = floor.map(({ x, y }) => ({ x: (100 * x) / size.width, y: (100 * y) / size.height }));
   const measured = GRID.filter((point) => contains(corners, point));
   if (shareCovered(measured, exclusions) > HALF) {
-    const text = "Exclusion areas cover most of the measured floor: a fall there is not seen.";
+    const text = say("gap.floorCovered");
     return [...broken, gap(text, "exclusions", [FALL])];
   }
   if (share <= THIRD) return broken;
-  return [...broken, gap("Exclusion areas cover a large part of the picture: nobody is seen there.", "exclusions")];
+  return [...broken, gap(say("gap.large"), "exclusions")];
 }
 
 function sensitivityGaps({ sensitivity }) {
   const value = decimal(sensitivity);
-  if (value === null) return [gap("The score that a person must reach is no number.", "sensitivity", EVENT_NAMES)];
-  if (value >= 1)
-    return [gap("No person can reach the score that is set, so nobody is seen.", "sensitivity", EVENT_NAMES)];
+  const limit = limitProblem("sensitivity", sensitivity);
+  if (limit) return [gap(limit, "sensitivity", EVENT_NAMES)];
+  if (value >= 1) return [gap(say("gap.unreachable"), "sensitivity", EVENT_NAMES)];
   if (value <= 0) {
-    return [gap("The score that a person must reach is 0: anything counts as a person.", "sensitivity", EVENT_NAMES)];
+    return [gap(say("gap.anything"), "sensitivity", EVENT_NAMES)];
   }
   if (value >= SENSIBLE.min && value <= SENSIBLE.max) return [];
-  const words = value < SENSIBLE.min ? "low: other things may count as people" : "high: people may not be seen";
-  return [gap(`The score that a person must reach is very ${words}.`, "sensitivity")];
+  const words = value < SENSIBLE.min ? say("gap.low") : say("gap.high");
+  return [gap(say("gap.score", { words }), "sensitivity")];
 }
 
 function floorGaps({ falls, floor, widthM, depthM }, size) {
-  if (!falls) return [gap(`“${FALL}” is switched off.`, "events", [FALL])];
+  if (!falls) return [gap(say("gap.off", { event: eventName(FALL) }), "events", [FALL])];
   const [width, depth] = [widthM, depthM].map(decimal);
-  if (!(width > 0 && depth > 0)) return [gap("The floor rectangle's metres must be above 0.", "floor", [FALL])];
   const problem = floorProblem(floor, widthM, depthM) ?? floorPlacementProblem(floor, size);
   if (problem) return [gap(problem, "floor", [FALL])];
   if (!isFloorPlaced(floor)) {
-    return [gap("The floor points are still where the package puts them: nobody has placed them.", "floor", [FALL])];
+    return [gap(say("gap.package"), "floor", [FALL])];
   }
   if ([width, depth].some((side) => side < USUAL_SIDE.min || side > USUAL_SIDE.max)) {
-    return [gap(`A floor rectangle of ${width} by ${depth} metres is unusual: measure again.`, "floor")];
+    return [gap(say("gap.unusual", { width: numberText(width), depth: numberText(depth) }), "floor")];
   }
   const doubt = floorWarning(floor, widthM, depthM, size);
   return doubt ? [gap(doubt, "floor")] : [];
@@ -147,7 +142,7 @@ function floorGaps({ falls, floor, widthM, depthM }, size) {
  * @returns {Gap[]}
  */
 export function settingsGaps(settings, size) {
-  if (!settings) return [gap("The settings are not known, so it is not known what is watched for.")];
+  if (!settings) return [gap(say("gap.settings"))];
   const exclusions = settings.exclusions.filter(({ on }) => on);
   return [
     ...floorGaps(settings, size),
@@ -158,21 +153,33 @@ export function settingsGaps(settings, size) {
   ];
 }
 
+/** The same of the heartbeat, which tells less. */
+function watchedGaps({ heartbeat }) {
+  if (!heartbeat) return [];
+  const { falls, exits, beds } = heartbeat.watched ?? {};
+  if (typeof falls !== "boolean" || typeof exits !== "boolean") return [gap(say("gap.settings"))];
+  return [
+    ...(falls ? [] : [gap(say("gap.off", { event: eventName(FALL) }), null, [FALL])]),
+    ...(exits ? [] : [gap(say("gap.off", { event: eventName(BED) }), null, [BED])]),
+    ...(exits && beds === 0 ? [gap(say("noBedArea"), null, [BED])] : []),
+  ];
+}
+
 // ---- The program
 
 function codeGaps({ code, text }) {
   if ([CODE.watching, CODE.outOfBed, CODE.fall].includes(code)) return [];
-  if (code === CODE.slow) return [gap("Slow: pictures take longer than they should, events may come late.")];
-  if (code === CODE.dataError) return [gap("Settings were refused in part (data error).")];
-  if (code === CODE.starting) return [gap("The program is starting.", null, EVENT_NAMES)];
-  if (code === CODE.stopped) return [gap("The program has stopped.", null, EVENT_NAMES)];
-  return [gap(`The program reports “${text || "an error"}” (${code}).`, null, EVENT_NAMES)];
+  if (code === CODE.slow) return [gap(say("gap.slow"))];
+  if (code === CODE.dataError) return [gap(say("gap.data"))];
+  if (code === CODE.starting) return [gap(say("gap.starting"), null, EVENT_NAMES)];
+  if (code === CODE.stopped) return [gap(say("gap.stopped"), null, EVENT_NAMES)];
+  return [gap(say("gap.reports", { text: text || say("gap.anError"), code }), null, EVENT_NAMES)];
 }
 
 function statusGaps({ status, statusAge }) {
   if (status?.connected && statusAge <= STATUS_FRESH_MS) return codeGaps(status);
-  if (statusAge === null) return [gap("The program's status is not known.")];
-  return [gap(`The program's status has not been answered for ${durationInWords(statusAge)}.`)];
+  if (statusAge === null) return [gap(say("gap.status"))];
+  return [gap(say("gap.unanswered", { age: durationInWords(statusAge) }))];
 }
 
 /** Troubles by which nobody is watched at all; others, known or not, leave something to be watched. */
@@ -189,18 +196,18 @@ const BLIND = [
 const MENDED = { [TROUBLE.cameraMoved]: "floor" };
 
 function heartbeatGaps({ heartbeat, beatAge }) {
-  if (!Array.isArray(heartbeat.wrong)) return [gap("The camera does not tell what is wrong.")];
+  if (!Array.isArray(heartbeat.wrong)) return [gap(say("gap.tells"))];
   const has = (what) => heartbeat.wrong.some((entry) => entry.what === what);
   const gaps = heartbeat.wrong.map(({ what, text }) =>
     gap(text || what, MENDED[what] ?? null, BLIND.includes(what) ? EVENT_NAMES : []),
   );
   const [cycle, picture] = [heartbeat.cycle_age_ms, heartbeat.picture_age_ms].map((age) => age + beatAge);
-  if (!heartbeat.cycle) gaps.push(gap("No picture has been analysed yet.", null, EVENT_NAMES));
+  if (!heartbeat.cycle) gaps.push(gap(say("gap.noPicture"), null, EVENT_NAMES));
   else if (!(cycle <= FRESH_MS) && !has(TROUBLE.standsStill)) {
-    gaps.push(gap(`No picture has been analysed for ${durationInWords(cycle)}.`, null, EVENT_NAMES));
-  } else if (!(picture <= FRESH_MS)) gaps.push(gap(`The picture analysed last is ${durationInWords(picture)} old.`));
+    gaps.push(gap(say("gap.noCycle", { age: durationInWords(cycle) }), null, EVENT_NAMES));
+  } else if (!(picture <= FRESH_MS)) gaps.push(gap(say("gap.old", { age: durationInWords(picture) })));
   if (heartbeat.ticks_left_out_last_minute > 0 && !has(TROUBLE.ticksLeftOut)) {
-    gaps.push(gap(`${heartbeat.ticks_left_out_last_minute} pictures of the last minute were left out.`));
+    gaps.push(gap(say("gap.left", { count: heartbeat.ticks_left_out_last_minute })));
   }
   return gaps;
 }
@@ -216,7 +223,7 @@ export function isAnalysing(news) {
   return isSeeing(news) && news.heartbeat.picture_age_ms + news.beatAge <= FRESH_MS;
 }
 
-const LIMITED = "The feed of events is away: they are known only through the status, which shows one at a time.";
+const LIMITED = say("gap.limited");
 
 function feedGaps(news) {
   if (news.feed === "lost" || news.feed === "opening") return [gap(LIMITED)];
@@ -228,7 +235,7 @@ function eventGaps({ events }) {
   const unknown = EVENT_NAMES.filter(
     (name) => typeof events.find((event) => event.name === name)?.active !== "boolean",
   );
-  return unknown.map((name) => gap(`Whether “${name}” is active is not known.`));
+  return unknown.map((name) => gap(say("gap.event", { event: eventName(name) })));
 }
 
 /** An event that a restart ended may be going on. */
@@ -237,9 +244,7 @@ function restartGaps(past, now) {
     const last = past?.history?.findLast((change) => change.name === name);
     if (!last?.closed_at_start || now - Date.parse(last.time) > DOUBT_MS) return [];
     const at = clockTime(new Date(last.time), new Date(now));
-    return [
-      gap(`“${name}” was active when the program stopped, and again it watches since ${at}: look into the room.`),
-    ];
+    return [gap(say("gap.restart", { event: eventName(name), at }))];
   });
 }
 
@@ -270,42 +275,43 @@ function isSilent({ silence, heartbeat, status, feed }) {
 /** While first answers are awaited nothing is claimed. */
 function isConnecting({ statusAge, feed, heartbeat, age }, settings) {
   if (age > FIRST_ANSWERS_MS) return false;
-  return !settings || statusAge === null || feed === "opening" || (feed === "open" && !heartbeat);
+  return settings === null || statusAge === null || feed === "opening" || (feed === "open" && !heartbeat);
 }
 
 /** "Fall detected, patient out of bed"; without a connection when each began, too. */
 function alarmTitle(active, silent, now) {
   const words = active.map(({ name, since }) => {
-    const began = silent && since ? ` at ${clockTime(new Date(since), new Date(now))}` : "";
-    return `${ALARMS[name] ?? name}${began}`;
+    if (!silent || !since) return eventName(name);
+    return say("state.at", { event: eventName(name), at: clockTime(new Date(since), new Date(now)) });
   });
-  return words.map((text, index) => (index ? text[0].toLowerCase() + text.slice(1) : text)).join(", ");
+  return words.join(", ");
 }
 
-/** "Program: AI (200), 312 ms a picture": the program's own words and its last cycle's time. */
+/** "The last picture took 312 milliseconds." */
 function ownWords(status) {
-  if (!status?.connected) return "";
-  const { code, text, executionTime } = status;
-  const time = Number.isFinite(executionTime) ? `, ${executionTime} ms for the last picture` : "";
-  return `Program: “${text || "no text"}” (${code})${time}`;
+  if (!status?.connected || !Number.isFinite(status.executionTime)) return "";
+  return say("state.took", { time: numberText(status.executionTime) });
 }
 
 /** What nobody hears of the program means, since when, in words. */
 function silenceOf(news, now) {
   const since = news.heardTime;
   const lost = news.status?.connected === false;
-  const at = since === null ? "" : ` since ${clockTime(new Date(since), new Date(now))}`;
-  const [title, clause] = lost ? ["No connection", "connection lost"] : ["No sign of life", "no sign of life"];
-  return { since, title: title + at, clause: clause + at };
+  const what = lost ? "lost" : "mute";
+  const told = (key) => {
+    if (since === null) return say(key);
+    return say("state.since", { what: say(key), at: clockTime(new Date(since), new Date(now)) });
+  };
+  return { since, title: told(`state.${what}`), clause: told(`state.${what}Clause`) };
 }
 
 const LOOKS = {
   alarm: { tone: "alarm", sign: "▲" },
-  connecting: { tone: "idle", sign: "◌", title: "Connecting" },
+  connecting: { tone: "idle", sign: "◌", title: say("state.connecting") },
   silent: { tone: "off", sign: "?" },
-  "not-watching": { tone: "off", sign: "✕", title: "Not watching" },
-  partly: { tone: "warn", sign: "◐", title: "Partly armed" },
-  watching: { tone: "ok", sign: "✓", title: "Watching" },
+  "not-watching": { tone: "off", sign: "✕", title: say("state.notWatching") },
+  partly: { tone: "warn", sign: "◐", title: say("state.partly") },
+  watching: { tone: "ok", sign: "✓", title: say("state.watching") },
 };
 
 function kindOf({ active, silent, connecting, missing }) {
@@ -321,7 +327,8 @@ function kindOf({ active, silent, connecting, missing }) {
  * @param {object} facts
  * @param {?object} facts.news of the hub, with ages as of now; null before the first
  * @param {?object} [facts.past] of the hub: the history of changes
- * @param {?import("../program/wire.js").Settings} facts.settings as the program holds them; null: not known
+ * @param {?import("../program/wire.js").Settings} [facts.settings] as the program holds them; null: not known yet;
+ *   undefined: who looks on may not read them, then the heartbeat tells what is watched for
  * @param {import("../program/wire.js").Size} facts.size
  * @param {number} [facts.now] milliseconds since 1970 by the camera's clock
  * @returns {{kind: "alarm"|"silent"|"connecting"|"not-watching"|"partly"|"watching", tone: string, sign: string,
@@ -342,7 +349,7 @@ export function readiness({ news, past = null, settings, size, now = Date.now() 
         ...feedGaps(news),
         ...eventGaps(news),
         ...restartGaps(past, now),
-        ...settingsGaps(settings, size),
+        ...(settings === undefined ? watchedGaps(news) : settingsGaps(settings, size)),
       ];
   const kind = kindOf({ active: active.length > 0, silent, connecting: isConnecting(news, settings), missing });
   const state = {

@@ -1,5 +1,5 @@
 /** What the program sees now, in its own sentences: closed until somebody asks for it. */
-import { clockTime, durationInWords } from "../base/words.js";
+import { clockTime, durationInWords, say } from "../base/words.js";
 import { html, useEffect, useState } from "../vendor/preact.js";
 import { isSeeing } from "./readiness.js";
 
@@ -22,19 +22,19 @@ export function sceneNow(scene, news, now) {
 /** "4 seconds ago:" of sentences that are not of just now; empty otherwise. */
 export function ageWords(time, now) {
   const age = now - Date.parse(time);
-  return age >= AGED_MS ? `${durationInWords(age)} ago:` : "";
+  return age >= AGED_MS ? say("scene.ago", { age: durationInWords(age) }) : "";
 }
 
 function Sentences({ scene, now }) {
-  if (!scene) return html`<p class="muted">What is seen now is not known.</p>`;
+  if (!scene) return html`<p class="muted">${say("scene.unknown")}</p>`;
   const { time, people, beds } = scene;
-  const sentences = [...(people.length ? people : ["Nobody is seen."]), ...beds];
+  const sentences = [...(people.length ? people : [say("scene.nobody")]), ...beds];
   const age = ageWords(time, now);
   return html`${age && html`<p class="muted">${age}</p>`}
     <ul>
       ${sentences.map((text, index) => html`<li key=${index}>${text}</li>`)}
     </ul>
-    <p class="small">As of ${clockTime(new Date(time), new Date(now))}.</p>`;
+    <p class="small">${say("scene.asOf", { at: clockTime(new Date(time), new Date(now)) })}</p>`;
 }
 
 /** Asks the hub for sentences while `open` in a tab that is seen. */
@@ -57,7 +57,7 @@ export function Scene({ link, scene, now }) {
   useLook(link, open);
   return html`<section class="panel scene" aria-labelledby="scene-heading">
     <details onToggle=${(event) => setOpen(event.currentTarget.open)}>
-      <summary><h2 id="scene-heading">What is seen now</h2></summary>
+      <summary><h2 id="scene-heading">${say("scene.title")}</h2></summary>
       ${open && html`<${Sentences} scene=${scene} now=${now} />`}
     </details>
   </section>`;

@@ -1,7 +1,7 @@
 /** Why the camera does not see as it should: since when, and what it saw then and sees now, as far as anybody may see it. */
-import { PLACES, TROUBLE, VIEW } from "../base/facts.js";
+import { PLACES, TROUBLE, hrefOf } from "../base/facts.js";
 import { recall } from "../base/memory.js";
-import { clockTime } from "../base/words.js";
+import { clockTime, say } from "../base/words.js";
 import { acceptPlace, sightUrl } from "../program/api.js";
 import { html, useState } from "../vendor/preact.js";
 
@@ -20,25 +20,26 @@ function Seen({ show, words, anonymised, turn }) {
 }
 
 /** The room then and now, laid over each other, and what can be done. */
-function Moved({ anonymised, turn }) {
+function Moved({ anonymised, turn, mends }) {
   const [told, setTold] = useState("");
   const accept = async () => {
-    setTold("Telling the camera …");
+    setTold(say("sight.telling"));
     try {
       await acceptPlace();
-      setTold("The room as it is seen now counts from now on. It takes a minute to learn.");
+      setTold(say("sight.counts"));
     } catch (error) {
-      setTold(`That did not work: ${error.message}`);
+      setTold(say("sight.failed", { error: error.message }));
     }
   };
-  const words = anonymised
-    ? "Orange: edges of the room when the floor was calibrated. Those of now may show people."
-    : "Orange: edges of the room when the floor was calibrated. Blue: those of now.";
+  const words = anonymised ? say("sight.orange") : say("sight.blue");
   return html`<${Seen} show="both" words=${words} anonymised=${anonymised} turn=${turn} />
-    <p class="row">
-      <a class="button" href=${`${VIEW.setup}/${PLACES.floor.id}`}>Check the floor points</a>
-      <button type="button" class="quiet" onClick=${accept}>The floor points are right</button>
-    </p>
+    ${
+      mends &&
+      html`<p class="row">
+        <a class="button" href=${hrefOf(PLACES.floor)}>${say("sight.check")}</a>
+        <button type="button" class="quiet" onClick=${accept}>${say("sight.right")}</button>
+      </p>`
+    }
     <p class="small" role="status">${told}</p>`;
 }
 
@@ -46,8 +47,9 @@ function Moved({ anonymised, turn }) {
  * @param {object} view
  * @param {{what: string, since: string}[]} view.wrong the heartbeat's troubles
  * @param {number} view.now milliseconds since 1970 by the camera's clock
+ * @param {boolean} view.mends whether who looks on may change settings
  */
-export function Sight({ wrong, now }) {
+export function Sight({ wrong, now, mends }) {
   const troubles = sightTroubles(wrong);
   if (!troubles.length) return null;
   const anonymised = recall("anonymise") === "on";
@@ -55,14 +57,14 @@ export function Sight({ wrong, now }) {
   const since = clockTime(new Date(Math.min(...troubles.map((one) => Date.parse(one.since)))), new Date(now));
   const moved = troubles.some(({ what }) => what === TROUBLE.cameraMoved);
   return html`<section class="panel sight" aria-labelledby="sight-heading">
-    <h2 id="sight-heading">What the camera sees</h2>
-    <p class="small">Not as it should since ${since}. Coarse on purpose: edges and light, no faces.</p>
+    <h2 id="sight-heading">${say("sight.title")}</h2>
+    <p class="small">${say("sight.since", { since })}</p>
     ${
       moved
-        ? html`<${Moved} anonymised=${anonymised} turn=${turn} />`
+        ? html`<${Moved} anonymised=${anonymised} turn=${turn} mends=${mends} />`
         : html`<div class="then-and-now">
-            <${Seen} show="then" words=${`Then: before ${since}`} anonymised=${anonymised} turn="then" />
-            <${Seen} show="now" words="Now" anonymised=${anonymised} turn=${turn} />
+            <${Seen} show="then" words=${say("sight.then", { since })} anonymised=${anonymised} turn="then" />
+            <${Seen} show="now" words=${say("sight.now")} anonymised=${anonymised} turn=${turn} />
           </div>`
     }
   </section>`;

@@ -1,6 +1,16 @@
-/** The last hours as bars: one lane for each event, and the same as a table. */
-import { EVENT_NAMES } from "../base/facts.js";
-import { becauseOf, capitalised, clockTime, durationInWords, unwatchedWords } from "../base/words.js";
+/** The last hours as bars: one lane for each event, and the same as cards. */
+import { EVENT_NAMES, KIND } from "../base/facts.js";
+import {
+  becauseOf,
+  capitalised,
+  clockTime,
+  durationInWords,
+  eventName,
+  say,
+  shortTime,
+  unwatchedWords,
+} from "../base/words.js";
+import { answerWords } from "../call/calls.js";
 import { html, useState } from "../vendor/preact.js";
 
 const HOUR = 3600000;
@@ -13,7 +23,7 @@ const SPANS = [
 /** Because of what an event began and ended, in sentences. */
 function reasonsOf({ began, ended }) {
   const begin = began?.because ? [becauseOf(began.because)] : [];
-  return ended?.because ? [...begin, becauseOf(ended.because, "Ended")] : begin;
+  return ended?.because ? [...begin, becauseOf(ended.because, true)] : begin;
 }
 
 /**
@@ -22,8 +32,9 @@ function reasonsOf({ began, ended }) {
  *   oldest first
  * @param {{name: string, active: boolean, since: ?string, because?: string}[]} events the state now
  * @param {number} from milliseconds since 1970, as `now`
- * @returns {{from: number, to: ?number, known: boolean, restart: boolean, reasons: string[]}[]} `to` null: still active;
- *   `known` false: it began earlier; `restart`: ended by a restart of the program; `reasons`: sentences, as far as known
+ * @returns {{from: number, to: ?number, known: boolean, restart: boolean, reasons: string[], began: ?object}[]} `to`
+ *   null: still active; `known` false: it began earlier; `restart`: ended by a restart of the program; `reasons`:
+ *   sentences, as far as known; `began`: the change with which it began
  */
 export function activeTimes(history, events, name, from, now) {
   const state = events.find((event) => event.name === name);
@@ -51,6 +62,7 @@ export function activeTimes(history, events, name, from, now) {
       known: time.from >= from,
       restart: time.ended?.closed_at_start === true,
       reasons: reasonsOf(time),
+      began: time.began ?? null,
     }));
 }
 
@@ -60,12 +72,12 @@ export function activeTimes(history, events, name, from, now) {
  *   which trouble, oldest first; null: a camera that does not tell
  * @param {?number} silentSince milliseconds since 1970: since then nothing has been heard
  * @param {?number} openedAt as `silentSince`: since then this page knows what happens; null: it knows what was before
- * @returns {{from: number, to: number, known: boolean, why: string}[]} `why`: "not known" or "not watching", with a
- *   reason where there is one; `known` false: it began earlier
+ * @returns {{from: number, to: number, known: boolean, why: string}[]} `why`: not known or not watching in words, with
+ *   a reason where there is one; `known` false: it began earlier
  */
 export function unwatchedTimes({ watching, silentSince, openedAt }, from, now) {
   const times = [];
-  if (openedAt !== null) times.push({ from: -Infinity, to: openedAt, why: "not known" });
+  if (openedAt !== null) times.push({ from: -Infinity, to: openedAt, why: say("unknown") });
   let open = { from: -Infinity, why: unwatchedWords() };
   for (const { active, time, why } of watching ?? []) {
     const at = Date.parse(time);
@@ -74,7 +86,7 @@ export function unwatchedTimes({ watching, silentSince, openedAt }, from, now) {
     open = active ? null : { from: at, why: unwatchedWords(why) };
   }
   if (watching && open) times.push({ ...open, to: silentSince ?? now });
-  if (silentSince !== null) times.push({ from: silentSince, to: now, why: "not known" });
+  if (silentSince !== null) times.push({ from: silentSince, to: now, why: say("unknown") });
   return times
     .filter((time) => time.to > from && time.from < now && time.to > time.from)
     .map((time) => ({
@@ -96,7 +108,7 @@ function ticksBetween(from, now, step) {
 const CLEAR_OF_NOW = 0.12;
 
 function Lane({ name, times, unwatched, at, ticks }) {
-  return html`<span class="lane-name">${name}<span class="hidden">: ${summary(times)}</span></span>
+  return html`<span class="lane-name">${eventName(name)}<span class="hidden">: ${summary(times)}</span></span>
     <svg class="lane" aria-hidden="true">
       <rect class="lane-back" width="100%" y="8" height="18" rx="4" />
       ${ticks.map((time) => html`<line key=${time} class="tick" x1=${at(time)} x2=${at(time)} y1="0" y2="34" />`)}
@@ -129,11 +141,8 @@ function Lanes({ lanes, unwatched, from, now, tick }) {
           <line class="hatching" x1="0" y1="0" x2="0" y2="7" />
         </pattern>
       </defs>
-      ${hours.map(
-        (time) =>
-          html`<text key=${time} x=${at(time)} y="13">${clockTime(new Date(time), new Date(time)).slice(0, 5)}</text>`,
-      )}
-      <text class="axis-now" x="100%" y="13">now</text>
+      ${hours.map((time) => html`<text key=${time} x=${at(time)} y="13">${shortTime(new Date(time))}</text>`)}
+      <text class="axis-now" x="100%" y="13">${say("timeline.now")}</text>
     </svg>
   </div>`;
 }
@@ -141,100 +150,110 @@ function Lanes({ lanes, unwatched, from, now, tick }) {
 /** What the hatching means, where there is some. */
 function Legend({ unwatched }) {
   if (!unwatched.length) return null;
-  const reasons = [...new Set(unwatched.map(({ why }) => why))].join(", or ");
+  const reasons = [...new Set(unwatched.map(({ why }) => why))].join(say("timeline.or"));
   return html`<p class="small legend">
     <svg class="legend-sample" aria-hidden="true"><rect class="unwatched" width="100%" height="100%" /></svg>
-    <span>Hatched: ${reasons}.</span>
+    <span>${say("timeline.hatched", { reasons })}</span>
   </p>`;
 }
 
 function lasted(time, now) {
-  if (time.restart) return "not known";
-  const words = durationInWords((time.to ?? now) - time.from);
-  return time.known ? words : `more than ${words}`;
+  if (time.restart) return say("unknown");
+  const age = durationInWords((time.to ?? now) - time.from);
+  return time.known ? age : say("timeline.more", { age });
 }
 
 function endOf(row, clock) {
-  if (row.restart) return `ended by a restart at ${clock(row.to)}; what happened meanwhile is not known`;
-  if (row.to === null) return "still active";
-  return row.why && row.to === row.now ? "until now" : clock(row.to);
+  if (row.restart) return say("timeline.restart", { at: clock(row.to) });
+  if (row.to === null) return say("timeline.active");
+  return row.why && row.to === row.now ? say("timeline.untilNow") : clock(row.to);
 }
 
-function List({ rows, now }) {
-  if (!rows.length) return html`<p class="muted">No event in this time.</p>`;
+/** The alarm that an event led to, where the camera keeps alarms. */
+const alarmOf = ({ began }, alarms) =>
+  began && alarms.find(({ run, seq }) => seq !== undefined && run === began.run && seq === began.seq);
+
+/** What happened once: from when to when, because of what, and who has answered. */
+function Happening({ row, alarms, now }) {
   const clock = (time) => clockTime(new Date(time), new Date(now));
-  const explained = rows.some(({ reasons }) => reasons?.length);
-  return html`<div class="scroll" tabindex="0" role="region" aria-label="Events as a list">
-    <table class=${explained ? "explained" : null}>
-      <thead>
-        <tr>
-          <th scope="col">Event</th>
-          <th scope="col">Began</th>
-          <th scope="col">Ended</th>
-          <th scope="col">Lasted</th>
-          ${explained && html`<th scope="col" class="why">Why</th>`}
-        </tr>
-      </thead>
-      <tbody>
-        ${rows.map(
-          (row) =>
-            html`<tr key=${row.name + row.from}>
-              <th scope="row">${row.name}</th>
-              <td>${row.known ? clock(row.from) : `before ${clock(row.from)}`}</td>
-              <td>${endOf(row, clock)}</td>
-              <td>${lasted(row, now)}</td>
-              ${explained && html`<td class="why">${row.reasons?.map((text) => html`<p key=${text}>${text}</p>`)}</td>`}
-            </tr>`,
-        )}
-      </tbody>
-    </table>
-  </div>`;
+  const began = row.known ? clock(row.from) : say("timeline.before", { at: clock(row.from) });
+  const alarm = alarmOf(row, alarms);
+  const answered = alarm && answerWords(alarm, now);
+  return html`<li class=${`happening ${row.kind}`}>
+    <h3><span class="sign" aria-hidden="true">${row.sign}</span>${row.name}</h3>
+    <p>${began} – ${endOf(row, clock)} <span class="muted">(${lasted(row, now)})</span></p>
+    ${answered && html`<p class="answered">${answered}</p>`}
+    ${row.reasons?.map((text) => html`<p key=${text} class="small why">${text}</p>`)}
+  </li>`;
+}
+
+/** So many are shown at once; the rest is asked for. */
+const FIRST = 6;
+
+function Happenings({ rows, alarms, now }) {
+  const [all, setAll] = useState(false);
+  if (!rows.length) return html`<p class="muted">${say("timeline.none")}</p>`;
+  const shown = all ? rows : rows.slice(0, FIRST);
+  return html`<ul class="happenings" aria-label=${say("timeline.cards")}>
+      ${shown.map((row) => html`<${Happening} key=${row.name + row.from} row=${row} alarms=${alarms} now=${now} />`)}
+    </ul>
+    ${
+      rows.length > FIRST &&
+      html`<p>
+        <button type="button" class="quiet" aria-expanded=${all ? "true" : "false"} onClick=${() => setAll(!all)}>
+          ${all ? say("timeline.fewer") : say("timeline.all", { count: rows.length })}
+        </button>
+      </p>`
+    }`;
 }
 
 function summary(times) {
-  if (!times.length) return "never";
-  const now = times.some((time) => time.to === null) ? ", active now" : "";
-  return `${times.length === 1 ? "once" : `${times.length} times`}${now}`;
+  if (!times.length) return say("timeline.never");
+  const now = times.some((time) => time.to === null) ? say("timeline.activeNow") : "";
+  return say("timeline.times", { count: times.length }) + now;
 }
 
+function Hours({ hours, onHours }) {
+  return html`<fieldset class="segments">
+    <legend class="hidden">${say("timeline.hours")}</legend>
+    ${SPANS.map(
+      (entry) =>
+        html`<label key=${entry.hours}>
+          <input type="radio" name="hours" checked=${hours === entry.hours} onChange=${() => onHours(entry.hours)} />
+          <span>${entry.hours} h</span>
+        </label>`,
+    )}
+  </fieldset>`;
+}
+
+/** The happenings of the lanes and the times without watching, the newest first. */
+function rowsOf(lanes, unwatched, now) {
+  const happened = ({ name, times }) =>
+    times.map((time) => ({ ...time, name: eventName(name), ...(KIND[name] === "fall" ? FELL : LEFT) }));
+  const missed = unwatched.map((time) => ({ ...time, name: capitalised(time.why), now, kind: "missed", sign: "✕" }));
+  return [...lanes.flatMap(happened), ...missed].sort((a, b) => b.from - a.from);
+}
+
+const FELL = { kind: "fell", sign: "▲" };
+const LEFT = { kind: "left", sign: "◆" };
+
 /**
- * The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second; the rest as
- * unwatchedTimes takes it.
+ * The timeline with its choice of hours. `now` is a number of milliseconds that moves on each second; `alarms` those that
+ * the camera keeps; the rest as unwatchedTimes takes it.
  */
-export function Timeline({ history, events, watching, silentSince, openedAt, now }) {
+export function Timeline({ history, events, watching, silentSince, openedAt, alarms, now }) {
   const [hours, setHours] = useState(4);
   const span = SPANS.find((entry) => entry.hours === hours);
   const from = now - hours * HOUR;
   const lanes = EVENT_NAMES.map((name) => ({ name, times: activeTimes(history, events, name, from, now) }));
   const unwatched = unwatchedTimes({ watching, silentSince, openedAt }, from, now);
-  const rows = [
-    ...lanes.flatMap(({ name, times }) => times.map((time) => ({ name, ...time }))),
-    ...unwatched.map((time) => ({ name: capitalised(time.why), now, ...time })),
-  ];
-  rows.sort((a, b) => b.from - a.from);
   return html`<section class="panel timeline" aria-labelledby="timeline-heading">
     <div class="panel-head">
-      <h2 id="timeline-heading">The last hours</h2>
-      <fieldset class="segments">
-        <legend class="hidden">Hours shown</legend>
-        ${SPANS.map(
-          (entry) =>
-            html`<label key=${entry.hours}>
-              <input
-                type="radio"
-                name="hours"
-                checked=${hours === entry.hours}
-                onChange=${() => setHours(entry.hours)}
-              /><span>${entry.hours} h</span>
-            </label>`,
-        )}
-      </fieldset>
+      <h2 id="timeline-heading">${say("timeline.title")}</h2>
+      <${Hours} hours=${hours} onHours=${setHours} />
     </div>
     <${Lanes} lanes=${lanes} unwatched=${unwatched} from=${from} now=${now} tick=${span.tick} />
     <${Legend} unwatched=${unwatched} />
-    <details>
-      <summary>As a list${rows.length ? ` (${rows.length})` : ""}</summary>
-      <${List} rows=${rows} now=${now} />
-    </details>
+    <${Happenings} rows=${rowsOf(lanes, unwatched, now)} alarms=${alarms} now=${now} />
   </section>`;
 }

@@ -46,6 +46,20 @@ constexpr std::pair<const char*, const char*> kHeaders[] = {
 
 std::string_view textOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
+/// Whether an answer may come as gzip.
+bool takesGzip(SoupServerMessage* message) {
+  const char* const header =
+      soup_message_headers_get_list(soup_server_message_get_request_headers(message), "Accept-Encoding");
+  if (header == nullptr) return false;
+  GSList* const taken = soup_header_parse_quality_list(header, nullptr);
+  constexpr auto kDiffer = +[](gconstpointer one, gconstpointer other) -> gint {
+    return g_ascii_strcasecmp(static_cast<const char*>(one), static_cast<const char*>(other));
+  };
+  const bool takes = g_slist_find_custom(taken, "gzip", kDiffer) != nullptr;
+  soup_header_free_list(taken);
+  return takes;
+}
+
 const char* requestHeader(SoupServerMessage* message, const char* name) {
   return soup_message_headers_get_list(soup_server_message_get_request_headers(message), name);
 }
@@ -732,13 +746,16 @@ void HttpServer::Implementation::answerFile(SoupServerMessage* message, const st
   if (!file) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
   setHeader(message, "Cache-Control", "no-cache");
   setHeader(message, "ETag", file->version.c_str());
+  if (file->is_text) setHeader(message, "Vary", "Accept-Encoding");
   if (textOrEmpty(requestHeader(message, "If-None-Match")) == file->version) {
     soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
     return;
   }
+  const auto packed = file->is_text && takesGzip(message) ? gzipped(file->content) : std::nullopt;
+  if (packed) setHeader(message, "Content-Encoding", "gzip");
+  const std::string& content = packed ? *packed : file->content;
   soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-  soup_server_message_set_response(message, file->type.c_str(), SOUP_MEMORY_COPY, file->content.data(),
-                                   file->content.size());
+  soup_server_message_set_response(message, file->type.c_str(), SOUP_MEMORY_COPY, content.data(), content.size());
 }
 
 void HttpServer::Implementation::redirect(SoupServerMessage* message, const std::string& target) {

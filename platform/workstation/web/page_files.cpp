@@ -1,7 +1,7 @@
 #include "platform/workstation/web/page_files.h"
 
 #include <fcntl.h>
-#include <glib.h>
+#include <gio/gio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,6 +58,10 @@ bool readWhole(int fd, std::string& content) {
   return true;
 }
 
+bool isText(const std::string& type) {
+  return type.starts_with("text/") || type.ends_with("json") || type.ends_with("+xml");
+}
+
 }  // namespace
 
 std::optional<PageFile> readPageFile(const std::filesystem::path& folder, std::string_view path) {
@@ -70,10 +74,26 @@ std::optional<PageFile> readPageFile(const std::filesystem::path& folder, std::s
   page.content.resize(static_cast<size_t>(status.st_size));
   if (!readWhole(file.get(), page.content)) return std::nullopt;
   page.type = typeOf(path);
+  page.is_text = isText(page.type);
   const GLibPtr<gchar> digest(g_compute_checksum_for_data(
       G_CHECKSUM_SHA1, reinterpret_cast<const guchar*>(page.content.data()), page.content.size()));
   page.version = std::string("\"") + digest.get() + "\"";
   return page;
+}
+
+std::optional<std::string> gzipped(const std::string& content) {
+  constexpr int kUsualLevel = -1;
+  constexpr size_t kMostOverhead = 256;
+  const GLibPtr<GZlibCompressor> packer(g_zlib_compressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP, kUsualLevel));
+  std::string packed(content.size() + kMostOverhead, '\0');
+  size_t read = 0;
+  size_t written = 0;
+  const GConverterResult result =
+      g_converter_convert(G_CONVERTER(packer.get()), content.data(), content.size(), packed.data(), packed.size(),
+                          G_CONVERTER_INPUT_AT_END, &read, &written, nullptr);
+  if (result != G_CONVERTER_FINISHED) return std::nullopt;
+  packed.resize(written);
+  return packed;
 }
 
 }  // namespace workstation

@@ -11,6 +11,34 @@ namespace {
 using namespace workstation;
 using namespace std::chrono_literals;
 
+std::string unzipped(const std::string& packed) {
+  const GLibPtr<GZlibDecompressor> opener(g_zlib_decompressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP));
+  std::string content(1 << 20, '\0');
+  size_t read = 0;
+  size_t written = 0;
+  g_converter_convert(G_CONVERTER(opener.get()), packed.data(), packed.size(), content.data(), content.size(),
+                      G_CONVERTER_INPUT_AT_END, &read, &written, nullptr);
+  content.resize(written);
+  return content;
+}
+
+TEST_F(HttpServing, SendsTextsInFewerBytesToWhoeverTakesThem) {
+  listen();
+  std::string script;
+  for (int line = 0; line < 1000; ++line) script += "export const a" + std::to_string(line) + " = 1;\n";
+  m_folder.write("html/lib/long.js", script);
+  m_folder.write("html/lib/long.png", script);
+  const auto get = [this](const std::string& name, const std::string& taken) {
+    return ask("GET", "/local/velmor_care/lib/" + name, taken.empty() ? "" : "Accept-Encoding: " + taken + "\r\n");
+  };
+  HttpReply packed = get("long.js", "br, gzip");
+  EXPECT_EQ(packed.headers["content-encoding"] + packed.headers["vary"], "gzipAccept-Encoding");
+  EXPECT_LT(packed.body.size(), script.size() / 3);
+  EXPECT_EQ(unzipped(packed.body), script);
+  for (const char* taken : {"", "br", "gzip;q=0"}) EXPECT_EQ(get("long.js", taken).body, script) << taken;
+  EXPECT_EQ(get("long.png", "gzip").body, script) << "a picture is small already";
+}
+
 TEST_F(HttpServing, ServesThePageWithItsTypesAndGuards) {
   listen();
   EXPECT_EQ(ask("GET", "/").headers["location"], kPage);

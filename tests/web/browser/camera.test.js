@@ -1,6 +1,6 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { axeViolations, noComplaints, openBrowser, openSetup, pictureIsLive, says } from "../browser.js";
+import { axeViolations, noComplaints, openBrowser, openSetup, pictureIsLive, says, toView } from "../browser.js";
 import { demoCamera, demoParameters, startProgram } from "../program.js";
 import { startCamera } from "../rtsp.js";
 
@@ -23,6 +23,7 @@ after(async () => {
 
 /** Waits until the middle of the live picture is of a brightness between the two. */
 async function showsBetween(page, least, most) {
+  await toView(page, /^Floor/);
   const picture = await pictureIsLive(page);
   const isBetween = ([image, low, high]) => {
     const canvas = Object.assign(document.createElement("canvas"), { width: 1, height: 1 });
@@ -32,6 +33,7 @@ async function showsBetween(page, least, most) {
     return red >= low && red <= high;
   };
   await page.waitForFunction(isBetween, [await picture.elementHandle(), least, most]);
+  await toView(page, "System");
 }
 
 test("an installer tries a wrong password, then the right one, and lets the program watch the camera", async () => {

@@ -3,7 +3,7 @@ import { describe, test } from "node:test";
 import * as ui from "../browser.js";
 import { onTheDemo } from "../demo.js";
 
-const { ACTIVE, axeViolations, noComplaints, pictureIsLive, save, says, whereabouts } = ui;
+const { NAMES, alarmOf, axeViolations, lineOf, noComplaints, pictureIsLive, save, says, whereabouts } = ui;
 
 const FALL = "Fall Detected";
 const BED = "Patient Out of Bed";
@@ -19,7 +19,9 @@ async function open() {
 
 const gone = (locator) => locator.waitFor({ state: "detached" });
 const chip = (page, text) => page.getByRole("banner").getByText(text);
-const inCard = (page, name, text) => says(page.getByRole("article").filter({ hasText: name }), text);
+/** An event as it is told, whether it is active or not. */
+const isTold = (page, name, text) => says(alarmOf(page, name).or(lineOf(page, name)), text);
+const falls = (page) => alarmOf(page, NAMES.fall).waitFor();
 const lost = (page) => page.getByRole("alert").getByText("The camera does not answer");
 const title = (page, pattern) =>
   page.waitForFunction(([source]) => new RegExp(source).test(document.title), [pattern.source]);
@@ -49,9 +51,9 @@ test("a lost connection is said at once, what was entered is kept, and all of it
   await gone(page.getByText(NOT_LIVE));
   assert.deepEqual(await whereabouts(page, "Bed area 1, corner 1"), entered);
   await save(page);
-  await ui.toView(page, "Watch");
+  await ui.toView(page, "Picture");
   await pictureIsLive(page);
-  await says(page.getByRole("article"), ui.KNOWN);
+  await isTold(page, NAMES.fall, /Not active|Nobody has answered/);
 });
 
 describe("a fall stays in sight", () => {
@@ -62,9 +64,7 @@ describe("a fall stays in sight", () => {
     const words = /Fall detected at .*, connection lost since \d/;
     await title(page, words);
     await chip(page, words).waitFor();
-    await says(page.getByRole("region", { name: "State" }), words);
-    await inCard(page, FALL, ACTIVE);
-    await inCard(page, FALL, /Connection lost since/);
+    await says(alarmOf(page, NAMES.fall), /connection lost since/);
     assert.equal(await page.locator(".chip.tone-alarm").count(), 1);
     assert.deepEqual(await axeViolations(page), []);
     await demo.gateway.plug();
@@ -80,7 +80,7 @@ describe("a fall stays in sight", () => {
     await until(() => unanswered > 2);
     assert.match(await page.title(), /Fall detected ·/);
     assert.deepEqual([await lost(page).count(), demo.gateway.feeds.size], [0, 1]);
-    await inCard(page, FALL, ACTIVE);
+    await falls(page);
   });
 });
 
@@ -91,7 +91,7 @@ test("a program that stands still is noticed, in words and over the picture, and
     await chip(page, /no sign of life since \d/i).waitFor();
     await page.getByRole("heading", { name: NOT_LIVE }).waitFor();
     await says(page.locator(".picture"), NOT_LIVE);
-    await inCard(page, FALL, /No sign of life since/);
+    await isTold(page, NAMES.fall, /no sign of life since/i);
   } finally {
     await demo.program.signal("SIGCONT");
   }
@@ -141,8 +141,8 @@ test("a camera without the feed of events tells them through its status, and the
   };
   const page = await open();
   await says(page, /known only through the program's status/);
-  await inCard(page, BED, ACTIVE);
-  await inCard(page, FALL, "Not known");
+  await alarmOf(page, NAMES.exit).waitFor();
+  await isTold(page, NAMES.fall, "Not known");
   await says(page, "Hatched: not known.");
 });
 
@@ -198,20 +198,19 @@ describe("a camera on which all is well", () => {
     await chip(page, "Not watching").waitFor();
     await demo.store({ ...earlier, falls: false });
     await chip(page, "Partly armed").waitFor();
-    await inCard(page, FALL, "Not watched for");
+    await isTold(page, NAMES.fall, "Not watched for");
     await page.getByRole("link", { name: "Set up: events" }).click();
     await page.waitForFunction(() => document.activeElement.id === "detections-heading");
     await demo.store(earlier);
     await chip(page, "Watching").waitFor();
 
-    await ui.toView(page, "Watch");
+    await ui.toView(page, "Picture");
     await says(page, "Hatched: not watching.");
-    await page.getByText(/^As a list/).click();
-    const rows = page.getByRole("region", { name: "Events as a list" }).getByRole("row");
-    await says(rows.filter({ hasText: FALL }), /ended by a restart at .*not known/);
-    assert.equal(await rows.filter({ hasText: "Not watching" }).count(), 2);
+    const cards = page.getByRole("list", { name: "What happened" }).getByRole("listitem");
+    await says(cards.filter({ hasText: NAMES.fall }), /ended by a restart at .*not known/);
+    assert.equal(await cards.filter({ hasText: "Not watching" }).count(), 2);
     assert.equal(await page.locator(".lane .unwatched").count(), 4);
-    await says(rows.filter({ hasText: FALL }), `Because ${markup} 1.`);
+    await says(cards.filter({ hasText: NAMES.fall }), `Because ${markup} 1.`);
     noComplaints(page);
   });
 
@@ -233,7 +232,7 @@ describe("a camera on which all is well", () => {
     await says(page, /Hatched: .*not watching: the lens was covered/);
     camera.say("change", { seq: 4, run: "x", name: FALL, active: true, time: at(0) });
     await title(page, /Fall detected/);
-    await inCard(page, FALL, ACTIVE);
+    await falls(page);
 
     camera.wrong = wrong("camera-moved");
     await arePictures(1);
@@ -254,18 +253,18 @@ describe("a camera on which all is well", () => {
     demo.gateway.intercept = healthy;
     const page = await open();
     const scene = page.getByRole("region", { name: "What is seen now" });
-    const reason = page.getByRole("article").getByText(/^Because/);
+    const reason = alarmOf(page, NAMES.fall).getByText(/^Because/);
     await scene.getByText("What is seen now").click();
     await says(scene, "<i>Person 3</i> lies.");
     assert.deepEqual(await axeViolations(page), []);
     camera.explains = false;
     camera.say("change", { seq: 3, run: "x", name: FALL, active: true, time: at(0) });
     await title(page, /Fall detected/);
-    await inCard(page, FALL, ACTIVE);
+    await falls(page);
     await says(scene, /[0-9]+ seconds ago:/);
     assert.equal(await reason.count(), 0);
     Object.assign(camera, { explains: true, explained: [1, 3] });
-    await inCard(page, FALL, `Because ${markup} 3.`);
+    await says(alarmOf(page, NAMES.fall), `Because ${markup} 3.`);
     await says(scene, "<i>Person 3</i> lies.");
     assert.deepEqual(await axeViolations(page), []);
     noComplaints(page);

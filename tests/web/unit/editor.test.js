@@ -85,7 +85,7 @@ describe("a mattress", () => {
       [{ ...settings, floor: PACKAGE_FLOOR }, /^Calibrate the floor first: nobody/],
       [{ ...settings, widthM: "0" }, /^Calibrate the floor first: .*metres/],
       [{ ...settings, depthM: "9" }, /^Calibrate the floor first: .*wide/],
-      [marked(settings, { height: "high" }), /^Mattress above the floor: a number of metres from 0.1 to 1.5/],
+      [marked(settings, { height: "high" }), /^Mattress above the floor: a number from 0.1 to 1.5/],
       [marked(settings, { air: "2" }), /^Air above the mattress: /],
       [marked(settings, { corners: rectangle(true, 10, 20, 40, 20).corners }), /corners/],
     ];

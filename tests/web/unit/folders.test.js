@@ -1,19 +1,23 @@
 // The page's files: folders point down, no file leads back to itself, and the browser is told of all it will need.
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
+import { readFile, readdir } from "node:fs/promises";
 import { join } from "node:path";
 import { test } from "node:test";
+import { gzipSync } from "node:zlib";
 import { fileURLToPath } from "node:url";
 
 const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
 const VIEW = ["picture", "settings", "geometry", "program"];
-const SHELL = ["camera", "setup", "watch", "settings", "hub", "program"];
+const SHELL = ["camera", "people", "setup", "watch", "call", "settings", "geometry", "hub", "program"];
 /** What each folder may use beside itself, vendor and base. */
 const ARROWS = {
   hub: ["program"],
   geometry: ["program"],
   settings: VIEW.slice(2),
-  watch: VIEW,
+  call: ["program"],
+  camera: ["program"],
+  people: ["program"],
+  watch: ["call", ...VIEW],
   setup: VIEW,
   shell: SHELL,
 };
@@ -40,4 +44,13 @@ test("folders point down, in no circle, and all that the page needs is asked for
   const preloaded = [...html.matchAll(/"modulepreload" href="(.*?)"/g)].map(([, path]) => path);
   assert.deepEqual(preloaded.sort(), [...found].sort());
   await follow("hub/worker.js", found);
+});
+
+test("a first visit takes less than 300 KB, as the server sends it", async () => {
+  const names = (await readdir(WEB, { recursive: true })).filter((name) =>
+    /\.(js|css|html|svg|webmanifest)$/.test(name),
+  );
+  const files = await Promise.all(names.map((name) => readFile(join(WEB, name))));
+  const sent = files.reduce((sum, file) => sum + gzipSync(file).length, 0);
+  assert.ok(names.length > 50 && sent < 300 * 1024, `${sent} bytes`);
 });

@@ -36,9 +36,11 @@ class FakeSource extends EventTarget {
   }
 }
 
+const TYPES = "hello answer picture failed settings past scene calls tested voice signed-out".split(" ");
+
 /** A tab as the hub sees it. */
 class Tab {
-  got = { hello: [], answer: [], picture: [], failed: [], settings: [], past: [], scene: [] };
+  got = Object.fromEntries(TYPES.map((type) => [type, []]));
   alive = true;
   postMessage({ type, ...message }) {
     if (type !== "news") return this.got[type].push(message);
@@ -92,10 +94,13 @@ function answerOf(url) {
   return { ok: true, text: async () => text };
 }
 
+const withText = (answer) => ({ text: async () => "", ...answer });
+
 beforeEach(async () => {
   Object.assign(globalThis, {
     EventSource: FakeSource,
-    fetch: async (url, { signal }) => (url.includes("video.cgi") ? openStream(url, signal) : answerOf(url)),
+    fetch: async (url, { signal }) =>
+      url.includes("video.cgi") ? openStream(url, signal) : withText(await answerOf(url)),
   });
   [clock, code, camera, held] = [1000, 200, "there", "<app>"];
   [fetched, streams] = [[], []];
@@ -331,6 +336,19 @@ describe("tabs", () => {
     await settle();
     assert.deepEqual(tab.got.failed.at(-1), { id: 2, status: 409 });
     tab.say({ type: "bye" });
+  });
+
+  test("a carer's hub never asks for the settings, and whoever is signed out is told in every tab", async () => {
+    hub = new Hub(() => clock, "carer");
+    const [first, second] = [other(), other()];
+    fetched = [];
+    await seconds(12);
+    assert.ok(fetched.includes("get_status_code") && !fetched.includes("get_all_parameters"), String(fetched));
+    assert.equal(first.got["signed-out"].length, 0);
+    globalThis.fetch = async () => withText({ ok: false, status: 401, statusText: "" });
+    await seconds();
+    for (const { got } of [first, second]) assert.ok(got["signed-out"].length > 0);
+    [first, second].forEach((viewer) => viewer.say({ type: "bye" }));
   });
 
   test("what one saves all the others are shown at once", async () => {

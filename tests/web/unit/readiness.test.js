@@ -2,6 +2,7 @@
 import assert from "node:assert/strict";
 import { readFile } from "node:fs/promises";
 import { describe, test } from "node:test";
+import { PLACES } from "../../../web/base/facts.js";
 import { PACKAGE_FLOOR } from "../../../web/geometry/calibration.js";
 import { agedNews, readiness } from "../../../web/watch/readiness.js";
 import { ageWords, sceneNow } from "../../../web/watch/scene.js";
@@ -11,6 +12,8 @@ const BEAT = { cycle: 7, cycle_age_ms: 300, picture_age_ms: 500, ticks_left_out_
 const STATUS = { code: 200, text: "AI", executionTime: 200, connected: true };
 const NOON = new Date(2026, 2, 1, 19, 25, 45).getTime();
 const AT = new Date(2026, 2, 1, 19, 25, 19).toISOString();
+/** Where the headings are under which something is mended. */
+const VIEWS = Object.fromEntries(Object.values(PLACES).map(({ view, id }) => [id, view]));
 const event = (name, active) => ({ name, active, since: active ? AT : null });
 const events = (fall, bed) => [event(BED, bed), event(FALL, fall)];
 const NEWS = {
@@ -62,12 +65,12 @@ describe("whatever is missing is told, with the place that mends it, and nothing
   const exclusions = (...areas) => ({ exclusions: [...areas, OFF, OFF].slice(0, 3) });
   const nudged = PACKAGE_FLOOR.map((point, index) => (index ? point : { ...point, x: point.x + 1 }));
 
-  /** In `place` of Set up it is mended; null: not there. */
+  /** At `place` it is mended; null: nowhere. */
   function check(what, news, settings, kind, place = null) {
     const { kind: found, tone, missing } = state(news, settings);
     assert.deepEqual([found, tone], [kind, kind === "partly" ? "warn" : "off"], what);
     assert.ok(missing.length > 0 && missing.every(({ text }) => /\w.*\.$/.test(text)), what);
-    const led = missing.some(({ link }) => (link?.href ?? null) === (place && `#setup/${place}`));
+    const led = missing.some(({ link }) => (link?.href ?? null) === (place && `${VIEWS[place]}/${place}`));
     assert.ok(led, `${what}: ${JSON.stringify(missing)}`);
     const fallen = state({ ...news, events: events(true, false) }, settings);
     assert.deepEqual([fallen.kind, fallen.tone, fallen.title], ["alarm", "alarm", "Fall detected"], what);
@@ -158,6 +161,24 @@ describe("whatever is missing is told, with the place that mends it, and nothing
   });
 });
 
+test("who may not read the settings is told by the heartbeat what is watched for", () => {
+  const told = (watched) => readiness({ news: { ...NEWS, ...beat({ watched }) }, size: SIZE, now: NOON });
+  const all = { falls: true, exits: true, beds: 1 };
+  assert.deepEqual([told(all).kind, told(all).missing], ["watching", []]);
+  const cases = [
+    [{ ...all, falls: false }, "partly", /Fall detected/],
+    [{ ...all, beds: 0 }, "partly", /No bed area/],
+    [{ falls: false, exits: false, beds: 1 }, "not-watching", /Fall detected/],
+    [{ falls: null, exits: null, beds: null }, "partly", /not known/],
+    [undefined, "partly", /not known/],
+  ];
+  for (const [watched, kind, words] of cases) {
+    const { kind: found, missing } = told(watched);
+    assert.equal(found, kind, JSON.stringify(watched));
+    assert.match(missing[0].text, words);
+  }
+});
+
 describe("what was known stays when nothing is heard any more", () => {
   const away = { ...STATUS, connected: false };
   const cut = { status: away, statusAge: 5000, feed: "lost", beatAge: 5000, silence: 5000 };
@@ -168,7 +189,7 @@ describe("what was known stays when nothing is heard any more", () => {
   };
 
   test("an alarm in red, with when it began and since when nothing is heard", () => {
-    const both = "alarm: Fall detected at 19:25:19, patient out of bed at 19:25:19, connection lost since 19:25:40";
+    const both = "alarm: Fall detected at 19:25:19, Patient out of bed at 19:25:19, connection lost since 19:25:40";
     assert.equal(told({ ...cut, events: events(true, true) }), both);
     const stopped = "alarm: Fall detected at 19:25:19, no sign of life since 19:25:40";
     assert.equal(told({ ...frozen, events: events(true, false) }), stopped);

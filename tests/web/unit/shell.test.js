@@ -1,21 +1,12 @@
 // What the page says and keeps around the picture: times, the timeline, the checks before saving, the draft.
 import assert from "node:assert/strict";
 import { beforeEach, describe, test } from "node:test";
-import { clockTime, durationInWords } from "../../../web/base/words.js";
 import { notLiveSince } from "../../../web/picture/picture.js";
 import { SettingsDraft } from "../../../web/settings/draft.js";
 import { reviewSettings } from "../../../web/settings/review.js";
 import { activeTimes, unwatchedTimes } from "../../../web/watch/timeline.js";
-import { watchedSize } from "../../../web/watch/watch.js";
+import { watchedSize } from "../../../web/watch/room.js";
 import { BED, FALL, OFF, SETTINGS, LANDSCAPE as SIZE, area, rectangle } from "./fixtures.js";
-
-test("durations are told in their two largest units, clock times with another day in front", () => {
-  const cases = { "-5": "0 seconds", 1999: "1 second", 125999: "2 minutes 5 seconds", 3601000: "1 hour" };
-  Object.assign(cases, { 4320000: "1 hour 12 minutes", 90000000: "1 day 1 hour" });
-  for (const [milliseconds, words] of Object.entries(cases)) assert.equal(durationInWords(Number(milliseconds)), words);
-  const told = [23, 24].map((hour) => clockTime(new Date(2026, 4, 7, 12, 3, 9), new Date(2026, 4, 7, hour, 0, 0)));
-  assert.deepEqual(told, ["12:03:09", "7 May 12:03:09"]);
-});
 
 test("the stream watched: overlay, else the application's own, else the largest offered", () => {
   const watched = (change) => watchedSize({ ...SETTINGS, ...change });
@@ -99,15 +90,16 @@ describe("the checks before saving", () => {
   const crossed = area(true, [10, 10], [40, 60], [40, 10], [10, 60]);
 
   test("what would stop the next start, or is no number to the program, is refused", () => {
-    for (const sensitivity of ["", "abc", "nan", "-0.1", "1.01", "1e-1", "0x1", "0,4"]) {
+    for (const sensitivity of ["", "abc", "nan", "-0.1", "1.01", "1e-1", "0x1", "0,4,1"]) {
       assert.equal(check({ sensitivity }).refusals.length, 1, sensitivity);
     }
-    for (const metres of ["", "0", "-1", "inf", "0.05", "100.1", "1e1", "1,5"]) {
-      assert.match(check({ widthM: metres }).refusals.join(), /width/, metres);
-      assert.match(check({ depthM: metres }).refusals.join(), /depth/, metres);
+    for (const metres of ["", "0", "-1", "inf", "0.05", "100.1", "1e1", "1,5,0"]) {
+      assert.match(check({ widthM: metres }).refusals.join(), /Width/, metres);
+      assert.match(check({ depthM: metres }).refusals.join(), /Depth/, metres);
     }
     assert.equal(check({ floor: SETTINGS.floor.map(() => ({ x: 9, y: 9 })) }).refusals.length, 1);
-    for (const sensitivity of ["0", "1.00", ".5", " 0.4 "]) assert.deepEqual(check({ sensitivity }).refusals, []);
+    for (const sensitivity of ["0", "1.00", ".5", " 0.4 ", "0,4"])
+      assert.deepEqual(check({ sensitivity }).refusals, []);
   });
 
   test("what will not work is told, for what is switched on only", () => {
@@ -117,8 +109,8 @@ describe("the checks before saving", () => {
       [{ beds: [OFF, OFF, OFF] }, /No bed area/],
       [{ anonymisedOn: true, anonymisedSize: "1280x720" }, /same size/],
       [{ anonymisedOn: true, anonymisedSize: "800x450" }, /800x450/],
-      [{ anonymisedOn: true, anonymisedSize: "1x1" }, /not offer.*anonymised/],
-      [{ overlaySize: "" }, /not offer.*overlay/],
+      [{ anonymisedOn: true, anonymisedSize: "1x1" }, /not offer.*Anonymised/],
+      [{ overlaySize: "" }, /not offer.*Overlay/],
     ];
     for (const [change, words] of cases) {
       const { refusals, warnings } = check(change);
@@ -131,8 +123,9 @@ describe("the checks before saving", () => {
       overlayOn: false,
       overlaySize: "",
     };
+    const commas = { sensitivity: "0,38", widthM: "1,60", depthM: "1,2" };
     const alone = { overlayOn: false, anonymisedOn: true, anonymisedSize: "1280x720" };
-    for (const change of [{}, unused, alone]) assert.deepEqual(check(change), { refusals: [], warnings: [] });
+    for (const change of [{}, unused, alone, commas]) assert.deepEqual(check(change), { refusals: [], warnings: [] });
   });
 });
 
@@ -165,7 +158,7 @@ describe("the draft", () => {
     program.takes = false;
     enter({ falls: false });
     await draft.save();
-    assert.deepEqual(draft.outcome.differences, [{ what: FALL, wanted: "off", found: "on" }]);
+    assert.deepEqual(draft.outcome.differences, [{ what: "Fall detected", wanted: "off", found: "on" }]);
     assert.deepEqual([draft.present.falls, draft.saved.falls, draft.dirty], [false, true, true]);
     draft.discard();
     assert.deepEqual([draft.present.falls, draft.dirty, draft.outcome], [true, false, null]);
@@ -211,8 +204,14 @@ describe("the draft", () => {
       const meanwhile = { overlayOn: false, beds: [other, OFF, on], widthM: "1.00", falls: false };
       draft.take(theirs(meanwhile), SIZE);
       const bed3 = ["Bed area 3", "Bed area 3, outline"];
-      const width = "Width of the floor rectangle";
-      assert.deepEqual(told(), [FALL, "Overlay stream", "Bed area 1, outline, both", ...bed3, `${width}, both`]);
+      const width = "Width of the floor rectangle in metres";
+      assert.deepEqual(told(), [
+        "Fall detected",
+        "Overlay stream",
+        "Bed area 1, outline, both",
+        ...bed3,
+        `${width}, both`,
+      ]);
       draft.merge(new Set([width]));
       const { stakes, overlayOn, beds, widthM, depthM } = draft.present;
       assert.deepEqual([stakes, overlayOn, widthM, depthM, beds], [true, false, "2.00", "3.00", [other, on, on]]);

@@ -138,7 +138,7 @@ test("every difference is named, with what was wanted and what was found", () =>
     [{ beds: moved(before.beds, 0, { x: 33, y: 20 }) }, /^Bed area 1, corner 2: 33 %, 20 %, not /],
     [{ exclusions: replaced(before.exclusions, 2, { on: true }) }, "Exclusion area 3: on, not off"],
     [{ floor: replaced(before.floor, 3, { x: 5, y: 6 }) }, /^Floor point yellow: 5, 6, not /],
-    [{ depthM: "2" }, "Depth of the floor rectangle: 2.00, not 1.20"],
+    [{ depthM: "2" }, "Depth of the floor rectangle in metres: 2.00, not 1.20"],
   ];
   for (const [change, expected] of cases) {
     const found = wire.differences({ ...before, ...change }, before, LANDSCAPE);

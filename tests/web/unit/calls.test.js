@@ -1,0 +1,280 @@
+// The alarms on the page: none is late, lost, doubled or hidden, one tab calls for all, and what is said of them.
+import assert from "node:assert/strict";
+import { afterEach, beforeEach, describe, test } from "node:test";
+import { answersFor } from "../../../web/call/alarm.js";
+import * as calls from "../../../web/call/calls.js";
+import { limitsOf } from "../../../web/call/device.js";
+import { toSend } from "../../../web/call/receivers.js";
+import { Sounder, tuneOf } from "../../../web/call/sound.js";
+import { AlarmFeed } from "../../../web/hub/alarms.js";
+import { Hub } from "../../../web/hub/hub.js";
+import { BED, FALL } from "./fixtures.js";
+
+const NOON = Date.parse("2026-03-01T12:00:00.000Z");
+const at = (seconds) => new Date(NOON + seconds * 1000).toISOString();
+const answered = (what, more = {}) => ({ what, by: "Anna", time: at(0), reason: "", stored: true, ...more });
+let numbers = 0;
+function alarm(kind, change = {}) {
+  const seq = ++numbers;
+  const event = kind === "fall" ? FALL : BED;
+  const fresh = { id: `a-${seq}`, seq, run: "a", event, kind, began: at(seq), ended: null, state: "calling", level: 1 };
+  return { ...fresh, answers: [], next: null, ...change };
+}
+
+describe("which alarm calls", () => {
+  test("a fall before an exit, the highest level of the falls, and nothing once it was answered", () => {
+    const [exit, fall] = [alarm("exit", { level: 3 }), alarm("fall")];
+    const louder = alarm("fall", { level: 2 });
+    const rings = (...alarms) => calls.ringing(alarms)?.id ?? null;
+    assert.deepEqual([rings(exit), rings(exit, fall), rings(louder, exit, fall)], [exit.id, fall.id, louder.id]);
+    for (const state of ["held", "coming", "seen", "closed"]) assert.equal(rings({ ...fall, state }), null, state);
+    assert.equal(rings({ ...fall, state: "coming" }, exit), exit.id);
+  });
+
+  test("what ended by itself stays until somebody has seen it", () => {
+    const ended = alarm("fall", { ended: at(9) });
+    const open = (...alarms) => calls.openAlarms(alarms).map(({ id }) => id);
+    assert.deepEqual(open(ended), [ended.id]);
+    assert.deepEqual(open({ ...ended, state: "seen" }, { ...ended, state: "closed" }), []);
+    assert.deepEqual(open({ ...ended, state: "seen", ended: null }).length, 1);
+  });
+
+  test("sounds of a fall and of an exit differ, and each level is louder and no rarer", () => {
+    const [fall, exit, higher] = [tuneOf("fall", 1), tuneOf("exit", 1), tuneOf("fall", 2)];
+    assert.notDeepEqual(fall.notes, exit.notes);
+    assert.ok(fall.every < exit.every && higher.gain > fall.gain && higher.every <= fall.every && higher.gain <= 1);
+    assert.deepEqual(tuneOf("another kind", 1), fall, "what the page does not know is no chime");
+    assert.ok(tuneOf("fall", 99).gain <= 1 && tuneOf("fall", 99).every > 1.1, "it never runs into itself");
+  });
+
+  test("it is played at once, repeats by its own beat, and stops with the answer", () => {
+    const sounder = new Sounder(() => {});
+    const played = [];
+    sounder.context = { state: "suspended", currentTime: 0 };
+    sounder.play = ({ gain }) => played.push([sounder.context.currentTime, gain]);
+    const [call, louder] = [1, 2].map((level) => ({ id: "x", kind: "fall", level }));
+    sounder.ring(call);
+    assert.deepEqual(played, [], "a browser that was not clicked plays nothing");
+    sounder.context.state = "running";
+    for (const [time, now] of [
+      [0, call],
+      [1, call],
+      [2, call],
+      [2.5, louder],
+      [3, null],
+      [4, null],
+      [4.2, call],
+    ]) {
+      sounder.context.currentTime = time;
+      sounder.ring(now);
+    }
+    assert.deepEqual(
+      played.map(([time]) => time),
+      [0, 2, 2.5, 4.2],
+    );
+    assert.ok(played[2][1] > played[1][1]);
+  });
+});
+
+describe("what is said of an alarm", () => {
+  const now = NOON + 60000;
+
+  test("only answers on disk count, and why nobody is called is told", () => {
+    const words = (change) => calls.callWords(alarm("fall", change), now);
+    assert.match(words({}), /Nobody has answered yet\.$/);
+    assert.match(words({ level: 2 }), /level 2/);
+    for (const [why, expected] of [
+      ["pause", /paused/],
+      ["hours", /time of the day/],
+      ["news", /not now/],
+    ]) {
+      assert.match(words({ state: "held", held_why: why }), expected);
+    }
+    const waiting = { answers: [answered("coming", { stored: false })] };
+    assert.match(words(waiting), /Nobody has answered/);
+    assert.equal(calls.isUnstored(alarm("fall", waiting)), true);
+    assert.match(words({ state: "coming", answers: [answered("coming")] }), /^Anna is on the way since /);
+    const wrong = answered("false_alarm", { by: "", reason: "a <b>cat</b>" });
+    assert.match(words({ answers: [answered("coming"), wrong] }), /^False alarm, says somebody .*<b>cat<\/b>/);
+  });
+
+  test("which answers are left", () => {
+    assert.deepEqual(answersFor(alarm("fall"))[0], "coming");
+    assert.deepEqual(answersFor(alarm("fall", { answers: [answered("coming")] })), ["resolved", "false_alarm"]);
+    const unstored = alarm("fall", { answers: [answered("coming", { stored: false })] });
+    assert.equal(answersFor(unstored)[0], "coming", "it may be given again");
+    assert.deepEqual(answersFor(alarm("fall", { local: true })), ["seen"]);
+  });
+
+  test("the page is never green with one that is open, nor while calls are paused", () => {
+    const green = { kind: "watching", tone: "ok", sign: "✓", title: "Watching", silentWords: "" };
+    const state = (alarms, pause = null, from = green) => calls.stateWithCalls(from, { alarms, pause }, now);
+    assert.equal(state([alarm("fall", { state: "closed" })]), green);
+    const over = state([alarm("exit", { ended: at(9) })]);
+    assert.deepEqual([over.kind, over.tone], ["alarm", "exit"]);
+    assert.match(over.title, /^Patient out of bed, over since .*not seen yet/);
+    assert.match(state([alarm("fall"), alarm("exit")]).title, /^Fall detected at /);
+    const cut = { ...green, kind: "silent", tone: "off", title: "?", silentWords: "connection lost since 12:00" };
+    assert.match(state([alarm("fall")], null, cut).title, /, connection lost since 12:00$/);
+    const paused = state([], { until: at(600), by: "Anna" });
+    assert.deepEqual([paused.kind, paused.tone], ["partly", "warn"]);
+    const lost = { ...green, kind: "not-watching", tone: "off" };
+    assert.equal(state([], { until: at(600) }, lost), lost, "a pause hides nothing worse");
+  });
+
+  test("what a device cannot do is told before anyone relies on it", () => {
+    const good = { secure: true, notifications: "default", vibrates: true, wakes: true };
+    assert.deepEqual(limitsOf(good), []);
+    assert.match(limitsOf({ ...good, secure: false, notifications: "absent" }).join(), /http.*https/);
+    assert.equal(limitsOf({ ...good, notifications: "denied", vibrates: false, wakes: false }).length, 3);
+  });
+
+  test("whom to call is sent as numbers, without secrets that were not entered and levels that are empty", () => {
+    const event = { delay_s: "0", repeat_s: "15", escalate_s: "x", hours: [] };
+    const address = { kind: "webhook", name: "Station", url: "http://a", secret_set: true, secret: "" };
+    const sent = toSend({ events: { fall: event, exit: event }, levels: [[{ kind: "people" }], [], [address]] });
+    assert.deepEqual(sent.events.fall, { delay_s: 0, repeat_s: 15, escalate_s: "x", hours: [] });
+    const { name, url } = address;
+    const levels = [[{ kind: "people" }], [{ kind: "webhook", name, url }]];
+    assert.deepEqual(JSON.parse(JSON.stringify(sent.levels)), levels);
+  });
+});
+
+class FakeSource extends EventTarget {
+  static CLOSED = 2;
+  static opened = 0;
+  readyState = 0;
+  constructor() {
+    super();
+    FakeSource.newest = this;
+    FakeSource.opened += 1;
+  }
+  close() {
+    this.readyState = FakeSource.CLOSED;
+  }
+  say(type, data) {
+    this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
+  }
+}
+
+const native = { EventSource: globalThis.EventSource, fetch: globalThis.fetch };
+const settle = () => new Promise(setImmediate);
+
+describe("the feed of alarms", () => {
+  let clock, feed, told, status;
+  const active = (name, more = {}) => ({ name, active: true, since: at(0), run: "a", seq: 7, ...more });
+  const open = () => feed.told().alarms.filter(calls.isOpen);
+  const passes = (seconds, ...events) => {
+    clock += seconds * 1000;
+    feed.tick(events);
+  };
+
+  beforeEach(() => {
+    [clock, told, status] = [0, 0, 404];
+    globalThis.EventSource = FakeSource;
+    globalThis.fetch = async () => ({ ok: false, status, statusText: "", text: async () => "" });
+    FakeSource.opened = 0;
+    feed = new AlarmFeed({ told: () => ++told, tested: () => {} }, () => clock);
+    feed.open();
+  });
+  afterEach(() => {
+    feed.close();
+    Object.assign(globalThis, native);
+  });
+
+  test("an alarm that is told again takes the place of itself, whoever told it", () => {
+    const [fall, exit] = [alarm("fall"), alarm("exit")];
+    FakeSource.newest.say("alarms", { alarms: [exit, fall], pause: { until: at(60) } });
+    FakeSource.newest.say("alarm", { ...fall, state: "coming" });
+    feed.take({ ...exit, state: "seen" });
+    FakeSource.newest.say("pause", null);
+    const { alarms, pause, state } = feed.told();
+    assert.deepEqual([alarms.map((one) => one.state), pause, state], [["seen", "coming"], null, "open"]);
+  });
+
+  test("one that falls silent is opened anew, and what was known stays", () => {
+    FakeSource.newest.say("alarms", { alarms: [alarm("fall")] });
+    passes(13);
+    assert.deepEqual([FakeSource.opened, feed.told().state, open().length], [2, "lost", 1]);
+  });
+
+  test("a camera without alarms: an event calls all the same, and stays until it was seen here", async () => {
+    FakeSource.newest.close();
+    FakeSource.newest.dispatchEvent(new Event("error"));
+    await settle();
+    await settle();
+    assert.equal(feed.told().state, "absent");
+    passes(1, active(FALL));
+    passes(1, active(FALL));
+    assert.deepEqual(
+      open().map((one) => [one.local, one.kind, one.state]),
+      [[true, "fall", "calling"]],
+    );
+    passes(1, { ...active(FALL), active: false });
+    assert.equal(open().length, 1);
+    assert.ok(open()[0].ended);
+    passes(1, active(FALL, { seq: 8, since: at(4) }));
+    assert.equal(open().length, 2, "another fall is another alarm");
+    for (const { id } of open()) feed.see(id);
+    passes(1, active(FALL, { seq: 8, since: at(4) }));
+    assert.deepEqual(open(), [], "seen, although it goes on");
+  });
+
+  test("no event is told twice, and none that its alarm does not tell is left out", () => {
+    const fall = alarm("fall", { run: "a", seq: 7 });
+    FakeSource.newest.say("alarms", { alarms: [fall] });
+    passes(5, active(FALL));
+    assert.equal(open().length, 1, "its own alarm");
+    FakeSource.newest.say("alarm", { ...fall, state: "closed" });
+    passes(5, active(FALL));
+    assert.deepEqual(open(), [], "answered, although it goes on");
+    passes(1, active(FALL, { run: undefined, seq: undefined }));
+    assert.deepEqual(open(), [], "known by the status alone");
+    passes(1, active(FALL, { seq: 9 }));
+    assert.deepEqual(open(), [], "the alarm may come a moment later");
+    passes(4, active(FALL, { seq: 9 }));
+    assert.deepEqual(
+      open().map((one) => one.local),
+      [true],
+    );
+    FakeSource.newest.say("alarm", alarm("fall", { run: "a", seq: 9 }));
+    passes(1, active(FALL, { seq: 9 }));
+    assert.deepEqual(
+      open().map((one) => one.local),
+      [undefined],
+    );
+  });
+});
+
+describe("the voice", () => {
+  let clock, hub;
+  const tab = (sounds, visible = false) => {
+    const port = { on: null };
+    port.postMessage = ({ type, on }) => type === "voice" && (port.on = on);
+    hub.tabOf(port);
+    port.says = (ready) => hub.take(port, { type: "here", sounds: ready, visible });
+    port.says(sounds);
+    return port;
+  };
+  const all = (...tabs) => tabs.map(({ on }) => on === true).join();
+
+  beforeEach(() => {
+    clock = 0;
+    hub = new Hub(() => clock);
+  });
+
+  test("one tab calls for all: one that can be heard, and another when that one goes or falls silent", () => {
+    const mute = tab(false, true);
+    hub.giveVoice();
+    assert.equal(all(mute), "true", "a mute one still notifies");
+    const [first, second] = [tab(true), tab(true, true)];
+    assert.equal(all(mute, first, second), "false,true,false", "not the next one that could");
+    clock = 4000;
+    second.says(true);
+    hub.giveVoice();
+    assert.equal(all(mute, first, second), "false,false,true", "a frozen tab is deaf");
+    first.says(true);
+    hub.take(second, { type: "bye" });
+    assert.equal(first.on, true);
+  });
+});

@@ -1,0 +1,88 @@
+// The page's languages: both complete, with the same places; numbers and times in words.
+import assert from "node:assert/strict";
+import { readFile, readdir } from "node:fs/promises";
+import { join } from "node:path";
+import { describe, test } from "node:test";
+import { fileURLToPath } from "node:url";
+import { limitProblem, plainNumber } from "../../../web/base/limits.js";
+import { clockTime, durationInWords, eventName, failure, say } from "../../../web/base/words.js";
+import de from "../../../web/base/words.de.js";
+import en from "../../../web/base/words.en.js";
+import { encodeSettings } from "../../../web/program/wire.js";
+import { LANDSCAPE, SETTINGS } from "./fixtures.js";
+
+const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
+
+const textsOf = (entry) => (typeof entry === "string" ? [entry] : Object.values(entry));
+const placesOf = (text) => [...text.matchAll(/\{(\w+)\}/g)].map(([, name]) => name);
+
+/** All of the page's own scripts as one text. */
+async function scripts() {
+  const files = await readdir(WEB, { recursive: true });
+  const own = files.filter((name) => name.endsWith(".js") && !/vendor|words\.\w\w\.js/.test(name));
+  return (await Promise.all(own.map((name) => readFile(join(WEB, name), "utf8")))).join("\n");
+}
+
+describe("both languages", () => {
+  test("have the same keys, the same places and the same plurals", () => {
+    assert.deepEqual(Object.keys(de).sort(), Object.keys(en).sort());
+    for (const [key, entry] of Object.entries(en)) {
+      const [mine, theirs] = [entry, de[key]].map((one) => textsOf(one).map((text) => new Set(placesOf(text))));
+      assert.equal(typeof de[key], typeof entry, key);
+      const all = (sets) => [...new Set(sets.flatMap((set) => [...set]))].filter((name) => name !== "count").sort();
+      assert.deepEqual(all(theirs), all(mine), key);
+      for (const text of [...textsOf(entry), ...textsOf(de[key])]) assert.ok(text.trim(), key);
+    }
+  });
+
+  test("have what the page says, and nothing that it does not", async () => {
+    const text = await scripts();
+    const said = [...text.matchAll(/\b(?:say|failure|told)\(\s*"([^"]+)"/g)].map(([, key]) => key);
+    assert.deepEqual(
+      said.filter((key) => !(key in en)),
+      [],
+    );
+    const begun = [...text.matchAll(/`([a-z.A-Z]+\.)\$\{/g)].map(([, start]) => start);
+    const used = (key) => text.includes(`"${key}"`) || begun.some((start) => key.startsWith(start));
+    assert.deepEqual(
+      Object.keys(en).filter((key) => !used(key)),
+      [],
+    );
+  });
+
+  test("say nothing in words of the program's own", () => {
+    for (const text of [en, de].flatMap((table) => Object.values(table).flatMap(textsOf))) {
+      assert.doesNotMatch(text, /coarsened|stake|\(200\)|no text|undefined/i);
+    }
+  });
+});
+
+test("places are filled, plurals chosen, unknown words never shown as a key", () => {
+  assert.equal(say("area.beds", { number: 2 }), "Bed area 2");
+  assert.deepEqual(
+    [1, 2].map((count) => say("save.things", { count })),
+    ["1 thing to look at", "2 things to look at"],
+  );
+  assert.throws(() => say("nothing.of.this"));
+  assert.deepEqual([eventName("Fall Detected"), eventName("<new>")], ["Fall detected", "<new>"]);
+  const error = failure("noNumber", { action: "get" }, { status: 7 });
+  assert.deepEqual([say(error.said.key, error.said.values), error.status], [error.message, 7]);
+});
+
+test("durations are told in their two largest units, clock times with another day in front", () => {
+  const cases = { "-5": "0 seconds", 1999: "1 second", 125999: "2 minutes 5 seconds", 3601000: "1 hour" };
+  Object.assign(cases, { 4320000: "1 hour 12 minutes", 90000000: "1 day 1 hour" });
+  for (const [milliseconds, words] of Object.entries(cases)) assert.equal(durationInWords(Number(milliseconds)), words);
+  const told = [23, 24].map((hour) => clockTime(new Date(2026, 4, 7, 12, 3, 9), new Date(2026, 4, 7, hour, 0, 0)));
+  assert.match(told[0], /^12:03:09/);
+  assert.match(told[1], /7.*12:03:09/);
+});
+
+test("what is entered may have a comma; each limit is told with its ends", () => {
+  assert.equal(plainNumber(" 1,60 "), "1.60");
+  assert.equal(encodeSettings({ ...SETTINGS, widthM: "1,60" }, LANDSCAPE).get("XM"), "1.60", "as the program reads it");
+  for (const text of ["0,1", "100", "1.5"]) assert.equal(limitProblem("widthM", text), null, text);
+  for (const text of ["", "0,05", "100,1", "1,5,0", "-1", "1e1"]) {
+    assert.match(limitProblem("widthM", text), /^Width .*: a number from 0.1 to 100\.$/, text);
+  }
+});

@@ -1,0 +1,27 @@
+/** Numbers that people enter: how they are read, and between what they must be; each limit stands here only. */
+import { numberText, say, settingName } from "./words.js";
+
+export const LIMITS = {
+  sensitivity: { least: 0, most: 1 },
+  widthM: { least: 0.1, most: 100 },
+  depthM: { least: 0.1, most: 100 },
+  height: { least: 0.1, most: 1.5 },
+  air: { least: 0.1, most: 1 },
+};
+
+/** A number as the program writes it: "1.6" of "1,6". */
+export const plainNumber = (text) => String(text).trim().replace(",", ".");
+
+/** Text of a decimal number as people write it, or null: no signs, exponents or other things that atof would take. */
+export function decimal(text) {
+  const plain = plainNumber(text);
+  return /^\d{1,4}([.]\d*)?$|^[.]\d+$/.test(plain) ? Number(plain) : null;
+}
+
+/** What is wrong with what was entered for one of these, or null. */
+export function limitProblem(key, text) {
+  const { least, most } = LIMITS[key];
+  const value = decimal(text);
+  if (value !== null && value >= least && value <= most) return null;
+  return say("limit", { what: settingName(key), least: numberText(least), most: numberText(most) });
+}

@@ -1,0 +1,212 @@
+/** Whom the alarms call, when, and how often: the installer's. */
+import { decimal } from "../base/limits.js";
+import { say } from "../base/words.js";
+import { html, useEffect, useState } from "../vendor/preact.js";
+import { readCalls, saveCalls } from "./service.js";
+
+const ABSENT = 404;
+const KINDS = ["fall", "exit"];
+const TIMES = ["delay_s", "repeat_s", "escalate_s", "coming_s"];
+const WHOLE_DAY = { from: "00:00", to: "24:00" };
+const NEW_ADDRESS = { kind: "webhook", name: "", url: "" };
+
+const replaced = (list, index, value) => list.map((old, at) => (at === index ? value : old));
+const without = (list, index) => list.filter((_, at) => at !== index);
+
+/** Those that the camera knows. */
+const timesOf = (event) => TIMES.filter((key) => key in event);
+
+/** A document as the camera takes it: seconds as numbers, no level that is empty, no secret that was not entered. */
+export function toSend({ events, levels }) {
+  const seconds = (event) => Object.fromEntries(timesOf(event).map((key) => [key, decimal(event[key]) ?? event[key]]));
+  return {
+    events: Object.fromEntries(KINDS.map((kind) => [kind, { ...events[kind], ...seconds(events[kind]) }])),
+    levels: levels
+      .map((level) =>
+        level.map((receiver) => ({
+          ...receiver,
+          secret: receiver.secret || undefined,
+          secret_set: undefined,
+        })),
+      )
+      .filter((level) => level.length > 0),
+  };
+}
+
+function Hours({ hours, onHours }) {
+  const set = (index, part) => onHours(replaced(hours, index, { ...hours[index], ...part }));
+  return html`<fieldset class="hours">
+    <legend>${say("calls.hours")}</legend>
+    ${hours.map(
+      ({ from, to }, index) =>
+        html`<div class="row" key=${index}>
+          ${[
+            ["from", from],
+            ["to", to],
+          ].map(
+            ([key, value]) =>
+              html`<input
+                key=${key}
+                type="text"
+                size="5"
+                placeholder="00:00"
+                aria-label=${say(`calls.${key}`)}
+                value=${value}
+                onInput=${(event) => set(index, { [key]: event.target.value })}
+              />`,
+          )}
+          <button type="button" class="quiet" onClick=${() => onHours(without(hours, index))}>${say("remove")}</button>
+        </div>`,
+    )}
+    ${hours.length === 0 && html`<p class="note">${say("calls.noHours")}</p>`}
+    <p>
+      <button type="button" class="quiet" onClick=${() => onHours([...hours, WHOLE_DAY])}>
+        ${say("calls.addHours")}
+      </button>
+    </p>
+  </fieldset>`;
+}
+
+function Event({ kind, event, onEvent }) {
+  return html`<section class="panel calls-event" aria-labelledby=${`calls-${kind}`}>
+    <h3 id=${`calls-${kind}`}>${say(`event.${kind}`)}</h3>
+    ${timesOf(event).map(
+      (key) =>
+        html`<div class="field" key=${key}>
+          <label for=${`${kind}-${key}`}>${say(`calls.${key}`)}</label>
+          <input
+            id=${`${kind}-${key}`}
+            type="text"
+            inputmode="numeric"
+            size="6"
+            value=${event[key]}
+            onInput=${({ target }) => onEvent({ ...event, [key]: target.value })}
+          />
+        </div>`,
+    )}
+    <${Hours} hours=${event.hours ?? []} onHours=${(hours) => onEvent({ ...event, hours })} />
+  </section>`;
+}
+
+function Address({ id, receiver, onReceiver }) {
+  const field = (key, label, more = {}) =>
+    html`<div class="field" key=${key}>
+      <label for=${`${id}-${key}`}>${label}</label>
+      <input
+        id=${`${id}-${key}`}
+        type="text"
+        autocomplete="off"
+        spellcheck=${false}
+        value=${receiver[key] ?? ""}
+        onInput=${({ target }) => onReceiver({ ...receiver, [key]: target.value })}
+        ...${more}
+      />
+    </div>`;
+  const kept = receiver.secret_set ? { placeholder: say("calls.secretKept") } : {};
+  return html`<div class="pair">
+    ${field("name", say("calls.name"))} ${field("url", say("calls.url"), { inputmode: "url" })}
+    ${field("secret", say("calls.secret"), { type: "password", ...kept })}
+  </div>`;
+}
+
+function Level({ number, level, hasPeople, onLevel }) {
+  return html`<section class="panel" aria-labelledby=${`level-${number}`}>
+    <h3 id=${`level-${number}`}>${say("calls.level", { number })}</h3>
+    <p class="small">${say(number === 1 ? "calls.first" : "calls.later")}</p>
+    ${level.map(
+      (receiver, index) =>
+        html`<div class="receiver" key=${index}>
+          ${
+            receiver.kind === "people"
+              ? html`<p>${say("calls.people")}</p>`
+              : html`<${Address}
+                  id=${`level-${number}-${index}`}
+                  receiver=${receiver}
+                  onReceiver=${(next) => onLevel(replaced(level, index, next))}
+                />`
+          }
+          ${
+            (receiver.kind !== "people" || number > 1) &&
+            html`<button type="button" class="quiet" onClick=${() => onLevel(without(level, index))}>
+              ${say("remove")}
+            </button>`
+          }
+        </div>`,
+    )}
+    <p class="row">
+      ${!hasPeople && html`<button type="button" class="quiet" onClick=${() => onLevel([...level, { kind: "people" }])}>${say("calls.addPeople")}</button>`}
+      <button type="button" class="quiet" onClick=${() => onLevel([...level, NEW_ADDRESS])}>
+        ${say("calls.addAddress")}
+      </button>
+    </p>
+  </section>`;
+}
+
+/** The document as it is edited: {document, said, set, save}; undefined until it was read, null where there is none. */
+function useDocument() {
+  const [document, set] = useState(undefined);
+  const [said, setSaid] = useState("");
+  const read = () => readCalls().then(set, (error) => (error.status === ABSENT ? set(null) : setSaid(error.message)));
+  useEffect(() => void read(), []);
+  const save = async () => {
+    setSaid(say("save.saving"));
+    try {
+      await saveCalls(toSend(document));
+      await read();
+      setSaid(say("calls.saved"));
+    } catch (error) {
+      setSaid(say("save.failed", { error: error.message }));
+    }
+  };
+  return { document, said, set, save };
+}
+
+/** Whether those who were called have been reached. */
+function Reached({ receivers }) {
+  const told = receivers.filter(({ kind }) => kind !== "people");
+  if (!told.length) return null;
+  return html`<ul class="results">
+    ${told.map(
+      ({ name, state, status }) =>
+        html`<li key=${name} class=${`tone-${LOOKS[state]?.tone ?? "idle"}`}>
+          <span class="sign" aria-hidden="true">${LOOKS[state]?.sign ?? "–"}</span>
+          <span>${say(state in LOOKS ? `calls.${state}` : "calls.unknown", { name, status })}</span>
+        </li>`,
+    )}
+  </ul>`;
+}
+
+const LOOKS = { reached: { tone: "ok", sign: "✓" }, "not-reached": { tone: "warn", sign: "✕" } };
+
+/** @param {{receivers: object[]}} props whether they were reached, as the alarms tell */
+export function Receivers({ receivers }) {
+  const { document, said, set, save } = useDocument();
+  if (document === null) return html`<p class="muted">${say("calls.absent")}</p>`;
+  if (!document) return html`<p role="status">${said}</p>`;
+  const { events, levels } = document;
+  const setEvent = (kind) => (event) => set({ ...document, events: { ...events, [kind]: event } });
+  const shown = levels.length ? levels : [[{ kind: "people" }]];
+  const hasPeople = shown.flat().some(({ kind }) => kind === "people");
+  return html`<h2>${say("calls.title")}</h2>
+    <div class="cards">
+      ${KINDS.map((kind) => html`<${Event} key=${kind} kind=${kind} event=${events[kind]} onEvent=${setEvent(kind)} />`)}
+    </div>
+    ${shown.map(
+      (level, index) =>
+        html`<${Level}
+          key=${index}
+          number=${index + 1}
+          level=${level}
+          hasPeople=${hasPeople}
+          onLevel=${(next) => set({ ...document, levels: replaced(shown, index, next) })}
+        />`,
+    )}
+    <p class="row">
+      <button type="button" class="quiet" onClick=${() => set({ ...document, levels: [...shown, []] })}>
+        ${say("calls.addLevel")}
+      </button>
+      <button type="button" class="primary" onClick=${save}>${say("calls.save")}</button>
+    </p>
+    <p role="status">${said}</p>
+    <${Reached} receivers=${receivers} />`;
+}

@@ -1,0 +1,167 @@
+import { KIND, REFUSAL } from "../base/facts.js";
+import { fetchText } from "../program/api.js";
+
+const FEED_URL = "/platform/alarms/feed";
+const RETRY_MS = 3000;
+/** A feed that does not open, or falls silent, is opened anew after so long: it speaks each five seconds. */
+const SILENCE_MS = 12000;
+/** For so long an event may be active before its alarm is known; then the page calls by itself. */
+const GRACE_MS = 3000;
+
+const isOpen = ({ state }) => state !== "closed";
+
+/**
+ * The alarms and who answers them.
+ *
+ * state: as the feed of events'; alarms: as the camera tells them, the newest first, and pause; receivers: whether they are reached. Of an event for which
+ * there is no alarm, since the camera has none, its word is away or comes late, an alarm is made here (`local`), which
+ * can only be seen: nothing that is active stays without a call.
+ */
+export class AlarmFeed {
+  /**
+   * @param {{told: () => void, tested: (test: object) => void}} listener
+   * @param {() => number} now milliseconds that never jump
+   */
+  constructor(listener, now) {
+    Object.assign(this, {
+      listener,
+      now,
+      state: "opening",
+      alarms: [],
+      pause: null,
+      receivers: [],
+      source: null,
+      timer: null,
+    });
+    Object.assign(this, { heardAt: now(), local: new Map(), bare: new Map() });
+  }
+
+  open() {
+    this.close();
+    const source = new EventSource(FEED_URL);
+    this.source = source;
+    this.heardAt = this.now();
+    const on = (type, take) =>
+      source.addEventListener(type, ({ data }) => this.source === source && this.guarded(() => take(JSON.parse(data))));
+    on("alarms", (all) => this.takeAll(all));
+    on("alarm", (alarm) => this.take(alarm));
+    on("pause", (pause) => this.takePause(pause));
+    on("test", (test) => this.listener.tested(test));
+    on("heartbeat", () => {});
+    source.addEventListener("error", () => this.source === source && this.failed());
+  }
+
+  close() {
+    clearTimeout(this.timer);
+    this.source?.close();
+    this.source = null;
+  }
+
+  /** A message that makes no sense is an error of the connection: it begins anew. */
+  guarded(take) {
+    this.heardAt = this.now();
+    try {
+      take();
+    } catch {
+      this.lost();
+      this.retry();
+    }
+  }
+
+  lost() {
+    if (this.state === "lost") return;
+    this.state = "lost";
+    this.listener.told();
+  }
+
+  retry() {
+    this.close();
+    this.timer = setTimeout(() => this.open(), RETRY_MS);
+  }
+
+  async failed() {
+    this.lost();
+    if (this.source.readyState !== EventSource.CLOSED) return;
+    this.retry();
+    const status = await fetchText(FEED_URL).catch((error) => error.status);
+    if (status !== REFUSAL.absent || this.source) return;
+    this.close();
+    this.state = "absent";
+    this.listener.told();
+  }
+
+  takeAll({ alarms, pause, called }) {
+    if (!Array.isArray(alarms)) throw new Error("no alarms");
+    Object.assign(this, { alarms, pause: pause ?? null, receivers: called?.receivers ?? [], state: "open" });
+    this.listener.told();
+  }
+
+  /** One alarm as it is now, by the feed or as the answer to a request. */
+  take(alarm) {
+    const others = this.alarms.filter(({ id }) => id !== alarm.id);
+    this.alarms = [alarm, ...others].sort((a, b) => Date.parse(b.began) - Date.parse(a.began));
+    this.listener.told();
+  }
+
+  takePause(pause) {
+    this.pause = pause?.until ? pause : null;
+    this.listener.told();
+  }
+
+  /** Of the alarms made here: somebody has seen it. */
+  see(id) {
+    const alarm = this.local.get(id);
+    if (!alarm) return;
+    this.local.set(id, { ...alarm, state: "closed" });
+    this.listener.told();
+  }
+
+  /** Once a second, with the events as they are known: notices a silent feed and events without an alarm. */
+  tick(events) {
+    if (this.source && this.now() - this.heardAt > SILENCE_MS) {
+      this.lost();
+      this.open();
+    }
+    const before = JSON.stringify([...this.local.values()]);
+    for (const event of events) this.look(event);
+    if (JSON.stringify([...this.local.values()]) !== before) this.listener.told();
+  }
+
+  isCovered({ name, run, seq }) {
+    return this.alarms.some((alarm) => {
+      if (alarm.event !== name) return false;
+      return seq === undefined ? alarm.ended === null : alarm.run === run && alarm.seq === seq;
+    });
+  }
+
+  look(event) {
+    const { name, active, since } = event;
+    const made = [...this.local.values()].filter((alarm) => alarm.event === name);
+    if (active !== true || this.isCovered(event)) {
+      this.bare.delete(name);
+      if (active === true) made.forEach(({ id }) => this.local.delete(id));
+      else if (active === false) made.forEach((alarm) => this.end(alarm));
+      return;
+    }
+    if (!this.bare.has(name)) this.bare.set(name, this.now());
+    const waits = this.state === "open" || this.state === "opening";
+    if (waits && this.now() - this.bare.get(name) < GRACE_MS) return;
+    if (made.some((alarm) => alarm.ended === null)) return;
+    const began = since ?? new Date().toISOString();
+    const id = `local ${name} ${began}`;
+    const fresh = { id, local: true, event: name, kind: KIND[name], began, ended: null, state: "calling", level: 1 };
+    this.local.set(id, { ...fresh, answers: [], next: null });
+  }
+
+  /** What ended stays until somebody has seen it. */
+  end(alarm) {
+    if (!isOpen(alarm)) this.local.delete(alarm.id);
+    else if (alarm.ended === null) this.local.set(alarm.id, { ...alarm, ended: new Date().toISOString() });
+  }
+
+  /** All that is known, for the tabs. */
+  told() {
+    const local = [...this.local.values()].filter(isOpen);
+    return { state: this.state, alarms: [...local, ...this.alarms], pause: this.pause, receivers: this.receivers };
+  }
+}
