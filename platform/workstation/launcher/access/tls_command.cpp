@@ -7,6 +7,7 @@
 #include "platform/workstation/certificates/certificates.h"
 #include "platform/workstation/launcher/access/launch_web.h"
 #include "platform/workstation/launcher/launch_request.h"
+#include "platform/workstation/system/shown_text.h"
 
 namespace workstation {
 namespace {
