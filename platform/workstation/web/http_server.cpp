@@ -159,6 +159,14 @@ GLibPtr<GSocket> listeningSocket(const ListenAddress& where, std::uint16_t& port
   }
 }
 
+/// As g_tls_server_connection_new() makes it, but without a database: clients show no certificates, and for those of
+/// the system's authorities each connection would read them all.
+GLibPtr<GIOStream> secured(GIOStream* stream, GTlsCertificate* certificate) {
+  const GType type = g_tls_backend_get_server_connection_type(g_tls_backend_get_default());
+  return GLibPtr<GIOStream>(static_cast<GIOStream*>(g_initable_new(
+      type, nullptr, nullptr, "base-io-stream", stream, "certificate", certificate, "database", nullptr, nullptr)));
+}
+
 }  // namespace
 
 class HttpServer::Implementation {
@@ -436,7 +444,7 @@ void HttpServer::Implementation::accept() {
 /// libsoup does that for its own listener only.
 void HttpServer::Implementation::shakeHands(GIOStream* stream, GLibPtr<GSocketAddress> local,
                                             GLibPtr<GSocketAddress> remote) {
-  const GLibPtr<GIOStream> secure(g_tls_server_connection_new(stream, m_certificate.get(), nullptr));
+  const auto secure = secured(stream, m_certificate.get());
   if (!secure) return;
   Connection& connection = m_connections.at(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)));
   connection.stream = secure.get();
