@@ -20,11 +20,12 @@ const LIVE = /Live picture of the room/;
 const PATIENCE_MS = 60000;
 
 const QUIET = ["background-networking", "component-update", "sync"].map((what) => `--disable-${what}`);
-const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", ...QUIET];
+const FLAGS = ["--no-sandbox", "--no-proxy-server", "--disable-gpu", "--disable-quic", "--no-first-run", ...QUIET];
 
-export function openBrowser(flags = []) {
+/** @param {string} [home] a home directory of its own, with the authorities that it trusts */
+export function openBrowser(flags = [], home = process.env.HOME) {
   const executablePath = process.env.CHROMIUM ?? "/usr/bin/chromium";
-  return chromium.launch({ executablePath, headless: true, args: [...FLAGS, ...flags] });
+  return chromium.launch({ executablePath, args: [...FLAGS, ...flags], env: { ...process.env, HOME: home } });
 }
 
 /**

@@ -1,11 +1,12 @@
 /** The real program, started as a user starts it, and a connection to it that can be cut and listened to. */
-import { spawn } from "node:child_process";
+import { execFile, spawn } from "node:child_process";
 import { once } from "node:events";
 import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import { createServer, request as createRequest } from "node:http";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
+import { promisify } from "node:util";
 
 const ROOT = fileURLToPath(new URL("../..", import.meta.url));
 export const PROGRAMS = process.env.VELMOR_PROGRAMS ?? join(ROOT, "build/release/bin");
@@ -27,18 +28,33 @@ export const demoCamera = () => ({ source: join(DEMO, "demo.mp4"), loop: true, .
 /** The demo's settings: what an installer of that room would set. */
 export const demoParameters = () => installed;
 
-/** Starts the program on a camera's description and waits until its page has an address. */
-export async function startProgram(camera) {
+const environment = { ...process.env, ...SANITIZERS, VELMOR_SOURCE_DIR: ROOT };
+
+/** A new folder with a camera's description, for the program's state. */
+export async function makeFolder(camera) {
   const folder = await mkdtemp(join(tmpdir(), "velmor-page-"));
-  const source = join(folder, "camera.json");
-  await writeFile(source, JSON.stringify(camera));
-  const state = join(folder, "state");
-  const words = ["--source", source, "--state", state, "--listen", "127.0.0.1:0"];
-  const child = spawn(join(PROGRAMS, "velmor_run"), words, {
-    env: { ...process.env, ...SANITIZERS, VELMOR_SOURCE_DIR: ROOT },
-    stdio: ["ignore", "pipe", "pipe"],
-  });
-  const program = new RunningProgram(child, folder, state);
+  await writeFile(join(folder, "camera.json"), JSON.stringify(camera));
+  return folder;
+}
+
+const stateIn = (folder) => join(folder, "state");
+
+/** Runs a command that comes to its end, such as `tls`, for a folder's program. */
+export const runFor = (folder, command) =>
+  promisify(execFile)(join(PROGRAMS, "velmor_run"), [command, "--state", stateIn(folder)], { env: environment });
+
+/**
+ * Starts the program in its folder and waits until its page has an address.
+ * @param {boolean} terminal it has one of its own, and what it shows there is part of its output
+ */
+export async function startIn(folder, listen, terminal = false) {
+  const words = ["--source", join(folder, "camera.json"), "--state", stateIn(folder), "--listen", listen];
+  const command = [join(PROGRAMS, "velmor_run"), ...words];
+  const [file, ...rest] = terminal
+    ? ["script", "-qec", `exec ${command.map((word) => `'${word}'`).join(" ")}`, "/dev/null"]
+    : command;
+  const child = spawn(file, rest, { env: environment, stdio: ["ignore", "pipe", "pipe"] });
+  const program = new RunningProgram(child, folder, terminal);
   try {
     await program.started();
   } catch (error) {
@@ -48,9 +64,14 @@ export async function startProgram(camera) {
   return program;
 }
 
+/** Starts the program on a camera's description and waits until its page has an address. */
+export const startProgram = async (camera) => startIn(await makeFolder(camera), "127.0.0.1:0");
+
+const childOf = async (id) => Number((await readFile(`/proc/${id}/task/${id}/children`, "utf8")).trim().split(" ")[0]);
+
 class RunningProgram {
-  constructor(child, folder, state) {
-    Object.assign(this, { child, folder, state, output: "", page: null, stopping: false });
+  constructor(child, folder, terminal) {
+    Object.assign(this, { child, folder, terminal, state: stateIn(folder), output: "", page: null, stopping: false });
     for (const stream of [child.stdout, child.stderr]) stream.on("data", (chunk) => (this.output += chunk));
     this.ended = once(child, "close").then(([code, signal]) => {
       if (!this.stopping) console.error(`the program ended by itself with ${code ?? signal}:\n${this.output}`);
@@ -64,7 +85,7 @@ class RunningProgram {
     while (!this.page) {
       const end = await Promise.race([once(this.child.stdout, "data"), this.ended]);
       if ("code" in end) throw new Error(`no address of a page:\n${this.output}`);
-      const address = /^Page: (http:\S+)/m.exec(this.output)?.[1];
+      const address = /^Page: (https?:\S+)/m.exec(this.output)?.[1];
       if (address) this.page = new URL(address);
     }
     clearTimeout(late);
@@ -88,10 +109,20 @@ class RunningProgram {
     return readFile(join(this.state, "parameters.conf"), "utf8");
   }
 
-  /** SIGSTOP or SIGCONT to the process that the launcher watches over. */
+  /** The process that the launcher watches over. */
+  async process() {
+    return childOf(this.terminal ? await childOf(this.child.pid) : this.child.pid);
+  }
+
   async signal(name) {
-    const children = await readFile(`/proc/${this.child.pid}/task/${this.child.pid}/children`, "utf8");
-    process.kill(Number(children.trim().split(" ")[0]), name);
+    process.kill(await this.process(), name);
+  }
+
+  /** Ends it at once, wherever it is; its state stays. */
+  async kill() {
+    this.stopping = true;
+    await this.signal("SIGKILL");
+    await this.ended;
   }
 
   /** Ends the program in order; throws when it does not end, or not well. */

@@ -39,7 +39,9 @@ export function SignIn({ ended, onIn }) {
   });
   return html`<form class="panel sign-in" onSubmit=${submit}>
     <h1>${say("signIn.title")}</h1>
-    ${ended && html`<p class="note" role="alert"><strong>${say("signIn.ended")}</strong> ${say("signIn.deaf")}</p>`}
+    <p class="note" role=${ended ? "alert" : undefined}>
+      ${ended && html`<strong>${say("signIn.ended")}</strong> `}${say("signIn.deaf")}
+    </p>
     <${Field}
       id="sign-in-name"
       field=${first}

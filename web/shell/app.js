@@ -139,6 +139,11 @@ function Page({ link, control, who, onWho }) {
   const guide = useGuide(mends);
   const main = useRef(null);
   const [asks, setAsks] = useState(who.must_change);
+  // Another password ends the session and begins another: what was asked in between was refused.
+  const hasAsked = () => {
+    setAsks(false);
+    onWho();
+  };
   const wall = address.view === VIEW.wall;
   const setsUp = mends && !wall && address.view !== VIEW.watch;
   useFocusOnChange(address, present !== null && appearance !== null, main);
@@ -152,7 +157,7 @@ function Page({ link, control, who, onWho }) {
     <div class="hidden" aria-live="polite">${facts.ended}</div>
     <${Notices} facts=${facts} caller=${caller} />
     <main class=${`page ${wall ? "wall" : ""}`} id="main" tabindex="-1" ref=${main}>
-      ${asks && html`<${Password} must=${who.must_change} onDone=${() => setAsks(false)} />`}
+      ${asks && html`<${Password} must=${who.must_change} onDone=${hasAsked} />`}
       ${guide.step !== null && !wall && html`<${Guide} step=${guide.step} onStep=${guide.toStep} facts=${guideFacts(facts)} />`}
       <${Content} address=${address} role=${who.role} view=${viewOf({ link, facts, caller, who })} tab=${tab} />
     </main>

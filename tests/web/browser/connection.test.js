@@ -136,7 +136,7 @@ test("a browser without shared workers shows the same", async () => {
 
 test("a camera without the feed of events tells them through its status, and the page says that", async () => {
   demo.gateway.intercept = ({ url }, response) => {
-    if (url.startsWith("/platform/events")) return response.writeHead(404).end("none");
+    if (/^\/platform\/(events|alarms)/.test(url)) return response.writeHead(404).end("none");
     return url.includes("action=get_status_code") && response.end("502");
   };
   const page = await open();
@@ -164,27 +164,30 @@ describe("a camera on which all is well", () => {
     return response.end(JSON.stringify(document));
   }
 
-  /** The real settings and pictures with the heartbeats of a quick machine. */
-  function healthy({ url }, response) {
-    if (url.includes("action=get_status_code")) return response.end("200");
-    if (url.startsWith("/platform/why")) return explain(response);
-    if (!url.startsWith("/platform/events")) return false;
-    const say = (type, data) => response.write(`event: ${type}\ndata: ${JSON.stringify(data)}\n\n`);
-    camera.say = say;
-    const beat = () =>
-      say("heartbeat", {
-        time: at(0),
-        run: "x",
-        cycle: 9,
-        cycle_age_ms: 200,
-        picture_age_ms: 300,
-        wrong: camera.wrong,
-      });
+  /** A feed that begins with a message and has a heartbeat each second. @returns {Function} says more on it */
+  function feed(response, [type, data], heartbeat) {
+    const say = (what, told) => response.write(`event: ${what}\ndata: ${JSON.stringify(told)}\n\n`);
+    const beat = () => say("heartbeat", heartbeat());
     response.writeHead(200, { "Content-Type": "text/event-stream" });
-    say("state", { time: at(0), run: "x", seq: 2, events, history, watching });
+    say(type, data);
     beat();
     const timer = setInterval(beat, 1000);
     response.on("close", () => clearInterval(timer));
+    return say;
+  }
+
+  /** The real settings and pictures with the heartbeats of a quick machine, and no alarm that is open. */
+  function healthy({ url }, response) {
+    if (url.includes("action=get_status_code")) return response.end("200");
+    if (url.startsWith("/platform/why")) return explain(response);
+    if (url.startsWith("/platform/alarms")) return feed(response, ["alarms", { alarms: [], pause: null }], () => ({}));
+    if (!url.startsWith("/platform/events")) return false;
+    const beats = { run: "x", cycle: 9, cycle_age_ms: 200, picture_age_ms: 300 };
+    camera.say = feed(response, ["state", { time: at(0), run: "x", seq: 2, events, history, watching }], () => ({
+      ...beats,
+      time: at(0),
+      wrong: camera.wrong,
+    }));
     return true;
   }
 

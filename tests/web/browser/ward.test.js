@@ -1,0 +1,179 @@
+// A ward as it is set up and lives: https, an installer, carers on telephones, a receiver; and what goes wrong there.
+import assert from "node:assert/strict";
+import { execFile } from "node:child_process";
+import { mkdtemp, rm } from "node:fs/promises";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { after, afterEach, before, test } from "node:test";
+import { promisify } from "node:util";
+import { NAMES, openBrowser, openPage, pictureIsLive, says, toView } from "../browser.js";
+import { demoCamera, demoParameters, makeFolder, runFor, startIn } from "../program.js";
+import { Receiver } from "../receiver.js";
+
+const run = promisify(execFile);
+const TELEPHONE = { width: 360, height: 640, hasTouch: true, isMobile: true };
+const SECRET = "a secret of the ward's";
+const FALL_MS = 150000;
+
+const ward = { pages: [], receiver: new Receiver(SECRET), people: {} };
+
+/** A browser that was given the ward's authority, as docs/people.md says, and finds the machine by its name. */
+async function believingBrowser(authority, page) {
+  ward.home = await mkdtemp(join(tmpdir(), "velmor-home-"));
+  const database = ["-d", `sql:${join(ward.home, ".pki/nssdb")}`];
+  await run("mkdir", ["-p", join(ward.home, ".pki/nssdb")]);
+  await run("certutil", [...database, "-N", "--empty-password"]);
+  await run("certutil", [...database, "-A", "-n", "ward", "-t", "C,,", "-i", authority]);
+  return openBrowser([`--host-resolver-rules=MAP ${page.hostname} 127.0.0.1`], ward.home);
+}
+
+before(async () => {
+  const folder = await makeFolder({ ...demoCamera(), parameters: demoParameters() });
+  const { stdout } = await runFor(folder, "tls");
+  ward.program = await startIn(folder, "0.0.0.0:0", true);
+  ward.browser = await believingBrowser(/^Authority: (.*)$/m.exec(stdout)[1], ward.program.page);
+  ward.address = await ward.receiver.begin();
+});
+afterEach(async () => {
+  for (const page of ward.pages.splice(0)) await page.context().close();
+});
+after(async () => {
+  await ward.browser?.close();
+  await ward.program?.stop();
+  ward.receiver.end();
+  if (ward.home) await rm(ward.home, { recursive: true, force: true });
+});
+
+async function open(options) {
+  const page = await openPage(ward.browser, ward.program.page, options);
+  ward.pages.push(page);
+  return page;
+}
+
+async function signIn(page, name) {
+  await page.getByLabel("Name", { exact: true }).fill(name);
+  await page.getByLabel("Password", { exact: true }).fill(ward.people[name]);
+  await page.getByRole("button", { name: "Sign in" }).click();
+}
+
+/** A carer's telephone, with what it was asked for allowed. */
+async function telephone(name) {
+  const page = await open({ ...TELEPHONE, permissions: ["notifications"] });
+  await signIn(page, name);
+  await page.getByRole("button", { name: "Later" }).click();
+  await page.getByRole("button", { name: "Turn the sound on" }).click();
+  await pictureIsLive(page, "Live picture, anonymised");
+  return page;
+}
+
+/** The page's own request. */
+const ask = (page, address) => page.evaluate(async (url) => (await fetch(url)).json(), address);
+const alarmsOf = async (page) => (await ask(page, "/platform/alarms")).alarms;
+const card = (page, { id }) => page.locator(`[data-alarm="${id}"]`);
+const press = (place, name) => place.getByRole("button", { name }).click();
+
+/** Waits for a fall that nobody has answered. */
+async function fallOn(page) {
+  const calling = page.locator("article.tone-alarm").filter({ hasText: NAMES.fall });
+  await calling.first().waitFor({ timeout: FALL_MS });
+  return { id: await calling.first().getAttribute("data-alarm") };
+}
+
+/** Killed, and started again at the same address. */
+async function killAndStart() {
+  const { folder, page } = ward.program;
+  await ward.program.kill();
+  ward.program = await startIn(folder, `0.0.0.0:${page.port}`);
+}
+
+async function until(condition) {
+  while (!(await condition())) await new Promise((resolve) => setTimeout(resolve, 100));
+}
+
+/** That nothing is missing in what the receiver has got, and nothing twice. */
+function gotEachNumber() {
+  const { calls, unsigned } = ward.receiver;
+  assert.equal(unsigned, 0);
+  assert.deepEqual(
+    calls.map(({ previous }) => previous),
+    [0, ...calls.map(({ number }) => number)].slice(0, -1),
+  );
+}
+
+test("the installer signs in with the password that the first start shows once, and sets up people and calls", async () => {
+  const [, name, password] = /name +(\S+)\s+password +(\S+)/.exec(ward.program.output);
+  ward.people[name] = password;
+  const page = await open();
+  assert.ok(await page.evaluate(() => isSecureContext));
+  await signIn(page, name);
+  await says(page, "The first password was shown to somebody else");
+  await page.getByLabel("Old password").fill(password);
+  ward.people[name] = "the installer's own";
+  await page.getByLabel("New password").fill(ward.people[name]);
+  await press(page, "Change it");
+  await press(page, "Skip the guide");
+  await toView(page, "People");
+  for (const carer of ["Ben", "Cleo"]) {
+    await page.getByLabel("Name of a new person").fill(carer);
+    await press(page, "Add");
+    ward.people[carer] = await page.getByRole("alert").locator("code").textContent();
+    await press(page, "Noted");
+  }
+  await toView(page, "Alarms");
+  const level = page.getByRole("region", { name: "Level 1" });
+  await press(level, "Add an address");
+  await level.getByLabel("Name").fill("ward phone");
+  await level.getByLabel("Address that is called").fill(ward.address);
+  await level.getByLabel("Secret").fill(SECRET);
+  await press(page, "Save the calls");
+  await says(page, "Saved.");
+  await toView(page, "System");
+  await says(page, /people\.carer\.Cleo|Cleo/);
+});
+
+test("a telephone tries the whole way and says what works", async () => {
+  const page = await telephone("Ben");
+  await page.getByText("This device", { exact: true }).first().click();
+  await press(page, "Test alarm");
+  for (const way of ["To the camera and back", "Sound", "Notification"]) await says(page, `${way}: works`);
+  await until(() => ward.receiver.calls.some(({ what, test: tried }) => what === "test" && tried));
+});
+
+test("a fall calls on through a kill, a full disk and two who answer at once, and the receiver misses nothing", async () => {
+  const [ben, cleo] = [await telephone("Ben"), await telephone("Cleo")];
+  const fall = await fallOn(ben);
+
+  ward.receiver.fails = true;
+  await killAndStart();
+  await says(card(ben, fall), NAMES.fall);
+  await until(async () =>
+    (await alarmsOf(ben).catch(() => [])).some(({ id, state }) => id === fall.id && state === "calling"),
+  );
+
+  const camera = String(await ward.program.process());
+  await run("prlimit", ["--pid", camera, "--fsize=1"]);
+  await press(card(ben, fall), "I'm on my way");
+  await says(card(ben, fall), "Your answer is not stored yet");
+  await says(card(cleo, fall), /Nobody has answered/);
+  await killAndStart();
+  await until(async () => (await alarmsOf(cleo).catch(() => [])).some(({ id }) => id === fall.id));
+  const kept = (await alarmsOf(cleo)).find(({ id }) => id === fall.id);
+  assert.deepEqual([kept.state, kept.answers], ["calling", []]);
+  assert.ok(ward.receiver.failed > 0);
+  ward.receiver.fails = false;
+
+  const coming = (page) => press(card(page, fall), "I'm on my way");
+  await Promise.all([coming(ben), coming(cleo)]);
+  const words = /^(Ben|Cleo) is on the way since/;
+  await Promise.all([says(card(ben, fall), words), says(card(cleo, fall), words)]);
+  const who = await Promise.all([ben, cleo].map((page) => card(page, fall).getByText(words).textContent()));
+  assert.equal(who[0].split(" ")[0], who[1].split(" ")[0], "both are told the same");
+  const { answers } = (await alarmsOf(ben)).find(({ id }) => id === fall.id);
+  assert.deepEqual(answers.map(({ by }) => by).sort(), ["Ben", "Cleo"]);
+  await press(card(cleo, fall), "Resolved");
+  await card(ben, fall).waitFor({ state: "detached" });
+
+  const told = ({ what, alarm }) => what === "closed" && alarm?.id === fall.id;
+  await until(() => ward.receiver.calls.some(told));
+  gotEachNumber();
+});
