@@ -4,6 +4,9 @@ export default {
   "active.sinceFor": "Seit {began}, das sind {age}.",
   "active.unknown": "Seit wann, ist nicht bekannt.",
   "alarm.held": "Es wird nicht gerufen: {why}.",
+  "alarm.hush": "Auf diesem Gerät still",
+  "alarm.hushed":
+    "Nur auf diesem Gerät still: niemand hat es erfahren. Es ruft wieder, sobald die Kamera zu hören ist, oder bei einem weiteren Alarm.",
   "alarm.lastKnown": "Das ist das Letzte, was bekannt ist: {silent}.",
   "alarm.local": "Nur dieser Seite bekannt: „Gesehen“ beendet den Ruf in diesem Browser, sonst erfährt es niemand.",
   "alarm.louder": "Noch hat niemand geantwortet: jetzt wird Stufe {level} gerufen.",

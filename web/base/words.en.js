@@ -4,6 +4,9 @@ export default {
   "active.sinceFor": "Since {began}, for {age}.",
   "active.unknown": "Since when is not known.",
   "alarm.held": "It does not call: {why}.",
+  "alarm.hush": "Quiet on this device",
+  "alarm.hushed":
+    "Quiet on this device only: nobody has been told. It sounds again when the camera is heard, or at another alarm.",
   "alarm.lastKnown": "This is the last that is known: {silent}.",
   "alarm.local": "Known on this page only: “Seen” stops the call in this browser, nobody else is told.",
   "alarm.louder": "Nobody has answered yet: level {level} is called now.",
