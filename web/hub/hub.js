@@ -274,7 +274,7 @@ export class Hub {
     if (this.feed.state !== "open") return;
     const { history, events, run } = this.feed;
     const newest = history.slice(-1).filter((change) => change.run === run && !change.closed_at_start);
-    this.explanation.want([...events.filter(({ active, seq }) => active && seq !== undefined), ...newest]);
+    this.explanation.want([...events.filter(({ active, seq }) => active && seq !== undefined), ...newest], run);
   }
 
   withReason(change) {
