@@ -10,17 +10,28 @@ const began = new Date().toISOString();
 const fall = { id: "x-1", seq: 1, run: "x", event: "Fall Detected", kind: "fall", began, ended: null };
 const calling = { ...fall, state: "calling", level: 1, answers: [], next: null };
 
+const EVENTS = ["Fall Detected", "Patient Out of Bed"].map((name) => ({ name, active: false, since: null }));
+
+/** A feed that says the same each second. */
+function repeat(response, type, data) {
+  response.writeHead(200, { "Content-Type": "text/event-stream" });
+  const say = () => response.write(`event: ${type}\ndata: ${JSON.stringify(data())}\n\n`);
+  const timer = setInterval(say, 1000);
+  response.on("close", () => clearInterval(timer));
+  say();
+  return true;
+}
+
 /** From now on the page is one of somebody with this role, null: of nobody; with `alarms` in the place of the camera's. */
 function looksOn(role, { alarms, must_change = false } = {}) {
   const who = JSON.stringify({ people: true, name: "Ben", role, must_change });
+  const calm = () => ({ time: new Date().toISOString(), run: "x", seq: 2, events: EVENTS, history: [], watching: [] });
   demo.gateway.intercept = ({ url }, response) => {
     if (url.startsWith("/platform/session")) return response.end(who);
-    if (!alarms || !url.startsWith("/platform/alarms/feed")) return false;
-    response.writeHead(200, { "Content-Type": "text/event-stream" });
-    const tell = () => response.write(`event: alarms\ndata: ${JSON.stringify({ alarms, pause: null })}\n\n`);
-    const timer = setInterval(tell, 5000);
-    response.on("close", () => clearInterval(timer));
-    return tell();
+    if (!alarms) return false;
+    if (url.includes("action=get_status_code")) return response.end("200");
+    if (url.startsWith("/platform/events")) return repeat(response, "state", calm);
+    return url.startsWith("/platform/alarms/feed") && repeat(response, "alarms", () => ({ alarms, pause: null }));
   };
 }
 
@@ -70,6 +81,7 @@ async function othersViews(page, check) {
     looksOn(role, more);
     return page.evaluate(() => (location.hash = "#watch")).then(() => page.reload());
   };
+  await page.getByRole("button", { name: "Discard changes" }).click();
   await again("carer", { must_change: true });
   await page.getByLabel("New password").waitFor();
   await pictureIsLive(page, CARERS_PICTURE);
