@@ -52,7 +52,7 @@ async function fits(page, what) {
 /** Every view of an installer, and the wall's. */
 async function everyView(page, check) {
   await pictureIsLive(page);
-  await page.getByRole("region", { name: "Events", exact: true }).waitFor();
+  await page.getByRole("region", { name: "Events", exact: true }).waitFor({ state: "attached" });
   await check("Picture with the guide");
   await page.getByRole("button", { name: "Skip the guide" }).click();
   await page.getByText("Menu", { exact: true }).click();
