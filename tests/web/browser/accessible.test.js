@@ -75,6 +75,12 @@ async function everyView(page, check) {
   await check("the wall");
 }
 
+/** Handles are drawn anew a moment after their picture has got another size. */
+const drawn = (page) =>
+  page.evaluate(
+    () => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(() => requestAnimationFrame(done)))),
+  );
+
 /** What a carer and a nurse see, and who has to sign in first. */
 async function othersViews(page, check) {
   const again = (role, more) => {
@@ -111,6 +117,7 @@ for (const width of [360, 1920]) {
         if (width !== 1920 || look.colorScheme !== "light") return;
         for (const other of [...BETWEEN, width]) {
           await page.setViewportSize({ width: other, height });
+          await drawn(page);
           await fits(page, `${what}, ${other} wide`);
         }
       };
