@@ -4,7 +4,16 @@
  */
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
-import { NAMES, alarmOf, openBrowser, openSetup, pictureIsLive, save, toView } from "../../tests/web/browser.js";
+import {
+  NAMES,
+  alarmOf,
+  openBrowser,
+  openPage,
+  openSetup,
+  pictureIsLive,
+  save,
+  toView,
+} from "../../tests/web/browser.js";
 import { demoCamera, demoParameters, startProgram } from "../../tests/web/program.js";
 
 const IMAGES = fileURLToPath(new URL(".", import.meta.url));
@@ -22,18 +31,25 @@ async function switchStreamsOn(page) {
   await save(page);
 }
 
-/** One page in many shapes. */
-async function whileFallen(page, program) {
+/** The page of a carer who has signed in on a telephone, and has let it sound. */
+async function openTelephone(browser, address) {
+  const page = await openPage(browser, address, { width: 360, height: 640, isMobile: true, hasTouch: true });
+  const who = { people: true, name: "Ben", role: "carer", must_change: false };
+  await page.route("**/platform/session", (route) => route.fulfill({ json: who }));
+  await page.reload();
+  await page.getByRole("button", { name: "Turn the sound on" }).click();
+  return page;
+}
+
+/** One page in many shapes, and a carer's. */
+async function whileFallen(page, telephone, program) {
   await page.setViewportSize({ width: 1440, height: 900 });
   await alarmOf(page, NAMES.fall).waitFor({ timeout: 120000 });
   await take(page, "wide");
   await page.setViewportSize({ width: 360, height: 780 });
   await take(page, "narrow");
-  await page.evaluate(() => (location.hash = "#wall"));
-  await pictureIsLive(page, /Live picture/);
-  await take(page, "carer");
-  await page.evaluate(() => (location.hash = "#watch"));
-  await pictureIsLive(page);
+  await alarmOf(telephone, NAMES.fall).waitFor();
+  await take(telephone, "carer");
   await page.setViewportSize({ width: 1280, height: 860 });
   await page.emulateMedia({ colorScheme: "dark" });
   await take(page, "dark");
@@ -65,7 +81,7 @@ try {
   await switchStreamsOn(page);
   await toView(page, "Picture");
   await pictureIsLive(page);
-  await whileFallen(page, program);
+  await whileFallen(page, await openTelephone(browser, program.page), program);
   await floor(page);
 } finally {
   await browser.close();

@@ -9,7 +9,16 @@ export const EVENT_NAMES = [FALL, BED];
 export const KIND = { [FALL]: "fall", [BED]: "exit" };
 
 /** The program's status codes of which the page knows more than their text. */
-export const CODE = { starting: 100, watching: 200, stopped: 300, dataError: 400, outOfBed: 502, fall: 503, slow: 600 };
+export const CODE = {
+  starting: 100,
+  watching: 200,
+  stopped: 300,
+  dataError: 400,
+  noAnalysis: 401,
+  outOfBed: 502,
+  fall: 503,
+  slow: 600,
+};
 
 /** Refusals (HTTP) of which the page knows the reason. */
 export const REFUSAL = { signedOut: 401, forbidden: 403, absent: 404, notAnonymised: 409, notStored: 500 };

@@ -1,7 +1,7 @@
 /** One alarm, told once, with the action beside it. */
 import { becauseOf, eventName, say } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
-import { callWords, isUnstored, lastAnswer, lookOf, timesOf } from "./calls.js";
+import { callWords, isUnstored, lastAnswer, lookOf, mayHush, timesOf } from "./calls.js";
 import { answer } from "./service.js";
 
 const REASONS = ["nobody", "staff", "object", "other"];
@@ -95,15 +95,24 @@ function Answers({ alarm, answering }) {
   </div>`;
 }
 
+/** The way to quiet while no answer gets through: it is this device's alone, and says so. */
+function Hush({ alarm, state, link }) {
+  if (alarm.hushed) return html`<p class="note" role="status">${say("alarm.hushed")}</p>`;
+  if (!mayHush(alarm, state)) return null;
+  const hush = () => link.send({ type: "hush", id: alarm.id });
+  return html`<button type="button" class="quiet" onClick=${hush}>${say("alarm.hush")}</button>`;
+}
+
 /**
  * @param {object} props
  * @param {object} props.alarm
  * @param {string} [props.because] of what it began, where the program tells that
  * @param {import("../hub/link.js").Link} props.link
+ * @param {string} props.state of the feed of alarms
  * @param {number} props.now milliseconds since 1970 by the camera's clock
  * @param {string} [props.silent] since when nothing is heard of the camera, in words
  */
-export function AlarmCard({ alarm, because, link, now, silent }) {
+export function AlarmCard({ alarm, because, link, state, now, silent }) {
   const answering = useAnswer(alarm, link);
   const { tone, sign } = lookOf(alarm);
   return html`<article class=${`panel alarm tone-${tone}`} data-alarm=${alarm.id}>
@@ -115,5 +124,6 @@ export function AlarmCard({ alarm, because, link, now, silent }) {
     ${(answering.waits || isUnstored(alarm)) && html`<p class="note" role="status">${say("alarm.unstored")}</p>`}
     ${answering.wrong && html`<p class="note" role="alert">${say("alarm.notAnswered", { error: answering.wrong })}</p>`}
     <${Answers} key=${alarm.id} alarm=${alarm} answering=${answering} />
+    <${Hush} alarm=${alarm} state=${state} link=${link} />
   </article>`;
 }

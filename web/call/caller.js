@@ -1,6 +1,6 @@
 /** Calls whoever is near this device: sound, vibration, notification, title and icon, until the alarm is answered. */
 import { eventName, say } from "../base/words.js";
-import { FIRST_LEVEL, isCalling, openAlarms, ringing } from "./calls.js";
+import { FIRST_LEVEL, isCalling, openAlarms, ringing, urgent } from "./calls.js";
 import { Waker, deviceNow } from "./device.js";
 import { Sounder, tuneOf } from "./sound.js";
 
@@ -65,7 +65,7 @@ export class Caller {
 
   tick() {
     const call = ringing(this.alarms);
-    this.dress(call);
+    this.dress(urgent(this.alarms));
     this.notifyAll();
     if (!this.voice) return this.sounder.ring(null);
     this.sounder.ring(call);

@@ -16,13 +16,19 @@ const before = (a, b) =>
 /** The alarms that are open, the most urgent first. */
 export const openAlarms = (alarms) => alarms.filter(isOpen).sort(before);
 
-/** The alarm because of which it rings: {id, kind, level}, or null. A fall drowns a bed exit, a higher level a lower one. */
-export function ringing(alarms) {
+/** The most urgent alarm that calls: {id, kind, level}, or null. A fall drowns a bed exit, a higher level a lower one. */
+export function urgent(alarms) {
   const calling = alarms.filter(isCalling);
   const most = calling.reduce((best, alarm) => Math.max(best, isFall(alarm) ? alarm.level : -1), -1);
   const loudest = openAlarms(calling).find((alarm) => !isFall(alarm) || alarm.level === most);
   return loudest ? { id: loudest.id, kind: loudest.kind, level: loudest.level } : null;
 }
+
+/** The one because of which it rings: none that was hushed here, which drowns no other. */
+export const ringing = (alarms) => urgent(alarms.filter(({ hushed }) => !hushed));
+
+/** Whether this browser may be made quiet: only while the camera, which knows the alarm, cannot be told an answer. */
+export const mayHush = (alarm, state) => state === "lost" && isCalling(alarm) && !alarm.local && !alarm.hushed;
 
 /** How an alarm looks: a way to the toilet is no emergency, and differs in colour and sign. */
 export const lookOf = ({ kind }) => (kind === "fall" ? { tone: "alarm", sign: "▲" } : { tone: "exit", sign: "◆" });

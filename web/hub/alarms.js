@@ -15,7 +15,8 @@ const isOpen = ({ state }) => state !== "closed";
  *
  * state: as the feed of events'; alarms: as the camera tells them, the newest first, and pause; receivers: whether they are reached. Of an event for which
  * there is no alarm, since the camera has none, its word is away or comes late, an alarm is made here (`local`), which
- * can only be seen: nothing that is active stays without a call.
+ * can only be seen: nothing that is active stays without a call. An alarm that cannot be answered while the camera is away
+ * may be `hushed` in this browser, until the camera is back.
  */
 export class AlarmFeed {
   /**
@@ -33,7 +34,7 @@ export class AlarmFeed {
       source: null,
       timer: null,
     });
-    Object.assign(this, { heardAt: now(), local: new Map(), bare: new Map() });
+    Object.assign(this, { heardAt: now(), local: new Map(), bare: new Map(), hushed: new Map() });
   }
 
   open() {
@@ -93,6 +94,7 @@ export class AlarmFeed {
   takeAll({ alarms, pause, called }) {
     if (!Array.isArray(alarms)) throw new Error("no alarms");
     Object.assign(this, { alarms, pause: pause ?? null, receivers: called?.receivers ?? [], state: "open" });
+    this.hushed.clear();
     this.listener.told();
   }
 
@@ -116,15 +118,35 @@ export class AlarmFeed {
     this.listener.told();
   }
 
+  /** One alarm of the camera's is quiet here: only while its word is away, and for what is known now. */
+  hush(id) {
+    if (this.state !== "lost" || !this.alarms.some((alarm) => alarm.id === id)) return;
+    this.hushed.set(id, { over: false });
+    this.listener.told();
+  }
+
+  /** Whatever begins anew is heard, also where an alarm that was hushed seems to tell it. */
+  hearAnew({ name, active }) {
+    for (const { id } of this.alarms.filter(({ event }) => event === name)) {
+      const hush = this.hushed.get(id);
+      if (hush && active === false) hush.over = true;
+      if (hush?.over && active === true) this.hushed.delete(id);
+    }
+  }
+
   /** Once a second, with the events as they are known: notices a silent feed and events without an alarm. */
   tick(events) {
     if (this.source && this.now() - this.heardAt > SILENCE_MS) {
       this.lost();
       this.open();
     }
-    const before = JSON.stringify([...this.local.values()]);
-    for (const event of events) this.look(event);
-    if (JSON.stringify([...this.local.values()]) !== before) this.listener.told();
+    const made = () => JSON.stringify([[...this.local.values()], [...this.hushed.keys()]]);
+    const before = made();
+    for (const event of events) {
+      this.hearAnew(event);
+      this.look(event);
+    }
+    if (made() !== before) this.listener.told();
   }
 
   isCovered({ name, run, seq }) {
@@ -162,6 +184,7 @@ export class AlarmFeed {
   /** All that is known, for the tabs. */
   told() {
     const local = [...this.local.values()].filter(isOpen);
-    return { state: this.state, alarms: [...local, ...this.alarms], pause: this.pause, receivers: this.receivers };
+    const known = this.alarms.map((alarm) => (this.hushed.has(alarm.id) ? { ...alarm, hushed: true } : alarm));
+    return { state: this.state, alarms: [...local, ...known], pause: this.pause, receivers: this.receivers };
   }
 }

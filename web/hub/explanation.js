@@ -26,7 +26,7 @@ export class Explanation {
    */
   constructor(listener, now) {
     Object.assign(this, { listener, now, offered: false, absent: false, scene: null, sentences: new Map() });
-    Object.assign(this, { wanted: [], tries: 0, asking: false, askedAt: -Infinity });
+    Object.assign(this, { wanted: [], run: undefined, tries: 0, asking: false, askedAt: -Infinity });
   }
 
   /** Because of what a change {run, seq, name, active} came, without a full stop; undefined: not known. */
@@ -35,9 +35,9 @@ export class Explanation {
     return told?.name === change.name && told.active === change.active ? told.because : undefined;
   }
 
-  /** Something has happened: these changes' sentences are wanted, and the program may be another one. */
-  want(changes) {
-    Object.assign(this, { wanted: changes, absent: false, tries: TRIES });
+  /** Something has happened: these changes' sentences are wanted. Only another run may explain where one did not. */
+  want(changes, run) {
+    Object.assign(this, { wanted: changes, absent: this.absent && run === this.run, run, tries: TRIES });
     this.tick(false);
   }
 

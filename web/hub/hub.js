@@ -18,7 +18,7 @@
  *   signed-out  the camera no longer knows who asks, or lets them do less
  * Messages from a tab: here {sounds, visible} (answers news; whether it can make a sound), bye, ask {id, url},
  * watch {id, size, anonymised, covered}, leave {id}, took {id}, look {on} (at what is seen now), refresh (reads the
- * settings), alarm {alarm} (an answer to a request), see {id} (an alarm made here).
+ * settings), alarm {alarm} (an answer to a request), see {id} (an alarm made here), hush {id} (while the camera is away).
  */
 import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, REFUSAL, mayAs } from "../base/facts.js";
 import { Control, PROGRAM_URL, fetchText, isSave, oneByOne } from "../program/api.js";
@@ -127,6 +127,7 @@ export class Hub {
     else if (message.type === "here") this.hear(tab, message);
     else if (message.type === "alarm") this.calls.take(message.alarm);
     else if (message.type === "see") this.calls.see(message.id);
+    else if (message.type === "hush") this.calls.hush(message.id);
     return undefined;
   }
 
@@ -273,7 +274,7 @@ export class Hub {
     if (this.feed.state !== "open") return;
     const { history, events, run } = this.feed;
     const newest = history.slice(-1).filter((change) => change.run === run && !change.closed_at_start);
-    this.explanation.want([...events.filter(({ active, seq }) => active && seq !== undefined), ...newest]);
+    this.explanation.want([...events.filter(({ active, seq }) => active && seq !== undefined), ...newest], run);
   }
 
   withReason(change) {

@@ -1,7 +1,7 @@
 import { failure, say } from "../base/words.js";
 
 /** Grows with each change of what hub and tab say to each other: a tab of yesterday keeps yesterday's hub. */
-const VERSION = 3;
+const VERSION = 4;
 /** A hub that has been silent for so long is given up: it speaks once a second. */
 const SILENCE_MS = 5000;
 const LOOK_MS = 1000;

@@ -173,6 +173,7 @@ function codeGaps({ code, text }) {
   if (code === CODE.dataError) return [gap(say("gap.data"))];
   if (code === CODE.starting) return [gap(say("gap.starting"), null, EVENT_NAMES)];
   if (code === CODE.stopped) return [gap(say("gap.stopped"), null, EVENT_NAMES)];
+  if (code === CODE.noAnalysis) return [gap(say("gap.noAnalysis", { code }), null, EVENT_NAMES)];
   return [gap(say("gap.reports", { text: text || say("gap.anError"), code }), null, EVENT_NAMES)];
 }
 

@@ -25,13 +25,14 @@ function becauseOfAlarm(alarm, { events, past }) {
 }
 
 function Alarms({ alarms, view }) {
-  const { link, now, state } = view;
+  const { link, now, state, calls } = view;
   return alarms.map(
     (alarm) =>
       html`<${AlarmCard}
         key=${alarm.id}
         ...${{ alarm, link, now }}
         because=${becauseOfAlarm(alarm, view)}
+        state=${calls.state}
         silent=${state.silentWords}
       />`,
   );

@@ -4,9 +4,39 @@ import { axeViolations, noComplaints, pictureIsLive, save, toView } from "../bro
 import { onTheDemo } from "../demo.js";
 
 const demo = onTheDemo();
+const CARERS_PICTURE = /Live picture, anonymised|live und anonymisiert/;
+
+const began = new Date().toISOString();
+const fall = { id: "x-1", seq: 1, run: "x", event: "Fall Detected", kind: "fall", began, ended: null };
+const calling = { ...fall, state: "calling", level: 1, answers: [], next: null };
+
+const EVENTS = ["Fall Detected", "Patient Out of Bed"].map((name) => ({ name, active: false, since: null }));
+
+/** A feed that says the same each second. */
+function repeat(response, type, data) {
+  response.writeHead(200, { "Content-Type": "text/event-stream" });
+  const say = () => response.write(`event: ${type}\ndata: ${JSON.stringify(data())}\n\n`);
+  const timer = setInterval(say, 1000);
+  response.on("close", () => clearInterval(timer));
+  say();
+  return true;
+}
+
+/** From now on the page is one of somebody with this role, null: of nobody; with `alarms` in the place of the camera's. */
+function looksOn(role, { alarms, must_change = false } = {}) {
+  const who = JSON.stringify({ people: true, name: "Ben", role, must_change });
+  const calm = () => ({ time: new Date().toISOString(), run: "x", seq: 2, events: EVENTS, history: [], watching: [] });
+  demo.gateway.intercept = ({ url }, response) => {
+    if (url.startsWith("/platform/session")) return response.end(who);
+    if (!alarms) return false;
+    if (url.includes("action=get_status_code")) return response.end("200");
+    if (url.startsWith("/platform/events")) return repeat(response, "state", calm);
+    return url.startsWith("/platform/alarms/feed") && repeat(response, "alarms", () => ({ alarms, pause: null }));
+  };
+}
 
 /** No sideways scrolling, and every control large enough to hit. */
-async function fits(page) {
+async function fits(page, what) {
   const { wide, small } = await page.evaluate(() => {
     const targets = [...document.querySelectorAll("button, nav a, .button, select, summary, .handle-reach")];
     const tooSmall = ({ width, height }) => width > 1 && (width < 24 || height < 23.5);
@@ -15,8 +45,8 @@ async function fits(page) {
       small: targets.filter((target) => tooSmall(target.getBoundingClientRect())).map((target) => target.textContent),
     };
   });
-  assert.equal(wide, 0, "the page scrolls sideways");
-  assert.deepEqual(small, [], "controls that are too small");
+  assert.equal(wide, 0, `${what} scrolls sideways`);
+  assert.deepEqual(small, [], `${what}: controls that are too small`);
 }
 
 /** Every view of an installer, and the wall's. */
@@ -45,21 +75,97 @@ async function everyView(page, check) {
   await check("the wall");
 }
 
+/** Handles are drawn anew a moment after their picture has got another size. */
+const drawn = (page) =>
+  page.evaluate(
+    () => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(() => requestAnimationFrame(done)))),
+  );
+
+/** What a carer and a nurse see, and who has to sign in first. */
+async function othersViews(page, check) {
+  const again = (role, more) => {
+    looksOn(role, more);
+    return page.evaluate(() => (location.hash = "#watch")).then(() => page.reload());
+  };
+  await page.getByRole("button", { name: "Discard changes" }).click();
+  await again("carer", { must_change: true });
+  await page.getByLabel("New password").waitFor();
+  await pictureIsLive(page, CARERS_PICTURE);
+  await check("a carer's, with a password to choose");
+  await again("nurse", { alarms: [calling] });
+  await pictureIsLive(page);
+  await page.getByRole("button", { name: "I'm on my way" }).waitFor();
+  await page.getByText("What is seen now").click();
+  await check("a nurse's, with an alarm");
+  await page.getByRole("button", { name: "False alarm" }).click();
+  await check("why it was a false alarm");
+  await again(null);
+  await page.getByRole("heading", { name: "Sign in" }).waitFor();
+  await check("the form to sign in");
+}
+
+const BETWEEN = [480, 640, 769, 1088, 1280];
 const LOOKS = [{ colorScheme: "light" }, { colorScheme: "dark" }, { forcedColors: "active" }];
 for (const width of [360, 1920]) {
   for (const look of LOOKS) {
     test(`axe finds nothing in any view, ${width} wide, ${Object.values(look)}`, async () => {
       const page = await demo.open({ width, ...look });
-      await everyView(page, async (what) => {
+      const { height } = page.viewportSize();
+      const check = async (what) => {
         assert.deepEqual(await axeViolations(page), [], what);
-        await fits(page);
-      });
+        await fits(page, what);
+        if (width !== 1920 || look.colorScheme !== "light") return;
+        for (const other of [...BETWEEN, width]) {
+          await page.setViewportSize({ width: other, height });
+          await drawn(page);
+          await fits(page, `${what}, ${other} wide`);
+        }
+      };
+      await everyView(page, check);
+      await othersViews(page, check);
       noComplaints(page);
     });
   }
 }
 
-test("a telephone on its side, and a page at 200 %, leave most of the height to the picture", async () => {
+test("a carer's and a nurse's telephone on its side, or page at 200 %, leave two thirds of the height to the picture", async () => {
+  for (const role of ["carer", "nurse"]) {
+    looksOn(role, { alarms: [] });
+    const page = await demo.open({ width: 640, height: 360, isMobile: true, hasTouch: true });
+    await pictureIsLive(page, role === "carer" ? CARERS_PICTURE : undefined);
+    await page.getByRole("button", { name: "Turn the sound on" }).click();
+    await page.getByRole("button", { name: "Turn the sound on" }).waitFor({ state: "detached" });
+    for (const height of [360, 400, 450]) {
+      await page.setViewportSize({ width: 640, height });
+      const { y, height: high } = await page.locator(".picture").boundingBox();
+      const seen = (Math.min(height, y + high) - Math.max(0, y)) / height;
+      assert.ok(seen >= 0.65, `${role}, ${height} high: ${seen}`);
+      await fits(page, role);
+    }
+  }
+});
+
+test("a carer's telephone shows alarm, picture and answers, or state, picture and events, without scrolling", async () => {
+  for (const locale of ["en", "de"]) {
+    looksOn("carer");
+    const page = await demo.open({ width: 360, height: 640, isMobile: true, hasTouch: true, locale });
+    for (const alarms of [[calling], []]) {
+      looksOn("carer", { alarms });
+      await page.reload();
+      await pictureIsLive(page, CARERS_PICTURE);
+      await page.locator(alarms.length ? ".alarm-answers" : ".quiet-events").waitFor();
+      const ends = await page.evaluate(() =>
+        [...document.querySelectorAll(".carer > .alarm, .carer .picture, .quiet-events")].map(
+          (part) => part.getBoundingClientRect().bottom,
+        ),
+      );
+      assert.ok(ends.length === 2 && Math.max(...ends) <= 640, `${locale}, ${alarms.length} alarms: ${ends}`);
+      await fits(page, locale);
+    }
+  }
+});
+
+test("a telephone on its side, and a page at 200 %, leave half of the height to the picture of an installer", async () => {
   const page = await demo.open({ width: 740, height: 360 });
   await page.getByRole("button", { name: "Skip the guide" }).click();
   await toView(page, /^Floor/);

@@ -146,6 +146,24 @@ test("a camera without the feed of events tells them through its status, and the
   await says(page, "Hatched: not known.");
 });
 
+test("a camera with the basic addresses is not asked for others again and again", async () => {
+  const asked = new Map();
+  const count = (path) => asked.set(path, (asked.get(path) ?? 0) + 1);
+  demo.gateway.intercept = ({ url }, response) => {
+    const path = url.split("?")[0];
+    if (path.startsWith("/platform/")) return count(path) && response.writeHead(404).end("none");
+    if (url.includes("action=get_status_code")) count("status");
+    return false;
+  };
+  const page = await open();
+  await until(() => asked.get("status") > 20);
+  // A feed does not tell why it does not open, so that is asked for by itself.
+  const most = (path) => (/events|feed/.test(path) ? 2 : 1);
+  const tooOften = [...asked].filter(([path, times]) => path !== "status" && times > most(path));
+  assert.deepEqual(tooOften, []);
+  noComplaints(page, ["/platform/session"]);
+});
+
 describe("a camera on which all is well", () => {
   const at = (minutes) => new Date(Date.now() - minutes * 60000).toISOString();
   const events = [FALL, BED].map((name) => ({ name, active: false, since: null }));
@@ -200,7 +218,7 @@ describe("a camera on which all is well", () => {
     await demo.store({ ...earlier, outOfBed: false, falls: false });
     await chip(page, "Not watching").waitFor();
     await demo.store({ ...earlier, falls: false });
-    await chip(page, "Partly armed").waitFor();
+    await chip(page, "Partly watching").waitFor();
     await isTold(page, NAMES.fall, "Not watched for");
     await page.getByRole("link", { name: "Set up: events" }).click();
     await page.waitForFunction(() => document.activeElement.id === "detections-heading");

@@ -198,6 +198,47 @@ describe("the feed of alarms", () => {
     assert.deepEqual([FakeSource.opened, feed.told().state, open().length], [2, "lost", 1]);
   });
 
+  test("what is quiet here while the camera is away hides no other alarm, and sounds when the camera is back", () => {
+    const [fall, exit] = [alarm("fall", { seq: 7 }), alarm("exit")];
+    const rings = () => calls.ringing(feed.told().alarms)?.id ?? null;
+    const isAsked = () => feed.told().alarms.map((one) => calls.mayHush(one, feed.told().state));
+    FakeSource.newest.say("alarms", { alarms: [fall] });
+    feed.hush(fall.id);
+    assert.deepEqual([rings(), isAsked()], [fall.id, [false]], "who can answer is not offered less");
+    feed.lost();
+    assert.deepEqual(isAsked(), [true]);
+    feed.hush(fall.id);
+    passes(1, active(FALL));
+    assert.deepEqual([rings(), isAsked(), open().length], [null, [false], 1], "quiet, and still in sight");
+    assert.equal(calls.urgent(feed.told().alarms).id, fall.id, "title and icon tell it");
+
+    passes(1, active(FALL, { seq: 9 }));
+    const [made] = open();
+    assert.deepEqual([rings(), made.local, isAsked()[0]], [made.id, true, false], "another fall, known by its event");
+    feed.see(made.id);
+    feed.take(exit);
+    assert.equal(rings(), exit.id);
+    FakeSource.newest.say("alarms", { alarms: [fall, { ...exit, state: "seen" }] });
+    assert.equal(rings(), fall.id, "the camera is back and nobody has answered");
+  });
+
+  test("a fall that begins anew is heard, also where only the status tells it as the one that is quiet", () => {
+    const fall = alarm("fall", { seq: 7 });
+    const byStatus = (on) => active(FALL, { active: on, run: undefined, seq: undefined });
+    FakeSource.newest.say("alarms", { alarms: [fall] });
+    feed.lost();
+    feed.hush(fall.id);
+    for (const [on, expected] of [
+      [true, null],
+      [null, null],
+      [false, null],
+      [true, fall.id],
+    ]) {
+      passes(1, byStatus(on));
+      assert.equal(calls.ringing(feed.told().alarms)?.id ?? null, expected, String(on));
+    }
+  });
+
   test("a camera without alarms: an event calls all the same, and stays until it was seen here", async () => {
     FakeSource.newest.close();
     FakeSource.newest.dispatchEvent(new Event("error"));

@@ -46,9 +46,27 @@ test("folders point down, in no circle, and all that the page needs is asked for
   await follow("hub/worker.js", found);
 });
 
+test("the icons for telephones are there, each as large as it is said to be", async () => {
+  const { icons } = JSON.parse(await readFile(join(WEB, "page.webmanifest"), "utf8"));
+  const html = await readFile(join(WEB, "index.html"), "utf8");
+  const [, touch] = /"apple-touch-icon" href="(.*?)"/.exec(html);
+  const drawn = [...icons.filter(({ type }) => type === "image/png"), { src: touch, sizes: "180x180" }];
+  assert.deepEqual(
+    await Promise.all(
+      drawn.map(async ({ src }) => {
+        const bytes = await readFile(join(WEB, src));
+        assert.equal(bytes.toString("latin1", 1, 4), "PNG", src);
+        return `${bytes.readUInt32BE(16)}x${bytes.readUInt32BE(20)}`;
+      }),
+    ),
+    drawn.map(({ sizes }) => sizes),
+  );
+  assert.equal(drawn.length, 3);
+});
+
 test("a first visit takes less than 300 KB, as the server sends it", async () => {
   const names = (await readdir(WEB, { recursive: true })).filter((name) =>
-    /\.(js|css|html|svg|webmanifest)$/.test(name),
+    /\.(js|css|html|svg|png|webmanifest)$/.test(name),
   );
   const files = await Promise.all(names.map((name) => readFile(join(WEB, name))));
   const sent = files.reduce((sum, file) => sum + gzipSync(file).length, 0);

@@ -235,7 +235,7 @@ describe("reasons", () => {
     const text = (body) => ({ ok: true, text: async () => body });
     const none = [{ ok: false, status: 503 }, text("<html>"), text("null"), text('{"people": 3}')];
     const shapes = [reason(9, 7), { seq: 9 }, null];
-    const cases = [[{ ok: false, status: 404 }, 1], [new Promise(() => {}), 1], ...none.map((answer) => [answer, 10])];
+    const cases = [[{ ok: false, status: 404 }, 0], [new Promise(() => {}), 1], ...none.map((answer) => [answer, 10])];
     for (const shape of shapes) cases.push([text(`{"people":[],"beds":[],"events":[${JSON.stringify(shape)}]}`), 10]);
     for (const [index, [answer, times]] of cases.entries()) {
       [hub.explanation.asking, why, fetched] = [false, answer, []];
