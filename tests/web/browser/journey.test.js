@@ -10,6 +10,7 @@ import {
   pictureIsLive,
   save,
   says,
+  toView,
   whereabouts,
 } from "../browser.js";
 import { onTheDemo } from "../demo.js";
@@ -111,4 +112,12 @@ test("an installer with no manual follows the guide on an empty camera and sees 
   for (const name of EVENTS) await cards.filter({ hasText: name }).first().waitFor();
   assert.equal(await guide.count(), 0, "the guide does not come back by itself");
   noComplaints(page);
+
+  await toView(page, "People");
+  await page.getByLabel("Name of a new person").fill("Anna");
+  await page.getByRole("button", { name: "Add", exact: true }).click();
+  await says(page, "Password of Anna:");
+  await says(page.getByRole("banner"), "Anna");
+  const other = await demo.open();
+  await other.getByRole("heading", { name: "Sign in" }).waitFor();
 });

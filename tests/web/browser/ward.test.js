@@ -6,7 +6,7 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { after, afterEach, before, test } from "node:test";
 import { promisify } from "node:util";
-import { NAMES, openBrowser, openPage, pictureIsLive, says, toView } from "../browser.js";
+import { NAMES, axeViolations, openBrowser, openPage, pictureIsLive, says, toView } from "../browser.js";
 import { demoCamera, demoParameters, makeFolder, runFor, startIn } from "../program.js";
 import { Receiver } from "../receiver.js";
 
@@ -44,15 +44,30 @@ after(async () => {
   if (ward.home) await rm(ward.home, { recursive: true, force: true });
 });
 
+/** Counts the sounds that a page begins. */
+const listen = (page) =>
+  page.addInitScript(() => {
+    window.sounds = 0;
+    const { start } = OscillatorNode.prototype;
+    OscillatorNode.prototype.start = function count(...when) {
+      window.sounds += 1;
+      return start.apply(this, when);
+    };
+  });
+const sounds = (page) => page.evaluate(() => window.sounds);
+const moreSounds = (page, than) => page.waitForFunction((count) => window.sounds > count, than);
+
 async function open(options) {
-  const page = await openPage(ward.browser, ward.program.page, options);
+  const page = await openPage(ward.browser, new URL("about:blank"), options);
   ward.pages.push(page);
+  await listen(page);
+  await page.goto(ward.program.page.href);
   return page;
 }
 
-async function signIn(page, name) {
+async function signIn(page, name, password = ward.people[name]) {
   await page.getByLabel("Name", { exact: true }).fill(name);
-  await page.getByLabel("Password", { exact: true }).fill(ward.people[name]);
+  await page.getByLabel("Password", { exact: true }).fill(password);
   await page.getByRole("button", { name: "Sign in" }).click();
 }
 
@@ -66,9 +81,24 @@ async function telephone(name) {
   return page;
 }
 
-/** The page's own request. */
-const ask = (page, address) => page.evaluate(async (url) => (await fetch(url)).json(), address);
-const alarmsOf = async (page) => (await ask(page, "/platform/alarms")).alarms;
+const alarmsOf = (page) => page.evaluate(async () => (await (await fetch("/platform/alarms")).json()).alarms);
+
+/** What a page's own requests are answered with. */
+const asks = (page, requests) =>
+  page.evaluate(
+    (all) =>
+      Promise.all(
+        all.map(async ([address, form]) => {
+          const stop = new AbortController();
+          const request = form === undefined ? {} : { method: "POST", body: new URLSearchParams(form) };
+          const headers = { "X-Requested-With": "test" };
+          const { status } = await fetch(address, { ...request, headers, signal: stop.signal });
+          stop.abort();
+          return status;
+        }),
+      ),
+    requests,
+  );
 const card = (page, { id }) => page.locator(`[data-alarm="${id}"]`);
 const press = (place, name) => place.getByRole("button", { name }).click();
 
@@ -131,6 +161,17 @@ test("the installer signs in with the password that the first start shows once, 
   await says(page, /people\.carer\.Cleo|Cleo/);
 });
 
+test("without signing in nobody sees anything, and a page says so", async () => {
+  const page = await open();
+  await page.getByRole("heading", { name: "Sign in" }).waitFor();
+  await says(page, /tells of no alarm/);
+  assert.deepEqual(await axeViolations(page), []);
+  assert.deepEqual(await asks(page, [["/platform/events"], ["/platform/alarms/feed"]]), [401, 401]);
+  await signIn(page, "Ben", "a wrong one");
+  await page.getByRole("alert").filter({ hasText: /wrong/ }).waitFor();
+  assert.equal(await page.getByRole("img", { name: /Live picture/ }).count(), 0);
+});
+
 test("a telephone tries the whole way and says what works", async () => {
   const page = await telephone("Ben");
   await page.getByText("This device", { exact: true }).first().click();
@@ -141,7 +182,15 @@ test("a telephone tries the whole way and says what works", async () => {
 
 test("a fall calls on through a kill, a full disk and two who answer at once, and the receiver misses nothing", async () => {
   const [ben, cleo] = [await telephone("Ben"), await telephone("Cleo")];
+  const second = await ben.context().newPage();
+  await listen(second);
+  await second.goto(ward.program.page.href);
   const fall = await fallOn(ben);
+  await moreSounds(ben, await sounds(ben));
+  assert.equal(await sounds(second), 0, "one tab sounds for all");
+  await second.close();
+  assert.match(await ben.title(), /^▲ .*Fall detected/);
+  assert.equal(await ben.locator('link[rel="icon"]').getAttribute("href"), "icon-fall.svg");
 
   ward.receiver.fails = true;
   await killAndStart();
@@ -176,4 +225,27 @@ test("a fall calls on through a kill, a full disk and two who answer at once, an
   const told = ({ what, alarm }) => what === "closed" && alarm?.id === fall.id;
   await until(() => ward.receiver.calls.some(told));
   gotEachNumber();
+});
+
+test("a carer's limit: neither the room nor the settings, however they are asked for", async () => {
+  const page = await open(TELEPHONE);
+  await signIn(page, "Ben");
+  await pictureIsLive(page, "Live picture, anonymised");
+  assert.equal(await page.getByRole("navigation").count(), 0);
+  const program = "/local/velmor_care/control.cgi";
+  const requests = [
+    [`${program}?action=get_status_code`],
+    ["/platform/anonymised.jpg"],
+    ["/platform/alarms"],
+    [`${program}?action=get_all_parameters`],
+    [`${program}?action=get_status_code`, { action: "get_all_parameters" }],
+    [`${program}?action=get_status_code&action=set_all_parameters`],
+    ["/axis-cgi/jpg/image.cgi?resolution=800x450"],
+    ["/axis-cgi/mjpg/video.cgi?resolution=800x450&anonymised=1"],
+    ["/platform/people"],
+    ["/platform/settings"],
+    ["/platform/calls", { document: "{}" }],
+    ["/platform/camera"],
+  ];
+  assert.deepEqual(await asks(page, requests), [200, 200, 200, ...Array(9).fill(403)]);
 });
