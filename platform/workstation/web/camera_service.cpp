@@ -14,7 +14,9 @@
 #include "platform/workstation/camera/takeover.h"
 #include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_address.h"
 #include "platform/workstation/web/check_process.h"
 
@@ -78,7 +80,7 @@ class Service {
 
   void look();
   void check(const HttpQuery& form);
-  void takeOver(const HttpQuery& form);
+  void takeOver(const HttpQuery& form, const std::string& by);
   ordered_json document();
   [[nodiscard]] ordered_json checkDocument() const;
   [[nodiscard]] ordered_json takeoverDocument() const;
@@ -160,7 +162,7 @@ void Service::obey(SoupServerMessage* message, const ProgramRequest& request) {
     if (action == "check") {
       check(*request.parameters);
     } else if (action == "take_over") {
-      takeOver(*request.parameters);
+      takeOver(*request.parameters, visitorOf(message).name);
     } else {
       throw Refusal{SOUP_STATUS_BAD_REQUEST, "The action is check or take_over."};
     }
@@ -185,7 +187,7 @@ void Service::check(const HttpQuery& form) {
   m_check = Check{++m_checks, std::move(source), ticker_clock::now(), std::move(process), {}, {}, {}};
 }
 
-void Service::takeOver(const HttpQuery& form) {
+void Service::takeOver(const HttpQuery& form, const std::string& by) {
   const auto refuse = [](const char* line) { throw Refusal{SOUP_STATUS_CONFLICT, line}; };
   if (playsRecording()) {
     refuse("A recording is being played, and no camera is taken over then: start ./run --source ADDRESS.");
@@ -199,7 +201,10 @@ void Service::takeOver(const HttpQuery& form) {
   auto camera = openedCamera();
   if (!camera) refuse("The program has not begun to watch yet.");
   m_taken_check = m_check->id;
-  m_takeover.emplace(std::move(camera), m_check->source);
+  m_takeover.emplace(std::move(camera), m_check->source,
+                     [by, from = withoutSecrets(watchedSource().uri), to = withoutSecrets(m_check->source.uri)] {
+                       noteChange(by, "camera.source", from, to);
+                     });
 }
 
 }  // namespace

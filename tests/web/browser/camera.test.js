@@ -82,6 +82,7 @@ test("an installer tries a wrong password, then the right one, and lets the prog
   await page.reload();
   await showsBetween(page, 0, 100);
   await says(section, /is watched now, also after a restart/);
+  await says(page.getByRole("row", { name: /camera\.source/ }), world.next.uri);
   page.complaints = page.complaints.filter((text) => !/status of 400/.test(text)); // the address that is none
   noComplaints(page);
 });
