@@ -289,6 +289,9 @@ TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
   EXPECT_TRUE(heartbeatTells(feed, true, true, "lens-covered")) << "it shows nothing but grey";
   EXPECT_EQ(request(m_port, "GET", "/platform/sight?show=now").status, 200);
   EXPECT_EQ(request(m_port, "GET", "/platform/sight?show=everything").status, 400);
+  const char* const form = "X-Requested-With: test\r\nContent-Type: application/x-www-form-urlencoded\r\n";
+  EXPECT_EQ(request(m_port, "POST", "/platform/sight", form, "action=accept").status, 200);
+  EXPECT_NE(request(m_port, "GET", "/platform/changes").body.find("\"camera.view\""), std::string::npos);
   camera.unplug();
   EXPECT_TRUE(heartbeatTells(feed, true, true)) << contents(m_output);
   EXPECT_EQ(request(m_port, "GET", "/axis-cgi/jpg/image.cgi").status, 503);

@@ -51,6 +51,27 @@ export function sizeOf(text) {
   return match && { width: Number(match[1]), height: Number(match[2]) };
 }
 
+/** Width and height in millimetres of the sensors of the camera models that the program knows. */
+export const SENSORS = {
+  "AXIS P3255-LVE": [6.34, 3.53],
+  "AXIS P3265-LV": [6.34, 4.51],
+  "AXIS P3265-LVE": [6.34, 4.51],
+  "AXIS P3265-V": [6.34, 4.51],
+  "AXIS P3268-LV": [8.1, 4.51],
+  "AXIS P3268-LVE": [8.1, 4.51],
+  "AXIS Q1615 Mk III": [6.34, 3.53],
+  "AXIS Q1656": [8.1, 4.51],
+  "AXIS Q1656-B": [8.1, 4.51],
+  "AXIS Q1656-BE": [8.1, 4.51],
+  "AXIS Q1656-BLE": [8.1, 4.51],
+  "AXIS Q1656-LE": [8.1, 4.51],
+  "AXIS Q1715": [6.34, 3.53],
+  "AXIS Q3536-LVE": [8.1, 4.51],
+  "AXIS Q3538-LVE": [10.67, 8],
+};
+/** With which it calculates for any other. */
+export const UNKNOWN_SENSOR = [6.2, 3.5];
+
 /** The floor points, clockwise from the far left one as the analysis picture shows them. */
 export const COLOURS = ["red", "green", "blue", "yellow"];
 

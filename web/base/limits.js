@@ -7,6 +7,7 @@ export const LIMITS = {
   depthM: { least: 0.1, most: 100 },
   height: { least: 0.1, most: 1.5 },
   air: { least: 0.1, most: 1 },
+  focalLength: { least: 0.1, most: 999 },
 };
 
 /** A number as the program writes it: "1.6" of "1,6". */

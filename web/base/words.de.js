@@ -98,17 +98,32 @@ export default {
   "camera.can": "kann benutzt werden",
   "camera.canBe": "Diese Kamera kann benutzt werden.",
   "camera.cannot": "kann nicht benutzt werden",
+  "camera.focalHint": "Wie das Objektiv eingestellt ist oder wie es sein Datenblatt sagt.",
+  "camera.keepOptics": "Für den nächsten Start merken",
+  "camera.model": "Kameramodell",
+  "camera.modelHint": "Sagt, wie groß der Sensor ist: Breite × Höhe.",
+  "camera.modelOf": "{model} ({width} × {height} mm)",
+  "camera.modelUnknown": "{model} (nicht bekannt)",
   "camera.notTaken": "Nicht übernommen: {reason}. {source} wird weiter benutzt.",
   "camera.now":
     "Jetzt benutzt: {source}. Eine andere Kamera tritt erst an ihre Stelle, wenn sie Bilder gibt; bis dahin bleibt es diese.",
   "camera.opening": "Sie wird neben der jetzigen Kamera geöffnet …",
+  "camera.optics": "{model}, {focal} mm",
+  "camera.opticsChosen":
+    "Gemerkt: {optics}. Das gilt erst ab dem nächsten Start des Programms; prüfen Sie dann, ob Gitter und Pfosten noch zum Boden passen.",
+  "camera.opticsNow":
+    "Jetzt wird gerechnet mit: {optics}. Mit falschem Objektiv oder Sensor werden Stürze übersehen oder grundlos gemeldet.",
+  "camera.opticsSame": "Gemerkt: der nächste Start rechnet mit dem gleichen wie jetzt.",
+  "camera.opticsTitle": "Objektiv und Sensor",
   "camera.password": "Passwort",
   "camera.passwordHint": "Bleibt nur auf diesem Rechner, in einer eigenen Datei, sobald die Kamera benutzt wird.",
   "camera.recording":
     "Eine Aufnahme wird abgespielt: {source}. Hier kann eine Adresse probiert werden; um sie zu benutzen, starten Sie ./run --source ADRESSE.",
+  "camera.sensorUnknown":
+    "Der Sensor von {model} ist nicht bekannt; gerechnet wird mit {width} × {height} mm, was kaum stimmt: wählen Sie das Modell der Kamera oder eines mit gleich großem Sensor.",
   "camera.shows": "Was diese Kamera zeigt",
   "camera.taken":
-    "Jetzt wird {source} benutzt, auch nach einem Neustart. Der Blick ist ein anderer: prüfen Sie Bodenpunkte und Bettbereiche und speichern Sie sie.",
+    "Jetzt wird {source} benutzt, auch nach einem Neustart. Der Blick ist ein anderer: prüfen Sie Bodenpunkte und Bettbereiche und speichern Sie sie; prüfen Sie unten Objektiv und Sensor.",
   "camera.try": "Diese Kamera probieren",
   "camera.trying": "{address} wird probiert …",
   "camera.user": "Benutzername",
@@ -419,6 +434,7 @@ export default {
   "setting.depthM": "Tiefe des Bodenrechtecks in Metern",
   "setting.falls": "Sturz",
   "setting.floor": "Bodenpunkte",
+  "setting.focalLength": "Brennweite in Millimetern",
   "setting.height": "Matratze über dem Boden",
   "setting.outOfBed": "Patient nicht im Bett",
   "setting.overlayOn": "Bildstrom mit Einzeichnungen",

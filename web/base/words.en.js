@@ -97,17 +97,32 @@ export default {
   "camera.can": "can be watched",
   "camera.canBe": "This camera can be watched.",
   "camera.cannot": "cannot be watched",
+  "camera.focalHint": "As the lens is set, or as its data sheet says.",
+  "camera.keepOptics": "Keep for the next start",
+  "camera.model": "Camera model",
+  "camera.modelHint": "Tells the size of the sensor: width × height.",
+  "camera.modelOf": "{model} ({width} × {height} mm)",
+  "camera.modelUnknown": "{model} (not known)",
   "camera.notTaken": "Not taken over: {reason}. {source} is watched as before.",
   "camera.now":
     "Watched now: {source}. Another camera takes its place only once it gives pictures; until then this one is watched.",
   "camera.opening": "Opening it beside the camera that is watched …",
+  "camera.optics": "{model}, {focal} mm",
+  "camera.opticsChosen":
+    "Kept: {optics}. It counts from the program's next start on, not before; check then whether grid and posts still fit the floor.",
+  "camera.opticsNow":
+    "Calculated with now: {optics}. With a wrong lens or sensor, falls are overlooked or called for no reason.",
+  "camera.opticsSame": "Kept: the next start calculates with the same as now.",
+  "camera.opticsTitle": "Lens and sensor",
   "camera.password": "Password",
   "camera.passwordHint": "Kept on this machine alone, in a file of its own, once the camera is watched.",
   "camera.recording":
     "A recording is being played: {source}. An address can be tried here; to watch it, start ./run --source ADDRESS.",
+  "camera.sensorUnknown":
+    "The sensor of {model} is not known, and {width} × {height} mm stand for it, which is hardly right: choose the camera's model, or one whose sensor has the same size.",
   "camera.shows": "What this camera shows",
   "camera.taken":
-    "{source} is watched now, also after a restart. Its view is another one: check the floor points and the bed areas above, and save them.",
+    "{source} is watched now, also after a restart. Its view is another one: check the floor points and the bed areas above, and save them; check lens and sensor below.",
   "camera.try": "Try this camera",
   "camera.trying": "Trying {address} …",
   "camera.user": "User name",
@@ -413,6 +428,7 @@ export default {
   "setting.depthM": "Depth of the floor rectangle in metres",
   "setting.falls": "Fall detected",
   "setting.floor": "Floor points",
+  "setting.focalLength": "Focal length in millimetres",
   "setting.height": "Mattress above the floor",
   "setting.outOfBed": "Patient out of bed",
   "setting.overlayOn": "Overlay stream",

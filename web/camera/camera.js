@@ -1,6 +1,8 @@
 /** The camera of the room: an installer tries an address, sees what it shows, and lets the program watch it. */
 import { say } from "../base/words.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
+import { Field } from "./field.js";
+import { Optics } from "./optics.js";
 import { knownCamera, takeOver, tryCamera } from "./service.js";
 
 const LOOK_MS = 1000;
@@ -14,13 +16,13 @@ function useKnown() {
   const [wrong, setWrong] = useState("");
   const busy = isBusy(known);
   const looks = busy || known === undefined;
-  const take = (asked) =>
+  const take = (asked, fail = setWrong) =>
     asked.then(
       (now) => {
         setKnown(now);
-        setWrong("");
+        fail("");
       },
-      (error) => setWrong(error.message),
+      (error) => fail(error.message),
     );
   useEffect(() => {
     if (!looks) return undefined;
@@ -30,21 +32,6 @@ function useKnown() {
     return () => clearInterval(timer);
   }, [looks]);
   return { known, wrong, busy, take };
-}
-
-function Field({ id, label, hint, ...input }) {
-  return html`<div class="field">
-    <label for=${id}>${label}</label>
-    <input
-      id=${id}
-      autocomplete="off"
-      autocapitalize="off"
-      spellcheck=${false}
-      aria-describedby=${`${id}-hint`}
-      ...${input}
-    />
-    <p class="small" id=${`${id}-hint`}>${hint}</p>
-  </div>`;
 }
 
 function Address({ typed, onTyped, busy, onTry }) {
@@ -173,5 +160,6 @@ export function Camera() {
     ${known.check?.state === "done" && html`<${Result} known=${known} busy=${busy} onBelieve=${believe} onTake=${watch} />`}
     <p role="status">${statusWords(known, wrong)}</p>
     <p class="hidden" role="status">${resultWords(known.check)}</p>
+    <${Optics} optics=${known.optics} take=${take} />
   </section>`;
 }

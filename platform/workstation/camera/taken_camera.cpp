@@ -93,11 +93,7 @@ std::string useTakenCamera(const fs::path& state, CameraDescription& camera) {
 }
 
 bool forgetTakenCamera(const fs::path& state) {
-  std::error_code error;
-  const bool was_there = fs::remove(state / kFile, error);
-  if (error) throw std::runtime_error((state / kFile).string() + ": cannot be removed: " + error.message());
-  if (!was_there) return false;
-  syncDirectory(state);
+  if (!removeFile(state / kFile)) return false;
   removeLogins(state, "");
   return true;
 }

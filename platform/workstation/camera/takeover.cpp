@@ -86,13 +86,14 @@ struct Takeover::Shared {
   Progress progress;
 };
 
-Takeover::Takeover(std::shared_ptr<WatchedCamera> camera, const CameraSource& source)
+Takeover::Takeover(std::shared_ptr<WatchedCamera> camera, const CameraSource& source, const std::function<void()>& done)
     : m_shared(std::make_shared<Shared>()) {
   const ScopedSigtermBlock block;
-  std::thread([shared = m_shared, camera = std::move(camera), source] {
+  std::thread([shared = m_shared, camera = std::move(camera), source, done] {
     Progress end{State::kDone};
     try {
       takeOver(*camera, source);
+      done();
     } catch (const std::exception& error) {
       end = {State::kFailed, withoutSecrets(error.what())};
       syslog(LOG_ERR, "%s was not taken over: %s", withoutSecrets(source.uri).c_str(), end.reason.c_str());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -41,7 +42,9 @@ class Takeover {
   };
 
   /// Goes on in a thread of its own, for half a minute at most. Live runs only, one at a time.
-  Takeover(std::shared_ptr<WatchedCamera> camera, const CameraSource& source);
+  /// `done` is called there once the source is watched.
+  Takeover(
+      std::shared_ptr<WatchedCamera> camera, const CameraSource& source, const std::function<void()>& done = [] {});
 
   /// From any thread.
   [[nodiscard]] Progress progress() const;

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/camera/chosen_optics.h"
 #include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/launcher/launch_plan.h"
@@ -87,9 +88,14 @@ std::string resetFloor(const LaunchRequest& request, const fs::path& source_tree
 std::string resetCamera(const LaunchRequest& request, const fs::path& source_tree) {
   const std::string camera = withoutSecrets(requestedCamera(request, source_tree).source);
   const fs::path directory = lastingPlace(request);
-  const bool was_taken = fs::exists(directory) && forgetTakenCamera(StatePlace(directory, false).directory());
-  return directory.string() + (was_taken ? ": the camera is " + camera + " again\n"
-                                         : ": no camera was taken over here, so there is nothing to reset\n");
+  std::string done;
+  if (fs::exists(directory)) {
+    const StatePlace place(directory, false);
+    if (forgetTakenCamera(directory)) done += directory.string() + ": the camera is " + camera + " again\n";
+    if (forgetChosenOptics(directory)) done += directory.string() + ": the lens and the sensor are the start's again\n";
+  }
+  return done.empty() ? directory.string() + ": neither camera nor lens was chosen here, so there is nothing to reset\n"
+                      : done;
 }
 
 StartWatch::StartWatch(const fs::path& state_directory) : m_log(state_directory / "system.log") {

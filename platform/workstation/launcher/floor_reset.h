@@ -15,7 +15,7 @@ namespace workstation {
 /// run holds the state.
 std::string resetFloor(const LaunchRequest& request, const std::filesystem::path& source_tree);
 
-/// The camera is again the one that the start names, and not what was taken over on the page; tells so in a line.
+/// Camera and lens are again those that the start names, and not what was chosen on the page; tells so in a line each.
 /// Nothing else is touched. Throws as resetFloor() does.
 std::string resetCamera(const LaunchRequest& request, const std::filesystem::path& source_tree);
 

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/camera/chosen_optics.h"
 #include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/decoding/source/camera_source.h"
 #include "platform/workstation/decoding/video_source.h"
@@ -373,7 +374,7 @@ LaunchPlan prepareLaunch(const LaunchRequest& request, const fs::path& source_tr
   plan.program = programFor(request);
   plan.place = placeFor(request);
   const fs::path state = plan.place.directory();
-  if (!request.replay) plan.camera_line = useTakenCamera(state, camera);
+  if (!request.replay) plan.camera_line = useTakenCamera(state, camera) + useChosenOptics(state, camera);
   const fs::path root = state / "root";
   layOutPackage(root, source_tree);
   if (request.model && fs::is_regular_file(networkOf(request))) {

@@ -39,7 +39,7 @@ class StatePlace {
 struct LaunchPlan {
   std::string program;                             ///< file name, beside the launcher
   std::map<std::string, std::string> environment;  ///< the VELMOR_ variables; no other VELMOR_ variable is passed on
-  std::string camera_line;                         ///< which camera counts, where the page has a say; or empty
+  std::string camera_line;                         ///< which camera and lens count, where the page has a say; or empty
   StatePlace place;
 };
 

@@ -224,7 +224,7 @@ const char* usage() {
                             (*.json) names; a camera that does not answer is tried again until it does
   --login FILE              the camera's user and password, a line each, in a file that only you can read
 ./run --reset floor         puts the stored floor calibration back to the source's or the package's
-./run --reset camera        watches the source again that is named, and not the one that was taken over on the page
+./run --reset camera        camera and lens are again those that the start names, not what was chosen on the page
 ./run camera check ADDRESS  tries a camera and says what it found, or what is wrong and what to do: camera check --help
 ./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
 ./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 
 namespace workstation {
 namespace {
@@ -94,6 +95,14 @@ void syncDirectory(const std::filesystem::path& directory) {
   if (fd.get() < 0 || ::fsync(fd.get()) != 0) {
     fail(directory, "cannot be written to disk");
   }
+}
+
+bool removeFile(const std::filesystem::path& path) {
+  std::error_code error;
+  const bool was_there = std::filesystem::remove(path, error);
+  if (error) throw std::runtime_error(path.string() + ": cannot be removed: " + error.message());
+  if (was_there) syncDirectory(path.parent_path());
+  return was_there;
 }
 
 void replaceFile(const std::filesystem::path& path, std::string_view content, const std::filesystem::path& previous) {

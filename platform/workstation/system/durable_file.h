@@ -27,6 +27,9 @@ std::optional<std::string> readFile(const std::filesystem::path& path, size_t li
 void replaceFile(const std::filesystem::path& path, std::string_view content,
                  const std::filesystem::path& previous = {});
 
+/// Returns whether there was such a file; it is gone for good then. Throws std::runtime_error with one line.
+bool removeFile(const std::filesystem::path& path);
+
 /// Makes created and renamed names in the directory durable. Throws std::runtime_error with one line.
 void syncDirectory(const std::filesystem::path& directory);
 

@@ -11,10 +11,14 @@
 
 #include "platform/clock/clock.h"
 #include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/camera/chosen_optics.h"
 #include "platform/workstation/camera/takeover.h"
 #include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/parameters/changes.h"
+#include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_address.h"
 #include "platform/workstation/web/check_process.h"
 
@@ -54,6 +58,10 @@ ordered_json withoutAnswer() {
           {"fingerprint", ""}};
 }
 
+ordered_json documentOf(const Optics& optics) {
+  return {{"product_name", optics.product_name}, {"focal_length_um", optics.focal_length_um}};
+}
+
 bool playsRecording() { return kindOf(startedCamera().source) == SourceKind::kFile; }
 
 /// On the server's thread.
@@ -78,16 +86,19 @@ class Service {
 
   void look();
   void check(const HttpQuery& form);
-  void takeOver(const HttpQuery& form);
+  void takeOver(const HttpQuery& form, const std::string& by);
+  void choose(const HttpQuery& form, const std::string& by);
   ordered_json document();
   [[nodiscard]] ordered_json checkDocument() const;
   [[nodiscard]] ordered_json takeoverDocument() const;
+  [[nodiscard]] ordered_json opticsDocument() const;
 
   const CameraServiceSettings m_settings;
   std::optional<Check> m_check;  ///< the last one
   std::uint64_t m_checks = 0;
   std::optional<Takeover> m_takeover;
   std::uint64_t m_taken_check = 0;  ///< what m_takeover is about
+  std::optional<Optics> m_chosen;   ///< in this run, for the next
 };
 
 /// Takes the answer over when it has come.
@@ -125,11 +136,19 @@ ordered_json Service::takeoverDocument() const {
   return {{"check", m_taken_check}, {"state", kStates[static_cast<std::size_t>(state)]}, {"reason", reason}};
 }
 
+ordered_json Service::opticsDocument() const {
+  const Optics used = opticsOf(startedCamera());
+  ordered_json told = documentOf(used);
+  told["chosen"] = m_chosen && *m_chosen != used ? documentOf(*m_chosen) : ordered_json();
+  return told;
+}
+
 ordered_json Service::document() {
   look();
   return {{"time", utcText(ticker_clock::now())},
           {"source", withoutSecrets(watchedSource().uri)},
           {"recording", playsRecording()},
+          {"optics", opticsDocument()},
           {"check", checkDocument()},
           {"takeover", takeoverDocument()}};
 }
@@ -157,12 +176,15 @@ void Service::obey(SoupServerMessage* message, const ProgramRequest& request) {
     if (request.query || !request.parameters) throw Refusal{SOUP_STATUS_BAD_REQUEST, "Send a form as the body."};
     look();
     const std::string action = valueOf(*request.parameters, "action");
+    const std::string by = visitorOf(message).name;
     if (action == "check") {
       check(*request.parameters);
     } else if (action == "take_over") {
-      takeOver(*request.parameters);
+      takeOver(*request.parameters, by);
+    } else if (action == "optics") {
+      choose(*request.parameters, by);
     } else {
-      throw Refusal{SOUP_STATUS_BAD_REQUEST, "The action is check or take_over."};
+      throw Refusal{SOUP_STATUS_BAD_REQUEST, "The action is check, take_over or optics."};
     }
     answerDocument(message, SOUP_STATUS_ACCEPTED, document());
   } catch (const Refusal& refusal) {
@@ -185,7 +207,7 @@ void Service::check(const HttpQuery& form) {
   m_check = Check{++m_checks, std::move(source), ticker_clock::now(), std::move(process), {}, {}, {}};
 }
 
-void Service::takeOver(const HttpQuery& form) {
+void Service::takeOver(const HttpQuery& form, const std::string& by) {
   const auto refuse = [](const char* line) { throw Refusal{SOUP_STATUS_CONFLICT, line}; };
   if (playsRecording()) {
     refuse("A recording is being played, and no camera is taken over then: start ./run --source ADDRESS.");
@@ -199,7 +221,27 @@ void Service::takeOver(const HttpQuery& form) {
   auto camera = openedCamera();
   if (!camera) refuse("The program has not begun to watch yet.");
   m_taken_check = m_check->id;
-  m_takeover.emplace(std::move(camera), m_check->source);
+  m_takeover.emplace(std::move(camera), m_check->source,
+                     [by, from = withoutSecrets(watchedSource().uri), to = withoutSecrets(m_check->source.uri)] {
+                       noteChange(by, "camera.source", from, to);
+                     });
+}
+
+void Service::choose(const HttpQuery& form, const std::string& by) {
+  const Optics chosen = opticsFrom(valueOf(form, "product_name"), valueOf(form, "focal_length_um"));
+  const CameraDescription& camera = startedCamera();
+  try {
+    storeChosenOptics(stateDirectory(), chosen, camera);
+  } catch (const std::runtime_error& problem) {
+    throw Refusal{SOUP_STATUS_INTERNAL_SERVER_ERROR, problem.what()};
+  }
+  const Optics before = m_chosen.value_or(opticsOf(camera));
+  m_chosen = chosen;
+  const auto note = [&by](const char* key, const std::string& from, const std::string& to) {
+    if (from != to) noteChange(by, key, from, to);
+  };
+  note("camera.product_name", before.product_name, chosen.product_name);
+  note("camera.focal_length_um", std::to_string(before.focal_length_um), std::to_string(chosen.focal_length_um));
 }
 
 }  // namespace

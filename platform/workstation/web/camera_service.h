@@ -1,4 +1,5 @@
-// Cameras on the page: an installer tries an address, sees what it shows, and takes it over while the program watches.
+// Cameras on the page: an installer tries an address, sees what it shows, and takes it over while the program watches;
+// and says which lens and sensor it has.
 #pragma once
 
 #include <chrono>

@@ -4,8 +4,10 @@
 #include <string>
 
 #include "platform/workstation/camera/camera_description.h"
+#include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/sight/sight_watch.h"
 #include "platform/workstation/views/sight_picture.h"
+#include "platform/workstation/web/access/visitor.h"
 
 namespace workstation {
 namespace {
@@ -39,6 +41,7 @@ void accept(SoupServerMessage* message, const ProgramRequest& request) {
     return answerLine(message, SOUP_STATUS_BAD_REQUEST, "action is accept");
   }
   sight->accept();
+  noteChange(visitorOf(message).name, "camera.view", "", "accepted");
   answerLine(message, SOUP_STATUS_OK, "The room as it is seen now counts from now on.");
 }
 

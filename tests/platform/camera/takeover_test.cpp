@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <csignal>
 
 #include "platform/scripted/stage/rtsp_camera.h"
@@ -62,14 +63,18 @@ TEST_F(TakeoverTest, TheNewCameraIsWatchedOnceItGivesPicturesAndAlsoAfterARestar
     liveTimes().first_frame = 20s;
   }
   std::filesystem::create_directory(m_folder / "taken-camera.json");
-  const Takeover unkept(openedCamera(), {.uri = m_next.uri(), .login = {"ward", "s3cret"}});
+  std::atomic<int> told = 0;
+  const auto tell = [&told] { ++told; };
+  const Takeover unkept(openedCamera(), {.uri = m_next.uri(), .login = {"ward", "s3cret"}}, tell);
   ASSERT_TRUE(ends(unkept));
   EXPECT_NE(unkept.progress().reason.find("taken-camera.json"), std::string::npos) << unkept.progress().reason;
   EXPECT_TRUE(showsOld()) << "what a restart would not watch is not watched now";
+  EXPECT_EQ(told, 0);
   std::filesystem::remove(m_folder / "taken-camera.json");
-  const Takeover taking(openedCamera(), {.uri = m_next.uri(), .login = {"ward", "s3cret"}});
+  const Takeover taking(openedCamera(), {.uri = m_next.uri(), .login = {"ward", "s3cret"}}, tell);
   ASSERT_TRUE(ends(taking));
   EXPECT_EQ(taking.progress().reason, "");
+  EXPECT_EQ(told, 1);
   EXPECT_TRUE(comes([this] { return showsNext(); }));
   m_old.unplug();
   EXPECT_EQ(watchedSource().uri, m_next.uri());

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/workstation/camera/chosen_optics.h"
 #include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/launcher/access/launch_web.h"
 #include "platform/workstation/launcher/floor_reset.h"
@@ -210,6 +211,48 @@ TEST_F(Launch, ACameraThatWasTakenOverCountsUntilAnotherIsNamedOrItIsReset) {
   }
   m_tree.write("state/taken-camera.json", R"({"source": "rtsp://next/", "login": "../other"})");
   EXPECT_NE(refusal().find("./run --reset camera"), std::string::npos) << refusal();
+}
+
+TEST_F(Launch, LensAndSensorThatWereChosenCountUntilOthersAreNamedOrTheyAreReset) {
+  const auto camera = [this] { return loadCameraDescription((m_tree / "state/camera.json").string()); };
+  const auto lens = [&camera] { return opticsOf(camera()).product_name + std::to_string(camera().focal_length_um); };
+  const auto choose = [&](const std::string& model, std::uint32_t focal_length_um) {
+    storeChosenOptics(*m_request.state, {model, focal_length_um}, camera());
+  };
+  const auto isKept = [this] { return std::filesystem::exists(m_tree / "state/chosen-optics.json"); };
+  EXPECT_EQ(prepare().camera_line, "");
+  choose("AXIS Q1715", 2800);
+  const std::string line = "Lens: AXIS Q1715 with 2800 um, chosen on the page in place of AXIS Q1656 with 5000 um; ";
+  EXPECT_EQ(prepare().camera_line, line + "./run --reset camera ends that\n");
+  EXPECT_EQ(lens(), "AXIS Q17152800");
+  choose("AXIS Q1656", 4000);  // while the one before counts
+  EXPECT_NE(prepare().camera_line.find("4000 um, chosen on the page in place of AXIS Q1656 with 5000 um"),
+            std::string::npos);
+  EXPECT_EQ(lens(), "AXIS Q16564000");
+  EXPECT_NE(resetCamera(m_request, m_tree.path()).find("lens and the sensor"), std::string::npos);
+  EXPECT_FALSE(isKept());
+  EXPECT_EQ(prepare().camera_line + lens(), "AXIS Q16565000");
+
+  choose("AXIS Q1715", 2800);
+  const LaunchRequest live = m_request;
+  m_request = parseCommandLine({"replay", demo(), "--state", *m_request.state});
+  EXPECT_EQ(prepare().camera_line + lens(), "AXIS Q16563700") << "a replay is of what it names";
+  m_request = live;
+  m_tree.write("s.json", R"({"product_name": "AXIS Q1715", "focal_length_um": 2800})");
+  m_request.settings = (m_tree / "s.json").string();
+  EXPECT_EQ(prepare().camera_line, "") << "named by the start as well";
+  EXPECT_FALSE(isKept());
+  choose("AXIS Q1715", 3000);
+  m_request.settings.reset();
+  EXPECT_NE(prepare().camera_line.find("3000 um, counts no more"), std::string::npos);
+  EXPECT_EQ(lens(), "AXIS Q16565000");
+  EXPECT_FALSE(isKept());
+  const std::string named = R"({"product_name": "A", "focal_length_um": 1)";
+  for (const std::string& damage : {std::string(), std::string("[]"), named + "}",
+                                    named + R"(, "in_place_of": {"product_name": "", "focal_length_um": 1}})"}) {
+    m_tree.write("state/chosen-optics.json", damage);
+    EXPECT_NE(refusal().find("./run --reset camera"), std::string::npos) << refusal();
+  }
 }
 
 TEST_F(Launch, ReplaysInAPlaceThatGoesAgain) {

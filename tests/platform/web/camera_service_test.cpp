@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/workstation/camera/chosen_optics.h"
+#include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/web/camera_address.h"
 #include "tests/platform/conditions.h"
 #include "tests/platform/web/http_serving.h"
@@ -81,6 +83,44 @@ TEST_F(CameraServing, TakesNothingOverFromARecording) {
   const HttpReply refused = post("action=take_over&check=1");
   EXPECT_EQ(refused.status, 409);
   EXPECT_NE(refused.body.find("./run --source"), std::string::npos) << refused.body;
+}
+
+TEST_F(CameraServing, KeepsWhichLensAndSensorCountFromTheNextStartOn) {
+  serve(kFits, "rtsp://127.0.0.1:1/old", std::chrono::seconds(25));
+  openChanges(m_folder.path());
+  const json used = {{"product_name", "AXIS Q1656"}, {"focal_length_um", 3700}, {"chosen", nullptr}};
+  EXPECT_EQ(known()["optics"], used);
+  for (const char* lens : {"", "0", "1000001", "-1", "3.7", "%2B3700", " 3700", "3700x", "99999999999", "[3700]"}) {
+    const HttpReply refused = post(std::string("action=optics&product_name=AXIS&focal_length_um=") + lens);
+    EXPECT_EQ(refused.status, 400) << lens;
+    EXPECT_NE(refused.body.find("a whole number from 1 to 1000000\n"), std::string::npos) << refused.body;
+  }
+  EXPECT_EQ(post("action=optics&focal_length_um=2800").status, 400) << "no model";
+  EXPECT_EQ(post("action=optics&product_name=" + std::string(5000, 'x') + "&focal_length_um=1").status, 500)
+      << "what the next start could not read";
+  EXPECT_FALSE(std::filesystem::exists(m_folder / "chosen-optics.json"));
+
+  const HttpReply taken = post("action=optics&product_name=AXIS+P3265-LV&focal_length_um=3700");
+  EXPECT_EQ(taken.status, 202);
+  EXPECT_EQ(json::parse(taken.body)["optics"]["chosen"]["product_name"], "AXIS P3265-LV");
+  EXPECT_EQ(known()["optics"]["product_name"], "AXIS Q1656") << "until the next start";
+  EXPECT_EQ(post("action=optics&product_name=AXIS+P3265-LV&focal_length_um=1000000").status, 202);
+  std::string changes;
+  const json noted = json::parse(changesDocument(10));
+  for (const char* part : {"key", "from", "to"}) {
+    for (const json& one : noted["changes"]) changes += one[part].get<std::string>() + ";";
+  }
+  EXPECT_EQ(changes, "camera.focal_length_um;camera.product_name;3700;AXIS Q1656;1000000;AXIS P3265-LV;");
+
+  CameraDescription next;
+  EXPECT_NE(useChosenOptics(m_folder.path(), next).find("in place of AXIS Q1656 with 3700 um"), std::string::npos);
+  EXPECT_EQ(opticsOf(next), (Optics{"AXIS P3265-LV", 1'000'000}));
+  EXPECT_EQ(post("action=optics&product_name=AXIS+Q1656&focal_length_um=3700").status, 202);
+  EXPECT_EQ(known()["optics"], used) << "nothing else is to come";
+  std::filesystem::remove(m_folder / "chosen-optics.json");
+  std::filesystem::create_directory(m_folder / "chosen-optics.json");
+  EXPECT_EQ(post("action=optics&product_name=AXIS+Q1715&focal_length_um=3700").status, 500);
+  EXPECT_EQ(known()["optics"], used) << "what is not kept was not chosen";
 }
 
 TEST(CameraAddress, IsOfANetworkAndHoldsNoPassword) {

@@ -10,7 +10,7 @@ const world = {};
 before(async () => {
   world.old = await startCamera(BRIGHT);
   world.next = await startCamera(DARK, "ward:s3cret pass");
-  const camera = { ...demoCamera(), source: world.old.uri, loop: false };
+  const camera = { ...demoCamera(), source: world.old.uri, loop: false, product_name: "AXIS X1" };
   world.program = await startProgram({ ...camera, parameters: demoParameters() });
   world.browser = await openBrowser();
 });
@@ -82,6 +82,35 @@ test("an installer tries a wrong password, then the right one, and lets the prog
   await page.reload();
   await showsBetween(page, 0, 100);
   await says(section, /is watched now, also after a restart/);
+  await says(page.getByRole("row", { name: /camera\.source/ }), world.next.uri);
   page.complaints = page.complaints.filter((text) => !/status of 400/.test(text)); // the address that is none
+  noComplaints(page);
+});
+
+test("a sensor that is not known is told, and another with its lens is kept for the next start", async () => {
+  const page = await openSetup(world.browser, world.program.page);
+  await toView(page, "System");
+  const section = page.getByRole("region", { name: "Camera", exact: true });
+  await says(section, /The sensor of AXIS X1 is not known, and 6\.2 × 3\.5 mm stand for it/);
+  const model = section.getByLabel("Camera model");
+  const focal = section.getByLabel("Focal length");
+  assert.deepEqual([await model.inputValue(), await focal.inputValue()], ["AXIS X1", "3.7"]);
+  const keep = section.getByRole("button", { name: "Keep for the next start" });
+  await keep.click();
+  await says(section, /the same as now/);
+  await model.selectOption({ label: "AXIS P3265-LV (6.34 × 4.51 mm)" });
+  await focal.fill("4,1 m");
+  await keep.click();
+  await says(section, /a number from 0\.1 to 999/);
+  await focal.fill("4,1");
+  await keep.click();
+  await says(section, /Kept: AXIS P3265-LV, 4\.1 mm\. It counts from the program's next start on/);
+  assert.deepEqual(await axeViolations(page), []);
+  await page.reload();
+  await toView(page, "System");
+  await says(section, /with now: AXIS X1, 3\.7 mm/);
+  await says(section, /Kept: AXIS P3265-LV, 4\.1 mm/);
+  assert.deepEqual([await model.inputValue(), await focal.inputValue()], ["AXIS P3265-LV", "4.1"]);
+  await says(page.getByRole("row", { name: /camera\.focal_length_um/ }), "4100");
   noComplaints(page);
 });

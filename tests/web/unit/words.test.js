@@ -82,6 +82,8 @@ test("what is entered may have a comma; each limit is told with its ends", () =>
   assert.equal(plainNumber(" 1,60 "), "1.60");
   assert.equal(encodeSettings({ ...SETTINGS, widthM: "1,60" }, LANDSCAPE).get("XM"), "1.60", "as the program reads it");
   for (const text of ["0,1", "100", "1.5"]) assert.equal(limitProblem("widthM", text), null, text);
+  assert.equal(limitProblem("focalLength", "2,8"), null);
+  assert.match(limitProblem("focalLength", "2800"), /^Focal length in millimetres: a number from 0.1 to 999\.$/);
   for (const text of ["", "0,05", "100,1", "1,5,0", "-1", "1e1"]) {
     assert.match(limitProblem("widthM", text), /^Width .*: a number from 0.1 to 100\.$/, text);
   }

@@ -1,0 +1,17 @@
+/** A field of the camera's forms, with a hint. */
+import { html } from "../vendor/preact.js";
+
+export function Field({ id, label, hint, ...input }) {
+  return html`<div class="field">
+    <label for=${id}>${label}</label>
+    <input
+      id=${id}
+      autocomplete="off"
+      autocapitalize="off"
+      spellcheck=${false}
+      aria-describedby=${`${id}-hint`}
+      ...${input}
+    />
+    <p class="small" id=${`${id}-hint`}>${hint}</p>
+  </div>`;
+}
