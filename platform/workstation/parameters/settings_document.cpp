@@ -48,8 +48,10 @@ void layOver(CameraDescription& camera, const std::string& text, const std::stri
   if (!document.is_object()) throw DescriptionError(place + ": is not a JSON object of settings");
   for (const auto& [key, value] : document.items()) {
     if (std::find(std::begin(kSettings), std::end(kSettings), key) == std::end(kSettings)) {
-      throw DescriptionError(place + ": " + key + ": is not a setting; allowed are rotation, mirrored, " +
-                             "product_name, focal_length_um and parameters");
+      std::string mistake = place;
+      mistake.append(": ").append(key).append(
+          ": is not a setting; allowed are rotation, mirrored, product_name, focal_length_um and parameters");
+      throw DescriptionError(mistake);
     }
   }
   document["source"] = "-";
