@@ -1,11 +1,9 @@
 // A save on its whole way: the page's request, the web server, the program, the store and its file.
 #include <axhttp.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <syslog.h>
 
 #include <algorithm>
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -18,6 +16,7 @@
 #include "platform/scripted/lens.h"
 #include "platform/support/owners.h"
 #include "tests/config/page_settings.h"
+#include "tests/platform/full_disk.h"
 #include "tests/platform/http_client.h"
 #include "tests/platform/state_folder.h"
 
@@ -81,16 +80,6 @@ class Saves : public testing::Test {
   std::uint16_t m_port = 0;
 };
 
-/// Runs `action` on a disk that has room for files of this size only.
-void withRoomFor(rlim_t bytes, const std::function<void()>& action) {
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit full{bytes, before.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &full);
-  action();
-  setrlimit(RLIMIT_FSIZE, &before);
-}
-
 TEST_F(Saves, AreOneChangeOfTheFileOrToldAsNotStored) {
   ASSERT_EQ(save(pageSettings()).status, 200);
   const std::string old = state.read("parameters.conf");
@@ -107,7 +96,10 @@ TEST_F(Saves, AreOneChangeOfTheFileOrToldAsNotStored) {
   std::filesystem::create_directory(state / "parameters.conf.new");  // where the new file is written
   expectRefusal();
   std::filesystem::remove(state / "parameters.conf.new");
-  withRoomFor(old.size() - 20, expectRefusal);
+  {
+    const FullDisk full(old.size() - 20);
+    expectRefusal();
+  }
   EXPECT_EQ(g_DetectionParams.f_WRectM, 2.5F) << "in use";
   EXPECT_EQ(save(changed).status, 200);
   EXPECT_EQ(state.read("parameters.conf.1"), old) << "one change";

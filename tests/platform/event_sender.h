@@ -3,7 +3,11 @@
 
 #include <axevent.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <functional>
 #include <memory>
 
 #include "platform/support/owners.h"
@@ -45,4 +49,16 @@ inline bool send(const Handler& handler, guint id, bool active) {
   const KeyValueSet set = stateSet(active);
   const std::unique_ptr<AXEvent, Release<ax_event_free>> event(ax_event_new2(set.get(), timeOfChanges().get()));
   return ax_event_handler_send_event(handler.get(), id, event.get(), nullptr) == TRUE;
+}
+
+/// In a process of its own, which is killed at the end of the function.
+inline void runUntilKilled(const std::function<void()>& run) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    run();
+    ::kill(::getpid(), SIGKILL);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
 }

@@ -1,6 +1,4 @@
 #include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,10 +6,12 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <optional>
 
 #include "platform/workstation/alarms/alarm_entry.h"
 #include "tests/platform/alarms/alarm_room.h"
 #include "tests/platform/event_sender.h"
+#include "tests/platform/full_disk.h"
 
 namespace {
 
@@ -110,23 +110,17 @@ class AlarmDisk : public AlarmRoom, public testing::WithParamInterface<Fault> {
 
   void spoil() {
     disk_fault = GetParam();
-    if (disk_fault != Fault::kFull) return;
-    ::getrlimit(RLIMIT_FSIZE, &m_unlimited);
-    const rlimit full{m_folder.read("alarms.jsonl").size() + 50, m_unlimited.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &full);
-    m_limited = true;
+    if (disk_fault == Fault::kFull) m_full.emplace(m_folder.read("alarms.jsonl").size() + 50);
   }
   void mend() {
-    if (std::exchange(m_limited, false)) ::setrlimit(RLIMIT_FSIZE, &m_unlimited);
+    m_full.reset();
     disk_fault = Fault::kNone;
   }
 
-  rlimit m_unlimited{};
-  bool m_limited = false;
+  std::optional<FullDisk> m_full;
 };
 
 TEST_P(AlarmDisk, ThatFailsDelaysNoCallAndAnAnswerCountsOnceItIsWritten) {
-  ::signal(SIGXFSZ, SIG_IGN);
   open();
   setCalls(kTwoLevels);
   for (std::uint64_t seq = 1; seq < 10; ++seq) begin(seq, kFallEvent);
@@ -268,17 +262,6 @@ TEST_F(AlarmJournalTest, OfTenThousandAlarmsTheOldestThatAreClosedGo) {
 /// Runs killed by SIGKILL, with the real journal of events.
 class KilledRun : public AlarmRoom {
  protected:
-  /// In a process of its own, which is killed at the end of the function.
-  static void runUntilKilled(const std::function<void()>& run) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      run();
-      ::kill(::getpid(), SIGKILL);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-  }
   /// A run whose fall begins; its id.
   std::string fall(bool with_desk = true) {
     static Handler handler;

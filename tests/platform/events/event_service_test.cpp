@@ -1,11 +1,9 @@
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <tuple>
 #include <utility>
@@ -18,6 +16,7 @@
 #include "tests/platform/conditions.h"
 #include "tests/platform/disk_faults.h"
 #include "tests/platform/event_sender.h"
+#include "tests/platform/full_disk.h"
 #include "tests/platform/state_folder.h"
 
 namespace {
@@ -208,15 +207,11 @@ class DiskFault : public EventService, public testing::WithParamInterface<std::t
 
   void spoil() {
     disk_fault = std::get<0>(GetParam());
-    if (disk_fault != Fault::kFull) return;
-    ::getrlimit(RLIMIT_FSIZE, &m_unlimited);
     // As on a full disk, room is left for a part of the next line only; no other file is as large as the journal.
-    const rlimit full{m_folder.read("events.jsonl").size() + 50, m_unlimited.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &full);
-    m_limited = true;
+    if (disk_fault == Fault::kFull) m_full.emplace(m_folder.read("events.jsonl").size() + 50);
   }
   void mend() {
-    if (std::exchange(m_limited, false)) ::setrlimit(RLIMIT_FSIZE, &m_unlimited);
+    m_full.reset();
     disk_fault = Fault::kNone;
   }
 
@@ -231,8 +226,7 @@ class DiskFault : public EventService, public testing::WithParamInterface<std::t
     return handler;
   }
 
-  rlimit m_unlimited{};
-  bool m_limited = false;
+  std::optional<FullDisk> m_full;
 };
 
 TEST_P(DiskFault, DelaysNoAlarmAndIsMadeUpForInOrder) {
@@ -281,18 +275,6 @@ INSTANTIATE_TEST_SUITE_P(Disks, DiskFault,
                          testing::Combine(testing::Values(Fault::kFull, Fault::kSyncFails, Fault::kHangs),
                                           testing::Bool()),
                          nameOf);
-
-/// In a process of its own.
-void runUntilKilled(const std::function<void()>& run) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    run();
-    ::kill(::getpid(), SIGKILL);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-}
 
 /// Whoever is killed while the journal hangs has noted its numbers; what the disk had not taken is not in the file.
 TEST_F(EventService, SaysWhatIsMissingOfRunsThatWereKilledBeforeTheyCaughtUp) {

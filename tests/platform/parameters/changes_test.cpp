@@ -2,7 +2,6 @@
 
 #include <axparameter.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <memory>
@@ -12,9 +11,9 @@
 #include <vector>
 
 #include "platform/workstation/parameters/parameter_batch.h"
-#include "platform/workstation/system/durable_file.h"
 #include "tests/platform/conditions.h"
 #include "tests/platform/disk_faults.h"
+#include "tests/platform/full_disk.h"
 #include "tests/platform/state_folder.h"
 
 using namespace std::chrono_literals;
@@ -97,22 +96,19 @@ TEST_F(Changes, FillNoDisk) {
 }
 
 TEST_F(Changes, WaitForADiskThatFailsAndAreWrittenOnce) {
-  workstation::takeFileLimitsAsFullDisks();
   ChangeJournal journal(m_folder.path());
   journal.note("", "first", "a", "b");
   ASSERT_TRUE(isStored(journal));
-  rlimit usual{};
-  getrlimit(RLIMIT_FSIZE, &usual);
   const auto expectTold = [&](const char* key, const std::string& why) {
     journal.note("Anna", key, "a", "b");
     EXPECT_EQ(told(known(journal))[0], std::string("!Anna ") + key + " a>b") << "at once, and that it is not stored";
     EXPECT_TRUE(comes([&] { return known(journal)["trouble"].dump().find(why) != std::string::npos; })) << why;
     EXPECT_EQ(told(known(journal)).back(), " first a>b") << "what is stored is told as such";
   };
-  const rlimit full{std::filesystem::file_size(m_folder / "changes.jsonl") + 10, usual.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &full);
-  expectTold("second", "File too large");
-  setrlimit(RLIMIT_FSIZE, &usual);
+  {
+    const FullDisk full(std::filesystem::file_size(m_folder / "changes.jsonl") + 10);
+    expectTold("second", "File too large");
+  }
   ASSERT_TRUE(isStored(journal));
   disk_fault = Fault::kSyncFails;
   expectTold("third", "cannot be written");

@@ -167,7 +167,7 @@ TEST(SignedIn, OutlivesARestartAndEndsWithThePasswordOrUnused) {
   const std::string file = folder.read("sessions.json");
   EXPECT_EQ(file.find(ida), std::string::npos) << "whoever reads the file gets in nowhere";
   Sessions sessions(folder.path(), clock);
-  EXPECT_EQ(sessions.find(ida, all), &all.people[0]);
+  EXPECT_EQ(sessions.find(ida, all), &all.people.front());
   EXPECT_EQ(sessions.find(anna, all), &all.people[1]);
   EXPECT_EQ(sessions.find(out, all), nullptr);
   EXPECT_EQ(sessions.find("", all), nullptr);

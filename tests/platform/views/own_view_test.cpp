@@ -104,11 +104,14 @@ TEST_F(OwnViewTest, GivesWayToACardAsSoonAsAnythingSpeaksAgainstIt) {
   EXPECT_NE(deaf.sightAt({800, 450}, 0, m_now).reason, "") << "in pixels of a picture of unknown size";
 }
 
+int alphaAt(const BgraPicture& picture, int x, int y) {
+  const int at = y * picture.stride() + x * 4 + 3;
+  return int{picture.bytes[static_cast<std::size_t>(at)]};
+}
+
 /// The first and the last covered pixel of the middle row, and of the column in the box's middle.
 std::array<int, 4> coveredBy(const BgraPicture& overlay) {
-  const auto covered = [&](int x, int y) {
-    return overlay.bytes[static_cast<std::size_t>(y * overlay.stride() + x * 4 + 3)] == 255;
-  };
+  const auto covered = [&](int x, int y) { return alphaAt(overlay, x, y) == 255; };
   std::array<int, 4> edges{-1, -1, -1, -1};
   for (int x = 0; x < overlay.width; ++x) {
     if (!covered(x, overlay.height / 2)) continue;
@@ -149,13 +152,11 @@ TEST(CoveringOverlay, LaysTheProgramsDrawingOverThePeople) {
   }
   const auto people = std::make_shared<SeenPeople>(SeenPeople{{1280, 720}, {{320, 0, 400, 719}}});
   const BgraPicture overlay = coveringOverlay({frame(), drawn, people}, {1280, 720}, {});
-  const auto alphaAt = [&](int x, int y) {
-    return int{overlay.bytes[static_cast<std::size_t>(y * overlay.stride() + x * 4 + 3)]};
-  };
   EXPECT_EQ(colourAt(overlay, 360, 240), 0xFF0000U) << "over the mask";
   EXPECT_EQ(colourAt(overlay, 200, 240), 0xFF0000U) << "and beside it";
-  EXPECT_EQ(alphaAt(200, 200), 0);
-  for (int y = 0; y < overlay.height; ++y) EXPECT_EQ(alphaAt(360, y), 255) << "nothing shines through at " << y;
+  EXPECT_EQ(alphaAt(overlay, 200, 200), 0);
+  for (int y = 0; y < overlay.height; ++y)
+    EXPECT_EQ(alphaAt(overlay, 360, y), 255) << "nothing shines through at " << y;
 }
 
 }  // namespace
