@@ -37,11 +37,11 @@ function useAnswer(alarm, link) {
 }
 
 function FalseAlarm({ onGive, onLeave, busy }) {
-  const [reason, setReason] = useState(REASONS[0]);
+  const [reason, setReason] = useState(null);
   const [own, setOwn] = useState("");
   const submit = (event) => {
     event.preventDefault();
-    onGive("false_alarm", reason === "other" && own.trim() ? own.trim() : say(`reason.${reason}`));
+    if (reason) onGive("false_alarm", reason === "other" && own.trim() ? own.trim() : say(`reason.${reason}`));
   };
   return html`<form class="alarm-reason" onSubmit=${submit}>
     <fieldset>
@@ -62,7 +62,7 @@ function FalseAlarm({ onGive, onLeave, busy }) {
       </label>`
     }
     <div class="row">
-      <button type="submit" class="primary" aria-disabled=${busy ? "true" : "false"}>
+      <button type="submit" class="primary" aria-disabled=${busy || !reason ? "true" : "false"}>
         ${say("answer.false_alarm")}
       </button>
       <button type="button" class="quiet" onClick=${onLeave}>${say("back")}</button>

@@ -142,12 +142,21 @@ function Level({ number, level, hasPeople, onLevel }) {
   </section>`;
 }
 
-/** The document as it is edited: {document, said, set, save}; undefined until it was read, null where there is none. */
-function useDocument() {
+/**
+ * The document as it is edited, for the whole page, so that no tab loses what was entered in another:
+ * {document, dirty, said, set, save, discard}; document: undefined until it was read, null where there is none.
+ * @param {boolean} wanted whether who looks on may set it
+ */
+export function useCallsDraft(wanted) {
+  const [stored, setStored] = useState(undefined);
   const [document, set] = useState(undefined);
   const [said, setSaid] = useState("");
-  const read = () => readCalls().then(set, (error) => (error.status === ABSENT ? set(null) : setSaid(error.message)));
-  useEffect(() => void read(), []);
+  const take = (read) => {
+    setStored(read);
+    set(read);
+  };
+  const read = () => readCalls().then(take, (error) => (error.status === ABSENT ? take(null) : setSaid(error.message)));
+  useEffect(() => void (wanted && read()), [wanted]);
   const save = async () => {
     setSaid(say("save.saving"));
     try {
@@ -158,7 +167,16 @@ function useDocument() {
       setSaid(say("save.failed", { error: error.message }));
     }
   };
-  return { document, said, set, save };
+  const discard = () => {
+    set(stored);
+    setSaid("");
+  };
+  const dirty = JSON.stringify(document) !== JSON.stringify(stored);
+  const edit = (next) => {
+    set(next);
+    setSaid("");
+  };
+  return { document, dirty, said, set: edit, save, discard };
 }
 
 /** Whether those who were called have been reached. */
@@ -178,9 +196,9 @@ function Reached({ receivers }) {
 
 const LOOKS = { reached: { tone: "ok", sign: "✓" }, "not-reached": { tone: "warn", sign: "✕" } };
 
-/** @param {{receivers: object[]}} props whether they were reached, as the alarms tell */
-export function Receivers({ receivers }) {
-  const { document, said, set, save } = useDocument();
+/** @param {{draft: object, receivers: object[]}} props of useCallsDraft; whether they were reached, as the alarms tell */
+export function Receivers({ draft, receivers }) {
+  const { document, dirty, said, set, save } = draft;
   if (document === null) return html`<p class="muted">${say("calls.absent")}</p>`;
   if (!document) return html`<p role="status">${said}</p>`;
   const { events, levels } = document;
@@ -207,6 +225,6 @@ export function Receivers({ receivers }) {
       </button>
       <button type="button" class="primary" onClick=${save}>${say("calls.save")}</button>
     </p>
-    <p role="status">${said}</p>
+    <p role="status">${dirty && !said ? say("save.dirty") : said}</p>
     <${Reached} receivers=${receivers} />`;
 }

@@ -67,7 +67,7 @@ function Person({ person: { name, role }, me, change }) {
 function Token({ token: { id, name, role, made }, change }) {
   return html`<li>
     <span class="person-name"
-      ><strong>${name}</strong>
+      ><strong>${name}</strong>${" "}
       <span class="small">${roleName(role)}${made && `, ${clockTime(new Date(made))}`}</span></span
     >
     <button

@@ -95,7 +95,7 @@ function Merge({ fields, onMerge }) {
                   ${
                     field.both
                       ? html`<${Choice} field=${field} mine=${mine.has(field.name)} onMine=${choose(field.name)} />`
-                      : html`Theirs: <strong>${field.theirs}</strong>`
+                      : html`${say("save.theirs")}: <strong>${field.theirs}</strong>`
                   }
                 </td>
               </tr>`,
@@ -145,32 +145,34 @@ function Before({ review }) {
 /** A save of which there is nothing more to say. */
 const isPlainlySaved = (outcome) => outcome?.kind === "saved" && !outcome.warnings.length;
 
-function State({ draft: { outcome, dirty, busy } }) {
+function State({ draft: { outcome, dirty, busy }, called }) {
   if (busy) return say("save.saving");
-  if (dirty) return say("save.dirty");
+  if (dirty || called.dirty) return say("save.dirty");
   if (!isPlainlySaved(outcome)) return say("allSaved");
   const words = say("save.saved", { at: clockTime(outcome.at) });
   return html`<span class="tone-ok"><span class="sign" aria-hidden="true">✓</span></span> ${words}`;
 }
 
-function Buttons({ draft, saveButton, onDiscard }) {
-  const { dirty, busy } = draft;
+function Buttons({ draft, called, saveButton, onDiscard }) {
+  const { busy } = draft;
+  const dirty = draft.dirty || called.dirty;
+  const save = () => {
+    if (called.dirty) called.save();
+    if (draft.dirty || !called.dirty) draft.save();
+  };
   return html`<button type="button" class="quiet" disabled=${!dirty || busy} onClick=${onDiscard}>
       ${say("draft.discard")}
     </button>
-    <button
-      type="button"
-      class="primary"
-      ref=${saveButton}
-      aria-disabled=${busy ? "true" : "false"}
-      onClick=${() => draft.save()}
-    >
+    <button type="button" class="primary" ref=${saveButton} aria-disabled=${busy ? "true" : "false"} onClick=${save}>
       ${say("save.save")}
     </button>`;
 }
 
-/** @param {{draft: object, review: object}} props the SettingsDraft and what reviewSettings says of it */
-export function SaveBar({ draft, review }) {
+/**
+ * @param {{draft: object, called: object, review: object}} props the SettingsDraft, whom alarms call, and what
+ * reviewSettings says of the first
+ */
+export function SaveBar({ draft, called, review }) {
   const { outcome } = draft;
   const saveButton = useRef(null);
   // What was clicked goes away with the message, or does nothing more: the focus stays in the bar.
@@ -178,7 +180,10 @@ export function SaveBar({ draft, review }) {
     action(what);
     saveButton.current.focus();
   };
-  const discard = leave(() => draft.discard());
+  const discard = leave(() => {
+    draft.discard();
+    called.discard();
+  });
   return html`<section class="savebar" aria-label=${say("save.bar")}>
     <div aria-live="polite">
       ${
@@ -193,10 +198,10 @@ export function SaveBar({ draft, review }) {
       }
     </div>
     <div class="savebar-row">
-      <p class="savebar-state" role="status"><${State} draft=${draft} /></p>
+      <p class="savebar-state" role="status"><${State} draft=${draft} called=${called} /></p>
       ${!outcome && html`<${Before} review=${review} />`}
       <div class="row">
-        <${Buttons} draft=${draft} saveButton=${saveButton} onDiscard=${discard} />
+        <${Buttons} draft=${draft} called=${called} saveButton=${saveButton} onDiscard=${discard} />
       </div>
     </div>
   </section>`;

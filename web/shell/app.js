@@ -2,7 +2,9 @@
 import { VIEW, mayAs } from "../base/facts.js";
 import { LANGUAGE, clockTime, say } from "../base/words.js";
 import { Paused, SoundOff } from "../call/bar.js";
+import { useCallsDraft } from "../call/receivers.js";
 import { Caller } from "../call/caller.js";
+import { openAlarms } from "../call/calls.js";
 import { Link } from "../hub/link.js";
 import { Control, PROGRAM_URL } from "../program/api.js";
 import { Password, SignIn } from "../people/signin.js";
@@ -148,8 +150,10 @@ function Page({ link, control, who, onWho }) {
   const setsUp = mends && !wall && address.view !== VIEW.watch;
   useFocusOnChange(address, present !== null && appearance !== null, main);
   useTitle(state);
-  const saves = mends && present && (setsUp || dirty || (outcome && outcome.kind !== "saved"));
-  const tab = { link, facts, appearance, control, who, onWho, caller, waiting: waitingWords(facts) };
+  const called = useCallsDraft(mends && who.known);
+  const unsaved = dirty || called.dirty;
+  const saves = mends && present && (setsUp || unsaved || (outcome && outcome.kind !== "saved"));
+  const tab = { link, facts, appearance, control, who, onWho, caller, called, waiting: waitingWords(facts) };
   return html`
     <a class="skip" href="#main">${say("skip")}</a>
     ${!wall && html`<${Header} view=${address.view} ...${{ state, dirty, guide, who }} told=${!setsUp} onPassword=${() => setAsks(true)} />`}
@@ -157,11 +161,11 @@ function Page({ link, control, who, onWho }) {
     <div class="hidden" aria-live="polite">${facts.ended}</div>
     <${Notices} facts=${facts} caller=${caller} />
     <main class=${`page ${wall ? "wall" : ""}`} id="main" tabindex="-1" ref=${main}>
-      ${asks && html`<${Password} must=${who.must_change} onDone=${hasAsked} />`}
+      ${asks && !openAlarms(facts.calls.alarms).length && html`<${Password} must=${who.must_change} onDone=${hasAsked} />`}
       ${guide.step !== null && !wall && html`<${Guide} step=${guide.step} onStep=${guide.toStep} facts=${guideFacts(facts)} />`}
       <${Content} address=${address} role=${who.role} view=${viewOf({ link, facts, caller, who })} tab=${tab} />
     </main>
-    ${saves && html`<${SaveBar} draft=${draft} review=${reviewSettings(present, draft.size)} />`}
+    ${saves && html`<${SaveBar} draft=${draft} called=${called} review=${reviewSettings(present, draft.size)} />`}
   `;
 }
 

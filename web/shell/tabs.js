@@ -34,10 +34,10 @@ function Floor({ link, facts, appearance, place }) {
   </div>`;
 }
 
-const Alarms = ({ settings, set, caller, facts }) =>
+const Alarms = ({ settings, set, caller, facts, called }) =>
   html`<h1 tabindex="-1">${say("view.alarms")}</h1>
     <div class="cards"><${Detections} settings=${settings} set=${set} /><${Device} caller=${caller} /></div>
-    <${Receivers} receivers=${facts.calls.receivers} />`;
+    <${Receivers} draft=${called} receivers=${facts.calls.receivers} />`;
 
 const Drawn = ({ settings, set }) =>
   html`<h1 tabindex="-1">${say("view.streams")}</h1>

@@ -3,7 +3,7 @@ import { APPLICATION_SIZE } from "../base/facts.js";
 import { say } from "../base/words.js";
 import { AlarmCard } from "../call/alarm.js";
 import { Device, Pause } from "../call/bar.js";
-import { openAlarms } from "../call/calls.js";
+import { isCalling, openAlarms } from "../call/calls.js";
 import { LivePicture } from "../picture/picture.js";
 import { html, useState } from "../vendor/preact.js";
 import { Events, State } from "./quiet.js";
@@ -75,7 +75,7 @@ export function Carer({ view }) {
     <${Alarms} alarms=${others} view=${view} />
     ${first && html`<${State} state=${state} told />`}
     ${!first && html`<${Events} ...${{ events, limited, state, now }} told=${[]} history=${past.history} />`}
-    ${!first && html`<${More} caller=${caller} />`}
+    ${!openAlarms(calls.alarms).some(isCalling) && html`<${More} caller=${caller} />`}
   </div>`;
 }
 

@@ -176,9 +176,11 @@ bool AlarmBook::trim() {
     forgotten.insert(alarm->second.id);
     m_alarms.erase(alarm);
   }
-  const std::uint64_t oldest = m_alarms.empty() ? m_last : m_alarms.begin()->first;
+  const auto about_none = static_cast<std::size_t>(
+      std::count_if(m_entries.begin(), m_entries.end(), [](const AlarmEntry& entry) { return entry.alarm.empty(); }));
+  std::size_t spare = about_none > kMostOthers ? about_none - kMostOthers : 0;
   std::erase_if(m_entries, [&](const AlarmEntry& entry) {
-    if (entry.alarm.empty()) return entry.number < oldest && !(m_pause && entry.kind == Kind::kPaused);
+    if (entry.alarm.empty()) return spare > 0 && spare-- > 0 && !(m_pause && entry.kind == Kind::kPaused);
     if (forgotten.contains(entry.alarm)) return true;
     return entry.repeat && find(entry.alarm)->calls.back().number != entry.number;
   });

@@ -22,6 +22,8 @@ class AlarmBook {
   static constexpr std::size_t kMostClosed = 1000;
   /// Entries that are kept; those of open alarms come besides.
   static constexpr std::size_t kMostEntries = 20'000;
+  /// Of these, tests and pauses.
+  static constexpr std::size_t kMostOthers = 100;
 
   /// The next entry of the journal; one about an alarm that is not known changes nothing. An answer does not count yet.
   void apply(AlarmEntry entry);

@@ -75,6 +75,12 @@ void AlarmDesk::start() {
     const std::scoped_lock lock(self->m_mutex);
     self->count(number);
   };
+  hooks.removed = [weak] {
+    const auto self = weak.lock();
+    if (!self) return;
+    const std::scoped_lock lock(self->m_mutex);
+    self->m_store->rewrite(self->m_book.entries());
+  };
   {
     const std::scoped_lock lock(m_mutex);
     m_store = std::make_unique<AlarmStore>(std::move(hooks));
@@ -401,10 +407,12 @@ void AlarmDesk::reportTrouble() {
     ::syslog(LOG_ERR, "%s; alarms call all the same and are stored later", why.c_str());
   }
   const std::string plain = why.substr(why.rfind('/', why.find(": ")) + 1);  // no folders
-  workstation::reportTrouble(Trouble::kAlarmsNotStored, "Since " + localClock(*m_unstored_since) +
-                                                            " alarms call, but they and the answers to them are not "
-                                                            "stored (" +
-                                                            std::to_string(waiting) + " waiting): " + plain + ".");
+  workstation::reportTrouble(Trouble::kAlarmsNotStored,
+                             "Since " + localClock(*m_unstored_since) +
+                                 " alarms call, but they and the answers to them are not "
+                                 "stored (" +
+                                 std::to_string(waiting) + " waiting): " + plain + "." +
+                                 (m_past_known ? "" : " Nobody outside is called meanwhile."));
 }
 
 // What people do.

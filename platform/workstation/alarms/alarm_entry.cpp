@@ -16,8 +16,8 @@ using Kind = AlarmEntry::Kind;
 
 constexpr std::array kKinds = {Kind::kRaised, Kind::kCalled, Kind::kAnswered, Kind::kLapsed, Kind::kEnded,
                                Kind::kClosed, Kind::kPaused, Kind::kUnpaused, Kind::kTest};
-/// Larger numbers are damage: JSON readers lose their last digits.
-constexpr std::uint64_t kMaxNumber = std::uint64_t{1} << 53;
+/// Larger numbers are damage: JSON readers lose the last digits of twice as many.
+constexpr std::uint64_t kMaxNumber = kMostAlarmNumber;
 constexpr int kMaxLevel = 100;
 
 double secondsOf(TimeStamp time) {

@@ -50,6 +50,7 @@ const char* nameOf(AlarmEntry::Kind kind);
 /// Names and reasons have so many bytes at most, so that a line holds them.
 inline constexpr std::size_t kLongestWords = 500;
 inline constexpr std::size_t kLongestAlarmLine = 8192;
+inline constexpr std::uint64_t kMostAlarmNumber = std::uint64_t{1} << 52;
 
 /// With its line feed.
 std::string lineOf(const AlarmEntry& entry);

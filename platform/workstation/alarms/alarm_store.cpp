@@ -60,7 +60,7 @@ Read readEnd(const std::filesystem::path& path) {
     if (got <= 0) fail(path, "cannot be read");
     done += static_cast<std::size_t>(got);
   }
-  if (begin > 0) read.text.erase(0, read.text.find('\n') + 1);
+  if (begin > 0) read.text.erase(0, std::min(read.text.find('\n'), read.text.size() - 1) + 1);
   return read;
 }
 
@@ -138,6 +138,7 @@ struct AlarmStore::Core {
   void work();
   void load();
   bool writeSome(std::unique_lock<std::mutex>& lock);
+  [[nodiscard]] bool isRemoved() const;
   bool replaceAll(std::unique_lock<std::mutex>& lock);
   void haveWritten(std::uint64_t number, std::unique_lock<std::mutex>& lock);
   bool replace(const std::string& text);
@@ -190,6 +191,16 @@ void AlarmStore::Core::load() {
 bool AlarmStore::Core::writeSome(std::unique_lock<std::mutex>& lock) {
   if (whole) return replaceAll(lock);
   if (queue.empty()) return false;
+  if (isRemoved()) {
+    lock.unlock();
+    ::syslog(LOG_ERR, "%s: has been removed; what is known of alarms is written anew", path.c_str());
+    file = FileDescriptor();
+    size = 0;
+    torn = named = false;
+    if (hooks.removed) hooks.removed();
+    lock.lock();
+    return true;
+  }
   // A disk that has no room for all may have room for one.
   const std::size_t count = std::min(failure.empty() ? kLargestBatch : 1, queue.size());
   const std::uint64_t number = queue[count - 1].number;
@@ -200,6 +211,14 @@ bool AlarmStore::Core::writeSome(std::unique_lock<std::mutex>& lock) {
   lock.lock();
   haveWritten(number, lock);
   return true;
+}
+
+/// By somebody: what is written into it would be gone at its end.
+bool AlarmStore::Core::isRemoved() const {
+  struct stat own {};
+  struct stat there {};
+  if (file.get() < 0 || ::fstat(file.get(), &own) != 0) return false;
+  return own.st_nlink == 0 || (::stat(path.c_str(), &there) != 0 && errno == ENOENT);
 }
 
 /// Where the shorter file finds no room, the longer one goes on.

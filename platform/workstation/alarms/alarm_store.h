@@ -31,6 +31,7 @@ class AlarmStore {
     std::function<void(AlarmPast past)> loaded;         ///< once, before anything is written
     std::function<void(std::uint64_t number)> written;  ///< all up to this one is on disk
     std::function<std::uint64_t()> floor = {};          ///< for AlarmPast::floor; may ask the disk
+    std::function<void()> removed = {};                 ///< the file has been: calls rewrite()
   };
 
   /// Begins to read. The hooks are called on the store's thread.

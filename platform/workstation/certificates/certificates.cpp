@@ -75,7 +75,9 @@ bool isGood(const fs::path& folder, const Certificate& authority, const std::vec
             CertificateTime now) {
   try {
     const auto known = read(folder / kServerFile);
-    if (!known || !known->isSignedBy(authority) || known->expires() < now + kRenewed) return false;
+    if (!known || !known->isSignedBy(authority) || known->expires() < now + kRenewed || known->begins() > now) {
+      return false;
+    }
     const std::vector<std::string> covered = known->names();
     return std::all_of(names.begin(), names.end(), [&covered](const std::string& name) {
       return std::find(covered.begin(), covered.end(), name) != covered.end();

@@ -166,6 +166,10 @@ std::string Certificate::fingerprint() const {
   return text;
 }
 
+CertificateTime Certificate::begins() const {
+  return std::chrono::system_clock::from_time_t(gnutls_x509_crt_get_activation_time(m_certificate.get()));
+}
+
 CertificateTime Certificate::expires() const {
   return std::chrono::system_clock::from_time_t(gnutls_x509_crt_get_expiration_time(m_certificate.get()));
 }

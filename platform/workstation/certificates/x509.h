@@ -28,6 +28,7 @@ class Certificate {
   [[nodiscard]] std::string pem() const;  ///< without the key
   [[nodiscard]] std::string pemWithKey() const;
   [[nodiscard]] std::string fingerprint() const;  ///< SHA-256, "AB:CD:..."
+  [[nodiscard]] CertificateTime begins() const;
   [[nodiscard]] CertificateTime expires() const;
   [[nodiscard]] std::vector<std::string> names() const;
   [[nodiscard]] bool isAuthority() const;

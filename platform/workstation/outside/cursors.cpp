@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
 
+#include "platform/workstation/alarms/alarm_entry.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/system/state_directory.h"
 
@@ -21,7 +23,10 @@ constexpr std::size_t kMostJobs = 4;
 
 std::uint64_t numberIn(const ordered_json& object, const char* key) {
   const auto found = object.find(key);
-  return found != object.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
+  if (found == object.end() || !found->is_number_unsigned()) return 0;
+  const auto number = found->get<std::uint64_t>();
+  if (number > kMostAlarmNumber) throw std::runtime_error(std::string(key) + " is no number of an alarm's");
+  return number;
 }
 
 }  // namespace

@@ -28,11 +28,15 @@ std::string certificateProblem(GTlsCertificateFlags errors) {
   return "its certificate cannot be believed";
 }
 
+/// Every page gets it with each heartbeat: no longer than a line.
 std::string statusText(SoupMessage* message) {
+  constexpr std::size_t kLongest = 120;
   const char* const reason = soup_message_get_reason_phrase(message);
   std::string text = std::to_string(static_cast<int>(soup_message_get_status(message)));
   if (reason != nullptr && *reason != '\0') text.append(" ").append(reason);
-  return text;
+  if (text.size() <= kLongest) return text;
+  const GLibPtr<gchar> cut(g_utf8_make_valid(text.data(), kLongest));
+  return cut.get();
 }
 
 }  // namespace

@@ -41,12 +41,11 @@ Sessions::Sessions(const std::filesystem::path& state, std::function<TimeStamp()
 void Sessions::load() {
   const auto text = readFile(m_file, kLimitBytes);
   if (!text) return;
-  const TimeStamp now = m_now();
   for (const json& entry : json::parse(*text)) {
-    // Whatever the clock was then, nothing was used later than now.
+    // It may be later than now: a machine without a battery starts decades ago, until its clock is set.
     const TimeStamp used{std::chrono::seconds(entry.at("used").get<std::int64_t>())};
-    m_sessions[entry.at("hash").get<std::string>()] = {
-        entry.at("name").get<std::string>(), entry.at("password").get<std::string>(), std::min<TimeStamp>(used, now)};
+    m_sessions[entry.at("hash").get<std::string>()] = {entry.at("name").get<std::string>(),
+                                                       entry.at("password").get<std::string>(), used};
   }
 }
 

@@ -177,7 +177,8 @@ TEST_F(AlarmJournalTest, AJournalThatCannotBeReadIsTakenUpLater) {
   EXPECT_EQ(state("run-2"), "calling 1");
   EXPECT_TRUE(comes([this] {
     m_desk->look();
-    return textOf(Trouble::kAlarmsNotStored).ends_with("alarms.jsonl: is not a file.");
+    return textOf(Trouble::kAlarmsNotStored)
+        .ends_with("alarms.jsonl: is not a file. Nobody outside is called meanwhile.");
   }));
   // In one step: between two there would be no journal, which is an empty one.
   ASSERT_EQ(::renameat2(AT_FDCWD, (m_folder / "away").c_str(), AT_FDCWD, (m_folder / "alarms.jsonl").c_str(),
@@ -188,6 +189,18 @@ TEST_F(AlarmJournalTest, AJournalThatCannotBeReadIsTakenUpLater) {
   EXPECT_EQ(m_desk->now().alarms.at(0).alarm.id, "run-2") << "the newest first";
   restart();
   EXPECT_EQ(state(before) + ", " + state("run-2"), "calling 1, calling 1");
+}
+
+TEST_F(AlarmJournalTest, OneThatIsRemovedIsWrittenAnewWithAllThatIsKnown) {
+  open();
+  const std::string before = begin(1, kFallEvent);
+  ASSERT_TRUE(settles());
+  std::filesystem::remove(m_folder / "alarms.jsonl");
+  const std::string after = begin(2, kExitEvent);
+  ASSERT_TRUE(settles());
+  ASSERT_TRUE(answer(after, AnswerKind::kComing));
+  restart();
+  EXPECT_EQ(state(before) + ", " + state(after), "calling 1, coming");
 }
 
 TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {

@@ -3,6 +3,7 @@
 #include <gio/gio.h>
 #include <syslog.h>
 
+#include <optional>
 #include <stdexcept>
 
 #include "platform/workstation/certificates/certificates.h"
@@ -30,19 +31,19 @@ void takeCertificate(const std::filesystem::path& folder, HttpServerSettings& se
 }
 
 void addAuthority(HttpServer& server, const std::filesystem::path& folder) {
-  server.addEndpoint("/platform/authority.crt", [folder](SoupServerMessage* message, const HttpQuery&) {
-    constexpr size_t kLimitBytes = 64 << 10;
-    try {
-      const auto file = folder.empty() ? std::nullopt : readFile(authorityFile(folder), kLimitBytes);
-      if (!file)
-        return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no authority here: the page is plain http.");
-      soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-      soup_server_message_set_response(message, "application/x-x509-ca-cert", SOUP_MEMORY_COPY, file->data(),
-                                       file->size());
-    } catch (const std::exception& error) {
-      syslog(LOG_WARNING, "%s", error.what());
-      answerLine(message, SOUP_STATUS_INTERNAL_SERVER_ERROR, "The authority's file cannot be read.");
-    }
+  constexpr size_t kLimitBytes = 64 << 10;
+  // Read once: on a disk that hangs later, whoever asks for it would keep all feeds waiting.
+  std::optional<std::string> file;
+  try {
+    if (!folder.empty()) file = readFile(authorityFile(folder), kLimitBytes);
+  } catch (const std::exception& error) {
+    syslog(LOG_WARNING, "%s", error.what());
+  }
+  server.addEndpoint("/platform/authority.crt", [file](SoupServerMessage* message, const HttpQuery&) {
+    if (!file) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no authority here.");
+    soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
+    soup_server_message_set_response(message, "application/x-x509-ca-cert", SOUP_MEMORY_COPY, file->data(),
+                                     file->size());
   });
 }
 

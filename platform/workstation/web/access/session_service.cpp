@@ -157,6 +157,7 @@ void Service::welcome(SoupServerMessage* message, const Attempt& attempt) {
   if (!before.empty()) m_access->sessions().end(before);
   m_access->setCookie(message, m_access->sessions().begin(*person));
   answerDocument(message, document(Visitor{person->name, person->role}));
+  m_server.recheck();
 }
 
 void Service::signOut(SoupServerMessage* message) {

@@ -237,6 +237,10 @@ void AlarmService::Implementation::tellAlarm(SoupServerMessage* message, const s
 }
 
 void AlarmService::Implementation::setCalls(SoupServerMessage* message, const ProgramRequest& request) {
+  if (!m_desk.isPastKnown()) {
+    return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE,
+                      "What is set for calls cannot be read yet, so nothing takes its place.");
+  }
   const CallSettings before = m_desk.calls();
   const CallSettings calls = parseCallSettings(valueOf(formOf(request), "document"), before);
   const std::string document = documentOf(calls, false);
