@@ -19,11 +19,11 @@ namespace {
 /// Of the largest value of an output: two orders of adding up floats differ by less than a tenth of it.
 constexpr float kTolerance = 1e-3F;
 
-/// Of the outputs' deviations. Our networks in bytes make 0.6 of them on a picture that shows nobody, as all that
-/// deviates there is faint; one scale for all of a layer's weights makes 1.1, and sums that do not fit their
-/// registers 1.9.
+/// Of the outputs' deviations. On the trial picture, which shows nobody, so that all that deviates there is faint, our
+/// networks make up to 0.71 of them in bytes and 0.17 in short floats. Ranges four times as wide make 0.9 in bytes,
+/// those of half the width 1.2, and numbers that say nothing of the picture 1 and more.
 constexpr double kBytesError = 0.85;
-constexpr double kShortFloatsError = 0.1;
+constexpr double kShortFloatsError = 0.25;
 
 /// Blocks of all brightnesses, and some noise in each; the same at every start.
 std::vector<std::uint8_t> trialPicture(int height, int packed_width) {
@@ -65,21 +65,22 @@ void checkOutput(const std::string& output, const Maps& ours, const Maps& theirs
   }
 }
 
-/// Sums of squares: of the differences, and of what an output's values are from their mean.
-struct Errors {
-  double differences = 0;
-  double deviation = 0;
-};
-
-Errors errorsOf(std::span<const float> ours, std::span<const float> theirs) {
-  const double mean = std::accumulate(theirs.begin(), theirs.end(), 0.0) / static_cast<double>(theirs.size());
-  Errors errors;
-  for (size_t i = 0; i < ours.size(); ++i) {
-    const auto value = static_cast<double>(theirs[i]);
-    errors.differences += std::pow(static_cast<double>(ours[i]) - value, 2);
-    errors.deviation += std::pow(value - mean, 2);
+/// The differences' squares as a share of those of what an output's values are from the mean of their channel: a
+/// channel's mean is mostly its bias, which is right whatever becomes of the picture.
+double squaredError(const Maps& ours, const Maps& theirs) {
+  const size_t channels = theirs.shape.size() == 4 ? static_cast<size_t>(theirs.shape[1]) : 1;
+  const size_t count = theirs.values.size() / std::max<size_t>(channels, 1);
+  double differences = 0, deviation = 0;
+  for (size_t channel = 0; channel < channels; ++channel) {
+    const auto values = theirs.values.subspan(channel * count, count),
+               made = ours.values.subspan(channel * count, count);
+    const double mean = std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(count);
+    for (size_t i = 0; i < count; ++i) {
+      differences += std::pow(static_cast<double>(made[i]) - static_cast<double>(values[i]), 2);
+      deviation += std::pow(static_cast<double>(values[i]) - mean, 2);
+    }
   }
-  return errors;
+  return differences / deviation;
 }
 
 /// Throws whatever is against it.
@@ -112,11 +113,10 @@ void checkLikeness(const std::vector<std::string>& outputs, const std::vector<Ma
   double squares = 0;
   for (size_t output = 0; output < outputs.size(); ++output) {
     checkShapes(outputs[output], ours.at(output), theirs.at(output));
-    const Errors errors = errorsOf(ours[output].values, theirs[output].values);
-    squares += errors.differences / errors.deviation;
+    squares += squaredError(ours[output], theirs[output]);
   }
   const bool are_like = squares <= most * most * static_cast<double>(outputs.size());  // false for what is not finite
-  if (!are_like) throw Unsupported("the engines do not agree");
+  if (!are_like) throw Unsupported("its outputs differ too much from those in fp32");
 }
 
 std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& task) {

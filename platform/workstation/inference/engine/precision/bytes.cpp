@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <numeric>
+#include <utility>
 
 #include "platform/workstation/inference/engine/unsupported.h"
 
@@ -17,19 +18,21 @@ constexpr float kLeastWidth = 1e-6F, kMostWidth = 1e6F;  // of a range: what is 
 /// To whole numbers whose sum is that of the exact ones, rounded: those that are off most are rounded the other way.
 std::vector<int> rounded(const std::vector<double>& exact) {
   std::vector<int> values;
-  std::vector<size_t> order(exact.size());
-  std::iota(order.begin(), order.end(), size_t{0});
+  values.reserve(exact.size());
   double missing = 0;
   for (const double number : exact) {
     values.push_back(static_cast<int>(std::lround(number)));
     missing += number - values.back();
   }
   const int step = missing > 0 ? 1 : -1;
-  const auto left = [&](size_t i) { return (exact[i] - values[i]) * step; };
-  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return left(a) > left(b); });
-  const auto steps = static_cast<size_t>(std::lround(std::abs(missing)));
-  for (size_t i = 0; i < std::min(steps, order.size()); ++i) {
-    int& value = values[order[i]];
+  const auto steps = std::min(static_cast<size_t>(std::lround(std::abs(missing))), exact.size());
+  if (steps == 0) return values;
+  std::vector<std::pair<double, size_t>> left;  // those that are off most come first, of equal ones the first
+  left.reserve(exact.size());
+  for (size_t i = 0; i < exact.size(); ++i) left.emplace_back((values[i] - exact[i]) * step, i);
+  std::nth_element(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(steps - 1), left.end());
+  for (size_t i = 0; i < steps; ++i) {
+    int& value = values[left[i].second];
     value = std::clamp(value + step, -kMostWeight, kMostWeight);
   }
   return values;
