@@ -262,7 +262,7 @@ const char* usage() {
   --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
   --threads N               each network runs on so many threads instead of one: sooner where nothing else runs, and for
                             more processor time in all
-  --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which are quicker and see less
+  --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
                             exactly; where they do not fit it is fp32, and the log says why
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from

@@ -94,6 +94,11 @@ class PlainLoops {
     return one;
   }
 
+  static size_t indexOf(int map, int row, int column, int height, int width) {
+    const auto above = static_cast<std::ptrdiff_t>(map) * height + row;
+    return static_cast<size_t>(above * width + column);
+  }
+
   static double limited(double value, const workstation::Limits& limits) {
     return std::clamp(value, static_cast<double>(limits.low), static_cast<double>(limits.high));
   }
@@ -148,8 +153,8 @@ class PlainLoops {
       const int source_x = x * given.stride_x + column * given.dilation_x - given.padding.left;
       if (source_y < 0 || source_y >= from.height || source_x < 0 || source_x >= from.width) return 0.0;
       const int channel = output / (to.channels / given.group) * inputs + input;
-      return source[static_cast<size_t>((channel * from.height + source_y) * from.width + source_x)] *
-             all[static_cast<size_t>(((output * inputs + input) * rows + row) * columns + column)];
+      return source[indexOf(channel, source_y, source_x, from.height, from.width)] *
+             all[indexOf(output * inputs + input, row, column, rows, columns)];
     };
     Values made;
     for (int output = 0; output < to.channels; ++output) {
@@ -193,7 +198,7 @@ class PlainLoops {
       const auto [ys, down] = neighbours(at / to.width % to.height, to.height, from.height);
       const auto [xs, right] = neighbours(at % to.width, to.width, from.width);
       const auto value = [&, channel = at / to.width / to.height](int y, int x) {
-        return source.stored[static_cast<size_t>((channel * from.height + y) * from.width + x)];
+        return source.stored[indexOf(channel, y, x, from.height, from.width)];
       };
       made.push_back((1 - down) * ((1 - right) * value(ys.first, xs.first) + right * value(ys.first, xs.second)) +
                      down * ((1 - right) * value(ys.second, xs.first) + right * value(ys.second, xs.second)));

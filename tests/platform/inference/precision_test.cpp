@@ -31,7 +31,8 @@ OnnxWriter uneven() {
   std::vector<float> weights(size_t{16} * 6);
   for (size_t i = 0; i < weights.size(); ++i) {
     weights[i] = static_cast<float>(i * 37 % 23) / 23 - 0.4F;
-    weights[i] *= i / 16 == 2 ? 0.0F : std::pow(10.0F, static_cast<float>(i / 16) - 3);
+    const size_t output = i / 16;
+    weights[i] *= output == 2 ? 0.0F : std::pow(10.0F, static_cast<float>(output) - 3);
   }
   network.constant<float>("out.w", {6, 16, 1, 1}, weights).constant<float>("out.b", {6}, {0, 0.001F, 0.5F, 0, -3, 9});
   return network.node("Conv", {"first", "out.w", "out.b"}, "out", {integers("kernel_shape", {1, 1})});

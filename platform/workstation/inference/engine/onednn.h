@@ -90,7 +90,7 @@ struct Scaling {
 /// Numbers in memory of their own.
 template <typename Number>
 memory listOf(const engine& processor, memory::data_type type, const std::vector<Number>& numbers) {
-  const memory made({{static_cast<memory::dim>(numbers.size())}, type, memory::format_tag::x}, processor);
+  memory made({{static_cast<memory::dim>(numbers.size())}, type, memory::format_tag::x}, processor);
   std::copy(numbers.begin(), numbers.end(), static_cast<Number*>(made.get_data_handle()));
   return made;
 }
