@@ -236,7 +236,9 @@ TensorRanges readRanges(const json& ranges, const std::string& where) {
     };
     if (!range.is_array() || range.size() != 2 || !isGood(range[0], -kMostRange, 0) ||
         !isGood(range[1], 0, kMostRange) || range[0] == range[1]) {
-      throw std::runtime_error(where + "[\"" + tensor + "\"]: must be null, or two numbers around zero that differ");
+      std::string line = where;
+      line.append("[\"").append(tensor).append("\"]: must be null, or two numbers around zero that differ");
+      throw std::runtime_error(line);
     }
     read[tensor] = Range{range[0], range[1]};
   }

@@ -113,15 +113,16 @@ std::set<std::string> floatTensors(const Plan& plan, const std::vector<std::stri
     }
   }
   std::set<std::string> read;  // by a layer of bytes
-  for (auto step = plan.steps.rbegin(); step != plan.steps.rend(); ++step) {
-    if (!read.contains(step->target)) {
-      floats.insert(step->target);
+  for (size_t at = plan.steps.size(); at > 0; --at) {  // those that read a tensor come after it
+    const Step& step = plan.steps[at - 1];
+    if (!read.contains(step.target)) {
+      floats.insert(step.target);
     }
-    const bool makes_bytes = !floats.contains(step->target);
-    if (step->kind == StepKind::kConvolution || (step->kind == StepKind::kResize && makes_bytes)) {
-      read.insert(step->source);
+    const bool makes_bytes = !floats.contains(step.target);
+    if (step.kind == StepKind::kConvolution || (step.kind == StepKind::kResize && makes_bytes)) {
+      read.insert(step.source);
     }
-    if (makes_bytes) read.insert(addendOf(step->convolution));
+    if (makes_bytes) read.insert(addendOf(step.convolution));
   }
   return floats;
 }
