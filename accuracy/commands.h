@@ -27,6 +27,10 @@ struct RecordingsRequest {
 /// events beside those that the true people lead to.
 void measureRecordings(const RecordingsRequest& request);
 
+/// Prints models/ranges.json: what each tensor of the networks holds in 32-bit floats while these recordings are
+/// watched, so that it can be stored as bytes.
+void measureRanges(const std::vector<std::filesystem::path>& recordings);
+
 struct PrivacyRequest {
   std::filesystem::path tree;  ///< with the demo
   int rotation = 0;            ///< of the camera: 0 or 90 degrees

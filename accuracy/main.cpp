@@ -23,6 +23,8 @@ constexpr const char* kUsage =
     "  recordings through the whole program, beside NAME.truth.jsonl of each where there is one\n"
     "    --settings        the camera's settings, instead of NAME.settings.json\n"
     "    --still-from-end  so long before the end somebody has fallen and lies still\n"
+    "velmor_accuracy ranges FILE...\n"
+    "  what the networks' tensors hold on recordings, as models/ranges.json wants it\n"
     "velmor_accuracy privacy SOURCE_TREE ROTATION(0|90) MIRRORED(0|1)\n"
     "  the true faces of the demo that the anonymised stream shows, for a camera mounted so\n";
 
@@ -97,6 +99,14 @@ void recordings(Words words) {
   measureRecordings(request);
 }
 
+void ranges(Words words) {
+  std::vector<std::filesystem::path> files;
+  do {
+    files.emplace_back(words.next("FILE"));
+  } while (words.areLeft());
+  measureRanges(files);
+}
+
 void privacy(Words words) {
   PrivacyRequest request;
   request.tree = words.next("SOURCE_TREE");
@@ -114,6 +124,7 @@ void obey(Words words) {
   const std::string command = words.next("the command");
   if (command == "pictures") return pictures(words);
   if (command == "recordings") return recordings(words);
+  if (command == "ranges") return ranges(words);
   if (command == "privacy") return privacy(words);
   throw UsageError(command + " is no command");
 }

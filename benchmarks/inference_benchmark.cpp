@@ -1,6 +1,7 @@
-// What a run of the pose model costs through the inference service and on its engine, beside the same engine with AVX2
-// only, OpenCV's dnn module, the usual way into that (blobFromImage makes a planar float picture of the packed bytes),
-// and plain loops, which tell what the numbers should be ("difference": the largest, of a largest value of "of").
+// What a run of the pose model costs through the inference service and on its engine, in floats, short floats and
+// bytes, beside the same engine with AVX2 only, OpenCV's dnn module, the usual way into that (blobFromImage makes a
+// planar float picture of the packed bytes), and plain loops, which tell what the numbers should be ("difference": the
+// largest, of a largest value of "of").
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <larod.h>
@@ -55,7 +56,9 @@ struct Task {
   Task() {
     std::ifstream stream(kModel, std::ios::binary);
     file.assign(std::istreambuf_iterator<char>(stream), {});
-    for (const auto& scale : workstation::readModelSidecar(kModel, file).adapter.scales) {
+    const workstation::ModelSidecar sidecar = workstation::readModelSidecar(kModel, file);
+    network.ranges = sidecar.ranges;
+    for (const auto& scale : sidecar.adapter.scales) {
       network.outputs.insert(network.outputs.end(), scale.heads.begin(), scale.heads.end());
     }
     network.onnx = {reinterpret_cast<const std::uint8_t*>(file.data()), file.size()};
@@ -82,6 +85,25 @@ void engine(benchmark::State& state, MakeEngine make) {
 BENCHMARK_CAPTURE(engine, oneDnn, workstation::makeOneDnnEngine)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(engine, openCv, workstation::makeOpenCvEngine)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+std::unique_ptr<workstation::Engine> oneDnnIn(workstation::Precision precision) {
+  workstation::NetworkTask given = task().network;
+  given.precision = precision;
+  return workstation::makeOneDnnEngine(given);
+}
+
+/// Nothing is measured where this processor, or the sidecar, does not know these numbers.
+void engineIn(benchmark::State& state, workstation::Precision precision) {
+  if (!workstation::multiplies(precision)) return state.SkipWithError("this processor has no instructions for it");
+  try {
+    const auto made = oneDnnIn(precision);
+    while (state.KeepRunning()) benchmark::DoNotOptimize(made->run(task().picture.data));
+  } catch (const std::exception& error) {
+    state.SkipWithError(error.what());
+  }
+}
+BENCHMARK_CAPTURE(engineIn, bf16, workstation::Precision::kShortFloats)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(engineIn, int8, workstation::Precision::kBytes)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 double processorSeconds() {
   timespec time{};
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -91,13 +113,17 @@ double processorSeconds() {
 /// The engine in a process of its own, since oneDNN asks once which instructions it may use.
 class CappedEngine {
  public:
-  explicit CappedEngine(const char* instructions) {
+  CappedEngine(const char* instructions, workstation::Precision precision) {
     if (pipe(m_ask.data()) != 0 || pipe(m_answer.data()) != 0) throw std::runtime_error("no pipe");
     m_child = fork();
-    if (m_child == 0) serve(instructions);
+    if (m_child == 0) serve(instructions, precision);
+    close(m_ask[0]);
+    close(m_answer[1]);
+    signal(SIGPIPE, SIG_IGN);  // of a child that has ended, which is told
   }
   ~CappedEngine() {
-    for (const int end : {m_ask[0], m_ask[1], m_answer[0], m_answer[1]}) close(end);
+    close(m_ask[1]);
+    close(m_answer[0]);
     kill(m_child, SIGTERM);
     waitpid(m_child, nullptr, 0);
   }
@@ -115,12 +141,13 @@ class CappedEngine {
   }
 
  private:
-  [[noreturn]] void serve(const char* instructions) {
+  [[noreturn]] void serve(const char* instructions, workstation::Precision precision) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(m_answer[0]);
+    close(m_ask[1]);
     setenv("ONEDNN_MAX_CPU_ISA", instructions, 1);
     try {
-      const auto made = workstation::makeOneDnnEngine(task().network);
+      const auto made = oneDnnIn(precision);
       for (char asked = 0; read(m_ask[0], &asked, 1) == 1;) {
         const double begin = processorSeconds();
         benchmark::DoNotOptimize(made->run(task().picture.data));
@@ -138,13 +165,19 @@ class CappedEngine {
 };
 
 /// Forked before anything here has used oneDNN.
-CappedEngine avx2("AVX2");
+CappedEngine floats_with_avx2("AVX2", workstation::Precision::kFloats);
+CappedEngine bytes_with_avx2("AVX2", workstation::Precision::kBytes);
 
-void oneDnnWithAvx2Only(benchmark::State& state) {
-  avx2.run();
-  while (state.KeepRunning()) state.SetIterationTime(avx2.run());
+void oneDnnWithAvx2Only(benchmark::State& state, CappedEngine* engine) {
+  try {
+    engine->run();
+    while (state.KeepRunning()) state.SetIterationTime(engine->run());
+  } catch (const std::exception& error) {
+    state.SkipWithError(error.what());
+  }
 }
-BENCHMARK(oneDnnWithAvx2Only)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK_CAPTURE(oneDnnWithAvx2Only, fp32, &floats_with_avx2)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK_CAPTURE(oneDnnWithAvx2Only, int8, &bytes_with_avx2)->Unit(benchmark::kMillisecond)->UseManualTime();
 
 /// Seconds a run: once is enough.
 void plainLoops(benchmark::State& state) {

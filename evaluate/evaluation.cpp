@@ -119,7 +119,7 @@ class Evaluator {
     for (const fs::path& file : filesIn(m_request.source_tree / "models")) {
       if (file.extension() == ".onnx" || file.extension() == ".json") networks.push_back(file);
     }
-    m_networks = fingerprintOf({}, networks);
+    m_networks = fingerprintOf({m_request.precision}, networks);
   }
 
   void makeTasks() {
@@ -179,6 +179,9 @@ class Evaluator {
       words[1] = traceOf(task.recording, kNetworksColumn).string();
     } else if (const fs::path settings = settingsOf(recording, column); fs::exists(settings)) {
       words.insert(words.end(), {"--settings", settings.string()});
+    }
+    if (!m_request.precision.empty() && !task.from_trace && !column.sees_truth) {
+      words.insert(words.end(), {"--precision", m_request.precision});
     }
     if (column.sees_truth) words.insert(words.end(), {"--truth", beside(recording.video, ".truth.jsonl").string()});
     const ParameterGroup& set = task.from_trace ? task.set : column.set;

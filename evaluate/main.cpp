@@ -38,6 +38,7 @@ constexpr const char* kUsage =
                               first. Without a folder: the suite of stories (simulator/suite), which takes long
   --set KEY=VALUE ...         these parameters as well, for comparison; several groups, each with a --set of its own
   --settings WORD             NAME.WORD.settings.json as well, for comparison; may be given several times
+  --precision WORD            the networks' numbers instead of the program's own: fp32, bf16 or int8
   --jobs N                    so many runs at once; the number of cores unless given
   --report FILE               the report, a page for a browser; evaluation.html unless given
   --json FILE                 the same as one JSON object
@@ -81,6 +82,9 @@ CommandLine parse(const std::vector<std::string>& arguments) {
       line.json = value();
     } else if (*word == "--into") {
       line.into = value();
+    } else if (*word == "--precision") {
+      line.request.precision = value();
+      workstation::checkPrecision(line.request.precision);
     } else if (*word == "--settings") {
       line.request.settings.push_back(value());
     } else if (word->starts_with("-") || folder) {

@@ -242,8 +242,21 @@ RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, (5, 4), RGB, pose_tensors, P
            Recipe("person_detector.onnx", 300, 300, (2,), BGR, detector_tensors, DETECTOR_CONFIDENCE)]
 
 
-def convert(text, weights):
-    """The networks as {file: (ONNX bytes, sidecar without hashes)}, of what GRAPH and WEIGHTS hold. Raises Refused."""
+def ranges_in(network, shrinks, ranges):
+    """The ranges of layers as the sidecar wants them: each look has them all, and layers of its own in front."""
+    made = {}
+    for shrink in shrinks:
+        prefix = f"by{shrink}/"
+        made.update((prefix + layer, ends) for layer, ends in ranges.items())
+    strange = [layer for layer in made if layer not in network.sizes]
+    if strange:
+        raise Refused(f"the ranges are of another network: there is no layer {strange[0]}")
+    return made
+
+
+def convert(text, weights, ranges=None):
+    """The networks as {file: (ONNX bytes, sidecar without hashes)}, of what GRAPH and WEIGHTS hold. `ranges` are what the
+    layers' values reach, if that is known. Raises Refused."""
     graph = Graph(text, weights)
     made = {}
     for recipe in RECIPES:
@@ -255,5 +268,7 @@ def convert(text, weights):
                    "adapter": {"name": "movenet_multipose", "scales": scales, "rules": RULES,
                                "confidence": recipe.confidence},
                    "outputs": recipe.tensors(recipe.height, recipe.width)}
+        if ranges:
+            sidecar["ranges"] = ranges_in(network, recipe.shrinks, ranges)
         made[recipe.file] = network.save([head for scale in scales for head in scale["heads"]]), sidecar
     return made

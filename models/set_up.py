@@ -24,8 +24,10 @@ from pinned import PACKAGE, Failure
 MODELS = pathlib.Path(__file__).resolve().parent
 MANIFEST = MODELS.parent / "package" / "manifest.json"
 CONVERTER = MODELS / "convert.py"
+RANGES = MODELS / "ranges.json"  # made by velmor_accuracy ranges
 FAILED, NPM_IS_MISSING = 1, 3
 MAX_SIDECAR_BYTES = 1 << 20
+MAX_RANGE = 1e6
 
 
 def note(line):
@@ -46,10 +48,33 @@ def network_names(manifest=MANIFEST):
         raise Failure(f"{shown(manifest)}: is damaged; put the right file back") from problem
 
 
-def sources(package, converter=CONVERTER):
+def sources(package):
     """What a sidecar says of its origin: the hashes of all that the networks are made from."""
     return {**{name: digest for name, (_, digest) in package.files.items()},
-            converter.name: hashlib.sha256(converter.read_bytes()).hexdigest()}
+            **{file.name: hashlib.sha256(file.read_bytes()).hexdigest() for file in (CONVERTER, RANGES)}}
+
+
+def is_range(ends):
+    """Null, for a layer that stays floats, or what its values reach, with zero in it."""
+    return ends is None or (isinstance(ends, list) and len(ends) == 2 and
+                            all(type(end) in (int, float) and abs(end) <= MAX_RANGE for end in ends) and
+                            ends[0] <= 0 <= ends[1] and ends[0] < ends[1])
+
+
+def ranges_for(made_from, file=RANGES):
+    """The layers' ranges, or none when they were measured on networks that were made of something else."""
+    try:
+        document = json.loads(file.read_text(encoding="utf-8"))
+        ranges, measured_on = document["ranges"], document["made_from"]
+        good = isinstance(ranges, dict) and isinstance(measured_on, dict) and all(map(is_range, ranges.values()))
+    except (ValueError, KeyError, TypeError, OSError):
+        good = False
+    if not good:
+        raise Failure(f"{shown(file)}: is missing or damaged; put the right file back")
+    if not measured_on or any(made_from.get(name) != digest for name, digest in measured_on.items()):
+        note(f"{shown(file)}: is of other networks; these can be run in floats only until it is measured again")
+        return None
+    return ranges
 
 
 def read_whole(path, most=None):
@@ -206,7 +231,7 @@ def make(networks, names, files):
     note("Converting the pose network")
     try:
         from convert import GRAPH, WEIGHTS, convert  # with its libraries too slow for a start that has nothing to do
-        made = convert(files[GRAPH], files[WEIGHTS])
+        made = convert(files[GRAPH], files[WEIGHTS], ranges_for(networks.made_from))
     except Exception as problem:  # whatever it is: nothing was written
         raise Failure(f"the pose network cannot be converted: {str(problem) or type(problem).__name__}") from problem
     for name in names:

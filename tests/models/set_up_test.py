@@ -18,6 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "models"))
 sys.dont_write_bytecode = True
 
+import convert  # noqa: E402
 import fetch  # noqa: E402
 import set_up  # noqa: E402
 from pinned import PACKAGE, Failure  # noqa: E402
@@ -142,7 +143,7 @@ class Networks(SetUpTest):
         for name in self.names:
             sidecar = json.loads(made[name + ".json"])
             self.assertEqual(sidecar["sha256"], hashlib.sha256(made[name]).hexdigest())
-            self.assertEqual(list(sidecar["made_from"]), [*FILES, "convert.py"])
+            self.assertEqual(list(sidecar["made_from"]), [*FILES, "convert.py", "ranges.json"])
             self.assertIn("outputs", sidecar)
         self.make(self.fail)
 
@@ -170,6 +171,32 @@ class Networks(SetUpTest):
         self.make(lambda: asked.append(1) or FILES, **{"convert.py": "another"})
         self.assertEqual(len(asked), 1, "what another converter made is made again")
         self.assertNotIn(name + ".old1", self.contents())
+
+    def test_know_what_their_layers_reach_if_it_was_measured_on_them(self):
+        layers = {convert.HEADS["heat"]: [-1.5, 2], convert.HEADS["center"]: None}
+        measured = {"made_from": {name: digest for name, (_, digest) in TINY.files.items()}, "ranges": layers}
+        file = self.folder / "measured.json"
+
+        def ranges(document):
+            file.write_text(document if isinstance(document, str) else json.dumps(document))
+            return set_up.ranges_for(set_up.sources(TINY), file)
+
+        for network, sidecar in convert.convert(*FILES.values(), ranges(measured)).values():
+            looks = [scale["heads"][0].split("/")[0] for scale in sidecar["adapter"]["scales"]]
+            self.assertEqual(sidecar["ranges"], {f"{look}/{layer}": ends for look in looks
+                                                 for layer, ends in layers.items()})
+            self.assertTrue(all(layer.encode() in network for layer in sidecar["ranges"]))
+        other = {**measured, "made_from": {**measured["made_from"], convert.WEIGHTS: "another"}}
+        self.assertIsNone(ranges(other))
+        self.assertIn("is of other networks", self.said.getvalue())
+        self.assertIsNone(ranges({**measured, "made_from": {}}), "of nobody knows what")
+        self.assertNotIn("ranges", convert.convert(*FILES.values())["person_detector.onnx"][1])
+        with self.assertRaisesRegex(convert.Refused, "there is no layer by5/nowhere"):
+            convert.convert(*FILES.values(), {"nowhere": None})
+        for damaged in ("", "{", "[]", "{}", {**measured, "ranges": []}, {**measured, "ranges": {"x": [1, 2]}},
+                        *({**measured, "ranges": {"x": ends}} for ends in (
+                            [0], [0, 0], [0, -1], [-1, float("nan")], [0, float("inf")], [0, "1"], [False, True], 3))):
+            self.assert_refused("measured.json: is missing or damaged", ranges, damaged)
 
     def test_of_somebodys_own_stay(self):
         mine, broken, last = self.names

@@ -23,6 +23,8 @@ constexpr const char* kAdapterName = "movenet_multipose";
 constexpr size_t kMaxTensorElements = size_t{1} << 26;
 constexpr size_t kMaxOutputs = 16;
 constexpr size_t kMaxScales = 4;
+constexpr size_t kMaxTensors = 10000;
+constexpr double kMostRange = 1e6;  // no trained network's tensor
 constexpr size_t kMaxSidecarBytes = size_t{1} << 20;
 
 /// One tensor's entry; every mistake names the file and the key.
@@ -218,6 +220,31 @@ void readAdapter(const json& document, const std::string& file, ModelSidecar& si
   }
 }
 
+/// Whether they are those of the network is seen when it is loaded.
+TensorRanges readRanges(const json& ranges, const std::string& where) {
+  if (!ranges.is_object() || ranges.size() > kMaxTensors) {
+    throw std::runtime_error(where + ": must be an object with at most " + std::to_string(kMaxTensors) + " tensors");
+  }
+  TensorRanges read;
+  for (const auto& [tensor, range] : ranges.items()) {
+    if (range.is_null()) {
+      read[tensor] = std::nullopt;
+      continue;
+    }
+    const auto isGood = [](const json& end, double least, double most) {
+      return end.is_number() && end >= least && end <= most;
+    };
+    if (!range.is_array() || range.size() != 2 || !isGood(range[0], -kMostRange, 0) ||
+        !isGood(range[1], 0, kMostRange) || range[0] == range[1]) {
+      std::string line = where;
+      line.append("[\"").append(tensor).append("\"]: must be null, or two numbers around zero that differ");
+      throw std::runtime_error(line);
+    }
+    read[tensor] = Range{range[0], range[1]};
+  }
+  return read;
+}
+
 }  // namespace
 
 size_t TensorLayout::elements() const {
@@ -250,6 +277,7 @@ ModelSidecar readModelSidecar(const std::string& model, std::string_view network
     sidecar.outputs.push_back(TensorReader(entry, where).readOutput());
   }
   readAdapter(document, file, sidecar);
+  if (document.contains("ranges")) sidecar.ranges = readRanges(document["ranges"], file + ": ranges");
   return sidecar;
 }
 

@@ -5,6 +5,9 @@
 //  "outputs": [{"name": "heatmaps", "layer": "heatmaps", "shape": [1, 46, 81, 17], "type": "uint8",
 //               "scale": 0.08174263, "zero_point": 210}, ...]}
 //
+// "ranges", where it is given, is {"tensor of the network": [smallest, largest] or null, ...}: what its values reach,
+// so that they can be bytes (engine/precision), or that they stay floats.
+//
 // Outputs stand in the tensors' order. "layer" is the network output that fills the tensor; "constant" is a byte tensor
 // that always holds its zero point; "adapter" is filled by the adapter that the sidecar then names (pose_adapter.h). A
 // byte q stands for (q - zero_point) * scale; float tensors have neither.
@@ -18,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/workstation/inference/engine/precision/precision.h"
 #include "platform/workstation/inference/pose_adapter.h"
 
 namespace workstation {
@@ -39,6 +43,7 @@ struct ModelSidecar {
   TensorLayout input;
   std::vector<TensorLayout> outputs;
   AdapterSettings adapter;
+  TensorRanges ranges;  ///< none: the network cannot be run in bytes
 };
 
 inline constexpr size_t kMaxModelBytes = size_t{64} << 20;

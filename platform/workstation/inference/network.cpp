@@ -77,7 +77,8 @@ void Network::start(const std::string& file, std::span<const std::uint8_t> onnx)
   const auto& shape = m_sidecar.input.shape;
   const std::vector<std::uint8_t> black(m_sidecar.input.bytes());
   try {
-    m_engine = chooseEngine(file, {onnx, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]), m_layers});
+    m_engine = chooseEngine(file, {onnx, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]), m_layers,
+                                   precisionOfRuns(), m_sidecar.ranges});
     m_results = m_engine->run(black.data());
   } catch (const UnusableNetwork& exception) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": " + exception.what());

@@ -251,6 +251,9 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
     environment["VELMOR_THREADS"] = *request.threads;
     environment["OMP_WAIT_POLICY"] = "passive";  // threads that wait for the next layer sleep
   }
+  if (request.precision) {
+    environment["VELMOR_PRECISION"] = *request.precision;
+  }
   if (request.truth) {
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
   }

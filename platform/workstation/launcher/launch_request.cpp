@@ -8,6 +8,7 @@
 #include "platform/support/owners.h"
 #include "platform/workstation/decoding/source/camera_source.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/inference/engine/precision/precision.h"
 #include "platform/workstation/inference/engine/threads.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/shown_text.h"
@@ -56,6 +57,7 @@ void checkCombination(const LaunchRequest& request) {
     throw UsageError("--threads needs a whole number from 1 to " + std::to_string(kMostThreads) + ", not \"" +
                      shown(*request.threads) + "\"");
   }
+  if (request.precision) checkPrecision(*request.precision);
   if (request.event && !isNumber(*request.event)) {
     throw UsageError("--event needs the number of an event, not \"" + *request.event + "\"");
   }
@@ -71,12 +73,19 @@ struct Target {
   unsigned modes = kLive | kReplay;
 };
 constexpr std::array kTargets{
-    Target{"--source", &LaunchRequest::source, kLive},  Target{"--settings", &LaunchRequest::settings},
-    Target{"--truth", &LaunchRequest::truth},           Target{"--state", &LaunchRequest::state},
-    Target{"--trace", &LaunchRequest::trace},           Target{"--threads", &LaunchRequest::threads},
-    Target{"--reset", &LaunchRequest::reset, kLive},    Target{"--listen", &LaunchRequest::listen, kLive},
-    Target{"--user", &LaunchRequest::user, kLive},      Target{"--password-file", &LaunchRequest::password_file, kLive},
-    Target{"--login", &LaunchRequest::login, kLive},    Target{"--at", &LaunchRequest::at, kExplain},
+    Target{"--source", &LaunchRequest::source, kLive},
+    Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},
+    Target{"--state", &LaunchRequest::state},
+    Target{"--trace", &LaunchRequest::trace},
+    Target{"--threads", &LaunchRequest::threads},
+    Target{"--precision", &LaunchRequest::precision},
+    Target{"--reset", &LaunchRequest::reset, kLive},
+    Target{"--listen", &LaunchRequest::listen, kLive},
+    Target{"--user", &LaunchRequest::user, kLive},
+    Target{"--password-file", &LaunchRequest::password_file, kLive},
+    Target{"--login", &LaunchRequest::login, kLive},
+    Target{"--at", &LaunchRequest::at, kExplain},
     Target{"--event", &LaunchRequest::event, kExplain},
 };
 
@@ -185,6 +194,10 @@ void takeSubject(std::vector<std::string>& rest, Mode mode, LaunchRequest& reque
 
 }  // namespace
 
+void checkPrecision(const std::string& word) {
+  if (!precisionFrom(word)) throw UsageError("--precision takes fp32, bf16 or int8, not \"" + shown(word) + "\"");
+}
+
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets) {
   constexpr std::string_view kJoined = "--set=";
   std::vector<std::string> rest;
@@ -249,6 +262,8 @@ const char* usage() {
   --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
   --threads N               each network runs on so many threads instead of one: sooner where nothing else runs, and for
                             more processor time in all
+  --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
+                            exactly; where they do not fit it is fp32, and the log says why
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made

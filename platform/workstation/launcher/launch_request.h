@@ -37,6 +37,7 @@ struct LaunchRequest {
   std::optional<std::string> at;         ///< of it: a time
   std::optional<std::string> event;      ///< of it: an event's number
   std::optional<std::string> threads;    ///< of a network's run, a whole number
+  std::optional<std::string> precision;  ///< that networks run in: fp32, bf16 or int8
   std::optional<std::string> reset;      ///< "floor" or "camera": what is put back, instead of a run
 };
 
@@ -46,6 +47,9 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments);
 /// Takes the groups out of the words, "--set KEY=VALUE ...", however many each has; what remains is for others. Throws
 /// UsageError.
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets);
+
+/// Throws UsageError unless networks can be asked to run in it.
+void checkPrecision(const std::string& word);
 
 /// What --help prints.
 const char* usage();

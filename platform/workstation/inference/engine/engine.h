@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/workstation/inference/engine/precision/precision.h"
+
 namespace workstation {
 
 /// One of a network's outputs, channel first.
@@ -15,13 +17,15 @@ struct Maps {
   std::vector<int> shape;  ///< batch first
 };
 
-/// What an engine is made for: the network's file in ONNX, the packed picture's sides, and the outputs that are asked
-/// for, each of them once or more.
+/// What an engine is made for: the network's file in ONNX, the packed picture's sides, the outputs that are asked for,
+/// each of them once or more, and the numbers that it runs in.
 struct NetworkTask {
   std::span<const std::uint8_t> onnx;
   int height = 0;        ///< rows of the picture
   int packed_width = 0;  ///< bytes of a row: pixels times colours
   std::vector<std::string> outputs;
+  Precision precision = Precision::kFloats;
+  TensorRanges ranges = {};  ///< for bytes
 };
 
 class Engine {

@@ -2,8 +2,12 @@
 // version 3 (Debian 13) does both at once. Nothing else includes its headers.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <oneapi/dnnl/dnnl.hpp>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace workstation::onednn {
 
@@ -67,6 +71,64 @@ inline void appendActivation(dnnl::post_ops& operations, algorithm kind, float a
 #else
   operations.append_eltwise(kind, alpha, beta);
 #endif
+}
+
+inline memory::data_type typeOf(const memory::desc& layout) {
+#if DNNL_VERSION_MAJOR < 3
+  return layout.data_type();
+#else
+  return layout.get_data_type();
+#endif
+}
+
+/// What an operation does besides, and what version 3 must be given of it at each run.
+struct Scaling {
+  primitive_attr attributes;
+  std::unordered_map<int, memory> arguments;
+};
+
+/// Numbers in memory of their own.
+template <typename Number>
+memory listOf(const engine& processor, memory::data_type type, const std::vector<Number>& numbers) {
+  memory made({{static_cast<memory::dim>(numbers.size())}, type, memory::format_tag::x}, processor);
+  std::copy(numbers.begin(), numbers.end(), static_cast<Number*>(made.get_data_handle()));
+  return made;
+}
+
+/// A convolution of bytes: sum * factors[output] + offsets[output]. `offsets` becomes the bias to give it, which
+/// version 2 multiplies as well.
+inline Scaling scaleSums(const engine& processor, const std::vector<float>& factors, bool has_groups,
+                         std::vector<float>& offsets) {
+  Scaling made;
+#if DNNL_VERSION_MAJOR < 3
+  (void)processor, (void)has_groups;
+  made.attributes.set_output_scales(1 << 1, factors);
+  for (size_t output = 0; output < offsets.size(); ++output) offsets[output] /= factors[output];
+#else
+  (void)offsets;
+  made.attributes.set_scales_mask(DNNL_ARG_WEIGHTS, has_groups ? (1 << 0) | (1 << 1) : 1 << 0);
+  made.arguments[DNNL_ARG_ATTR_SCALES | DNNL_ARG_WEIGHTS] = listOf(processor, memory::data_type::f32, factors);
+#endif
+  return made;
+}
+
+/// A copy between floats and bytes that stand for (byte - zero) * scale.
+inline Scaling scaleBytes(const engine& processor, bool to_bytes, float scale, std::int32_t zero) {
+  Scaling made;
+  const int side = to_bytes ? DNNL_ARG_TO : DNNL_ARG_FROM;
+#if DNNL_VERSION_MAJOR < 3
+  (void)processor;
+  made.attributes.set_output_scales(0, {to_bytes ? 1 / scale : scale});
+  if (zero != 0) made.attributes.set_zero_points(side, 0, {zero});
+#else
+  made.attributes.set_scales_mask(side, 0);
+  made.arguments[DNNL_ARG_ATTR_SCALES | side] = listOf<float>(processor, memory::data_type::f32, {scale});
+  if (zero != 0) {
+    made.attributes.set_zero_points_mask(side, 0);
+    made.arguments[DNNL_ARG_ATTR_ZERO_POINTS | side] = listOf<std::int32_t>(processor, memory::data_type::s32, {zero});
+  }
+#endif
+  return made;
 }
 
 }  // namespace workstation::onednn

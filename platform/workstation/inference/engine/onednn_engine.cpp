@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <new>
 #include <set>
@@ -12,6 +12,7 @@
 
 #include "platform/workstation/inference/engine/onednn.h"
 #include "platform/workstation/inference/engine/plan.h"
+#include "platform/workstation/inference/engine/precision/bytes.h"
 #include "platform/workstation/inference/engine/shrink.h"
 #include "platform/workstation/inference/engine/threads.h"
 #include "platform/workstation/inference/engine/unsupported.h"
@@ -23,6 +24,7 @@ namespace {
 using onednn::algorithm;
 using onednn::memory;
 using Tag = memory::format_tag;
+using Type = memory::data_type;
 using Arguments = std::unordered_map<int, memory>;
 using Operation = std::function<void(const std::uint8_t* picture)>;
 
@@ -33,7 +35,7 @@ struct AlignedDelete {
 };
 using Buffer = std::unique_ptr<std::byte[], AlignedDelete>;
 
-memory::desc floats(const memory::dims& sizes, Tag layout) { return {sizes, memory::data_type::f32, layout}; }
+memory::desc floats(const memory::dims& sizes, Tag layout) { return {sizes, Type::f32, layout}; }
 
 memory::dims sizesOf(const Shape& shape) { return {1, shape.channels, shape.height, shape.width}; }
 
@@ -74,10 +76,18 @@ class SharedBuffers {
   std::set<size_t> m_free;
 };
 
+/// What a tensor's numbers are, and, if bytes, what they stand for.
+struct Format {
+  Type type = Type::f32;
+  Bytes bytes;
+  bool operator==(const Format&) const = default;
+};
+
 /// A tensor between two steps.
 struct Tensor {
   memory::desc layout;
   memory values;
+  Format format;
   size_t buffer = 0;
   size_t last_use = 0;  ///< the step that reads it last
 };
@@ -88,6 +98,7 @@ class OneDnnEngine : public Engine {
     const ScopedSigtermBlock no_sigterm_for_pool_threads;
     const ScopedOpenMpThreads threads;
     const Plan plan = planOf(task);
+    if (task.precision == Precision::kBytes) checkRanges(task.ranges, plan);
     m_plan = &plan;
     findLastUses();
     for (m_at = 0; m_at < plan.steps.size(); ++m_at) {
@@ -139,10 +150,19 @@ class OneDnnEngine : public Engine {
     return values;
   }
 
-  Tensor& make(const std::string& name, const memory::desc& layout) {
+  Tensor& make(const std::string& name, const memory::desc& layout, const Format& format = {}) {
     const size_t buffer = m_shared.take(layout.get_size());
-    return m_tensors.insert_or_assign(name, Tensor{layout, bind(layout, buffer), buffer, m_last_use.at(name)})
+    return m_tensors.insert_or_assign(name, Tensor{layout, bind(layout, buffer), format, buffer, m_last_use.at(name)})
         .first->second;
+  }
+
+  /// How a tensor is to be stored.
+  Format formatOf(const std::string& name) const {
+    const bool is_output = std::find(m_task.outputs.begin(), m_task.outputs.end(), name) != m_task.outputs.end();
+    if (is_output || m_task.precision == Precision::kFloats) return {};
+    if (m_task.precision == Precision::kShortFloats) return {Type::bf16, {}};
+    const auto& range = m_task.ranges.at(name);
+    return range ? Format{Type::u8, bytesFor(*range)} : Format{};
   }
 
   void execute(const dnnl::primitive& primitive, Arguments arguments) {
@@ -155,16 +175,44 @@ class OneDnnEngine : public Engine {
     execute(dnnl::reorder(from, to), {{DNNL_ARG_FROM, from}, {DNNL_ARG_TO, to}});
   }
 
-  /// The tensor in that layout: itself, or a copy that lives as long as it.
-  memory inLayout(const std::string& name, const memory::desc& layout) {
-    const Tensor& tensor = m_tensors.at(name);
-    if (tensor.layout == layout) return tensor.values;
+  /// A copy in another layout, and in other numbers where the formats differ.
+  void convert(const memory& from, const Format& given, const memory& to, const Format& wanted) {
+    const bool to_bytes = wanted.type == Type::u8;
+    if (given == wanted || (given.type != Type::u8 && !to_bytes)) return reorder(from, to);
+    const Bytes& bytes = to_bytes ? wanted.bytes : given.bytes;
+    auto scaling = onednn::scaleBytes(m_processor, to_bytes, bytes.scale, bytes.zero);
+    scaling.arguments.insert({{DNNL_ARG_FROM, from}, {DNNL_ARG_TO, to}});
+    const dnnl::reorder::primitive_desc description(m_processor, from.get_desc(), m_processor, to.get_desc(),
+                                                    scaling.attributes);
+    execute(dnnl::reorder(description), std::move(scaling.arguments));
+  }
+
+  /// The tensor in that layout and format: itself, or a copy that lives as long as the step.
+  memory inLayout(const std::string& name, const memory::desc& layout, const Format& format) {
+    const Tensor tensor = m_tensors.at(name);
+    if (tensor.layout == layout && tensor.format == format) return tensor.values;
     const std::string copy = name + " for step " + std::to_string(m_at);
     m_last_use[copy] = m_at;
-    const memory from = tensor.values;
-    memory to = make(copy, layout).values;
-    reorder(from, to);
+    memory to = make(copy, layout, format).values;
+    convert(tensor.values, tensor.format, to, format);
     return to;
+  }
+
+  /// The tensor as floats, the short ones where those are computed with, in a layout that all operations know.
+  memory asFloats(const std::string& name) {
+    const Tensor& tensor = m_tensors.at(name);
+    if (tensor.format.type != Type::u8) return tensor.values;
+    return inLayout(name, floats(sizesOfTensor(name), Tag::nhwc), {});
+  }
+
+  /// Turns what a step has made into the format that its readers want.
+  void store(const std::string& name) {
+    const Format wanted = formatOf(name);
+    const Tensor made = m_tensors.at(name);
+    if (made.format == wanted) return;
+    m_tensors.erase(name);
+    convert(made.values, made.format, make(name, {sizesOfTensor(name), wanted.type, Tag::nhwc}, wanted).values, wanted);
+    m_shared.give(made.buffer);
   }
 
   void add(const Step& step) {
@@ -205,39 +253,50 @@ class OneDnnEngine : public Engine {
 
   /// ReLU has an algorithm of its own, the fastest.
   static std::pair<algorithm, std::pair<float, float>> activation(const Limits& limits) {
-    if (std::isinf(limits.high)) return {algorithm::eltwise_relu, {0.0F, 0.0F}};
-    return {algorithm::eltwise_clip, {limits.low, limits.high}};
+    if (limits.low == 0 && std::isinf(limits.high)) return {algorithm::eltwise_relu, {0.0F, 0.0F}};
+    return {algorithm::eltwise_clip, {limits.low, std::min(limits.high, std::numeric_limits<float>::max())}};
   }
 
-  static onednn::primitive_attr attributesOf(const ConvolutionStep& step) {
+  /// The operations after a convolution, on numbers that are those of the target's bytes.
+  static dnnl::post_ops operationsOf(const ConvolutionStep& step, const ByteArithmetic& arithmetic, float scale) {
     dnnl::post_ops operations;
+    float zero = arithmetic.zero_before;
     for (const AfterStep& after : step.after) {
       if (after.limits) {
-        const auto [kind, limits] = activation(*after.limits);
+        const Limits moved{after.limits->low / scale + zero, after.limits->high / scale + zero};
+        const auto [kind, limits] = activation(moved);
         onednn::appendActivation(operations, kind, limits.first, limits.second);
       } else {
-        operations.append_sum(1.0F);
+        operations.append_sum(arithmetic.addend_factor);
+        zero = arithmetic.zero;
       }
     }
-    onednn::primitive_attr attributes;
-    attributes.set_post_ops(operations);
-    return attributes;
+    return operations;
   }
 
-  /// Weights' own layout is that of ONNX; oneDNN sets groups apart.
-  static memory::desc weightsLayout(const ConvolutionStep& step, bool is_free) {
+  /// oneDNN sets groups apart; ONNX's own layout of the weights, or a free one.
+  static memory::desc weightsLayout(const ConvolutionStep& step, Type type, bool is_free) {
     const auto& shape = step.weights->shape;
-    if (step.group == 1) return floats({shape[0], shape[1], shape[2], shape[3]}, is_free ? Tag::any : Tag::oihw);
-    return floats({step.group, shape[0] / step.group, shape[1], shape[2], shape[3]}, is_free ? Tag::any : Tag::goihw);
+    if (step.group == 1) {
+      return {{shape[0], shape[1], shape[2], shape[3]}, type, is_free ? Tag::any : Tag::oihw};
+    }
+    return {{step.group, shape[0] / step.group, shape[1], shape[2], shape[3]}, type, is_free ? Tag::any : Tag::goihw};
   }
 
-  dnnl::convolution_forward::primitive_desc describe(const Step& step) const {
+  /// The numbers that a convolution multiplies and writes.
+  struct Types {
+    Type source, weights, target;
+  };
+
+  dnnl::convolution_forward::primitive_desc describe(const Step& step, const Types& types, bool has_bias,
+                                                     const onednn::primitive_attr& attributes) const {
     const ConvolutionStep& given = step.convolution;
     const Padding& pads = given.padding;
-    const memory::desc bias = given.bias == nullptr ? memory::desc() : floats({given.weights->shape[0]}, Tag::x);
+    const memory::desc bias = has_bias ? floats({given.weights->shape[0]}, Tag::x) : memory::desc();
     try {
-      return onednn::describeConvolution(m_processor, attributesOf(given), floats(sizesOfTensor(step.source), Tag::any),
-                                         weightsLayout(given, true), bias, floats(sizesOfTensor(step.target), Tag::any),
+      return onednn::describeConvolution(m_processor, attributes, {sizesOfTensor(step.source), types.source, Tag::any},
+                                         weightsLayout(given, types.weights, true), bias,
+                                         {sizesOfTensor(step.target), types.target, Tag::any},
                                          {{given.stride_y, given.stride_x},
                                           {given.dilation_y - 1, given.dilation_x - 1},
                                           {pads.top, pads.left},
@@ -248,74 +307,110 @@ class OneDnnEngine : public Engine {
   }
 
   void addConvolution(const Step& step) {
-    const auto description = describe(step);
-    const memory source = inLayout(step.source, description.src_desc());
-    Arguments arguments{{DNNL_ARG_SRC, source},
-                        {DNNL_ARG_WEIGHTS, weights(step.convolution, description.weights_desc())}};
-    if (step.convolution.bias != nullptr) {
-      arguments[DNNL_ARG_BIAS] = constant(*step.convolution.bias, description.bias_desc());
+    const Format& source = m_tensors.at(step.source).format;
+    if (source.type == Type::u8 && canRead(step.convolution, source.bytes)) {
+      convolveBytes(step);
+    } else {
+      convolveFloats(step);
+      store(step.target);
     }
-    arguments[DNNL_ARG_DST] = target(step, description.dst_desc());
+  }
+
+  void convolveFloats(const Step& step) {
+    const ConvolutionStep& given = step.convolution;
+    const Type type = m_task.precision == Precision::kShortFloats ? Type::bf16 : Type::f32;
+    Format made = formatOf(step.target);
+    if (made.type == Type::u8) made = {};
+    onednn::primitive_attr attributes;
+    attributes.set_post_ops(operationsOf(given, {}, 1));
+    const auto description = describe(step, {type, type, made.type}, given.bias != nullptr, attributes);
+    const memory source = inLayout(step.source, description.src_desc(), {type, {}});
+    const memory plain(weightsLayout(given, Type::f32, false), m_processor,
+                       const_cast<float*>(given.weights->floats.data()));
+    Arguments arguments{{DNNL_ARG_SRC, source}, {DNNL_ARG_WEIGHTS, constant(plain, description.weights_desc())}};
+    if (given.bias != nullptr) {
+      arguments[DNNL_ARG_BIAS] = onednn::listOf(m_processor, Type::f32, given.bias->floats);
+    }
+    arguments[DNNL_ARG_DST] = target(step, description.dst_desc(), made, made);
     execute(dnnl::convolution_forward(description), std::move(arguments));
   }
 
-  /// Where a convolution writes: new memory, or, where it adds, what it adds to.
-  memory target(const Step& step, const memory::desc& layout) {
-    for (const AfterStep& after : step.convolution.after) {
-      if (after.limits) continue;
-      Tensor& addend = m_tensors.at(after.addend);
-      const bool is_mine = addend.last_use == m_at && addend.layout == layout && step.source != after.addend;
-      if (!is_mine) {
-        const memory from = addend.values;
-        memory to = make(step.target, layout).values;
-        reorder(from, to);
-        return to;
-      }
-      Tensor taken = addend;
-      taken.last_use = m_last_use.at(step.target);
-      m_tensors.erase(after.addend);
-      return m_tensors.insert_or_assign(step.target, taken).first->second.values;
-    }
-    return make(step.target, layout).values;
+  /// What it adds is of the target's type: its own bytes as they are, or others turned into the target's.
+  void convolveBytes(const Step& step) {
+    const ConvolutionStep& given = step.convolution;
+    const Format made = formatOf(step.target);
+    const std::string added = addendOf(given);
+    Format addend = made;
+    if (!added.empty() && m_tensors.at(added).format.type == made.type) addend = m_tensors.at(added).format;
+    ByteWeights weights = byteWeights(*given.weights);
+    ByteArithmetic arithmetic =
+        arithmeticOf(given, weights, m_tensors.at(step.source).format.bytes, addend.bytes, made.bytes);
+    auto scaling = onednn::scaleSums(m_processor, arithmetic.factors, given.group != 1, arithmetic.offsets);
+    scaling.attributes.set_post_ops(operationsOf(given, arithmetic, made.bytes.scale));
+    const auto description = describe(step, {Type::u8, Type::s8, made.type}, true, scaling.attributes);
+    const memory plain(weightsLayout(given, Type::s8, false), m_processor, weights.values.data());
+    Arguments arguments = std::move(scaling.arguments);
+    arguments[DNNL_ARG_SRC] = inLayout(step.source, description.src_desc(), m_tensors.at(step.source).format);
+    arguments[DNNL_ARG_WEIGHTS] = constant(plain, description.weights_desc());
+    arguments[DNNL_ARG_BIAS] = onednn::listOf(m_processor, Type::f32, arithmetic.offsets);
+    arguments[DNNL_ARG_DST] = target(step, description.dst_desc(), made, addend);
+    execute(dnnl::convolution_forward(description), std::move(arguments));
   }
 
-  memory weights(const ConvolutionStep& step, const memory::desc& layout) {
-    memory given(weightsLayout(step, false), m_processor, const_cast<float*>(step.weights->floats.data()));
+  /// Where a convolution writes: new memory, or, where it adds, what it adds to, which is in the format `addend`.
+  memory target(const Step& step, const memory::desc& layout, const Format& made, const Format& addend) {
+    const std::string added = addendOf(step.convolution);
+    if (added.empty()) return make(step.target, layout, made).values;
+    Tensor given = m_tensors.at(added);
+    const bool is_mine = given.last_use == m_at && given.layout == layout && step.source != added;
+    if (!is_mine) {
+      memory to = make(step.target, layout, made).values;
+      convert(given.values, given.format, to, addend);
+      return to;
+    }
+    given.last_use = m_last_use.at(step.target);
+    given.format = made;
+    m_tensors.erase(added);
+    return m_tensors.insert_or_assign(step.target, given).first->second.values;
+  }
+
+  /// A copy that stays, in that layout.
+  memory constant(memory plain, const memory::desc& layout) {
     memory kept(layout, m_processor);
-    dnnl::reorder(given, kept).execute(m_stream, given, kept);
+    dnnl::reorder(plain, kept).execute(m_stream, plain, kept);
     m_stream.wait();
     return kept;
   }
 
-  memory constant(const OnnxConstant& values, const memory::desc& layout) const {
-    memory kept(layout, m_processor);
-    std::memcpy(kept.get_data_handle(), values.floats.data(), values.floats.size() * sizeof(float));
-    return kept;
-  }
+  /// In the type of the floats that the memory holds.
+  static Format formatIn(const memory& values) { return {onednn::typeOf(values.get_desc()), {}}; }
 
   void addLimit(const Step& step) {
-    const Tensor source = m_tensors.at(step.source);
+    const memory source = asFloats(step.source);
+    const memory::desc layout = source.get_desc();
     const auto [kind, limits] = activation(step.limits);
-    const auto description =
-        onednn::describeActivation(m_processor, kind, source.layout, source.layout, limits.first, limits.second);
-    const memory target = make(step.target, source.layout).values;
-    execute(dnnl::eltwise_forward(description), {{DNNL_ARG_SRC, source.values}, {DNNL_ARG_DST, target}});
+    const auto description = onednn::describeActivation(m_processor, kind, layout, layout, limits.first, limits.second);
+    const memory target = make(step.target, layout, formatIn(source)).values;
+    execute(dnnl::eltwise_forward(description), {{DNNL_ARG_SRC, source}, {DNNL_ARG_DST, target}});
+    store(step.target);
   }
 
   void addSum(const Step& step) {
-    const Tensor source = m_tensors.at(step.source);
-    const memory addend = inLayout(step.addend, source.layout);
-    const auto description = onednn::describeSum(m_processor, source.layout, source.layout, source.layout);
-    const memory target = make(step.target, source.layout).values;
-    execute(dnnl::binary(description),
-            {{DNNL_ARG_SRC_0, source.values}, {DNNL_ARG_SRC_1, addend}, {DNNL_ARG_DST, target}});
+    const memory source = asFloats(step.source);
+    const memory::desc layout = source.get_desc();
+    const memory addend = inLayout(step.addend, layout, formatIn(source));
+    const auto description = onednn::describeSum(m_processor, layout, layout, layout);
+    const memory target = make(step.target, layout, formatIn(source)).values;
+    execute(dnnl::binary(description), {{DNNL_ARG_SRC_0, source}, {DNNL_ARG_SRC_1, addend}, {DNNL_ARG_DST, target}});
+    store(step.target);
   }
 
+  /// Between two bytes lie bytes that stand for what lies between.
   void addResize(const Step& step) {
     const Tensor source = m_tensors.at(step.source);
-    const auto description =
-        onednn::describeResizing(m_processor, source.layout, floats(sizesOfTensor(step.target), Tag::any));
-    const memory target = make(step.target, description.dst_desc()).values;
+    const auto description = onednn::describeResizing(m_processor, source.layout,
+                                                      {sizesOfTensor(step.target), source.format.type, Tag::any});
+    const memory target = make(step.target, description.dst_desc(), source.format).values;
     execute(dnnl::resampling_forward(description), {{DNNL_ARG_SRC, source.values}, {DNNL_ARG_DST, target}});
   }
 
@@ -323,7 +418,7 @@ class OneDnnEngine : public Engine {
   void addOutput(const std::string& name) {
     const Shape& shape = m_plan->shapes.at(name);
     const memory values(floats(sizesOf(shape), Tag::nchw), m_processor);
-    reorder(m_tensors.at(name).values, values);
+    convert(m_tensors.at(name).values, m_tensors.at(name).format, values, {});
     const auto count =
         static_cast<size_t>(shape.channels) * static_cast<size_t>(shape.height) * static_cast<size_t>(shape.width);
     m_results.push_back(
@@ -348,9 +443,12 @@ class OneDnnEngine : public Engine {
 
 }  // namespace
 
-bool isFastProcessor() {
+bool isFastProcessor() { return multiplies(Precision::kFloats); }
+
+bool multiplies(Precision precision) {
   const auto instructions = static_cast<unsigned>(dnnl::get_effective_cpu_isa());
-  const auto wanted = static_cast<unsigned>(dnnl::cpu_isa::avx2);
+  const auto wanted = static_cast<unsigned>(precision == Precision::kShortFloats ? dnnl::cpu_isa::avx512_core_bf16
+                                                                                 : dnnl::cpu_isa::avx2);
   return (instructions & wanted) == wanted;
 }
 

@@ -1,4 +1,4 @@
-// Networks run by oneDNN in 32-bit floats, in whatever layout of memory is fastest on this processor.
+// Networks run by oneDNN, in whatever layout of memory is fastest on this processor.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,11 @@ namespace workstation {
 /// Whether oneDNN is faster than OpenCV here: on x86 with AVX2. Elsewhere, as on arm64, it runs its slow kernels.
 bool isFastProcessor();
 
-/// Throws Unsupported when there is something in the network that it does not know.
+/// Whether the processor itself multiplies such numbers: any with AVX2 does bytes, few do short floats.
+bool multiplies(Precision precision);
+
+/// Throws Unsupported when there is something in the network that it does not know, or the ranges for bytes are not
+/// those of its tensors.
 std::unique_ptr<Engine> makeOneDnnEngine(const NetworkTask& task);
 
 }  // namespace workstation
