@@ -52,6 +52,7 @@ TEST(Certificates, AreRenewedInTimeAndTheAuthorityNever) {
   EXPECT_EQ(step(kNames, first->expires - 31 * 24h), Step::kKept);
   EXPECT_EQ(step(kNames, first->expires - 29 * 24h), Step::kRenewed);
   EXPECT_GT(readServerCertificate(place)->expires, first->expires + 700 * 24h);
+  EXPECT_EQ(step(kNames, now), Step::kRenewed) << "one that begins later";
   EXPECT_EQ(step({"ward3", "192.0.2.8"}, now), Step::kRenewed);
   EXPECT_EQ(readServerCertificate(place)->names, (std::vector<std::string>{"ward3", "192.0.2.8"}));
   for (const std::string& damage : {std::string(), std::string("x"), folder.read("tls/authority.pem"), authority}) {

@@ -176,6 +176,12 @@ TEST(SignedIn, OutlivesARestartAndEndsWithThePasswordOrUnused) {
   now += 2 * 24h;
   EXPECT_EQ(sessions.find(ida, all), nullptr) << "31 days";
   EXPECT_EQ(sessions.find(anna, all), &all.people[1]) << "2 days";
+  ASSERT_TRUE(sessions.settle(10s));
+  now -= 20'000 * 24h;
+  Sessions early(folder.path(), clock);
+  EXPECT_EQ(early.find(anna, all), &all.people[1]) << "the machine's clock is not set yet";
+  now += 20'000 * 24h;
+  EXPECT_EQ(early.find(anna, all), &all.people[1]) << "it was set";
   all.people[1].hash = "hash 3";
   EXPECT_EQ(sessions.find(anna, all), nullptr) << "a new password";
   all.people[1] = {"Berta", "hash 2", Role::kInstaller, false};
