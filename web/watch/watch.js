@@ -18,10 +18,12 @@ function watchingSince({ watching }) {
   return last?.active ? Date.parse(last.time) : null;
 }
 
-/** The reason of an alarm's beginning, where the program has told it. */
+/** The reason of an alarm's beginning, where the program has told it; one made here knows its event by its time. */
 function becauseOfAlarm(alarm, { events, past }) {
   const told = [...events, ...past.history].filter(({ name, because }) => because && name === alarm.event);
-  return told.find((change) => change.active && change.run === alarm.run && change.seq === alarm.seq)?.because;
+  const isIts = ({ run, seq, since, time }) =>
+    alarm.local ? (since ?? time) === alarm.began : run === alarm.run && seq === alarm.seq;
+  return told.find((change) => change.active && isIts(change))?.because;
 }
 
 function Alarms({ alarms, view }) {
