@@ -13,7 +13,7 @@ import { demoCamera, demoParameters, startProgram } from "../tests/web/program.j
 import { Receiver } from "../tests/web/receiver.js";
 
 const VIEWERS = 20;
-const EVENTS = 12;
+const EVENTS = 6;
 /** Of each 100 ms a busy process takes so many, beside what else there is to do. */
 const BUSY_MS = 85;
 const BUSY = `for (;;) { const end = Date.now() + ${BUSY_MS}; while (Date.now() < end); Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, ${100 - BUSY_MS}); }`;
