@@ -112,7 +112,7 @@ std::set<std::string> floatTensors(const Plan& plan, const std::vector<std::stri
       floats.insert(step.source);
     }
   }
-  std::set<std::string> read;  // by a layer of bytes
+  std::set<std::string> read;                          // by a layer of bytes
   for (size_t at = plan.steps.size(); at > 0; --at) {  // those that read a tensor come after it
     const Step& step = plan.steps[at - 1];
     if (!read.contains(step.target)) {
