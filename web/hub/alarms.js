@@ -13,10 +13,10 @@ const isOpen = ({ state }) => state !== "closed";
 /**
  * The alarms and who answers them.
  *
- * state: as the feed of events'; alarms: as the camera tells them, the newest first, and pause; receivers: whether they are reached. Of an event for which
- * there is no alarm, since the camera has none, its word is away or comes late, an alarm is made here (`local`), which
- * can only be seen: nothing that is active stays without a call. An alarm that cannot be answered while the camera is away
- * may be `hushed` in this browser, until the camera is back.
+ * state: as the feed of events'; alarms: as the camera tells them, the newest first, and pause; receivers: whether they
+ * are reached. Of an event for which there is no alarm, since the camera has none, its word is away or comes late, an
+ * alarm is made here (`local`), which can only be seen: nothing that is active stays without a call. An alarm that
+ * cannot be answered while the camera is away may be `hushed` in this browser, until the camera is back.
  */
 export class AlarmFeed {
   /**

@@ -8,7 +8,7 @@ import { toSend } from "../../../web/call/receivers.js";
 import { Sounder, tuneOf } from "../../../web/call/sound.js";
 import { AlarmFeed } from "../../../web/hub/alarms.js";
 import { Hub } from "../../../web/hub/hub.js";
-import { BED, FALL } from "./fixtures.js";
+import { BED, FALL, FakeSource } from "./fixtures.js";
 
 const NOON = Date.parse("2026-03-01T12:00:00.000Z");
 const at = (seconds) => new Date(NOON + seconds * 1000).toISOString();
@@ -139,23 +139,6 @@ describe("what is said of an alarm", () => {
     assert.deepEqual(JSON.parse(JSON.stringify(sent.levels)), levels);
   });
 });
-
-class FakeSource extends EventTarget {
-  static CLOSED = 2;
-  static opened = 0;
-  readyState = 0;
-  constructor() {
-    super();
-    FakeSource.newest = this;
-    FakeSource.opened += 1;
-  }
-  close() {
-    this.readyState = FakeSource.CLOSED;
-  }
-  say(type, data) {
-    this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
-  }
-}
 
 const native = { EventSource: globalThis.EventSource, fetch: globalThis.fetch };
 const settle = () => new Promise(setImmediate);

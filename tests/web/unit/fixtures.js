@@ -30,3 +30,21 @@ export const SETTINGS = frozen({
   depthM: "1.20",
   problems: [],
 });
+
+/** In the place of a browser's EventSource: `newest` is the last that was opened. */
+export class FakeSource extends EventTarget {
+  static CLOSED = 2;
+  static opened = 0;
+  readyState = 0; // a browser's while it connects again by itself
+  constructor() {
+    super();
+    this.constructor.newest = this;
+    this.constructor.opened += 1;
+  }
+  close() {
+    this.readyState = FakeSource.CLOSED;
+  }
+  say(type, data) {
+    this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
+  }
+}

@@ -4,25 +4,11 @@ import { afterEach, beforeEach, describe, test } from "node:test";
 import { Hub } from "../../../web/hub/hub.js";
 import { readPictures } from "../../../web/hub/streams.js";
 import { readiness } from "../../../web/watch/readiness.js";
-import { BED, FALL, LANDSCAPE as SIZE } from "./fixtures.js";
+import { BED, FALL, FakeSource, LANDSCAPE as SIZE } from "./fixtures.js";
 
 const TIME = "2026-03-01T12:00:00.000Z";
 
-class FakeSource extends EventTarget {
-  static CLOSED = 2;
-  static opened = 0;
-  readyState = 0; // a browser's while it connects again by itself
-  constructor() {
-    super();
-    FakeSource.newest = this;
-    FakeSource.opened += 1;
-  }
-  close() {
-    this.readyState = FakeSource.CLOSED;
-  }
-  say(type, data) {
-    this.dispatchEvent(Object.assign(new Event(type), { data: JSON.stringify(data) }));
-  }
+class EventFeed extends FakeSource {
   state({ seq = 3, run = "a", fall = false, bed = false, ...more } = {}) {
     const event = (name, active) => ({ name, active, since: active ? TIME : null });
     this.say("state", { time: TIME, run, seq, events: [event(FALL, fall), event(BED, bed)], history: [], ...more });
@@ -67,7 +53,7 @@ const seconds = async (count = 1) => {
     await settle();
   }
 };
-const feed = () => FakeSource.newest;
+const feed = () => EventFeed.newest;
 const state = () => readiness({ news: tab.news, settings: null, size: SIZE });
 
 /** A stream that the test writes to and that notices its end. */
@@ -98,14 +84,14 @@ const withText = (answer) => ({ text: async () => "", ...answer });
 
 beforeEach(async () => {
   Object.assign(globalThis, {
-    EventSource: FakeSource,
+    EventSource: EventFeed,
     fetch: async (url, { signal }) =>
       url.includes("video.cgi") ? openStream(url, signal) : withText(await answerOf(url)),
   });
   [clock, code, camera, held] = [1000, 200, "there", "<app>"];
   [fetched, streams] = [[], []];
   why = { ok: false, status: 404 };
-  FakeSource.opened = 0;
+  EventFeed.opened = 0;
   hub = new Hub(() => clock);
   hub.feed.open();
   tab = new Tab();
@@ -167,10 +153,10 @@ describe("the feed", () => {
     };
     assert.deepEqual([after(3000), after(1)], [false, true]);
     await seconds(11);
-    assert.equal(FakeSource.opened, 2);
+    assert.equal(EventFeed.opened, 2);
     feed().state({ seq: 50 });
     feed().change(1, FALL, true, { run: "b" });
-    assert.equal(FakeSource.opened, 3, "numbers of another run mean nothing");
+    assert.equal(EventFeed.opened, 3, "numbers of another run mean nothing");
     feed().state({ seq: 0, run: "b" });
     feed().change(1, FALL, true, { run: "b", closed_at_start: true });
     for (const active of [true, true, false]) feed().say("watching", { seq: 2, run: "b", active, time: TIME });
@@ -308,7 +294,7 @@ describe("tabs", () => {
     fetched = [];
     await seconds();
     assert.deepEqual(fetched, ["get_status_code", "get_execution_time"]);
-    assert.deepEqual([streams.length, FakeSource.opened], [1, 1]);
+    assert.deepEqual([streams.length, EventFeed.opened], [1, 1]);
   });
 
   test("a stream ends with the last who looks: hidden, closed, or gone without a word", async () => {
