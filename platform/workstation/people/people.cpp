@@ -106,10 +106,11 @@ std::string People::reset(const std::string& name) {
   return password;
 }
 
-void People::setPassword(const std::string& name, const std::string& password) {
+void People::setPassword(const std::string& name, const std::string& before, const std::string& password) {
   const std::string hash = checkedPassword(password);
   change([&](Register& edited) {
     Person& person = personIn(edited, name);
+    if (person.hash != before) throw PeopleRefusal(Kind::kConflict, "Somebody else has just changed the password.");
     person.hash = hash;
     person.must_change = false;
   });

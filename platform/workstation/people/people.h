@@ -41,7 +41,8 @@ class People {
   void setRole(const std::string& name, Role role);
   /// Returns the new password.
   std::string reset(const std::string& name);
-  void setPassword(const std::string& name, const std::string& password);
+  /// `before`: the hash of the password that whoever asks has shown; another by now is a conflict.
+  void setPassword(const std::string& name, const std::string& before, const std::string& password);
   void remove(const std::string& name);
   /// Returns the token, which nobody can learn afterwards.
   std::string addToken(const std::string& name, Role role);

@@ -26,6 +26,7 @@ class Sessions {
     std::string name;      ///< the person's
     std::string password;  ///< a hash of its hash: with another password the session is over, whatever a crash leaves
     TimeStamp used;
+    bool is_spared = false;
   };
 
   /// Returns the session's secret.
@@ -33,6 +34,8 @@ class Sessions {
   /// The person it is of, if that is so still.
   const Person* find(const std::string& secret, const Register& all);
   void end(const std::string& secret);
+  /// While its person's password changes a session goes on, whatever that is just now. A restart knows nothing of it.
+  void spare(const std::string& secret, bool is_spared);
 
   /// Waits for the disk, no longer than that.
   bool settle(std::chrono::milliseconds patience) { return m_disk.settle(patience); }

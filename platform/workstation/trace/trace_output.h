@@ -63,7 +63,7 @@ class LiveTrace final : public TraceSink {
   const std::shared_ptr<TraceFolder> m_folder;
   std::mutex m_mutex;
   SideThread m_writer;
-  SideThread m_voice{1};  ///< the system log may wait for the same disk
+  SideThread m_voice{10};  ///< the system log may wait for the same disk
   std::shared_ptr<const std::string> m_header;
   std::shared_ptr<const std::string> m_settings;
   std::uint64_t m_missed = 0;  ///< lines that no longer found a place in the queue

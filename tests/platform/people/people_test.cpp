@@ -72,8 +72,9 @@ TEST(People, AlwaysHaveAnInstallerAndNamesThatAreToldApart) {
   EXPECT_EQ(tried([&] { people.remove("Ida"); }), "done") << "not the last any more";
   EXPECT_EQ(tried([&] { people.remove("Ida"); }), "unknown");
   EXPECT_EQ(tried([&] { people.reset("Ida"); }), "unknown");
-  EXPECT_EQ(tried([&] { people.setPassword("Änne", "short"); }), "mistake");
-  people.setPassword("änne", "long enough");
+  EXPECT_EQ(tried([&] { people.setPassword("Änne", people.all()->person("Änne")->hash, "short"); }), "mistake");
+  EXPECT_EQ(tried([&] { people.setPassword("änne", "another's", "long enough"); }), "conflict") << "changed meanwhile";
+  people.setPassword("änne", people.all()->person("Änne")->hash, "long enough");
   EXPECT_FALSE(people.all()->person("Änne")->must_change);
   const std::string fresh = people.reset("Änne");
   EXPECT_TRUE(isPassword(fresh, people.all()->person("Änne")->hash));
@@ -184,6 +185,10 @@ TEST(SignedIn, OutlivesARestartAndEndsWithThePasswordOrUnused) {
   EXPECT_EQ(early.find(anna, all), &all.people[1]) << "it was set";
   all.people[1].hash = "hash 3";
   EXPECT_EQ(sessions.find(anna, all), nullptr) << "a new password";
+  sessions.spare(anna, true);
+  EXPECT_EQ(sessions.find(anna, all), &all.people[1]) << "while it changes";
+  sessions.spare(anna, false);
+  EXPECT_EQ(sessions.find(anna, all), nullptr) << "it did not change";
   all.people[1] = {"Berta", "hash 2", Role::kInstaller, false};
   EXPECT_EQ(sessions.find(anna, all), nullptr) << "nobody of that name";
   ASSERT_TRUE(sessions.settle(10s));

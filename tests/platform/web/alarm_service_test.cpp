@@ -95,6 +95,7 @@ TEST_F(AlarmServing, TellsAllAtFirstAndThenEachChangeAndTakesAnswers) {
 
 TEST_F(AlarmServing, TellsPausesAndTests) {
   HttpClient page = follow();
+  EXPECT_TRUE(next(page, "alarms")["pause"].is_null());
   const HttpReply paused = post(kAlarms, "action=pause&minutes=5&reason=washing");
   EXPECT_EQ(paused.status, 200);
   EXPECT_EQ(json::parse(paused.body)["pause"]["reason"], "washing");

@@ -34,8 +34,9 @@ struct Attempt {
 /// On the server's thread.
 class Service {
  public:
-  Service(HttpServer& server, std::shared_ptr<Access> access, Lockout guesses)
+  Service(HttpServer& server, std::shared_ptr<Access> access, Lockout guesses, std::chrono::milliseconds grace)
       : m_server(server),
+        m_grace(grace),
         m_access(std::move(access)),
         m_lockout(std::move(guesses)),
         m_judging(server.context(), kMostWaiting),
@@ -52,12 +53,17 @@ class Service {
   [[nodiscard]] Attempt attemptOf(SoupServerMessage* message, const std::string& name,
                                   const std::string& password) const;
   void checkPatience(SoupServerMessage* message, const Attempt& attempt);
+  void start(SideWork& work, SoupServerMessage* message, const Attempt& attempt,
+             const std::function<SideWork::Outcome()>& trial);
   void noteWrong(const Attempt& attempt);
   void welcome(SoupServerMessage* message, const Attempt& attempt);
-  void endChange(SoupServerMessage* message, const Attempt& attempt, const std::string& session, bool was_right);
+  void endChange(SoupServerMessage* message, const Attempt& attempt, const std::string& session,
+                 const Refusal& refusal);
+  void endLater(const std::string& session);
   [[nodiscard]] ordered_json document(const std::optional<Visitor>& visitor) const;
 
   HttpServer& m_server;
+  const std::chrono::milliseconds m_grace;
   const std::shared_ptr<Access> m_access;
   Lockout m_lockout;
   std::map<std::string, unsigned int> m_trying;  ///< by address
@@ -115,6 +121,19 @@ void Service::checkPatience(SoupServerMessage* message, const Attempt& attempt) 
   if (trying != m_trying.end() && trying->second >= kMostOfOne) throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE, kBusy};
 }
 
+/// Tries a password aside; throws Refusal when too many wait already.
+void Service::start(SideWork& work, SoupServerMessage* message, const Attempt& attempt,
+                    const std::function<SideWork::Outcome()>& trial) {
+  const bool is_started = work.start(message, [this, address = attempt.address, trial]() -> SideWork::Outcome {
+    return [this, address, outcome = trial()](SoupServerMessage* asking) {
+      if (--m_trying[address] == 0) m_trying.erase(address);
+      outcome(asking);
+    };
+  });
+  if (!is_started) throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE, kBusy};
+  ++m_trying[attempt.address];
+}
+
 void Service::noteWrong(const Attempt& attempt) {
   const unsigned int wrong = m_lockout.noteWrong(attempt.address, attempt.name);
   if ((wrong & (wrong - 1)) != 0) return;
@@ -131,18 +150,15 @@ void Service::signIn(SoupServerMessage* message, const HttpQuery& form) {
   }
   const Attempt attempt = attemptOf(message, fieldOf(form, "name"), fieldOf(form, "password"));
   checkPatience(message, attempt);
-  const bool is_started = m_judging.start(message, [this, attempt]() -> SideWork::Outcome {
+  start(m_judging, message, attempt, [this, attempt]() -> SideWork::Outcome {
     // As slow for somebody whom nobody knows.
     const bool is_right = isPassword(attempt.password, attempt.hash.empty() ? nobodysHash() : attempt.hash);
     return [this, attempt, is_right](SoupServerMessage* asking) {
-      if (--m_trying[attempt.address] == 0) m_trying.erase(attempt.address);
       if (is_right && !attempt.name.empty()) return welcome(asking, attempt);
       noteWrong(attempt);
       if (asking != nullptr) answerLine(asking, SOUP_STATUS_UNAUTHORIZED, "The name or the password is wrong.");
     };
   });
-  if (!is_started) throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE, kBusy};
-  ++m_trying[attempt.address];
 }
 
 void Service::welcome(SoupServerMessage* message, const Attempt& attempt) {
@@ -177,38 +193,71 @@ void Service::changePassword(SoupServerMessage* message, const HttpQuery& form) 
   if (!mistake.empty()) throw Refusal{SOUP_STATUS_BAD_REQUEST, mistake};
   checkPatience(message, attempt);
   const auto people = m_access->people();
-  const bool is_started = m_changing.start(message, [this, people, attempt, fresh, session]() -> SideWork::Outcome {
-    const bool is_right = isPassword(attempt.password, attempt.hash);
-    if (is_right) people->setPassword(attempt.name, fresh);
-    return [this, attempt, session, is_right](SoupServerMessage* asking) {
-      endChange(asking, attempt, session, is_right);
-    };
+  start(m_changing, message, attempt, [this, people, attempt, fresh, session]() -> SideWork::Outcome {
+    Refusal refusal{SOUP_STATUS_OK, ""};
+    try {
+      if (isPassword(attempt.password, attempt.hash)) {
+        people->setPassword(attempt.name, attempt.hash, fresh);
+      } else {
+        refusal = {SOUP_STATUS_FORBIDDEN, "The old password is wrong."};
+      }
+    } catch (const PeopleRefusal& refused) {
+      refusal = refusalOf(refused);
+    } catch (const std::exception& error) {
+      refusal = {SOUP_STATUS_INTERNAL_SERVER_ERROR, error.what()};
+    }
+    return
+        [this, attempt, session, refusal](SoupServerMessage* asking) { endChange(asking, attempt, session, refusal); };
   });
-  if (!is_started) throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE, kBusy};
+  m_access->sessions().spare(session, true);
 }
 
 void Service::endChange(SoupServerMessage* message, const Attempt& attempt, const std::string& session,
-                        bool was_right) {
-  if (!was_right) {
-    noteWrong(attempt);
-    if (message != nullptr) answerLine(message, SOUP_STATUS_FORBIDDEN, "The old password is wrong.");
+                        const Refusal& refusal) {
+  if (refusal.status != SOUP_STATUS_OK) {
+    m_access->sessions().spare(session, false);
+    if (refusal.status == SOUP_STATUS_FORBIDDEN) noteWrong(attempt);
+    if (message != nullptr) answerLine(message, refusal.status, refusal.line);
     return;
   }
   // Whoever knew the old one is out, and this session goes on as another.
   const auto all = m_access->people()->all();
   const Person* const person = all->person(attempt.name);
-  m_access->sessions().end(session);
   if (message != nullptr && person != nullptr) {
     m_access->setCookie(message, m_access->sessions().begin(*person));
     answerDocument(message, document(Visitor{person->name, person->role}));
+    endLater(session);
+  } else {
+    m_access->sessions().end(session);
   }
   m_server.recheck();
 }
 
+/// What the page asks before it has got its new cookie is under way with the old one, and no stranger's.
+void Service::endLater(const std::string& session) {
+  struct Ending {
+    Service* service;
+    std::string session;
+  };
+  constexpr auto end = +[](gpointer data) -> gboolean {
+    const auto* const ending = static_cast<Ending*>(data);
+    ending->service->m_access->sessions().end(ending->session);
+    ending->service->m_server.recheck();
+    return G_SOURCE_REMOVE;
+  };
+  GSource* const timer = g_timeout_source_new(static_cast<guint>(m_grace.count()));
+  auto owned = std::make_unique<Ending>(Ending{this, session});
+  g_source_set_callback(timer, end, owned.release(),
+                        [](gpointer data) { std::unique_ptr<Ending>(static_cast<Ending*>(data)); });
+  g_source_attach(timer, m_server.context());
+  g_source_unref(timer);
+}
+
 }  // namespace
 
-void addSession(HttpServer& server, const std::shared_ptr<Access>& access, Lockout guesses) {
-  const auto service = std::make_shared<Service>(server, access, std::move(guesses));
+void addSession(HttpServer& server, const std::shared_ptr<Access>& access, Lockout guesses,
+                std::chrono::milliseconds grace) {
+  const auto service = std::make_shared<Service>(server, access, std::move(guesses), grace);
   server.addEndpoint(kPath, [service](SoupServerMessage* message, const HttpQuery&) { service->tell(message); });
   server.addForm(
       kPath, [service](SoupServerMessage* message, const ProgramRequest& request) { service->obey(message, request); });
