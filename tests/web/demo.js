@@ -8,12 +8,11 @@ import { encodeSettings, parseSettings } from "../../web/program/wire.js";
 /**
  * The program, a gateway before it that can be cut, and a browser that takes the gateway without knowing it, for all
  * tests of a file; pages are closed after each test.
- * @param {() => ?object} parameters what an installer has set; the demo's room without
  */
-export function onTheDemo(parameters = demoParameters) {
+export function onTheDemo() {
   const demo = { pages: [] };
   before(async () => {
-    demo.program = await startProgram({ ...demoCamera(), parameters: parameters() });
+    demo.program = await startProgram({ ...demoCamera(), parameters: demoParameters() });
     demo.gateway = new Gateway(Number(demo.program.page.port));
     const rule = `MAP ${demo.program.page.host} 127.0.0.1:${await demo.gateway.plug()}`;
     demo.browser = await openBrowser([`--host-resolver-rules=${rule}`]);

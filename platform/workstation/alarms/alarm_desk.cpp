@@ -63,6 +63,12 @@ void AlarmDesk::start() {
   const std::weak_ptr<AlarmDesk> weak = weak_from_this();
   AlarmStore::Hooks hooks;
   hooks.floor = m_settings.floor;
+  hooks.calls = [weak](StoredCalls calls) {
+    const auto self = weak.lock();
+    if (!self) return;
+    const std::scoped_lock lock(self->m_mutex);
+    self->adopt(std::move(calls));
+  };
   hooks.loaded = [weak](AlarmPast past) {
     const auto self = weak.lock();
     if (!self) return;
@@ -124,15 +130,20 @@ void AlarmDesk::run() {
 // What was.
 
 /// Once, when the disk has told it.
+void AlarmDesk::adopt(StoredCalls calls) {
+  m_calls = std::move(calls.settings);
+  m_calls_problem = std::move(calls.problem);
+  m_book.skipTo(calls.floor);
+  if (!m_calls_problem.empty()) ::syslog(LOG_ERR, "%s", m_calls_problem.c_str());
+  m_calls_known = true;
+  for (AlarmListener* listener : m_listeners) listener->onCalls(m_calls);
+}
+
+/// The same.
 void AlarmDesk::adopt(AlarmPast past) {
   m_watermark = past.book.lastSeq();
-  m_calls = std::move(past.calls);
-  m_calls_problem = std::move(past.calls_problem);
   m_book.precede(std::move(past.book));
-  m_book.skipTo(past.floor);
-  for (const std::string& line : {past.damage, m_calls_problem}) {
-    if (!line.empty()) ::syslog(LOG_ERR, "%s", line.c_str());
-  }
+  if (!past.damage.empty()) ::syslog(LOG_ERR, "%s", past.damage.c_str());
   std::optional<Pause>& pause = m_book.pause();
   if (pause && pause->end == 0ns) {
     // A clock that was set cannot make it longer than it was meant to be.
@@ -145,10 +156,7 @@ void AlarmDesk::adopt(AlarmPast past) {
   }
   m_past_known = m_events_new = true;
   ++m_version;
-  for (AlarmListener* listener : m_listeners) {
-    listener->onCalls(m_calls);
-    listener->onPast(m_version);
-  }
+  for (AlarmListener* listener : m_listeners) listener->onPast(m_version);
   m_changed.notify_all();
 }
 
@@ -412,7 +420,7 @@ void AlarmDesk::reportTrouble() {
                                  " alarms call, but they and the answers to them are not "
                                  "stored (" +
                                  std::to_string(waiting) + " waiting): " + plain + "." +
-                                 (m_past_known ? "" : " Nobody outside is called meanwhile."));
+                                 (m_calls_known ? "" : " Nobody outside is called meanwhile."));
 }
 
 // What people do.
@@ -560,6 +568,11 @@ std::optional<std::uint64_t> AlarmDesk::firstOpen() const {
 bool AlarmDesk::isPastKnown() const {
   const std::scoped_lock lock(m_mutex);
   return m_past_known;
+}
+
+bool AlarmDesk::areCallsKnown() const {
+  const std::scoped_lock lock(m_mutex);
+  return m_calls_known;
 }
 
 std::optional<AlarmDesk::Outgoing> AlarmDesk::nextFor(std::uint64_t after, std::uint64_t begins, int level) const {

@@ -111,6 +111,8 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   [[nodiscard]] std::optional<std::uint64_t> firstOpen() const;
   /// Whether the journal of before has been read.
   [[nodiscard]] bool isPastKnown() const;
+  /// Whether what is set for calls has been; that comes first.
+  [[nodiscard]] bool areCallsKnown() const;
 
   /// What goes out next to a receiver: AlarmBook::nextFor.
   struct Outgoing {
@@ -131,6 +133,7 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   void run();
 
   // With the lock held.
+  void adopt(StoredCalls calls);
   void adopt(AlarmPast past);
   void takeUp(Alarm& alarm);
   void reconcile(const EventsNow& now);
@@ -165,6 +168,7 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   std::optional<TimeStamp> m_unstored_since;
   std::uint64_t m_version = 0;
   std::uint64_t m_watermark = 0;  ///< the highest number of an event that the journal knew
+  bool m_calls_known = false;
   bool m_past_known = false;
   bool m_events_new = true;  ///< the events' past is to be compared
   bool m_stopping = false;

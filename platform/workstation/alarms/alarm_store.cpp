@@ -129,6 +129,7 @@ struct AlarmStore::Core {
   bool is_posted = false;
 
   // The thread's own.
+  bool are_calls_known = false;
   std::filesystem::path path;
   FileDescriptor file;
   std::int64_t size = 0;
@@ -136,6 +137,7 @@ struct AlarmStore::Core {
   bool named = false;
 
   void work();
+  void loadCalls();
   void load();
   bool writeSome(std::unique_lock<std::mutex>& lock);
   [[nodiscard]] bool isRemoved() const;
@@ -166,9 +168,17 @@ void AlarmStore::Core::work() {
   is_posted = false;
 }
 
+/// First, and by itself: a journal that cannot be read keeps nobody from being called.
+void AlarmStore::Core::loadCalls() {
+  StoredCalls calls;
+  calls.settings = loadCallSettings(stateDirectory(), calls.problem);
+  if (hooks.floor) calls.floor = hooks.floor();
+  hooks.calls(std::move(calls));
+}
+
 void AlarmStore::Core::load() {
-  const std::filesystem::path directory = stateDirectory();
-  path = directory / kFile;
+  if (!std::exchange(are_calls_known, true)) loadCalls();
+  path = stateDirectory() / kFile;
   const Read read = readEnd(path);
   Loaded loaded = parse(read);
   AlarmPast past;
@@ -181,8 +191,6 @@ void AlarmStore::Core::load() {
     const std::scoped_lock lock(mutex);
     whole = Line{loaded.book.last(), allLines(loaded.book.entries())};
   }
-  past.calls = loadCallSettings(directory, past.calls_problem);
-  if (hooks.floor) past.floor = hooks.floor();
   past.book = std::move(loaded.book);
   hooks.loaded(std::move(past));
 }

@@ -15,22 +15,27 @@
 
 namespace workstation {
 
-/// What the disk knew when it was first read.
+/// Who is to be called, as the disk knew it when it was first read.
+struct StoredCalls {
+  CallSettings settings;
+  std::string problem;      ///< a line where what is set cannot be used
+  std::uint64_t floor = 0;  ///< numbers up to this one were given out, whatever the journal says
+};
+
+/// What the journal said when it was first read.
 struct AlarmPast {
   AlarmBook book;
-  CallSettings calls;
-  std::string calls_problem;  ///< a line where what is set for calls cannot be used
-  std::string damage;         ///< a line where the journal was damaged
-  std::uint64_t floor = 0;    ///< numbers up to this one were given out, whatever the journal says
+  std::string damage;  ///< a line where it was damaged
 };
 
 /// In the state directory, tried until it can be had.
 class AlarmStore {
  public:
   struct Hooks {
-    std::function<void(AlarmPast past)> loaded;         ///< once, before anything is written
+    std::function<void(StoredCalls calls)> calls;       ///< once, though the journal cannot be read
+    std::function<void(AlarmPast past)> loaded;         ///< once, after that and before anything is written
     std::function<void(std::uint64_t number)> written;  ///< all up to this one is on disk
-    std::function<std::uint64_t()> floor = {};          ///< for AlarmPast::floor; may ask the disk
+    std::function<std::uint64_t()> floor = {};          ///< for StoredCalls::floor; may ask the disk
     std::function<void()> removed = {};                 ///< the file has been: calls rewrite()
   };
 

@@ -64,6 +64,7 @@ class PostOffice::Implementation : public AlarmListener {
     std::uint64_t sending = 0;  ///< a number; 0 for none
     int failures = 0;           ///< in a row
     bool sends_test = false;
+    bool goes_back = false;  ///< what is being sent now does not count
   };
 
   void invoke(std::function<void()> function);
@@ -71,6 +72,7 @@ class PostOffice::Implementation : public AlarmListener {
   void setReceivers(const CallSettings& calls);
   void addLine(std::list<Line>& lines, const Receiver& receiver, int level);
   [[nodiscard]] Cursor firstCursor() const;
+  void goBack(Line& line);
   void sendNext(Line& line);
   void finish(Line& line, const Delivery& delivery);
   void hurry();
@@ -97,7 +99,7 @@ PostOffice::Implementation::Implementation(std::shared_ptr<AlarmDesk> desk, std:
       m_context(g_main_context_new()),
       m_loop(g_main_loop_new(m_context.get(), FALSE)) {
   m_desk->listen(*this);
-  if (m_desk->isPastKnown()) invoke([this] { setReceivers(m_desk->calls()); });
+  if (m_desk->areCallsKnown()) invoke([this] { setReceivers(m_desk->calls()); });
   const ScopedSigtermBlock no_sigterm;
   m_thread = std::thread([this] { work(); });
 }
@@ -154,8 +156,19 @@ void PostOffice::Implementation::onCalls(const CallSettings& calls) {
 
 void PostOffice::Implementation::onPast(std::uint64_t /*version*/) {
   invoke([this] {
+    for (Line& line : m_lines) goBack(line);
+    storeCursors();
     for (Line& line : m_lines) sendNext(line);
   });
+}
+
+/// To where the receiver was before: what the journal has kept for it comes first, and what it was told while that
+/// could not be read once more.
+void PostOffice::Implementation::goBack(Line& line) {
+  const auto before = m_cursors->of(line.receiver.name);
+  if (!before && !m_cursors->isLost()) return;
+  line.cursor = before.value_or(firstCursor());
+  line.goes_back = line.sending != 0;
 }
 
 /// Somebody needs help now: who could not be reached is tried at once.
@@ -222,6 +235,7 @@ void PostOffice::Implementation::sendNext(Line& line) {
 
 void PostOffice::Implementation::finish(Line& line, const Delivery& delivery) {
   const std::uint64_t number = std::exchange(line.sending, 0);
+  const bool counts = !std::exchange(line.goes_back, false);
   ReceiverStatus& status = line.status;
   status.time = ticker_clock::now();
   status.words = delivery.words;
@@ -232,7 +246,7 @@ void PostOffice::Implementation::finish(Line& line, const Delivery& delivery) {
     if (!was_reached) ::syslog(LOG_INFO, "%s is reached again", line.receiver.name.c_str());
     status.since.reset();
     line.failures = 0;
-    line.cursor.done = number;
+    if (counts) line.cursor.done = number;
     storeCursors();
     sendNext(line);
   } else {
@@ -250,8 +264,9 @@ void PostOffice::Implementation::finish(Line& line, const Delivery& delivery) {
   publish();
 }
 
-/// Those of receivers that are not called any more are forgotten.
+/// Those of receivers that are not called any more are forgotten. Not before it is known what the journal has for them.
 void PostOffice::Implementation::storeCursors() {
+  if (!m_desk->isPastKnown()) return;
   Cursors::All all;
   for (const Line& line : m_lines) all[line.receiver.name] = line.cursor;
   m_cursors->store(all);

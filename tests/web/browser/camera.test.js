@@ -1,6 +1,15 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { axeViolations, noComplaints, openBrowser, openSetup, pictureIsLive, says, toView } from "../browser.js";
+import {
+  axeViolations,
+  noComplaints,
+  openBrowser,
+  openPage,
+  openSetup,
+  pictureIsLive,
+  says,
+  toView,
+} from "../browser.js";
 import { demoCamera, demoParameters, startProgram } from "../program.js";
 import { startCamera } from "../rtsp.js";
 
@@ -113,4 +122,15 @@ test("a sensor that is not known is told, and another with its lens is kept for 
   assert.deepEqual([await model.inputValue(), await focal.inputValue()], ["AXIS P3265-LV", "4.1"]);
   await says(page.getByRole("row", { name: /camera\.focal_length_um/ }), "4100");
   noComplaints(page);
+});
+
+test("with the first person everybody has to sign in, and whoever adds it is that person", async () => {
+  const page = await openSetup(world.browser, world.program.page);
+  await toView(page, "People");
+  await page.getByLabel("Name of a new person").fill("Anna");
+  await page.getByRole("button", { name: "Add", exact: true }).click();
+  await says(page, "Password of Anna:");
+  await says(page.getByRole("banner"), "Anna");
+  const other = await openPage(world.browser, world.program.page);
+  await other.getByRole("heading", { name: "Sign in" }).waitFor();
 });

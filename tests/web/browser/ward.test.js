@@ -7,7 +7,8 @@ import { join } from "node:path";
 import { after, afterEach, before, test } from "node:test";
 import { promisify } from "node:util";
 import { NAMES, axeViolations, openBrowser, openPage, pictureIsLive, says, toView } from "../browser.js";
-import { demoCamera, demoParameters, makeFolder, runFor, startIn } from "../program.js";
+import { followGuide } from "../guide.js";
+import { demoCamera, makeFolder, runFor, startIn } from "../program.js";
 import { Receiver } from "../receiver.js";
 
 const run = promisify(execFile);
@@ -28,7 +29,7 @@ async function believingBrowser(authority, page) {
 }
 
 before(async () => {
-  const folder = await makeFolder({ ...demoCamera(), parameters: demoParameters() });
+  const folder = await makeFolder(demoCamera());
   const { stdout } = await runFor(folder, "tls");
   ward.program = await startIn(folder, "0.0.0.0:0", true);
   ward.browser = await believingBrowser(/^Authority: (.*)$/m.exec(stdout)[1], ward.program.page);
@@ -130,7 +131,7 @@ function gotEachNumber() {
   );
 }
 
-test("the installer signs in with the password that the first start shows once, and sets up people and calls", async () => {
+test("the installer signs in with the password that the first start shows once, follows the guide, sets up people and calls", async () => {
   const [, name, password] = /name +(\S+)\s+password +(\S+)/.exec(ward.program.output);
   ward.people[name] = password;
   const page = await open();
@@ -141,7 +142,8 @@ test("the installer signs in with the password that the first start shows once, 
   ward.people[name] = "the installer's own";
   await page.getByLabel("New password").fill(ward.people[name]);
   await press(page, "Change it");
-  await press(page, "Skip the guide");
+  await page.getByLabel("Old password").waitFor({ state: "detached" });
+  await followGuide(page);
   await toView(page, "People");
   for (const carer of ["Ben", "Cleo"]) {
     await page.getByLabel("Name of a new person").fill(carer);

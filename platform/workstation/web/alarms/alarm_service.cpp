@@ -237,7 +237,7 @@ void AlarmService::Implementation::tellAlarm(SoupServerMessage* message, const s
 }
 
 void AlarmService::Implementation::setCalls(SoupServerMessage* message, const ProgramRequest& request) {
-  if (!m_desk.isPastKnown()) {
+  if (!m_desk.areCallsKnown()) {
     return answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE,
                       "What is set for calls cannot be read yet, so nothing takes its place.");
   }

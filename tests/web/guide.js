@@ -1,5 +1,7 @@
+/** What an installer with no manual does in the guide, on the demo's room with nothing set. */
 import assert from "node:assert/strict";
-import { test } from "node:test";
+import { LANDSCAPE as SIZE } from "../../web/base/facts.js";
+import { parseSettings } from "../../web/program/wire.js";
 import {
   NAMES,
   alarmOf,
@@ -10,11 +12,9 @@ import {
   pictureIsLive,
   save,
   says,
-  toView,
   whereabouts,
-} from "../browser.js";
-import { onTheDemo } from "../demo.js";
-import { points } from "../unit/fixtures.js";
+} from "./browser.js";
+import { points } from "./unit/fixtures.js";
 
 const MATTRESS = points([357, 156], [503, 164], [364, 376], [150, 357]);
 /** What covers it and the air above it. */
@@ -26,7 +26,16 @@ const KEYS = [
   ["ArrowUp", "ArrowDown"],
 ];
 
-const demo = onTheDemo(() => undefined);
+const guideOn = (page) => page.getByRole("region", { name: /^Guide, step/ });
+const isAt = (page, name) => guideOn(page).getByRole("heading", { name }).waitFor();
+const next = (page) => guideOn(page).getByRole("button", { name: "Next" }).click();
+const ticked = (page) => guideOn(page).locator(".guide-steps").getByText("✓").count();
+
+/** The stored settings, asked for by whoever is signed in on the page. */
+async function settings(page) {
+  const text = await page.evaluate(async () => (await fetch("control.cgi?action=get_all_parameters")).text());
+  return parseSettings(text, SIZE);
+}
 
 /** Brings a floor point to its pixel by arrow keys, as one does with the loupe. */
 async function pressTo(page, name, target) {
@@ -38,21 +47,11 @@ async function pressTo(page, name, target) {
   assert.deepEqual(await whereabouts(page, name), target);
 }
 
-test("an installer with no manual follows the guide on an empty camera and sees both events", async () => {
-  const page = await demo.open();
-  const guide = page.getByRole("region", { name: /^Guide, step/ });
-  const step = (name) => guide.getByRole("heading", { name }).waitFor();
-  const next = () => guide.getByRole("button", { name: "Next" }).click();
-
-  await step(/See the picture/);
+async function calibrate(page) {
+  await isAt(page, /Place the floor points/);
   await pictureIsLive(page);
-  await says(guide, "The camera answers.");
-  await next();
-
-  await step(/Place the floor points/);
-  await pictureIsLive(page);
-  await says(guide, /still where the package puts them/);
-  assert.equal(await guide.locator(".guide-steps").getByText("✓").count(), 1, "only what is done is ticked");
+  await says(guideOn(page), /still where the package puts them/);
+  assert.equal(await ticked(page), 1, "only what is done is ticked");
   for (const [colour, [x, y]] of Object.entries(FLOOR)) {
     await drag(page, `${colour} floor point`, x / 1280, y / 720);
     await pressTo(page, `${colour} floor point`, [x, y]);
@@ -61,13 +60,14 @@ test("an installer with no manual follows the guide on an empty camera and sees 
   await page.getByLabel("Green to blue (depth)").fill("1.20");
   await handle(page, "Figure").waitFor();
   await save(page);
-  await says(guide, "Everything is saved.");
-  assert.equal(await guide.locator(".guide-steps").getByText("✓").count(), 2);
-  const stored = await demo.read();
-  assert.deepEqual([stored.floor, stored.widthM, stored.depthM], [points(...Object.values(FLOOR)), "1.60", "1.20"]);
-  await next();
+  await says(guideOn(page), "Everything is saved.");
+  assert.equal(await ticked(page), 2);
+  const { floor, widthM, depthM } = await settings(page);
+  assert.deepEqual([floor, widthM, depthM], [points(...Object.values(FLOOR)), "1.60", "1.20"]);
+}
 
-  await step(/Draw the bed/);
+async function drawBed(page) {
+  await isAt(page, /Draw the bed/);
   await page.getByRole("switch", { name: "Bed area 1 in use" }).check();
   await page.getByRole("button", { name: "Propose from the mattress" }).click();
   const mattress = (index) => `Mattress of bed 1, corner ${index + 1}`;
@@ -88,36 +88,42 @@ test("an installer with no manual follows the guide on an empty camera and sees 
     assert.ok(Math.abs(across - x / 12.8) <= 2 && Math.abs(down - y / 7.2) <= 2, `${across}, ${down}`);
   }
   await save(page);
-  await says(guide, "A bed area is switched on and saved.");
-  const drawn = (await demo.read()).beds[0];
-  assert.deepEqual([drawn.on, stored.outOfBed, stored.falls], [true, true, true]);
-  await next();
+  await says(guideOn(page), "A bed area is switched on and saved.");
+  const stored = await settings(page);
+  assert.deepEqual([stored.beds[0].on, stored.outOfBed, stored.falls], [true, true, true]);
+}
 
-  await step(/Watch an event/);
+/** Waits for both events, as cards, in the guide, in the banner and among what happened. */
+async function seeEvents(page) {
+  await isAt(page, /Watch an event/);
   for (const name of EVENTS) {
     const card = alarmOf(page, name);
     await card.waitFor({ timeout: 150000 });
     await says(card, /Since .*, for\s+\d+ second/);
     await says(card, /^Because .*\w.*\.$/);
   }
-  await says(guide, /Seen: /);
+  await says(guideOn(page), /Seen: /);
   await says(page.getByRole("banner"), "Fall detected, Patient out of bed");
-  await guide.getByRole("button", { name: "Finish" }).click();
-  await guide.waitFor({ state: "detached" });
+  await guideOn(page).getByRole("button", { name: "Finish" }).click();
+  await guideOn(page).waitFor({ state: "detached" });
   const cards = page.getByRole("list", { name: "What happened" }).getByRole("listitem");
   for (const name of EVENTS)
     await says(cards.filter({ hasText: name }).filter({ hasText: "still active" }), /^Because/);
-
   await page.reload();
   for (const name of EVENTS) await cards.filter({ hasText: name }).first().waitFor();
-  assert.equal(await guide.count(), 0, "the guide does not come back by itself");
-  noComplaints(page);
+  assert.equal(await guideOn(page).count(), 0, "the guide does not come back by itself");
+}
 
-  await toView(page, "People");
-  await page.getByLabel("Name of a new person").fill("Anna");
-  await page.getByRole("button", { name: "Add", exact: true }).click();
-  await says(page, "Password of Anna:");
-  await says(page.getByRole("banner"), "Anna");
-  const other = await demo.open();
-  await other.getByRole("heading", { name: "Sign in" }).waitFor();
-});
+/** From the guide's first step to its end; both events have been seen then. */
+export async function followGuide(page) {
+  await isAt(page, /See the picture/);
+  await pictureIsLive(page);
+  await says(guideOn(page), "The camera answers.");
+  await next(page);
+  await calibrate(page);
+  await next(page);
+  await drawBed(page);
+  await next(page);
+  await seeEvents(page);
+  noComplaints(page);
+}
