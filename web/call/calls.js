@@ -75,13 +75,15 @@ export function callWords(alarm, now) {
  */
 export function stateWithCalls(state, { alarms, pause }, now) {
   const [first] = openAlarms(alarms);
-  if (first && state.kind !== "alarm") {
-    const silence = state.silentWords && `, ${state.silentWords}`;
-    const key = first.ended ? "state.over" : "state.at";
-    const title = say(key, { event: eventName(first.event), at: at(first.ended ?? first.began, now) }) + silence;
-    return { ...state, ...lookOf(first), kind: "alarm", title };
+  const isActive = state.kind === "alarm";
+  if (first) {
+    const event = eventName(first.event);
+    // What goes on must not hide what is over and waits for an answer.
+    if (isActive && state.title.includes(event)) return { ...state, ...lookOf(first) };
+    const others = isActive ? state.title : state.silentWords;
+    const told = say(first.ended ? "state.over" : "state.at", { event, at: at(first.ended ?? first.began, now) });
+    return { ...state, ...lookOf(first), kind: "alarm", title: [told, others].filter(Boolean).join(", ") };
   }
-  if (first) return { ...state, ...lookOf(first) };
   if (pause && state.kind === "watching") {
     const title = say("state.paused", { at: at(pause.until, now) });
     return { ...state, kind: "partly", tone: "warn", sign: "‖", title };

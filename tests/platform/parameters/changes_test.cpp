@@ -82,9 +82,9 @@ TEST_F(Changes, AreToldNewestFirstAndOutliveARunThatWasKilled) {
 TEST_F(Changes, FillNoDisk) {
   ChangeJournal journal(m_folder.path());
   const std::string large(20000, 'x');
-  for (int i = 0; i < 60; ++i) journal.note("", std::to_string(i), large, large);
+  for (int i = 0; i < 32; ++i) journal.note("", std::to_string(i), large, large);
   ASSERT_TRUE(isStored(journal));
-  for (int i = 60; i < 120; ++i) journal.note("", std::to_string(i), large, large);
+  for (int i = 32; i < 64; ++i) journal.note("", std::to_string(i), large, large);
   ASSERT_TRUE(isStored(journal));
   EXPECT_LT(std::filesystem::file_size(m_folder / "changes.jsonl"), 3U << 19);
   EXPECT_LT(std::filesystem::file_size(m_folder / "changes.jsonl.1"), 3U << 19);
@@ -92,7 +92,7 @@ TEST_F(Changes, FillNoDisk) {
   const std::size_t kept = linesIn("changes.jsonl") + linesIn("changes.jsonl.1");
   EXPECT_GT(kept, 25U);
   ASSERT_TRUE(comes([&] { return known(next)["changes"].size() == kept; }));
-  EXPECT_EQ(known(next, 1)["changes"][0]["key"], "119");
+  EXPECT_EQ(known(next, 1)["changes"][0]["key"], "63");
 }
 
 TEST_F(Changes, WaitForADiskThatFailsAndAreWrittenOnce) {

@@ -114,6 +114,11 @@ describe("what is said of an alarm", () => {
     assert.deepEqual([over.kind, over.tone], ["alarm", "exit"]);
     assert.match(over.title, /^Patient out of bed, over since .*not seen yet/);
     assert.match(state([alarm("fall"), alarm("exit")]).title, /^Fall detected at /);
+    const goesOn = { ...green, kind: "alarm", tone: "alarm", title: "Patient out of bed" };
+    const both = state([alarm("fall", { ended: at(9) }), alarm("exit")], null, goesOn);
+    assert.match(both.title, /^Fall detected, over since .*, Patient out of bed$/, "none hides behind what goes on");
+    assert.equal(both.tone, "alarm");
+    assert.equal(state([alarm("exit")], null, goesOn).title, "Patient out of bed");
     const cut = { ...green, kind: "silent", tone: "off", title: "?", silentWords: "connection lost since 12:00" };
     assert.match(state([alarm("fall")], null, cut).title, /, connection lost since 12:00$/);
     const paused = state([], { until: at(600), by: "Anna" });
