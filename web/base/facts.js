@@ -33,6 +33,10 @@ export const TROUBLE = {
   cameraMoved: "camera-moved",
   standsStill: "analysis-stands-still",
   ticksLeftOut: "ticks-left-out",
+  notRecorded: "alarms-not-recorded",
+  notStored: "alarms-not-stored",
+  notReached: "receiver-not-reached",
+  lensAway: "lens-away",
 };
 
 /** Milliseconds after which a heartbeat, and what it says of a cycle or a picture, is old. */

@@ -569,4 +569,18 @@ export default {
   "wire.noSize": "Als Größe ist für „{what}“ „{shown}“ gespeichert; das ist keine Größe wie 1280x720. Wählen Sie eine.",
   "wire.point": "Bodenpunkt {colour}",
   "wire.unclear": "Die Einstellungen der Kamera sind nicht zu verstehen.",
+  "wrong.alarms-not-recorded": "Seit {since} werden Ereignisse nicht festgehalten; ein Neustart würde sie vergessen.",
+  "wrong.alarms-not-stored": "Seit {since} rufen Alarme, aber sie und die Antworten darauf werden nicht gespeichert.",
+  "wrong.analysis-stands-still": "Seit {since} wurde kein Bild ausgewertet.",
+  "wrong.camera-away": "Seit {since} gibt die Kamera kein Bild.",
+  "wrong.camera-moved": "Seit {since} blickt die Kamera woandershin als bei der Kalibrierung des Bodens.",
+  "wrong.lens-away":
+    "Seit {since} antwortet das Objektiv der Kamera nicht; der Boden kann nicht neu kalibriert werden.",
+  "wrong.lens-covered": "Seit {since} verdeckt etwas das Objektiv.",
+  "wrong.out-of-focus": "Seit {since} ist das Bild unscharf.",
+  "wrong.picture-frozen": "Seit {since} steht das Bild still.",
+  "wrong.receiver-not-reached": "Seit {since} sind nicht alle zu erreichen, die außerhalb gerufen werden sollen.",
+  "wrong.ticks-left-out": "Seit {since} werden Bilder ausgelassen; Alarme können spät kommen.",
+  "wrong.too-dark": "Seit {since} ist es zu dunkel, um jemanden zu sehen.",
+  "wrong.told": "{words} (Das Programm, auf Englisch: {text})",
 };

@@ -8,6 +8,9 @@ const TABLES = { en, de };
 /** The languages by their own names. */
 export const LANGUAGES = { en: "English", de: "Deutsch" };
 
+/** What the program itself says is English. */
+const PROGRAM_LANGUAGE = "en";
+
 const wished = globalThis.navigator?.languages ?? [];
 
 /** Chosen in this browser, else the first of the browser's that there is, else English. */
@@ -58,6 +61,18 @@ const UNWATCHED = [
 /** "not watching: too dark" of the name that the camera's feed gives; without a name, or one that is not known, less. */
 export const unwatchedWords = (why) =>
   UNWATCHED.includes(why) ? say("unwatched.because", { why: say(`unwatched.${why}`) }) : say("unwatched");
+
+/**
+ * A trouble of the heartbeat's: where English is not read, what is known of it before the program's own words.
+ * @param {{what: string, since: string, text: string}} trouble
+ */
+export function troubleWords({ what, since, text }) {
+  const began = Date.parse(since);
+  const isKnown = Object.values(TROUBLE).includes(what) && !Number.isNaN(began);
+  if (!isKnown || (LANGUAGE === PROGRAM_LANGUAGE && text)) return text || what;
+  const words = say(`wrong.${what}`, { since: clockTime(new Date(began)) });
+  return text ? say("wrong.told", { words, text }) : words;
+}
 
 export const onOrOff = (on) => say(on ? "on" : "off");
 

@@ -4,7 +4,7 @@
  */
 import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, hrefOf } from "../base/facts.js";
 import { decimal, limitProblem } from "../base/limits.js";
-import { areaName, clockTime, durationInWords, eventName, numberText, say } from "../base/words.js";
+import { areaName, clockTime, durationInWords, eventName, numberText, say, troubleWords } from "../base/words.js";
 import { floorPlacementProblem, floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { areaProblem, contains } from "../geometry/plane.js";
 
@@ -199,8 +199,8 @@ const MENDED = { [TROUBLE.cameraMoved]: "floor" };
 function heartbeatGaps({ heartbeat, beatAge }) {
   if (!Array.isArray(heartbeat.wrong)) return [gap(say("gap.tells"))];
   const has = (what) => heartbeat.wrong.some((entry) => entry.what === what);
-  const gaps = heartbeat.wrong.map(({ what, text }) =>
-    gap(text || what, MENDED[what] ?? null, BLIND.includes(what) ? EVENT_NAMES : []),
+  const gaps = heartbeat.wrong.map((trouble) =>
+    gap(troubleWords(trouble), MENDED[trouble.what] ?? null, BLIND.includes(trouble.what) ? EVENT_NAMES : []),
   );
   const [cycle, picture] = [heartbeat.cycle_age_ms, heartbeat.picture_age_ms].map((age) => age + beatAge);
   if (!heartbeat.cycle) gaps.push(gap(say("gap.noPicture"), null, EVENT_NAMES));

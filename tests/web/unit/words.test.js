@@ -5,7 +5,7 @@ import { join } from "node:path";
 import { describe, test } from "node:test";
 import { fileURLToPath } from "node:url";
 import { limitProblem, plainNumber } from "../../../web/base/limits.js";
-import { clockTime, durationInWords, eventName, failure, say } from "../../../web/base/words.js";
+import { clockTime, durationInWords, eventName, failure, say, troubleWords } from "../../../web/base/words.js";
 import de from "../../../web/base/words.de.js";
 import en from "../../../web/base/words.en.js";
 import { encodeSettings } from "../../../web/program/wire.js";
@@ -67,6 +67,30 @@ test("places are filled, plurals chosen, unknown words never shown as a key", ()
   assert.deepEqual([eventName("Fall Detected"), eventName("<new>")], ["Fall detected", "<new>"]);
   const error = failure("noNumber", { action: "get" }, { status: 7 });
   assert.deepEqual([say(error.said.key, error.said.values), error.status], [error.message, 7]);
+});
+
+test("what the program says of a trouble is led by the reader's language, where that is not its own", async () => {
+  const since = "2026-05-07T12:03:09Z";
+  assert.equal(troubleWords({ what: "camera-away", since, text: "Gone." }), "Gone.");
+  assert.match(
+    troubleWords({ what: "camera-away", since, text: "" }),
+    /^Since .*:03:09.* the camera gives no picture\.$/,
+  );
+  const own = Object.getOwnPropertyDescriptor(globalThis, "navigator");
+  Object.defineProperty(globalThis, "navigator", { value: { languages: ["de-AT"] }, configurable: true });
+  const german = await import("../../../web/base/words.js?german");
+  if (own) Object.defineProperty(globalThis, "navigator", own);
+  else delete globalThis.navigator;
+  assert.match(
+    german.troubleWords({ what: "camera-away", since, text: "Gone." }),
+    /^Seit .*:03:09.* gibt die Kamera kein Bild\. \(.*: Gone\.\)$/,
+  );
+  for (const trouble of [
+    { what: "new-one", since, text: "New." },
+    { what: "too-dark", since: "?", text: "New." },
+  ]) {
+    assert.equal(german.troubleWords(trouble), "New.");
+  }
 });
 
 test("durations are told in their two largest units, clock times with another day in front", () => {
