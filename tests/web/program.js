@@ -38,6 +38,8 @@ export async function makeFolder(camera) {
 }
 
 const stateIn = (folder) => join(folder, "state");
+/** Where its program keeps the alarms. */
+export const alarmJournal = (folder) => join(stateIn(folder), "alarms.jsonl");
 
 /** Runs a command that comes to its end, such as `tls`, for a folder's program. */
 export const runFor = (folder, command) =>
