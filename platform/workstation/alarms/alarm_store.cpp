@@ -187,7 +187,7 @@ void AlarmStore::Core::load() {
   file = FileDescriptor(::open(path.c_str(), kFlags));  // where there is one
   bool is_replaced = loaded.trimmed;
   if (loaded.damaged > 0) past.damage = keepDamaged(path, loaded.damaged, is_replaced);
-  if (is_replaced && loaded.book.last() > 0) {
+  if (is_replaced) {
     const std::scoped_lock lock(mutex);
     whole = Line{loaded.book.last(), allLines(loaded.book.entries())};
   }

@@ -16,6 +16,7 @@
 
 #include "platform/support/owners.h"
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/utc_text.h"
 
 namespace workstation {
 namespace {
@@ -207,10 +208,7 @@ ordered_json documentOf(const Receiver& receiver, bool with_secrets) {
 }  // namespace
 
 bool isWithin(const std::vector<CallHours>& hours, TimeStamp now) {
-  const std::time_t seconds =
-      std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(now));
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
+  const std::tm local = localTime(now);
   const int minute = local.tm_hour * 60 + local.tm_min;
   return std::any_of(hours.begin(), hours.end(), [minute](const CallHours& one) {
     const bool has_begun = minute >= one.from;

@@ -18,11 +18,17 @@ std::string utcText(TimeStamp time) {
   return text;
 }
 
-std::string localClock(TimeStamp time) {
+std::tm localTime(TimeStamp time) {
   const std::time_t seconds =
       std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(time));
   std::tm local{};
+  ::tzset();  // localtime_r alone would keep the zone of its first call
   ::localtime_r(&seconds, &local);
+  return local;
+}
+
+std::string localClock(TimeStamp time) {
+  const std::tm local = localTime(time);
   char text[16];
   std::strftime(text, sizeof text, "%H:%M", &local);
   return text;

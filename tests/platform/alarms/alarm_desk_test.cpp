@@ -131,7 +131,6 @@ TimeStamp localTime(int month, int day, int hour, int minute) {
 
 TEST_F(AlarmDeskTest, CallsAtTheHoursThatAreSetOnTheClockOfThePlace) {
   ::setenv("TZ", "Europe/Berlin", 1);
-  ::tzset();
   open();
   setCalls(R"({"events":{"exit":{"hours":[{"from":"22:00","to":"06:00"}]}}})");
   m_clock->setWall(localTime(11, 20, 21, 58));

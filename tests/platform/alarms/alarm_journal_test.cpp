@@ -237,6 +237,15 @@ TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {
   EXPECT_EQ(state("run-1") + state("run-2"), "calling 1calling 1");
   EXPECT_EQ(m_folder.read("alarms.jsonl.damaged-2"), damaged);
   EXPECT_EQ(m_folder.read("alarms.jsonl").find("garbage"), std::string::npos);
+  m_desk->close();
+  m_folder.write("alarms.jsonl", "garbage\n");
+  resetEvents("run3");
+  for (int start = 0; start < 2; ++start) {
+    open();
+    m_desk->close();
+  }
+  EXPECT_EQ(m_folder.read("alarms.jsonl.damaged-3"), "garbage\n");
+  EXPECT_FALSE(std::filesystem::exists(m_folder / "alarms.jsonl.damaged-4")) << "not once more at each start";
 }
 
 TEST_F(AlarmJournalTest, OfThousandsOfAlarmsTheOldestThatAreClosedGo) {
