@@ -36,6 +36,7 @@ export const TROUBLE = {
   notRecorded: "alarms-not-recorded",
   notStored: "alarms-not-stored",
   notReached: "receiver-not-reached",
+  certificateEnds: "certificate-ends",
   lensAway: "lens-away",
 };
 

@@ -574,6 +574,7 @@ export default {
   "wrong.analysis-stands-still": "Seit {since} wurde kein Bild ausgewertet.",
   "wrong.camera-away": "Seit {since} gibt die Kamera kein Bild.",
   "wrong.camera-moved": "Seit {since} blickt die Kamera woandershin als bei der Kalibrierung des Bodens.",
+  "wrong.certificate-ends": "Das Zertifikat der Seite läuft ab und ließ sich nicht erneuern (seit {since}).",
   "wrong.lens-away":
     "Seit {since} antwortet das Objektiv der Kamera nicht; der Boden kann nicht neu kalibriert werden.",
   "wrong.lens-covered": "Seit {since} verdeckt etwas das Objektiv.",

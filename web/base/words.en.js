@@ -567,6 +567,7 @@ export default {
   "wrong.analysis-stands-still": "Since {since} no picture has been analysed.",
   "wrong.camera-away": "Since {since} the camera gives no picture.",
   "wrong.camera-moved": "Since {since} the camera looks elsewhere than when its floor was calibrated.",
+  "wrong.certificate-ends": "The page's certificate comes to its end and could not be renewed (since {since}).",
   "wrong.lens-away": "Since {since} the camera's lens does not answer; the floor cannot be calibrated anew.",
   "wrong.lens-covered": "Since {since} something covers the lens.",
   "wrong.out-of-focus": "Since {since} the picture is out of focus.",

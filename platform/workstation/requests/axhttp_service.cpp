@@ -328,6 +328,9 @@ struct _AXHttpHandler {
     workstation::addSession(server, settings.access);
     workstation::addPeople(server, settings.access, workstation::noteChange);
     workstation::addAuthority(server, variable("VELMOR_TLS"));
+    if (const std::string folder = variable("VELMOR_TLS"); !folder.empty()) {
+      certificate.emplace(server, workstation::CertificateKeeper::Settings{.folder = folder});
+    }
     if (calls) alarms.emplace(server, *calls->desk, calls->post, workstation::AlarmServiceSettings{.note = noteCalls});
     workstation::addWhy(server, workstation::liveExplanation);
     workstation::addCamera(server, {.checker = besideThisProgram("velmor_camera")});
@@ -387,6 +390,7 @@ struct _AXHttpHandler {
   workstation::EventFeed feed;
   workstation::ViewStreams streams;
   std::optional<workstation::AlarmService> alarms;
+  std::optional<workstation::CertificateKeeper> certificate;
 };
 
 AXHttpHandler* ax_http_handler_new(AXRequestCallback callback, gpointer user_data) {

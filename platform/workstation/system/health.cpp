@@ -66,6 +66,8 @@ const char* nameOf(Trouble trouble) {
       return "alarms-not-stored";
     case Trouble::kReceiverNotReached:
       return "receiver-not-reached";
+    case Trouble::kCertificateEnds:
+      return "certificate-ends";
     case Trouble::kAnalysisStandsStill:
       return "analysis-stands-still";
     case Trouble::kCameraAway:
@@ -101,6 +103,7 @@ bool blinds(Trouble trouble) {
     case Trouble::kAlarmsNotRecorded:
     case Trouble::kAlarmsNotStored:
     case Trouble::kReceiverNotReached:
+    case Trouble::kCertificateEnds:
     case Trouble::kLensAway:
     case Trouble::kTicksLeftOut:
       return false;

@@ -16,6 +16,7 @@ enum class Trouble {
   kAlarmsNotRecorded,
   kAlarmsNotStored,      ///< answers to alarms above all
   kReceiverNotReached,   ///< somebody who should be called outside
+  kCertificateEnds,      ///< the page's, without which no telephone is called
   kAnalysisStandsStill,  ///< derived: no cycle was complete for kLongestSilence
   kCameraAway,
   kPictureFrozen,  ///< this and the next four: the camera gives pictures, and they do not show the room as they should

@@ -182,6 +182,7 @@ class HttpServer::Implementation {
 
   std::uint16_t listen(const ListenAddress& where);
   void stop();
+  void setCertificate(const std::string& pem);
   void recheck();
   void invoke(std::function<void()> function) const;
 
@@ -226,7 +227,7 @@ class HttpServer::Implementation {
   };
 
   void run();
-  void takeCertificate();
+  static GLibPtr<GTlsCertificate> certificateOf(const std::string& pem);
   void connectSignals();
   void watchListener();
   void rest();
@@ -285,7 +286,7 @@ std::uint16_t HttpServer::Implementation::listen(const ListenAddress& where) {
   if (!isLoopback(where.address) && !m_settings.access) {
     throw std::runtime_error(where.address + ": other machines reach this address, and nobody says who may come in");
   }
-  takeCertificate();
+  if (!m_settings.certificate.empty()) m_certificate = certificateOf(m_settings.certificate);
   std::uint16_t port = 0;
   m_listener = listeningSocket(where, port);
   if (m_settings.access) m_settings.access->open({isLoopback(where.address), m_certificate != nullptr, port});
@@ -300,11 +301,16 @@ std::uint16_t HttpServer::Implementation::listen(const ListenAddress& where) {
   return port;
 }
 
-void HttpServer::Implementation::takeCertificate() {
-  if (m_settings.certificate.empty()) return;
+GLibPtr<GTlsCertificate> HttpServer::Implementation::certificateOf(const std::string& pem) {
   CaughtError error;
-  m_certificate.reset(g_tls_certificate_new_from_pem(m_settings.certificate.c_str(), -1, error.out()));
-  if (!m_certificate) throw std::runtime_error("the certificate cannot be used: " + error.text());
+  GLibPtr<GTlsCertificate> certificate(g_tls_certificate_new_from_pem(pem.c_str(), -1, error.out()));
+  if (!certificate) throw std::runtime_error("the certificate cannot be used: " + error.text());
+  return certificate;
+}
+
+void HttpServer::Implementation::setCertificate(const std::string& pem) {
+  const std::shared_ptr<GTlsCertificate> certificate = certificateOf(pem);
+  invoke([this, certificate] { m_certificate = share(certificate.get()); });
 }
 
 void HttpServer::Implementation::run() {
@@ -791,6 +797,8 @@ void HttpServer::setProgram(Program program) { m_implementation->m_program = std
 std::uint16_t HttpServer::listen(const ListenAddress& where) { return m_implementation->listen(where); }
 
 void HttpServer::stop() { m_implementation->stop(); }
+
+void HttpServer::setCertificate(const std::string& pem) { m_implementation->setCertificate(pem); }
 
 void HttpServer::recheck() { m_implementation->recheck(); }
 

@@ -71,6 +71,10 @@ class HttpServer {
   /// does not listen.
   void stop();
 
+  /// Connections from now on get this one, of a server that is https; from any thread. Throws std::runtime_error with
+  /// one line for one that cannot be used.
+  void setCertificate(const std::string& pem);
+
   /// Who is there may not be any more: ends streams and feeds of whoever would not get them now. On the server's
   /// thread.
   void recheck();

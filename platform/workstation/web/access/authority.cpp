@@ -3,11 +3,17 @@
 #include <gio/gio.h>
 #include <syslog.h>
 
+#include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
+#include "platform/support/owners.h"
 #include "platform/workstation/certificates/certificates.h"
 #include "platform/workstation/system/durable_file.h"
+#include "platform/workstation/system/health.h"
+#include "platform/workstation/system/side_thread.h"
+#include "platform/workstation/system/utc_text.h"
 
 namespace workstation {
 
@@ -28,6 +34,70 @@ void takeCertificate(const std::filesystem::path& folder, HttpServerSettings& se
   } catch (const std::exception& error) {
     throw std::runtime_error("there is no page: " + std::string(error.what()) + kAdvice);
   }
+}
+
+/// Shared with the thread that asks the disk, which may outlive the keeper.
+struct CertificateKeeper::State {
+  using Time = std::chrono::system_clock::time_point;
+
+  Settings settings;
+  SideThread side{1};
+  GLibPtr<GSource> timer;
+  std::mutex mutex;
+  HttpServer* server = nullptr;  ///< null once the keeper has gone
+  Time expires = Time::max();    ///< of the certificate that the server has
+
+  /// Off the server's thread: the disk may hang.
+  void look() {
+    try {
+      if (const auto known = readServerCertificate(settings.folder)) {
+        expires = known->expires;
+        if (prepareCertificates(settings.folder, known->names, settings.now()).step != Prepared::Step::kKept) take();
+      }
+      endTrouble(Trouble::kCertificateEnds);
+    } catch (const std::exception& error) {
+      warn(error.what());
+    }
+  }
+
+  void take() {
+    const auto renewed = readServerCertificate(settings.folder);
+    if (!renewed) return;
+    expires = renewed->expires;
+    syslog(LOG_NOTICE, "the page's certificate was renewed, until %s", utcText(expires).c_str());
+    const std::scoped_lock lock(mutex);
+    if (server != nullptr) server->setCertificate(renewed->pem);
+  }
+
+  void warn(const std::string& reason) const {
+    constexpr std::chrono::hours kNear{20 * 24};
+    if (expires - settings.now() > kNear) return;
+    const std::string text = "The page's certificate ends on " + utcText(expires).substr(0, 10) +
+                             " and cannot be renewed; then browsers and telephones refuse the page.";
+    reportTrouble(Trouble::kCertificateEnds, text);
+    syslog(LOG_ERR, "%s %s", text.c_str(), reason.c_str());
+  }
+};
+
+CertificateKeeper::CertificateKeeper(HttpServer& server, Settings settings) : m_state(std::make_shared<State>()) {
+  m_state->settings = std::move(settings);
+  m_state->server = &server;
+  m_state->timer.reset(g_timeout_source_new(static_cast<guint>(m_state->settings.period.count())));
+  using Shared = std::weak_ptr<State>;
+  constexpr auto look = +[](gpointer data) -> gboolean {
+    const std::shared_ptr<State> state = static_cast<Shared*>(data)->lock();
+    if (state) state->side.post([state] { state->look(); });
+    return G_SOURCE_CONTINUE;
+  };
+  g_source_set_callback(m_state->timer.get(), look, std::make_unique<Shared>(m_state).release(),
+                        [](gpointer data) { const std::unique_ptr<Shared> owned(static_cast<Shared*>(data)); });
+  g_source_attach(m_state->timer.get(), server.context());
+}
+
+CertificateKeeper::~CertificateKeeper() {
+  m_state->timer.reset();
+  const std::scoped_lock lock(m_state->mutex);
+  m_state->server = nullptr;
 }
 
 void addAuthority(HttpServer& server, const std::filesystem::path& folder) {

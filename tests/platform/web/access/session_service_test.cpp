@@ -257,4 +257,36 @@ TEST_F(SignIn, OverTlsIsSecureForWhoeverBelievesTheAuthority) {
   for (HttpClient& client : silent) EXPECT_TRUE(client.seesEnd());
 }
 
+/// Days for which the certificate is good that a new connection gets.
+std::chrono::days daysLeft(std::uint16_t port) {
+  const GLibPtr<SoupSession> session(soup_session_new());
+  const GLibPtr<SoupMessage> message(soup_message_new("GET", ("https://localhost:" + std::to_string(port)).c_str()));
+  constexpr auto accept =
+      +[](SoupMessage*, GTlsCertificate*, GTlsCertificateFlags, gpointer) -> gboolean { return TRUE; };
+  g_signal_connect(message.get(), "accept-certificate", G_CALLBACK(accept), nullptr);
+  const GLibPtr<GBytes> got(soup_session_send_and_read(session.get(), message.get(), nullptr, nullptr));
+  GTlsCertificate* const certificate = soup_message_get_tls_peer_certificate(message.get());
+  if (certificate == nullptr) return std::chrono::days(0);
+  const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> end(g_tls_certificate_get_not_valid_after(certificate),
+                                                                     &g_date_time_unref);
+  return std::chrono::days((g_date_time_to_unix(end.get()) - std::time(nullptr)) / 86400);
+}
+
+TEST_F(SignIn, ACertificateThatEndsWhileTheProgramRunsIsRenewedOrStaffIsTold) {
+  const std::vector<std::string> names = {"localhost"};
+  prepareCertificates(m_folder / "tls", names, std::chrono::system_clock::now() - std::chrono::days(810));
+  takeCertificate(m_folder / "tls", m_settings);
+  const std::string authority = m_folder.read("tls/authority.pem");
+  m_folder.write("tls/authority.pem", "damaged");
+  addPeople();
+  serve();
+  EXPECT_EQ(daysLeft(m_port).count(), 9);
+  const CertificateKeeper keeper(*m_server, {.folder = m_folder / "tls", .period = 10ms});
+  EXPECT_TRUE(comes([] { return textOf(Trouble::kCertificateEnds).find("cannot be renewed") != std::string::npos; }));
+  m_folder.write("tls/authority.pem", authority);
+  EXPECT_TRUE(comes([this] { return daysLeft(m_port).count() > 800; }));
+  EXPECT_TRUE(comes([] { return textOf(Trouble::kCertificateEnds).empty(); }));
+  m_server->stop();
+}
+
 }  // namespace
