@@ -60,33 +60,21 @@ std::shared_ptr<AlarmDesk> AlarmDesk::open(AlarmDeskSettings settings) {
 AlarmDesk::AlarmDesk(AlarmDeskSettings settings) : m_settings(std::move(settings)) {}
 
 void AlarmDesk::start() {
-  const std::weak_ptr<AlarmDesk> weak = weak_from_this();
+  // On the store's thread, as long as there is a desk.
+  const auto locked = [weak = weak_from_this()](auto action) {
+    return [weak, action](auto&&... told) {
+      const auto self = weak.lock();
+      if (!self) return;
+      const std::scoped_lock lock(self->m_mutex);
+      action(*self, std::forward<decltype(told)>(told)...);
+    };
+  };
   AlarmStore::Hooks hooks;
   hooks.floor = m_settings.floor;
-  hooks.calls = [weak](StoredCalls calls) {
-    const auto self = weak.lock();
-    if (!self) return;
-    const std::scoped_lock lock(self->m_mutex);
-    self->adopt(std::move(calls));
-  };
-  hooks.loaded = [weak](AlarmPast past) {
-    const auto self = weak.lock();
-    if (!self) return;
-    const std::scoped_lock lock(self->m_mutex);
-    self->adopt(std::move(past));
-  };
-  hooks.written = [weak](std::uint64_t number) {
-    const auto self = weak.lock();
-    if (!self) return;
-    const std::scoped_lock lock(self->m_mutex);
-    self->count(number);
-  };
-  hooks.removed = [weak] {
-    const auto self = weak.lock();
-    if (!self) return;
-    const std::scoped_lock lock(self->m_mutex);
-    self->m_store->rewrite(self->m_book.entries());
-  };
+  hooks.calls = locked([](AlarmDesk& desk, StoredCalls calls) { desk.adopt(std::move(calls)); });
+  hooks.loaded = locked([](AlarmDesk& desk, AlarmPast past) { desk.adopt(std::move(past)); });
+  hooks.written = locked([](AlarmDesk& desk, std::uint64_t number) { desk.count(number); });
+  hooks.removed = locked([](AlarmDesk& desk) { desk.m_store->rewrite(desk.m_book.entries()); });
   {
     const std::scoped_lock lock(m_mutex);
     m_store = std::make_unique<AlarmStore>(std::move(hooks));

@@ -137,7 +137,7 @@ struct AlarmStore::Core {
   bool named = false;
 
   void work();
-  void loadCalls();
+  void loadCalls() const;
   void load();
   bool writeSome(std::unique_lock<std::mutex>& lock);
   [[nodiscard]] bool isRemoved() const;
@@ -169,7 +169,7 @@ void AlarmStore::Core::work() {
 }
 
 /// First, and by itself: a journal that cannot be read keeps nobody from being called.
-void AlarmStore::Core::loadCalls() {
+void AlarmStore::Core::loadCalls() const {
   StoredCalls calls;
   calls.settings = loadCallSettings(stateDirectory(), calls.problem);
   if (hooks.floor) calls.floor = hooks.floor();
