@@ -45,28 +45,35 @@ struct CertificateKeeper::State {
   GLibPtr<GSource> timer;
   std::mutex mutex;
   HttpServer* server = nullptr;  ///< null once the keeper has gone
-  Time expires = Time::max();    ///< of the certificate that the server has
+  std::string served;            ///< the certificate that the server was given here
+  Time expires = Time::max();    ///< of the one that the server has
 
   /// Off the server's thread: the disk may hang.
   void look() {
     try {
-      if (const auto known = readServerCertificate(settings.folder)) {
-        expires = known->expires;
-        if (prepareCertificates(settings.folder, known->names, settings.now()).step != Prepared::Step::kKept) take();
-      }
+      const auto known = readServerCertificate(settings.folder);
+      if (!known) return;
+      if (served.empty()) expires = known->expires;
+      prepareCertificates(settings.folder, known->names, settings.now());
+      take();
       endTrouble(Trouble::kCertificateEnds);
     } catch (const std::exception& error) {
       warn(error.what());
     }
   }
 
+  /// What lies in the folder, whoever has put it there: what is good there and not with the server helps nobody.
   void take() {
-    const auto renewed = readServerCertificate(settings.folder);
-    if (!renewed) return;
-    expires = renewed->expires;
-    syslog(LOG_NOTICE, "the page's certificate was renewed, until %s", utcText(expires).c_str());
+    const auto good = readServerCertificate(settings.folder);
+    if (!good || good->pem == served) return;
     const std::scoped_lock lock(mutex);
-    if (server != nullptr) server->setCertificate(renewed->pem);
+    if (server == nullptr) return;
+    server->setCertificate(good->pem);
+    if (good->expires != expires) {
+      syslog(LOG_NOTICE, "the page has another certificate, good until %s", utcText(good->expires).c_str());
+    }
+    served = good->pem;
+    expires = good->expires;
   }
 
   void warn(const std::string& reason) const {

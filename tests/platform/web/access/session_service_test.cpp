@@ -257,8 +257,8 @@ TEST_F(SignIn, OverTlsIsSecureForWhoeverBelievesTheAuthority) {
   for (HttpClient& client : silent) EXPECT_TRUE(client.seesEnd());
 }
 
-/// Days for which the certificate is good that a new connection gets.
-std::chrono::days daysLeft(std::uint16_t port) {
+/// For how many days the certificate is good that a new connection gets, and for how many names.
+std::pair<std::int64_t, unsigned int> served(std::uint16_t port) {
   const GLibPtr<SoupSession> session(soup_session_new());
   const GLibPtr<SoupMessage> message(soup_message_new("GET", ("https://localhost:" + std::to_string(port)).c_str()));
   constexpr auto accept =
@@ -266,10 +266,12 @@ std::chrono::days daysLeft(std::uint16_t port) {
   g_signal_connect(message.get(), "accept-certificate", G_CALLBACK(accept), nullptr);
   const GLibPtr<GBytes> got(soup_session_send_and_read(session.get(), message.get(), nullptr, nullptr));
   GTlsCertificate* const certificate = soup_message_get_tls_peer_certificate(message.get());
-  if (certificate == nullptr) return std::chrono::days(0);
+  if (certificate == nullptr) return {0, 0};
   const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> end(g_tls_certificate_get_not_valid_after(certificate),
                                                                      &g_date_time_unref);
-  return std::chrono::days((g_date_time_to_unix(end.get()) - std::time(nullptr)) / 86400);
+  const std::unique_ptr<GPtrArray, decltype(&g_ptr_array_unref)> names(g_tls_certificate_get_dns_names(certificate),
+                                                                       &g_ptr_array_unref);
+  return {(g_date_time_to_unix(end.get()) - std::time(nullptr)) / 86400, names ? names->len : 0};
 }
 
 TEST_F(SignIn, ACertificateThatEndsWhileTheProgramRunsIsRenewedOrStaffIsTold) {
@@ -280,12 +282,14 @@ TEST_F(SignIn, ACertificateThatEndsWhileTheProgramRunsIsRenewedOrStaffIsTold) {
   m_folder.write("tls/authority.pem", "damaged");
   addPeople();
   serve();
-  EXPECT_EQ(daysLeft(m_port).count(), 9);
+  EXPECT_EQ(served(m_port), std::pair(std::int64_t{9}, 1U));
   const CertificateKeeper keeper(*m_server, {.folder = m_folder / "tls", .period = 10ms});
   EXPECT_TRUE(comes([] { return textOf(Trouble::kCertificateEnds).find("cannot be renewed") != std::string::npos; }));
   m_folder.write("tls/authority.pem", authority);
-  EXPECT_TRUE(comes([this] { return daysLeft(m_port).count() > 800; }));
+  EXPECT_TRUE(comes([this] { return served(m_port).first > 800; }));
   EXPECT_TRUE(comes([] { return textOf(Trouble::kCertificateEnds).empty(); }));
+  prepareCertificates(m_folder / "tls", {"localhost", "ward3.lan"});
+  EXPECT_TRUE(comes([this] { return served(m_port).second == 2; })) << "one that was made beside it";
   m_server->stop();
 }
 
