@@ -7,7 +7,7 @@ enum class Fault {
   kNone,
   kFull,          ///< the tests' own: by a limit on the size of files
   kSyncFails,     ///< of files
-  kHangs,         ///< nothing can be written
+  kHangs,         ///< nothing can be written, and none of the page's files be read
   kJournalHangs,  ///< nothing can be written to events.jsonl
   kAlarmsHang,    ///< nothing can be written to alarms.jsonl
   kFolderFails,   ///< syncing a folder fails

@@ -18,6 +18,7 @@
 #include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/side_work.h"
 #include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_address.h"
 #include "platform/workstation/web/check_process.h"
@@ -30,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kPath = "/platform/camera";
 constexpr const char* kPicturePath = "/platform/camera/picture";
+constexpr std::size_t kMostWaiting = 8;
 
 /// A request that cannot be followed: a status and a line for whoever asked.
 struct Refusal {
@@ -67,7 +69,8 @@ bool playsRecording() { return kindOf(startedCamera().source) == SourceKind::kFi
 /// On the server's thread.
 class Service {
  public:
-  explicit Service(CameraServiceSettings settings) : m_settings(std::move(settings)) {}
+  Service(CameraServiceSettings settings, GMainContext* server)
+      : m_settings(std::move(settings)), m_storing(server, kMostWaiting) {}
 
   void tell(SoupServerMessage* message);
   void show(SoupServerMessage* message, const HttpQuery& query);
@@ -87,7 +90,8 @@ class Service {
   void look();
   void check(const HttpQuery& form);
   void takeOver(const HttpQuery& form, const std::string& by);
-  void choose(const HttpQuery& form, const std::string& by);
+  void choose(SoupServerMessage* message, const HttpQuery& form, const std::string& by);
+  void noteChosen(const Optics& chosen, const std::string& by);
   ordered_json document();
   [[nodiscard]] ordered_json checkDocument() const;
   [[nodiscard]] ordered_json takeoverDocument() const;
@@ -99,6 +103,7 @@ class Service {
   std::optional<Takeover> m_takeover;
   std::uint64_t m_taken_check = 0;  ///< what m_takeover is about
   std::optional<Optics> m_chosen;   ///< in this run, for the next
+  SideWork m_storing;
 };
 
 /// Takes the answer over when it has come.
@@ -182,7 +187,7 @@ void Service::obey(SoupServerMessage* message, const ProgramRequest& request) {
     } else if (action == "take_over") {
       takeOver(*request.parameters, by);
     } else if (action == "optics") {
-      choose(*request.parameters, by);
+      return choose(message, *request.parameters, by);
     } else {
       throw Refusal{SOUP_STATUS_BAD_REQUEST, "The action is check, take_over or optics."};
     }
@@ -227,15 +232,23 @@ void Service::takeOver(const HttpQuery& form, const std::string& by) {
                      });
 }
 
-void Service::choose(const HttpQuery& form, const std::string& by) {
+void Service::choose(SoupServerMessage* message, const HttpQuery& form, const std::string& by) {
   const Optics chosen = opticsFrom(valueOf(form, "product_name"), valueOf(form, "focal_length_um"));
-  const CameraDescription& camera = startedCamera();
-  try {
-    storeChosenOptics(stateDirectory(), chosen, camera);
-  } catch (const std::runtime_error& problem) {
-    throw Refusal{SOUP_STATUS_INTERNAL_SERVER_ERROR, problem.what()};
+  const auto work = [this, chosen, by, state = stateDirectory(), camera = startedCamera()]() -> SideWork::Outcome {
+    storeChosenOptics(state, chosen, camera);
+    return [this, chosen, by](SoupServerMessage* asking) {
+      noteChosen(chosen, by);
+      if (asking != nullptr) answerDocument(asking, SOUP_STATUS_ACCEPTED, document());
+    };
+  };
+  if (!m_storing.start(message, work)) {
+    throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE, "The disk does not answer; try again later."};
   }
-  const Optics before = m_chosen.value_or(opticsOf(camera));
+}
+
+/// It is on disk.
+void Service::noteChosen(const Optics& chosen, const std::string& by) {
+  const Optics before = m_chosen.value_or(opticsOf(startedCamera()));
   m_chosen = chosen;
   const auto note = [&by](const char* key, const std::string& from, const std::string& to) {
     if (from != to) noteChange(by, key, from, to);
@@ -247,7 +260,7 @@ void Service::choose(const HttpQuery& form, const std::string& by) {
 }  // namespace
 
 void addCamera(HttpServer& server, const CameraServiceSettings& settings) {
-  const auto service = std::make_shared<Service>(settings);
+  const auto service = std::make_shared<Service>(settings, server.context());
   server.addEndpoint(kPath, [service](SoupServerMessage* message, const HttpQuery&) { service->tell(message); });
   server.addEndpoint(kPicturePath,
                      [service](SoupServerMessage* message, const HttpQuery& query) { service->show(message, query); });

@@ -17,6 +17,7 @@
 #include "platform/workstation/system/signal_mask.h"
 #include "platform/workstation/web/access/access.h"
 #include "platform/workstation/web/access/addresses.h"
+#include "platform/workstation/web/access/side_work.h"
 #include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/page_files.h"
 
@@ -30,6 +31,9 @@ constexpr std::chrono::milliseconds kLingering{1000};
 constexpr guint kRest_ms = 1000;
 
 constexpr int kNiceness = 5;
+
+/// Of the page's files, while the disk gives none: a visit asks for all of them.
+constexpr std::size_t kMostFilesWaiting = 256;
 
 constexpr const char* kSocketKey = "velmor-socket";
 
@@ -159,6 +163,35 @@ GLibPtr<GSocket> listeningSocket(const ListenAddress& where, std::uint16_t& port
   }
 }
 
+/// What is to be said to whoever asks for a file of the page.
+struct FileAnswer {
+  std::optional<PageFile> file;  ///< none: there is no such page
+  std::optional<std::string> packed;
+  bool is_known = false;  ///< the asker has it already
+};
+
+FileAnswer fileAnswer(const std::filesystem::path& folder, const std::string& name, const std::string& known,
+                      bool takes_gzip) {
+  FileAnswer answer{readPageFile(folder, name), {}, false};
+  if (!answer.file) return answer;
+  answer.is_known = answer.file->version == known;
+  if (!answer.is_known && answer.file->is_text && takes_gzip) answer.packed = gzipped(answer.file->content);
+  return answer;
+}
+
+void sendFile(SoupServerMessage* message, const FileAnswer& answer) {
+  if (!answer.file) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
+  setHeader(message, "Cache-Control", "no-cache");
+  setHeader(message, "ETag", answer.file->version.c_str());
+  if (answer.file->is_text) setHeader(message, "Vary", "Accept-Encoding");
+  if (answer.is_known) return soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
+  if (answer.packed) setHeader(message, "Content-Encoding", "gzip");
+  const std::string& content = answer.packed ? *answer.packed : answer.file->content;
+  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
+  soup_server_message_set_response(message, answer.file->type.c_str(), SOUP_MEMORY_COPY, content.data(),
+                                   content.size());
+}
+
 /// As g_tls_server_connection_new() makes it, but without a database: clients show no certificates, and for those of
 /// the system's authorities each connection would read them all.
 GLibPtr<GIOStream> secured(GIOStream* stream, GTlsCertificate* certificate) {
@@ -175,7 +208,8 @@ class HttpServer::Implementation {
       : m_settings(std::move(settings)),
         m_page_prefix("/local/" + m_settings.application + "/"),
         m_context(g_main_context_new()),
-        m_loop(g_main_loop_new(m_context, FALSE)) {}
+        m_loop(g_main_loop_new(m_context, FALSE)),
+        m_reading(m_context, kMostFilesWaiting) {}
   ~Implementation();
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
@@ -262,10 +296,11 @@ class HttpServer::Implementation {
   Asked askedBy(SoupServerMessage* message, const std::string& path) const;
   bool admit(SoupServerMessage* message, const Asked& asked);
   void answerRequest(SoupServerMessage* message, const Asked& asked) const;
-  void answerFile(SoupServerMessage* message, const std::string& path) const;
+  void answerFile(SoupServerMessage* message, const std::string& path);
   static void redirect(SoupServerMessage* message, const std::string& target);
 
   GMainLoop* m_loop;
+  SideWork m_reading;  ///< the page's files
   GLibPtr<GSocket> m_listener;
   GSource* m_listener_source = nullptr;
   SoupServer* m_server = nullptr;
@@ -753,23 +788,19 @@ void HttpServer::Implementation::answerRequest(SoupServerMessage* message, const
   (*asked.program)(message, {asked.path, asked.method, asked.query, asked.parameters});
 }
 
-void HttpServer::Implementation::answerFile(SoupServerMessage* message, const std::string& path) const {
-  const auto file = path.starts_with(m_page_prefix)
-                        ? readPageFile(m_settings.page, std::string_view(path).substr(m_page_prefix.size()))
-                        : std::nullopt;
-  if (!file) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
-  setHeader(message, "Cache-Control", "no-cache");
-  setHeader(message, "ETag", file->version.c_str());
-  if (file->is_text) setHeader(message, "Vary", "Accept-Encoding");
-  if (textOrEmpty(requestHeader(message, "If-None-Match")) == file->version) {
-    soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
-    return;
+/// The disk is asked elsewhere: what was begun here, feeds of alarms above all, goes on though it does not answer.
+void HttpServer::Implementation::answerFile(SoupServerMessage* message, const std::string& path) {
+  if (!path.starts_with(m_page_prefix)) return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such page.");
+  const auto work = [folder = m_settings.page, name = path.substr(m_page_prefix.size()), takes = takesGzip(message),
+                     known = std::string(textOrEmpty(requestHeader(message, "If-None-Match")))]() -> SideWork::Outcome {
+    auto answer = std::make_shared<FileAnswer>(fileAnswer(folder, name, known, takes));
+    return [answer](SoupServerMessage* asking) {
+      if (asking != nullptr) sendFile(asking, *answer);
+    };
+  };
+  if (!m_reading.start(message, work)) {
+    answerLine(message, SOUP_STATUS_SERVICE_UNAVAILABLE, "The disk does not answer; try again later.");
   }
-  const auto packed = file->is_text && takesGzip(message) ? gzipped(file->content) : std::nullopt;
-  if (packed) setHeader(message, "Content-Encoding", "gzip");
-  const std::string& content = packed ? *packed : file->content;
-  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-  soup_server_message_set_response(message, file->type.c_str(), SOUP_MEMORY_COPY, content.data(), content.size());
 }
 
 void HttpServer::Implementation::redirect(SoupServerMessage* message, const std::string& target) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/workstation/events/event_hub.h"
+#include "platform/workstation/web/camera_service.h"
 #include "tests/platform/conditions.h"
 #include "tests/platform/disk_faults.h"
 #include "tests/platform/web/http_serving.h"
@@ -26,6 +27,8 @@ class AlarmServing : public HttpServing {
     m_desk = AlarmDesk::open();
     m_post = std::make_unique<PostOffice>(m_desk, std::make_shared<Cursors>());
     m_server = std::make_unique<HttpServer>(m_settings);
+    m_folder.write("camera.json", R"({"source": "film.mp4"})");
+    addCamera(*m_server, {});
     AlarmServiceSettings settings;
     settings.feed.viewers = 3;
     settings.patience = 3s;
@@ -132,6 +135,21 @@ TEST_F(AlarmServing, AnAnswerThatIsNotOnDiskSaysSoUntilItIs) {
   json told = next(page, "alarm");
   while (told.is_object() && told["state"] != "closed") told = next(page, "alarm");
   EXPECT_EQ(told["answers"][0]["stored"], true) << told;
+}
+
+TEST_F(AlarmServing, WhoWaitsForADiskThatHangsHoldsUpNoAlarm) {
+  HttpClient page = follow();
+  EXPECT_TRUE(next(page, "alarms")["alarms"].empty());
+  disk_fault = Fault::kHangs;
+  HttpClient file(m_port, requestText(m_port, "GET", kPage));
+  HttpClient lens(m_port, requestText(m_port, "POST", "/platform/camera", kFormFromPage,
+                                      "action=optics&product_name=AXIS+P3265-LV&focal_length_um=3700"));
+  EXPECT_TRUE(file.isOpen(200ms) && lens.isOpen(200ms));
+  change(1, true);
+  EXPECT_EQ(next(page, "alarm")["id"], "run-1");
+  disk_fault = Fault::kNone;
+  EXPECT_EQ(file.receive().body, "<title>page</title>");
+  EXPECT_EQ(json::parse(lens.receive().body)["optics"]["chosen"]["product_name"], "AXIS P3265-LV");
 }
 
 TEST_F(AlarmServing, RefusesWhatCannotBeInOneLine) {
