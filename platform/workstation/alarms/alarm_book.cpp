@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <utility>
 
 namespace workstation {
@@ -135,6 +134,7 @@ void AlarmBook::precede(AlarmBook&& past) {
   const AlarmBook now = std::exchange(*this, std::move(past));
   for (AlarmEntry& entry : since) apply(std::move(entry));
   m_last = std::max(m_last, now.m_last);
+  m_kept_above = now.m_kept_above;
   for (const auto& [number, alarm] : now.m_alarms) {
     Alarm* const known = find(alarm.id);
     if (known != nullptr) *known = alarm;
@@ -163,29 +163,47 @@ const AlarmEntry* AlarmBook::nextFor(std::uint64_t after, std::uint64_t begins, 
   return nullptr;
 }
 
-bool AlarmBook::trim() {
-  if (m_entries.size() <= m_trim_at) return false;
-  std::set<std::string> forgotten;
-  auto closed = static_cast<std::size_t>(
-      std::count_if(m_alarms.begin(), m_alarms.end(), [](const auto& entry) { return entry.second.closed; }));
-  for (auto next = m_alarms.begin(); next != m_alarms.end() && closed > kMostClosed;) {
-    const auto alarm = next++;
-    if (!alarm->second.closed) continue;
-    --closed;
-    m_numbers.erase(alarm->second.id);
-    forgotten.insert(alarm->second.id);
-    m_alarms.erase(alarm);
-  }
+void AlarmBook::keepAbove(std::uint64_t number) {
+  m_kept_above = number;
+  if (number >= m_last) m_trim_at = m_limits.entries;  // nobody waits any more for what was kept for them
+}
+
+std::optional<std::size_t> AlarmBook::trim() {
+  if (m_entries.size() <= m_trim_at) return std::nullopt;
+  std::size_t untold = 0;
+  const std::set<std::string> forgotten = forget(untold);
   const auto about_none = static_cast<std::size_t>(
       std::count_if(m_entries.begin(), m_entries.end(), [](const AlarmEntry& entry) { return entry.alarm.empty(); }));
-  std::size_t spare = about_none > kMostOthers ? about_none - kMostOthers : 0;
+  std::size_t spare = about_none > m_limits.others ? about_none - m_limits.others : 0;
   std::erase_if(m_entries, [&](const AlarmEntry& entry) {
     if (entry.alarm.empty()) return spare > 0 && spare-- > 0 && !(m_pause && entry.kind == Kind::kPaused);
     if (forgotten.contains(entry.alarm)) return true;
     return entry.repeat && find(entry.alarm)->calls.back().number != entry.number;
   });
-  m_trim_at = m_entries.size() + kMostEntries / 2;
-  return true;
+  m_trim_at = m_entries.size() + m_limits.entries / 2;
+  return untold;
+}
+
+/// The ids.
+std::set<std::string> AlarmBook::forget(std::size_t& untold) {
+  std::set<std::string> waiting;
+  for (auto entry = m_entries.rbegin(); entry != m_entries.rend() && entry->number > m_kept_above; ++entry) {
+    waiting.insert(entry->alarm);
+  }
+  auto closed = static_cast<std::size_t>(
+      std::count_if(m_alarms.begin(), m_alarms.end(), [](const auto& entry) { return entry.second.closed; }));
+  std::set<std::string> forgotten;
+  for (auto next = m_alarms.begin(); next != m_alarms.end() && closed > m_limits.closed;) {
+    const auto alarm = next++;
+    const bool waits = waiting.contains(alarm->second.id);
+    if (!alarm->second.closed || (waits && closed <= m_limits.waiting)) continue;
+    --closed;
+    untold += waits ? 1 : 0;
+    m_numbers.erase(alarm->second.id);
+    forgotten.insert(alarm->second.id);
+    m_alarms.erase(alarm);
+  }
+  return forgotten;
 }
 
 }  // namespace workstation

@@ -7,6 +7,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,14 +17,16 @@
 
 namespace workstation {
 
+struct AlarmLimits {
+  std::size_t closed = 1000;     ///< alarms that are closed and still known
+  std::size_t waiting = 10'000;  ///< the same with those that somebody outside has not been told yet
+  std::size_t entries = 20'000;  ///< that are kept; those of open alarms come besides
+  std::size_t others = 100;      ///< of these, tests and pauses
+};
+
 class AlarmBook {
  public:
-  /// Alarms that are closed and still known.
-  static constexpr std::size_t kMostClosed = 1000;
-  /// Entries that are kept; those of open alarms come besides.
-  static constexpr std::size_t kMostEntries = 20'000;
-  /// Of these, tests and pauses.
-  static constexpr std::size_t kMostOthers = 100;
+  explicit AlarmBook(const AlarmLimits& limits = {}) : m_limits(limits), m_trim_at(limits.entries) {}
 
   /// The next entry of the journal; one about an alarm that is not known changes nothing. An answer does not count yet.
   void apply(AlarmEntry entry);
@@ -53,10 +56,14 @@ class AlarmBook {
   /// none.
   [[nodiscard]] const AlarmEntry* nextFor(std::uint64_t after, std::uint64_t begins, int level) const;
 
-  /// Forgets the oldest alarms that are closed, and repeated calls, once there are too many; whether it has.
-  bool trim();
+  /// What has a number above this one may wait for somebody outside, as all does at first.
+  void keepAbove(std::uint64_t number);
+  /// Forgets the oldest alarms that are closed, and repeated calls, once there are too many. None when it has not; else
+  /// of how many alarms somebody outside will not be told.
+  std::optional<std::size_t> trim();
 
  private:
+  std::set<std::string> forget(std::size_t& untold);
   void applyTo(Alarm& alarm, const AlarmEntry& entry);
   [[nodiscard]] bool isFor(const AlarmEntry& entry, std::uint64_t begins, int level) const;
 
@@ -67,7 +74,9 @@ class AlarmBook {
   std::optional<Pause> m_pause;
   std::uint64_t m_last = 0;
   std::uint64_t m_last_seq = 0;
-  std::size_t m_trim_at = kMostEntries;
+  std::uint64_t m_kept_above = 0;
+  AlarmLimits m_limits;
+  std::size_t m_trim_at;
 };
 
 /// Whether it is to be closed: it has been answered for good, or has been seen and is over.

@@ -57,7 +57,7 @@ std::shared_ptr<AlarmDesk> AlarmDesk::open(AlarmDeskSettings settings) {
   return desk;
 }
 
-AlarmDesk::AlarmDesk(AlarmDeskSettings settings) : m_settings(std::move(settings)) {}
+AlarmDesk::AlarmDesk(AlarmDeskSettings settings) : m_settings(std::move(settings)), m_book(m_settings.limits) {}
 
 void AlarmDesk::start() {
   // On the store's thread, as long as there is a desk.
@@ -77,7 +77,7 @@ void AlarmDesk::start() {
   hooks.removed = locked([](AlarmDesk& desk) { desk.m_store->rewrite(desk.m_book.entries()); });
   {
     const std::scoped_lock lock(m_mutex);
-    m_store = std::make_unique<AlarmStore>(std::move(hooks));
+    m_store = std::make_unique<AlarmStore>(std::move(hooks), m_settings.limits);
   }
   listenToEvents(*this);
   {
@@ -339,9 +339,16 @@ void AlarmDesk::look() {
     if (!alarm.closed) lookAt(alarm);
   }
   bound();
-  if (m_book.trim()) m_store->rewrite(m_book.entries());
+  trim();
   m_store->retry();
   reportTrouble();
+}
+
+void AlarmDesk::trim() {
+  const auto untold = m_book.trim();
+  if (!untold) return;
+  if (*untold > 0) ::syslog(LOG_ERR, "%zu alarms are forgotten that receivers were never told of", *untold);
+  m_store->rewrite(m_book.entries());
 }
 
 void AlarmDesk::lookAt(Alarm& alarm) {
@@ -561,6 +568,11 @@ bool AlarmDesk::isPastKnown() const {
 bool AlarmDesk::areCallsKnown() const {
   const std::scoped_lock lock(m_mutex);
   return m_calls_known;
+}
+
+void AlarmDesk::keepAbove(std::uint64_t number) {
+  const std::scoped_lock lock(m_mutex);
+  m_book.keepAbove(number);
 }
 
 std::optional<AlarmDesk::Outgoing> AlarmDesk::nextFor(std::uint64_t after, std::uint64_t begins, int level) const {

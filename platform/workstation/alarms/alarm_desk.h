@@ -70,6 +70,7 @@ struct AlarmDeskSettings {
   std::function<std::uint64_t()> floor = {};          ///< numbers up to this one were given out; may ask the disk
   bool has_thread = true;                             ///< looks by itself; else look() has to be called
   std::chrono::milliseconds patience_at_start{2000};  ///< for the disk
+  AlarmLimits limits = {};
 };
 
 class AlarmDesk : public EventListener, public std::enable_shared_from_this<AlarmDesk> {
@@ -121,6 +122,9 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   };
   [[nodiscard]] std::optional<Outgoing> nextFor(std::uint64_t after, std::uint64_t begins, int level) const;
 
+  /// Of what is closed nothing above this number is forgotten, up to AlarmLimits::waiting: it has still to go out.
+  void keepAbove(std::uint64_t number);
+
   /// Calls whom it is time to call.
   void look();
 
@@ -146,6 +150,7 @@ class AlarmDesk : public EventListener, public std::enable_shared_from_this<Alar
   void lookAt(Alarm& alarm);
   void lookAtPause();
   void bound();
+  void trim();
   void count(std::uint64_t number);
   void tell(const Alarm& alarm);
   void tellPause();

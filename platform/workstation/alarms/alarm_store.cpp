@@ -71,8 +71,8 @@ struct Loaded {
   bool trimmed = false;
 };
 
-Loaded parse(const Read& read) {
-  Loaded loaded;
+Loaded parse(const Read& read, const AlarmLimits& limits) {
+  Loaded loaded{.book = AlarmBook(limits)};
   std::string_view rest = read.text;
   loaded.whole = read.size - static_cast<std::int64_t>(read.text.size());
   for (std::size_t end = 0; (end = rest.find('\n')) != std::string_view::npos; rest.remove_prefix(end + 1)) {
@@ -84,7 +84,7 @@ Loaded parse(const Read& read) {
     }
     loaded.book.apply(std::move(*entry));
     loaded.book.store(loaded.book.last());
-    loaded.trimmed = loaded.book.trim() || loaded.trimmed;
+    loaded.trimmed = loaded.book.trim().has_value() || loaded.trimmed;
   }
   return loaded;
 }
@@ -120,6 +120,7 @@ struct AlarmStore::Core {
   };
 
   Hooks hooks;
+  AlarmLimits limits;
   mutable std::mutex mutex;
   std::deque<Line> queue;
   std::optional<Line> whole;  ///< all of the file, before the queue
@@ -180,7 +181,7 @@ void AlarmStore::Core::load() {
   if (!std::exchange(are_calls_known, true)) loadCalls();
   path = stateDirectory() / kFile;
   const Read read = readEnd(path);
-  Loaded loaded = parse(read);
+  Loaded loaded = parse(read, limits);
   AlarmPast past;
   size = loaded.whole;
   torn = read.size > loaded.whole;
@@ -291,9 +292,10 @@ void AlarmStore::Core::append(const std::string& text) {
   size += static_cast<std::int64_t>(text.size());
 }
 
-AlarmStore::AlarmStore(Hooks hooks)
+AlarmStore::AlarmStore(Hooks hooks, const AlarmLimits& limits)
     : m_core(std::make_shared<Core>()), m_side(std::make_shared<SideThread>(kMostJobs)) {
   m_core->hooks = std::move(hooks);
+  m_core->limits = limits;
   retry();
 }
 

@@ -40,7 +40,7 @@ class AlarmStore {
   };
 
   /// Begins to read. The hooks are called on the store's thread.
-  explicit AlarmStore(Hooks hooks);
+  explicit AlarmStore(Hooks hooks, const AlarmLimits& limits = {});
 
   /// Is written as soon as the disk takes it, in order of the calls.
   void append(const AlarmEntry& entry);

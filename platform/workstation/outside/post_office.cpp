@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/alarms/alarm_entry.h"
 #include "platform/workstation/outside/outgoing_message.h"
 #include "platform/workstation/outside/webhook_sender.h"
 #include "platform/workstation/system/health.h"
@@ -62,6 +63,7 @@ class PostOffice::Implementation : public AlarmListener {
     GLibPtr<GSource> pause;  ///< after a failure
     ReceiverStatus status;
     std::uint64_t sending = 0;  ///< a number; 0 for none
+    std::uint64_t waiting = 1;  ///< the number that it is to take next, or one below; 0 for none
     int failures = 0;           ///< in a row
     bool sends_test = false;
     bool goes_back = false;  ///< what is being sent now does not count
@@ -77,6 +79,7 @@ class PostOffice::Implementation : public AlarmListener {
   void finish(Line& line, const Delivery& delivery);
   void hurry();
   void storeCursors();
+  void keepWhatWaits();
   void publish();
 
   const std::shared_ptr<AlarmDesk> m_desk;
@@ -85,6 +88,7 @@ class PostOffice::Implementation : public AlarmListener {
   const GLibPtr<GMainContext> m_context;
   const GLibPtr<GMainLoop> m_loop;
   std::list<Line> m_lines;  ///< which do not move
+  bool m_knows_past;        ///< the lines begin where they have to
   GLibPtr<GSource> m_look;
   mutable std::mutex m_mutex;
   std::vector<ReceiverStatus> m_published;
@@ -99,6 +103,7 @@ PostOffice::Implementation::Implementation(std::shared_ptr<AlarmDesk> desk, std:
       m_context(g_main_context_new()),
       m_loop(g_main_loop_new(m_context.get(), FALSE)) {
   m_desk->listen(*this);
+  m_knows_past = m_desk->isPastKnown();
   if (m_desk->areCallsKnown()) invoke([this] { setReceivers(m_desk->calls()); });
   const ScopedSigtermBlock no_sigterm;
   m_thread = std::thread([this] { work(); });
@@ -157,8 +162,10 @@ void PostOffice::Implementation::onCalls(const CallSettings& calls) {
 void PostOffice::Implementation::onPast(std::uint64_t /*version*/) {
   invoke([this] {
     for (Line& line : m_lines) goBack(line);
+    m_knows_past = true;
     storeCursors();
     for (Line& line : m_lines) sendNext(line);
+    keepWhatWaits();
   });
 }
 
@@ -169,6 +176,7 @@ void PostOffice::Implementation::goBack(Line& line) {
   if (!before && !m_cursors->isLost()) return;
   line.cursor = before.value_or(firstCursor());
   line.goes_back = line.sending != 0;
+  line.waiting = 1;
 }
 
 /// Somebody needs help now: who could not be reached is tried at once.
@@ -192,6 +200,7 @@ void PostOffice::Implementation::setReceivers(const CallSettings& calls) {
   }
   storeCursors();
   for (Line& line : m_lines) sendNext(line);
+  keepWhatWaits();
   publish();
 }
 
@@ -226,6 +235,8 @@ void PostOffice::Implementation::sendNext(Line& line) {
   const std::uint64_t after = std::max(line.cursor.begins, line.cursor.done);
   const auto next = m_desk->nextFor(after, line.cursor.begins, line.status.level);
   line.status.waits = next.has_value();
+  line.waiting = next ? next->entry.number : 0;
+  keepWhatWaits();
   if (!next) return;
   line.sending = next->entry.number;
   line.sends_test = next->entry.kind == AlarmEntry::Kind::kTest;
@@ -270,6 +281,15 @@ void PostOffice::Implementation::storeCursors() {
   Cursors::All all;
   for (const Line& line : m_lines) all[line.receiver.name] = line.cursor;
   m_cursors->store(all);
+}
+
+void PostOffice::Implementation::keepWhatWaits() {
+  if (!m_knows_past) return;
+  std::uint64_t above = kMostAlarmNumber;
+  for (const Line& line : m_lines) {
+    if (line.waiting > 0) above = std::min(above, line.waiting - 1);
+  }
+  m_desk->keepAbove(above);
 }
 
 // What others see.

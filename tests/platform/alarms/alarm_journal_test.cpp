@@ -248,43 +248,32 @@ TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {
   EXPECT_FALSE(std::filesystem::exists(m_folder / "alarms.jsonl.damaged-4")) << "not once more at each start";
 }
 
-TEST_F(AlarmJournalTest, OfThousandsOfAlarmsTheOldestThatAreClosedGo) {
-  constexpr std::uint64_t kAlarms = 6'000;
-  std::ofstream file(m_folder / "alarms.jsonl");
-  std::uint64_t number = 0;
-  const auto write = [&](AlarmEntry::Kind kind, std::uint64_t seq) {
-    AlarmEntry entry{.kind = kind, .number = ++number, .run = "run"};
-    if (seq > 0) {
-      entry.time = m_clock->wall();
-      entry.alarm = alarmId("run", seq);
-      entry.event = kFallEvent;
-      entry.level = 1;
+TEST(AlarmBookTest, ForgetsTheOldestThatAreClosedAndOnlyTooManyOfThoseThatSomebodyWaitsFor) {
+  AlarmBook book({.closed = 100, .waiting = 1000, .entries = 2000});
+  std::uint64_t alarms = 0;
+  const auto fill = [&](std::uint64_t up_to) {
+    while (alarms < up_to) {
+      const std::string id = alarmId("run", ++alarms);
+      for (const auto kind : {AlarmEntry::Kind::kRaised, AlarmEntry::Kind::kCalled, AlarmEntry::Kind::kClosed}) {
+        book.apply({.kind = kind, .run = "run", .alarm = id, .event = kFallEvent, .level = 1});
+      }
     }
-    file << lineOf(entry);
   };
-  for (std::uint64_t seq = 1; seq <= kAlarms; ++seq) {
-    if (seq % 2 == 0) write(AlarmEntry::Kind::kTest, 0);
-    write(AlarmEntry::Kind::kRaised, seq);
-    write(AlarmEntry::Kind::kCalled, seq);
-    if (seq != 5) write(AlarmEntry::Kind::kClosed, seq);
-  }
-  file.close();
-  const auto size = std::filesystem::file_size(m_folder / "alarms.jsonl");
-  open();
-  EXPECT_EQ(state("run-5"), "calling 1") << "the open one stays, however old";
-  EXPECT_FALSE(m_desk->alarm("run-6"));
-  EXPECT_TRUE(m_desk->alarm("run-6000"));
-  EXPECT_EQ(m_desk->now().alarms.size(), 201U);
-  change(5, kFallEvent, true);
-  EXPECT_EQ(m_desk->lastNumber(), number) << "known already";
-  begin(6'001, kFallEvent);
-  ASSERT_TRUE(settles());
-  EXPECT_LT(std::filesystem::file_size(m_folder / "alarms.jsonl"), size / 2);
-  const auto left = entriesIn(m_folder.read("alarms.jsonl"));
-  EXPECT_LT(std::count_if(left.begin(), left.end(), [](const AlarmEntry& one) { return one.alarm.empty(); }), 2000)
-      << "tests, though an alarm from before them is open";
-  restart();
-  EXPECT_TRUE(m_desk->alarm("run-5") && m_desk->alarm("run-6001"));
+  const auto knows = [&book](std::uint64_t seq) { return book.find(alarmId("run", seq)) != nullptr; };
+  fill(600);
+  EXPECT_EQ(book.trim(), std::nullopt);
+  fill(1100);
+  book.keepAbove(200 * 3);
+  EXPECT_EQ(book.trim(), 0U);
+  EXPECT_TRUE(!knows(200) && knows(201) && knows(1100)) << "what was told already goes first";
+  ASSERT_NE(book.nextFor(200 * 3, 0, 1), nullptr);
+  EXPECT_EQ(book.nextFor(200 * 3, 0, 1)->alarm, "run-201");
+  fill(1600);
+  EXPECT_EQ(book.trim(), 400U) << "not without end";
+  EXPECT_TRUE(!knows(600) && knows(601));
+  book.keepAbove(book.last());
+  EXPECT_EQ(book.trim(), 0U) << "nobody waits any more";
+  EXPECT_TRUE(!knows(1500) && knows(1501));
 }
 
 /// Runs killed by SIGKILL, with the real journal of events.

@@ -50,6 +50,7 @@ class AlarmRoom : public testing::Test {
     settings.floor = m_floor;
     settings.has_thread = false;
     settings.patience_at_start = patience;
+    settings.limits = m_limits;
     m_desk = workstation::AlarmDesk::open(std::move(settings));
   }
   /// The program ends and starts anew.
@@ -104,6 +105,7 @@ class AlarmRoom : public testing::Test {
 
   StateFolder m_folder;
   std::function<std::uint64_t()> m_floor;
+  workstation::AlarmLimits m_limits;
   std::shared_ptr<FakeClock> m_clock = std::make_shared<FakeClock>();
   std::shared_ptr<workstation::AlarmDesk> m_desk;
 };

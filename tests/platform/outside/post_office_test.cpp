@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "platform/support/owners.h"
@@ -190,6 +192,55 @@ TEST_F(Outside, OfRepeatedCallsWhoWasAwayGetsTheLast) {
   ASSERT_TRUE(comes([&] { return receiving.numbers().size() == 2; }));
   EXPECT_EQ(receiving.numbers().back(), m_desk->lastNumber());
   expectUnbroken(receiving);
+}
+
+TEST_F(Outside, OfThousandsOfAlarmsTheOldestThatAreClosedGoOnceReceiversHaveThem) {
+  start();
+  call({hook("ward", "http://127.0.0.1:9/")});
+  m_post.reset();
+  m_desk->close();
+  constexpr std::uint64_t kAlarms = 700;
+  m_limits = {.closed = 100, .waiting = 1000, .entries = 2000};
+  std::ofstream file(m_folder / "alarms.jsonl");
+  std::uint64_t number = m_desk->lastNumber();
+  const auto write = [&](AlarmEntry::Kind kind, std::uint64_t seq) {
+    AlarmEntry entry{.kind = kind, .number = ++number, .run = "run"};
+    if (seq > 0) {
+      entry.time = m_clock->wall();
+      entry.alarm = alarmId("run", seq);
+      entry.event = kFallEvent;
+      entry.level = 1;
+    }
+    file << lineOf(entry);
+  };
+  for (std::uint64_t seq = 1; seq <= kAlarms; ++seq) {
+    if (seq % 2 == 0) write(AlarmEntry::Kind::kTest, 0);
+    write(AlarmEntry::Kind::kRaised, seq);
+    write(AlarmEntry::Kind::kCalled, seq);
+    if (seq != 5) write(AlarmEntry::Kind::kClosed, seq);
+  }
+  file.close();
+  const auto size = std::filesystem::file_size(m_folder / "alarms.jsonl");
+  start();
+  EXPECT_TRUE(
+      comes([this] { return !m_post->receivers().empty() && status().state == ReceiverStatus::State::kNotReached; }));
+  m_desk->look();
+  EXPECT_TRUE(m_desk->alarm("run-6")) << "it has still to go out";
+  call({});
+  EXPECT_TRUE(comes([this] {
+    m_desk->look();
+    return !m_desk->alarm("run-6");
+  }));
+  EXPECT_EQ(state("run-5"), "calling 1") << "the open one stays, however old";
+  EXPECT_TRUE(m_desk->alarm("run-700"));
+  EXPECT_EQ(m_desk->now().alarms.size(), 101U) << "the open one, and as many closed ones as are kept";
+  change(5, kFallEvent, true);
+  EXPECT_EQ(m_desk->lastNumber(), number) << "known already";
+  begin(701, kFallEvent);
+  ASSERT_TRUE(settles());
+  EXPECT_LT(std::filesystem::file_size(m_folder / "alarms.jsonl"), size / 2);
+  startAnew();
+  EXPECT_TRUE(m_desk->alarm("run-5") && m_desk->alarm("run-701"));
 }
 
 TEST_F(Outside, TellsWhyAReceiverIsNotReachedAndWhatCameOfATest) {
