@@ -369,7 +369,8 @@ export default {
   "reason.object": "Es war ein Gegenstand",
   "reason.other": "Etwas anderes",
   "reason.staff": "Es war Personal oder Besuch",
-  refusedRequest: "Die Kamera hat die Anfrage abgelehnt: {status}{reason}.",
+  refusedRequest: "Die Kamera hat die Anfrage abgelehnt: {status}.",
+  "refusedRequest.because": "Die Kamera hat die Anfrage abgelehnt: {status} ({reason}).",
   remove: "Entfernen",
   "review.application":
     "Der anonymisierte Bildstrom kann nicht {size} sein: das ist der eigene des Programms, und der zeigt Menschen.",

@@ -365,7 +365,8 @@ export default {
   "reason.object": "It was a thing",
   "reason.other": "Something else",
   "reason.staff": "It was a carer or a visitor",
-  refusedRequest: "The camera refused the request: {status}{reason}.",
+  refusedRequest: "The camera refused the request: {status}.",
+  "refusedRequest.because": "The camera refused the request: {status} ({reason}).",
   remove: "Remove",
   "review.application":
     "The anonymised stream cannot be {size}: that is the application's own stream, and it shows people.",

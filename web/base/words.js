@@ -1,6 +1,8 @@
 /** What the page says, in the language of whoever reads it; dates and numbers as their browser writes them. */
 import { BED, COLOURS, FALL, TROUBLE } from "./facts.js";
 import { recall } from "./memory.js";
+import sentencesDe, { PARTS as PARTS_DE } from "./sentences.de.js";
+import { Translator } from "./sentences.js";
 import de from "./words.de.js";
 import en from "./words.en.js";
 
@@ -32,9 +34,13 @@ export function say(key, values = {}) {
   return text.replace(/\{(\w+)\}/g, (_, name) => String(values[name]));
 }
 
-/** An error with such a text, which another place can say again in its own language by `said`. */
+/** What failed, in words; a `reason` is the program's. */
+export const failureWords = ({ key, values }) =>
+  say(key, values?.reason ? { ...values, reason: programWords(values.reason) } : values);
+
+/** An error with such words, which another place can say again in its own language by `said`. */
 export const failure = (key, values, more) =>
-  Object.assign(new Error(say(key, values)), { said: { key, values } }, more);
+  Object.assign(new Error(failureWords({ key, values })), { said: { key, values } }, more);
 
 /** "Fall detected"; an event that the page does not know keeps its own name. */
 export const eventName = (name) => ({ [FALL]: say("event.fall"), [BED]: say("event.exit") })[name] ?? name;
@@ -62,14 +68,45 @@ const UNWATCHED = [
 export const unwatchedWords = (why) =>
   UNWATCHED.includes(why) ? say("unwatched.because", { why: say(`unwatched.${why}`) }) : say("unwatched");
 
+/** A number as the reader writes it, with so many decimals. */
+const decimalText = (value, digits) =>
+  new Intl.NumberFormat(LOCALE, {
+    minimumFractionDigits: digits,
+    maximumFractionDigits: digits,
+    useGrouping: false,
+  }).format(value);
+
+const SENTENCES = { de: [sentencesDe, PARTS_DE] };
+const translator = SENTENCES[LANGUAGE] && new Translator(...SENTENCES[LANGUAGE], decimalText);
+
+const MOST_KEPT = 500;
+/** What was translated last: the page is drawn each second. */
+const kept = new Map();
+
+/** What the program said in the reader's language; null where no part of it is known in that. */
+function translated(text) {
+  if (!translator) return LANGUAGE === PROGRAM_LANGUAGE ? text : null;
+  if (!kept.has(text)) {
+    if (kept.size >= MOST_KEPT) kept.clear();
+    kept.set(text, translator.translate(text));
+  }
+  return kept.get(text);
+}
+
+/** What the program said, in the reader's language as far as it is known in that: nothing of it is lost. */
+export const programWords = (text) => translated(text) ?? text;
+
 /**
- * A trouble of the heartbeat's: where English is not read, what is known of it before the program's own words.
+ * A trouble of the heartbeat's: where the program's words are not known in the reader's language, what is known of it
+ * stands before them.
  * @param {{what: string, since: string, text: string}} trouble
  */
 export function troubleWords({ what, since, text }) {
+  const own = text ? translated(text) : null;
+  if (own !== null) return own;
   const began = Date.parse(since);
   const isKnown = Object.values(TROUBLE).includes(what) && !Number.isNaN(began);
-  if (!isKnown || (LANGUAGE === PROGRAM_LANGUAGE && text)) return text || what;
+  if (!isKnown) return text || what;
   const words = say(`wrong.${what}`, { since: clockTime(new Date(began)) });
   return text ? say("wrong.told", { words, text }) : words;
 }
@@ -79,7 +116,8 @@ export const onOrOff = (on) => say(on ? "on" : "off");
 export const capitalised = (text) => text[0].toUpperCase() + text.slice(1);
 
 /** A reason of the program's, which begins in lower case and has no full stop, as a sentence. */
-export const becauseOf = (reason, ended = false) => say(ended ? "because.ended" : "because", { reason });
+export const becauseOf = (reason, ended = false) =>
+  say(ended ? "because.ended" : "because", { reason: programWords(reason) });
 
 /** A number as the reader writes it. */
 export const numberText = (value, digits = 1) =>

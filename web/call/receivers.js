@@ -1,6 +1,6 @@
 /** Whom the alarms call, when, and how often: the installer's. */
 import { decimal } from "../base/limits.js";
-import { say } from "../base/words.js";
+import { programWords, say } from "../base/words.js";
 import { html, useEffect, useState } from "../vendor/preact.js";
 import { readCalls, saveCalls } from "./service.js";
 
@@ -188,7 +188,9 @@ function Reached({ receivers }) {
       ({ name, state, status }) =>
         html`<li key=${name} class=${`tone-${LOOKS[state]?.tone ?? "idle"}`}>
           <span class="sign" aria-hidden="true">${LOOKS[state]?.sign ?? "–"}</span>
-          <span>${say(state in LOOKS ? `calls.${state}` : "calls.unknown", { name, status })}</span>
+          <span
+            >${say(state in LOOKS ? `calls.${state}` : "calls.unknown", { name, status: status && programWords(status) })}</span
+          >
         </li>`,
     )}
   </ul>`;

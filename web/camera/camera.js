@@ -1,5 +1,5 @@
 /** The camera of the room: an installer tries an address, sees what it shows, and lets the program watch it. */
-import { say } from "../base/words.js";
+import { programWords, say } from "../base/words.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 import { Field } from "./field.js";
 import { Optics } from "./optics.js";
@@ -75,16 +75,16 @@ function Facts({ facts }) {
     ${facts.map(
       ([heading, text]) =>
         html`<div key=${heading}>
-          <dt>${heading}</dt>
-          <dd>${text}</dd>
+          <dt>${programWords(heading)}</dt>
+          <dd>${programWords(text)}</dd>
         </div>`,
     )}
   </dl>`;
 }
 
 function Problem({ check, busy, onBelieve }) {
-  return html`<p><strong>${check.problem}</strong></p>
-    <p>${check.advice}</p>
+  return html`<p><strong>${programWords(check.problem)}</strong></p>
+    <p>${programWords(check.advice)}</p>
     ${
       check.fingerprint &&
       html`<p>
@@ -121,7 +121,7 @@ function Result({ known, busy, onBelieve, onTake }) {
 /** How a takeover goes. */
 function takeoverWords({ takeover, source }) {
   if (takeover.state === "opening") return say("camera.opening");
-  if (takeover.state === "failed") return say("camera.notTaken", { reason: takeover.reason, source });
+  if (takeover.state === "failed") return say("camera.notTaken", { reason: programWords(takeover.reason), source });
   return say("camera.taken", { source });
 }
 
@@ -135,7 +135,7 @@ function statusWords(known, wrong) {
 /** What those hear who do not see the result appear. */
 function resultWords(check) {
   if (check?.state !== "done") return "";
-  return check.fits ? say("camera.canBe") : check.problem;
+  return check.fits ? say("camera.canBe") : programWords(check.problem);
 }
 
 const watchedWords = ({ recording, source }) =>

@@ -1,4 +1,4 @@
-import { failure, say } from "../base/words.js";
+import { failure, failureWords } from "../base/words.js";
 
 /** Grows with each change of what hub and tab say to each other: a tab of yesterday keeps yesterday's hub. */
 const VERSION = 4;
@@ -100,7 +100,7 @@ export class Link {
       this.here();
       message.at = this.heardAt;
     }
-    if (type === "settings" && message.said) message.error = say(message.said.key, message.said.values);
+    if (type === "settings" && message.said) message.error = failureWords(message.said);
     if (type === "hello") this.watchAll();
     else if (type === "answer") this.answered(message);
     else if (type === "picture") this.watched.get(message.id)?.onPicture(message.picture);
@@ -129,7 +129,7 @@ export class Link {
     const { resolve, reject } = this.asked.get(id) ?? {};
     this.asked.delete(id);
     if (error === undefined) resolve?.(text);
-    else reject?.(Object.assign(new Error(said ? say(said.key, said.values) : error), { status }));
+    else reject?.(Object.assign(new Error(said ? failureWords(said) : error), { status }));
   }
 
   /** The text of an answer, in turn with all other requests. @returns {Promise<string>} */

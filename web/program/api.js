@@ -1,6 +1,6 @@
 /** Addresses and requests: the program (control.cgi), the camera's streams and its appearance. */
 import { CODE, REFUSAL } from "../base/facts.js";
-import { failure, say } from "../base/words.js";
+import { failure, programWords, say } from "../base/words.js";
 import { differences, encodeSettings, parseSettings } from "./wire.js";
 
 /** Address of the program's handler, beside the page. */
@@ -28,9 +28,10 @@ export async function fetchText(url, form) {
     const slow = error.name === "TimeoutError" || error.name === "AbortError";
     throw slow ? failure("slowAnswer", { seconds: TIMEOUT_MS / 1000 }) : failure("noAnswer");
   }
-  const reason = answer.statusText ? ` (${answer.statusText})` : "";
+  const { status, statusText: reason } = answer;
   const told = await answer.text().catch(() => "");
-  throw failure("refusedRequest", { status: answer.status, reason }, { status: answer.status, told: told.trim() });
+  const key = reason ? "refusedRequest.because" : "refusedRequest";
+  throw failure(key, { status, reason }, { status, told: told.trim() });
 }
 
 /** The lines in which a service says why it refuses; longer ones are no such line. */
@@ -48,7 +49,7 @@ export async function askService(url, form) {
     const { told, status } = error;
     if (error instanceof SyntaxError) throw failure("unclearAnswer");
     if (!told || told.length > MOST_TOLD || told.startsWith("<")) throw error;
-    throw Object.assign(new Error(told), { status, told });
+    throw Object.assign(new Error(programWords(told)), { status, told });
   }
 }
 

@@ -1,5 +1,5 @@
 /** Who has changed what, and the settings as a file. */
-import { clockTime, say } from "../base/words.js";
+import { clockTime, programWords, say } from "../base/words.js";
 import { askService, fetchText } from "../program/api.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
 
@@ -9,7 +9,7 @@ const ABSENT = 404;
 const FIRST = 20;
 
 const listOf = (told) => (Array.isArray(told) ? told : (told?.changes ?? []));
-const shown = (value) => (typeof value === "string" ? value : JSON.stringify(value));
+const shown = (value) => (typeof value === "string" ? programWords(value) : JSON.stringify(value));
 
 function Rows({ changes, now }) {
   return html`<div class="scroll" tabindex="0" role="region" aria-label=${say("changes.title")}>

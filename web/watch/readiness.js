@@ -4,7 +4,16 @@
  */
 import { BED, CODE, EVENT_NAMES, FALL, FRESH_MS, PLACES, TROUBLE, hrefOf } from "../base/facts.js";
 import { decimal, limitProblem } from "../base/limits.js";
-import { areaName, clockTime, durationInWords, eventName, numberText, say, troubleWords } from "../base/words.js";
+import {
+  areaName,
+  clockTime,
+  durationInWords,
+  eventName,
+  numberText,
+  programWords,
+  say,
+  troubleWords,
+} from "../base/words.js";
 import { floorPlacementProblem, floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { areaProblem, contains } from "../geometry/plane.js";
 
@@ -174,7 +183,7 @@ function codeGaps({ code, text }) {
   if (code === CODE.starting) return [gap(say("gap.starting"), null, EVENT_NAMES)];
   if (code === CODE.stopped) return [gap(say("gap.stopped"), null, EVENT_NAMES)];
   if (code === CODE.noAnalysis) return [gap(say("gap.noAnalysis", { code }), null, EVENT_NAMES)];
-  return [gap(say("gap.reports", { text: text || say("gap.anError"), code }), null, EVENT_NAMES)];
+  return [gap(say("gap.reports", { text: text ? programWords(text) : say("gap.anError"), code }), null, EVENT_NAMES)];
 }
 
 function statusGaps({ status, statusAge }) {

@@ -1,5 +1,5 @@
 /** What the program sees now, in its own sentences: closed until somebody asks for it. */
-import { clockTime, durationInWords, say } from "../base/words.js";
+import { clockTime, durationInWords, programWords, say } from "../base/words.js";
 import { html, useEffect, useState } from "../vendor/preact.js";
 import { isSeeing } from "./readiness.js";
 
@@ -28,7 +28,8 @@ export function ageWords(time, now) {
 function Sentences({ scene, now }) {
   if (!scene) return html`<p class="muted">${say("scene.unknown")}</p>`;
   const { time, people, beds } = scene;
-  const sentences = [...(people.length ? people : [say("scene.nobody")]), ...beds];
+  const told = [...people, ...beds].map(programWords);
+  const sentences = people.length ? told : [say("scene.nobody"), ...told];
   const age = ageWords(time, now);
   return html`${age && html`<p class="muted">${age}</p>`}
     <ul>

@@ -85,6 +85,19 @@ test("what the program says of a trouble is led by the reader's language, where 
     german.troubleWords({ what: "camera-away", since, text: "Gone." }),
     /^Seit .*:03:09.* gibt die Kamera kein Bild\. \(.*: Gone\.\)$/,
   );
+  const away = "The camera's lens is away; nobody is tracked";
+  assert.equal(
+    german.troubleWords({ what: "new-one", since, text: away }),
+    "The camera's lens is away; niemand wird verfolgt",
+  );
+  assert.equal(
+    german.becauseOf("the torso looks 1.50 times as long as the legs (less than 2.00 counts as lying)", true),
+    "Zu Ende, weil: der Rumpf sieht 1,50-mal so lang aus wie die Beine (weniger als 2,00 gilt als Liegen).",
+  );
+  assert.equal(
+    german.failure("refusedRequest.because", { status: 503, reason: "Service Unavailable" }).message,
+    "Die Kamera hat die Anfrage abgelehnt: 503 (gerade nicht möglich).",
+  );
   for (const trouble of [
     { what: "new-one", since, text: "New." },
     { what: "too-dark", since: "?", text: "New." },
