@@ -1,6 +1,7 @@
 // The camera's inference service on a workstation: networks in ONNX, tensors on file descriptors.
 #include <fcntl.h>
 #include <larod.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,7 +54,9 @@ std::shared_ptr<Network> loadNetwork(int fd, larodChip chip) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is empty");
   }
   const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(onnx->data()), onnx->size());
-  return std::make_shared<Network>(file, bytes, workstation::readModelSidecar(file, *onnx));
+  auto network = std::make_shared<Network>(file, bytes, workstation::readModelSidecar(file, *onnx));
+  ::malloc_trim(0);  // reading and checking a network takes several times what stays of it
+  return network;
 }
 
 void setError(larodError** error, larodErrorCode code, const std::string& message) {

@@ -86,6 +86,32 @@ TEST(OneDnnEngine, PadsEachEndAsItIsTold) {
   EXPECT_NO_THROW(checkAgreement({"out"}, onednn->run(picture.data()), opencv->run(picture.data())));
 }
 
+TEST(OneDnnEngine, SharesWeightsAndMemoryWithOthersAndNoNumber) {
+  struct Running {
+    explicit Running(const OnnxWriter& network)
+        : file(network.file({"out"})),
+          engine(makeOneDnnEngine({bytesOf(file), network.height(), network.packedWidth(), {"out"}})),
+          picture(noise(static_cast<size_t>(network.height()) * static_cast<size_t>(network.packedWidth()), 5)) {}
+    auto made() const { return valuesOf(engine->run(picture.data())); }
+    std::string file;
+    std::unique_ptr<Engine> engine;
+    std::vector<std::uint8_t> picture;
+  };
+  auto first = std::make_unique<Running>(shrunk().convolution("small", "out", {8, 3, 3, 3}, {}));
+  const auto alone = first->made();
+  std::vector<std::unique_ptr<Running>> others;
+  for (OnnxWriter (*make)() : {framed, overlapping, resized, sums}) others.push_back(std::make_unique<Running>(make()));
+  for (const auto& other : others) {
+    const auto before = other->made();
+    EXPECT_EQ(first->made(), alone);
+    EXPECT_EQ(other->made(), before);
+  }
+  const Running same(shrunk().convolution("small", "out", {8, 3, 3, 3}, {}));
+  first.reset();
+  others.clear();
+  EXPECT_EQ(same.made(), alone) << "what it shared stays";
+}
+
 std::string refusalOf(const std::string& file, const std::vector<std::string>& outputs = {"out"}) {
   try {
     planOf({bytesOf(file), 45, 34 * 3, outputs});

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <map>
+#include <mutex>
 #include <new>
 #include <set>
 #include <unordered_map>
@@ -35,6 +37,61 @@ struct AlignedDelete {
 };
 using Buffer = std::unique_ptr<std::byte[], AlignedDelete>;
 
+Buffer bufferOf(size_t bytes) { return Buffer(static_cast<std::byte*>(::operator new[](bytes, kAlignment))); }
+
+/// The memory that runs use; all engines share it, one run after another.
+class Workspace {
+ public:
+  /// Ours, as long as there is an engine.
+  static std::shared_ptr<Workspace> get() {
+    static std::mutex mutex;
+    static std::weak_ptr<Workspace> one;
+    const std::scoped_lock lock(mutex);
+    auto known = one.lock();
+    if (!known) one = known = std::make_shared<Workspace>();
+    return known;
+  }
+
+  /// Held during a run, and to grow.
+  std::mutex mutex;
+
+  /// Whatever was in it is lost, and it may lie elsewhere afterwards.
+  void grow(size_t bytes) {
+    if (bytes <= m_bytes) return;
+    m_memory.reset();
+    m_memory = bufferOf(bytes);
+    m_bytes = bytes;
+  }
+  std::byte* begin() const { return m_memory.get(); }
+
+ private:
+  Buffer m_memory;
+  size_t m_bytes = 0;
+};
+
+/// A layer's weights in a layout of oneDNN's; they stay as they are.
+struct Weights {
+  memory::desc layout;
+  Buffer bytes;
+};
+
+/// These, or equal ones that some network has already: ours are one network that looks at the picture at several sizes.
+std::shared_ptr<const Weights> shared(Weights made) {
+  static std::mutex mutex;
+  static std::vector<std::weak_ptr<const Weights>> all;
+  const std::scoped_lock lock(mutex);
+  std::erase_if(all, [](const std::weak_ptr<const Weights>& one) { return one.expired(); });
+  for (const std::weak_ptr<const Weights>& one : all) {
+    auto known = one.lock();
+    const bool is_equal = known && known->layout == made.layout &&
+                          std::memcmp(known->bytes.get(), made.bytes.get(), made.layout.get_size()) == 0;
+    if (is_equal) return known;
+  }
+  auto kept = std::make_shared<const Weights>(std::move(made));
+  all.push_back(kept);
+  return kept;
+}
+
 memory::desc floats(const memory::dims& sizes, Tag layout) { return {sizes, Type::f32, layout}; }
 
 memory::dims sizesOf(const Shape& shape) { return {1, shape.channels, shape.height, shape.width}; }
@@ -58,13 +115,12 @@ class SharedBuffers {
   }
   void give(size_t buffer) { m_free.insert(buffer); }
 
-  /// All of them, now that their sizes are known.
-  std::vector<Buffer> make() const {
-    std::vector<Buffer> buffers;
-    for (const size_t size : m_sizes) {
-      buffers.emplace_back(static_cast<std::byte*>(::operator new[](size, kAlignment)));
-    }
-    return buffers;
+  /// Where each of them begins, one after another, and after them where they end; once all sizes are known.
+  std::vector<size_t> places() const {
+    constexpr auto kStep = static_cast<size_t>(kAlignment);
+    std::vector<size_t> places{0};
+    for (const size_t size : m_sizes) places.push_back(places.back() + (size + kStep - 1) / kStep * kStep);
+    return places;
   }
 
  private:
@@ -106,16 +162,19 @@ class OneDnnEngine : public Engine {
       freeWhatIsDone();
     }
     for (const std::string& output : task.outputs) addOutput(output);
-    m_buffers = m_shared.make();
-    for (auto& [values, buffer] : m_bound) values.set_data_handle(m_buffers[buffer].get());
+    const std::vector<size_t> places = m_shared.places();
+    for (auto& [values, place] : m_bound) place = places[place];
+    const std::scoped_lock lock(m_workspace->mutex);
+    m_workspace->grow(places.back());
     m_plan = nullptr;
     m_tensors.clear();
-    m_bound.clear();
   }
 
   std::vector<Maps> run(const std::uint8_t* picture) override {
     const ScopedSigtermBlock no_sigterm_for_pool_threads;
     const ScopedOpenMpThreads threads;
+    const std::scoped_lock lock(m_workspace->mutex);
+    bindAll();
     for (const Operation& operation : m_operations) operation(picture);
     m_stream.wait();
     return m_results;
@@ -143,7 +202,14 @@ class OneDnnEngine : public Engine {
     std::erase_if(m_tensors, [this](const auto& entry) { return entry.second.last_use == m_at; });
   }
 
-  /// Memory in a shared buffer; it has its address when all steps are known.
+  /// To where the workspace lies now.
+  void bindAll() {
+    if (m_bound_at == m_workspace->begin()) return;
+    m_bound_at = m_workspace->begin();
+    for (auto& [values, place] : m_bound) values.set_data_handle(m_bound_at + place);
+  }
+
+  /// Memory in a shared buffer; it has its address at a run.
   memory bind(const memory::desc& layout, size_t buffer) {
     memory values(layout, m_processor, nullptr);
     m_bound.emplace_back(values, buffer);
@@ -376,10 +442,13 @@ class OneDnnEngine : public Engine {
 
   /// A copy that stays, in that layout.
   memory constant(memory plain, const memory::desc& layout) {
-    memory kept(layout, m_processor);
-    dnnl::reorder(plain, kept).execute(m_stream, plain, kept);
+    Weights made{layout, bufferOf(layout.get_size())};
+    memory copy(layout, m_processor, made.bytes.get());
+    dnnl::reorder(plain, copy).execute(m_stream, plain, copy);
     m_stream.wait();
-    return kept;
+    m_weights.push_back(shared(std::move(made)));
+    copy.set_data_handle(m_weights.back()->bytes.get());
+    return copy;
   }
 
   /// In the type of the floats that the memory holds.
@@ -429,7 +498,10 @@ class OneDnnEngine : public Engine {
   onednn::engine m_processor{onednn::engine::kind::cpu, 0};
   dnnl::stream m_stream{m_processor};
   std::vector<Operation> m_operations;
-  std::vector<Buffer> m_buffers;
+  std::shared_ptr<Workspace> m_workspace = Workspace::get();
+  std::vector<std::pair<memory, size_t>> m_bound;  ///< what lies in the workspace, and where; first its buffer's number
+  std::byte* m_bound_at = nullptr;
+  std::vector<std::shared_ptr<const Weights>> m_weights;
   std::vector<Maps> m_results;
 
   // While it is built.
@@ -438,7 +510,6 @@ class OneDnnEngine : public Engine {
   SharedBuffers m_shared;
   std::map<std::string, size_t> m_last_use;
   std::map<std::string, Tensor> m_tensors;
-  std::vector<std::pair<memory, size_t>> m_bound;
 };
 
 }  // namespace
