@@ -56,7 +56,10 @@ struct Owner {
 Owner ownerOf(const Cell& cell, size_t point, std::span<const DecodedPerson> people, float side) {
   Owner owner;
   for (const DecodedPerson& person : people) {
-    const float distance = std::hypot(person.points[point].y - cell.y, person.points[point].x - cell.x) / side;
+    const float y = person.points[point].y - cell.y;
+    const float x = person.points[point].x - cell.x;
+    if (std::max(std::abs(y), std::abs(x)) > kReach * side) continue;  // most cells, and quicker than a root
+    const float distance = std::hypot(y, x) / side;
     if (distance <= kReach && (owner.person == nullptr || distance < owner.distance)) owner = {&person, distance};
   }
   return owner;
