@@ -1,15 +1,20 @@
 #include "platform/workstation/web/settings_service.h"
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/workstation/camera/camera_description.h"
 #include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/parameters/settings_document.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "platform/workstation/web/access/visitor.h"
 
 namespace workstation {
 namespace {
@@ -41,10 +46,32 @@ std::optional<std::size_t> limitOf(const HttpQuery& query) {
   return is_good ? std::optional(limit) : std::nullopt;
 }
 
+/// Whoever knows a receiver's whole address may call it where that needs no signature: only installers do.
+void hidePaths(std::string& text) {
+  constexpr std::string_view kHostBegins = "://";
+  for (std::size_t at = 0; (at = text.find(kHostBegins, at)) != std::string::npos;) {
+    at = text.find_first_of("/?\"", at + kHostBegins.size());
+    if (at == std::string::npos) return;
+    const std::size_t end = std::min(text.find('"', at), text.size());
+    if (end - at > 1) text.replace(at, end - at, "/...");
+  }
+}
+
+std::string withoutPaths(const std::string& changes) {
+  auto document = nlohmann::ordered_json::parse(changes);
+  for (auto& change : document["changes"]) {
+    for (const char* key : {"from", "to"}) {
+      if (change[key].is_string()) hidePaths(change[key].get_ref<std::string&>());
+    }
+  }
+  return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 void tellChanges(SoupServerMessage* message, const HttpQuery& query) {
   const auto limit = limitOf(query);
   if (!limit) return answerLine(message, SOUP_STATUS_BAD_REQUEST, "limit is a whole number from 1 to 1000");
-  answerJson(message, changesDocument(*limit));
+  const bool is_installer = visitorOf(message).role == Role::kInstaller;
+  answerJson(message, is_installer ? changesDocument(*limit) : withoutPaths(changesDocument(*limit)));
 }
 
 /// The package's rules, or why there are none.

@@ -81,4 +81,20 @@ TEST_F(SettingsServing, TellsWhoHasChangedWhatNewestFirst) {
   }
 }
 
+TEST_F(SettingsServing, ShowWholeAddressesOfReceiversToInstallersOnly) {
+  addPeople();
+  serve();
+  openChanges(m_folder.path());
+  const char* calls =
+      R"([{"url":"https://hook.example/T1/key","name":"a"},{"url":"http://b?key"},{"url":"http://c/"}])";
+  noteChange("Ida", "calls", R"([{"url":"https://hook.example"}])", calls);
+  const auto to = [this](Role role, const char* end) {
+    return json::parse(ask("GET", "/platform/changes", m_as[role]).body)["changes"][0][end].get<std::string>();
+  };
+  EXPECT_EQ(to(Role::kInstaller, "to"), calls);
+  EXPECT_EQ(to(Role::kNurse, "from"), R"([{"url":"https://hook.example"}])");
+  EXPECT_EQ(to(Role::kNurse, "to"),
+            R"([{"url":"https://hook.example/...","name":"a"},{"url":"http://b/..."},{"url":"http://c/"}])");
+}
+
 }  // namespace
