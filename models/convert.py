@@ -3,7 +3,7 @@
 Each network is the convolutional part of the graph, from the packed picture to the four raw heads; the inference
 service's adapter makes the program's tensors of them, as the sidecar beside each network says. A network reads its
 picture as it lies in memory: packed RGB bytes (as floats, 0..255) in one wide channel of width x 3 columns. What
-OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants, no bias shared by layers.
+OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants. Looks share their weights.
 """
 import base64
 import json
@@ -74,11 +74,13 @@ class Network:
     """An ONNX network that grows layer by layer; sizes are (channels, height, width)."""
 
     def __init__(self, height, width):
-        self.layers, self.constants, self.sizes = [], [], {"picture": (1, height, width * 3)}
+        self.layers, self.constants, self.sizes = [], {}, {"picture": (1, height, width * 3)}
         self.picture = helper.make_tensor_value_info("picture", TensorProto.FLOAT, [1, 1, height, width * 3])
 
     def constant(self, name, values):
-        self.constants.append(numpy_helper.from_array(numpy.ascontiguousarray(values), name))
+        """Once, however many layers read it: a constant's name says what it holds."""
+        if name not in self.constants:
+            self.constants[name] = numpy_helper.from_array(numpy.ascontiguousarray(values), name)
         return name
 
     def layer(self, kind, name, inputs, size, **attributes):
@@ -86,15 +88,16 @@ class Network:
         self.sizes[name] = size
         return name
 
-    def convolution(self, name, source, weights, bias, stride, group=1, pads=(0, 0, 0, 0)):
-        """`weights` as [outputs, inputs of a group, height, width]; `pads` as top, left, bottom, right."""
+    def convolution(self, name, source, weights, bias, stride, group=1, pads=(0, 0, 0, 0), shared=None):
+        """`weights` as [outputs, inputs of a group, height, width]; `pads` as top, left, bottom, right; layers with the
+        same name in `shared` have the same weights."""
         _, height, width = self.sizes[source]
         rows, columns = weights.shape[2:]
         size = (weights.shape[0], (height + pads[0] + pads[2] - rows) // stride[0] + 1,
                 (width + pads[1] + pads[3] - columns) // stride[1] + 1)
-        inputs = [source, self.constant(name + ".weights", weights)]
+        inputs = [source, self.constant((shared or name) + ".weights", weights)]
         if bias is not None:
-            inputs.append(self.constant(name + ".bias", bias))
+            inputs.append(self.constant((shared or name) + ".bias", bias))
         return self.layer("Conv", name, inputs, size, kernel_shape=weights.shape[2:], strides=stride, group=group,
                           pads=pads)
 
@@ -106,7 +109,7 @@ class Network:
 
     def save(self, outputs):
         results = [helper.make_tensor_value_info(name, TensorProto.FLOAT, [1, *self.sizes[name]]) for name in outputs]
-        graph = helper.make_graph(self.layers, "pose", [self.picture], results, self.constants)
+        graph = helper.make_graph(self.layers, "pose", [self.picture], results, list(self.constants.values()))
         model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)], producer_name="velmor_care")
         model.ir_version = 6
         return model.SerializeToString()
@@ -164,7 +167,7 @@ class Scale:
         pads = [t // 2 for t in total] * 2
         operations = texts(node, "fused_ops")
         bias = self.graph.floats(node["input"][2]) if "BiasAdd" in operations else None
-        result = self.network.convolution(name, source, weights, bias, steps, group, pads)
+        result = self.network.convolution(name, source, weights, bias, steps, group, pads, node["name"])
         size = self.network.sizes[result]
         if "Relu6" in operations:
             return self.network.layer("Clip", name + ".relu6", [result], size, min=0.0, max=6.0)

@@ -14,6 +14,8 @@ import threading
 import unittest
 from unittest import mock
 
+import onnx
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "models"))
 sys.dont_write_bytecode = True
@@ -197,6 +199,17 @@ class Networks(SetUpTest):
                         *({**measured, "ranges": {"x": ends}} for ends in (
                             [0], [0, 0], [0, -1], [-1, float("nan")], [0, float("inf")], [0, "1"], [False, True], 3))):
             self.assert_refused("measured.json: is missing or damaged", ranges, damaged)
+
+    def test_hold_each_weight_once_for_all_looks(self):
+        for name, (network, sidecar) in convert.convert(*FILES.values()).items():
+            graph, adapter = onnx.load_from_string(network).graph, sidecar["adapter"]
+            constants = [constant.name for constant in graph.initializer]
+            self.assertEqual(len(constants), len(set(constants)))
+            read = {node.output[0]: list(node.input[1:]) for node in graph.node if node.op_type == "Conv"}
+            looks = [[read[head] for head in scale["heads"]] for scale in adapter["scales"]]
+            self.assertTrue(all(len(set(map(tuple, heads))) == 4 and heads == looks[0] for heads in looks), name)
+            shrinking = {read[output][0] for output in read if output.endswith("shrunk")}
+            self.assertEqual(len(shrinking), len(looks), "each look shrinks by a number of its own")
 
     def test_of_somebodys_own_stay(self):
         mine, broken, last = self.names

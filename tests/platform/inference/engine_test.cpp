@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Scenario{"overlapping", overlapping, {"out", "out2"}}, Scenario{"depthwise", depthwise, {"out"}},
                     Scenario{"groups", groups, {"out", "wide"}}, Scenario{"sums", sums, {"out", "out2", "out3"}},
                     Scenario{"sums alone", sums, {"out"}}, Scenario{"loose", loose, {"out", "out2"}},
-                    Scenario{"resized", resized, {"out", "double"}}),
+                    Scenario{"resized", resized, {"out", "double"}}, Scenario{"looks", looks, {"out", "out2"}}),
     [](const auto& scenario) {
       std::string name = scenario.param.name;
       std::replace(name.begin(), name.end(), ' ', '_');

@@ -84,6 +84,18 @@ inline OnnxWriter framed() {
   return relu6(network, "conv", "out");
 }
 
+/// Two looks at the picture, shrunk by other numbers, with the same weights.
+inline OnnxWriter looks() {
+  OnnxWriter network = shrunk();
+  network.convolution("picture", "smaller", {3, 1, 9, 6}, {strides({9, 6})});
+  network.convolution("small", "first", {7, 3, 3, 3}, {pads({1, 1, 1, 1})});
+  network.node("Conv", {"smaller", "first.w", "first.b"}, "first2",
+               {integers("kernel_shape", {3, 3}), pads({1, 1, 1, 1})});
+  network.constant<float>("shared.w", {2, 7, 1, 1}, {1, -1, 0.5F, 2, 0, 1, -2, 3, 1, -1, 0.25F, 1, 2, 0});
+  return network.node("Conv", {"first", "shared.w"}, "out", {integers("kernel_shape", {1, 1})})
+      .node("Conv", {"first2", "shared.w"}, "out2", {integers("kernel_shape", {1, 1})});
+}
+
 /// A frame on all sides, read by two convolutions, one of which pads as well.
 inline OnnxWriter framedLater() {
   OnnxWriter network = shrunk();
