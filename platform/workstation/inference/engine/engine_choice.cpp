@@ -9,6 +9,7 @@
 #include <span>
 
 #include "platform/workstation/inference/engine/onednn_engine.h"
+#include "platform/workstation/inference/engine/onnx/asked_part.h"
 #include "platform/workstation/inference/engine/opencv_engine.h"
 #include "platform/workstation/inference/engine/precision/range_meter.h"
 #include "platform/workstation/inference/engine/unsupported.h"
@@ -119,7 +120,9 @@ void checkLikeness(const std::vector<std::string>& outputs, const std::vector<Ma
   if (!are_like) throw Unsupported("its outputs differ too much from those in fp32");
 }
 
-std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& task) {
+std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole) {
+  const AskedTask asked(whole);
+  const NetworkTask& task = asked.task();
   if (RangeMeter* const meter = RangeMeter::current()) return meter->engineFor(task);
   const auto picture = trialPicture(task.height, task.packed_width);
   auto opencv = makeOpenCvEngine(task);

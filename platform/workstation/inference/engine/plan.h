@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/workstation/inference/engine/engine.h"
-#include "platform/workstation/inference/engine/onnx_reader.h"
+#include "platform/workstation/inference/engine/onnx/onnx_reader.h"
 
 namespace workstation {
 
