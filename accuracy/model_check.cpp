@@ -34,6 +34,7 @@
 #include "app/process_state.h"
 #include "platform/clock/clock.h"
 #include "platform/support/file_descriptor.h"
+#include "platform/workstation/inference/eyes.h"
 #include "platform/workstation/inference/last_run.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "platform/workstation/system/durable_file.h"
@@ -542,7 +543,9 @@ Problems checkDetector(const std::string& file, const fs::path& tree, LoadedNetw
 
 void sayAdapter(const ModelSidecar& sidecar) {
   std::string cells;
-  for (const workstation::AdapterScale& scale : sidecar.adapter.scales) {
+  workstation::AdapterSettings adapter = sidecar.adapter;
+  workstation::chooseLooks(adapter, workstation::eyesOfRuns());
+  for (const workstation::AdapterScale& scale : adapter.scales) {
     cells.append(cells.empty() ? "" : " and ").append(text("%g", static_cast<double>(scale.cell)));
   }
   if (!cells.empty())

@@ -1,7 +1,7 @@
 // What a run of the pose model costs through the inference service and on its engine, in floats, short floats and
 // bytes, beside the same engine with AVX2 only, OpenCV's dnn module, the usual way into that (blobFromImage makes a
 // planar float picture of the packed bytes), and plain loops, which tell what the numbers should be ("difference": the
-// largest, of a largest value of "of").
+// largest, of a largest value of "of"). VELMOR_EYES says which looks it makes, as in a run.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <larod.h>
@@ -17,16 +17,20 @@
 #include <ctime>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <opencv2/dnn.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "benchmarks/plain_network.h"
 #include "platform/workstation/inference/engine/onednn_engine.h"
+#include "platform/workstation/inference/engine/onnx/asked_part.h"
 #include "platform/workstation/inference/engine/opencv_engine.h"
+#include "platform/workstation/inference/eyes.h"
 #include "platform/workstation/inference/model_sidecar.h"
 #include "pose/mmfile.h"
 
@@ -51,27 +55,32 @@ std::vector<cv::Mat> forward(cv::dnn::Net& network, const cv::Mat& blob, const s
   return outputs;
 }
 
-/// The pose network and a picture for it.
+/// The pose network with some of its looks, and a picture for it.
 struct Task {
-  Task() {
+  using Choose = std::function<void(workstation::AdapterSettings&)>;
+  explicit Task(const Choose& choose) {
     std::ifstream stream(kModel, std::ios::binary);
     file.assign(std::istreambuf_iterator<char>(stream), {});
-    const workstation::ModelSidecar sidecar = workstation::readModelSidecar(kModel, file);
-    network.ranges = sidecar.ranges;
+    workstation::ModelSidecar sidecar = workstation::readModelSidecar(kModel, file);
+    choose(sidecar.adapter);
     for (const auto& scale : sidecar.adapter.scales) {
       network.outputs.insert(network.outputs.end(), scale.heads.begin(), scale.heads.end());
     }
     network.onnx = {reinterpret_cast<const std::uint8_t*>(file.data()), file.size()};
+    network.ranges = sidecar.ranges;
+    asked.emplace(network);
+    network = asked->task();
     network.height = kHeight;
     network.packed_width = kWidth * 3;
   }
   std::string file;
   workstation::NetworkTask network;
+  std::optional<workstation::AskedTask> asked;  ///< what `network` points into
   cv::Mat picture = noise(kHeight, kWidth, CV_8UC3);
 };
 
 const Task& task() {
-  static const Task the_task;
+  static const Task the_task([](auto& adapter) { workstation::chooseLooks(adapter, workstation::eyesOfRuns()); });
   return the_task;
 }
 
@@ -103,6 +112,34 @@ void engineIn(benchmark::State& state, workstation::Precision precision) {
 }
 BENCHMARK_CAPTURE(engineIn, bf16, workstation::Precision::kShortFloats)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(engineIn, int8, workstation::Precision::kBytes)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+/// Of the looks that the network's file has, each alone.
+void look(benchmark::State& state, std::size_t place, workstation::Precision precision) {
+  Task alone([place](auto& adapter) { adapter.scales = {adapter.scales.at(place)}; });
+  try {
+    workstation::NetworkTask given = alone.network;
+    given.precision = precision;
+    const auto made = workstation::makeOneDnnEngine(given);
+    while (state.KeepRunning()) benchmark::DoNotOptimize(made->run(alone.picture.data));
+  } catch (const std::exception& error) {
+    state.SkipWithError(error.what());
+  }
+}
+
+const bool looks_are_registered = [] {
+  std::vector<std::string> heads;
+  const Task all([&heads](const auto& adapter) {
+    for (const auto& scale : adapter.scales) heads.push_back(scale.heads.front());
+  });
+  for (std::size_t place = 0; place < heads.size(); ++place) {
+    const std::string name = "look/" + heads[place].substr(0, heads[place].find('/')) + "/";
+    for (const auto precision : {workstation::Precision::kFloats, workstation::Precision::kBytes}) {
+      const auto run = [=](benchmark::State& state) { look(state, place, precision); };
+      benchmark::RegisterBenchmark((name + nameOf(precision)).c_str(), run)->Unit(benchmark::kMillisecond);
+    }
+  }
+  return !heads.empty();
+}();
 
 double processorSeconds() {
   timespec time{};
@@ -200,13 +237,13 @@ BENCHMARK(plainLoops)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(
 
 /// OpenCV as it comes, on all cores; its input is ready as floats, and nothing is done with its output.
 void openCvOnAllCores(benchmark::State& state) {
-  cv::dnn::Net network = cv::dnn::readNetFromONNX(kModel);
+  const auto& onnx = task().network.onnx;
+  cv::dnn::Net network = cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(onnx.data()), onnx.size());
   const std::array<int, 4> shape = {1, 1, kHeight, kWidth * 3};
   cv::Mat blob(static_cast<int>(shape.size()), shape.data(), CV_32F);
   noise(kHeight, kWidth * 3, CV_32F).reshape(1, 4, shape.data()).copyTo(blob);
-  const std::vector<std::string> names = network.getUnconnectedOutLayersNames();
   cv::setNumThreads(-1);
-  while (state.KeepRunning()) benchmark::DoNotOptimize(forward(network, blob, names));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(forward(network, blob, task().network.outputs));
 }
 BENCHMARK(openCvOnAllCores)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -119,7 +119,7 @@ class Evaluator {
     for (const fs::path& file : filesIn(m_request.source_tree / "models")) {
       if (file.extension() == ".onnx" || file.extension() == ".json") networks.push_back(file);
     }
-    m_networks = fingerprintOf({m_request.precision}, networks);
+    m_networks = fingerprintOf({m_request.precision, m_request.eyes}, networks);
   }
 
   void makeTasks() {
@@ -182,6 +182,9 @@ class Evaluator {
     }
     if (!m_request.precision.empty() && !task.from_trace && !column.sees_truth) {
       words.insert(words.end(), {"--precision", m_request.precision});
+    }
+    if (!m_request.eyes.empty() && !task.from_trace && !column.sees_truth) {
+      words.insert(words.end(), {"--eyes", m_request.eyes});
     }
     if (column.sees_truth) words.insert(words.end(), {"--truth", beside(recording.video, ".truth.jsonl").string()});
     const ParameterGroup& set = task.from_trace ? task.set : column.set;

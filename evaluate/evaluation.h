@@ -17,6 +17,7 @@ struct Request {
   std::vector<workstation::ParameterGroup> sets;  ///< each is tried beside the recordings' own settings
   int jobs = 1;                                   ///< runs at once
   std::string precision;                          ///< the networks' numbers; empty: the program's own
+  std::string eyes;                               ///< how sharply they look; empty: the program's own
   std::filesystem::path program;                  ///< velmor_run
   std::filesystem::path source_tree;
   std::filesystem::path simulator;   ///< velmor_simulator; only needed for scripts

@@ -6,6 +6,7 @@ picture as it lies in memory: packed RGB bytes (as floats, 0..255) in one wide c
 OpenCV 4.6 wants decides the rest: limits of Clip as attributes, sizes of Pad as constants. Looks share their weights.
 """
 import base64
+import itertools
 import json
 import math
 import typing
@@ -226,6 +227,9 @@ RULES = {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_di
 # The logit of a joint's score becomes gain * logit + bias: the default Sensitivity is then the right bar.
 POSE_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
 DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.2}
+# What --eyes chooses from (docs/decisions/two-looks-at-a-picture.md).
+POSE_EYES = {"fast": (6,), "usual": (5,), "sharp": (5, 3)}
+DETECTOR_EYES = {eyes: (2,) for eyes in POSE_EYES}
 RGB, BGR = (0, 1, 2), (2, 1, 0)
 
 
@@ -234,15 +238,20 @@ class Recipe(typing.NamedTuple):
     file: str
     height: int
     width: int
-    shrinks: tuple      # pixels to one that the network sees, for each look at the picture: the first is believed most
+    eyes: dict          # by their name, their looks at the picture: pixels to one that the network sees; the first is
+                        # believed most
     channels: tuple     # the packed picture's; the detector's square comes turned, which exchanges red and blue
     tensors: typing.Callable
     confidence: dict
 
+    def looks(self):
+        """All that any eyes make, each once."""
+        return list(dict.fromkeys(itertools.chain.from_iterable(self.eyes.values())))
 
-RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, (5, 4), RGB, pose_tensors, POSE_CONFIDENCE),
-           Recipe("pose_portrait.onnx", 1280, 720, (5, 4), RGB, pose_tensors, POSE_CONFIDENCE),
-           Recipe("person_detector.onnx", 300, 300, (2,), BGR, detector_tensors, DETECTOR_CONFIDENCE)]
+
+RECIPES = [Recipe("pose_landscape.onnx", 720, 1280, POSE_EYES, RGB, pose_tensors, POSE_CONFIDENCE),
+           Recipe("pose_portrait.onnx", 1280, 720, POSE_EYES, RGB, pose_tensors, POSE_CONFIDENCE),
+           Recipe("person_detector.onnx", 300, 300, DETECTOR_EYES, BGR, detector_tensors, DETECTOR_CONFIDENCE)]
 
 
 def ranges_in(network, shrinks, ranges):
@@ -264,14 +273,16 @@ def convert(text, weights, ranges=None):
     made = {}
     for recipe in RECIPES:
         network = Network(recipe.height, recipe.width)
+        looks = recipe.looks()
         scales = [{"cell": shrink * HEAD_STRIDE,
                    "heads": Scale(graph, network, shrink, recipe.channels, f"by{shrink}/").heads()}
-                  for shrink in recipe.shrinks]
+                  for shrink in looks]
+        eyes = {name: [looks.index(shrink) for shrink in chosen] for name, chosen in recipe.eyes.items()}
         sidecar = {"input": {"name": "picture", "shape": [1, recipe.height, recipe.width, 3], "type": "uint8"},
-                   "adapter": {"name": "movenet_multipose", "scales": scales, "rules": RULES,
-                               "confidence": recipe.confidence},
+                   "adapter": {"name": "movenet_multipose", "scales": scales, "eyes": eyes,
+                               "rules": RULES, "confidence": recipe.confidence},
                    "outputs": recipe.tensors(recipe.height, recipe.width)}
         if ranges:
-            sidecar["ranges"] = ranges_in(network, recipe.shrinks, ranges)
+            sidecar["ranges"] = ranges_in(network, looks, ranges)
         made[recipe.file] = network.save([head for scale in scales for head in scale["heads"]]), sidecar
     return made

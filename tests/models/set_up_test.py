@@ -193,7 +193,7 @@ class Networks(SetUpTest):
         self.assertIn("is of other networks", self.said.getvalue())
         self.assertIsNone(ranges({**measured, "made_from": {}}), "of nobody knows what")
         self.assertNotIn("ranges", convert.convert(*FILES.values())["person_detector.onnx"][1])
-        with self.assertRaisesRegex(convert.Refused, "there is no layer by5/nowhere"):
+        with self.assertRaisesRegex(convert.Refused, "there is no layer by6/nowhere"):
             convert.convert(*FILES.values(), {"nowhere": None})
         for damaged in ("", "{", "[]", "{}", {**measured, "ranges": []}, {**measured, "ranges": {"x": [1, 2]}},
                         *({**measured, "ranges": {"x": ends}} for ends in (
@@ -210,6 +210,16 @@ class Networks(SetUpTest):
             self.assertTrue(all(len(set(map(tuple, heads))) == 4 and heads == looks[0] for heads in looks), name)
             shrinking = {read[output][0] for output in read if output.endswith("shrunk")}
             self.assertEqual(len(shrinking), len(looks), "each look shrinks by a number of its own")
+
+    def test_know_which_looks_the_eyes_make(self):
+        made = convert.convert(*FILES.values())
+        for recipe in convert.RECIPES:
+            adapter = made[recipe.file][1]["adapter"]
+            self.assertEqual({name: tuple(adapter["scales"][look]["cell"] // 4 for look in looks)
+                              for name, looks in adapter["eyes"].items()}, recipe.eyes)
+            self.assertEqual(set(recipe.eyes), {"fast", "usual", "sharp"})
+            cost = [sum(1 / shrink ** 2 for shrink in recipe.eyes[name]) for name in ("fast", "usual", "sharp")]
+            self.assertEqual(cost, sorted(cost))
 
     def test_of_somebodys_own_stay(self):
         mine, broken, last = self.names

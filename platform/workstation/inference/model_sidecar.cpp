@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "platform/support/owners.h"
+#include "platform/workstation/inference/eyes.h"
 #include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
@@ -134,6 +135,7 @@ class AdapterReader {
     for (const json& scale : scales) {
       settings.scales.push_back({readHeads(scale), number(scale, "cell", 1, 256)});
     }
+    if (m_entry.contains("eyes")) settings.looks = readEyes(m_entry["eyes"], settings.scales.size());
     const json rules = m_entry.value("rules", json());
     settings.rules = {.center_threshold = number(rules, "center_threshold", 0.01F, 1),
                       .reach = number(rules, "reach", 0.01F, 10),
@@ -147,6 +149,23 @@ class AdapterReader {
   }
 
  private:
+  std::map<std::string, std::vector<size_t>> readEyes(const json& eyes, size_t scales) const {
+    const auto isLook = [&](const json& look) { return look.is_number_unsigned() && look < scales; };
+    const auto areLooks = [&](const json& looks) {
+      return looks.is_array() && !looks.empty() && looks.size() <= scales &&
+             std::all_of(looks.begin(), looks.end(), isLook);
+    };
+    std::map<std::string, std::vector<size_t>> read;
+    for (const auto& [name, looks] : eyes.items()) {
+      if (!eyes.is_object() || !eyesFrom(name) || !areLooks(looks)) {
+        throw std::runtime_error(m_where + ".eyes: must say of \"fast\", \"usual\" and \"sharp\" which of the scales " +
+                                 "they look at, by their places from 0 to " + std::to_string(scales - 1));
+      }
+      read[name] = looks.get<std::vector<size_t>>();
+    }
+    return read;
+  }
+
   std::vector<std::string> readHeads(const json& scale) const {
     const json heads = scale.is_object() ? scale.value("heads", json()) : json();
     const auto isName = [](const json& head) {

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <bit>
@@ -13,6 +14,7 @@
 
 #include "platform/workstation/inference/engine/engine_choice.h"
 #include "platform/workstation/inference/engine/opencv_engine.h"
+#include "platform/workstation/inference/eyes.h"
 #include "platform/workstation/inference/tensor_quantizer.h"
 #include "platform/workstation/system/durable_file.h"
 
@@ -57,6 +59,10 @@ bool areFinite(const Maps& maps) {
 
 Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, ModelSidecar sidecar)
     : m_sidecar(std::move(sidecar)) {
+  const Eyes eyes = eyesOfRuns();
+  if (!chooseLooks(m_sidecar.adapter, eyes)) {
+    ::syslog(LOG_NOTICE, "%s: has no looks for %s eyes; it looks as usual", file.c_str(), nameOf(eyes));
+  }
   for (const TensorLayout& output : m_sidecar.outputs) {
     m_result_of.push_back(m_layers.size());
     const bool isCopied = output.adapted || output.type == LAROD_TENSOR_DATA_TYPE_UINT8;

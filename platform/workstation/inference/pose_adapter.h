@@ -2,16 +2,19 @@
 //
 // {"name": "movenet_multipose",
 //  "scales": [{"cell": 20, "heads": ["by5/center", "by5/regression", "by5/heat", "by5/offset"]}, ...],
+//  "eyes": {"fast": [0], "usual": [0, 1], "sharp": [0, 1, 2]},
 //  "rules": {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10},
 //  "confidence": {"gain": 1.0, "bias": 0.0}}
 //
 // The network looks at the picture once or at several scales: "cell" is the side of a head's cell in pixels of the
-// picture, "heads" the network's outputs. "rules" say who counts as a person; a later scale adds whom the earlier ones
+// picture, "heads" the network's outputs. "eyes", which may be left out, say which of the looks each of them makes, the
+// one that is believed most first (eyes.h). "rules" say who counts as a person; a later scale adds whom the earlier ones
 // overlooked, not somebody whose joints are closer to theirs than "same_distance" (the median, as a share of the larger
 // person). "confidence" maps the logit of a joint's score: gain * logit + bias.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -35,7 +38,8 @@ struct AdapterScale {
 };
 
 struct AdapterSettings {
-  std::vector<AdapterScale> scales;  ///< none without adapter
+  std::vector<AdapterScale> scales;                  ///< none without adapter
+  std::map<std::string, std::vector<size_t>> looks;  ///< by the eyes' name, places in `scales`
   PeopleRules rules;
   float same_distance = 0;
   float confidence_gain = 1.0F;

@@ -254,6 +254,9 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
   if (request.precision) {
     environment["VELMOR_PRECISION"] = *request.precision;
   }
+  if (request.eyes) {
+    environment["VELMOR_EYES"] = *request.eyes;
+  }
   if (request.truth) {
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
   }

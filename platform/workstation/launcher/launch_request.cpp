@@ -10,6 +10,7 @@
 #include "platform/workstation/decoding/video_source.h"
 #include "platform/workstation/inference/engine/precision/precision.h"
 #include "platform/workstation/inference/engine/threads.h"
+#include "platform/workstation/inference/eyes.h"
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/shown_text.h"
 
@@ -58,6 +59,7 @@ void checkCombination(const LaunchRequest& request) {
                      shown(*request.threads) + "\"");
   }
   if (request.precision) checkPrecision(*request.precision);
+  if (request.eyes) checkEyes(*request.eyes);
   if (request.event && !isNumber(*request.event)) {
     throw UsageError("--event needs the number of an event, not \"" + *request.event + "\"");
   }
@@ -80,6 +82,7 @@ constexpr std::array kTargets{
     Target{"--trace", &LaunchRequest::trace},
     Target{"--threads", &LaunchRequest::threads},
     Target{"--precision", &LaunchRequest::precision},
+    Target{"--eyes", &LaunchRequest::eyes},
     Target{"--reset", &LaunchRequest::reset, kLive},
     Target{"--listen", &LaunchRequest::listen, kLive},
     Target{"--user", &LaunchRequest::user, kLive},
@@ -198,6 +201,10 @@ void checkPrecision(const std::string& word) {
   if (!precisionFrom(word)) throw UsageError("--precision takes fp32, bf16 or int8, not \"" + shown(word) + "\"");
 }
 
+void checkEyes(const std::string& word) {
+  if (!eyesFrom(word)) throw UsageError("--eyes takes fast, usual or sharp, not \"" + shown(word) + "\"");
+}
+
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets) {
   constexpr std::string_view kJoined = "--set=";
   std::vector<std::string> rest;
@@ -264,6 +271,8 @@ const char* usage() {
                             more processor time in all
   --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
                             exactly; where they do not fit it is fp32, and the log says why
+  --eyes WORD               how sharply the networks look: usual; fast, for less work and fewer people found; or sharp, for
+                            more of both; a network that has no such looks looks as usual, and the log says so
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made

@@ -38,6 +38,7 @@ struct LaunchRequest {
   std::optional<std::string> event;      ///< of it: an event's number
   std::optional<std::string> threads;    ///< of a network's run, a whole number
   std::optional<std::string> precision;  ///< that networks run in: fp32, bf16 or int8
+  std::optional<std::string> eyes;       ///< how sharply networks look: fast, usual or sharp
   std::optional<std::string> reset;      ///< "floor" or "camera": what is put back, instead of a run
 };
 
@@ -50,6 +51,9 @@ std::vector<std::string> takeSets(const std::vector<std::string>& words, std::ve
 
 /// Throws UsageError unless networks can be asked to run in it.
 void checkPrecision(const std::string& word);
+
+/// Throws UsageError unless networks have such eyes.
+void checkEyes(const std::string& word);
 
 /// What --help prints.
 const char* usage();

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <tuple>
@@ -12,6 +13,7 @@
 
 #include "platform/support/owners.h"
 #include "platform/workstation/inference/tensor_quantizer.h"
+#include "tests/platform/inference/small_networks.h"
 #include "tests/platform/state_folder.h"
 
 namespace {
@@ -101,11 +103,16 @@ class Job : public InferenceService {
     m_request = larodCreateJobRequest(m_model, m_inputs, 1, m_outputs, m_output_count, nullptr, &m_error);
     ASSERT_NE(m_request, nullptr) << m_error->msg;
   }
-  ~Job() override {
+  ~Job() override { release(); }
+
+  /// Another model may be loaded afterwards.
+  void release() {
     larodDestroyJobRequest(&m_request);
     larodDestroyTensors(m_connection, &m_inputs, m_input_count, nullptr);
     larodDestroyTensors(m_connection, &m_outputs, m_output_count, nullptr);
+    larodDestroyModel(&m_model);
     for (const int fd : m_files) ::close(fd);
+    m_files.clear();
   }
 
   std::vector<int> bytes(const std::string& name) {
@@ -212,6 +219,41 @@ TEST_F(Job, AnAdapterFillsTheTensorsFromTheHeads) {
   EXPECT_STREQ(m_error->msg, "the network failed: its output \"regression\" is not finite");
 }
 
+/// By cells of 2.5 pixels somebody's joints lie further down than by cells of 2; where two looks see them apart, the
+/// nearer ones are told.
+TEST_F(Job, LooksWithTheEyesThatARunHas) {
+  struct Seen {
+    std::string log;
+    int pixels;  // tenths
+  };
+  const auto seenWith = [this](const char* eyes, const std::string& description) {
+    ::setenv("VELMOR_EYES", eyes, 1);
+    Seen seen{logOf([&] { load(network("tiny_heads"), description); }), 0};
+    ::unsetenv("VELMOR_EYES");
+    std::string picture(72, '\0');
+    picture[2 * 18 + 4 * 3] = '\x70';
+    bind(picture);
+    EXPECT_TRUE(larodRunJob(m_connection, m_request, &m_error));
+    seen.pixels = bytes("out1")[0] - 128;
+    release();
+    return seen;
+  };
+  const std::string heads = R"("heads": ["center", "regression", "heat", "offset"])";
+  const std::string two = replaced(adaptedPose(), "[{\"cell\": 2,", "[{\"cell\": 2.5, " + heads + "}, {\"cell\": 2,");
+  const std::string described = replaced(two, "\"rules\"", R"("eyes": {"fast": [1], "usual": [0]}, "rules")");
+  for (const auto& [eyes, description, pixels] :
+       {std::tuple{"fast", described, 20}, {"usual", described, 25}, {"", described, 25}, {"usual", two, 20}}) {
+    const Seen seen = seenWith(eyes, description);
+    EXPECT_EQ(seen.pixels, pixels) << eyes;
+    EXPECT_EQ(seen.log.find(" eyes"), std::string::npos) << seen.log;
+  }
+  const Seen sharp = seenWith("sharp", described), fast = seenWith("fast", two);
+  EXPECT_NE(sharp.log.find("m.onnx: has no looks for sharp eyes; it looks as usual\n"), std::string::npos) << sharp.log;
+  EXPECT_NE(fast.log.find("m.onnx: has no looks for fast eyes; it looks as usual\n"), std::string::npos) << fast.log;
+  EXPECT_EQ(sharp.pixels, 25);
+  EXPECT_EQ(fast.pixels, 20) << "all looks there are";
+}
+
 TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
   load(network("tiny_pose"), poseSidecar());
   bind(countingPicture().substr(1));
@@ -233,6 +275,9 @@ TEST_F(Job, FailsWithALineWhenFilesOrModelAreGone) {
 TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
   const std::string whole = network("tiny_pose"), heads = network("tiny_heads");
   const auto with = [](const char* from, const char* to) { return replaced(poseSidecar(), from, to); };
+  const auto withEyes = [](const std::string& eyes) {
+    return replaced(adaptedPose(), "\"rules\"", "\"eyes\": " + eyes + ", \"rules\"");
+  };
   const std::tuple<std::string, std::string, const char*> mistakes[] = {
       {"", poseSidecar(), ": is empty"},
       {whole.substr(0, whole.size() / 2), poseSidecar(), "not an ONNX"},
@@ -264,6 +309,13 @@ TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
       {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 0"), "\"cell\" must be a number from 1"},
       {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 1"), "have not as many cells"},
       {heads, replaced(adaptedPose(), "1, 1, 34]", "2, 1, 34]"), "outputs: an adapter fills three"},
+      {heads, withEyes("[0]"), "adapter.eyes: must say of \"fast\", "},
+      {heads, withEyes("{\"keen\": [0]}"), "adapter.eyes: must say"},
+      {heads, withEyes("{\"fast\": []}"), "adapter.eyes: must say"},
+      {heads, withEyes("{\"fast\": [1]}"), "by their places from 0 to 0"},
+      {heads, withEyes("{\"fast\": [0, 0]}"), "adapter.eyes: must say"},
+      {heads, withEyes("{\"fast\": [-1]}"), "adapter.eyes: must say"},
+      {heads, withEyes("{\"fast\": 0}"), "adapter.eyes: must say"},
       {heads, replaced(adaptedPose(), "0.15", "\"x\""), "\"center_threshold\" must"},
       {heads, replaced(adaptedPose(), "1, 34]", "1, 33]"), "outputs: an adapter fills three"},
       {heads, replaced(adaptedPose(), "\"heat\", \"offset\"", "\"offset\", \"heat\""), "\"offset\" is not a head"}};

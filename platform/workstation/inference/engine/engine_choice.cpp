@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <exception>
 #include <numeric>
 #include <span>
@@ -84,6 +85,19 @@ double squaredError(const Maps& ours, const Maps& theirs) {
   return differences / deviation;
 }
 
+/// What OpenCV makes of the picture. The engine itself goes first: it takes more memory than what is chosen.
+struct Expected {
+  Expected(const NetworkTask& task, const std::uint8_t* picture) {
+    const auto opencv = makeOpenCvEngine(task);
+    for (const Maps& map : opencv->run(picture)) {
+      values.emplace_back(map.values.begin(), map.values.end());
+      maps.push_back({values.back(), map.shape});
+    }
+  }
+  std::deque<std::vector<float>> values;  ///< which do not move
+  std::vector<Maps> maps;
+};
+
 /// Throws whatever is against it.
 std::unique_ptr<Engine> oneDnnThatAgrees(const NetworkTask& task, const std::uint8_t* picture,
                                          const std::vector<Maps>& expected) {
@@ -125,23 +139,22 @@ std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask&
   const NetworkTask& task = asked.task();
   if (RangeMeter* const meter = RangeMeter::current()) return meter->engineFor(task);
   const auto picture = trialPicture(task.height, task.packed_width);
-  auto opencv = makeOpenCvEngine(task);
-  const std::vector<Maps> expected = opencv->run(picture.data());
+  const Expected expected(task, picture.data());
   NetworkTask tried = task;
   if (task.precision != Precision::kFloats) {
     try {
-      return oneDnnThatAgrees(tried, picture.data(), expected);
+      return oneDnnThatAgrees(tried, picture.data(), expected.maps);
     } catch (const std::exception& reason) {
       ::syslog(LOG_NOTICE, "%s: runs in fp32 instead of %s: %s", name.c_str(), nameOf(task.precision), reason.what());
     }
     tried.precision = Precision::kFloats;
   }
   try {
-    return oneDnnThatAgrees(tried, picture.data(), expected);
+    return oneDnnThatAgrees(tried, picture.data(), expected.maps);
   } catch (const std::exception& reason) {
     ::syslog(LOG_NOTICE, "%s: runs on OpenCV, which is slower: %s", name.c_str(), reason.what());
   }
-  return opencv;
+  return makeOpenCvEngine(task);
 }
 
 }  // namespace workstation
