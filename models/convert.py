@@ -228,7 +228,7 @@ RULES = {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_di
 POSE_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
 DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.2}
 # What --eyes chooses from (docs/decisions/two-looks-at-a-picture.md).
-POSE_EYES = {"fast": (6,), "usual": (5,), "sharp": (5, 3)}
+POSE_EYES = {"fast": (5,), "usual": (5, 4), "sharp": (5, 3)}
 DETECTOR_EYES = {eyes: (2,) for eyes in POSE_EYES}
 RGB, BGR = (0, 1, 2), (2, 1, 0)
 

@@ -193,7 +193,7 @@ class Networks(SetUpTest):
         self.assertIn("is of other networks", self.said.getvalue())
         self.assertIsNone(ranges({**measured, "made_from": {}}), "of nobody knows what")
         self.assertNotIn("ranges", convert.convert(*FILES.values())["person_detector.onnx"][1])
-        with self.assertRaisesRegex(convert.Refused, "there is no layer by6/nowhere"):
+        with self.assertRaisesRegex(convert.Refused, "there is no layer by5/nowhere"):
             convert.convert(*FILES.values(), {"nowhere": None})
         for damaged in ("", "{", "[]", "{}", {**measured, "ranges": []}, {**measured, "ranges": {"x": [1, 2]}},
                         *({**measured, "ranges": {"x": ends}} for ends in (
