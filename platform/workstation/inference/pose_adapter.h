@@ -8,9 +8,9 @@
 //
 // The network looks at the picture once or at several scales: "cell" is the side of a head's cell in pixels of the
 // picture, "heads" the network's outputs. "eyes", which may be left out, say which of the looks each of them makes, the
-// one that is believed most first (eyes.h). "rules" say who counts as a person; a later scale adds whom the earlier ones
-// overlooked, not somebody whose joints are closer to theirs than "same_distance" (the median, as a share of the larger
-// person). "confidence" maps the logit of a joint's score: gain * logit + bias.
+// one that is believed most first (eyes.h). "rules" say who counts as a person; a later scale adds whom the earlier
+// ones overlooked, not somebody whose joints are closer to theirs than "same_distance" (the median, as a share of the
+// larger person). "confidence" maps the logit of a joint's score: gain * logit + bias.
 #pragma once
 
 #include <cstdint>

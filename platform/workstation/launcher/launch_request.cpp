@@ -75,20 +75,13 @@ struct Target {
   unsigned modes = kLive | kReplay;
 };
 constexpr std::array kTargets{
-    Target{"--source", &LaunchRequest::source, kLive},
-    Target{"--settings", &LaunchRequest::settings},
-    Target{"--truth", &LaunchRequest::truth},
-    Target{"--state", &LaunchRequest::state},
-    Target{"--trace", &LaunchRequest::trace},
-    Target{"--threads", &LaunchRequest::threads},
-    Target{"--precision", &LaunchRequest::precision},
-    Target{"--eyes", &LaunchRequest::eyes},
-    Target{"--reset", &LaunchRequest::reset, kLive},
-    Target{"--listen", &LaunchRequest::listen, kLive},
-    Target{"--user", &LaunchRequest::user, kLive},
-    Target{"--password-file", &LaunchRequest::password_file, kLive},
-    Target{"--login", &LaunchRequest::login, kLive},
-    Target{"--at", &LaunchRequest::at, kExplain},
+    Target{"--source", &LaunchRequest::source, kLive},  Target{"--settings", &LaunchRequest::settings},
+    Target{"--truth", &LaunchRequest::truth},           Target{"--state", &LaunchRequest::state},
+    Target{"--trace", &LaunchRequest::trace},           Target{"--threads", &LaunchRequest::threads},
+    Target{"--precision", &LaunchRequest::precision},   Target{"--eyes", &LaunchRequest::eyes},
+    Target{"--reset", &LaunchRequest::reset, kLive},    Target{"--listen", &LaunchRequest::listen, kLive},
+    Target{"--user", &LaunchRequest::user, kLive},      Target{"--password-file", &LaunchRequest::password_file, kLive},
+    Target{"--login", &LaunchRequest::login, kLive},    Target{"--at", &LaunchRequest::at, kExplain},
     Target{"--event", &LaunchRequest::event, kExplain},
 };
 

@@ -25,6 +25,6 @@ void checkLikeness(const std::vector<std::string>& outputs, const std::vector<Ma
 /// not know a layer or is slow on this processor, the task's precision gives way to 32-bit floats, and these to OpenCV,
 /// and a notice says why; `name` is the network's there. Throws what OpenCV does: UnusableNetwork, or std::exception
 /// when it cannot run.
-std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& task);
+std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole);
 
 }  // namespace workstation
