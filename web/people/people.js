@@ -18,7 +18,8 @@ function Add({ id, title, button, first = ROLES[0], onAdd }) {
   const [role, setRole] = useState(first);
   const submit = async (event) => {
     event.preventDefault();
-    if (await onAdd({ name: name.trim(), role })) setName("");
+    // Whoever has typed the next name meanwhile keeps it.
+    if (await onAdd({ name: name.trim(), role })) setName((now) => (now === name ? "" : now));
   };
   return html`<form class="add" onSubmit=${submit}>
     <div class="field">
