@@ -39,7 +39,7 @@ constexpr const char* kUsage =
   --set KEY=VALUE ...         these parameters as well, for comparison; several groups, each with a --set of its own
   --settings WORD             NAME.WORD.settings.json as well, for comparison; may be given several times
   --precision WORD            the networks' numbers instead of the program's own: fp32, bf16 or int8
-  --eyes WORD                 how sharply the networks look, instead of as usual: fast, usual or sharp
+  --eyes WORD                 how sharply the networks look: fast, unless said otherwise, or sharp
   --jobs N                    so many runs at once; the number of cores unless given
   --report FILE               the report, a page for a browser; evaluation.html unless given
   --json FILE                 the same as one JSON object

@@ -227,8 +227,8 @@ RULES = {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_di
 # The logit of a joint's score becomes gain * logit + bias: the default Sensitivity is then the right bar.
 POSE_CONFIDENCE = {"gain": 1.0, "bias": 0.0}
 DETECTOR_CONFIDENCE = {"gain": 1.0, "bias": 0.2}
-# What --eyes chooses from (docs/decisions/two-looks-at-a-picture.md).
-POSE_EYES = {"fast": (5,), "usual": (5, 4), "sharp": (5, 3)}
+# What --eyes chooses from (docs/decisions/looks-at-a-picture.md).
+POSE_EYES = {"fast": (5,), "sharp": (5, 3)}
 DETECTOR_EYES = {eyes: (2,) for eyes in POSE_EYES}
 RGB, BGR = (0, 1, 2), (2, 1, 0)
 

@@ -340,7 +340,7 @@ TEST(EvaluateCommand, SaysWhatItWasNotGiven) {
   EXPECT_EQ(answer("/nowhere"), "/nowhere: there is no such folder\n2");
   EXPECT_EQ(answer("/ --jobs 0"), "--jobs needs a whole number from 1 to 256, not \"0\"\n2");
   EXPECT_EQ(answer("/ --precision fp8"), "--precision takes fp32, bf16 or int8, not \"fp8\"\n2");
-  EXPECT_EQ(answer("/ --eyes keen"), "--eyes takes fast, usual or sharp, not \"keen\"\n2");
+  EXPECT_EQ(answer("/ --eyes keen"), "--eyes takes fast or sharp, not \"keen\"\n2");
   EXPECT_EQ(answer("/ --report /"), "/: is a directory; a file's name is needed\n2");
   EXPECT_EQ(answer("/ --set Sensitivity=2"), "--set Sensitivity=2: must be a number from 0 to 1\n2");
 }

@@ -217,8 +217,8 @@ class Networks(SetUpTest):
             adapter = made[recipe.file][1]["adapter"]
             self.assertEqual({name: tuple(adapter["scales"][look]["cell"] // 4 for look in looks)
                               for name, looks in adapter["eyes"].items()}, recipe.eyes)
-            self.assertEqual(set(recipe.eyes), {"fast", "usual", "sharp"})
-            cost = [sum(1 / shrink ** 2 for shrink in recipe.eyes[name]) for name in ("fast", "usual", "sharp")]
+            self.assertEqual(set(recipe.eyes), {"fast", "sharp"})
+            cost = [sum(1 / shrink ** 2 for shrink in recipe.eyes[name]) for name in ("fast", "sharp")]
             self.assertEqual(cost, sorted(cost))
 
     def test_of_somebodys_own_stay(self):

@@ -8,8 +8,7 @@
 namespace workstation {
 namespace {
 
-constexpr std::array kNames{std::pair{Eyes::kFast, "fast"}, std::pair{Eyes::kUsual, "usual"},
-                            std::pair{Eyes::kSharp, "sharp"}};
+constexpr std::array kNames{std::pair{Eyes::kFast, "fast"}, std::pair{Eyes::kSharp, "sharp"}};
 
 }  // namespace
 
@@ -24,13 +23,13 @@ const char* nameOf(Eyes eyes) {
 
 Eyes eyesOfRuns() {
   const char* word = std::getenv("VELMOR_EYES");
-  return eyesFrom(word == nullptr ? "" : word).value_or(Eyes::kUsual);
+  return eyesFrom(word == nullptr ? "" : word).value_or(Eyes::kFast);
 }
 
 bool chooseLooks(AdapterSettings& settings, Eyes eyes) {
   auto looks = settings.looks.find(nameOf(eyes));
-  const bool is_there = looks != settings.looks.end() || eyes == Eyes::kUsual;
-  if (!is_there) looks = settings.looks.find(nameOf(Eyes::kUsual));
+  const bool is_there = looks != settings.looks.end() || eyes == Eyes::kFast;
+  if (!is_there) looks = settings.looks.find(nameOf(Eyes::kFast));
   if (looks == settings.looks.end()) return is_there;
   std::vector<AdapterScale> chosen;
   for (const size_t look : looks->second) chosen.push_back(settings.scales.at(look));

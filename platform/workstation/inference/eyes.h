@@ -12,20 +12,19 @@
 namespace workstation {
 
 enum class Eyes {
-  kFast,   ///< fewer looks: less work, and fewer people are found
-  kUsual,  ///< as was chosen for falls
+  kFast,   ///< the usual ones: the fewest looks with which no fall is missed
   kSharp,  ///< more detail, and more work
 };
 
-/// "fast", "usual" or "sharp".
+/// "fast" or "sharp".
 std::optional<Eyes> eyesFrom(std::string_view word);
 const char* nameOf(Eyes eyes);
 
-/// As the environment's VELMOR_EYES says; else the usual ones.
+/// As the environment's VELMOR_EYES says; else fast ones.
 Eyes eyesOfRuns();
 
 /// Leaves the looks that those eyes make, the one that is believed most first. False when the sidecar does not name
-/// them: the usual ones are left, and they are all looks where it names none at all.
+/// them: those of fast eyes are left, and all looks where it does not name these either, which fast eyes make do with.
 bool chooseLooks(AdapterSettings& settings, Eyes eyes);
 
 }  // namespace workstation

@@ -158,7 +158,7 @@ class AdapterReader {
     std::map<std::string, std::vector<size_t>> read;
     for (const auto& [name, looks] : eyes.items()) {
       if (!eyes.is_object() || !eyesFrom(name) || !areLooks(looks)) {
-        throw std::runtime_error(m_where + ".eyes: must say of \"fast\", \"usual\" and \"sharp\" which of the scales " +
+        throw std::runtime_error(m_where + ".eyes: must say of \"fast\" and \"sharp\" eyes which of the scales " +
                                  "they look at, by their places from 0 to " + std::to_string(scales - 1));
       }
       read[name] = looks.get<std::vector<size_t>>();

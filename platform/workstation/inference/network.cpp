@@ -61,7 +61,7 @@ Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, Mo
     : m_sidecar(std::move(sidecar)) {
   const Eyes eyes = eyesOfRuns();
   if (!chooseLooks(m_sidecar.adapter, eyes)) {
-    ::syslog(LOG_NOTICE, "%s: has no looks for %s eyes; it looks as usual", file.c_str(), nameOf(eyes));
+    ::syslog(LOG_NOTICE, "%s: has no looks for %s eyes; it makes its usual ones", file.c_str(), nameOf(eyes));
   }
   for (const TensorLayout& output : m_sidecar.outputs) {
     m_result_of.push_back(m_layers.size());

@@ -2,7 +2,7 @@
 //
 // {"name": "movenet_multipose",
 //  "scales": [{"cell": 20, "heads": ["by5/center", "by5/regression", "by5/heat", "by5/offset"]}, ...],
-//  "eyes": {"fast": [0], "usual": [0, 1], "sharp": [0, 1, 2]},
+//  "eyes": {"fast": [0], "sharp": [0, 1]},
 //  "rules": {"center_threshold": 0.15, "reach": 0.3, "twin_distance": 0.08, "same_distance": 0.2, "most_people": 10},
 //  "confidence": {"gain": 1.0, "bias": 0.0}}
 //

@@ -195,7 +195,7 @@ void checkPrecision(const std::string& word) {
 }
 
 void checkEyes(const std::string& word) {
-  if (!eyesFrom(word)) throw UsageError("--eyes takes fast, usual or sharp, not \"" + shown(word) + "\"");
+  if (!eyesFrom(word)) throw UsageError("--eyes takes fast or sharp, not \"" + shown(word) + "\"");
 }
 
 std::vector<std::string> takeSets(const std::vector<std::string>& words, std::vector<ParameterGroup>& sets) {
@@ -264,8 +264,8 @@ const char* usage() {
                             more processor time in all
   --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
                             exactly; where they do not fit it is fp32, and the log says why
-  --eyes WORD               how sharply the networks look: usual; fast, for less work and fewer people found; or sharp, for
-                            more of both; a network that has no such looks looks as usual, and the log says so
+  --eyes WORD               how sharply the networks look: fast, unless said otherwise, or sharp, for more people found and
+                            more work; a network that has no looks for sharp eyes says so in the log
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made

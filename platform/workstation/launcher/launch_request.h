@@ -38,7 +38,7 @@ struct LaunchRequest {
   std::optional<std::string> event;      ///< of it: an event's number
   std::optional<std::string> threads;    ///< of a network's run, a whole number
   std::optional<std::string> precision;  ///< that networks run in: fp32, bf16 or int8
-  std::optional<std::string> eyes;       ///< how sharply networks look: fast, usual or sharp
+  std::optional<std::string> eyes;       ///< how sharply networks look: fast or sharp
   std::optional<std::string> reset;      ///< "floor" or "camera": what is put back, instead of a run
 };
 

@@ -477,11 +477,11 @@ TEST_F(Launch, ASetCountsOverAVideosSettingsAndALiveTraceIsADirectory) {
   EXPECT_EQ(loadCameraDescription(prepare().environment.at("VELMOR_CAMERA")).parameters.at("Sensitivity"), "0.7");
   const std::string state = " --state " + (m_tree / "state").string();
   const std::filesystem::path later = m_tree / "not/there/yet";
-  m_request = parseCommandLine(words("--threads 3 --precision int8 --eyes fast --trace " + later.string() + state));
+  m_request = parseCommandLine(words("--threads 3 --precision int8 --eyes sharp --trace " + later.string() + state));
   const auto environment = prepare().environment;
   EXPECT_EQ(environment.at("VELMOR_THREADS") + environment.at("OMP_WAIT_POLICY"), "3passive");
   EXPECT_EQ(environment.at("VELMOR_PRECISION"), "int8");
-  EXPECT_EQ(environment.at("VELMOR_EYES"), "fast");
+  EXPECT_EQ(environment.at("VELMOR_EYES"), "sharp");
   EXPECT_EQ(environment.at("VELMOR_TRACE_DIR"), later) << "watching begins, whatever becomes of its trace";
   EXPECT_FALSE(environment.contains("VELMOR_TRACE"));
   m_request = parseCommandLine(words("--trace " + demo() + state));
