@@ -12,10 +12,26 @@
 namespace workstation {
 namespace {
 
-/// A frame with its own memory.
+/// Memory of a frame of this thread's that is gone, for its next one: it is megabytes, and each cycle needs them anew.
+std::vector<std::uint8_t>& spareMemory() {
+  thread_local std::vector<std::uint8_t> spare;
+  return spare;
+}
+
+/// A frame with its own memory. What it holds at first is anything.
 class I420Frame {
  public:
-  I420Frame(int width, int height) : m_width(width), m_height(height), m_bytes(lumaSize() + 2 * chromaSize()) {}
+  I420Frame(int width, int height) : m_width(width), m_height(height) {
+    m_bytes.swap(spareMemory());
+    m_bytes.resize(lumaSize() + 2 * chromaSize());
+  }
+  ~I420Frame() {
+    if (m_bytes.capacity() > spareMemory().capacity()) m_bytes.swap(spareMemory());
+  }
+  I420Frame(I420Frame&&) = default;
+  I420Frame& operator=(I420Frame&&) = delete;
+  I420Frame(const I420Frame&) = delete;
+  I420Frame& operator=(const I420Frame&) = delete;
 
   std::uint8_t* y() { return m_bytes.data(); }
   std::uint8_t* u() { return y() + lumaSize(); }
@@ -154,12 +170,12 @@ void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rot
   const bool fits = picture.width == width && picture.height == height;
   std::optional<I420Frame> right_size;
   if (!fits || where.columns.to.length < width || where.rows.to.length < height) {
-    right_size = scaled(picture, size, where.columns.to, where.rows.to);
+    right_size.emplace(scaled(picture, size, where.columns.to, where.rows.to));
     picture = right_size->view();
   }
   std::optional<I420Frame> upright;
   if (rotation != 0) {
-    upright = turned(picture, rotation);
+    upright.emplace(turned(picture, rotation));
     picture = upright->view();
   }
   picture.full_range = frame.full_range;

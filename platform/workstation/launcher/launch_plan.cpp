@@ -220,6 +220,19 @@ void checkTracePlace(const LaunchRequest& request, const CameraDescription& came
   if (request.replay) checkReplaced(place);
 }
 
+void addHowNetworksRun(const LaunchRequest& request, std::map<std::string, std::string>& environment) {
+  if (request.threads) {
+    environment["VELMOR_THREADS"] = *request.threads;
+    environment["OMP_WAIT_POLICY"] = "passive";  // threads that wait for the next layer sleep
+  }
+  if (request.precision) {
+    environment["VELMOR_PRECISION"] = *request.precision;
+  }
+  if (request.eyes) {
+    environment["VELMOR_EYES"] = *request.eyes;
+  }
+}
+
 std::map<std::string, std::string> environmentFor(const LaunchRequest& request, const fs::path& source_tree,
                                                   const fs::path& state, bool on_terminal) {
   std::map<std::string, std::string> environment = {
@@ -229,7 +242,9 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
       {"VELMOR_MANIFEST", (source_tree / "package" / "manifest.json").string()},
       {"VELMOR_OUTPUT", !request.replay ? "text"
                         : request.json  ? "json"
-                                        : "replay"}};
+                                        : "replay"},
+      // A video that begins again has new threads; with pools of their own, what those before gave back stays taken.
+      {"MALLOC_ARENA_MAX", "2"}};
   if (request.replay) {
     environment["VELMOR_CLOCK"] = "replay";
   }
@@ -247,16 +262,7 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
     environment["VELMOR_RETRACE"] = fullPath(*request.source).string();
     environment["VELMOR_SET"] = json(groupOf(request)).dump(-1, ' ', false, json::error_handler_t::replace);
   }
-  if (request.threads) {
-    environment["VELMOR_THREADS"] = *request.threads;
-    environment["OMP_WAIT_POLICY"] = "passive";  // threads that wait for the next layer sleep
-  }
-  if (request.precision) {
-    environment["VELMOR_PRECISION"] = *request.precision;
-  }
-  if (request.eyes) {
-    environment["VELMOR_EYES"] = *request.eyes;
-  }
+  addHowNetworksRun(request, environment);
   if (request.truth) {
     environment["VELMOR_TRUTH"] = fs::absolute(*request.truth).string();
   }

@@ -188,6 +188,47 @@ void takeSubject(std::vector<std::string>& rest, Mode mode, LaunchRequest& reque
   rest.erase(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(words));
 }
 
+constexpr const char* kUsage = R"(./run                       watches the demo in real time
+./run --source FILE         watches a video of yours, a camera's URI (rtsp://...), or what a camera's description
+                            (*.json) names; a camera that does not answer is tried again until it does
+  --login FILE              the camera's user and password, a line each, in a file that only you can read
+./run --reset floor         puts the stored floor calibration back to the source's or the package's
+./run --reset camera        camera and lens are again those that the start names, not what was chosen on the page
+./run camera check ADDRESS  tries a camera and says what it found, or what is wrong and what to do: camera check --help
+./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
+./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
+                            networks
+./run explain TRACE         says why each alarm came, and why none did
+./run evaluate [FOLDER]     recordings through the program, beside what happened in them: evaluate --help
+./run tls [--name HOST]...  makes or renews a certificate for the page, and says how telephones come to believe it
+./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
+  --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
+  --loop                    a video begins again at its end, instead of ending the run
+  --state DIR               keeps parameters, events and log there
+  --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; where other machines reach it, people sign in,
+                            and the first start shows an installer's password
+  --user NAME               makes this person an installer, newly or with a new password, which is typed, or comes from
+                            VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
+  --tls                     the page is https, also where only this machine reaches it
+  --json                    replay: one JSON object a line on standard output, nothing else
+  --truth FILE              replay: the true people of a rendered recording instead of what the networks see
+  --set KEY=VALUE ...       replay: these parameters count instead; on a trace several groups, each with a --set of its
+                            own, are compared: the alarms that each gains and loses
+  --trace OUT.jsonl         replay: writes down what is decided and why (docs/trace.md); it holds no pictures
+  --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
+  --threads N               each network runs on so many threads instead of one: sooner where nothing else runs, and for
+                            more processor time in all
+  --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
+                            exactly; where they do not fit it is fp32, and the log says why
+  --eyes WORD               how sharply the networks look: fast, unless said otherwise, or sharp, for more people found and
+                            more work; a network that has no looks for sharp eyes says so in the log
+  --at T, --event N         explain: at this time (41.5), or this event only
+  --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
+                            there instead of downloading them; not wanted any more once they are made
+Without ./run tls the page is plain http: whoever listens on the network learns passwords and sees the pictures.
+Ctrl-C ends a run.
+)";
+
 }  // namespace
 
 void checkPrecision(const std::string& word) {
@@ -231,47 +272,6 @@ LaunchRequest parseCommandLine(const std::vector<std::string>& arguments) {
   return request;
 }
 
-const char* usage() {
-  return R"(./run                       watches the demo in real time
-./run --source FILE         watches a video of yours, a camera's URI (rtsp://...), or what a camera's description
-                            (*.json) names; a camera that does not answer is tried again until it does
-  --login FILE              the camera's user and password, a line each, in a file that only you can read
-./run --reset floor         puts the stored floor calibration back to the source's or the package's
-./run --reset camera        camera and lens are again those that the start names, not what was chosen on the page
-./run camera check ADDRESS  tries a camera and says what it found, or what is wrong and what to do: camera check --help
-./run replay demo|FILE      analyses every picture of a recording as fast as the machine can, prints events
-./run replay TRACE          the rules again on what the networks saw when the trace was made; needs neither video nor
-                            networks
-./run explain TRACE         says why each alarm came, and why none did
-./run evaluate [FOLDER]     recordings through the program, beside what happened in them: evaluate --help
-./run tls [--name HOST]...  makes or renews a certificate for the page, and says how telephones come to believe it
-./run model check FILE      says whether a network of yours (FILE.onnx with FILE.onnx.json) fits, and what it finds
-  --settings FILE           what the installer has set: bed areas, floor points, product name, focal length (JSON)
-  --loop                    a video begins again at its end, instead of ending the run
-  --state DIR               keeps parameters, events and log there
-  --listen ADDRESS:PORT     the page's address instead of 127.0.0.1:8080; where other machines reach it, people sign in,
-                            and the first start shows an installer's password
-  --user NAME               makes this person an installer, newly or with a new password, which is typed, or comes from
-                            VELMOR_PASSWORD or from the first line of --password-file FILE; 8 characters at least
-  --tls                     the page is https, also where only this machine reaches it
-  --json                    replay: one JSON object a line on standard output, nothing else
-  --truth FILE              replay: the true people of a rendered recording instead of what the networks see
-  --set KEY=VALUE ...       replay: these parameters count instead; on a trace several groups, each with a --set of its
-                            own, are compared: the alarms that each gains and loses
-  --trace OUT.jsonl         replay: writes down what is decided and why (docs/trace.md); it holds no pictures
-  --trace DIR               live: the same, the last hours of it: 2 GiB and seven days at most
-  --threads N               each network runs on so many threads instead of one: sooner where nothing else runs, and for
-                            more processor time in all
-  --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
-                            exactly; where they do not fit it is fp32, and the log says why
-  --eyes WORD               how sharply the networks look: fast, unless said otherwise, or sharp, for more people found and
-                            more work; a network that has no looks for sharp eyes says so in the log
-  --at T, --event N         explain: at this time (41.5), or this event only
-  --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
-                            there instead of downloading them; not wanted any more once they are made
-Without ./run tls the page is plain http: whoever listens on the network learns passwords and sees the pictures.
-Ctrl-C ends a run.
-)";
-}
+const char* usage() { return kUsage; }
 
 }  // namespace workstation

@@ -139,16 +139,17 @@ BgraPicture cardPicture(StreamSize shown, const std::vector<std::string>& lines)
 
 std::string toJpeg(const BgraPicture& picture) {
   const std::unique_ptr<void, decltype(&tjDestroy)> encoder(tjInitCompress(), &tjDestroy);
-  std::string jpeg(tjBufSize(picture.width, picture.height, TJSAMP_420), '\0');
-  auto* bytes = reinterpret_cast<unsigned char*>(jpeg.data());
-  unsigned long size = jpeg.size();
-  if (!encoder || tjCompress2(encoder.get(), picture.bytes.data(), picture.width, picture.stride(), picture.height,
-                              TJPF_BGRX, &bytes, &size, TJSAMP_420, kQuality, TJFLAG_NOREALLOC) != 0) {
+  unsigned char* bytes =
+      nullptr;  // grows as the picture needs it: what could be needed at worst is thirty times as much
+  unsigned long size = 0;
+  const bool made = encoder && tjCompress2(encoder.get(), picture.bytes.data(), picture.width, picture.stride(),
+                                           picture.height, TJPF_BGRX, &bytes, &size, TJSAMP_420, kQuality, 0) == 0;
+  const std::unique_ptr<unsigned char, decltype(&tjFree)> owner(bytes, &tjFree);
+  if (!made) {
     throw std::runtime_error("a picture of " + std::to_string(picture.width) + "x" + std::to_string(picture.height) +
                              " cannot be encoded");
   }
-  jpeg.resize(size);
-  return jpeg;
+  return {reinterpret_cast<const char*>(bytes), size};
 }
 
 }  // namespace workstation

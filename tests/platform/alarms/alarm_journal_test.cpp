@@ -250,6 +250,7 @@ TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {
 
 TEST(AlarmBookTest, ForgetsTheOldestThatAreClosedAndOnlyTooManyOfThoseThatSomebodyWaitsFor) {
   AlarmBook book({.closed = 100, .waiting = 1000, .entries = 2000});
+  constexpr std::uint64_t kTold = 600;  // three entries each of 200 alarms
   std::uint64_t alarms = 0;
   const auto fill = [&](std::uint64_t up_to) {
     while (alarms < up_to) {
@@ -263,11 +264,11 @@ TEST(AlarmBookTest, ForgetsTheOldestThatAreClosedAndOnlyTooManyOfThoseThatSomebo
   fill(600);
   EXPECT_EQ(book.trim(), std::nullopt);
   fill(1100);
-  book.keepAbove(200 * 3);
+  book.keepAbove(kTold);
   EXPECT_EQ(book.trim(), 0U);
   EXPECT_TRUE(!knows(200) && knows(201) && knows(1100)) << "what was told already goes first";
-  ASSERT_NE(book.nextFor(200 * 3, 0, 1), nullptr);
-  EXPECT_EQ(book.nextFor(200 * 3, 0, 1)->alarm, "run-201");
+  ASSERT_NE(book.nextFor(kTold, 0, 1), nullptr);
+  EXPECT_EQ(book.nextFor(kTold, 0, 1)->alarm, "run-201");
   fill(1600);
   EXPECT_EQ(book.trim(), 400U) << "not without end";
   EXPECT_TRUE(!knows(600) && knows(601));
