@@ -20,7 +20,7 @@ using nlohmann::json;
 using workstation::Range;
 using workstation::TensorRanges;
 
-/// The networks look at a picture several times with the same weights; a look's layers begin with "byN/".
+/// The networks look at a picture once or several times with the same weights; a look's layers begin with "byN/".
 std::string withoutLook(const std::string& tensor) {
   const auto slash = tensor.find('/');
   const bool is_look = slash != std::string::npos && slash > 2 && tensor.starts_with("by") &&

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -20,6 +21,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using workstation::ParameterGroup;
+
+/// Of how networks run: a program that is told nothing looks into its environment, which is ours.
+std::string saidOrInherited(const std::string& said, const char* variable) {
+  const char* const inherited = std::getenv(variable);
+  return said.empty() && inherited != nullptr ? inherited : said;
+}
 
 constexpr const char* kSettings = ".settings.json";
 
@@ -119,7 +126,9 @@ class Evaluator {
     for (const fs::path& file : filesIn(m_request.source_tree / "models")) {
       if (file.extension() == ".onnx" || file.extension() == ".json") networks.push_back(file);
     }
-    m_networks = fingerprintOf({m_request.precision, m_request.eyes}, networks);
+    m_networks = fingerprintOf(
+        {saidOrInherited(m_request.precision, "VELMOR_PRECISION"), saidOrInherited(m_request.eyes, "VELMOR_EYES")},
+        networks);
   }
 
   void makeTasks() {

@@ -147,6 +147,18 @@ TEST_F(Evaluating, DoesAgainWhatHasChanged) {
     EXPECT_EQ(callsOf(), 1U) << file;
     EXPECT_EQ(callsOf(), 0U) << file;
   }
+  request.eyes = "sharp";
+  evaluateFolder(request);
+  EXPECT_NE(read("calls").find(" --eyes sharp "), std::string::npos) << read("calls");
+  EXPECT_EQ(calls(), 1U);
+  request.eyes.clear();
+  EXPECT_EQ(callsOf(), 0U) << "fast ones are known";
+  ::setenv("VELMOR_EYES", "sharp", 1);
+  EXPECT_EQ(callsOf(), 0U) << "the program looks into the environment";
+  ::setenv("VELMOR_PRECISION", "int8", 1);
+  EXPECT_EQ(callsOf(), 1U);
+  ::unsetenv("VELMOR_EYES");
+  ::unsetenv("VELMOR_PRECISION");
   for (const auto& entry : fs::directory_iterator(request.store)) {
     fs::resize_file(entry.path(), fs::file_size(entry.path()) - 9);
   }

@@ -49,6 +49,10 @@ std::string whyClosed(const Alarm& alarm) {
   return "It is closed already: " + std::string(nameOf(last->what)) + " by " + nameOrSomebody(last->by) + ".";
 }
 
+void noteUntold(std::size_t alarms) {
+  if (alarms > 0) ::syslog(LOG_ERR, "%zu alarms are forgotten that receivers were never told of", alarms);
+}
+
 }  // namespace
 
 std::shared_ptr<AlarmDesk> AlarmDesk::open(AlarmDeskSettings settings) {
@@ -132,6 +136,7 @@ void AlarmDesk::adopt(AlarmPast past) {
   m_watermark = past.book.lastSeq();
   m_book.precede(std::move(past.book));
   if (!past.damage.empty()) ::syslog(LOG_ERR, "%s", past.damage.c_str());
+  noteUntold(past.untold);
   std::optional<Pause>& pause = m_book.pause();
   if (pause && pause->end == 0ns) {
     // A clock that was set cannot make it longer than it was meant to be.
@@ -347,7 +352,7 @@ void AlarmDesk::look() {
 void AlarmDesk::trim() {
   const auto untold = m_book.trim();
   if (!untold) return;
-  if (*untold > 0) ::syslog(LOG_ERR, "%zu alarms are forgotten that receivers were never told of", *untold);
+  noteUntold(*untold);
   m_store->rewrite(m_book.entries());
 }
 

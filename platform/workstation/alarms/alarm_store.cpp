@@ -69,6 +69,7 @@ struct Loaded {
   std::size_t damaged = 0;  ///< lines that are none of ours, before the last
   std::int64_t whole = 0;   ///< bytes of whole lines
   bool trimmed = false;
+  std::size_t untold = 0;  ///< alarms that are forgotten though a receiver may not have been told of them
 };
 
 Loaded parse(const Read& read, const AlarmLimits& limits) {
@@ -84,7 +85,9 @@ Loaded parse(const Read& read, const AlarmLimits& limits) {
     }
     loaded.book.apply(std::move(*entry));
     loaded.book.store(loaded.book.last());
-    loaded.trimmed = loaded.book.trim().has_value() || loaded.trimmed;
+    const auto untold = loaded.book.trim();
+    loaded.trimmed = untold || loaded.trimmed;
+    loaded.untold += untold.value_or(0);
   }
   return loaded;
 }
@@ -186,6 +189,7 @@ void AlarmStore::Core::load() {
   size = loaded.whole;
   torn = read.size > loaded.whole;
   file = FileDescriptor(::open(path.c_str(), kFlags));  // where there is one
+  past.untold = loaded.untold;
   bool is_replaced = loaded.trimmed;
   if (loaded.damaged > 0) past.damage = keepDamaged(path, loaded.damaged, is_replaced);
   if (is_replaced) {

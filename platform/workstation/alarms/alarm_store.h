@@ -25,7 +25,8 @@ struct StoredCalls {
 /// What the journal said when it was first read.
 struct AlarmPast {
   AlarmBook book;
-  std::string damage;  ///< a line where it was damaged
+  std::string damage;      ///< a line where it was damaged
+  std::size_t untold = 0;  ///< alarms that are forgotten, being too many, though somebody outside may not know of them
 };
 
 /// In the state directory, tried until it can be had.

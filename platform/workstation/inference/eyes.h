@@ -12,7 +12,7 @@
 namespace workstation {
 
 enum class Eyes {
-  kFast,   ///< the usual ones: the fewest looks with which no fall is missed
+  kFast,   ///< the usual ones: the least work with which no fall of the clips is missed
   kSharp,  ///< more detail, and more work
 };
 

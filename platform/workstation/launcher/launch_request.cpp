@@ -220,8 +220,8 @@ constexpr const char* kUsage = R"(./run                       watches the demo i
                             more processor time in all
   --precision WORD          the networks' numbers: fp32, or, for trials, bf16 or int8, which can be quicker and see less
                             exactly; where they do not fit it is fp32, and the log says why
-  --eyes WORD               how sharply the networks look: fast, unless said otherwise, or sharp, for more people found and
-                            more work; a network that has no looks for sharp eyes says so in the log
+  --eyes WORD               how sharply the networks look: fast, unless said otherwise, or sharp, which finds small people
+                            for more than twice the work; a network that has no looks for sharp eyes says so in the log
   --at T, --event N         explain: at this time (41.5), or this event only
   --network FOLDER          first start: takes movenet-multipose.json and .bin, of which the networks are made, from
                             there instead of downloading them; not wanted any more once they are made

@@ -87,8 +87,9 @@ class PostOffice::Implementation : public AlarmListener {
   const PostOfficeSettings m_settings;
   const GLibPtr<GMainContext> m_context;
   const GLibPtr<GMainLoop> m_loop;
-  std::list<Line> m_lines;  ///< which do not move
-  bool m_knows_past;        ///< the lines begin where they have to
+  std::list<Line> m_lines;       ///< which do not move
+  bool m_knows_past;             ///< the lines begin where they have to
+  bool m_has_receivers = false;  ///< even if there are none: they were told
   GLibPtr<GSource> m_look;
   mutable std::mutex m_mutex;
   std::vector<ReceiverStatus> m_published;
@@ -163,6 +164,7 @@ void PostOffice::Implementation::onPast(std::uint64_t /*version*/) {
   invoke([this] {
     for (Line& line : m_lines) goBack(line);
     m_knows_past = true;
+    if (!m_has_receivers) return;  // nobody would look as if nobody waited; setReceivers does the rest
     storeCursors();
     for (Line& line : m_lines) sendNext(line);
     keepWhatWaits();
@@ -185,6 +187,7 @@ void PostOffice::Implementation::hurry() {
 }
 
 void PostOffice::Implementation::setReceivers(const CallSettings& calls) {
+  m_has_receivers = true;
   std::list<Line> before = std::exchange(m_lines, {});
   for (int level = 1; level <= calls.lastLevel(); ++level) {
     for (const Receiver& receiver : calls.levels[static_cast<std::size_t>(level) - 1]) {

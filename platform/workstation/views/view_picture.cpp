@@ -139,8 +139,8 @@ BgraPicture cardPicture(StreamSize shown, const std::vector<std::string>& lines)
 
 std::string toJpeg(const BgraPicture& picture) {
   const std::unique_ptr<void, decltype(&tjDestroy)> encoder(tjInitCompress(), &tjDestroy);
-  unsigned char* bytes =
-      nullptr;  // grows as the picture needs it: what could be needed at worst is thirty times as much
+  // The encoder's own memory grows as the picture needs it: what could be needed at worst is thirty times as much.
+  unsigned char* bytes = nullptr;
   unsigned long size = 0;
   const bool made = encoder && tjCompress2(encoder.get(), picture.bytes.data(), picture.width, picture.stride(),
                                            picture.height, TJPF_BGRX, &bytes, &size, TJSAMP_420, kQuality, 0) == 0;

@@ -310,7 +310,7 @@ TEST_F(InferenceService, AModelThatIsRefusedIsOneClearLine) {
       {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 0"), "\"cell\" must be a number from 1"},
       {heads, replaced(adaptedPose(), "\"cell\": 2", "\"cell\": 1"), "have not as many cells"},
       {heads, replaced(adaptedPose(), "1, 1, 34]", "2, 1, 34]"), "outputs: an adapter fills three"},
-      {heads, withEyes("[0]"), "adapter.eyes: must say of \"fast\", "},
+      {heads, withEyes("[0]"), "adapter.eyes: must say of \"fast\" and \"sharp\" eyes"},
       {heads, withEyes("{\"keen\": [0]}"), "adapter.eyes: must say"},
       {heads, withEyes("{\"fast\": []}"), "adapter.eyes: must say"},
       {heads, withEyes("{\"fast\": [1]}"), "by their places from 0 to 0"},

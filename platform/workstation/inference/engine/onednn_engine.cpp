@@ -55,10 +55,10 @@ class Workspace {
   /// Held during a run, and to grow.
   std::mutex mutex;
 
-  /// Whatever was in it is lost, and it may lie elsewhere afterwards.
+  /// Whatever was in it is lost, and it may lie elsewhere afterwards; where there is no memory it stays as it was,
+  /// since other networks run in it.
   void grow(size_t bytes) {
     if (bytes <= m_bytes) return;
-    m_memory.reset();
     m_memory = bufferOf(bytes);
     m_bytes = bytes;
   }

@@ -45,7 +45,11 @@ struct SideWork::State {
 
   void finish(std::uint64_t id, const Outcome& outcome) {
     const auto message = take(id);
-    outcome(message.get());
+    try {
+      outcome(message.get());
+    } catch (const std::exception& error) {  // which would end the program here
+      if (message) answerLine(message.get(), SOUP_STATUS_INTERNAL_SERVER_ERROR, error.what());
+    }
     if (message) soup_server_message_unpause(message.get());
   }
 
