@@ -19,12 +19,11 @@ COLOURS = {"fp32": "#1f5fa8", "int8": "#b3541e"}
 
 
 def rows(page):
-    """(looks, numbers, ms, people found of all five trials, clips told) of each row whose people and clips are known."""
+    """(looks, numbers, ms, people found of all five trials, clips told) of each row."""
     table = re.search(r"<!-- looks: begin -->(.*)<!-- looks: end -->", page, re.DOTALL)[1]
     for line in table.strip().splitlines()[2:]:
-        looks, numbers, ms, *found, clips = [cell.strip(" *") for cell in line.strip("| ").split("|")][:9]
-        if "-" not in (*found, clips):
-            yield looks, numbers, float(ms), sum(int(cell.split()[0]) for cell in found), int(clips.split()[0])
+        looks, numbers, ms, *found, clips = [cell.strip() for cell in line.strip("| ").split("|")][:9]
+        yield looks, numbers, float(ms), sum(map(int, found)), int(clips)
 
 
 def picture(choices):
