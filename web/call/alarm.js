@@ -1,6 +1,6 @@
 /** One alarm, told once, with the action beside it. */
 import { becauseOf, eventName, say } from "../base/words.js";
-import { html, useState } from "../vendor/preact.js";
+import { html, useReducer, useState } from "../vendor/preact.js";
 import { callWords, isUnstored, lastAnswer, lookOf, mayHush, timesOf } from "./calls.js";
 import { answer } from "./service.js";
 
@@ -15,6 +15,21 @@ export function answersFor(alarm) {
   return ["coming", "seen", "resolved", "false_alarm"];
 }
 
+/** What somebody is about to say of an alarm, {reason, own} by its id: its card may go and come back meanwhile. */
+const reasons = new Map();
+const NOTHING_SAID = { reason: null, own: "" };
+
+/** An alarm's of these, null while nobody is asked for one, and the way to change it. */
+function useReason(id) {
+  const [, redraw] = useReducer((count) => count + 1, 0);
+  const set = (next) => {
+    if (next) reasons.set(id, next);
+    else reasons.delete(id);
+    redraw();
+  };
+  return [reasons.get(id) ?? null, set];
+}
+
 /** Sends answers: {busy, wrong, waits, give}; waits: the camera has taken one that is not on its disk yet. */
 function useAnswer(alarm, link) {
   const [state, setState] = useState({ busy: false, wrong: "", sent: false });
@@ -27,6 +42,7 @@ function useAnswer(alarm, link) {
     try {
       const told = await answer(alarm.id, what, reason);
       if (told?.id === alarm.id) link.send({ type: "alarm", alarm: told });
+      if (told?.state === "closed") reasons.delete(alarm.id);
       setState({ busy: false, wrong: "", sent: told?.stored === false });
     } catch (error) {
       setState({ busy: false, wrong: error.message, sent: false });
@@ -36,12 +52,18 @@ function useAnswer(alarm, link) {
   return { ...state, waits: known || (state.sent && alarm.state === "calling"), give };
 }
 
-function FalseAlarm({ onGive, onLeave, busy }) {
-  const [reason, setReason] = useState(null);
-  const [own, setOwn] = useState("");
+function Own({ own, onOwn }) {
+  return html`<label class="field"
+    ><span>${say("alarm.ownReason")}</span>
+    <input type="text" maxlength="200" value=${own} onInput=${(event) => onOwn(event.target.value)} />
+  </label>`;
+}
+
+function FalseAlarm({ said, onSaid, onGive, busy }) {
+  const { reason, own } = said;
   const submit = (event) => {
     event.preventDefault();
-    if (reason) onGive("false_alarm", reason === "other" && own.trim() ? own.trim() : say(`reason.${reason}`));
+    if (reason && !busy) onGive("false_alarm", reason === "other" && own.trim() ? own.trim() : say(`reason.${reason}`));
   };
   return html`<form class="alarm-reason" onSubmit=${submit}>
     <fieldset>
@@ -49,35 +71,34 @@ function FalseAlarm({ onGive, onLeave, busy }) {
       ${REASONS.map(
         (key) =>
           html`<label key=${key}>
-            <input type="radio" name="reason" checked=${reason === key} onChange=${() => setReason(key)} />
+            <input
+              type="radio"
+              name="reason"
+              checked=${reason === key}
+              onChange=${() => onSaid({ ...said, reason: key })}
+            />
             <span>${say(`reason.${key}`)}</span>
           </label>`,
       )}
     </fieldset>
-    ${
-      reason === "other" &&
-      html`<label class="field"
-        ><span>${say("alarm.ownReason")}</span>
-        <input type="text" maxlength="200" value=${own} onInput=${(event) => setOwn(event.target.value)} />
-      </label>`
-    }
+    ${reason === "other" && html`<${Own} own=${own} onOwn=${(text) => onSaid({ ...said, own: text })} />`}
     <div class="row">
       <button type="submit" class="primary" aria-disabled=${busy || !reason ? "true" : "false"}>
         ${say("answer.false_alarm")}
       </button>
-      <button type="button" class="quiet" onClick=${onLeave}>${say("back")}</button>
+      <button type="button" class="quiet" onClick=${() => onSaid(null)}>${say("back")}</button>
     </div>
   </form>`;
 }
 
 function Answers({ alarm, answering }) {
-  const [asks, setAsks] = useState(false);
+  const [said, setSaid] = useReason(alarm.id);
   const { busy, give } = answering;
-  if (asks) return html`<${FalseAlarm} onGive=${give} onLeave=${() => setAsks(false)} busy=${busy} />`;
+  if (said) return html`<${FalseAlarm} said=${said} onSaid=${setSaid} onGive=${give} busy=${busy} />`;
   const [first, ...others] = answersFor(alarm);
   const press = (what) => () => {
     if (busy) return;
-    if (what === "false_alarm") setAsks(true);
+    if (what === "false_alarm") setSaid(NOTHING_SAID);
     else give(what);
   };
   const button = (what, look) =>

@@ -5,7 +5,7 @@ import { AlarmCard } from "../call/alarm.js";
 import { Device, Pause } from "../call/bar.js";
 import { isCalling, openAlarms } from "../call/calls.js";
 import { LivePicture } from "../picture/picture.js";
-import { html, useState } from "../vendor/preact.js";
+import { html, useLayoutEffect, useRef, useState } from "../vendor/preact.js";
 import { Events, State } from "./quiet.js";
 import { Room } from "./room.js";
 import { Scene } from "./scene.js";
@@ -26,7 +26,19 @@ function becauseOfAlarm(alarm, { events, past }) {
   return told.find((change) => change.active && isIts(change))?.because;
 }
 
+/** Whatever overtakes the alarm on top is brought into sight, also where somebody is typing further down. */
+function useSight([first]) {
+  const top = useRef(null);
+  useLayoutEffect(() => {
+    const overtaken = first && top.current && top.current !== first.id;
+    top.current = first?.id ?? null;
+    if (overtaken) document.querySelector("[data-alarm]").scrollIntoView({ block: "nearest" });
+  }, [first?.id]);
+}
+
+/** One list, however it is laid out: a card that is overtaken stays the same, with the focus that is in it. */
 function Alarms({ alarms, view }) {
+  useSight(alarms);
   const { link, now, state, calls } = view;
   return alarms.map(
     (alarm) =>
@@ -69,15 +81,16 @@ function More({ caller }) {
 /** One screen of a telephone: the alarm or the state, the picture; whatever is normal is small. */
 export function Carer({ view }) {
   const { link, live, state, settings, calls, events, past, limited, now, covers, caller } = view;
-  const [first, ...others] = openAlarms(calls.alarms);
+  const alarms = openAlarms(calls.alarms);
+  const told = alarms.length > 0;
   return html`<div class="carer">
     <h1 class="hidden" tabindex="-1">${say("view.watch")}</h1>
-    ${first ? html`<${Alarms} alarms=${[first]} view=${view} />` : html`<${State} state=${state} since=${watchingSince(past)} now=${now} />`}
+    <${Alarms} alarms=${alarms} view=${view} />
+    ${!told && html`<${State} state=${state} since=${watchingSince(past)} now=${now} />`}
     ${covers ? html`<${Covered} link=${link} live=${live} />` : settings && html`<${Room} ...${{ link, settings, live, covers }} />`}
-    <${Alarms} alarms=${others} view=${view} />
-    ${first && html`<${State} state=${state} told />`}
-    ${!first && html`<${Events} ...${{ events, limited, state, now }} told=${[]} history=${past.history} />`}
-    ${!openAlarms(calls.alarms).some(isCalling) && html`<${More} caller=${caller} />`}
+    ${told && html`<${State} state=${state} told />`}
+    ${!told && html`<${Events} ...${{ events, limited, state, now }} told=${[]} history=${past.history} />`}
+    ${!alarms.some(isCalling) && html`<${More} caller=${caller} />`}
   </div>`;
 }
 

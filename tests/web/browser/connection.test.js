@@ -291,4 +291,92 @@ describe("a camera on which all is well", () => {
     assert.deepEqual(await axeViolations(page), []);
     noComplaints(page);
   });
+
+  /** Alarms of the test's own: `say` tells of one, `answers` are what the page has answered. */
+  function wardOf(...alarms) {
+    const own = { answers: [], say: null };
+    const take = (request, response) => {
+      let body = "";
+      request.on("data", (chunk) => (body += chunk));
+      request.on("end", () => {
+        const { id, what, reason } = Object.fromEntries(new URLSearchParams(body));
+        own.answers.push([id, what, reason]);
+        response.end(JSON.stringify({ ...alarms.find((alarm) => alarm.id === id), state: "closed" }));
+      });
+      return true;
+    };
+    own.intercept = (request, response) => {
+      const { url, method } = request;
+      if (!url.startsWith("/platform/alarms")) return healthy(request, response);
+      if (method === "POST") return take(request, response);
+      const [first] = alarms;
+      own.say = feed(response, ["alarms", { alarms: [first], pause: null }], () => ({}));
+      return true;
+    };
+    return own;
+  }
+
+  for (const [who, view] of [
+    ["a carer", "#wall"],
+    ["a nurse", "#watch"],
+  ]) {
+    test(`${who} who types a reason loses none of it to a fall, which is in sight and gets none of it`, async () => {
+      const alarm = (id, event, kind) => ({
+        id,
+        event,
+        kind,
+        run: "y",
+        seq: 1,
+        began: at(1),
+        ended: null,
+        answers: [],
+      });
+      const [exit, fall] = [alarm("exit", BED, "exit"), alarm("fall", FALL, "fall")].map((one) => ({
+        ...one,
+        ...{ state: "calling", level: 1 },
+      }));
+      const ward = wardOf(exit, fall);
+      demo.gateway.intercept = ward.intercept;
+      const page = await demo.open({ width: 360, height: 640 });
+      await page.getByRole("button", { name: "Skip the guide" }).click();
+      const shows = (name) => page.evaluate((hash) => (location.hash = hash), name);
+      const card = ({ id }) => page.locator(`[data-alarm="${id}"]`);
+      const own = ({ id }) => card({ id }).getByLabel("What was it?");
+      const first = (id) =>
+        page.waitForFunction((top) => document.querySelector("[data-alarm]").dataset.alarm === top, id);
+      await shows(view);
+      await card(exit).getByRole("button", { name: "False alarm" }).click();
+      await card(exit).getByLabel("Something else").check();
+      await own(exit).fill("The visitor");
+      await page.keyboard.type("'s c");
+
+      await own(exit).evaluate((input) => input.scrollIntoView());
+      ward.say("alarm", fall);
+      await first(fall.id);
+      const [{ y, height }, below] = [await card(fall).boundingBox(), await card(exit).boundingBox()];
+      assert.ok(y >= 0 && y + height <= 640 && below.y >= y + height, `from ${y} to ${y + height}, then ${below.y}`);
+      await page.keyboard.type("oat");
+      await shows("#streams");
+      await gone(card(exit));
+      await shows(view);
+      assert.equal(await own(exit).inputValue(), "The visitor's coat");
+
+      await card(fall).getByRole("button", { name: "False alarm" }).click();
+      await card(fall).getByLabel("It was a thing").check();
+      await own(exit).focus();
+      ward.say("alarm", { ...fall, kind: "exit", state: "coming" });
+      await first(exit.id);
+      await page.keyboard.type("s");
+      await page.keyboard.press("Enter");
+      await gone(card(exit));
+      await card(fall).getByRole("group").waitFor();
+      await card(fall).getByRole("button", { name: "False alarm" }).click();
+      await gone(card(fall));
+      assert.deepEqual(ward.answers, [
+        [exit.id, "false_alarm", "The visitor's coats"],
+        [fall.id, "false_alarm", "It was a thing"],
+      ]);
+      noComplaints(page);
+    });
+  }
 });
