@@ -19,6 +19,9 @@ export function decimal(text) {
   return /^\d{1,4}([.]\d*)?$|^[.]\d+$/.test(plain) ? Number(plain) : null;
 }
 
+/** What was entered, as it is kept: a number as the program writes it, anything else as it was typed. */
+export const entered = (text) => (decimal(text) === null ? text : plainNumber(text));
+
 /** What is wrong with what was entered for one of these, or null. */
 export function limitProblem(key, text) {
   const { least, most } = LIMITS[key];

@@ -123,6 +123,11 @@ export const becauseOf = (reason, ended = false) =>
 export const numberText = (value, digits = 1) =>
   new Intl.NumberFormat(LOCALE, { maximumFractionDigits: digits }).format(value);
 
+const MARK = numberText(0.5).includes(",") ? "," : ".";
+
+/** The text of a number, "1.60", with the reader's decimal mark of the two that are taken; other texts as they are. */
+export const writtenNumber = (text) => (/^\d+[.]\d*$|^[.]\d+$/.test(text) ? text.replace(".", MARK) : text);
+
 const plural = (count, unit) =>
   new Intl.NumberFormat(LANGUAGE, { style: "unit", unit, unitDisplay: "long" }).format(count);
 

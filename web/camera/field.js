@@ -1,10 +1,10 @@
-/** A field of the camera's forms, with a hint. */
+/** A field of the camera's forms, with a hint; `kind` is what stands for a plain input. */
 import { html } from "../vendor/preact.js";
 
-export function Field({ id, label, hint, ...input }) {
+export function Field({ id, label, hint, kind = "input", ...input }) {
   return html`<div class="field">
     <label for=${id}>${label}</label>
-    <input
+    <${kind}
       id=${id}
       autocomplete="off"
       autocapitalize="off"

@@ -1,6 +1,7 @@
 /** The lens and the sensor: what the program calculates with, and what it shall from its next start on. */
 import { SENSORS, UNKNOWN_SENSOR } from "../base/facts.js";
 import { decimal, limitProblem } from "../base/limits.js";
+import { DecimalInput } from "../base/number.js";
 import { numberText, say, settingName } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
 import { Field } from "./field.js";
@@ -68,12 +69,11 @@ export function Optics({ optics, take }) {
     <${Field}
       id="camera-focal"
       label=${settingName("focalLength")}
-      type="text"
-      inputmode="decimal"
+      kind=${DecimalInput}
       hint=${say("camera.focalHint")}
       value=${shown.focal}
       aria-invalid=${problem ? "true" : "false"}
-      onInput=${(event) => set({ focal: event.target.value })}
+      onValue=${(focal) => set({ focal })}
     />
     <p><button type="submit" class="quiet">${say("camera.keepOptics")}</button></p>
     <p role="status">${wrong || keptWords(optics, wrong === "")}</p>

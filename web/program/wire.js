@@ -5,7 +5,7 @@
 
 import { COLOURS, sizeOf } from "../base/facts.js";
 import { plainNumber } from "../base/limits.js";
-import { COLOUR_NAMES, areaName, onOrOff, say, settingName } from "../base/words.js";
+import { COLOUR_NAMES, areaName, onOrOff, say, settingName, writtenNumber } from "../base/words.js";
 
 /**
  * @typedef {{width: number, height: number}} Size the analysis picture in pixels
@@ -260,7 +260,7 @@ export const SINGLES = [
 export const SIDES = ["widthM", "depthM"];
 
 /** A setting of one value in words. */
-export const inWords = (value) => (typeof value === "boolean" ? onOrOff(value) : value);
+export const inWords = (value) => (typeof value === "boolean" ? onOrOff(value) : writtenNumber(value));
 
 const percentPair = ({ x, y }) => `${x} %, ${y} %`;
 const pixelPair = ({ x, y }) => `${x}, ${y}`;

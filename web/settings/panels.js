@@ -2,7 +2,8 @@
  * draft's `settings` and `set(part, label)`. */
 import { APPLICATION_SIZE, PLACES } from "../base/facts.js";
 import { decimal, limitProblem } from "../base/limits.js";
-import { numberText, say, settingName } from "../base/words.js";
+import { DecimalInput } from "../base/number.js";
+import { numberText, say, settingName, writtenNumber } from "../base/words.js";
 import { html, useState } from "../vendor/preact.js";
 import { anonymisedProblem } from "./review.js";
 
@@ -38,7 +39,7 @@ export function Detections({ settings, set }) {
 function Sensitivity({ settings, set }) {
   const value = decimal(settings.sensitivity);
   const wrong = limitProblem("sensitivity", settings.sensitivity);
-  const change = (event) => set({ sensitivity: event.target.value }, "Sensitivity");
+  const change = (sensitivity) => set({ sensitivity }, settingName("sensitivity"));
   return html`<section class="panel" aria-labelledby=${PLACES.sensitivity.id}>
     <h2 id=${PLACES.sensitivity.id}>${say("panel.finding")}</h2>
     <div class="field">
@@ -50,18 +51,17 @@ function Sensitivity({ settings, set }) {
           max="1"
           step="0.01"
           aria-label=${say("panel.slider", { name: settingName("sensitivity") })}
+          aria-valuetext=${wrong ? null : writtenNumber(settings.sensitivity)}
           value=${wrong ? 0 : value}
-          onInput=${change}
+          onInput=${(event) => change(event.target.value)}
         />
-        <input
+        <${DecimalInput}
           id="sensitivity"
-          type="text"
-          inputmode="decimal"
           size="5"
           value=${settings.sensitivity}
           aria-invalid=${wrong ? "true" : "false"}
           aria-describedby="sensitivity-hint"
-          onInput=${change}
+          onValue=${change}
         />
       </div>
       <p class=${wrong ? "small note" : "small"} id="sensitivity-hint">

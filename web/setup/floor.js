@@ -1,6 +1,7 @@
 /** The floor rectangle on the picture: grid, stakes and figure as this calibration would place them; its list entry. */
 import { COLOURS } from "../base/facts.js";
 import { decimal, limitProblem } from "../base/limits.js";
+import { DecimalInput } from "../base/number.js";
 import { numberText, say } from "../base/words.js";
 import { floorProblem, floorTransform, floorWarning } from "../geometry/calibration.js";
 import { floorGrid, stakesOf, uprightFigure } from "../geometry/figures.js";
@@ -131,15 +132,12 @@ export function FloorMetres({ settings, onChange }) {
     html`<div class="field">
       <label for=${id}>${label}</label>
       <span class="editor-metres">
-        <input
+        <${DecimalInput}
           id=${id}
-          type="text"
-          inputmode="decimal"
-          autocomplete="off"
           size="6"
           value=${settings[key]}
           aria-invalid=${limitProblem(key, settings[key]) ? "true" : "false"}
-          onInput=${(event) => onChange({ [key]: event.target.value }, label)}
+          onValue=${(value) => onChange({ [key]: value }, label)}
         />
         m
       </span>

@@ -1,5 +1,6 @@
 /** A bed's area proposed from its mattress: the mark on the picture, what it leads to, and what is entered for it. */
 import { decimal, limitProblem } from "../base/limits.js";
+import { DecimalInput } from "../base/number.js";
 import { say, settingName } from "../base/words.js";
 import { floorProblem, floorWarning, isFloorPlaced } from "../geometry/calibration.js";
 import { mattressProblem, volumeOutline } from "../geometry/volume.js";
@@ -77,19 +78,13 @@ function Metres({ draft, tool, onDraft }) {
         html`<div class="field" key=${key}>
           <label for=${`mattress-${key}`}>${settingName(key)}</label>
           <span class="editor-metres">
-            <input
+            <${DecimalInput}
               id=${`mattress-${key}`}
-              type="text"
-              inputmode="decimal"
-              autocomplete="off"
               size="6"
               value=${mark[key]}
               aria-invalid=${limitProblem(key, mark[key]) ? "true" : "false"}
-              onInput=${(event) =>
-                onDraft(
-                  withArea(draft, tool, { ...mark, [key]: event.target.value }),
-                  `${tool.name}, ${settingName(key)}`,
-                )}
+              onValue=${(value) =>
+                onDraft(withArea(draft, tool, { ...mark, [key]: value }), `${tool.name}, ${settingName(key)}`)}
             />
             m
           </span>

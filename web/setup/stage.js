@@ -32,7 +32,7 @@ export function pointWords(settings, tool, index, size, mirrored) {
     return say("stage.pixels", { x, y });
   }
   const { x, y } = areaOf(settings, tool).corners[index];
-  return say("stage.percent", { x: mirrored ? 100 - x : x, y });
+  return say("stage.percent", { x: numberText(mirrored ? 100 - x : x), y: numberText(y) });
 }
 
 /** Between analysis pixels and the view's SVG, where the middle of a pixel lies half a unit into it. */

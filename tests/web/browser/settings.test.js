@@ -76,6 +76,37 @@ test("two installers: what the other has saved is not overwritten, and goes toge
   await demo.store(earlier);
 });
 
+test("who writes decimals with a comma reads and types them so, and the program is told the same as ever", async () => {
+  const earlier = await demo.read();
+  await demo.store({ ...earlier, widthM: "1.65" });
+  const page = await demo.open({ locale: "de-DE" });
+  await page.getByRole("button", { name: "Anleitung überspringen" }).click();
+  await page.evaluate(() => (location.hash = "#floor"));
+  const [width, depth] = ["Rot bis Grün", "Grün bis Blau"].map((name) => page.getByLabel(name));
+  const unsaved = page.getByText("Änderungen sind noch nicht gespeichert.");
+  assert.equal(await width.inputValue(), "1,65");
+  await width.press("End");
+  await width.blur();
+  await width.fill("1.65");
+  await depth.focus();
+  assert.deepEqual([await width.inputValue(), await unsaved.count()], ["1,65", 0]);
+
+  await width.fill("");
+  await width.pressSequentially("1.8");
+  assert.equal(await width.inputValue(), "1.8", "not rewritten under who types");
+  await depth.fill("1,0 m");
+  assert.equal(await depth.getAttribute("aria-invalid"), "true");
+  await page.getByRole("button", { name: "Rückgängig", exact: true }).click();
+  assert.equal(await width.inputValue(), "1,8");
+  await unsaved.waitFor();
+  await page.getByRole("button", { name: "Speichern" }).click();
+  await says(page, /Gespeichert und zurückgelesen/);
+  const { widthM, depthM } = await demo.read();
+  assert.deepEqual([widthM, depthM], ["1.80", earlier.depthM]);
+  noComplaints(page);
+  await demo.store(earlier);
+});
+
 test("markup that somebody stored does not run, and the page goes on working", async () => {
   const earlier = await demo.read();
   const image = "<img src=x onerror=\"document.title='ran'\">";

@@ -4,7 +4,7 @@ import { readFile, readdir } from "node:fs/promises";
 import { join } from "node:path";
 import { describe, test } from "node:test";
 import { fileURLToPath } from "node:url";
-import { limitProblem, plainNumber } from "../../../web/base/limits.js";
+import { entered, limitProblem, plainNumber } from "../../../web/base/limits.js";
 import { clockTime, durationInWords, eventName, failure, say, troubleWords } from "../../../web/base/words.js";
 import de from "../../../web/base/words.de.js";
 import en from "../../../web/base/words.en.js";
@@ -69,6 +69,16 @@ test("places are filled, plurals chosen, unknown words never shown as a key", ()
   assert.deepEqual([say(error.said.key, error.said.values), error.status], [error.message, 7]);
 });
 
+/** The words as a browser has them that wants these languages. */
+async function wordsFor(...languages) {
+  const own = Object.getOwnPropertyDescriptor(globalThis, "navigator");
+  Object.defineProperty(globalThis, "navigator", { value: { languages }, configurable: true });
+  const words = await import(`../../../web/base/words.js?${languages}`);
+  if (own) Object.defineProperty(globalThis, "navigator", own);
+  else delete globalThis.navigator;
+  return words;
+}
+
 test("what the program says of a trouble is led by the reader's language, where that is not its own", async () => {
   const since = "2026-05-07T12:03:09Z";
   assert.equal(troubleWords({ what: "camera-away", since, text: "Gone." }), "Gone.");
@@ -76,11 +86,7 @@ test("what the program says of a trouble is led by the reader's language, where 
     troubleWords({ what: "camera-away", since, text: "" }),
     /^Since .*:03:09.* the camera gives no picture\.$/,
   );
-  const own = Object.getOwnPropertyDescriptor(globalThis, "navigator");
-  Object.defineProperty(globalThis, "navigator", { value: { languages: ["de-AT"] }, configurable: true });
-  const german = await import("../../../web/base/words.js?german");
-  if (own) Object.defineProperty(globalThis, "navigator", own);
-  else delete globalThis.navigator;
+  const german = await wordsFor("de-AT");
   assert.match(
     german.troubleWords({ what: "camera-away", since, text: "Gone." }),
     /^Seit .*:03:09.* gibt die Kamera kein Bild\. \(.*: Gone\.\)$/,
@@ -113,6 +119,19 @@ test("durations are told in their two largest units, clock times with another da
   const told = [23, 24].map((hour) => clockTime(new Date(2026, 4, 7, 12, 3, 9), new Date(2026, 4, 7, hour, 0, 0)));
   assert.match(told[0], /^12:03:09/);
   assert.match(told[1], /7.*12:03:09/);
+});
+
+test("a number has the mark that its reader writes, what is no number stays, and either mark is kept as the program's", async () => {
+  const texts = ["1.60", ".5", "3.", "100", "1.2.3", "rtsp://10.0", "1280x720", ""];
+  const german = await wordsFor("de-DE");
+  const commas = ["1,60", ",5", "3,", "100", "1.2.3", "rtsp://10.0", "1280x720", ""];
+  assert.deepEqual(texts.map(german.writtenNumber), commas);
+  for (const other of ["en-GB", "ar-EG"]) {
+    const { writtenNumber } = await wordsFor(other);
+    assert.deepEqual(texts.map(writtenNumber), texts, other);
+  }
+  assert.deepEqual(commas.slice(0, 3).map(entered), texts.slice(0, 3));
+  for (const text of ["1,5,0", " 1,2,", "1.000,5", "", "x"]) assert.equal(entered(text), text);
 });
 
 test("what is entered may have a comma; each limit is told with its ends", () => {
