@@ -1,7 +1,8 @@
 /** Who has changed what, and the settings as a file. */
-import { clockTime, programWords, say } from "../base/words.js";
+import { clockTime, say } from "../base/words.js";
 import { askService, fetchText } from "../program/api.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
+import { changeWords } from "./parameters.js";
 
 const CHANGES_URL = "/platform/changes";
 const SETTINGS_URL = "/platform/settings";
@@ -9,7 +10,19 @@ const ABSENT = 404;
 const FIRST = 20;
 
 const listOf = (told) => (Array.isArray(told) ? told : (told?.changes ?? []));
-const shown = (value) => (typeof value === "string" ? programWords(value) : JSON.stringify(value));
+
+/** What was changed, with the program's own name for those who look for that. */
+function Change({ change, now }) {
+  const { time, by, key } = change;
+  const { name, from, to } = changeWords(change);
+  return html`<tr>
+    <td>${clockTime(new Date(time), new Date(now))}</td>
+    <td>${by || "–"}</td>
+    <th scope="row">${name ? html`${name} <code class="small">${key}</code>` : key}</th>
+    <td>${from}</td>
+    <td>${to}</td>
+  </tr>`;
+}
 
 function Rows({ changes, now }) {
   return html`<div class="scroll" tabindex="0" role="region" aria-label=${say("changes.title")}>
@@ -20,16 +33,7 @@ function Rows({ changes, now }) {
         </tr>
       </thead>
       <tbody>
-        ${changes.map(
-          ({ time, by, key, from, to }, index) =>
-            html`<tr key=${index}>
-              <td>${clockTime(new Date(time), new Date(now))}</td>
-              <td>${by || "–"}</td>
-              <th scope="row">${key}</th>
-              <td>${shown(from)}</td>
-              <td>${shown(to)}</td>
-            </tr>`,
-        )}
+        ${changes.map((change, index) => html`<${Change} key=${index} change=${change} now=${now} />`)}
       </tbody>
     </table>
   </div>`;

@@ -120,7 +120,7 @@ test("a sensor that is not known is told, and another with its lens is kept for 
   await says(section, /with now: AXIS X1, 3\.7 mm/);
   await says(section, /Kept: AXIS P3265-LV, 4\.1 mm/);
   assert.deepEqual([await model.inputValue(), await focal.inputValue()], ["AXIS P3265-LV", "4.1"]);
-  await says(page.getByRole("row", { name: /camera\.focal_length_um/ }), "4100");
+  await says(page.getByRole("row", { name: "Focal length in millimetres camera.focal_length_um" }), "4.1");
   noComplaints(page);
 });
 

@@ -103,6 +103,9 @@ test("who writes decimals with a comma reads and types them so, and the program 
   await says(page, /Gespeichert und zurückgelesen/);
   const { widthM, depthM } = await demo.read();
   assert.deepEqual([widthM, depthM], ["1.80", earlier.depthM]);
+  await page.evaluate(() => (location.hash = "#system"));
+  const changes = page.getByRole("region", { name: "Wer was geändert hat" });
+  await changes.getByRole("row", { name: "Breite des Bodenrechtecks in Metern WRectM 1,65 1,8" }).waitFor();
   noComplaints(page);
   await demo.store(earlier);
 });

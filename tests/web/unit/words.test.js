@@ -9,6 +9,7 @@ import { clockTime, durationInWords, eventName, failure, say, troubleWords } fro
 import de from "../../../web/base/words.de.js";
 import en from "../../../web/base/words.en.js";
 import { encodeSettings } from "../../../web/program/wire.js";
+import { changeWords } from "../../../web/settings/parameters.js";
 import { LANDSCAPE, SETTINGS } from "./fixtures.js";
 
 const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
@@ -132,6 +133,49 @@ test("a number has the mark that its reader writes, what is no number stays, and
   }
   assert.deepEqual(commas.slice(0, 3).map(entered), texts.slice(0, 3));
   for (const text of ["1,5,0", " 1,2,", "1.000,5", "", "x"]) assert.equal(entered(text), text);
+});
+
+describe("what was changed", () => {
+  test("has the panels' name for each parameter that a panel sets, another for each", async () => {
+    const { parameters } = JSON.parse(await readFile(join(WEB, "../package/manifest.json"), "utf8"));
+    const named = parameters.map(({ name: key, default: from }) => ({
+      key,
+      from,
+      ...changeWords({ key, from, to: "" }),
+    }));
+    const bare = named.filter(({ name }) => name === null).map(({ key }) => key);
+    assert.deepEqual(
+      bare.filter((key) => !/^(mobilenet|Landscape|Portrait)Model/.test(key)),
+      ["MaxDisappeared", "LarodChipType", "FeetOnFloor"],
+    );
+    const names = named.map(({ name }) => name).filter(Boolean);
+    assert.equal(new Set(names).size, names.length);
+    const inPixels = named.filter(({ from }) => / px$/.test(from));
+    assert.equal(inPixels.length, 2 * 3 * 8 + 8);
+  });
+
+  test("is said as the panels say it, in part where only a part is known, and never less than was told", () => {
+    const cases = [
+      ["DetectFallenPersons", "true", "false", "Fall detected: on, off"],
+      ["AnonOverlaysOn", "maybe", "", "Anonymised stream: maybe, "],
+      ["Detection2Active", "false", "true", "Bed area 2: off, on"],
+      ["Exclusion13y", "480", "31", "Exclusion area 1, corner 4: y: 480 px, 31 px"],
+      ["FallCalibration3x", "385", "9", "Floor point yellow: x: 385 px, 9 px"],
+      ["WRectM", "1.600000", "<b>", "Width of the floor rectangle in metres: 1.6, <b>"],
+      ["camera.focal_length_um", "3700", "4100", "Focal length in millimetres: 3.7, 4.1"],
+      ["camera.focal_length_um", "999000", "4,1", "Focal length in millimetres: 999, 4,1"],
+      ["camera.view", "", "accepted", "What the camera sees: , accepted"],
+      ["people.Ben.Bo", "", "carer", "Role of Ben.Bo: , carer"],
+      ["people.Ben.password", "", "reset", "New password for Ben: , reset"],
+      ["token.wall", "nurse", "", "null: nurse, "],
+      ["constructor", "true", "1", "null: true, 1"],
+      ["Detection40x", "4", { a: 1 }, 'null: 4, {"a":1}'],
+    ];
+    for (const [key, from, to, expected] of cases) {
+      const said = changeWords({ key, from, to });
+      assert.equal(`${said.name}: ${said.from}, ${said.to}`, expected);
+    }
+  });
 });
 
 test("what is entered may have a comma; each limit is told with its ends", () => {
