@@ -13,7 +13,6 @@
 namespace {
 
 constexpr int kBytesPerPixel = 3;
-constexpr int kTile = 32;  // pixels; source and destination of a tile fit the first-level cache
 
 struct ErrorDeleter {
   void operator()(GError* error) const { g_error_free(error); }
@@ -45,29 +44,36 @@ std::string constructionError(const std::string& message) {
   throw std::runtime_error(text);
 }
 
-/// Calls copyRow(row, first column, last column) tile by tile, for every cell of a grid.
-template <typename CopyRow>
-void forEachTileRow(int rows, int columns, CopyRow copyRow) {
-  for (int rowTile = 0; rowTile < rows; rowTile += kTile) {
-    for (int columnTile = 0; columnTile < columns; columnTile += kTile) {
-      const int rowEnd = std::min(rowTile + kTile, rows);
-      const int columnEnd = std::min(columnTile + kTile, columns);
-      for (int row = rowTile; row < rowEnd; ++row) copyRow(row, columnTile, columnEnd);
+/// Copies a picture of `rows` x `columns` so that dst(i, j) = src(first + i * rowStep + j * columnStep), all in pixels.
+/// The destination has `columns` rows of `rows` pixels. A row of it reads as many lines of the cache as the next
+/// twenty, so they stay there. Pixels are moved as four bytes, of which the next pixel overwrites the last: half the
+/// work of three. Not the last of a row, nor the source's own, behind which there is nothing.
+void copyTransposed(const uint8_t* source, uint8_t* dest, int rows, int columns, std::ptrdiff_t first,
+                    std::ptrdiff_t rowStep, std::ptrdiff_t columnStep) {
+  const std::ptrdiff_t lastPixel = std::ptrdiff_t{rows} * columns - 1;
+  for (int row = 0; row < columns; ++row) {
+    const std::ptrdiff_t start = first + row * rowStep;
+    const uint8_t* in = source + start * kBytesPerPixel;
+    uint8_t* const out = dest + std::ptrdiff_t{row} * rows * kBytesPerPixel;
+    const bool beginsLast = start == lastPixel;
+    if (beginsLast) std::memcpy(out, in, kBytesPerPixel);
+    for (std::ptrdiff_t i = beginsLast ? 1 : 0; i < rows - 1; ++i) {
+      std::memcpy(out + i * kBytesPerPixel, in + i * columnStep * kBytesPerPixel, kBytesPerPixel + 1);
     }
+    const std::ptrdiff_t last = rows - 1;
+    std::memcpy(out + last * kBytesPerPixel, in + last * columnStep * kBytesPerPixel, kBytesPerPixel);
   }
 }
 
-/// Copies a picture of `rows` x `columns` so that dst(i, j) = src(first + i * rowStep + j * columnStep), all in pixels.
-/// The destination has `columns` rows of `rows` pixels.
-void copyTransposed(const uint8_t* source, uint8_t* dest, int rows, int columns, std::ptrdiff_t first,
-                    std::ptrdiff_t rowStep, std::ptrdiff_t columnStep) {
-  forEachTileRow(columns, rows, [=](int row, int begin, int end) {
-    const uint8_t* in = source + (first + row * rowStep + begin * columnStep) * kBytesPerPixel;
-    uint8_t* out = dest + (std::ptrdiff_t{row} * rows + begin) * kBytesPerPixel;
-    for (std::ptrdiff_t i = 0; i < end - begin; ++i) {
-      std::memcpy(out + i * kBytesPerPixel, in + i * columnStep * kBytesPerPixel, kBytesPerPixel);
-    }
-  });
+/// dst[size - 1 - i] = src[i], eight bytes at a time.
+void copyReversed(const uint8_t* source, uint8_t* dest, std::size_t size) {
+  std::size_t done = 0;
+  for (std::uint64_t bytes = 0; done + sizeof bytes <= size; done += sizeof bytes) {
+    std::memcpy(&bytes, source + done, sizeof bytes);
+    bytes = __builtin_bswap64(bytes);
+    std::memcpy(dest + size - done - sizeof bytes, &bytes, sizeof bytes);
+  }
+  std::reverse_copy(source + done, source + size, dest);
 }
 
 /// dst(c, rows - 1 - r) = src(r, c)
@@ -206,7 +212,7 @@ void VideoStreamSource::rotate90_R90(const uint8_t* pSource, uint8_t* pDest) con
 }
 
 void VideoStreamSource::rotate180(const uint8_t* pSource, uint8_t* pDest) const {
-  std::reverse_copy(pSource, pSource + pictureBytes(), pDest);
+  copyReversed(pSource, pDest, pictureBytes());
 }
 
 void VideoStreamSource::rotate270(const uint8_t* pSource, uint8_t* pDest) const {

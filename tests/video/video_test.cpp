@@ -17,8 +17,8 @@ namespace {
 using namespace scripted;
 using Bytes = std::vector<uint8_t>;
 
-// Larger than a tile of the turning copy in both directions, and no multiple of one.
-constexpr int kHeight = 36;
+// Its bytes are no multiple of eight, which are reversed at once.
+constexpr int kHeight = 38;
 constexpr int kWidth = 70;
 constexpr std::size_t kPictureBytes = std::size_t{kHeight} * kWidth * 3;
 

@@ -1,6 +1,7 @@
 #include "platform/workstation/decoding/video_pipeline.h"
 
 #include <fcntl.h>
+#include <gst/base/gstbasetransform.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -139,10 +140,11 @@ void VideoPipeline::setUp(GstElement* /*decoder*/, GstElement* source, gpointer 
 /// telephone marks as turned are turned.
 void VideoPipeline::build(Mode mode) {
   CaughtError error;
-  m_pipeline.reset(gst_parse_launch(
-      "uridecodebin name=decoder force-sw-decoders=true videoconvert name=converter ! videoflip video-direction=auto ! "
-      "appsink name=sink caps=video/x-raw",
-      error.out()));
+  m_pipeline.reset(
+      gst_parse_launch("uridecodebin name=decoder force-sw-decoders=true videoconvert name=converter ! videoflip "
+                       "name=turner video-direction=auto ! "
+                       "appsink name=sink caps=video/x-raw",
+                       error.out()));
   if (error) throw std::runtime_error(error.text());
   m_sink.reset(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "sink"));
   m_watch = std::make_unique<StreamWatch>(m_pipeline.get(), m_sink.get(), mode == Mode::kLive);
@@ -152,6 +154,9 @@ void VideoPipeline::build(Mode mode) {
   g_signal_connect(decoder.get(), "source-setup", G_CALLBACK(setUp), this);
   g_signal_connect(decoder.get(), "pad-added", G_CALLBACK(linkVideo), converter.get());
   g_signal_connect(decoder.get(), "no-more-pads", G_CALLBACK(refuseWithoutVideo), converter.get());
+  // It would copy what it does not turn; once a mark says so, it turns all the same.
+  const GstPtr<GstElement> turner(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "turner"));
+  gst_base_transform_set_passthrough(GST_BASE_TRANSFORM(turner.get()), TRUE);
   const gboolean live = mode == Mode::kLive ? TRUE : FALSE;
   const guint frames_kept = live == FALSE ? kFramesAhead : 1;
   g_object_set(m_sink.get(), "sync", live, "drop", live, "max-buffers", frames_kept, nullptr);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <utility>
 
@@ -47,22 +48,11 @@ struct Cell {
   float x;
 };
 
-/// Whom a cell belongs to as far as one kind of joint is concerned.
-struct Owner {
-  const DecodedPerson* person = nullptr;
-  float distance = 0;  ///< cells
-};
-
-Owner ownerOf(const Cell& cell, size_t point, std::span<const DecodedPerson> people, float side) {
-  Owner owner;
-  for (const DecodedPerson& person : people) {
-    const float y = person.points[point].y - cell.y;
-    const float x = person.points[point].x - cell.x;
-    if (std::max(std::abs(y), std::abs(x)) > kReach * side) continue;  // most cells, and quicker than a root
-    const float distance = std::hypot(y, x) / side;
-    if (distance <= kReach && (owner.person == nullptr || distance < owner.distance)) owner = {&person, distance};
-  }
-  return owner;
+/// The cells along one side that a joint may reach, from the first to behind the last.
+std::pair<int, int> reached(float joint, int cells) {
+  const float cell = joint / kCellSide;
+  const auto bounded = [cells](float at) { return static_cast<int>(std::clamp(at, 0.0F, static_cast<float>(cells))); };
+  return {bounded(std::floor(cell - kReach)), bounded(std::ceil(cell + kReach) + 1)};
 }
 
 void writeDisplacements(const Cell& cell, size_t point, const DecodedPerson& person, const PoseTensors& tensors) {
@@ -78,16 +68,36 @@ void writeDisplacements(const Cell& cell, size_t point, const DecodedPerson& per
   }
 }
 
-void writeCell(const Cell& cell, size_t point, const Owner& owner, const PoseTensors& tensors) {
-  const PersonPoint& joint = owner.person->points[point];
-  if (owner.distance <= kHeatReach) {
-    const float loss = kFallOff * std::max(0.0F, owner.distance - kPlateau);
+/// What a cell says of a kind of joint when it belongs to that person, whose joint is `distance` cells away.
+void writeCell(const Cell& cell, size_t point, const DecodedPerson& person, float distance,
+               const PoseTensors& tensors) {
+  const PersonPoint& joint = person.points[point];
+  if (distance <= kHeatReach) {
+    const float loss = kFallOff * std::max(0.0F, distance - kPlateau);
     tensors.heat.bytes[cell.index * kPersonPoints + point] = encode(logit(joint.score) - loss, tensors.heat.code);
   }
   std::uint8_t* place = &tensors.short_offsets.bytes[cell.index * kShortChannels + point];
   place[0] = encode(joint.y - cell.y, tensors.short_offsets.code);
   place[kPersonPoints] = encode(joint.x - cell.x, tensors.short_offsets.code);
-  writeDisplacements(cell, point, *owner.person, tensors);
+  writeDisplacements(cell, point, person, tensors);
+}
+
+/// A cell belongs to the person whose joint is nearest, the first of equals; `distances` are those of who has it so
+/// far.
+void writeJoint(size_t point, const DecodedPerson& person, const PoseTensors& tensors, std::span<float> distances) {
+  const PersonPoint& joint = person.points[point];
+  const auto [top, bottom] = reached(joint.y, tensors.rows);
+  const auto [left, right] = reached(joint.x, tensors.columns);
+  for (int row = top; row < bottom; ++row) {
+    for (int column = left; column < right; ++column) {
+      const Cell cell{static_cast<size_t>(row) * static_cast<size_t>(tensors.columns) + static_cast<size_t>(column),
+                      static_cast<float>(row) * kCellSide, static_cast<float>(column) * kCellSide};
+      const float distance = std::hypot(joint.y - cell.y, joint.x - cell.x) / kCellSide;
+      if (distance > kReach || distance >= distances[cell.index]) continue;
+      distances[cell.index] = distance;
+      writeCell(cell, point, person, distance, tensors);
+    }
+  }
 }
 
 float meanScore(const DecodedPerson& person) {
@@ -133,16 +143,10 @@ void writePose(std::span<const DecodedPerson> people, const PoseTensors& tensors
   for (const PoseTensor& offsets : {tensors.short_offsets, tensors.mid_offsets}) {
     std::fill(offsets.bytes.begin(), offsets.bytes.end(), offsets.code.zero_point);
   }
-  if (people.empty()) return;
-  size_t index = 0;
-  for (int row = 0; row < tensors.rows; ++row) {
-    for (int column = 0; column < tensors.columns; ++column, ++index) {
-      const Cell cell{index, static_cast<float>(row) * kCellSide, static_cast<float>(column) * kCellSide};
-      for (size_t point = 0; point < kPersonPoints; ++point) {
-        const Owner owner = ownerOf(cell, point, people, kCellSide);
-        if (owner.person != nullptr) writeCell(cell, point, owner, tensors);
-      }
-    }
+  std::vector<float> distances(static_cast<size_t>(tensors.rows) * static_cast<size_t>(tensors.columns));
+  for (size_t point = 0; point < kPersonPoints; ++point) {
+    std::fill(distances.begin(), distances.end(), std::numeric_limits<float>::infinity());
+    for (const DecodedPerson& person : people) writeJoint(point, person, tensors, distances);
   }
 }
 

@@ -32,17 +32,19 @@ void Shrink::addRows(const std::uint8_t* rows) {
   }
 }
 
+/// Tap by tap instead of value by value: values do not wait for one another.
+void Shrink::addColumn(const Tap& tap, float* line) const {
+  const std::uint16_t* sums = m_sums.data() + tap.column;
+  for (size_t x = 0; x < m_columns; ++x) line[x] += tap.weight * static_cast<float>(sums[x * m_patch_columns]);
+}
+
 void Shrink::run(const std::uint8_t* picture, float* maps) {
   for (size_t y = 0; y < m_rows; ++y) {
     addRows(picture + y * m_patch_rows * m_packed_width);
     for (size_t map = 0; map < m_taps.size(); ++map) {
       float* line = maps + (map * m_map_rows + y) * m_map_width;
-      for (size_t x = 0; x < m_columns; ++x) {
-        const std::uint16_t* sums = m_sums.data() + x * m_patch_columns;
-        float value = m_bias[map];
-        for (const Tap& tap : m_taps[map]) value += tap.weight * static_cast<float>(sums[tap.column]);
-        line[x] = value;
-      }
+      std::fill(line, line + m_columns, m_bias[map]);
+      for (const Tap& tap : m_taps[map]) addColumn(tap, line);
       std::fill(line + m_columns, line + m_map_width, 0.0F);
     }
   }

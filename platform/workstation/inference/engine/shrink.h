@@ -26,6 +26,7 @@ class Shrink {
   };
 
   void addRows(const std::uint8_t* rows);
+  void addColumn(const Tap& tap, float* line) const;
 
   std::vector<std::vector<Tap>> m_taps;  ///< map -> what is not zero
   std::vector<float> m_bias;
