@@ -8,8 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/support/package_path.h"
+
 MemoryMappedFile::MemoryMappedFile(const std::string& nameTemplate, int size)
-    : m_filename(nameTemplate), m_filesize(size), m_fileDescriptor(mkstemp(m_filename.data())), m_buffer(MAP_FAILED) {
+    : m_filename(temporaryPath(nameTemplate)),
+      m_filesize(size),
+      m_fileDescriptor(mkstemp(m_filename.data())),
+      m_buffer(MAP_FAILED) {
   if (m_fileDescriptor < 0) {
     syslog(LOG_ERR, "MemoryMappedFile::MemoryMappedFile failed to create temporary file %s : %s", m_filename.c_str(),
            std::strerror(errno));

@@ -229,7 +229,7 @@ bool Validator::validateOne(Skeleton& skeleton, int width, int height) {
   }
   const auto crop = cropInterleaved(m_cropAddr, static_cast<int>(m_HQStreamWidth), static_cast<int>(m_HQStreamHeight),
                                     kChannels, cropX, cropY, cropW, cropH);
-  fillInput(skeleton, crop.get(), cropW, cropH);
+  fillInput(skeleton, crop.data(), cropW, cropH);
   if (!runJob()) return false;
   m_wasJudged = true;
   m_OutputLocations = floatsOf(*m_classificationOutputLocationsFile);
@@ -302,13 +302,13 @@ bool Validator::findBestCropParameters(int x, int y, int w, int h, int& cropX, i
   return false;
 }
 
-std::unique_ptr<unsigned char[]> Validator::cropInterleaved(const unsigned char* src, int srcWidth, int /*srcHeight*/,
-                                                            int channels, int x, int y, int w, int h) {
+PictureBytes Validator::cropInterleaved(const unsigned char* src, int srcWidth, int /*srcHeight*/, int channels, int x,
+                                        int y, int w, int h) {
   const std::size_t rowBytes = static_cast<std::size_t>(w) * static_cast<std::size_t>(channels);
-  std::unique_ptr<unsigned char[]> crop(new unsigned char[rowBytes * static_cast<std::size_t>(h)]);
+  PictureBytes crop(rowBytes * static_cast<std::size_t>(h));
   for (int row = 0; row < h; ++row) {
     const std::ptrdiff_t start = (std::ptrdiff_t{y + row} * srcWidth + x) * channels;
-    std::memcpy(crop.get() + static_cast<std::size_t>(row) * rowBytes, src + start, rowBytes);
+    std::memcpy(crop.data() + static_cast<std::size_t>(row) * rowBytes, src + start, rowBytes);
   }
   return crop;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/support/spare_memory.h"
 #include "pose/mmfile.h"
 #include "pose/skeleton.h"
 #include "video/VideoStreamSource.h"
@@ -58,8 +59,8 @@ class Validator {
   bool findBestCropParameters(int x, int y, int w, int h, int& cropX, int& cropY, int& cropW, int& cropH) const;
 
   /// A copy of a w x h rectangle of an interleaved picture, which it must lie in.
-  static std::unique_ptr<unsigned char[]> cropInterleaved(const unsigned char* src, int srcWidth, int srcHeight,
-                                                          int channels, int x, int y, int w, int h);
+  static PictureBytes cropInterleaved(const unsigned char* src, int srcWidth, int srcHeight, int channels, int x, int y,
+                                      int w, int h);
 
   /// Scales an RGB picture without interpolation (nearest pixel up and left).
   static void resizeImage(const unsigned char* src, unsigned char* dst, int srcHeight, int srcWidth, int dstHeight,

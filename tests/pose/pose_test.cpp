@@ -2,6 +2,7 @@
 #include <syslog.h>
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -306,6 +307,18 @@ TEST_F(Estimator, ConstructionFailsWithTheReasonAndLeavesNothingBehind) {
   }
   EXPECT_THROW(MemoryMappedFile("/nowhere/file-XXXXXX", 1), const char*);
   EXPECT_THROW(MemoryMappedFile("/tmp/velmor.test-XXXXXX", 0), const char*);
+}
+
+TEST(TemporaryFile, LiesInTheFolderThatIsNamedInsteadOfTmp) {
+  const auto placeOf = [](const std::string& name) {
+    const MemoryMappedFile file(name, 1);
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file.getFileDescriptor())).string();
+  };
+  EXPECT_TRUE(placeOf("/tmp/velmor.test-XXXXXX").starts_with("/tmp/velmor.test-"));
+  ASSERT_EQ(setenv("VELMOR_TMP", "/dev/shm", 1), 0);
+  EXPECT_TRUE(placeOf("/tmp/velmor.test-XXXXXX").starts_with("/dev/shm/velmor.test-"));
+  EXPECT_TRUE(placeOf("/var/tmp/velmor.test-XXXXXX").starts_with("/var/tmp/velmor.test-"));
+  ASSERT_EQ(unsetenv("VELMOR_TMP"), 0);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ using workstation::WatchedCamera;
 
 namespace {
 
-using Picture = std::vector<std::uint8_t>;
+using Picture = PictureBytes;
 
 struct StreamState {
   std::shared_ptr<VideoCamera> camera;
@@ -221,6 +221,8 @@ StreamState openStream(const VdoMap* settings, VdoBufferFinalizer finalizer) {
 std::shared_ptr<Picture> currentPicture(StreamState& state) {
   auto frame = programsFrame(*state.camera);
   if (frame != state.frame) {
+    state.frame.reset();
+    state.picture.reset();  // first: the new one takes its memory
     state.picture = std::make_shared<Picture>(toNv12(frame->view(), state.size, state.rotation));
     state.frame = std::move(frame);
   }

@@ -12,26 +12,10 @@
 namespace workstation {
 namespace {
 
-/// Memory of a frame of this thread's that is gone, for its next one: it is megabytes, and each cycle needs them anew.
-std::vector<std::uint8_t>& spareMemory() {
-  thread_local std::vector<std::uint8_t> spare;
-  return spare;
-}
-
 /// A frame with its own memory. What it holds at first is anything.
 class I420Frame {
  public:
-  I420Frame(int width, int height) : m_width(width), m_height(height) {
-    m_bytes.swap(spareMemory());
-    m_bytes.resize(lumaSize() + 2 * chromaSize());
-  }
-  ~I420Frame() {
-    if (m_bytes.capacity() > spareMemory().capacity()) m_bytes.swap(spareMemory());
-  }
-  I420Frame(I420Frame&&) = default;
-  I420Frame& operator=(I420Frame&&) = delete;
-  I420Frame(const I420Frame&) = delete;
-  I420Frame& operator=(const I420Frame&) = delete;
+  I420Frame(int width, int height) : m_width(width), m_height(height), m_bytes(lumaSize() + 2 * chromaSize()) {}
 
   std::uint8_t* y() { return m_bytes.data(); }
   std::uint8_t* u() { return y() + lumaSize(); }
@@ -49,7 +33,7 @@ class I420Frame {
 
   int m_width;
   int m_height;
-  std::vector<std::uint8_t> m_bytes;
+  PictureBytes m_bytes;
 };
 
 /// A part of a length. It begins at an even place, so that it falls on whole chroma samples.
@@ -133,9 +117,9 @@ I420Frame turned(const I420View& from, std::uint32_t rotation) {
   return to;
 }
 
-std::vector<std::uint8_t> packed(const I420View& from) {
+PictureBytes packed(const I420View& from) {
   const auto luma = static_cast<std::size_t>(from.width) * static_cast<std::size_t>(from.height);
-  std::vector<std::uint8_t> nv12(luma * 3 / 2);
+  PictureBytes nv12(luma * 3 / 2);
   check(libyuv::I420ToNV12(from.y, from.y_stride, from.u, from.u_stride, from.v, from.v_stride, nv12.data(), from.width,
                            nv12.data() + luma, from.width, from.width, from.height));
   return nv12;
@@ -151,7 +135,7 @@ std::array<std::uint8_t, 256> rangeTable(double zero_in, double zero_out, double
 }
 
 /// Luma 0..255 to 16..235, chroma to 16..240 around 128 (ITU-R BT.601, section 2.5.3).
-void compressRange(std::vector<std::uint8_t>& nv12) {
+void compressRange(PictureBytes& nv12) {
   static const auto luma = rangeTable(0, 16, 219);
   static const auto chroma = rangeTable(128, 128, 224);
   const auto uv = nv12.begin() + static_cast<std::ptrdiff_t>(nv12.size() / 3 * 2);
@@ -182,8 +166,8 @@ void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rot
   use(picture);
 }
 
-std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
-  std::vector<std::uint8_t> nv12;
+PictureBytes toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
+  PictureBytes nv12;
   withStreamPicture(frame, size, rotation, [&](const I420View& picture) { nv12 = packed(picture); });
   if (frame.full_range) compressRange(nv12);
   return nv12;

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <vector>
 
+#include "platform/support/spare_memory.h"
 #include "platform/support/stream_size.h"
 
 namespace workstation {
@@ -36,6 +36,6 @@ void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rot
                        const std::function<void(const I420View& picture)>& use);
 
 /// The same as NV12 in video range, strides equal to the width. `size` has even sides.
-std::vector<std::uint8_t> toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation);
+PictureBytes toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation);
 
 }  // namespace workstation

@@ -49,12 +49,12 @@ std::shared_ptr<Network> loadNetwork(int fd, larodChip chip) {
   }
   const std::string file = fileOf(fd);
   // Through the descriptor, which still leads to the file when its name has gone.
-  const auto onnx = workstation::readFile("/proc/self/fd/" + std::to_string(fd), workstation::kMaxModelBytes);
+  auto onnx = workstation::readFile("/proc/self/fd/" + std::to_string(fd), workstation::kMaxModelBytes);
   if (!onnx || onnx->empty()) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": is empty");
   }
-  const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(onnx->data()), onnx->size());
-  auto network = std::make_shared<Network>(file, bytes, workstation::readModelSidecar(file, *onnx));
+  ModelSidecar sidecar = workstation::readModelSidecar(file, *onnx);
+  auto network = std::make_shared<Network>(file, std::move(*onnx), std::move(sidecar));
   ::malloc_trim(0);  // reading and checking a network takes several times what stays of it
   return network;
 }

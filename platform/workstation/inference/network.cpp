@@ -23,7 +23,8 @@ namespace {
 
 constexpr float kMostFrame = 8;  // cells: a network's picture has sides of multiples of 32 pixels, a cell has 4
 
-/// The first `size` bytes of a file, mapped to be read.
+/// The first `size` bytes of a file, mapped to be read: all at once, and not for longer than a run, since what two
+/// mappings show counts twice.
 class MappedInput {
  public:
   MappedInput(int fd, size_t size) : m_size(size) {
@@ -31,7 +32,7 @@ class MappedInput {
     if (::fstat(fd, &status) != 0 || static_cast<size_t>(status.st_size) < size) {
       throw ServiceError(LAROD_ERROR_FD, "the input tensor's file holds less than " + std::to_string(size) + " bytes");
     }
-    m_bytes = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+    m_bytes = ::mmap(nullptr, size, PROT_READ, MAP_SHARED | MAP_POPULATE, fd, 0);
     if (m_bytes == MAP_FAILED) {
       throw ServiceError(LAROD_ERROR_FD,
                          std::string("the input tensor's file cannot be mapped: ") + std::strerror(errno));
@@ -57,8 +58,7 @@ bool areFinite(const Maps& maps) {
 
 }  // namespace
 
-Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, ModelSidecar sidecar)
-    : m_sidecar(std::move(sidecar)) {
+Network::Network(const std::string& file, std::string onnx, ModelSidecar sidecar) : m_sidecar(std::move(sidecar)) {
   const Eyes eyes = eyesOfRuns();
   if (!chooseLooks(m_sidecar.adapter, eyes)) {
     ::syslog(LOG_NOTICE, "%s: has no looks for %s eyes; it makes its usual ones", file.c_str(), nameOf(eyes));
@@ -75,7 +75,7 @@ Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, Mo
   for (const AdapterScale& scale : m_sidecar.adapter.scales) {
     m_layers.insert(m_layers.end(), scale.heads.begin(), scale.heads.end());
   }
-  start(file, onnx);
+  start(file, std::move(onnx));
   for (size_t output = 0; output < m_sidecar.outputs.size(); ++output) {
     check(file, output);
   }
@@ -84,12 +84,14 @@ Network::Network(const std::string& file, std::span<const std::uint8_t> onnx, Mo
   }
 }
 
-void Network::start(const std::string& file, std::span<const std::uint8_t> onnx) {
+void Network::start(const std::string& file, std::string onnx) {
   const auto& shape = m_sidecar.input.shape;
   const std::vector<std::uint8_t> black(m_sidecar.input.bytes());
   try {
-    m_engine = chooseEngine(file, {onnx, static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]), m_layers,
-                                   precisionOfRuns(), m_sidecar.ranges});
+    const std::span<const std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(onnx.data()), onnx.size());
+    const NetworkTask task{bytes,    static_cast<int>(shape[1]), static_cast<int>(shape[2] * shape[3]),
+                           m_layers, precisionOfRuns(),          m_sidecar.ranges};
+    m_engine = chooseEngine(file, task, std::move(onnx));
     m_results = m_engine->run(black.data());
   } catch (const UnusableNetwork& exception) {
     throw ServiceError(LAROD_ERROR_LOAD_MODEL, file + ": " + exception.what());

@@ -27,7 +27,7 @@ struct ServiceError : std::runtime_error {
 class Network {
  public:
   /// Throws ServiceError with one line.
-  Network(const std::string& file, std::span<const std::uint8_t> onnx, ModelSidecar sidecar);
+  Network(const std::string& file, std::string onnx, ModelSidecar sidecar);
 
   const ModelSidecar& sidecar() const { return m_sidecar; }
   bool isDeleted() const { return m_deleted; }
@@ -40,7 +40,7 @@ class Network {
   std::vector<std::string> notFinite() const;
 
  private:
-  void start(const std::string& file, std::span<const std::uint8_t> onnx);
+  void start(const std::string& file, std::string onnx);
   void check(const std::string& file, size_t output) const;
   void checkHeads(const std::string& file, size_t scale) const;
   std::span<const std::uint8_t> encode(size_t output);

@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <glib.h>
+#include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,6 +20,7 @@
 #include <utility>
 
 #include "platform/support/owners.h"
+#include "platform/support/spare_memory.h"
 #include "platform/workstation/camera/chosen_optics.h"
 #include "platform/workstation/camera/taken_camera.h"
 #include "platform/workstation/decoding/source/camera_source.h"
@@ -233,6 +237,18 @@ void addHowNetworksRun(const LaunchRequest& request, std::map<std::string, std::
   }
 }
 
+/// A program passes on some 20 MB again and again: on a disk they would be written to it every few seconds, and each
+/// cycle would wait for it when it is slow. None where there is no such folder, or little room in it.
+std::optional<std::string> folderInMemory() {
+  constexpr const char* kFolder = "/dev/shm";
+  constexpr std::uintmax_t kRoom = std::uintmax_t{48} << 20;
+  struct statfs system {};
+  const bool is_memory =
+      ::statfs(kFolder, &system) == 0 && system.f_type == TMPFS_MAGIC && ::access(kFolder, R_OK | W_OK | X_OK) == 0;
+  if (!is_memory || system.f_bavail * static_cast<std::uintmax_t>(system.f_bsize) < kRoom) return std::nullopt;
+  return kFolder;
+}
+
 std::map<std::string, std::string> environmentFor(const LaunchRequest& request, const fs::path& source_tree,
                                                   const fs::path& state, bool on_terminal) {
   std::map<std::string, std::string> environment = {
@@ -244,7 +260,12 @@ std::map<std::string, std::string> environmentFor(const LaunchRequest& request, 
                         : request.json  ? "json"
                                         : "replay"},
       // A video that begins again has new threads; with pools of their own, what those before gave back stays taken.
-      {"MALLOC_ARENA_MAX", "2"}};
+      {"MALLOC_ARENA_MAX", "2"},
+      // What is larger goes back as soon as it is free; it would else lie between what stays. Pictures' memory is kept.
+      {"MALLOC_MMAP_THRESHOLD_", std::to_string(kLargeMemory)}};
+  if (const auto folder = folderInMemory()) {
+    environment["VELMOR_TMP"] = *folder;
+  }
   if (request.replay) {
     environment["VELMOR_CLOCK"] = "replay";
   }

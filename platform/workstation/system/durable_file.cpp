@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -74,6 +75,7 @@ std::optional<std::string> readFile(const std::filesystem::path& path, size_t li
     throw std::runtime_error(path.string() + ": is not a file");
   }
   std::string content;
+  content.reserve(std::min(static_cast<size_t>(status.st_size), limit));  // growing takes up to three times as much
   char block[65536];
   for (;;) {
     const ssize_t got = ::read(file.get(), block, sizeof block);

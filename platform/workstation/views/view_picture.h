@@ -15,12 +15,14 @@ namespace workstation {
 struct BgraPicture {
   int width = 0;
   int height = 0;
-  std::vector<std::uint8_t> bytes;
+  PictureBytes bytes;
 
   BgraPicture() = default;
   /// Fully transparent.
   BgraPicture(int columns, int rows)
-      : width(columns), height(rows), bytes(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows) * 4) {}
+      : width(columns),
+        height(rows),
+        bytes(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows) * 4, 0) {}
 
   [[nodiscard]] int stride() const { return width * 4; }
 };

@@ -64,6 +64,18 @@ TEST(AskedPart, IsTheWholeFileWhereNothingCanBeLeftOut) {
   EXPECT_EQ(cut, 0U) << "a file that ends too early";
 }
 
+TEST(AskedTask, GivesUpTheFileAndStaysTheSame) {
+  for (const auto& outputs : {std::vector<std::string>{"out2"}, kBoth}) {
+    std::string file = looks().file(kBoth);
+    const std::string copy = file;
+    const NetworkTask whole{bytesOf(file), kHeight, kPackedWidth, outputs};
+    const AskedTask given(whole, std::move(file));
+    std::string("other bytes in its place").swap(file);
+    const AskedTask borrowed({bytesOf(copy), kHeight, kPackedWidth, outputs});
+    EXPECT_TRUE(std::ranges::equal(given.task().onnx, borrowed.task().onnx)) << outputs.size();
+  }
+}
+
 TEST(EngineChoice, LooksAtNothingButWhatIsAskedFor) {
   const std::string file = withSigmoid();
   const auto logFor = [&](const std::vector<std::string>& outputs, Precision precision, const TensorRanges& ranges) {

@@ -199,11 +199,14 @@ TEST(EngineChoice, IsOpenCvWithALineWhereOneDnnDoesNotKnowALayer) {
   const auto picture = noise(size_t{45} * 34 * 3, 4);
   OnnxWriter known = framed(), unknown = shrunk();
   const std::string first = known.file({"out"}), second = unknown.node("Sigmoid", {"small"}, "out").file({"out"});
-  std::unique_ptr<Engine> engine;
+  std::unique_ptr<Engine> engine, known_engine;
+  std::vector<std::vector<float>> before;
   const std::string log = logOf([&] {
-    chooseEngine("known.onnx", {bytesOf(first), 45, 34 * 3, {"out"}});
+    known_engine = chooseEngine("known.onnx", {bytesOf(first), 45, 34 * 3, {"out"}});
+    before = valuesOf(known_engine->run(picture.data()));
     engine = chooseEngine("own.onnx", {bytesOf(second), 45, 34 * 3, {"out"}});
   });
+  EXPECT_EQ(valuesOf(known_engine->run(picture.data())), before) << "its memory was given back meanwhile";
   const std::vector<Maps> made = engine->run(picture.data());
   EXPECT_EQ(made[0].shape, (std::vector<int>{1, 3, 9, 17}));
   EXPECT_NE(log.find("own.onnx: runs on OpenCV, which is slower: layer \"out\" is of kind Sigmoid\n"), log.npos) << log;

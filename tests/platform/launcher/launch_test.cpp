@@ -160,6 +160,7 @@ TEST_F(Launch, LaysOutTheDemo) {
   EXPECT_EQ(plan.program, "velmor_care");
   EXPECT_EQ(plan.environment.at("VELMOR_OUTPUT"), "text");
   EXPECT_FALSE(plan.environment.contains("VELMOR_CLOCK"));
+  EXPECT_EQ(plan.environment.at("VELMOR_TMP"), "/dev/shm") << "what is passed on is written to no disk";
   const CameraDescription camera = loadCameraDescription(plan.environment.at("VELMOR_CAMERA"));
   EXPECT_EQ(camera.source, demo());
   EXPECT_TRUE(camera.loop);

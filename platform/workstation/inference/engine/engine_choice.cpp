@@ -8,6 +8,7 @@
 #include <exception>
 #include <numeric>
 #include <span>
+#include <utility>
 
 #include "platform/workstation/inference/engine/onednn_engine.h"
 #include "platform/workstation/inference/engine/onnx/asked_part.h"
@@ -85,9 +86,11 @@ double squaredError(const Maps& ours, const Maps& theirs) {
   return differences / deviation;
 }
 
-/// What OpenCV makes of the picture. The engine itself goes first: it takes more memory than what is chosen.
+/// What OpenCV makes of the picture. The engine itself goes first: it takes more memory than what is chosen, and
+/// nothing else runs meanwhile.
 struct Expected {
   Expected(const NetworkTask& task, const std::uint8_t* picture) {
+    giveBackOneDnnWorkspace();
     const auto opencv = makeOpenCvEngine(task);
     for (const Maps& map : opencv->run(picture)) {
       values.emplace_back(map.values.begin(), map.values.end());
@@ -134,8 +137,8 @@ void checkLikeness(const std::vector<std::string>& outputs, const std::vector<Ma
   if (!are_like) throw Unsupported("its outputs differ too much from those in fp32");
 }
 
-std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole) {
-  const AskedTask asked(whole);
+std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole, std::string file) {
+  const AskedTask asked(whole, std::move(file));
   const NetworkTask& task = asked.task();
   if (RangeMeter* const meter = RangeMeter::current()) return meter->engineFor(task);
   const auto picture = trialPicture(task.height, task.packed_width);

@@ -24,7 +24,7 @@ void checkLikeness(const std::vector<std::string>& outputs, const std::vector<Ma
 /// Runs the network once on each engine, on a picture with something everywhere. When they do not agree, or oneDNN does
 /// not know a layer or is slow on this processor, the task's precision gives way to 32-bit floats, and these to OpenCV,
 /// and a notice says why; `name` is the network's there. Throws what OpenCV does: UnusableNetwork, or std::exception
-/// when it cannot run.
-std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole);
+/// when it cannot run. See AskedTask for `file`.
+std::unique_ptr<Engine> chooseEngine(const std::string& name, const NetworkTask& whole, std::string file = {});
 
 }  // namespace workstation

@@ -55,14 +55,20 @@ class Workspace {
   /// Held during a run, and to grow.
   std::mutex mutex;
 
-  /// Whatever was in it is lost, and it may lie elsewhere afterwards; where there is no memory it stays as it was,
-  /// since other networks run in it.
-  void grow(size_t bytes) {
-    if (bytes <= m_bytes) return;
-    m_memory = bufferOf(bytes);
-    m_bytes = bytes;
+  /// For a run that needs so many bytes. Whatever was in it is lost, and it may lie elsewhere afterwards; where there
+  /// is no memory it stays as it was, since other networks run in it.
+  std::byte* begin(size_t bytes) {
+    if (bytes > m_bytes) {
+      m_memory = bufferOf(bytes);
+      m_bytes = bytes;
+    }
+    return m_memory.get();
   }
-  std::byte* begin() const { return m_memory.get(); }
+
+  void giveBack() {
+    m_memory.reset();
+    m_bytes = 0;
+  }
 
  private:
   Buffer m_memory;
@@ -164,8 +170,7 @@ class OneDnnEngine : public Engine {
     for (const std::string& output : task.outputs) addOutput(output);
     const std::vector<size_t> places = m_shared.places();
     for (auto& [values, place] : m_bound) place = places[place];
-    const std::scoped_lock lock(m_workspace->mutex);
-    m_workspace->grow(places.back());
+    m_workspace_bytes = places.back();
     m_plan = nullptr;
     m_tensors.clear();
   }
@@ -204,8 +209,9 @@ class OneDnnEngine : public Engine {
 
   /// To where the workspace lies now.
   void bindAll() {
-    if (m_bound_at == m_workspace->begin()) return;
-    m_bound_at = m_workspace->begin();
+    std::byte* const begin = m_workspace->begin(m_workspace_bytes);
+    if (m_bound_at == begin) return;
+    m_bound_at = begin;
     for (auto& [values, place] : m_bound) values.set_data_handle(m_bound_at + place);
   }
 
@@ -499,6 +505,7 @@ class OneDnnEngine : public Engine {
   dnnl::stream m_stream{m_processor};
   std::vector<Operation> m_operations;
   std::shared_ptr<Workspace> m_workspace = Workspace::get();
+  size_t m_workspace_bytes = 0;                    ///< that a run needs
   std::vector<std::pair<memory, size_t>> m_bound;  ///< what lies in the workspace, and where; first its buffer's number
   std::byte* m_bound_at = nullptr;
   std::vector<std::shared_ptr<const Weights>> m_weights;
@@ -521,6 +528,12 @@ bool multiplies(Precision precision) {
   const auto wanted = static_cast<unsigned>(precision == Precision::kShortFloats ? dnnl::cpu_isa::avx512_core_bf16
                                                                                  : dnnl::cpu_isa::avx2);
   return (instructions & wanted) == wanted;
+}
+
+void giveBackOneDnnWorkspace() {
+  const auto workspace = Workspace::get();
+  const std::scoped_lock lock(workspace->mutex);
+  workspace->giveBack();
 }
 
 std::unique_ptr<Engine> makeOneDnnEngine(const NetworkTask& task) { return std::make_unique<OneDnnEngine>(task); }

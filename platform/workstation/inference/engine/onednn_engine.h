@@ -17,4 +17,7 @@ bool multiplies(Precision precision);
 /// those of its tensors.
 std::unique_ptr<Engine> makeOneDnnEngine(const NetworkTask& task);
 
+/// The memory in which all these engines run; their next run takes it again.
+void giveBackOneDnnWorkspace();
+
 }  // namespace workstation

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <map>
+#include <numeric>
 #include <utility>
 
 #include "platform/workstation/inference/engine/onnx/message.h"
@@ -76,14 +77,15 @@ class Cut {
     return tensors;
   }
 
-  std::string graph() const {
-    std::string kept;
+  /// What is kept of the graph, field by field.
+  std::vector<Bytes> kept() const {
+    std::vector<Bytes> fields;
     std::size_t node = 0;
     for (Message message(m_graph); message.next();) {
       const bool is_wanted = message.field() == kNode ? m_is_kept[node++] : isWanted(message);
-      if (is_wanted) kept.append(message.whole().begin(), message.whole().end());
+      if (is_wanted) fields.push_back(message.whole());
     }
-    return kept;
+    return fields;
   }
 
  private:
@@ -124,30 +126,36 @@ class Cut {
   std::vector<bool> m_is_kept;
 };
 
-/// A field of that number that holds the bytes.
-void append(std::string& message, std::uint64_t field, const std::string& bytes) {
-  const auto number = [&message](std::uint64_t value) {
-    for (; value >= 0x80; value >>= 7) message += static_cast<char>(value | 0x80);
-    message += static_cast<char>(value);
+void append(std::string& to, Bytes bytes) { to.append(bytes.begin(), bytes.end()); }
+
+/// A field of that number that holds the pieces, one behind the other.
+void append(std::string& to, std::uint64_t field, const std::vector<Bytes>& pieces) {
+  const auto number = [&to](std::uint64_t value) {
+    for (; value >= 0x80; value >>= 7) to += static_cast<char>(value | 0x80);
+    to += static_cast<char>(value);
   };
   number(field << 3 | 2);
-  number(bytes.size());
-  message += bytes;
+  number(std::accumulate(pieces.begin(), pieces.end(), std::uint64_t{0},
+                         [](std::uint64_t size, Bytes piece) { return size + piece.size(); }));
+  for (const Bytes piece : pieces) append(to, piece);
 }
 
 AskedPart cut(Bytes file, const std::vector<std::string>& outputs) {
   AskedPart part;
+  part.onnx.reserve(file.size());  // most of it is kept, and it is large
   for (Message model(file); model.next();) {
     if (model.field() != kGraph) {
-      part.onnx.append(model.whole().begin(), model.whole().end());
+      append(part.onnx, model.whole());
       continue;
     }
     const Cut graph(model.bytes(), outputs);
     part.left_out = graph.leftOut();
-    append(part.onnx, kGraph, graph.graph());
+    append(part.onnx, kGraph, graph.kept());
   }
   return part.left_out.empty() ? AskedPart() : part;
 }
+
+Bytes bytesOf(const std::string& text) { return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}; }
 
 }  // namespace
 
@@ -159,9 +167,14 @@ AskedPart askedPart(std::span<const std::uint8_t> file, const std::vector<std::s
   }
 }
 
-AskedTask::AskedTask(const NetworkTask& whole) : m_part(askedPart(whole.onnx, whole.outputs)), m_task(whole) {
-  if (m_part.onnx.empty()) return;
-  m_task.onnx = {reinterpret_cast<const std::uint8_t*>(m_part.onnx.data()), m_part.onnx.size()};
+AskedTask::AskedTask(const NetworkTask& whole, std::string file)
+    : m_part(askedPart(file.empty() ? whole.onnx : bytesOf(file), whole.outputs)), m_task(whole) {
+  if (m_part.onnx.empty()) {
+    if (file.empty()) return;
+    m_part.onnx.swap(file);
+  }
+  std::string().swap(file);  // parameters live until their caller goes on
+  m_task.onnx = bytesOf(m_part.onnx);
   std::erase_if(m_task.ranges, [this](const auto& range) { return m_part.left_out.contains(range.first); });
 }
 

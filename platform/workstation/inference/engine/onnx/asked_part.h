@@ -23,7 +23,8 @@ AskedPart askedPart(std::span<const std::uint8_t> file, const std::vector<std::s
 /// A task on that part alone, which it keeps.
 class AskedTask {
  public:
-  explicit AskedTask(const NetworkTask& whole);
+  /// A `file` in which the whole network lies is given up: networks are large.
+  explicit AskedTask(const NetworkTask& whole, std::string file = {});
   AskedTask(const AskedTask&) = delete;
   AskedTask& operator=(const AskedTask&) = delete;
   const NetworkTask& task() const { return m_task; }
