@@ -28,7 +28,7 @@ rooms=(
   "platform/workstation/requests|platform/support platform/clock platform/workstation/system platform/workstation/trace platform/workstation/camera platform/workstation/parameters platform/workstation/alarms platform/workstation/outside platform/workstation/web|nlohmann libsoup axhttp.h"
   "platform/workstation/launcher|platform/support platform/workstation/people platform/workstation/certificates platform/workstation/system platform/workstation/trace platform/workstation/decoding platform/workstation/camera platform/workstation/inference platform/workstation/parameters platform/workstation/web|nlohmann gst"
   "video||libyuv.h vdostream.h"
-  "pose|app/[a-z]*_params.h app/observer.h app/process_state.h video|larod.h"
+  "pose|app/[a-z]*_params.h app/observer.h app/process_state.h platform/support video|larod.h"
   "geometry|app/process_state.h app/truncate.h video/VideoStreamSource.h|opencv2"
   "events|platform/clock|axevent.h"
   "analysis|app/[a-z]*_params.h app/common_structs.h app/finding.h app/observer.h app/process_state.h app/truncate.h events geometry pose/skeleton.h platform/clock|opencv2"

@@ -141,9 +141,8 @@ void VideoPipeline::setUp(GstElement* /*decoder*/, GstElement* source, gpointer 
 void VideoPipeline::build(Mode mode) {
   CaughtError error;
   m_pipeline.reset(
-      gst_parse_launch("uridecodebin name=decoder force-sw-decoders=true videoconvert name=converter ! videoflip "
-                       "name=turner video-direction=auto ! "
-                       "appsink name=sink caps=video/x-raw",
+      gst_parse_launch("uridecodebin name=decoder force-sw-decoders=true videoconvert name=converter ! "
+                       "videoflip name=turner video-direction=auto ! appsink name=sink caps=video/x-raw",
                        error.out()));
   if (error) throw std::runtime_error(error.text());
   m_sink.reset(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "sink"));
