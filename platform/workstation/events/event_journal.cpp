@@ -266,9 +266,28 @@ void EventJournal::putAside(const std::string& reason) {
   open();
 }
 
+/// Nobody would find what is written into it.
+bool EventJournal::isRemoved() const {
+  struct stat own {};
+  struct stat there {};
+  if (m_file.get() < 0) return true;  // the last time there was none to be had
+  if (::fstat(m_file.get(), &own) != 0) return false;
+  return own.st_nlink == 0 || (::stat(m_path.c_str(), &there) != 0 && errno == ENOENT);
+}
+
+void EventJournal::beginAnew() {
+  m_file = FileDescriptor();
+  open();
+  m_size = 0;
+  m_torn = m_named = false;
+  if (std::filesystem::file_size(m_path) > 0) return putAside("is another file than before");
+  m_damage = m_path.string() + ": has been removed; a new journal goes on";
+}
+
 void EventJournal::append(const std::vector<EventRecord>& records) {
   std::string lines;
   for (const EventRecord& record : records) lines += lineOf(record);
+  if (isRemoved()) beginAnew();
   // What a failed write left goes first, or this would be glued to it.
   if (m_torn && ::ftruncate(m_file.get(), m_size) != 0) {
     throw std::runtime_error(m_path.string() + ": a torn line cannot be cut off: " + std::strerror(errno));

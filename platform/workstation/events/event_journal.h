@@ -61,18 +61,21 @@ class EventJournal {
   explicit EventJournal(const std::filesystem::path& directory);
 
   /// All of them on disk on return. Throws std::runtime_error with one line; none of them is then in the file. A torn
-  /// last line, of a run that was ended or of a full disk, goes first.
+  /// last line, of a run that was ended or of a full disk, goes first. Where somebody has removed the file, or put
+  /// another in its place, which is put aside, a new one begins, and damage() says so.
   void append(const std::vector<EventRecord>& records);
 
   /// As it was when the file was opened.
   const JournalPast& past() const { return m_past; }
-  /// One line on a file that was put aside, else empty.
+  /// One line on the last file that was put aside or removed, else empty.
   const std::string& damage() const { return m_damage; }
   /// Puts the file aside, for this reason, and begins a new one. Throws std::runtime_error with one line.
   void putAside(const std::string& reason);
 
  private:
   void open();
+  [[nodiscard]] bool isRemoved() const;
+  void beginAnew();
 
   std::filesystem::path m_path;
   FileDescriptor m_file;

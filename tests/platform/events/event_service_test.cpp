@@ -176,6 +176,34 @@ TEST_F(EventService, PutsADamagedJournalAsideAndGoesOnCounting) {
   EXPECT_EQ(EventJournal(m_folder.path()).past().last, 7U);
 }
 
+TEST_F(EventService, AJournalThatSomebodyRemovesOrReplacesIsBegunAnew) {
+  const auto file = m_folder / "events.jsonl";
+  const auto has = [this](size_t lines) { return comes([&] { return numbers().size() == lines; }); };
+  testing::internal::CaptureStderr();
+  Handler handler(ax_event_handler_new());
+  const guint fall = declare(handler, "Fall", "Fall Detected");
+  ASSERT_TRUE(has(1));
+  std::filesystem::remove(file);
+  std::filesystem::create_directory(file);
+  EXPECT_TRUE(send(handler, fall, true));
+  EXPECT_TRUE(comes([] { return !trouble().empty(); })) << "where there can be none it is tried again";
+  std::filesystem::remove(file);
+  EXPECT_TRUE(has(1));
+  std::filesystem::rename(file, m_folder / "kept");
+  m_folder.write("events.jsonl", "somebody's notes");
+  std::filesystem::remove(m_folder / "kept");
+  EXPECT_TRUE(send(handler, fall, false));
+  EXPECT_TRUE(comes([&] { return m_folder.read("events.jsonl").find("\"seq\":3") != std::string::npos; }));
+  EXPECT_EQ(m_folder.read("events.jsonl.damaged-1"), "somebody's notes");
+  handler.reset();
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("events.jsonl: has been removed; a new journal goes on"), std::string::npos) << log;
+  EXPECT_NE(log.find("is another file than before; kept as events.jsonl.damaged-1"), std::string::npos) << log;
+  const EventJournal next(m_folder.path());
+  EXPECT_EQ(next.past().last, 3U);
+  EXPECT_EQ(next.damage(), "");
+}
+
 TEST_F(EventService, GivesNoNumberToWhatCannotBeSent) {
   Handler handler(ax_event_handler_new());
   const guint id = declare(handler, "Bed", "Patient Out of Bed");
