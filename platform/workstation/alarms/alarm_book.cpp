@@ -165,7 +165,7 @@ const AlarmEntry* AlarmBook::nextFor(std::uint64_t after, std::uint64_t begins, 
 
 void AlarmBook::keepAbove(std::uint64_t number) {
   m_kept_above = number;
-  if (number >= m_last) m_trim_at = m_limits.entries;  // nobody waits any more for what was kept for them
+  if (number >= m_last && std::exchange(m_some_waited, false)) m_trim_at = m_limits.entries;
 }
 
 std::optional<std::size_t> AlarmBook::trim() {
@@ -203,6 +203,7 @@ std::set<std::string> AlarmBook::forget(std::size_t& untold) {
     forgotten.insert(alarm->second.id);
     m_alarms.erase(alarm);
   }
+  m_some_waited = closed > m_limits.closed;
   return forgotten;
 }
 

@@ -277,6 +277,17 @@ TEST(AlarmBookTest, ForgetsTheOldestThatAreClosedAndOnlyTooManyOfThoseThatSomebo
   EXPECT_TRUE(!knows(1500) && knows(1501));
 }
 
+TEST(AlarmBookTest, WithManyThatAreOpenTheJournalIsNotWrittenAnewForEach) {
+  AlarmBook book({.closed = 10, .waiting = 10, .entries = 100});
+  std::size_t written = 0;
+  for (std::uint64_t alarm = 1; alarm <= 300; ++alarm) {
+    book.apply({.kind = AlarmEntry::Kind::kRaised, .run = "run", .alarm = alarmId("run", alarm), .event = kFallEvent});
+    book.keepAbove(book.last());
+    written += book.trim() ? 1 : 0;
+  }
+  EXPECT_EQ(written, 4U) << "after each 50";
+}
+
 /// Runs killed by SIGKILL, with the real journal of events.
 class KilledRun : public AlarmRoom {
  protected:
