@@ -2,6 +2,7 @@
 
 #include <sanitizer/asan_interface.h>
 
+#include <bit>
 #include <deque>
 #include <mutex>
 #include <utility>
@@ -24,7 +25,8 @@ Spare& spare() {
   return the_spare;
 }
 
-std::size_t rounded(std::size_t bytes) { return (bytes + kLargeMemory - 1) / kLargeMemory * kLargeMemory; }
+/// Few sizes, so that one fits another; of what lies behind a picture the system gives nothing.
+std::size_t rounded(std::size_t bytes) { return std::bit_ceil(bytes); }
 
 /// The newest block of that size, which is likeliest to be in a cache; null when there is none.
 void* takeSpare(std::size_t bytes) {

@@ -9,9 +9,9 @@
 #include <vector>
 
 /// From this size on, memory that is given back is kept for the next who asks for about as much: sizes are rounded up
-/// to multiples of it. Of all that is kept, kMostSpare bytes at most, the newest. From any thread.
+/// to powers of two. Of all that is kept, kMostSpare bytes at most, the newest. From any thread.
 inline constexpr std::size_t kLargeMemory = std::size_t{1} << 20;
-inline constexpr std::size_t kMostSpare = std::size_t{12} << 20;
+inline constexpr std::size_t kMostSpare = std::size_t{8} << 20;
 
 /// What is in it is anything. Throws std::bad_alloc.
 void* takeMemory(std::size_t bytes);

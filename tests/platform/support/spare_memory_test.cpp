@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kPicture = 3 * kLargeMemory + 100;
+constexpr std::size_t kPicture = 3 * kLargeMemory;  // of four
 
 TEST(SpareMemory, IsTakenAgainByWhoNeedsAboutAsMuch) {
   void* const first = takeMemory(kPicture);
@@ -19,11 +19,11 @@ TEST(SpareMemory, IsTakenAgainByWhoNeedsAboutAsMuch) {
   giveMemory(first, kPicture);
   void* const larger = takeMemory(5 * kLargeMemory);
   EXPECT_NE(larger, first) << "which is too small";
-  void* const again = takeMemory(kPicture + 100);
+  void* const again = takeMemory(kPicture + kLargeMemory);
   EXPECT_EQ(again, first);
-  std::memset(again, 1, kPicture + 100);
+  std::memset(again, 1, kPicture + kLargeMemory);
   giveMemory(second, kPicture);
-  giveMemory(again, kPicture + 100);
+  giveMemory(again, kPicture + kLargeMemory);
   EXPECT_EQ(takeMemory(kPicture), again) << "the newest first";
   giveMemory(again, kPicture);
   giveMemory(larger, 5 * kLargeMemory);
