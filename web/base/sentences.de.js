@@ -261,6 +261,8 @@ export default {
     "{text}: Zeile {number} ist beschädigt, und die Datei lässt sich nicht beiseitelegen: {reason}",
   "{text}: its numbers are above those of this run and it cannot be put aside: {reason}":
     "{text}: ihre Nummern liegen über denen dieses Laufs, und sie lässt sich nicht beiseitelegen: {reason}",
+  "{text}: is another file than before and it cannot be put aside: {reason}":
+    "{text}: dort liegt eine andere Datei als zuvor, und sie lässt sich nicht beiseitelegen: {reason}",
   "{text} cannot be used: {reason}": "{text} ist nicht zu gebrauchen: {reason}",
   "No space left on device": "der Datenträger ist voll",
   "Disk quota exceeded": "der zugeteilte Platz ist voll",

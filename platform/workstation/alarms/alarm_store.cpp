@@ -92,19 +92,14 @@ Loaded parse(const Read& read, const AlarmLimits& limits) {
   return loaded;
 }
 
-/// A second name for what is damaged; the file may be replaced once it has that. Returns a line that says so.
-std::string keepDamaged(const std::filesystem::path& path, std::size_t lines, bool& is_replaced) {
-  const std::string line = path.string() + ": " + std::to_string(lines) + " damaged lines were left out; ";
+/// A second name, with which the file may be replaced; empty where it gets none.
+std::string keepAside(const std::filesystem::path& path) {
   for (int number = 1; number < 1000; ++number) {
     const std::filesystem::path kept = path.string() + ".damaged-" + std::to_string(number);
-    if (::link(path.c_str(), kept.c_str()) == 0) {
-      is_replaced = true;
-      return line + "kept as " + kept.filename().string();
-    }
+    if (::link(path.c_str(), kept.c_str()) == 0) return kept.filename().string();
     if (errno != EEXIST) break;
   }
-  is_replaced = false;
-  return line + "they stay in the file";
+  return "";
 }
 
 std::string allLines(const std::deque<AlarmEntry>& entries) {
@@ -191,7 +186,12 @@ void AlarmStore::Core::load() {
   file = FileDescriptor(::open(path.c_str(), kFlags));  // where there is one
   past.untold = loaded.untold;
   bool is_replaced = loaded.trimmed;
-  if (loaded.damaged > 0) past.damage = keepDamaged(path, loaded.damaged, is_replaced);
+  if (loaded.damaged > 0) {
+    const std::string kept = keepAside(path);
+    is_replaced = !kept.empty();
+    past.damage = path.string() + ": " + std::to_string(loaded.damaged) + " damaged lines were left out; " +
+                  (is_replaced ? "kept as " + kept : "they stay in the file");
+  }
   if (is_replaced) {
     const std::scoped_lock lock(mutex);
     whole = Line{loaded.book.last(), allLines(loaded.book.entries())};
@@ -206,7 +206,9 @@ bool AlarmStore::Core::writeSome(std::unique_lock<std::mutex>& lock) {
   if (queue.empty()) return false;
   if (isRemoved()) {
     lock.unlock();
-    ::syslog(LOG_ERR, "%s: has been removed; what is known of alarms is written anew", path.c_str());
+    const std::string kept = keepAside(path);  // where there is another in its place
+    const std::string what = kept.empty() ? "has been removed" : "is another file than before, kept as " + kept;
+    ::syslog(LOG_ERR, "%s: %s; what is known of alarms is written anew", path.c_str(), what.c_str());
     file = FileDescriptor();
     size = 0;
     torn = named = false;
@@ -226,13 +228,7 @@ bool AlarmStore::Core::writeSome(std::unique_lock<std::mutex>& lock) {
   return true;
 }
 
-/// By somebody: what is written into it would be gone at its end.
-bool AlarmStore::Core::isRemoved() const {
-  struct stat own {};
-  struct stat there {};
-  if (file.get() < 0 || ::fstat(file.get(), &own) != 0) return false;
-  return own.st_nlink == 0 || (::stat(path.c_str(), &there) != 0 && errno == ENOENT);
-}
+bool AlarmStore::Core::isRemoved() const { return file.get() >= 0 && isElsewhere(file, path); }
 
 /// Where the shorter file finds no room, the longer one goes on.
 bool AlarmStore::Core::replaceAll(std::unique_lock<std::mutex>& lock) {

@@ -240,17 +240,18 @@ EventJournal::EventJournal(const std::filesystem::path& directory) : m_path(dire
 
 void EventJournal::open() {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK;
-  m_file = FileDescriptor(::open(m_path.c_str(), kFlags, S_IRUSR | S_IWUSR));
+  FileDescriptor file(::open(m_path.c_str(), kFlags, S_IRUSR | S_IWUSR));
   struct stat status {};
-  if (m_file.get() < 0 || ::fstat(m_file.get(), &status) != 0) {
+  if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
     throw std::runtime_error(m_path.string() + ": cannot be opened: " + std::strerror(errno));
   }
   if (!S_ISREG(status.st_mode)) {
     throw std::runtime_error(m_path.string() + ": is not a file");
   }
-  if (::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
     throw std::runtime_error(m_path.string() + ": is in use by another program");
   }
+  m_file = std::move(file);
 }
 
 void EventJournal::putAside(const std::string& reason) {
@@ -266,28 +267,26 @@ void EventJournal::putAside(const std::string& reason) {
   open();
 }
 
-/// Nobody would find what is written into it.
-bool EventJournal::isRemoved() const {
-  struct stat own {};
-  struct stat there {};
-  if (m_file.get() < 0) return true;  // the last time there was none to be had
-  if (::fstat(m_file.get(), &own) != 0) return false;
-  return own.st_nlink == 0 || (::stat(m_path.c_str(), &there) != 0 && errno == ENOENT);
-}
-
+/// Unless it succeeds there is no file, and the next time begins here again.
 void EventJournal::beginAnew() {
   m_file = FileDescriptor();
-  open();
   m_size = 0;
   m_torn = m_named = false;
-  if (std::filesystem::file_size(m_path) > 0) return putAside("is another file than before");
+  try {
+    open();
+    if (std::filesystem::file_size(m_path) > 0) return putAside("is another file than before");
+  } catch (...) {
+    m_file = FileDescriptor();
+    throw;
+  }
   m_damage = m_path.string() + ": has been removed; a new journal goes on";
 }
 
 void EventJournal::append(const std::vector<EventRecord>& records) {
   std::string lines;
   for (const EventRecord& record : records) lines += lineOf(record);
-  if (isRemoved()) beginAnew();
+  m_damage.clear();
+  if (m_file.get() < 0 || isElsewhere(m_file, m_path)) beginAnew();
   // What a failed write left goes first, or this would be glued to it.
   if (m_torn && ::ftruncate(m_file.get(), m_size) != 0) {
     throw std::runtime_error(m_path.string() + ": a torn line cannot be cut off: " + std::strerror(errno));

@@ -67,14 +67,13 @@ class EventJournal {
 
   /// As it was when the file was opened.
   const JournalPast& past() const { return m_past; }
-  /// One line on the last file that was put aside or removed, else empty.
+  /// One line on a file that was put aside or removed, at the opening or by the last append; else empty.
   const std::string& damage() const { return m_damage; }
   /// Puts the file aside, for this reason, and begins a new one. Throws std::runtime_error with one line.
   void putAside(const std::string& reason);
 
  private:
   void open();
-  [[nodiscard]] bool isRemoved() const;
   void beginAnew();
 
   std::filesystem::path m_path;

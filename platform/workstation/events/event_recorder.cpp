@@ -315,14 +315,13 @@ void EventRecorder::writeSome(std::unique_lock<std::mutex>& lock) {
   m_asked_disk = Steady::now();
   lock.unlock();
   std::string failure;
-  const std::string damage = m_journal->damage();
   try {
     m_journal->append(batch);
   } catch (const std::exception& exception) {
     failure = exception.what();
   }
   lock.lock();
-  if (m_journal->damage() != damage) say(LOG_ERR, m_journal->damage());
+  if (!m_journal->damage().empty()) say(LOG_ERR, m_journal->damage());
   m_asked_disk.reset();
   m_in_work = 0;
   // A disk that has no room for all may have room for one.

@@ -99,6 +99,14 @@ void syncDirectory(const std::filesystem::path& directory) {
   }
 }
 
+bool isElsewhere(const FileDescriptor& file, const std::filesystem::path& path) {
+  struct stat own {};
+  struct stat there {};
+  if (::fstat(file.get(), &own) != 0) return false;
+  if (::stat(path.c_str(), &there) != 0) return errno == ENOENT;
+  return own.st_dev != there.st_dev || own.st_ino != there.st_ino;
+}
+
 bool removeFile(const std::filesystem::path& path) {
   std::error_code error;
   const bool was_there = std::filesystem::remove(path, error);

@@ -30,6 +30,10 @@ void replaceFile(const std::filesystem::path& path, std::string_view content,
 /// Returns whether there was such a file; it is gone for good then. Throws std::runtime_error with one line.
 bool removeFile(const std::filesystem::path& path);
 
+/// Whether nothing, or another file than the open one, stands at the path: nobody would find what is written into it.
+/// False where that cannot be known.
+bool isElsewhere(const FileDescriptor& file, const std::filesystem::path& path);
+
 /// Makes created and renamed names in the directory durable. Throws std::runtime_error with one line.
 void syncDirectory(const std::filesystem::path& directory);
 

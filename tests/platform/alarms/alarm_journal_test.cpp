@@ -190,7 +190,7 @@ TEST_F(AlarmJournalTest, AJournalThatCannotBeReadIsTakenUpLater) {
   EXPECT_EQ(state(before) + ", " + state("run-2"), "calling 1, calling 1");
 }
 
-TEST_F(AlarmJournalTest, OneThatIsRemovedIsWrittenAnewWithAllThatIsKnown) {
+TEST_F(AlarmJournalTest, OneThatIsRemovedOrReplacedIsWrittenAnewWithAllThatIsKnown) {
   open();
   const std::string before = begin(1, kFallEvent);
   ASSERT_TRUE(settles());
@@ -200,6 +200,12 @@ TEST_F(AlarmJournalTest, OneThatIsRemovedIsWrittenAnewWithAllThatIsKnown) {
   ASSERT_TRUE(answer(after, AnswerKind::kComing));
   restart();
   EXPECT_EQ(state(before) + ", " + state(after), "calling 1, coming");
+  std::filesystem::rename(m_folder / "alarms.jsonl", m_folder / "moved");
+  m_folder.write("alarms.jsonl", "somebody's notes");
+  ASSERT_TRUE(answer(before, AnswerKind::kComing));
+  restart();
+  EXPECT_EQ(state(before) + ", " + state(after), "coming, coming");
+  EXPECT_EQ(m_folder.read("alarms.jsonl.damaged-1"), "somebody's notes");
 }
 
 TEST_F(AlarmJournalTest, ATornLineIsCutOffAndDamagedOnesAreLeftOut) {

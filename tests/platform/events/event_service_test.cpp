@@ -189,9 +189,8 @@ TEST_F(EventService, AJournalThatSomebodyRemovesOrReplacesIsBegunAnew) {
   EXPECT_TRUE(comes([] { return !trouble().empty(); })) << "where there can be none it is tried again";
   std::filesystem::remove(file);
   EXPECT_TRUE(has(1));
-  std::filesystem::rename(file, m_folder / "kept");
+  std::filesystem::rename(file, m_folder / "moved");
   m_folder.write("events.jsonl", "somebody's notes");
-  std::filesystem::remove(m_folder / "kept");
   EXPECT_TRUE(send(handler, fall, false));
   EXPECT_TRUE(comes([&] { return m_folder.read("events.jsonl").find("\"seq\":3") != std::string::npos; }));
   EXPECT_EQ(m_folder.read("events.jsonl.damaged-1"), "somebody's notes");

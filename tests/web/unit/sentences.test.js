@@ -35,7 +35,7 @@ const ELSEWHERE = [
   /seen by the run|^scores? together|people may have been mixed|count as confirmed|^the run at |^ (at \(|degrees)/,
   /^, inside bed |^Missing decoder: $|^GStreamer cannot be initialised|^the system has no random|no yescrypt$/,
   /counts no more|on the page(, | in place of )|--reset camera ends|^; kept as |a new journal goes on/,
-  /damaged lines were left out|^kept as |^they stay in the file|a trace has every parameter/,
+  /^has been removed$|^is another file than before, kept as |damaged lines were left out|^kept as |^they stay in the file|a trace has every parameter/,
   /listened? on|choose another address|other machines reach this|certificate cannot be used/,
   /is not an address to listen on|is no number of an alarm's|Content-Length: |; SameSite=|^default-src |="/,
   /^offered is action=list|make it anew with|glib-networking|there is no (certificate|page: )/,
