@@ -11,6 +11,6 @@ std::string packagePath(const std::string& absolute) {
 std::string temporaryPath(const std::string& absolute) {
   constexpr std::string_view kTemporary = "/tmp/";
   const char* folder = std::getenv("VELMOR_TMP");
-  if (folder == nullptr || !absolute.starts_with(kTemporary)) return absolute;
+  if (folder == nullptr || *folder == '\0' || !absolute.starts_with(kTemporary)) return absolute;
   return std::string(folder) + "/" + absolute.substr(kTemporary.size());
 }

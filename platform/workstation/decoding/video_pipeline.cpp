@@ -22,6 +22,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
+constexpr const char* kDeviceUri = "v4l2://";
 constexpr guint kFramesAhead = 3;   // decoded while a replay is at work; bounds the memory
 constexpr guint kLatency_ms = 200;  // for a network's packets that come late; GStreamer itself would take 2 s
 constexpr guint kAnswer_s = 10;     // a camera takes no longer for an answer
@@ -66,7 +67,7 @@ std::string toUri(const std::string& source, const FileDescriptor& fifo) {
     case SourceKind::kStream:
       return withoutUser(source);
     case SourceKind::kDevice:
-      return "v4l2://" + localPath(source);
+      return kDeviceUri + localPath(source);
     case SourceKind::kPipe:
       return "fd://" + std::to_string(fifo.get());
     case SourceKind::kFile:
@@ -153,9 +154,11 @@ void VideoPipeline::build(Mode mode) {
   g_signal_connect(decoder.get(), "source-setup", G_CALLBACK(setUp), this);
   g_signal_connect(decoder.get(), "pad-added", G_CALLBACK(linkVideo), converter.get());
   g_signal_connect(decoder.get(), "no-more-pads", G_CALLBACK(refuseWithoutVideo), converter.get());
-  // It would copy what it does not turn; once a mark says so, it turns all the same.
+  // It would copy what it does not turn; once a mark says so, it turns all the same. A device has few buffers of its
+  // own and gets them back at once.
   const GstPtr<GstElement> turner(gst_bin_get_by_name(GST_BIN(m_pipeline.get()), "turner"));
-  gst_base_transform_set_passthrough(GST_BASE_TRANSFORM(turner.get()), TRUE);
+  const bool is_device = m_uri.starts_with(kDeviceUri);
+  gst_base_transform_set_passthrough(GST_BASE_TRANSFORM(turner.get()), is_device ? FALSE : TRUE);
   const gboolean live = mode == Mode::kLive ? TRUE : FALSE;
   const guint frames_kept = live == FALSE ? kFramesAhead : 1;
   g_object_set(m_sink.get(), "sync", live, "drop", live, "max-buffers", frames_kept, nullptr);
