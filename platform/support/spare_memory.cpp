@@ -3,7 +3,7 @@
 #include <bit>
 #include <deque>
 #include <mutex>
-#include <utility>
+#include <new>
 
 // What lies here, or behind a picture, is nobody's to read or write.
 #if defined(__SANITIZE_ADDRESS__)

@@ -2,11 +2,10 @@
 // takes them back has to clear them every time.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <new>
-#include <type_traits>
-#include <vector>
+#include <utility>
 
 /// From this size on, memory that is given back is kept for the next who asks for about as much: sizes are rounded up
 /// to powers of two. Of all that is kept, kMostSpare bytes at most, the newest. From any thread.
@@ -19,24 +18,45 @@ void* takeMemory(std::size_t bytes);
 /// `bytes` are those that it was taken with.
 void giveMemory(void* memory, std::size_t bytes) noexcept;
 
-/// Takes and gives such memory. Elements without a given value are left as they are, not cleared.
-template <typename T>
-struct SpareAllocator {
-  static_assert(std::is_trivial_v<T>);
-  using value_type = T;
-  SpareAllocator() = default;
-  template <typename U>
-  SpareAllocator(const SpareAllocator<U>& /*other*/) noexcept {}  // NOLINT(google-explicit-constructor): as all are
-
-  T* allocate(std::size_t count) { return static_cast<T*>(takeMemory(count * sizeof(T))); }
-  void deallocate(T* memory, std::size_t count) noexcept { giveMemory(memory, count * sizeof(T)); }
-  void construct(T* /*place*/) noexcept {}
-  template <typename... Arguments>
-  void construct(T* place, Arguments&&... arguments) {
-    ::new (static_cast<void*>(place)) T(std::forward<Arguments>(arguments)...);
+/// A picture's bytes in such memory.
+class PictureBytes {
+ public:
+  PictureBytes() = default;
+  /// What is in it is anything.
+  explicit PictureBytes(std::size_t size)
+      : m_bytes(size == 0 ? nullptr : static_cast<std::uint8_t*>(takeMemory(size))), m_size(size) {}
+  PictureBytes(std::size_t size, std::uint8_t value) : PictureBytes(size) { std::fill(begin(), end(), value); }
+  PictureBytes(const PictureBytes& other) : PictureBytes(other.m_size) {
+    std::copy(other.begin(), other.end(), begin());
   }
-  friend bool operator==(const SpareAllocator& /*one*/, const SpareAllocator& /*other*/) { return true; }
-};
+  PictureBytes(PictureBytes&& other) noexcept { swap(other); }
+  PictureBytes& operator=(PictureBytes other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~PictureBytes() {
+    if (m_bytes != nullptr) giveMemory(m_bytes, m_size);
+  }
 
-/// A picture's bytes. PictureBytes(count) holds anything, PictureBytes(count, 0) zeros.
-using PictureBytes = std::vector<std::uint8_t, SpareAllocator<std::uint8_t>>;
+  [[nodiscard]] std::uint8_t* data() { return m_bytes; }
+  [[nodiscard]] const std::uint8_t* data() const { return m_bytes; }
+  [[nodiscard]] std::size_t size() const { return m_size; }
+  std::uint8_t* begin() { return m_bytes; }
+  std::uint8_t* end() { return m_bytes + m_size; }
+  [[nodiscard]] const std::uint8_t* begin() const { return m_bytes; }
+  [[nodiscard]] const std::uint8_t* end() const { return m_bytes + m_size; }
+  std::uint8_t& operator[](std::size_t at) { return m_bytes[at]; }
+  const std::uint8_t& operator[](std::size_t at) const { return m_bytes[at]; }
+  friend bool operator==(const PictureBytes& one, const PictureBytes& other) {
+    return std::equal(one.begin(), one.end(), other.begin(), other.end());
+  }
+
+ private:
+  void swap(PictureBytes& other) noexcept {
+    std::swap(m_bytes, other.m_bytes);
+    std::swap(m_size, other.m_size);
+  }
+
+  std::uint8_t* m_bytes = nullptr;
+  std::size_t m_size = 0;
+};

@@ -1,6 +1,7 @@
 #include "platform/workstation/views/anonymised_view.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace workstation {
@@ -31,7 +32,8 @@ std::string reasonOfSize(const StreamChoice& choice, std::uint32_t rotation) {
 /// The program writes its status on every stream that it covers people on: where it has drawn nothing, its notion of
 /// the sizes differs, and there are no masks. From the end, because the status stands at the bottom.
 bool isBlank(const BgraPicture& overlay) {
-  return std::all_of(overlay.bytes.rbegin(), overlay.bytes.rend(), [](std::uint8_t part) { return part == 0; });
+  return std::all_of(std::reverse_iterator(overlay.bytes.end()), std::reverse_iterator(overlay.bytes.begin()),
+                     [](std::uint8_t part) { return part == 0; });
 }
 
 }  // namespace
