@@ -34,7 +34,7 @@ Spare& spare() {
 bool isKept(std::size_t bytes) { return bytes >= kLargeMemory && bytes <= kMostSpare; }
 
 /// Few sizes, so that one fits another; of what lies behind a picture the system gives nothing.
-std::size_t rounded(std::size_t bytes) { return isKept(bytes) ? std::bit_ceil(bytes) : bytes; }
+std::size_t rounded(std::size_t bytes) { return std::bit_ceil(bytes); }
 
 /// The newest block of that size, which is likeliest to be in a cache; null when there is none.
 void* takeSpare(std::size_t bytes) {

@@ -77,8 +77,7 @@ class AlarmBook {
   std::uint64_t m_kept_above = 0;
   AlarmLimits m_limits;
   std::size_t m_trim_at;
-  bool m_some_waited =
-      false;  ///< when it was trimmed last: closed ones were kept for somebody who has still to get them
+  bool m_some_waited = false;  ///< at the last trim closed ones were kept for somebody who has still to get them
 };
 
 /// Whether it is to be closed: it has been answered for good, or has been seen and is over.
