@@ -13,15 +13,18 @@ export const FIRST_LEVEL = 1;
 const before = (a, b) =>
   isFall(b) - isFall(a) || isCalling(b) - isCalling(a) || Date.parse(b.began) - Date.parse(a.began);
 
+/** How loud an alarm calls: its level, and as one above when nobody has answered there. */
+const loudness = ({ level, again }) => level + (again ? 1 : 0);
+
 /** The alarms that are open, the most urgent first. */
 export const openAlarms = (alarms) => alarms.filter(isOpen).sort(before);
 
 /** The most urgent alarm that calls: {id, kind, level}, or null. A fall drowns a bed exit, a higher level a lower one. */
 export function urgent(alarms) {
   const calling = alarms.filter(isCalling);
-  const most = calling.reduce((best, alarm) => Math.max(best, isFall(alarm) ? alarm.level : -1), -1);
-  const loudest = openAlarms(calling).find((alarm) => !isFall(alarm) || alarm.level === most);
-  return loudest ? { id: loudest.id, kind: loudest.kind, level: loudest.level } : null;
+  const most = calling.reduce((best, alarm) => Math.max(best, isFall(alarm) ? loudness(alarm) : -1), -1);
+  const loudest = openAlarms(calling).find((alarm) => !isFall(alarm) || loudness(alarm) === most);
+  return loudest ? { id: loudest.id, kind: loudest.kind, level: loudness(loudest) } : null;
 }
 
 /** The one because of which it rings: none that was hushed here, which drowns no other. */
@@ -51,7 +54,8 @@ export function answerWords(alarm, now) {
   const last = lastAnswer(alarm);
   if (!last) return "";
   const by = last.by || say("alarm.somebody");
-  const words = say(`answered.${last.what}`, { by, at: at(last.time, now) });
+  const lapsed = last.what === "coming" && isCalling(alarm);
+  const words = say(lapsed ? "answered.lapsed" : `answered.${last.what}`, { by, at: at(last.time, now) });
   return last.reason ? `${words} ${say("answered.because", { reason: last.reason })}` : words;
 }
 
@@ -65,6 +69,7 @@ export function callWords(alarm, now) {
   const answered = answerWords(alarm, now);
   if (answered) return answered;
   if (alarm.state === "held") return say("alarm.held", { why: heldWords(alarm.held_why) });
+  if (alarm.again) return say("alarm.again", { level: alarm.level });
   return alarm.level > FIRST_LEVEL ? say("alarm.louder", { level: alarm.level }) : say("alarm.nobody");
 }
 

@@ -48,6 +48,7 @@ export class AlarmFeed {
     on("alarm", (alarm) => this.take(alarm));
     on("pause", (pause) => this.takePause(pause));
     on("test", (test) => this.listener.tested(test));
+    on("receivers", (receivers) => this.takeReceivers(receivers));
     on("heartbeat", () => {});
     source.addEventListener("error", () => this.source === source && this.failed());
   }
@@ -107,6 +108,12 @@ export class AlarmFeed {
 
   takePause(pause) {
     this.pause = pause?.until ? pause : null;
+    this.listener.told();
+  }
+
+  takeReceivers(receivers) {
+    if (!Array.isArray(receivers)) throw new Error("no receivers");
+    this.receivers = receivers;
     this.listener.told();
   }
 

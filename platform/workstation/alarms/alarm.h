@@ -92,6 +92,10 @@ struct Alarm {
   bool done = false;  ///< answered for good
   bool closed = false;
 
+  /// At a level that had been called before: nobody has answered, or come.
+  [[nodiscard]] bool wasCalledAgain() const {
+    return calls.size() > 1 && calls.back().level <= calls[calls.size() - 2].level;
+  }
   [[nodiscard]] AlarmState state() const {
     if (closed) return AlarmState::kClosed;
     if (seen) return AlarmState::kSeen;

@@ -23,8 +23,7 @@ Alarm raisedBy(const AlarmEntry& entry) {
 /// Of the calls those stay by which a level was reached, and the last.
 void noteCall(Alarm& alarm, const AlarmEntry& entry) {
   auto& calls = alarm.calls;
-  const bool last_was_repeat = calls.size() > 1 && calls.back().level <= calls[calls.size() - 2].level;
-  if (last_was_repeat && entry.level <= calls.back().level) calls.pop_back();
+  if (alarm.wasCalledAgain() && entry.level <= calls.back().level) calls.pop_back();
   calls.push_back({entry.number, entry.level});
   alarm.level = std::max(alarm.level, entry.level);
   alarm.called = entry.time;
@@ -36,6 +35,7 @@ void count(Alarm& alarm, Answer& answer) {
   switch (answer.what) {
     case AnswerKind::kComing:
       alarm.coming = true;
+      alarm.seen = false;  // whoever comes after having seen it has to arrive as well
       break;
     case AnswerKind::kSeen:
       alarm.seen = true;

@@ -275,8 +275,9 @@ void AlarmDesk::raise(const EventRecord& record) {
 
 void AlarmDesk::end(Alarm& alarm, TimeStamp time, bool closed_at_start) {
   make({.kind = Kind::kEnded, .time = time, .alarm = alarm.id, .closed_at_start = closed_at_start});
-  // A fall during a pause is one all the same; what else was over before anybody was called calls nobody.
-  const bool waits = closed_at_start || (alarm.kind == AlarmKind::kFall && alarm.held_why == "pause");
+  // A fall during a pause or within its delay is one all the same: who is out of sight may need help. What else was
+  // over before anybody was called calls nobody.
+  const bool waits = closed_at_start || (alarm.kind == AlarmKind::kFall && alarm.held_why != "hours");
   const bool was_uncalled = alarm.state() == AlarmState::kHeld && !waits;
   if (!alarm.closed && (was_uncalled || isOver(alarm))) return close(alarm);
   if (needsNoCall(alarm) || (alarm.coming && !closed_at_start)) alarm.due.reset();

@@ -26,7 +26,7 @@ namespace workstation {
 
 struct EventFeedLimits {
   size_t changes = 2000;          ///< of the last 12 hours, in the history
-  size_t viewers = 16;            ///< at once
+  size_t viewers = kMostPages;    ///< at once
   size_t unsent_bytes = 1 << 20;  ///< for one viewer; who leaves more unread is dropped. A whole state takes less
 };
 

@@ -13,7 +13,7 @@
 namespace workstation {
 
 struct FeedLimits {
-  std::size_t viewers = 16;            ///< at once
+  std::size_t viewers = kMostPages;    ///< at once
   std::size_t unsent_bytes = 1 << 20;  ///< for one viewer; who leaves more unread is dropped
 };
 

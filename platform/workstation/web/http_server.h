@@ -19,17 +19,20 @@ namespace workstation {
 
 class Access;
 
+/// A ward's screens and telephones, at once; each follows two feeds and a picture, and asks for something now and then.
+inline constexpr size_t kMostPages = 32;
+
 struct HttpServerSettings {
-  std::string application = "velmor_care";    ///< the page lies below /local/NAME/
-  std::filesystem::path page;                 ///< the folder of the page's files; may be a link
-  std::shared_ptr<Access> access;             ///< who may come in; none: whoever reaches it, from this machine only
-  std::string certificate;                    ///< with its key, in PEM: the page is https; empty: http
-  std::vector<std::string> names;             ///< by which others know this machine, besides its own
-  size_t connections = 64;                    ///< at once; more are turned away
-  size_t connections_of_one = 48;             ///< at once from one address, so that nobody takes them all
-  std::chrono::milliseconds patience{30000};  ///< for an answer
-  size_t strangers = 24;                      ///< at once, besides: connections without a request that was let in
-  size_t strangers_of_one = 8;                ///< at once from one address; one more ends the oldest
+  std::string application = "velmor_care";     ///< the page lies below /local/NAME/
+  std::filesystem::path page;                  ///< the folder of the page's files; may be a link
+  std::shared_ptr<Access> access;              ///< who may come in; none: whoever reaches it, from this machine only
+  std::string certificate;                     ///< with its key, in PEM: the page is https; empty: http
+  std::vector<std::string> names;              ///< by which others know this machine, besides its own
+  size_t connections = 4 * kMostPages;         ///< at once; more are turned away
+  size_t connections_of_one = 3 * kMostPages;  ///< at once from one address, so that nobody takes them all
+  std::chrono::milliseconds patience{30000};   ///< for an answer
+  size_t strangers = 24;                       ///< at once, besides: connections without a request that was let in
+  size_t strangers_of_one = 8;                 ///< at once from one address; one more ends the oldest
   std::chrono::milliseconds first_patience{5000};  ///< for a request, and for the answer to one that was not let in
   size_t body_bytes = 64 << 10;                    ///< of a request's body
 };

@@ -22,12 +22,14 @@ TEST_F(AlarmDeskTest, AFallCallsAtOnceAndLouderUntilSomebodyAnswers) {
   EXPECT_EQ(state(id), "calling 1");
   pass(1s);
   EXPECT_EQ(state(id), "calling 2");
+  EXPECT_FALSE(alarm(id).wasCalledAgain());
   for (int repeat = 0; repeat < 3; ++repeat) {
     const auto before = alarm(id).called;
     pass(29s);
     EXPECT_EQ(alarm(id).called, before);
     pass(1s);
     EXPECT_EQ(alarm(id).called, m_clock->wall()) << "again at the last level";
+    EXPECT_TRUE(alarm(id).wasCalledAgain());
   }
   EXPECT_EQ(state(id), "calling 2");
   ASSERT_TRUE(answer(id, AnswerKind::kComing));
@@ -39,6 +41,10 @@ TEST_F(AlarmDeskTest, AFallCallsAtOnceAndLouderUntilSomebodyAnswers) {
   ASSERT_TRUE(answer(id, AnswerKind::kSeen));
   pass(1h);
   EXPECT_EQ(state(id), "seen");
+  ASSERT_TRUE(answer(id, AnswerKind::kComing));
+  pass(300s);
+  EXPECT_EQ(state(id), "calling 2") << "who has seen it and is coming has to arrive as well";
+  ASSERT_TRUE(answer(id, AnswerKind::kSeen));
   change(8, kFallEvent, false);
   EXPECT_EQ(state(id), "closed") << "seen, and over";
 }
@@ -115,6 +121,19 @@ TEST_F(AlarmDeskTest, AnExitThatEndsWithinItsDelayCallsNobodyAndIsTold) {
   ASSERT_TRUE(answer(expected, AnswerKind::kComing));
   pass(30s);
   EXPECT_EQ(state(expected), "coming") << "who has answered is not called";
+}
+
+TEST_F(AlarmDeskTest, AFallThatEndsWithinItsDelayCallsAllTheSame) {
+  open();
+  setCalls(R"({"events":{"fall":{"delay_s":60}}})");
+  const std::string fall = begin(1, kFallEvent);
+  pass(30s);
+  change(2, kFallEvent, false);
+  EXPECT_EQ(state(fall), "held delay");
+  restart();
+  EXPECT_EQ(state(fall), "held delay");
+  pass(30s);
+  EXPECT_EQ(state(fall), "calling 1") << "who has fallen and is out of sight needs help";
 }
 
 /// A time of the day, on the clock of the place.

@@ -1,6 +1,7 @@
 #include <axhttp.h>
 #include <syslog.h>
 
+#include <list>
 #include <thread>
 
 #include "tests/platform/web/http_serving.h"
@@ -66,6 +67,18 @@ TEST_F(AxHttp, CallsTheProgramOnItsMainLoopAndPassesItsReplyOn) {
   EXPECT_EQ(std::to_string(nothing.status) + nothing.headers["content-length"], "2000");
   EXPECT_EQ(ask("?reply=garbage").status, 502);
   EXPECT_EQ(m_calls, 5);
+}
+
+TEST_F(AxHttp, TellsAWholeWardOfEachAlarm) {
+  start();
+  std::list<HttpClient> pages;
+  for (size_t page = 0; page < workstation::kMostPages; ++page) {
+    for (const char* feed : {"/platform/events", "/platform/alarms/feed"}) {
+      pages.emplace_back(m_port, requestText(m_port, "GET", feed));
+    }
+  }
+  for (HttpClient& page : pages) EXPECT_EQ(page.receive(false).status, 200);
+  EXPECT_EQ(request(m_port, "GET", "/platform/alarms").status, 200) << "and each may ask and answer";
 }
 
 TEST_F(AxHttp, OutlivesClientsThatVanishAndEndsWithRequestsWaiting) {

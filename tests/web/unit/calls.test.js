@@ -27,6 +27,13 @@ describe("which alarm calls", () => {
     const louder = alarm("fall", { level: 2 });
     const rings = (...alarms) => calls.ringing(alarms)?.id ?? null;
     assert.deepEqual([rings(exit), rings(exit, fall), rings(louder, exit, fall)], [exit.id, fall.id, louder.id]);
+    const again = alarm("fall", { again: true });
+    assert.equal(rings(fall, again), again.id);
+    assert.deepEqual(
+      [fall, again].map((one) => calls.urgent([one]).level),
+      [1, 2],
+      "louder, also at the only level",
+    );
     for (const state of ["held", "coming", "seen", "closed"]) assert.equal(rings({ ...fall, state }), null, state);
     assert.equal(rings({ ...fall, state: "coming" }, exit), exit.id);
   });
@@ -83,6 +90,7 @@ describe("what is said of an alarm", () => {
     const words = (change) => calls.callWords(alarm("fall", change), now);
     assert.match(words({}), /Nobody has answered yet\.$/);
     assert.match(words({ level: 2 }), /level 2/);
+    assert.match(words({ again: true }), /calls again/);
     for (const [why, expected] of [
       ["pause", /paused/],
       ["hours", /time of the day/],
@@ -94,13 +102,16 @@ describe("what is said of an alarm", () => {
     assert.match(words(waiting), /Nobody has answered/);
     assert.equal(calls.isUnstored(alarm("fall", waiting)), true);
     assert.match(words({ state: "coming", answers: [answered("coming")] }), /^Anna is on the way since /);
+    assert.match(words({ again: true, answers: [answered("coming")] }), /^Anna was on the way .* calls again/);
     const wrong = answered("false_alarm", { by: "", reason: "a <b>cat</b>" });
     assert.match(words({ answers: [answered("coming"), wrong] }), /^False alarm, says somebody .*<b>cat<\/b>/);
   });
 
   test("which answers are left", () => {
     assert.deepEqual(answersFor(alarm("fall"))[0], "coming");
-    assert.deepEqual(answersFor(alarm("fall", { answers: [answered("coming")] })), ["resolved", "false_alarm"]);
+    const coming = alarm("fall", { state: "coming", answers: [answered("coming")] });
+    assert.deepEqual(answersFor(coming), ["resolved", "false_alarm"]);
+    assert.equal(answersFor({ ...coming, state: "calling" })[0], "coming", "who was coming has not come");
     const unstored = alarm("fall", { answers: [answered("coming", { stored: false })] });
     assert.equal(answersFor(unstored)[0], "coming", "it may be given again");
     assert.deepEqual(answersFor(alarm("fall", { local: true })), ["seen"]);
@@ -178,6 +189,8 @@ describe("the feed of alarms", () => {
     FakeSource.newest.say("pause", null);
     const { alarms, pause, state } = feed.told();
     assert.deepEqual([alarms.map((one) => one.state), pause, state], [["seen", "coming"], null, "open"]);
+    FakeSource.newest.say("receivers", [{ name: "ward phone", state: "reached" }]);
+    assert.equal(feed.told().receivers[0].state, "reached");
   });
 
   test("one that falls silent is opened anew, and what was known stays", () => {

@@ -41,6 +41,7 @@ ordered_json jsonOf(const AlarmView& view) {
                        {"ended", timeOrNull(alarm.ended)},
                        {"state", nameOf(state)},
                        {"level", alarm.level},
+                       {"again", alarm.wasCalledAgain()},
                        {"called", timeOrNull(alarm.called)},
                        {"answers", answersOf(alarm)},
                        {"next", timeOrNull(view.next)}};
@@ -77,19 +78,26 @@ ordered_json jsonOf(const ReceiverStatus& receiver) {
   return json;
 }
 
+ordered_json jsonOf(const std::vector<ReceiverStatus>& receivers) {
+  ordered_json list = ordered_json::array();
+  for (const ReceiverStatus& receiver : receivers) list.push_back(jsonOf(receiver));
+  return list;
+}
+
 }  // namespace
 
 std::string alarmsDocument(const AlarmsNow& now, const std::vector<ReceiverStatus>& receivers) {
   ordered_json alarms = ordered_json::array();
   for (const AlarmView& view : now.alarms) alarms.push_back(jsonOf(view));
-  ordered_json reached = ordered_json::array();
-  for (const ReceiverStatus& receiver : receivers) reached.push_back(jsonOf(receiver));
-  return oneLine({{"time", utcText(now.time)},
-                  {"run", now.run},
-                  {"alarms", alarms},
-                  {"pause", jsonOf(now.pause)},
-                  {"called", {{"test", now.test ? jsonOf(*now.test) : ordered_json()}, {"receivers", reached}}}});
+  return oneLine(
+      {{"time", utcText(now.time)},
+       {"run", now.run},
+       {"alarms", alarms},
+       {"pause", jsonOf(now.pause)},
+       {"called", {{"test", now.test ? jsonOf(*now.test) : ordered_json()}, {"receivers", jsonOf(receivers)}}}});
 }
+
+std::string receiversDocument(const std::vector<ReceiverStatus>& receivers) { return oneLine(jsonOf(receivers)); }
 
 std::string alarmDocument(const AlarmView& view, std::optional<bool> stored) {
   ordered_json json = jsonOf(view);

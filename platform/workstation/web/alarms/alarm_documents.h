@@ -12,6 +12,8 @@ namespace workstation {
 
 /// All that is known.
 std::string alarmsDocument(const AlarmsNow& now, const std::vector<ReceiverStatus>& receivers);
+/// The list of receivers in it.
+std::string receiversDocument(const std::vector<ReceiverStatus>& receivers);
 /// One alarm; with `stored`, whether the answer that was just given is on disk.
 std::string alarmDocument(const AlarmView& view, std::optional<bool> stored = std::nullopt);
 /// "null" for none.

@@ -97,6 +97,7 @@ class AlarmService::Implementation : public AlarmListener {
   };
 
   void addAddresses(HttpServer& server);
+  void beat();
   [[nodiscard]] std::string first(std::uint64_t& last) const;
   void obey(SoupServerMessage* message, const ProgramRequest& request);
   void answer(SoupServerMessage* message, const HttpQuery& form);
@@ -111,6 +112,7 @@ class AlarmService::Implementation : public AlarmListener {
   PendingReplies m_replies;
   std::multimap<std::uint64_t, Waiting> m_waiting;  ///< by the numbers of the answers
   GLibPtr<GSource> m_heartbeat;
+  std::string m_receivers;  ///< as the feed told them last
   std::shared_ptr<Link> m_link = std::make_shared<Link>();
 };
 
@@ -125,9 +127,7 @@ AlarmService::Implementation::Implementation(HttpServer& server, AlarmDesk& desk
       m_heartbeat(g_timeout_source_new(kHeartbeat_ms)) {
   addAddresses(server);
   constexpr auto beat = +[](gpointer data) -> gboolean {
-    auto* const self = static_cast<Implementation*>(data);
-    const nlohmann::ordered_json heartbeat = {{"time", utcText(ticker_clock::now())}};
-    self->m_viewers.sendToAll(feedMessage("heartbeat", heartbeat.dump()));
+    static_cast<Implementation*>(data)->beat();
     return G_SOURCE_CONTINUE;
   };
   g_source_set_callback(m_heartbeat.get(), beat, this, nullptr);
@@ -161,6 +161,16 @@ void AlarmService::Implementation::addAddresses(HttpServer& server) {
 }
 
 // The feed.
+
+/// What has come of calls is looked up here: nobody who calls waits for the pages.
+void AlarmService::Implementation::beat() {
+  const nlohmann::ordered_json heartbeat = {{"time", utcText(ticker_clock::now())}};
+  m_viewers.sendToAll(feedMessage("heartbeat", heartbeat.dump()));
+  std::string receivers = receiversDocument(m_post.receivers());
+  if (receivers == m_receivers) return;
+  m_receivers = std::move(receivers);
+  m_viewers.sendToAll(feedMessage("receivers", m_receivers));
+}
 
 /// All as of the version `last`, which it sets.
 std::string AlarmService::Implementation::first(std::uint64_t& last) const {

@@ -14,7 +14,7 @@
 namespace workstation {
 
 struct AlarmServiceSettings {
-  FeedLimits feed{32, 16 << 20};             ///< all of a thousand alarms with many answers
+  FeedLimits feed{kMostPages, 16 << 20};     ///< all of a thousand alarms with many answers
   std::chrono::milliseconds patience{2000};  ///< for the disk; then the request is answered without it
   /// Who has changed what is set for calls, from what to what; without secrets.
   std::function<void(const std::string& by, const std::string& from, const std::string& to)> note = {};
