@@ -486,6 +486,8 @@ export default {
   "The list of people is damaged, so nobody can sign in; the system log says what to do":
     "Die Liste der Personen ist beschädigt, also kann sich niemand anmelden; das Systemprotokoll sagt, was zu tun ist",
   "The name or the password is wrong": "Der Name oder das Passwort ist falsch",
+  "A token has no password; an installer makes another token":
+    "Ein Schlüssel hat kein Passwort; wer installiert, macht einen anderen Schlüssel",
   "The old password is wrong": "Das alte Passwort ist falsch",
   "a password must have at least {number} characters, at most {number2} bytes, and no control characters":
     "ein Passwort muss mindestens {number} Zeichen haben, höchstens {number2} Bytes und keine Steuerzeichen",

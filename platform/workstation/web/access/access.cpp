@@ -54,23 +54,28 @@ Access::Access(const std::filesystem::path& state) : m_people(std::make_shared<P
   if (!m_people->trouble().empty()) syslog(LOG_ERR, "%s", m_people->trouble().c_str());
 }
 
-std::optional<Visitor> Access::personOf(const std::string& session) {
+std::optional<Visitor> Access::ownerOf(const std::string& session) {
+  if (session.empty()) return std::nullopt;
   const auto all = m_people->all();
-  const Person* const person = session.empty() ? nullptr : m_sessions.find(session, *all);
-  return person == nullptr ? std::nullopt : std::optional(Visitor{person->name, person->role});
+  const Person* const person = m_sessions.find(session, *all);
+  return person == nullptr ? holderOf(session) : std::optional(Visitor{person->name, person->role});
+}
+
+std::optional<Visitor> Access::holderOf(const std::string& token) const {
+  const auto held = m_people->tokenOf(token);
+  return held ? std::optional(Visitor{held->name, held->role}) : std::nullopt;
 }
 
 std::optional<Visitor> Access::identify(SoupServerMessage* message) {
   if (asksNobody()) return Visitor{"", Role::kInstaller};
   const std::string authorization = headerOf(message, "Authorization");
-  if (authorization.empty()) return personOf(cookieIn(headerOf(message, "Cookie"), cookieName()));
-  const auto token = m_people->tokenOf(tokenIn(authorization));
-  return token ? std::optional(Visitor{token->name, token->role}) : std::nullopt;
+  if (authorization.empty()) return ownerOf(cookieIn(headerOf(message, "Cookie"), cookieName()));
+  return holderOf(tokenIn(authorization));
 }
 
 std::string Access::sessionOf(SoupServerMessage* message) {
   const std::string session = cookieIn(headerOf(message, "Cookie"), cookieName());
-  return headerOf(message, "Authorization").empty() && personOf(session) ? session : "";
+  return headerOf(message, "Authorization").empty() && ownerOf(session) ? session : "";
 }
 
 void Access::setCookie(SoupServerMessage* message, const std::string& secret) const {

@@ -33,7 +33,9 @@ class Access {
 
   /// None for a stranger. A token that is wrong is not made good by a cookie.
   std::optional<Visitor> identify(SoupServerMessage* message);
-  /// The secret of the person's session that came along; empty for a stranger and for a token.
+  /// Who brings this token.
+  [[nodiscard]] std::optional<Visitor> holderOf(const std::string& token) const;
+  /// The secret of the session that came along; empty for a stranger and for a token that is not the browser's session.
   std::string sessionOf(SoupServerMessage* message);
   /// Gives the browser a session's secret to keep; an empty one takes it away.
   void setCookie(SoupServerMessage* message, const std::string& secret) const;
@@ -45,7 +47,8 @@ class Access {
  private:
   /// Browsers keep one cookie for all ports of a machine, and each camera that it watches has sessions of its own.
   [[nodiscard]] std::string cookieName() const { return "velmor_session_" + std::to_string(m_place.port); }
-  std::optional<Visitor> personOf(const std::string& session);
+  /// A person's; a screen on a wall has its token in the place of a session.
+  std::optional<Visitor> ownerOf(const std::string& session);
 
   std::shared_ptr<People> m_people;
   Sessions m_sessions;

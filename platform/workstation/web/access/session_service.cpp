@@ -57,6 +57,7 @@ class Service {
              const std::function<SideWork::Outcome()>& trial);
   void noteWrong(const Attempt& attempt);
   void welcome(SoupServerMessage* message, const Attempt& attempt);
+  void letIn(SoupServerMessage* message, const std::string& session, const Visitor& visitor);
   void endChange(SoupServerMessage* message, const Attempt& attempt, const std::string& session,
                  const Refusal& refusal);
   void endLater(const std::string& session);
@@ -148,7 +149,10 @@ void Service::signIn(SoupServerMessage* message, const HttpQuery& form) {
     throw Refusal{SOUP_STATUS_SERVICE_UNAVAILABLE,
                   "The list of people is damaged, so nobody can sign in; the system log says what to do."};
   }
-  const Attempt attempt = attemptOf(message, fieldOf(form, "name"), fieldOf(form, "password"));
+  const std::string password = fieldOf(form, "password");
+  // A token cannot be guessed, and is its own session: who revokes it ends that.
+  if (const auto holder = m_access->holderOf(password)) return letIn(message, password, *holder);
+  const Attempt attempt = attemptOf(message, fieldOf(form, "name"), password);
   checkPatience(message, attempt);
   start(m_judging, message, attempt, [this, attempt]() -> SideWork::Outcome {
     // As slow for somebody whom nobody knows.
@@ -169,10 +173,14 @@ void Service::welcome(SoupServerMessage* message, const Attempt& attempt) {
   if (person == nullptr || person->hash != attempt.hash) {  // changed while the password was tried
     return answerLine(message, SOUP_STATUS_UNAUTHORIZED, "The name or the password is wrong.");
   }
+  letIn(message, m_access->sessions().begin(*person), {person->name, person->role});
+}
+
+void Service::letIn(SoupServerMessage* message, const std::string& session, const Visitor& visitor) {
   const std::string before = m_access->sessionOf(message);
   if (!before.empty()) m_access->sessions().end(before);
-  m_access->setCookie(message, m_access->sessions().begin(*person));
-  answerDocument(message, document(Visitor{person->name, person->role}));
+  m_access->setCookie(message, session);
+  answerDocument(message, document(visitor));
   m_server.recheck();
 }
 
@@ -187,6 +195,9 @@ void Service::signOut(SoupServerMessage* message) {
 void Service::changePassword(SoupServerMessage* message, const HttpQuery& form) {
   const std::string session = m_access->sessionOf(message);
   if (session.empty()) return refuseStranger(message);
+  if (m_access->holderOf(session)) {
+    throw Refusal{SOUP_STATUS_FORBIDDEN, "A token has no password; an installer makes another token."};
+  }
   const Attempt attempt = attemptOf(message, visitorOf(message).name, fieldOf(form, "old"));
   const std::string fresh = fieldOf(form, "new");
   const std::string mistake = mistakeInPassword(fresh);

@@ -199,6 +199,25 @@ TEST_F(SignIn, PeopleAndTokensAreTheInstallersAndTheirChangesAreNoted) {
             "a installer: token.wall:  -> carer\na installer: token.wall: carer -> \n");
 }
 
+TEST_F(SignIn, AScreenSignsInWithItsTokenUntilThatIsRevoked) {
+  addPeople();
+  serve();
+  const json told = json::parse(post(kPeople, "action=add_token&name=wall&role=carer", installer()).body);
+  const std::string token = told["token"];
+  const std::string screen = cookieOf(signIn("whoever", token));
+  EXPECT_EQ(who(screen)["role"], "carer");
+  EXPECT_EQ(who(screen)["name"], "wall");
+  EXPECT_EQ(ask("GET", kPeople, screen).status, 403);
+  EXPECT_EQ(post(kSession, "action=password&old=" + token + "&new=another+password", screen).status, 403);
+  EXPECT_EQ(signIn("Ida", token.substr(1)).status, 401);
+  HttpClient feed(m_port, requestText(m_port, "GET", "/platform/events", screen));
+  EXPECT_NE(feed.receiveUntil("open\n").find("open"), std::string::npos);
+  const std::string id = told["tokens"].back()["id"];
+  EXPECT_EQ(post(kPeople, "action=revoke&id=" + id, installer()).status, 200);
+  EXPECT_TRUE(feed.seesEnd());
+  EXPECT_EQ(who(screen)["name"], nullptr);
+}
+
 /// What is open goes on only for whoever would get it now.
 TEST_F(SignIn, EndsTheFeedsOfWhoeverIsOutAndOfNobodyElse) {
   addPeople();
