@@ -1,7 +1,8 @@
 /**
- * How soon an alarm is heard: node benchmarks/calls.js [loaded] lets the demo's patient get up and fall again and again,
- * with 20 viewers of the anonymised picture, and prints how long after each event the page began to sound and the webhook
- * was called; `loaded` keeps the processors busy besides. VELMOR_PROGRAMS names the folder of the programs.
+ * How soon an alarm is heard: node benchmarks/calls.js [loaded] [EVENTS] lets the demo's patient get up and fall again and
+ * again, with 20 viewers of the anonymised picture, and prints how long after each event, and after the picture that it was
+ * decided on, the page began to sound and the webhook was called; `loaded` keeps the processors busy besides. Some 25 s an
+ * event (6). VELMOR_PROGRAMS names the folder of the programs.
  */
 import { spawn } from "node:child_process";
 import { readFile } from "node:fs/promises";
@@ -13,7 +14,7 @@ import { demoCamera, demoParameters, startProgram } from "../tests/web/program.j
 import { Receiver } from "../tests/web/receiver.js";
 
 const VIEWERS = 20;
-const EVENTS = 6;
+const EVENTS = Number(process.argv.at(-1)) || 6;
 /** Of each 100 ms a busy process takes so many, beside what else there is to do. */
 const BUSY_MS = 85;
 const BUSY = `for (;;) { const end = Date.now() + ${BUSY_MS}; while (Date.now() < end); Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, ${100 - BUSY_MS}); }`;
@@ -31,9 +32,17 @@ async function processorTime() {
   return [all - ticks[3] - ticks[4], all];
 }
 
-/** Notes when the page begins a sound, in milliseconds since 1970. */
+/**
+ * Notes when the page begins a sound, in milliseconds since 1970, and each second how long the last picture took to be
+ * decided on.
+ */
 function listen() {
   window.heard = [];
+  window.beats = [];
+  new EventSource("/platform/events").addEventListener("heartbeat", ({ data }) => {
+    const { time, delay_ms: delay } = JSON.parse(data);
+    window.beats.push({ at: Date.parse(time), delay });
+  });
   const { start } = OscillatorNode.prototype;
   OscillatorNode.prototype.start = function note(...when) {
     window.heard.push(Date.now());
@@ -79,6 +88,7 @@ try {
   const before = await processorTime();
   const sounds = [];
   const calls = [];
+  const pictures = [];
   const cycles = [];
   for (const answered = new Set(); answered.size < EVENTS; await sleep(200)) {
     cycles.push(Number(await program.ask("get_execution_time")));
@@ -86,8 +96,10 @@ try {
     for (const { id, began } of alarms.filter(({ state }) => state === "calling")) {
       if (answered.has(id) || !calledAt.has(id)) continue;
       const heard = (await page.evaluate(() => window.heard)).find((time) => time >= Date.parse(began));
-      if (heard === undefined) continue;
+      const beat = (await page.evaluate(() => window.beats)).find(({ at }) => at >= Date.parse(began));
+      if (heard === undefined || beat === undefined) continue;
       answered.add(id);
+      pictures.push(beat.delay);
       sounds.push(heard - Date.parse(began));
       calls.push(calledAt.get(id) - Date.parse(began));
       await post("/platform/alarms", { action: "answer", id, what: "resolved" });
@@ -97,8 +109,15 @@ try {
   const load = (100 * (after[0] - before[0])) / (after[1] - before[1]);
   console.log(`${EVENTS} events, ${VIEWERS} viewers, processors busy ${load.toFixed(0)} %`);
   console.log(line("cycle", cycles));
-  console.log(line("from the event to the page's sound", sounds));
-  console.log(line("from the event to the webhook", calls));
+  const whole = (parts) => parts.map((part, at) => part + pictures[at]);
+  console.log(line("from the picture to the event", pictures));
+  for (const [to, times] of [
+    ["the page's sound", sounds],
+    ["the webhook", calls],
+  ]) {
+    console.log(line(`from the event to ${to}`, times));
+    console.log(line(`from the picture to ${to}`, whole(times)));
+  }
 } finally {
   busy.forEach((one) => one.kill());
   receiver.end();

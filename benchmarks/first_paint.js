@@ -1,6 +1,7 @@
 /**
  * How long the page takes to be useful on loopback, median of several first visits: node benchmarks/first_paint.js
- * Useful: the program's state in words and a live picture. Without alarms, and with ten thousand in the journal.
+ * Useful: the program's state in words and a live picture. Without alarms, and with ten thousand in the journal; before
+ * that, how long a start takes until the page has an address and tells the alarms, networks and all.
  * VELMOR_PROGRAMS names a folder with the programs.
  */
 import { mkdir, writeFile } from "node:fs/promises";
@@ -9,6 +10,7 @@ import { openBrowser } from "../tests/web/browser.js";
 import { alarmJournal, demoCamera, demoParameters, makeFolder, startIn } from "../tests/web/program.js";
 
 const VISITS = 15;
+const STARTS = 5;
 const ALARMS = 10000;
 
 /** What happened to an alarm that was answered and is over, as alarms.jsonl has it. */
@@ -29,13 +31,29 @@ function* journalLines() {
   }
 }
 
-async function start(withAlarms) {
+async function folderWith(alarms) {
   const folder = await makeFolder({ ...demoCamera(), parameters: demoParameters() });
-  if (withAlarms) {
+  if (alarms) {
     await mkdir(dirname(alarmJournal(folder)));
     await writeFile(alarmJournal(folder), [...journalLines(), ""].join("\n"));
   }
-  return startIn(folder, "127.0.0.1:0");
+  return folder;
+}
+
+const toldBy = async (program) => (await fetch(new URL("/platform/alarms", program.page))).json();
+
+/** The last of several starts, and how many milliseconds each took. */
+async function start(withAlarms) {
+  const took = [];
+  for (;;) {
+    const folder = await folderWith(withAlarms);
+    const began = performance.now();
+    const program = await startIn(folder, "127.0.0.1:0");
+    const { alarms } = await toldBy(program);
+    took.push(performance.now() - began);
+    if (took.length === STARTS) return { program, alarms, took };
+    await program.stop();
+  }
 }
 
 /** Runs in the page from its first moment: notes the frame after which everything useful has been there. */
@@ -52,8 +70,7 @@ function watch() {
 const median = (values) => values.sort((a, b) => a - b)[Math.floor(values.length / 2)];
 
 async function measure(browser, withAlarms) {
-  const program = await start(withAlarms);
-  const { alarms } = await (await fetch(new URL("/platform/alarms", program.page))).json();
+  const { program, alarms, took } = await start(withAlarms);
   const visits = [];
   for (let visit = 0; visit < VISITS; ++visit) {
     const context = await browser.newContext({ viewport: { width: 1280, height: 900 } });
@@ -70,8 +87,8 @@ async function measure(browser, withAlarms) {
     await context.close();
   }
   await program.stop();
-  for (const name of ["paint", "useful"]) {
-    const times = visits.map((visit) => visit[name]);
+  for (const name of ["start", "paint", "useful"]) {
+    const times = name === "start" ? took : visits.map((visit) => visit[name]);
     const told = `median ${median(times).toFixed(0)} ms, worst ${Math.max(...times).toFixed(0)} ms`;
     console.log(`${withAlarms ? ALARMS : "no"} alarms kept, ${alarms.length} told: ${name} ${told}`);
   }
