@@ -19,13 +19,16 @@ export function SoundOff({ caller }) {
   </section>`;
 }
 
+/** Of what came, what only ears and hands can tell, and what did not come. */
+const SIGNS = { ok: "✓", idle: "?", warn: "✕" };
+
 function Results({ results }) {
   return html`<ul class="results">
     ${results.map(
-      ({ key, works, why }) =>
-        html`<li key=${key} class=${`tone-${works ? "ok" : "warn"}`}>
-          <span class="sign" aria-hidden="true">${works ? "✓" : "✕"}</span>
-          <span>${say(`test.${key}`)}: ${works ? say("test.works") : why}</span>
+      ({ key, tone, words }) =>
+        html`<li key=${key} class=${`tone-${tone}`}>
+          <span class="sign" aria-hidden="true">${SIGNS[tone]}</span>
+          <span>${say(`test.${key}`)}: ${words}</span>
         </li>`,
     )}
   </ul>`;

@@ -7,19 +7,33 @@ import { Sounder, tuneOf } from "./sound.js";
 const TICK_MS = 1000;
 /** How long a test waits until it must have come back. */
 const BACK_MS = 5000;
+/** How long a desk's browser has to say that it has shown a notice; some never say. */
+const SHOWN_MS = 2000;
 const VIBRATIONS = { fall: [400, 150, 400, 150, 400], exit: [200] };
 const VIBRATE_EVERY = { fall: 2, exit: 8 };
 const ICONS = { fall: "icon-fall.svg", exit: "icon-exit.svg" };
 
+/** Whether a desk's notice was shown, as its browser says; null: it does not say. */
+const wordOf = (notice) =>
+  new Promise((resolve) => {
+    notice.onshow = () => resolve(true);
+    notice.onerror = () => resolve(false);
+    setTimeout(() => resolve(null), SHOWN_MS);
+  });
+
 /** The notices of a phone come from its service worker, and are taken back there; those of a desk can be closed. */
 async function notify(title, options) {
   const registration = await navigator.serviceWorker?.getRegistration().catch(() => null);
-  if (!registration?.active) return new Notification(title, options);
+  if (!registration?.active) {
+    const onDesk = new Notification(title, options);
+    return { notice: onDesk, shown: wordOf(onDesk) };
+  }
   await registration.showNotification(title, options);
-  return {};
+  return { shown: true };
 }
 
-async function takeBack(tag) {
+async function takeBack(tag, onDesk) {
+  onDesk?.close();
   const registration = await navigator.serviceWorker?.getRegistration().catch(() => null);
   const shown = (await registration?.getNotifications({ tag })) ?? [];
   shown.forEach((notice) => notice.close());
@@ -89,19 +103,28 @@ export class Caller {
     if (icon.getAttribute("href") !== wanted) icon.setAttribute("href", wanted);
   }
 
-  /** A notice for each alarm that calls, again at each level; gone once it is answered. */
+  /** A notice for each alarm that calls, again with each call; gone once it is answered. */
   notifyAll() {
     const calling = openAlarms(this.alarms).filter(isCalling);
     for (const id of this.told.keys()) if (!calling.some((alarm) => alarm.id === id)) this.forget(id);
     if (!this.voice || deviceNow().notifications !== "granted") return;
     for (const alarm of calling) {
-      if (this.told.get(alarm.id)?.level === alarm.level) continue;
-      this.told.set(alarm.id, { level: alarm.level, notice: null });
-      this.notice(alarm.id, eventName(alarm.event), alarm.kind).then(
-        (notice) => this.told.has(alarm.id) && (this.told.get(alarm.id).notice = notice),
-        () => {},
-      );
+      const told = this.told.get(alarm.id);
+      if (!told || told.called !== alarm.called) this.tell(alarm);
     }
+  }
+
+  /** One that comes after its answer is taken back as well. */
+  tell({ id, event, kind, called }) {
+    const told = { called, notice: null };
+    this.told.set(id, told);
+    this.notice(id, eventName(event), kind).then(
+      ({ notice }) => {
+        told.notice = notice;
+        if (!this.told.has(id)) takeBack(id, notice).catch(() => {});
+      },
+      () => {},
+    );
   }
 
   notice(tag, title, kind) {
@@ -110,9 +133,8 @@ export class Caller {
   }
 
   forget(id) {
-    this.told.get(id)?.notice?.close?.();
+    takeBack(id, this.told.get(id)?.notice).catch(() => {});
     this.told.delete(id);
-    takeBack(id).catch(() => {});
   }
 
   /** By a click: everything that needs one, each asked for once. @returns {Promise<boolean>} whether it can be heard */
@@ -128,9 +150,28 @@ export class Caller {
   /**
    * Tries the whole way on this device.
    * @param {() => Promise<void>} send sends the test to the camera, from where it must come back
-   * @returns {Promise<{key: string, works: boolean, why: string}[]>}
+   * @returns {Promise<{key: string, tone: string, words: string}[]>} "ok": it is known to have come; "idle": tried, and
+   *   only whoever has the device in hand knows; "warn": it did not come
    */
   async test(send) {
+    // At once, and not once the camera has answered: a click counts for a few seconds.
+    const [way, heard] = await Promise.all([this.goesAndComes(send), this.allow()]);
+    if (heard) this.sounder.play(tuneOf("fall", FIRST_LEVEL));
+    const insecure = deviceNow().secure ? "" : say("test.insecure");
+    const result = (key, tone, words) => ({ key, tone, words });
+    return [
+      result("way", way ? "warn" : "ok", way || say("test.works")),
+      heard ? result("sound", "idle", say("test.played")) : result("sound", "warn", say("test.noSound")),
+      this.vibrate("fall")
+        ? result("vibration", "idle", say("test.vibrated"))
+        : result("vibration", "warn", say("test.noVibration")),
+      { key: "notice", ...(insecure ? { tone: "warn", words: insecure } : await this.tryNotice()) },
+      this.awake ? result("awake", "ok", say("test.works")) : result("awake", "warn", insecure || say("test.noWake")),
+    ];
+  }
+
+  /** Whether a test comes back from the camera: "", or why not. */
+  async goesAndComes(send) {
     const back = new Promise((resolve) => {
       this.waiting = () => resolve("");
       setTimeout(() => resolve(say("test.notBack")), BACK_MS);
@@ -140,19 +181,18 @@ export class Caller {
       (error) => error.message,
     );
     this.waiting = null;
-    const heard = await this.allow();
-    if (heard) this.sounder.play(tuneOf("fall", FIRST_LEVEL));
-    const { secure, notifications } = deviceNow();
-    const shown =
-      notifications === "granted" && (await this.notice("test", say("test.notice"), "fall").catch(() => false));
-    const insecure = secure ? "" : say("test.insecure");
-    const result = (key, works, why) => ({ key, works, why: works ? "" : why });
-    return [
-      result("way", way === "", way),
-      result("sound", heard, say("test.noSound")),
-      result("vibration", this.vibrate("fall"), say("test.noVibration")),
-      result("notice", Boolean(shown), insecure || say(`test.notice.${notifications}`)),
-      result("awake", this.awake, insecure || say("test.noWake")),
-    ];
+    return way;
+  }
+
+  /** What becomes of a notice where notices can be: {tone, words}. */
+  async tryNotice() {
+    const { notifications } = deviceNow();
+    if (notifications !== "granted") return { tone: "warn", words: say(`test.notice.${notifications}`) };
+    const shown = await this.notice("test", say("test.notice"), "fall").then(
+      (told) => told.shown,
+      () => false,
+    );
+    if (shown === false) return { tone: "warn", words: say("test.notice.granted") };
+    return shown ? { tone: "ok", words: say("test.shown") } : { tone: "idle", words: say("test.sent") };
   }
 }
