@@ -8,7 +8,14 @@ export const LIMITS = {
   height: { least: 0.1, most: 1.5 },
   air: { least: 0.1, most: 1 },
   focalLength: { least: 0.1, most: 999 },
+  delay_s: { least: 0, most: 3600, whole: true },
+  repeat_s: { least: 10, most: 3600, whole: true },
+  escalate_s: { least: 10, most: 3600, whole: true },
+  coming_s: { least: 0, most: 3600, whole: true },
 };
+
+/** Those of them that say when an alarm calls, as they are shown. */
+export const CALL_TIMES = ["delay_s", "repeat_s", "escalate_s", "coming_s"];
 
 /** A number as the program writes it: "1.6" of "1,6". */
 export const plainNumber = (text) => String(text).trim().replace(",", ".");
@@ -22,10 +29,11 @@ export function decimal(text) {
 /** What was entered, as it is kept: a number as the program writes it, anything else as it was typed. */
 export const entered = (text) => (decimal(text) === null ? text : plainNumber(text));
 
-/** What is wrong with what was entered for one of these, or null. */
-export function limitProblem(key, text) {
-  const { least, most } = LIMITS[key];
+/** What is wrong with what was entered for one of these, or null; `what` it is called where it is no setting. */
+export function limitProblem(key, text, what = settingName(key)) {
+  const { least, most, whole } = LIMITS[key];
   const value = decimal(text);
-  if (value !== null && value >= least && value <= most) return null;
-  return say("limit", { what: settingName(key), least: numberText(least), most: numberText(most) });
+  const isOfKind = value !== null && (!whole || Number.isInteger(value));
+  if (isOfKind && value >= least && value <= most) return null;
+  return say(whole ? "limit.whole" : "limit", { what, least: numberText(least), most: numberText(most) });
 }

@@ -119,9 +119,9 @@ export const capitalised = (text) => text[0].toUpperCase() + text.slice(1);
 export const becauseOf = (reason, ended = false) =>
   say(ended ? "because.ended" : "because", { reason: programWords(reason) });
 
-/** A number as the reader writes it. */
+/** A number as the reader writes it, and may type it: nothing stands between its thousands. */
 export const numberText = (value, digits = 1) =>
-  new Intl.NumberFormat(LOCALE, { maximumFractionDigits: digits }).format(value);
+  new Intl.NumberFormat(LOCALE, { maximumFractionDigits: digits, useGrouping: false }).format(value);
 
 const MARK = numberText(0.5).includes(",") ? "," : ".";
 

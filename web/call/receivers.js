@@ -1,12 +1,11 @@
 /** Whom the alarms call, when, and how often: the installer's. */
-import { decimal } from "../base/limits.js";
+import { CALL_TIMES, decimal, limitProblem } from "../base/limits.js";
 import { programWords, say } from "../base/words.js";
 import { html, useEffect, useState } from "../vendor/preact.js";
 import { readCalls, saveCalls } from "./service.js";
 
 const ABSENT = 404;
 const KINDS = ["fall", "exit"];
-const TIMES = ["delay_s", "repeat_s", "escalate_s", "coming_s"];
 const WHOLE_DAY = { from: "00:00", to: "24:00" };
 const NEW_ADDRESS = { kind: "webhook", name: "", url: "" };
 
@@ -14,7 +13,7 @@ const replaced = (list, index, value) => list.map((old, at) => (at === index ? v
 const without = (list, index) => list.filter((_, at) => at !== index);
 
 /** Those that the camera knows. */
-const timesOf = (event) => TIMES.filter((key) => key in event);
+const timesOf = (event) => CALL_TIMES.filter((key) => key in event);
 
 /** A document as the camera takes it: seconds as numbers, no level that is empty, no secret that was not entered. */
 export function toSend({ events, levels }) {
@@ -31,6 +30,35 @@ export function toSend({ events, levels }) {
       )
       .filter((level) => level.length > 0),
   };
+}
+
+/** What is wrong with what was entered for one of an event's times, or null. */
+const timeProblem = (event, key) => limitProblem(key, event[key], say(`calls.${key}`));
+
+/** What the camera would not take. */
+export const problemsOf = (document) =>
+  KINDS.flatMap((kind) => {
+    const event = document?.events?.[kind] ?? {};
+    const found = timesOf(event).map((key) => timeProblem(event, key));
+    return found.filter(Boolean).map((problem) => `${say(`event.${kind}`)}: ${problem}`);
+  });
+
+function Seconds({ id, name, event, onEvent }) {
+  const problem = timeProblem(event, name);
+  return html`<div class="field">
+    <label for=${id}>${say(`calls.${name}`)}</label>
+    <input
+      id=${id}
+      type="text"
+      inputmode="numeric"
+      size="6"
+      value=${event[name]}
+      aria-invalid=${problem ? "true" : "false"}
+      aria-describedby=${problem && `${id}-limit`}
+      onInput=${({ target }) => onEvent({ ...event, [name]: target.value })}
+    />
+    ${problem && html`<p class="small note" id=${`${id}-limit`}>${problem}</p>`}
+  </div>`;
 }
 
 function Hours({ hours, onHours }) {
@@ -70,20 +98,7 @@ function Hours({ hours, onHours }) {
 function Event({ kind, event, onEvent }) {
   return html`<section class="panel calls-event" aria-labelledby=${`calls-${kind}`}>
     <h3 id=${`calls-${kind}`}>${say(`event.${kind}`)}</h3>
-    ${timesOf(event).map(
-      (key) =>
-        html`<div class="field" key=${key}>
-          <label for=${`${kind}-${key}`}>${say(`calls.${key}`)}</label>
-          <input
-            id=${`${kind}-${key}`}
-            type="text"
-            inputmode="numeric"
-            size="6"
-            value=${event[key]}
-            onInput=${({ target }) => onEvent({ ...event, [key]: target.value })}
-          />
-        </div>`,
-    )}
+    ${timesOf(event).map((key) => html`<${Seconds} key=${key} id=${`${kind}-${key}`} name=${key} ...${{ event, onEvent }} />`)}
     <${Hours} hours=${event.hours ?? []} onHours=${(hours) => onEvent({ ...event, hours })} />
   </section>`;
 }
@@ -144,7 +159,7 @@ function Level({ number, level, hasPeople, onLevel }) {
 
 /**
  * The document as it is edited, for the whole page, so that no tab loses what was entered in another:
- * {document, dirty, said, set, save, discard}; document: undefined until it was read, null where there is none.
+ * {document, dirty, problems, said, set, save, discard}; document: undefined until it was read, null where there is none.
  * @param {boolean} wanted whether who looks on may set it
  */
 export function useCallsDraft(wanted) {
@@ -157,7 +172,8 @@ export function useCallsDraft(wanted) {
   };
   const read = () => readCalls().then(take, (error) => (error.status === ABSENT ? take(null) : setSaid(error.message)));
   useEffect(() => void (wanted && read()), [wanted]);
-  const save = async () => {
+  const problems = problemsOf(document);
+  const send = async () => {
     setSaid(say("save.saving"));
     try {
       await saveCalls(toSend(document));
@@ -167,6 +183,7 @@ export function useCallsDraft(wanted) {
       setSaid(say("save.failed", { error: error.message }));
     }
   };
+  const save = () => (problems.length ? setSaid([say("save.refused"), ...problems].join(" ")) : send());
   const discard = () => {
     set(stored);
     setSaid("");
@@ -176,7 +193,7 @@ export function useCallsDraft(wanted) {
     set(next);
     setSaid("");
   };
-  return { document, dirty, said, set: edit, save, discard };
+  return { document, dirty, problems, said, set: edit, save, discard };
 }
 
 /** Whether those who were called have been reached. */

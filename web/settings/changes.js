@@ -2,7 +2,7 @@
 import { clockTime, say } from "../base/words.js";
 import { askService, fetchText } from "../program/api.js";
 import { html, useEffect, useRef, useState } from "../vendor/preact.js";
-import { changeWords } from "./parameters.js";
+import { changeLines } from "./parameters.js";
 
 const CHANGES_URL = "/platform/changes";
 const SETTINGS_URL = "/platform/settings";
@@ -12,9 +12,7 @@ const FIRST = 20;
 const listOf = (told) => (Array.isArray(told) ? told : (told?.changes ?? []));
 
 /** What was changed, with the program's own name for those who look for that. */
-function Change({ change, now }) {
-  const { time, by, key } = change;
-  const { name, from, to } = changeWords(change);
+function Line({ line: { time, by, key, name, from, to }, now }) {
   return html`<tr>
     <td>${clockTime(new Date(time), new Date(now))}</td>
     <td>${by || "–"}</td>
@@ -25,6 +23,7 @@ function Change({ change, now }) {
 }
 
 function Rows({ changes, now }) {
+  const lines = changes.flatMap((change) => changeLines(change).map((line) => ({ ...change, ...line })));
   return html`<div class="scroll" tabindex="0" role="region" aria-label=${say("changes.title")}>
     <table>
       <thead>
@@ -33,7 +32,7 @@ function Rows({ changes, now }) {
         </tr>
       </thead>
       <tbody>
-        ${changes.map((change, index) => html`<${Change} key=${index} change=${change} now=${now} />`)}
+        ${lines.map((line, index) => html`<${Line} key=${index} line=${line} now=${now} />`)}
       </tbody>
     </table>
   </div>`;

@@ -165,12 +165,18 @@ function Page({ link, control, who, onWho }) {
       ${guide.step !== null && !wall && html`<${Guide} step=${guide.step} onStep=${guide.toStep} facts=${guideFacts(facts)} />`}
       <${Content} address=${address} role=${who.role} view=${viewOf({ link, facts, caller, who })} tab=${tab} />
     </main>
-    ${saves && html`<${SaveBar} draft=${draft} called=${called} review=${reviewSettings(present, draft.size)} />`}
+    ${saves && html`<${SaveBar} draft=${draft} called=${called} review=${reviewAll(present, draft.size, called)} />`}
   `;
 }
 
 /** Somebody's page with its way to the hub, which ends with it. */
 function Signed({ who, onWho }) {
+/** What is wrong with all that is unsaved. */
+function reviewAll(settings, size, called) {
+  const { refusals, warnings } = reviewSettings(settings, size);
+  return { refusals: [...refusals, ...called.problems], warnings };
+}
+
   const { link, control } = useMemo(() => {
     const way = new Link(who);
     return { link: way, control: new Control(PROGRAM_URL, (url) => way.ask(url)) };

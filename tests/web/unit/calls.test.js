@@ -4,7 +4,7 @@ import { afterEach, beforeEach, describe, test } from "node:test";
 import { answersFor } from "../../../web/call/alarm.js";
 import * as calls from "../../../web/call/calls.js";
 import { limitsOf } from "../../../web/call/device.js";
-import { toSend } from "../../../web/call/receivers.js";
+import { problemsOf, toSend } from "../../../web/call/receivers.js";
 import { Sounder, tuneOf } from "../../../web/call/sound.js";
 import { AlarmFeed } from "../../../web/hub/alarms.js";
 import { Hub } from "../../../web/hub/hub.js";
@@ -153,6 +153,18 @@ describe("what is said of an alarm", () => {
     const { name, url } = address;
     const levels = [[{ kind: "people" }], [{ kind: "webhook", name, url }]];
     assert.deepEqual(JSON.parse(JSON.stringify(sent.levels)), levels);
+  });
+
+  test("seconds that the camera would refuse are told with their event and their ends, before they are sent", () => {
+    const times = { delay_s: "0", repeat_s: " 15,0 ", escalate_s: "3600", coming_s: 0 };
+    const found = (change) => problemsOf({ events: { fall: times, exit: { ...times, ...change } } }).join();
+    assert.equal(found({ repeat_s: 10 }), "");
+    for (const key of Object.keys(times)) {
+      const least = /repeat|escalate/.test(key) ? 10 : 0;
+      const ends = new RegExp(`^Patient out of bed: Seconds [^,]*: a whole number from ${least} to 3600\\.$`);
+      for (const text of [String(least - 1), "3601", "10,5", "", "x"]) assert.match(found({ [key]: text }), ends, key);
+    }
+    assert.equal(problemsOf(null).length, 0, "a camera that calls nobody");
   });
 });
 

@@ -9,7 +9,7 @@ import { clockTime, durationInWords, eventName, failure, say, troubleWords } fro
 import de from "../../../web/base/words.de.js";
 import en from "../../../web/base/words.en.js";
 import { encodeSettings } from "../../../web/program/wire.js";
-import { changeWords } from "../../../web/settings/parameters.js";
+import { changeLines, changeWords } from "../../../web/settings/parameters.js";
 import { LANDSCAPE, SETTINGS } from "./fixtures.js";
 
 const WEB = fileURLToPath(new URL("../../../web", import.meta.url));
@@ -176,6 +176,35 @@ describe("what was changed", () => {
       assert.equal(`${said.name}: ${said.from}, ${said.to}`, expected);
     }
   });
+});
+
+test("who is called is told as a line for each field that differs, never as a document, and without secrets", () => {
+  const times = { delay_s: 0, hours: [{ from: "22:00", to: "06:00" }], repeat_s: 60 };
+  const phone = (change) => ({ kind: "webhook", name: "phone", url: "https://a/1", secret_set: true, ...change });
+  const people = { kind: "people" };
+  const told = (fall, ...levels) => JSON.stringify({ events: { fall: { ...times, ...fall }, exit: times }, levels });
+  const before = told({}, [people], [phone()]);
+  const url = "calls.levels.phone.url, phone: Address that is called (webhook)";
+  const hours = "calls.events.fall.hours, Fall detected: Hours of the day in which it calls";
+  const repeat = "calls.events.fall.repeat_s, Fall detected: Seconds between two calls";
+  const whole = "calls, Whom the alarms call";
+  for (const [to, ...expected] of [
+    [told({ repeat_s: 90 }, [people], [phone()]), `${repeat}: 60 > 90`],
+    [told({ hours: [] }, [people], [phone()]), `${hours}: 22:00–06:00 > At no hour: this event never calls.`],
+    [
+      told({}, [people, phone({ url: "b" })]),
+      "calls.levels.phone, phone: Level 2 > Level 1",
+      `${url}: https://a/1 > b`,
+    ],
+    [told({}, [people], [phone({ secret: "fresh" })]), `${whole}:  > nothing that is shown: a secret never is`],
+    ['{"levels": []}', `${whole}:  > not known`],
+  ]) {
+    const lines = changeLines({ key: "calls", from: before, to });
+    assert.deepEqual(
+      lines.map((line) => `${line.key}, ${line.name}: ${line.from} > ${line.to}`),
+      expected,
+    );
+  }
 });
 
 test("what is entered may have a comma; each limit is told with its ends", () => {
