@@ -19,6 +19,24 @@ export function SoundOff({ caller }) {
   </section>`;
 }
 
+/** Whoever opens the page anew is told anew. */
+let isUnderstood = false;
+
+/** What cannot work over this address, said before anyone relies on it. */
+export function Insecure() {
+  const [, redraw] = useState(isUnderstood);
+  const device = deviceNow();
+  if (device.secure || isUnderstood) return null;
+  const understand = () => {
+    isUnderstood = true;
+    redraw(true);
+  };
+  return html`<section class="notice long tone-warn" aria-label=${say("device.limits")}>
+    <p><span class="sign" aria-hidden="true">!</span><span>${limitsOf(device)}</span></p>
+    <button type="button" class="quiet" onClick=${understand}>${say("device.understood")}</button>
+  </section>`;
+}
+
 /** Of what came, what only ears and hands can tell, and what did not come. */
 const SIGNS = { ok: "✓", idle: "?", warn: "✕" };
 

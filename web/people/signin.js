@@ -61,7 +61,7 @@ export function SignIn({ ended, onIn }) {
     />
     <p role="alert" class="note">${wrong}</p>
     <p><button type="submit" class="primary" aria-disabled=${busy ? "true" : "false"}>${say("signIn.in")}</button></p>
-    ${!globalThis.isSecureContext && html`<p class="small">${say("signIn.insecure")}</p>`}
+    ${!globalThis.isSecureContext && html`<p class="small">${say("signIn.insecure")} ${say("device.insecure")}</p>`}
   </form>`;
 }
 

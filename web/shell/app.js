@@ -1,7 +1,7 @@
 /** Mounts the page: who looks on, header, connection, the views, the save bar and the guide. */
 import { VIEW, mayAs } from "../base/facts.js";
 import { LANGUAGE, clockTime, say } from "../base/words.js";
-import { Paused, SoundOff } from "../call/bar.js";
+import { Insecure, Paused, SoundOff } from "../call/bar.js";
 import { useCallsDraft } from "../call/receivers.js";
 import { Caller } from "../call/caller.js";
 import { openAlarms } from "../call/calls.js";
@@ -119,14 +119,15 @@ function useCaller(link) {
   return caller;
 }
 
-function Notices({ facts, caller }) {
+/** With alarms below (`hasCards`), no more than must be stands before their answers. */
+function Notices({ facts, caller, hasCards }) {
   const { state, calls, now } = facts;
   return html`<div role="alert">
       ${state.silentSince !== null && html`<${Lost} since=${state.silentSince} now=${now} />`}
     </div>
     <div class="notices">
       <${SoundOff} caller=${caller} />
-      ${calls.pause && html`<${Paused} pause=${calls.pause} now=${now} />`}
+      ${calls.pause && html`<${Paused} pause=${calls.pause} now=${now} />`} ${!hasCards && html`<${Insecure} />`}
     </div>`;
 }
 
@@ -148,6 +149,7 @@ function Page({ link, control, who, onWho }) {
   };
   const wall = address.view === VIEW.wall;
   const setsUp = mends && !wall && address.view !== VIEW.watch;
+  const hasAlarms = openAlarms(facts.calls.alarms).length > 0;
   useFocusOnChange(address, present !== null && appearance !== null, main);
   useTitle(state);
   const called = useCallsDraft(mends && who.known);
@@ -159,9 +161,9 @@ function Page({ link, control, who, onWho }) {
     ${!wall && html`<${Header} view=${address.view} ...${{ state, dirty, guide, who }} told=${!setsUp} onPassword=${() => setAsks(true)} />`}
     <div class="hidden" aria-live="assertive">${facts.begun}</div>
     <div class="hidden" aria-live="polite">${facts.ended}</div>
-    <${Notices} facts=${facts} caller=${caller} />
+    <${Notices} facts=${facts} caller=${caller} hasCards=${hasAlarms && !setsUp} />
     <main class=${`page ${wall ? "wall" : ""}`} id="main" tabindex="-1" ref=${main}>
-      ${asks && !openAlarms(facts.calls.alarms).length && html`<${Password} must=${who.must_change} onDone=${hasAsked} />`}
+      ${asks && !hasAlarms && html`<${Password} must=${who.must_change} onDone=${hasAsked} />`}
       ${guide.step !== null && !wall && html`<${Guide} step=${guide.step} onStep=${guide.toStep} facts=${guideFacts(facts)} />`}
       <${Content} address=${address} role=${who.role} view=${viewOf({ link, facts, caller, who })} tab=${tab} />
     </main>
@@ -169,14 +171,14 @@ function Page({ link, control, who, onWho }) {
   `;
 }
 
-/** Somebody's page with its way to the hub, which ends with it. */
-function Signed({ who, onWho }) {
 /** What is wrong with all that is unsaved. */
 function reviewAll(settings, size, called) {
   const { refusals, warnings } = reviewSettings(settings, size);
   return { refusals: [...refusals, ...called.problems], warnings };
 }
 
+/** Somebody's page with its way to the hub, which ends with it. */
+function Signed({ who, onWho }) {
   const { link, control } = useMemo(() => {
     const way = new Link(who);
     return { link: way, control: new Control(PROGRAM_URL, (url) => way.ask(url)) };

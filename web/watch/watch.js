@@ -2,7 +2,7 @@
 import { APPLICATION_SIZE } from "../base/facts.js";
 import { say } from "../base/words.js";
 import { AlarmCard } from "../call/alarm.js";
-import { Device, Pause } from "../call/bar.js";
+import { Device, Insecure, Pause } from "../call/bar.js";
 import { isCalling, openAlarms } from "../call/calls.js";
 import { LivePicture } from "../picture/picture.js";
 import { html, useLayoutEffect, useRef, useState } from "../vendor/preact.js";
@@ -66,17 +66,21 @@ function Covered({ link, live }) {
   </div>`;
 }
 
-/** What is not needed while somebody calls. */
-function More({ caller }) {
+/** For those who have no tab with it. */
+function ThisDevice({ caller }) {
   const [open, setOpen] = useState(false);
-  return html`<div class="row carer-more">
-    <${Pause} />
-    <details onToggle=${(event) => setOpen(event.currentTarget.open)}>
-      <summary>${say("device.title")}</summary>
-      ${open && html`<${Device} caller=${caller} />`}
-    </details>
-  </div>`;
+  return html`<details onToggle=${(event) => setOpen(event.currentTarget.open)}>
+    <summary>${say("device.title")}</summary>
+    ${open && html`<${Device} caller=${caller} />`}
+  </details>`;
 }
+
+/** What is not needed while somebody calls. */
+const More = ({ caller }) =>
+  html`<div class="row carer-more">
+    <${Pause} />
+    <${ThisDevice} caller=${caller} />
+  </div>`;
 
 /** One screen of a telephone: the alarm or the state, the picture; whatever is normal is small. */
 export function Carer({ view }) {
@@ -88,7 +92,7 @@ export function Carer({ view }) {
     <${Alarms} alarms=${alarms} view=${view} />
     ${!told && html`<${State} state=${state} since=${watchingSince(past)} now=${now} />`}
     ${covers ? html`<${Covered} link=${link} live=${live} />` : settings && html`<${Room} ...${{ link, settings, live, covers }} />`}
-    ${told && html`<${State} state=${state} told />`}
+    ${told && html`<${Insecure} /><${State} state=${state} told />`}
     ${!told && html`<${Events} ...${{ events, limited, state, now }} told=${[]} history=${past.history} />`}
     ${!alarms.some(isCalling) && html`<${More} caller=${caller} />`}
   </div>`;
@@ -97,6 +101,7 @@ export function Carer({ view }) {
 /**
  * @param {{view: object}} props
  * @param {import("../hub/link.js").Link} view.link
+ * @param {import("../call/caller.js").Caller} view.caller
  * @param {object} view.state what readiness gave
  * @param {?object} view.settings the saved ones, and `view.waiting`, the words in their place
  * @param {object} view.live of the picture, see LivePicture
@@ -112,8 +117,8 @@ export function Carer({ view }) {
  * @param {number} view.now milliseconds since 1970 by the camera's clock
  */
 export function Watch({ view }) {
-  const { link, state, settings, live, events, past, calls, wrong, scene, limited, openedAt, covers, mends, now } =
-    view;
+  const { link, caller, state, settings, live, events, past, calls, wrong, scene, now } = view;
+  const { limited, openedAt, covers, mends } = view;
   const { history, watching } = past;
   const alarms = openAlarms(calls.alarms);
   return html`<div class="watch">
@@ -123,11 +128,12 @@ export function Watch({ view }) {
     </div>
     <div class="side">
       <${Alarms} alarms=${alarms} view=${view} />
+      ${alarms.length > 0 && html`<${Insecure} />`}
       <${State} state=${state} since=${watchingSince(past)} told=${alarms.length > 0} mends=${mends} now=${now} />
       <${Events} ...${{ events, history, limited, state, now }} told=${alarms.map(({ event }) => event)} />
       <${Sight} wrong=${wrong} now=${now} mends=${mends} />
       ${scene !== undefined && html`<${Scene} link=${link} scene=${scene} now=${now} />`}
-      ${calls.state !== "absent" && html`<${Pause} />`}
+      ${calls.state !== "absent" && html`<${Pause} />`} ${!mends && html`<${ThisDevice} caller=${caller} />`}
     </div>
     <${Timeline}
       ...${{ history, events, watching, openedAt, now, alarms: calls.alarms }}
