@@ -30,6 +30,11 @@ export const demoParameters = () => installed;
 
 const environment = { ...process.env, ...SANITIZERS, VELMOR_SOURCE_DIR: ROOT };
 
+/** Waits for a condition, as long as it takes. */
+export async function until(condition) {
+  while (!(await condition())) await new Promise((resolve) => setTimeout(resolve, 100));
+}
+
 /** A new folder with a camera's description, for the program's state. */
 export async function makeFolder(camera) {
   const folder = await mkdtemp(join(tmpdir(), "velmor-page-"));

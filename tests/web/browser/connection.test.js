@@ -2,6 +2,7 @@ import assert from "node:assert/strict";
 import { describe, test } from "node:test";
 import * as ui from "../browser.js";
 import { onTheDemo } from "../demo.js";
+import { until } from "../program.js";
 
 const { NAMES, alarmOf, axeViolations, lineOf, noComplaints, pictureIsLive, save, says, whereabouts } = ui;
 
@@ -26,9 +27,6 @@ const falls = (page) => alarmOf(page, NAMES.fall).first().waitFor();
 const lost = (page) => page.getByRole("alert").getByText("The camera does not answer");
 const title = (page, pattern) =>
   page.waitForFunction(([source]) => new RegExp(source).test(document.title), [pattern.source]);
-const until = async (condition) => {
-  while (!(await condition())) await new Promise((resolve) => setTimeout(resolve, 100));
-};
 /** A change that nothing the program says later undoes. */
 const fallen = async (page) => {
   demo.gateway.tell("change", { seq: 1e9, name: FALL, active: true, time: new Date().toISOString() });

@@ -8,7 +8,7 @@ import { after, afterEach, before, test } from "node:test";
 import { promisify } from "node:util";
 import { NAMES, axeViolations, openBrowser, openPage, pictureIsLive, says, toView } from "../browser.js";
 import { followGuide } from "../guide.js";
-import { demoCamera, makeFolder, runFor, startIn } from "../program.js";
+import { demoCamera, makeFolder, runFor, startIn, until } from "../program.js";
 import { Receiver } from "../receiver.js";
 
 const run = promisify(execFile);
@@ -124,10 +124,6 @@ async function killAndStart() {
   const { folder, page } = ward.program;
   await ward.program.kill();
   ward.program = await startIn(folder, `0.0.0.0:${page.port}`);
-}
-
-async function until(condition) {
-  while (!(await condition())) await new Promise((resolve) => setTimeout(resolve, 100));
 }
 
 /** That nothing is missing in what the receiver has got, and nothing twice. */
