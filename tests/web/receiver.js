@@ -1,4 +1,4 @@
-/** A receiver of calls: believes only what is signed, keeps what it takes, and fails while it is told to. */
+/** A receiver of calls: believes only what is signed, keeps what it takes, and fails or hangs while it is told to. */
 import { createHmac } from "node:crypto";
 import { once } from "node:events";
 import { createServer } from "node:http";
@@ -8,12 +8,19 @@ const FAILS = 503;
 
 export class Receiver {
   constructor(secret) {
-    Object.assign(this, { secret, taken: [], failed: 0, unsigned: 0, fails: false });
+    Object.assign(this, { secret, taken: [], failed: 0, unsigned: 0, fails: false, hangs: false, held: new Set() });
     this.server = createServer(async (request, response) => {
       let body = "";
       for await (const chunk of request) body += chunk;
-      response.writeHead(this.take(request.headers, body)).end();
+      if (this.hangs) this.hold(response);
+      else response.writeHead(this.take(request.headers, body)).end();
     });
+  }
+
+  /** Leaves a call without an answer, until whoever calls gives it up. */
+  hold(response) {
+    this.held.add(response);
+    response.on("close", () => this.held.delete(response));
   }
 
   take(headers, body) {

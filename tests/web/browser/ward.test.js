@@ -103,6 +103,28 @@ const asks = (page, requests) =>
 const card = (page, { id }) => page.locator(`[data-alarm="${id}"]`);
 const press = (place, name) => place.getByRole("button", { name }).click();
 
+/** How many cycles the camera has made from one heartbeat to the next but one. */
+const cyclesNow = (page) =>
+  page.evaluate(
+    () =>
+      new Promise((resolve) => {
+        const feed = new EventSource("/platform/events");
+        const seen = [];
+        feed.addEventListener("heartbeat", ({ data }) => {
+          if (seen.push(JSON.parse(data).cycle) < 3) return;
+          feed.close();
+          resolve(seen[2] - seen[0]);
+        });
+      }),
+  );
+
+/** Waits until the camera has gone on while one and the same call hung at the receiver. */
+const goesOnWhileHanging = (page) =>
+  until(async () => {
+    const [held] = ward.receiver.held;
+    return held && (await cyclesNow(page)) >= 2 && ward.receiver.held.has(held);
+  });
+
 /** Answers what earlier tests have left open. */
 async function resolveAll(page) {
   const left = (await alarmsOf(page)).filter(({ state }) => state !== "closed");
@@ -189,6 +211,53 @@ test("the installer signs in with the password that the first start shows once, 
   await says(page, /people\.carer\.Cleo|Cleo/);
 });
 
+test("a pause that one telephone begins is counted down on another, which ends it for both", async () => {
+  const pages = [await telephone("Ben"), await telephone("Cleo")];
+  const [ben] = pages;
+  const [pause, other] = pages.map((page) => page.getByRole("region", { name: "Pause of the calls" }));
+  await resolveAll(ben);
+  await ben.getByText("Carer in the room: pause the calls").click();
+  await ben.getByLabel("For how long").selectOption("5 minutes");
+  await press(ben, "Pause");
+  for (const place of [pause, other]) await says(place, /^Calls are paused until .*, by Ben\.$/);
+  const left = async () => {
+    const words = await other.getByText(/ left$/).textContent();
+    const [, minutes = 0, seconds = 0] = /^(?:(\d+) minutes?)? ?(?:(\d+) seconds?)? left$/.exec(words);
+    return 60 * minutes + Number(seconds);
+  };
+  const first = await left();
+  assert.ok(first <= 300, `${first} s of five minutes`);
+  await until(async () => (await left()) < first);
+  await press(other, "End the pause");
+  for (const place of [pause, other]) await place.waitFor({ state: "detached" });
+  const { pause: now } = await ben.evaluate(async () => (await fetch("/platform/alarms")).json());
+  assert.equal(now, null);
+});
+
+test("a telephone can install the page and show it on the whole screen; signed out it shows nothing", async () => {
+  const page = await telephone("Ben");
+  await page.evaluate(() => navigator.serviceWorker.ready);
+  const browser = await page.context().newCDPSession(page);
+  const { url, errors } = await browser.send("Page.getAppManifest");
+  assert.deepEqual([url.split("/").pop(), errors], ["page.webmanifest", []]);
+  const { installabilityErrors } = await browser.send("Page.getInstallabilityErrors");
+  const reasons = installabilityErrors.map(({ errorId }) => errorId);
+  assert.deepEqual(reasons, ["in-incognito"], "nothing but how the browser was opened here");
+
+  await resolveAll(page);
+  await page.getByText("This device", { exact: true }).first().click();
+  await press(page, "Full screen");
+  await page.waitForFunction(() => document.fullscreenElement === document.documentElement);
+  await press(page, "Full screen");
+  await page.waitForFunction(() => document.fullscreenElement === null);
+
+  await page.getByText("Ben", { exact: true }).click();
+  await press(page, "Sign out");
+  await page.getByLabel("Name", { exact: true }).waitFor();
+  assert.equal(await page.getByRole("img", { name: /Live picture/ }).count(), 0);
+  assert.deepEqual(await asks(page, [["/platform/anonymised.jpg"], ["/platform/alarms"]]), [401, 401]);
+});
+
 test("without signing in nobody sees anything, and a page says so", async () => {
   const page = await open();
   await page.getByRole("heading", { name: "Sign in" }).waitFor();
@@ -210,19 +279,24 @@ test("a telephone tries the whole way and says what works", async () => {
   await until(() => ward.receiver.calls.some(({ what, test: tried }) => what === "test" && tried));
 });
 
-test("a fall calls on through a kill, a full disk and two who answer at once, and the receiver misses nothing", async () => {
+test("a fall calls on through a receiver that hangs, a kill, a full disk and two who answer at once, who misses nothing", async () => {
   const [ben, cleo] = [await telephone("Ben"), await telephone("Cleo")];
   const second = await ben.context().newPage();
   await listen(second);
   await second.goto(ward.program.page.href);
+  ward.receiver.hangs = true;
+  await resolveAll(ben);
+  await asks(ben, [["/platform/alarms", { action: "test" }]]);
   const fall = await fallOn(ben);
+  await says(card(cleo, fall), /Nobody has answered/);
+  await goesOnWhileHanging(ben);
   await moreSounds(ben, await sounds(ben));
   assert.equal(await sounds(second), 0, "one tab sounds for all");
   await second.close();
   assert.match(await ben.title(), /^▲ .*Fall detected/);
   assert.equal(await ben.locator('link[rel="icon"]').getAttribute("href"), "icon-fall.svg");
 
-  ward.receiver.fails = true;
+  Object.assign(ward.receiver, { hangs: false, fails: true });
   await killAndStart();
   await says(card(ben, fall), NAMES.fall);
   await until(async () =>
