@@ -165,6 +165,62 @@ test("a carer's telephone shows alarm, picture and answers, or state, picture an
   }
 });
 
+/** What somebody sees of a box's edge and of what is chosen where the colours are the system's. */
+const edgeOf = (locator) =>
+  locator.evaluate((box) => {
+    const { borderTopStyle: style, borderTopWidth: width, borderTopColor: colour } = getComputedStyle(box);
+    return { style, width: parseFloat(width), colour, ground: getComputedStyle(document.body).backgroundColor };
+  });
+const thumbOf = (locator) =>
+  locator.evaluate((input) => {
+    const { transform, backgroundColor: colour } = getComputedStyle(input, "::before");
+    return { transform, colour, track: getComputedStyle(input).backgroundColor };
+  });
+
+test("in forced colours an alarm has an edge, a fall's another than an exit's, and a switch shows where it stands", async () => {
+  const exit = { ...calling, id: "x-2", seq: 2, event: "Patient Out of Bed", kind: "exit" };
+  looksOn("carer", { alarms: [calling, exit] });
+  const page = await demo.open({ width: 360, forcedColors: "active" });
+  const edges = [];
+  for (const { id } of [calling, exit]) edges.push(await edgeOf(page.locator(`[data-alarm="${id}"]`)));
+  for (const { style, width, colour, ground } of edges)
+    assert.ok(style !== "none" && width >= 2 && colour !== ground, `${width} ${style} ${colour} on ${ground}`);
+  assert.notEqual(edges[0].style, edges[1].style);
+
+  looksOn("installer");
+  await page.reload();
+  await page.getByRole("button", { name: "Skip the guide" }).click();
+  await toView(page, "Alarms");
+  const falls = page.getByRole("switch", { name: "Fall detected" });
+  const thumbs = [];
+  for (const on of [true, false]) {
+    await falls.setChecked(on);
+    thumbs.push(await thumbOf(falls));
+  }
+  for (const { colour, track } of thumbs) assert.notEqual(colour, track);
+  assert.notEqual(thumbs[0].transform, thumbs[1].transform);
+});
+
+test("on an upright telephone the picture stays in sight down to the editor's last field, and has a loupe", async () => {
+  const page = await demo.openSetup({ width: 360, height: 740, isMobile: true, hasTouch: true });
+  await page.getByRole("button", { name: "Propose from the mattress" }).click();
+  const fields = page.locator(".editor-list").locator("input:visible, button:visible");
+  const onTop = (box, [x, y]) =>
+    page.evaluate(([name, ...at]) => Boolean(document.elementFromPoint(...at)?.closest(name)), [box, x, y]);
+  for (const field of [page.getByLabel("Mattress above the floor"), fields.last()]) {
+    await field.scrollIntoViewIfNeeded();
+    await drawn(page);
+    const [picture, box] = [await page.locator(".picture").boundingBox(), await field.boundingBox()];
+    const bottom = picture.y + picture.height;
+    assert.ok(await onTop(".picture", [picture.x + picture.width / 2, bottom - 3]), `ends at ${bottom}`);
+    assert.ok(box.y >= bottom, `a field at ${box.y} under a picture that ends at ${bottom}`);
+  }
+  assert.equal(await page.locator(".loupe").count(), 0);
+  await page.getByRole("slider", { name: /corner 1$/ }).focus();
+  const loupe = await page.locator(".loupe canvas").boundingBox();
+  assert.ok((await onTop(".picture", [loupe.x + loupe.width / 2, loupe.y + loupe.height / 2])) && loupe.y >= 0);
+});
+
 test("a telephone on its side, and a page at 200 %, leave half of the height to the picture of an installer", async () => {
   const page = await demo.open({ width: 740, height: 360 });
   await page.getByRole("button", { name: "Skip the guide" }).click();

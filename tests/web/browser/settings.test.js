@@ -1,8 +1,10 @@
 import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
 import { test } from "node:test";
 import { Control, saveAndCheck } from "../../../web/program/api.js";
 import { axeViolations, drag, handle, noComplaints, save, says, toView, whereabouts } from "../browser.js";
 import { onTheDemo } from "../demo.js";
+import { until } from "../program.js";
 import { LANDSCAPE as SIZE, points } from "../unit/fixtures.js";
 
 const demo = onTheDemo();
@@ -108,6 +110,44 @@ test("who writes decimals with a comma reads and types them so, and the program 
   await changes.getByRole("row", { name: "Breite des Bodenrechtecks in Metern WRectM 1,65 1,8" }).waitFor();
   noComplaints(page);
   await demo.store(earlier);
+});
+
+test("settings as a file: what was exported is in use again after an import, in the program and on the page", async () => {
+  await demo.store(await demo.read()); // areas on whole percents
+  const earlier = await demo.read();
+  const page = await demo.openSetup();
+  await toView(page, "System");
+  const place = page.getByRole("region", { name: "Settings as a file" });
+  const showsWidth = (metres) =>
+    until(async () => (await page.getByLabel("Red to green (width)").inputValue()) === metres);
+  const [download] = await Promise.all([
+    page.waitForEvent("download"),
+    place.getByRole("button", { name: "Export" }).click(),
+  ]);
+  const kept = await download.path();
+  const [bed] = earlier.beds;
+  const corners = bed.corners.map(({ x, y }) => ({ x: x + 3, y }));
+  const exclusions = earlier.exclusions.map((area) => ({ ...area, on: !area.on }));
+  const changes = { widthM: "1.90", falls: !earlier.falls, sensitivity: "0.51", exclusions };
+  await demo.store({ ...earlier, ...changes, beds: [{ ...bed, corners }, ...earlier.beds.slice(1)] });
+  await toView(page, /^Floor/);
+  await showsWidth("1.90");
+
+  await toView(page, "System");
+  const back = { name: "ours.json", mimeType: "application/json", buffer: await readFile(kept) };
+  await place.getByLabel("File with settings").setInputFiles(back);
+  await says(place, "ours.json is in use now.");
+  assert.deepEqual(await demo.read(), earlier);
+  await toView(page, /^Floor/);
+  await showsWidth(earlier.widthM);
+
+  await toView(page, "System");
+  const stored = await demo.program.stored();
+  await place.getByLabel("File with settings").setInputFiles({ ...back, buffer: Buffer.from('{"WRectM": "wide"}') });
+  await says(place, /^Not imported: .*WRectM/);
+  assert.equal(await demo.program.stored(), stored);
+  page.complaints = page.complaints.filter((text) => !/status of 400/.test(text)); // the file that is none
+  noComplaints(page);
 });
 
 test("markup that somebody stored does not run, and the page goes on working", async () => {
