@@ -96,6 +96,7 @@ export class AlarmFeed {
     if (!Array.isArray(alarms)) throw new Error("no alarms");
     Object.assign(this, { alarms, pause: pause ?? null, receivers: called?.receivers ?? [], state: "open" });
     this.hushed.clear();
+    alarms.forEach((alarm) => this.giveWay(alarm));
     this.listener.told();
   }
 
@@ -103,7 +104,16 @@ export class AlarmFeed {
   take(alarm) {
     const others = this.alarms.filter(({ id }) => id !== alarm.id);
     this.alarms = [alarm, ...others].sort((a, b) => Date.parse(b.began) - Date.parse(a.began));
+    this.giveWay(alarm);
     this.listener.told();
+  }
+
+  /** What was made here goes when the camera tells it after all, though it may be over by then. */
+  giveWay(alarm) {
+    for (const [id, { event, run, seq, began }] of this.local) {
+      const isSame = seq === undefined ? began === alarm.began : run === alarm.run && seq === alarm.seq;
+      if (event === alarm.event && isSame) this.local.delete(id);
+    }
   }
 
   takePause(pause) {
@@ -164,7 +174,7 @@ export class AlarmFeed {
   }
 
   look(event) {
-    const { name, active, since } = event;
+    const { name, active, since, run, seq } = event;
     const made = [...this.local.values()].filter((alarm) => alarm.event === name);
     if (active !== true || this.isCovered(event)) {
       this.bare.delete(name);
@@ -178,8 +188,8 @@ export class AlarmFeed {
     if (made.some((alarm) => alarm.ended === null)) return;
     const began = since ?? new Date().toISOString();
     const id = `local ${name} ${began}`;
-    const fresh = { id, local: true, event: name, kind: KIND[name], began, ended: null, state: "calling", level: 1 };
-    this.local.set(id, { ...fresh, answers: [], next: null });
+    const fresh = { id, local: true, event: name, kind: KIND[name], run, seq, began, ended: null };
+    this.local.set(id, { ...fresh, state: "calling", level: 1, answers: [], next: null });
   }
 
   /** What ended stays until somebody has seen it. */

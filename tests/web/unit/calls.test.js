@@ -298,6 +298,29 @@ describe("the feed of alarms", () => {
       [undefined],
     );
   });
+
+  test("an alarm that the camera tells when all is over takes the place of the one made here", () => {
+    FakeSource.newest.say("alarms", { alarms: [] });
+    const over = { active: false, seq: 8 };
+    for (const known of [{}, { run: undefined, seq: undefined }]) {
+      passes(1, active(FALL, known));
+      passes(4, active(FALL, known));
+      passes(1, active(FALL, { ...known, ...over }));
+      assert.deepEqual(
+        open().map((one) => one.local),
+        [true],
+        "over, and not seen yet",
+      );
+      FakeSource.newest.say("alarm", alarm("fall", { run: "b", seq: 7, began: at(1) }));
+      assert.equal(open().length, 2, "another fall is another alarm");
+      FakeSource.newest.say("alarms", { alarms: [alarm("fall", { run: "a", seq: 7, began: at(0), ended: at(9) })] });
+      assert.deepEqual(
+        open().map((one) => one.local),
+        [undefined],
+      );
+      FakeSource.newest.say("alarms", { alarms: [] });
+    }
+  });
 });
 
 describe("the voice", () => {
