@@ -486,6 +486,7 @@ export default {
   "The list of people is damaged, so nobody can sign in; the system log says what to do":
     "Die Liste der Personen ist beschädigt, also kann sich niemand anmelden; das Systemprotokoll sagt, was zu tun ist",
   "The name or the password is wrong": "Der Name oder das Passwort ist falsch",
+  "A token has that name already": "Ein Schlüssel hat diesen Namen schon",
   "A token has no password; an installer makes another token":
     "Ein Schlüssel hat kein Passwort; wer installiert, macht einen anderen Schlüssel",
   "The old password is wrong": "Das alte Passwort ist falsch",

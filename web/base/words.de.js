@@ -3,7 +3,7 @@ export default {
   "active.since": "Seit {began}.",
   "active.sinceFor": "Seit {began}, das sind {age}.",
   "active.unknown": "Seit wann, ist nicht bekannt.",
-  "alarm.again": "Noch hat niemand geantwortet: es wird wieder gerufen, lauter (Stufe {level}).",
+  "alarm.again": "Noch hat niemand geantwortet: es wird wieder gerufen (Stufe {level}).",
   "alarm.held": "Es wird nicht gerufen: {why}.",
   "alarm.hush": "Auf diesem Gerät still",
   "alarm.hushed":
@@ -28,7 +28,7 @@ export default {
   "answered.because": "Grund: {reason}.",
   "answered.coming": "{by} ist seit {at} unterwegs.",
   "answered.false_alarm": "Fehlalarm, sagt {by} um {at}.",
-  "answered.lapsed": "{by} war um {at} unterwegs, und niemand hat mehr gesagt: es wird wieder gerufen.",
+  "answered.lapsed": "{by} war um {at} unterwegs, und seither hat niemand mehr gesagt.",
   "answered.resolved": "Erledigt von {by} um {at}.",
   "answered.seen": "Gesehen von {by} um {at}.",
   "area.beds": "Bettbereich {number}",

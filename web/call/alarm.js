@@ -1,7 +1,7 @@
 /** One alarm, told once, with the action beside it. */
 import { becauseOf, eventName, say } from "../base/words.js";
 import { html, useReducer, useState } from "../vendor/preact.js";
-import { callWords, isCalling, isUnstored, lastAnswer, lookOf, mayHush, timesOf } from "./calls.js";
+import { callWords, isUnanswered, isUnstored, lastAnswer, lookOf, mayHush, timesOf } from "./calls.js";
 import { answer } from "./service.js";
 
 const REASONS = ["nobody", "staff", "object", "other"];
@@ -9,7 +9,7 @@ const REASONS = ["nobody", "staff", "object", "other"];
 /** Which answers an alarm may still be given, the likeliest first. */
 export function answersFor(alarm) {
   if (alarm.local) return ["seen"];
-  const last = isCalling(alarm) ? null : lastAnswer(alarm)?.what; // whoever was coming has not come
+  const last = isUnanswered(alarm) ? null : lastAnswer(alarm)?.what; // whoever was coming has not come
   if (last === "coming") return ["resolved", "false_alarm"];
   if (last === "seen") return ["coming", "resolved", "false_alarm"];
   return ["coming", "seen", "resolved", "false_alarm"];

@@ -1,6 +1,6 @@
 /** Calls whoever is near this device: sound, vibration, notification, title and icon, until the alarm is answered. */
 import { eventName, say } from "../base/words.js";
-import { FIRST_LEVEL, isCalling, openAlarms, ringing, urgent } from "./calls.js";
+import { SOFTEST, isCalling, openAlarms, ringing, urgent } from "./calls.js";
 import { Waker, deviceNow } from "./device.js";
 import { Sounder, tuneOf } from "./sound.js";
 
@@ -32,11 +32,15 @@ async function notify(title, options) {
   return { shown: true };
 }
 
+/** The notices that the service worker shows, all or those of one tag. */
+async function shownByWorker(filter) {
+  const registration = await navigator.serviceWorker?.getRegistration().catch(() => null);
+  return (await registration?.getNotifications(filter)) ?? [];
+}
+
 async function takeBack(tag, onDesk) {
   onDesk?.close();
-  const registration = await navigator.serviceWorker?.getRegistration().catch(() => null);
-  const shown = (await registration?.getNotifications({ tag })) ?? [];
-  shown.forEach((notice) => notice.close());
+  (await shownByWorker({ tag })).forEach((notice) => notice.close());
 }
 
 export class Caller {
@@ -45,7 +49,16 @@ export class Caller {
    * @param {() => void} onChange told when what the page says of the call is to be drawn anew
    */
   constructor(link, onChange) {
-    Object.assign(this, { link, onChange, alarms: [], voice: false, count: 0, told: new Map(), awake: false });
+    Object.assign(this, {
+      link,
+      onChange,
+      alarms: [],
+      voice: false,
+      count: 0,
+      told: new Map(),
+      awake: false,
+      swept: false,
+    });
     this.sounder = new Sounder(() => this.changed());
     this.waker = new Waker();
     this.waiting = null;
@@ -71,10 +84,18 @@ export class Caller {
     this.onChange();
   }
 
-  /** The alarms as they are now. */
-  take(alarms) {
+  /** The alarms as they are now; `known`: the camera says so. */
+  take(alarms, known = false) {
     this.alarms = alarms;
     this.tick();
+    if (known && !this.swept) this.sweep().catch(() => {});
+  }
+
+  /** Takes back, once, what a page before this one has left of alarms that were answered since. */
+  async sweep() {
+    this.swept = true;
+    const calling = new Set(this.alarms.filter(isCalling).map(({ id }) => id));
+    for (const notice of await shownByWorker()) if (!calling.has(notice.tag)) notice.close();
   }
 
   tick() {
@@ -140,9 +161,9 @@ export class Caller {
   /** By a click: everything that needs one, each asked for once. @returns {Promise<boolean>} whether it can be heard */
   async allow() {
     const heard = await this.sounder.allow();
-    if (heard) this.sounder.play({ ...tuneOf("exit", FIRST_LEVEL), gain: 0.1 });
-    if (deviceNow().notifications === "default") await Notification.requestPermission().catch(() => {});
+    if (heard) this.sounder.play({ ...tuneOf("exit", SOFTEST), gain: 0.1 });
     this.awake = await this.waker.keep();
+    if (deviceNow().notifications === "default") await Notification.requestPermission().catch(() => {});
     this.changed();
     return heard;
   }
@@ -156,7 +177,7 @@ export class Caller {
   async test(send) {
     // At once, and not once the camera has answered: a click counts for a few seconds.
     const [way, heard] = await Promise.all([this.goesAndComes(send), this.allow()]);
-    if (heard) this.sounder.play(tuneOf("fall", FIRST_LEVEL));
+    if (heard) this.sounder.play(tuneOf("fall", SOFTEST));
     const insecure = deviceNow().secure ? "" : say("test.insecure");
     const result = (key, tone, words) => ({ key, tone, words });
     return [

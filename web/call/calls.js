@@ -4,27 +4,30 @@ import { clockTime, durationInWords, eventName, say } from "../base/words.js";
 /** An alarm that nobody has closed; one that was seen and is over needs nobody any more. */
 export const isOpen = ({ state, ended }) => state !== "closed" && !(state === "seen" && ended);
 export const isCalling = ({ state }) => state === "calling";
+/** Nobody is expected any more, whoever has said so before. */
+export const isUnanswered = ({ state }) => state === "calling" || state === "held";
 const isFall = ({ kind }) => kind === "fall";
 
-/** The level from which an alarm calls; each one above is louder. */
+/** The level from which an alarm calls, and how loud it does at first. */
 export const FIRST_LEVEL = 1;
+export const SOFTEST = 1;
 
 /** Falls first, then what calls, then the newest. */
 const before = (a, b) =>
   isFall(b) - isFall(a) || isCalling(b) - isCalling(a) || Date.parse(b.began) - Date.parse(a.began);
 
-/** How loud an alarm calls: its level, and as one above when nobody has answered there. */
-const loudness = ({ level, again }) => level + (again ? 1 : 0);
+/** How loud an alarm calls, from 1 on: each level is two steps above the one before, and a call that comes again is one. */
+const loudnessOf = ({ level, again }) => 2 * level - (again ? 0 : 1);
 
 /** The alarms that are open, the most urgent first. */
 export const openAlarms = (alarms) => alarms.filter(isOpen).sort(before);
 
-/** The most urgent alarm that calls: {id, kind, level}, or null. A fall drowns a bed exit, a higher level a lower one. */
+/** The most urgent alarm that calls: {id, kind, loudness}, or null. A fall drowns a bed exit, a louder one another. */
 export function urgent(alarms) {
   const calling = alarms.filter(isCalling);
-  const most = calling.reduce((best, alarm) => Math.max(best, isFall(alarm) ? loudness(alarm) : -1), -1);
-  const loudest = openAlarms(calling).find((alarm) => !isFall(alarm) || loudness(alarm) === most);
-  return loudest ? { id: loudest.id, kind: loudest.kind, level: loudness(loudest) } : null;
+  const most = calling.reduce((best, alarm) => Math.max(best, isFall(alarm) ? loudnessOf(alarm) : -1), -1);
+  const loudest = openAlarms(calling).find((alarm) => !isFall(alarm) || loudnessOf(alarm) === most);
+  return loudest ? { id: loudest.id, kind: loudest.kind, loudness: loudnessOf(loudest) } : null;
 }
 
 /** The one because of which it rings: none that was hushed here, which drowns no other. */
@@ -54,7 +57,7 @@ export function answerWords(alarm, now) {
   const last = lastAnswer(alarm);
   if (!last) return "";
   const by = last.by || say("alarm.somebody");
-  const lapsed = last.what === "coming" && isCalling(alarm);
+  const lapsed = last.what === "coming" && isUnanswered(alarm);
   const words = say(lapsed ? "answered.lapsed" : `answered.${last.what}`, { by, at: at(last.time, now) });
   return last.reason ? `${words} ${say("answered.because", { reason: last.reason })}` : words;
 }

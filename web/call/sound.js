@@ -1,6 +1,6 @@
 /** The call's sounds, made by the browser: no file has to be there when they are needed. */
 
-import { FIRST_LEVEL } from "./calls.js";
+import { SOFTEST } from "./calls.js";
 
 /** Seconds between two calls, and what is played: [from, length, hertz]. A fall is fast, high and hard; an exit is a chime. */
 const TUNES = {
@@ -27,10 +27,10 @@ const TUNES = {
 };
 const LOUDEST = 1;
 
-/** What is played for a kind of alarm at a level: each level is louder, and comes sooner again. */
-export function tuneOf(kind, level) {
+/** What is played for a kind of alarm: each step is louder, up to the loudest, and comes sooner again. */
+export function tuneOf(kind, loudness) {
   const tune = TUNES[kind] ?? TUNES.fall;
-  const above = Math.max(0, level - FIRST_LEVEL);
+  const above = Math.max(0, loudness - SOFTEST) / 2;
   return {
     ...tune,
     gain: Math.min(LOUDEST, tune.gain * (1 + above)),
@@ -65,12 +65,12 @@ export class Sounder {
   /** Once a second and at once with each news: plays while somebody is called, null: nobody. */
   ring(call) {
     if (!this.ready) return;
-    const key = call && `${call.kind} ${call.level}`;
+    const key = call && `${call.kind} ${call.loudness}`;
     const now = this.context.currentTime;
     if (key !== this.playing) this.nextAt = now;
     this.playing = key;
     if (!call || now < this.nextAt) return;
-    const tune = tuneOf(call.kind, call.level);
+    const tune = tuneOf(call.kind, call.loudness);
     this.nextAt = now + tune.every - 0.1;
     this.play(tune);
   }

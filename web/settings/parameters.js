@@ -80,7 +80,7 @@ const receiversOf = (level, index) =>
   level.flatMap(({ kind, name, url }) => {
     const words = say("calls.level", { number: index + 1 });
     if (kind === "people") return [["calls.levels.people", say("calls.people"), words]];
-    const path = `calls.levels.${name}`;
+    const path = `calls.levels[${JSON.stringify(name)}]`;
     return [
       [path, name, words],
       [`${path}.url`, `${name}: ${say("calls.url")}`, url],

@@ -199,7 +199,7 @@ export function SaveBar({ draft, called, review }) {
     </div>
     <div class="savebar-row">
       <p class="savebar-state" role="status"><${State} draft=${draft} called=${called} /></p>
-      ${!outcome && html`<${Before} review=${review} />`}
+      ${(!outcome || isPlainlySaved(outcome)) && html`<${Before} review=${review} />`}
       <div class="row">
         <${Buttons} draft=${draft} called=${called} saveButton=${saveButton} onDiscard=${discard} />
       </div>

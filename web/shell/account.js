@@ -33,7 +33,7 @@ function Session({ who, onPassword }) {
   };
   return html`<p>${say("menu.signedIn", { name: who.name, role: say(`role.${who.role}`) })}</p>
     <p class="row">
-      <button type="button" class="quiet" onClick=${onPassword}>${say("menu.password")}</button>
+      ${!who.token && html`<button type="button" class="quiet" onClick=${onPassword}>${say("menu.password")}</button>`}
       <button type="button" class="quiet" onClick=${leave}>${say("menu.out")}</button>
     </p>
     ${wrong && html`<p role="alert" class="note">${wrong}</p>`}`;

@@ -62,7 +62,7 @@ function useCalls(link, caller) {
   const [calls, setCalls] = useState({ state: "opening", alarms: [], pause: null, receivers: [] });
   useEffect(() => {
     link.listen("calls", (told) => {
-      caller.take(told.alarms);
+      caller.take(told.alarms, told.state === "open");
       setCalls(told);
     });
   }, []);

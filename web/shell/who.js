@@ -5,6 +5,8 @@ import { whoLooks } from "../people/service.js";
 import { useEffect, useRef, useState } from "../vendor/preact.js";
 
 const RETRY_MS = 3000;
+/** A session lasts from its last use on, which this is: a screen on a wall is never loaded anew. */
+const RENEW_MS = 12 * 3600 * 1000;
 /** All tabs have one session: whoever signs in or out in one of them does so in all. */
 const KEY = "session";
 export const tellOtherTabs = () => remember(KEY, String(Date.now()));
@@ -32,9 +34,9 @@ export function useWho() {
     return () => removeEventListener("storage", follow);
   }, []);
   useEffect(() => {
-    if (state.who?.role) return undefined;
     // Whoever was signed in may be so again, by another tab or another password.
-    const timer = setInterval(() => (state.who === null || state.ended) && again(), RETRY_MS);
+    const isIn = Boolean(state.who?.role);
+    const timer = setInterval(() => (isIn || state.who === null || state.ended) && again(), isIn ? RENEW_MS : RETRY_MS);
     return () => clearInterval(timer);
   }, [state.who]);
   const onIn = () => {

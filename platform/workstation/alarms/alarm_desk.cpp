@@ -168,6 +168,7 @@ void AlarmDesk::takeUp(Alarm& alarm) {
                              alarm.called.value_or(alarm.began));
       break;
     case AlarmState::kComing:
+      if (alarm.ended && !alarm.closed_at_start) return;
       for (const Answer& answer : alarm.answers) {
         if (answer.what == AnswerKind::kComing && rules.coming > 0s) alarm.due = now + left(rules.coming, answer.time);
       }
@@ -277,7 +278,9 @@ void AlarmDesk::end(Alarm& alarm, TimeStamp time, bool closed_at_start) {
   make({.kind = Kind::kEnded, .time = time, .alarm = alarm.id, .closed_at_start = closed_at_start});
   // A fall during a pause or within its delay is one all the same: who is out of sight may need help. What else was
   // over before anybody was called calls nobody.
-  const bool waits = closed_at_start || (alarm.kind == AlarmKind::kFall && alarm.held_why != "hours");
+  const bool is_fall = alarm.kind == AlarmKind::kFall;
+  const bool waits =
+      closed_at_start || (is_fall && isWithin(m_calls.rules(alarm.kind).hours, m_settings.clock->wall()));
   const bool was_uncalled = alarm.state() == AlarmState::kHeld && !waits;
   if (!alarm.closed && (was_uncalled || isOver(alarm))) return close(alarm);
   if (needsNoCall(alarm) || (alarm.coming && !closed_at_start)) alarm.due.reset();
@@ -308,7 +311,8 @@ void AlarmDesk::decide(Alarm& alarm) {
 std::string AlarmDesk::holds(const Alarm& alarm) const {
   if (m_book.pause()) return "pause";
   if (alarm.due && m_settings.clock->steady() < *alarm.due) return "delay";
-  return isWithin(m_calls.rules(alarm.kind).hours, m_settings.clock->wall()) ? "" : "hours";
+  const bool was_within = alarm.kind == AlarmKind::kFall && alarm.ended && !alarm.closed_at_start;  // else it is closed
+  return was_within || isWithin(m_calls.rules(alarm.kind).hours, m_settings.clock->wall()) ? "" : "hours";
 }
 
 /// Answers whose line is on disk count.
@@ -373,6 +377,7 @@ void AlarmDesk::lookAt(Alarm& alarm) {
       if (!is_due) break;
       make({.kind = Kind::kLapsed, .time = m_settings.clock->wall(), .alarm = alarm.id});
       if (alarm.level == 0) {
+        alarm.held_why.clear();  // whatever it is, it is told
         decide(alarm);
       } else {
         call(alarm, alarm.level, false);

@@ -78,6 +78,9 @@ std::string People::add(const std::string& name, Role role) {
   const Person person{checkedName(name), hashPassword(password), role, true};
   change([&](Register& edited) {
     if (edited.person(person.name) != nullptr) throw PeopleRefusal(Kind::kConflict, "Somebody has that name already.");
+    const bool is_token = std::any_of(edited.tokens.begin(), edited.tokens.end(),
+                                      [&](const Token& token) { return token.name == person.name; });
+    if (is_token) throw PeopleRefusal(Kind::kConflict, "A token has that name already.");
     if (edited.people.empty() && role != Role::kInstaller) {
       throw PeopleRefusal(Kind::kConflict, "The first person is an installer, who adds the others.");
     }
@@ -132,6 +135,9 @@ std::string People::addToken(const std::string& name, Role role) {
   change([&kept](Register& edited) {
     if (edited.people.empty()) {
       throw PeopleRefusal(Kind::kConflict, "Nobody has to sign in here yet: add an installer first.");
+    }
+    if (edited.person(kept.name) != nullptr) {
+      throw PeopleRefusal(Kind::kConflict, "Somebody has that name already.");
     }
     if (edited.tokens.size() >= kMostTokens) throw PeopleRefusal(Kind::kConflict, "There are too many tokens already.");
     edited.tokens.push_back(kept);

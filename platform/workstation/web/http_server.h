@@ -28,8 +28,8 @@ struct HttpServerSettings {
   std::shared_ptr<Access> access;              ///< who may come in; none: whoever reaches it, from this machine only
   std::string certificate;                     ///< with its key, in PEM: the page is https; empty: http
   std::vector<std::string> names;              ///< by which others know this machine, besides its own
-  size_t connections = 4 * kMostPages;         ///< at once; more are turned away
-  size_t connections_of_one = 3 * kMostPages;  ///< at once from one address, so that nobody takes them all
+  size_t connections = 5 * kMostPages;         ///< at once; more are turned away
+  size_t connections_of_one = 4 * kMostPages;  ///< at once from one address, so that nobody takes them all
   std::chrono::milliseconds patience{30000};   ///< for an answer
   size_t strangers = 24;                       ///< at once, besides: connections without a request that was let in
   size_t strangers_of_one = 8;                 ///< at once from one address; one more ends the oldest

@@ -136,6 +136,28 @@ TEST_F(AlarmDeskTest, AFallThatEndsWithinItsDelayCallsAllTheSame) {
   EXPECT_EQ(state(fall), "calling 1") << "who has fallen and is out of sight needs help";
 }
 
+TEST_F(AlarmDeskTest, WhoDoesNotComeIsMissedAlsoWhileNobodyIsCalled) {
+  open();
+  m_desk->pause(10min, "Anna", "");
+  const std::string held = begin(1, kFallEvent);
+  ASSERT_TRUE(answer(held, AnswerKind::kComing));
+  struct Told : AlarmListener {
+    void onAlarm(const AlarmView& view, std::uint64_t /*version*/) override { last = view.alarm.state(); }
+    AlarmState last = AlarmState::kClosed;
+  } told;
+  m_desk->listen(told);
+  pass(300s);
+  EXPECT_EQ(state(held), "held pause");
+  EXPECT_EQ(told.last, AlarmState::kHeld) << "and pages are told";
+  m_desk->stopListening(told);
+  const std::string exit = begin(2, kExitEvent);
+  ASSERT_TRUE(answer(exit, AnswerKind::kComing));
+  change(3, kExitEvent, false);
+  restart();
+  pass(1h);
+  EXPECT_EQ(state(exit), "coming") << "who is back in bed needs nobody any more";
+}
+
 /// A time of the day, on the clock of the place.
 TimeStamp localTime(int month, int day, int hour, int minute) {
   std::tm parts{};
@@ -166,6 +188,17 @@ TEST_F(AlarmDeskTest, CallsAtTheHoursThatAreSetOnTheClockOfThePlace) {
   EXPECT_EQ(state(morning), "held hours");
   change(4, kExitEvent, false);
   EXPECT_EQ(state(morning), "closed");
+  setCalls(R"({"events":{"fall":{"delay_s":60,"hours":[{"from":"22:00","to":"06:00"}]}}})");
+  const auto briefAt = [&](int hour, int minute, std::uint64_t seq) {
+    m_clock->setWall(localTime(11, 21, hour, minute) + 30s);
+    const std::string brief = begin(seq, ("Fall " + std::to_string(seq)).c_str());
+    pass(20s);
+    change(seq + 1, ("Fall " + std::to_string(seq)).c_str(), false);
+    pass(40s);
+    return state(brief);
+  };
+  EXPECT_EQ(briefAt(5, 59, 5), "calling 1") << "a fall at the last minute of the night";
+  EXPECT_EQ(briefAt(10, 0, 7), "closed") << "and one by day";
   const std::vector<CallHours> small_hours = {{2 * 60 + 30, 3 * 60 + 30}};
   // The clocks go on at 2:00 on March 29th and back at 3:00 on October 25th.
   EXPECT_FALSE(isWithin(small_hours, localTime(3, 29, 1, 59)));

@@ -26,7 +26,7 @@ const worker = {
   active: true,
   getRegistration: async () => worker,
   showNotification: async (title, options) => void new FakeNotice(title, options),
-  getNotifications: async ({ tag }) => FakeNotice.told.filter((notice) => notice.tag === tag),
+  getNotifications: async ({ tag } = {}) => FakeNotice.told.filter((notice) => !tag || notice.tag === tag),
 };
 
 const alarm = (kind, change = {}) => ({
@@ -96,6 +96,23 @@ describe("a device", () => {
     await settle();
     const told = FakeNotice.told.map(({ tag, closed }) => `${tag} ${closed}`);
     assert.deepEqual(told, ["a-fall true", "a-exit false", "a-fall true"]);
+  });
+
+  test("takes back what a page before it has left, once the camera has told which alarms call", async () => {
+    has({ navigator: { serviceWorker: worker } });
+    for (const tag of ["answered meanwhile", "a-fall"]) await worker.showNotification("Fall detected", { tag });
+    heard.voice({ on: false });
+    for (const [known, closed] of [
+      [false, [false, false]],
+      [true, [true, false]],
+    ]) {
+      caller.take(known ? [alarm("fall")] : [], known);
+      await settle();
+      assert.deepEqual(
+        FakeNotice.told.map((notice) => notice.closed),
+        closed,
+      );
+    }
   });
 
   const answers = async () => queueMicrotask(() => heard.tested({}));

@@ -184,7 +184,7 @@ test("who is called is told as a line for each field that differs, never as a do
   const people = { kind: "people" };
   const told = (fall, ...levels) => JSON.stringify({ events: { fall: { ...times, ...fall }, exit: times }, levels });
   const before = told({}, [people], [phone()]);
-  const url = "calls.levels.phone.url, phone: Address that is called (webhook)";
+  const url = 'calls.levels["phone"].url, phone: Address that is called (webhook)';
   const hours = "calls.events.fall.hours, Fall detected: Hours of the day in which it calls";
   const repeat = "calls.events.fall.repeat_s, Fall detected: Seconds between two calls";
   const whole = "calls, Whom the alarms call";
@@ -193,7 +193,7 @@ test("who is called is told as a line for each field that differs, never as a do
     [told({ hours: [] }, [people], [phone()]), `${hours}: 22:00–06:00 > At no hour: this event never calls.`],
     [
       told({}, [people, phone({ url: "b" })]),
-      "calls.levels.phone, phone: Level 2 > Level 1",
+      'calls.levels["phone"], phone: Level 2 > Level 1',
       `${url}: https://a/1 > b`,
     ],
     [told({}, [people], [phone({ secret: "fresh" })]), `${whole}:  > nothing that is shown: a secret never is`],

@@ -63,7 +63,7 @@ std::optional<Visitor> Access::ownerOf(const std::string& session) {
 
 std::optional<Visitor> Access::holderOf(const std::string& token) const {
   const auto held = m_people->tokenOf(token);
-  return held ? std::optional(Visitor{held->name, held->role}) : std::nullopt;
+  return held ? std::optional(Visitor{held->name, held->role, true}) : std::nullopt;
 }
 
 std::optional<Visitor> Access::identify(SoupServerMessage* message) {

@@ -74,10 +74,11 @@ class Service {
 
 ordered_json Service::document(const std::optional<Visitor>& visitor) const {
   const auto all = m_access->people()->all();
-  const Person* const person = visitor ? all->person(visitor->name) : nullptr;
+  const Person* const person = visitor && !visitor->is_token ? all->person(visitor->name) : nullptr;
   return {{"people", !m_access->asksNobody()},
           {"name", visitor ? ordered_json(visitor->name) : ordered_json()},
           {"role", visitor ? ordered_json(nameOf(visitor->role)) : ordered_json()},
+          {"token", visitor && visitor->is_token},
           {"secure", m_access->isSecure()},
           {"must_change", person != nullptr && person->must_change}};
 }
@@ -195,7 +196,7 @@ void Service::signOut(SoupServerMessage* message) {
 void Service::changePassword(SoupServerMessage* message, const HttpQuery& form) {
   const std::string session = m_access->sessionOf(message);
   if (session.empty()) return refuseStranger(message);
-  if (m_access->holderOf(session)) {
+  if (visitorOf(message).is_token) {
     throw Refusal{SOUP_STATUS_FORBIDDEN, "A token has no password; an installer makes another token."};
   }
   const Attempt attempt = attemptOf(message, visitorOf(message).name, fieldOf(form, "old"));

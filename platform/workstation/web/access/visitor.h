@@ -13,6 +13,7 @@ namespace workstation {
 struct Visitor {
   std::string name;  ///< of the person or the token; empty where nobody has to sign in
   Role role = Role::kInstaller;
+  bool is_token = false;
 };
 
 /// On the server's thread, for a message that an endpoint or a form was given. A stranger, who gets to the addresses

@@ -207,6 +207,10 @@ TEST_F(SignIn, AScreenSignsInWithItsTokenUntilThatIsRevoked) {
   const std::string screen = cookieOf(signIn("whoever", token));
   EXPECT_EQ(who(screen)["role"], "carer");
   EXPECT_EQ(who(screen)["name"], "wall");
+  EXPECT_EQ(who(screen)["token"], true);
+  EXPECT_EQ(post(kPeople, "action=add_token&name=ida&role=carer", installer()).status, 409)
+      << "hers is a person's name";
+  EXPECT_EQ(post(kPeople, "action=add&name=wall&role=carer", installer()).status, 409);
   EXPECT_EQ(ask("GET", kPeople, screen).status, 403);
   EXPECT_EQ(post(kSession, "action=password&old=" + token + "&new=another+password", screen).status, 403);
   EXPECT_EQ(signIn("Ida", token.substr(1)).status, 401);
