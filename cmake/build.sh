@@ -93,6 +93,16 @@ needs_networks() {
   done
 }
 
+# targets_for ARGUMENT...: what of the build goes to `targets`: a room is watched by a part of it, so that the first start
+# is sooner; other commands have programs of their own.
+targets_for() {
+  targets=(velmor_run velmor_care velmor_camera)
+  local argument
+  for argument in "$@"; do
+    [[ "$argument" != @(evaluate|explain|model|replay|--truth|--truth=*) ]] || targets=(all)
+  done
+}
+
 # needs_simulator ARGUMENT...: whether ./run evaluates scripts of the simulator: the suite, or a folder with some.
 needs_simulator() {
   [[ "${1:-}" == evaluate && " $* " != *" --help "* ]] || return 1

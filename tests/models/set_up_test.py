@@ -344,6 +344,20 @@ class Surroundings(SetUpTest):
         for line in (["--network"], ["--network="], ["x", "--network", ""], ["--network", "a", "--network=b"]):
             self.assertEqual(taken(*line), "--network wants one folder\n")
 
+    def test_a_room_is_watched_by_a_part_of_the_programs(self):
+        def built(*arguments):
+            shell = subprocess.run(["bash", "-euc", 'source "$0"; targets_for "$@"; echo "${targets[*]}"',
+                                    str(ROOT / "cmake/build.sh"), *arguments],
+                                   capture_output=True, text=True, check=True)
+            return shell.stdout.strip()
+
+        watching = "velmor_run velmor_care velmor_camera"
+        for line in ([], ["--source", "rtsp://a/b", "--settings", "s.json"], ["camera", "check", "rtsp://a/b"], ["tls"]):
+            self.assertEqual(built(*line), watching)
+        for line in (["replay", "demo"], ["evaluate"], ["model", "check", "a.onnx"], ["--source", "a", "--truth=b"],
+                     ["explain", "a.jsonl"], ["--truth", "b"]):
+            self.assertEqual(built(*line), "all")
+
     def test_help_comes_before_anything_is_installed_or_built(self):
         tree = pathlib.Path(self.folder) / "tree"
         programs = tree / "build/release/bin"
