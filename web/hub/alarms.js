@@ -166,10 +166,13 @@ export class AlarmFeed {
     if (made() !== before) this.listener.told();
   }
 
-  isCovered({ name, run, seq }) {
+  /** The status alone may tell an event for a while that is over: it is asked now and then, and waits for cycles. */
+  isCovered({ name, run, seq, since }) {
+    const isLate = ({ ended }) => Date.parse(since) <= Date.parse(ended) + GRACE_MS;
     return this.alarms.some((alarm) => {
       if (alarm.event !== name) return false;
-      return seq === undefined ? alarm.ended === null : alarm.run === run && alarm.seq === seq;
+      if (seq !== undefined) return alarm.run === run && alarm.seq === seq;
+      return alarm.ended === null || (isOpen(alarm) && isLate(alarm));
     });
   }
 

@@ -2,6 +2,7 @@
 // answered on the server's own thread.
 #include <axhttp.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -296,6 +297,22 @@ class MainThreadQueue {
   GSource* m_source;
 };
 
+/// Gives the system back, each minute, what lies free between other things: what comes and goes with viewers and pages
+/// leaves gaps between what stays, which would grow for hours. Where the C library can do that.
+GLibPtr<GSource> memoryGivenBack(GMainContext* context) {
+  constexpr guint kPeriod_s = 60;
+  GLibPtr<GSource> source(g_timeout_source_new_seconds(kPeriod_s));
+  constexpr auto act = +[](gpointer /*nothing*/) -> gboolean {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+    return G_SOURCE_CONTINUE;
+  };
+  g_source_set_callback(source.get(), act, nullptr, nullptr);
+  g_source_attach(source.get(), context);
+  return source;
+}
+
 void noteCalls(const std::string& by, const std::string& from, const std::string& to) {
   workstation::noteChange(by, "calls", from, to);
 }
@@ -389,6 +406,7 @@ struct _AXHttpHandler {
   WaitingMessages waiting;
   workstation::EventFeed feed;
   workstation::ViewStreams streams;
+  GLibPtr<GSource> memory = memoryGivenBack(server.context());
   std::optional<workstation::AlarmService> alarms;
   std::optional<workstation::CertificateKeeper> certificate;
 };

@@ -300,6 +300,24 @@ describe("the feed of alarms", () => {
     );
   });
 
+  test("a status that is late makes no second alarm of one that is over and waits for its answer", () => {
+    const over = alarm("fall", { began: at(1), ended: at(20) });
+    const byStatus = (second) => active(FALL, { run: undefined, seq: undefined, since: at(second) });
+    FakeSource.newest.say("alarms", { alarms: [over] });
+    passes(1, byStatus(21));
+    passes(5, byStatus(21));
+    assert.equal(open().length, 1);
+    passes(1, byStatus(60));
+    passes(5, byStatus(60));
+    assert.equal(open().length, 2, "another fall");
+    feed.see(open()[0].id);
+    FakeSource.newest.say("alarm", { ...over, state: "closed" });
+    passes(1, active(FALL, { active: false }));
+    passes(1, byStatus(21));
+    passes(5, byStatus(21));
+    assert.equal(open().length, 1, "answered: whatever is told may be new");
+  });
+
   test("an alarm that the camera tells when all is over takes the place of the one made here", () => {
     FakeSource.newest.say("alarms", { alarms: [] });
     const over = { active: false, seq: 8 };

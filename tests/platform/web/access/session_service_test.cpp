@@ -62,17 +62,20 @@ class SignIn : public HttpServing {
 
 TEST_F(SignIn, IsNotNeededOnThisMachineUntilThereArePeople) {
   serve();
-  EXPECT_EQ(who(""),
-            json::parse(R"({"people":false,"name":"","role":"installer","secure":false,"must_change":false})"));
+  EXPECT_EQ(
+      who(""),
+      json::parse(R"({"people":false,"name":"","role":"installer","token":false,"secure":false,"must_change":false})"));
   EXPECT_EQ(signIn("Ida", "the password").status, 409);
   EXPECT_EQ(post(kPeople, "action=add&name=Anna&role=carer").status, 409) << "nobody could add others";
   const HttpReply added = post(kPeople, "action=add&name=Ida&role=installer");
   ASSERT_EQ(added.status, 200);
-  EXPECT_EQ(who(""), json::parse(R"({"people":true,"name":null,"role":null,"secure":false,"must_change":false})"));
+  EXPECT_EQ(who(""),
+            json::parse(R"({"people":true,"name":null,"role":null,"token":false,"secure":false,"must_change":false})"));
   EXPECT_EQ(ask("GET", kPeople).status, 401);
   const HttpReply in = signIn("ida", json::parse(added.body)["password"]);
   EXPECT_EQ(json::parse(in.body),
-            json::parse(R"({"people":true,"name":"Ida","role":"installer","secure":false,"must_change":true})"));
+            json::parse(
+                R"({"people":true,"name":"Ida","role":"installer","token":false,"secure":false,"must_change":true})"));
   EXPECT_EQ(ask("GET", kPeople, cookieOf(in)).status, 200);
 }
 
@@ -273,7 +276,8 @@ TEST_F(SignIn, OverTlsIsSecureForWhoeverBelievesTheAuthority) {
   std::list<HttpClient> silent;
   while (silent.size() < 5) silent.emplace_back(m_port);
   EXPECT_EQ(overTls(m_port, kSession, m_folder / "tls/authority.crt"),
-            "200{\"people\":true,\"name\":\"Ida\",\"role\":\"installer\",\"secure\":true,\"must_change\":false}"
+            "200{\"people\":true,\"name\":\"Ida\",\"role\":\"installer\",\"token\":false,\"secure\":true,\"must_"
+            "change\":false}"
             "; Path=/; HttpOnly; SameSite=Strict; Max-Age=2592000; Secure");
   EXPECT_EQ(overTls(m_port, kSession, ""), "failed") << "nobody else vouches for it";
   m_server->stop();
