@@ -406,7 +406,7 @@ struct _AXHttpHandler {
   WaitingMessages waiting;
   workstation::EventFeed feed;
   workstation::ViewStreams streams;
-  GLibPtr<GSource> memory = memoryGivenBack(server.context());
+  GLibPtr<GSource> given_back = memoryGivenBack(server.context());
   std::optional<workstation::AlarmService> alarms;
   std::optional<workstation::CertificateKeeper> certificate;
 };

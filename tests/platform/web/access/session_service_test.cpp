@@ -276,8 +276,8 @@ TEST_F(SignIn, OverTlsIsSecureForWhoeverBelievesTheAuthority) {
   std::list<HttpClient> silent;
   while (silent.size() < 5) silent.emplace_back(m_port);
   EXPECT_EQ(overTls(m_port, kSession, m_folder / "tls/authority.crt"),
-            "200{\"people\":true,\"name\":\"Ida\",\"role\":\"installer\",\"token\":false,\"secure\":true,\"must_"
-            "change\":false}"
+            "200{\"people\":true,\"name\":\"Ida\",\"role\":\"installer\",\"token\":false,\"secure\":true,"
+            "\"must_change\":false}"
             "; Path=/; HttpOnly; SameSite=Strict; Max-Age=2592000; Secure");
   EXPECT_EQ(overTls(m_port, kSession, ""), "failed") << "nobody else vouches for it";
   m_server->stop();
