@@ -20,6 +20,7 @@
 
 #include "platform/scripted/stage/rtsp_camera.h"
 #include "platform/workstation/parameters/stored_parameters.h"
+#include "tests/platform/cameras/sockets.h"
 #include "tests/platform/http_client.h"
 #include "tests/reference/traced_cycles.h"
 
@@ -276,6 +277,42 @@ class Watching : public Refused {
   pid_t m_program = 0;
   std::uint16_t m_port = 0;
 };
+
+/// The process that the launcher of these words has for trying its source; waits for it. 0 when there is none.
+pid_t triedBy(const std::string& words) {
+  const auto isLauncher = [&words](const fs::path& process) {
+    return contents(process / "comm") == "velmor_run\n" &&
+           contents(process / "cmdline").find(words) != std::string::npos;
+  };
+  for (int i = 0; i < 600; ++i, usleep(100'000)) {
+    for (const auto& process : fs::directory_iterator("/proc")) {
+      if (!isLauncher(process.path())) continue;
+      std::istringstream status(contents(process.path() / "stat"));
+      std::string id, name, state, parent;
+      status >> id >> name >> state >> parent;
+      if (isLauncher("/proc/" + parent)) return std::stoi(id);
+    }
+  }
+  return 0;
+}
+
+TEST_F(Watching, TheLauncherTriesAVideoApart) {
+  start((kDemo / "demo.mp4").string());
+  EXPECT_EQ(contents("/proc/" + std::to_string(m_program) + "/maps").find("/gstreamer-1.0/"), std::string::npos)
+      << "it would stay there for as long as the room is watched";
+  EXPECT_EQ(end(), 0) << contents(m_output);
+
+  std::uint16_t port = 0;
+  const FileDescriptor silent = listenHere(port);
+  const std::string source = "rtsp://127.0.0.1:" + std::to_string(port) + "/room";
+  auto outcome = std::async(std::launch::async, [&source] { return run("replay " + source); });
+  const pid_t trial = triedBy(source);
+  ASSERT_GT(trial, 0);
+  kill(trial, SIGKILL);
+  const Outcome refused = outcome.get();
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_EQ(refused.errors, source + ": cannot be played: what tries it was ended by signal 9 (Killed)\n");
+}
 
 TEST_F(Watching, ACameraThatComesLateAndDiesIsToldAsSuch) {
   scripted::RtspCamera camera;

@@ -1,14 +1,27 @@
 #include "platform/workstation/launcher/launch_media.h"
 
+#include <fcntl.h>
 #include <gst/pbutils/pbutils.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <functional>
+#include <iterator>
 #include <memory>
+#include <stdexcept>
 #include <system_error>
 
+#include "platform/support/file_descriptor.h"
 #include "platform/support/owners.h"
 #include "platform/workstation/decoding/video_source.h"
+#include "platform/workstation/system/durable_file.h"
 
 namespace workstation {
 namespace {
@@ -68,14 +81,64 @@ std::string playProblem(const std::string& source) {
   }
 }
 
+bool hasOneThread() {
+  std::error_code error;
+  const std::filesystem::directory_iterator threads("/proc/self/task", error);
+  return !error && std::distance(begin(threads), end(threads)) == 1;
+}
+
+/// The end of a process that tells its finding through the pipe.
+[[noreturn]] void tellAndEnd(const std::function<std::string()>& finding, int pipe, pid_t asker) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != asker) _exit(1);
+  try {
+    const std::string text = finding();
+    _exit(writeAll(pipe, text.data(), text.size()) ? 0 : 1);
+  } catch (const std::exception&) {
+    _exit(1);
+  }
+}
+
+std::string textUntilEnd(const FileDescriptor& pipe) {
+  std::string text;
+  std::array<char, 512> part{};
+  for (ssize_t count = 1; count > 0 || (count < 0 && errno == EINTR);) {
+    count = ::read(pipe.get(), part.data(), part.size());
+    if (count > 0) text.append(part.data(), static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
+/// The finding of a process of its own, with whose end the decoders' libraries leave the memory again: whoever starts a
+/// program stays as long as it runs. A process with threads, which may not go on as two, finds out itself.
+std::string foundApart(const std::function<std::string()>& finding) {
+  if (!hasOneThread()) return finding();
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return finding();
+  const FileDescriptor answer(ends[0]);
+  FileDescriptor question(ends[1]);
+  const pid_t asker = ::getpid();
+  const pid_t child = ::fork();
+  if (child == 0) tellAndEnd(finding, question.get(), asker);
+  if (child < 0) return finding();
+  question = FileDescriptor();
+  std::string text = textUntilEnd(answer);
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFSIGNALED(status)) {
+    const int signal = WTERMSIG(status);
+    throw std::runtime_error("what tries it was ended by signal " + std::to_string(signal) + " (" +
+                             ::strsignal(signal) + ")");
+  }
+  if (status != 0) throw std::runtime_error("what tries it has failed");
+  return text;
+}
+
 }  // namespace
 
 std::string videoProblem(const std::string& source, bool replay) {
-  gst_init(nullptr, nullptr);
   const SourceKind kind = kindOf(source);
-  if (kind == SourceKind::kStream && !isSpoken(source)) {
-    return withoutSecrets(source) + ": this kind of address cannot be played; one that can is rtsp://HOST/PATH";
-  }
   if (kind == SourceKind::kFile) {
     if (const std::string problem = fileProblem(localPath(source)); !problem.empty()) {
       return source + ": " + problem;
@@ -84,7 +147,21 @@ std::string videoProblem(const std::string& source, bool replay) {
   if (kind == SourceKind::kPipe && replay) {
     return source + ": is a FIFO; a replay needs a file";
   }
-  return replay || kind == SourceKind::kFile ? playProblem(source) : "";
+  const bool is_tried = replay || kind == SourceKind::kFile;
+  if (!is_tried && kind != SourceKind::kStream) {
+    return "";
+  }
+  try {
+    return foundApart([&] {
+      gst_init(nullptr, nullptr);
+      if (kind == SourceKind::kStream && !isSpoken(source)) {
+        return withoutSecrets(source) + ": this kind of address cannot be played; one that can is rtsp://HOST/PATH";
+      }
+      return is_tried ? playProblem(source) : "";
+    });
+  } catch (const std::runtime_error& error) {
+    return withoutSecrets(source) + ": cannot be played: " + error.what();
+  }
 }
 
 }  // namespace workstation
