@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace workstation {
 namespace {
@@ -22,6 +23,15 @@ class I420Frame {
   std::uint8_t* v() { return u() + chromaSize(); }
   [[nodiscard]] int chromaWidth() const { return (m_width + 1) / 2; }
   I420View view() { return {y(), u(), v(), m_width, chromaWidth(), chromaWidth(), m_width, m_height, false}; }
+
+  /// Its bytes as NV12, of even sides: the luma stays where it is, behind it the chroma planes become one.
+  PictureBytes takePacked() {
+    PictureBytes planes(2 * chromaSize());
+    std::copy_n(u(), planes.size(), planes.data());
+    libyuv::MergeUVPlane(planes.data(), chromaWidth(), planes.data() + chromaSize(), chromaWidth(), u(), m_width,
+                         chromaWidth(), (m_height + 1) / 2);
+    return std::move(m_bytes);
+  }
 
  private:
   [[nodiscard]] std::size_t lumaSize() const {
@@ -143,32 +153,39 @@ void compressRange(PictureBytes& nv12) {
   std::transform(uv, nv12.end(), uv, [](std::uint8_t value) { return chroma[value]; });
 }
 
+I420View seenOf(const I420View& frame, const Placement& where) {
+  return cutOut(frame, where.columns.from, where.rows.from);
+}
+
+/// The picture in memory of its own; none where what is seen of the frame is the picture as it is.
+std::optional<I420Frame> streamPicture(const I420View& frame, StreamSize size, std::uint32_t rotation) {
+  const auto width = static_cast<int>(size.width);
+  const auto height = static_cast<int>(size.height);
+  const Placement where = placed(frame, size);
+  I420View picture = seenOf(frame, where);
+  const bool fits = picture.width == width && picture.height == height;
+  std::optional<I420Frame> own;
+  if (!fits || where.columns.to.length < width || where.rows.to.length < height) {
+    own = scaled(picture, size, where.columns.to, where.rows.to);
+    picture = own->view();
+  }
+  if (rotation != 0) own = turned(picture, rotation);
+  return own;
+}
+
 }  // namespace
 
 void withStreamPicture(const I420View& frame, StreamSize size, std::uint32_t rotation,
                        const std::function<void(const I420View& picture)>& use) {
-  const auto width = static_cast<int>(size.width);
-  const auto height = static_cast<int>(size.height);
-  const Placement where = placed(frame, size);
-  I420View picture = cutOut(frame, where.columns.from, where.rows.from);
-  const bool fits = picture.width == width && picture.height == height;
-  std::optional<I420Frame> right_size;
-  if (!fits || where.columns.to.length < width || where.rows.to.length < height) {
-    right_size.emplace(scaled(picture, size, where.columns.to, where.rows.to));
-    picture = right_size->view();
-  }
-  std::optional<I420Frame> upright;
-  if (rotation != 0) {
-    upright.emplace(turned(picture, rotation));
-    picture = upright->view();
-  }
+  std::optional<I420Frame> own = streamPicture(frame, size, rotation);
+  I420View picture = own ? own->view() : seenOf(frame, placed(frame, size));
   picture.full_range = frame.full_range;
   use(picture);
 }
 
 PictureBytes toNv12(const I420View& frame, StreamSize size, std::uint32_t rotation) {
-  PictureBytes nv12;
-  withStreamPicture(frame, size, rotation, [&](const I420View& picture) { nv12 = packed(picture); });
+  std::optional<I420Frame> own = streamPicture(frame, size, rotation);
+  PictureBytes nv12 = own ? own->takePacked() : packed(seenOf(frame, placed(frame, size)));
   if (frame.full_range) compressRange(nv12);
   return nv12;
 }
