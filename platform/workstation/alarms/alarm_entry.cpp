@@ -20,11 +20,6 @@ constexpr std::array kKinds = {Kind::kRaised, Kind::kCalled, Kind::kAnswered, Ki
 constexpr std::uint64_t kMaxNumber = kMostAlarmNumber;
 constexpr int kMaxLevel = 100;
 
-double secondsOf(TimeStamp time) {
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-  return static_cast<double>(milliseconds) / 1000.0;
-}
-
 bool isAboutAlarm(Kind kind) { return kind != Kind::kPaused && kind != Kind::kUnpaused && kind != Kind::kTest; }
 
 /// The fields of a line, each of the type asked for or nothing.

@@ -17,6 +17,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/workstation/events/run_marks.h"
 #include "platform/workstation/system/utc_text.h"
 
 namespace workstation {
@@ -25,14 +26,8 @@ namespace {
 using nlohmann::json;
 
 constexpr size_t kMaxLineBytes = 4096;
-/// Larger numbers are damage: no journal gets there, and JSON readers lose their last digits.
-constexpr std::uint64_t kMaxNumber = std::uint64_t{1} << 53;
 /// Changes and times of watching that are remembered.
 constexpr size_t kMostKept = 2000;
-
-std::int64_t millisecondsOf(TimeStamp time) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-}
 
 std::string lineOf(const EventRecord& record) {
   nlohmann::ordered_json line = {{"seq", record.number}};
@@ -69,7 +64,7 @@ class Fields {
   [[nodiscard]] std::optional<std::uint64_t> number(const char* key) const {
     if (!has(key) || !m_line[key].is_number_unsigned()) return std::nullopt;
     const std::uint64_t number = m_line[key];
-    return number == 0 || number > kMaxNumber ? std::nullopt : std::optional(number);
+    return number == 0 || number > kMostEventNumber ? std::nullopt : std::optional(number);
   }
   [[nodiscard]] TimeStamp time(const char* key) const {
     const double seconds = has(key) && m_line[key].is_number() ? m_line[key].get<double>() : 0;
@@ -206,13 +201,11 @@ std::map<int, std::filesystem::path> journalsAside(const std::filesystem::path& 
 
 }  // namespace
 
-double secondsOf(TimeStamp time) { return static_cast<double>(millisecondsOf(time)) / 1000.0; }
-
 bool fitsIntoJournal(const EventRecord& record) {
   EventRecord longest = record;
   longest.kind = "undeclared";
   longest.closed_at_start = true;
-  longest.number = kMaxNumber;
+  longest.number = kMostEventNumber;
   longest.run = std::string(32, 'f');
   return lineOf(longest).size() <= kMaxLineBytes;
 }

@@ -37,9 +37,6 @@ struct EventRecord {
   std::string why = {};    ///< of an end of watching: the trouble's name (health.h); empty when the program ended
 };
 
-/// Seconds on the process's clock, to the millisecond, as the journal and the standard output show them.
-double secondsOf(TimeStamp time);
-
 /// Whether a declaration and the changes of its event fit into a line.
 bool fitsIntoJournal(const EventRecord& record);
 

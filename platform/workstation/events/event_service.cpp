@@ -22,6 +22,7 @@
 #include "platform/workstation/events/event_recorder.h"
 #include "platform/workstation/system/durable_file.h"
 #include "platform/workstation/system/standard_output.h"
+#include "platform/workstation/system/utc_text.h"
 
 using workstation::EventRecord;
 using workstation::EventRecorder;

@@ -14,7 +14,6 @@ namespace workstation {
 namespace {
 
 constexpr std::size_t kLineBytes = 128;
-constexpr std::uint64_t kMaxNumber = std::uint64_t{1} << 53;
 
 /// FNV-1a: tells a mark from what a failing disk makes of it.
 std::uint64_t checksum(const std::string& text) {
@@ -40,7 +39,7 @@ std::optional<RunMark> parse(const std::string& line) {
   TimeStamp::rep alive = 0;
   if (!(words >> mark.run >> mark.first >> mark.last >> alive)) return std::nullopt;
   mark.alive = TimeStamp(TimeStamp::duration(alive));
-  return lineOf(mark) == line && mark.last <= kMaxNumber ? std::optional(mark) : std::nullopt;
+  return lineOf(mark) == line && mark.last <= kMostEventNumber ? std::optional(mark) : std::nullopt;
 }
 
 }  // namespace

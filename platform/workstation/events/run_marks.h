@@ -15,6 +15,9 @@
 
 namespace workstation {
 
+/// Larger numbers are damage: no journal gets there, and JSON readers lose their last digits.
+inline constexpr std::uint64_t kMostEventNumber = std::uint64_t{1} << 53;
+
 struct RunMark {
   std::string run;          ///< its id
   std::uint64_t first = 0;  ///< the lowest number of the run

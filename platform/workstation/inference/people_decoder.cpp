@@ -16,8 +16,6 @@ struct Center {
   float score;
 };
 
-float sigmoid(float logit) { return 1.0F / (1.0F + std::exp(-logit)); }
-
 bool isPeak(const PoseHeads& heads, int y, int x) {
   const float value = heads.center[heads.at(y, x)];
   for (int row = std::max(0, y - kPeakRadius); row <= std::min(heads.rows - 1, y + kPeakRadius); ++row) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <span>
 #include <vector>
@@ -27,6 +28,9 @@ struct PoseHeads {
   }
   size_t cells() const { return at(rows, 0); }
 };
+
+/// The probability that a logit stands for.
+inline float sigmoid(float logit) { return 1.0F / (1.0F + std::exp(-logit)); }
 
 /// What counts as a person.
 struct PeopleRules {

@@ -27,8 +27,6 @@ float logit(float score) {
   return std::log(bounded / (1.0F - bounded));
 }
 
-float sigmoid(float value) { return 1.0F / (1.0F + std::exp(-value)); }
-
 void toPixels(DecodedPerson& person, float cell) {
   for (PersonPoint& point : person.points) {
     point.y *= cell;

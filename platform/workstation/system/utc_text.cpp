@@ -1,13 +1,21 @@
 #include "platform/workstation/system/utc_text.h"
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
 namespace workstation {
+namespace {
+
+std::int64_t millisecondsOf(TimeStamp time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+}  // namespace
 
 std::string utcText(TimeStamp time) {
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+  const std::int64_t milliseconds = millisecondsOf(time);
   const std::time_t seconds = milliseconds / 1000;
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
@@ -17,6 +25,8 @@ std::string utcText(TimeStamp time) {
   std::snprintf(text, sizeof text, "%s.%03dZ", date, static_cast<int>(milliseconds % 1000));
   return text;
 }
+
+double secondsOf(TimeStamp time) { return static_cast<double>(millisecondsOf(time)) / 1000.0; }
 
 std::tm localTime(TimeStamp time) {
   const std::time_t seconds =

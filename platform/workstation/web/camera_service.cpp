@@ -18,6 +18,7 @@
 #include "platform/workstation/parameters/changes.h"
 #include "platform/workstation/system/state_directory.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/forms.h"
 #include "platform/workstation/web/access/side_work.h"
 #include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/camera_address.h"
@@ -32,23 +33,6 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kPath = "/platform/camera";
 constexpr const char* kPicturePath = "/platform/camera/picture";
 constexpr std::size_t kMostWaiting = 8;
-
-/// A request that cannot be followed: a status and a line for whoever asked.
-struct Refusal {
-  unsigned int status;
-  std::string line;
-};
-
-std::string valueOf(const HttpQuery& query, const char* key) {
-  const auto found = query.find(key);
-  return found == query.end() ? "" : found->second;
-}
-
-void answerDocument(SoupServerMessage* message, unsigned int status, const ordered_json& document) {
-  const std::string text = document.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-  soup_server_message_set_status(message, status, nullptr);
-  soup_server_message_set_response(message, "application/json", SOUP_MEMORY_COPY, text.data(), text.size());
-}
 
 /// What the page shows when velmor_camera has said nothing.
 ordered_json withoutAnswer() {
@@ -160,7 +144,7 @@ ordered_json Service::document() {
 
 void Service::tell(SoupServerMessage* message) {
   try {
-    answerDocument(message, SOUP_STATUS_OK, document());
+    answerDocument(message, document());
   } catch (const std::exception& exception) {
     answerLine(message, SOUP_STATUS_INTERNAL_SERVER_ERROR, withoutSecrets(exception.what()));
   }
@@ -168,7 +152,7 @@ void Service::tell(SoupServerMessage* message) {
 
 void Service::show(SoupServerMessage* message, const HttpQuery& query) {
   look();
-  if (!m_check || m_check->picture.empty() || valueOf(query, "check") != std::to_string(m_check->id)) {
+  if (!m_check || m_check->picture.empty() || fieldOf(query, "check") != std::to_string(m_check->id)) {
     return answerLine(message, SOUP_STATUS_NOT_FOUND, "There is no such picture any more.");
   }
   soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
@@ -178,20 +162,20 @@ void Service::show(SoupServerMessage* message, const HttpQuery& query) {
 
 void Service::obey(SoupServerMessage* message, const ProgramRequest& request) {
   try {
-    if (request.query || !request.parameters) throw Refusal{SOUP_STATUS_BAD_REQUEST, "Send a form as the body."};
+    const HttpQuery& form = formOf(request);
     look();
-    const std::string action = valueOf(*request.parameters, "action");
+    const std::string action = fieldOf(form, "action");
     const std::string by = visitorOf(message).name;
     if (action == "check") {
-      check(*request.parameters);
+      check(form);
     } else if (action == "take_over") {
-      takeOver(*request.parameters, by);
+      takeOver(form, by);
     } else if (action == "optics") {
-      return choose(message, *request.parameters, by);
+      return choose(message, form, by);
     } else {
       throw Refusal{SOUP_STATUS_BAD_REQUEST, "The action is check, take_over or optics."};
     }
-    answerDocument(message, SOUP_STATUS_ACCEPTED, document());
+    answerDocument(message, document(), SOUP_STATUS_ACCEPTED);
   } catch (const Refusal& refusal) {
     answerLine(message, refusal.status, refusal.line);
   } catch (const std::exception& mistake) {
@@ -220,7 +204,7 @@ void Service::takeOver(const HttpQuery& form, const std::string& by) {
   if (m_takeover && m_takeover->progress().state == Takeover::State::kOpening) {
     refuse("A camera is being taken over just now.");
   }
-  const bool is_known = m_check && !m_check->process && valueOf(form, "check") == std::to_string(m_check->id);
+  const bool is_known = m_check && !m_check->process && fieldOf(form, "check") == std::to_string(m_check->id);
   if (!is_known || Clock::now() - m_check->done > m_settings.good) refuse("Try the address once more first.");
   if (!m_check->answer.value("fits", false)) refuse("Only a camera that can be watched is taken over.");
   auto camera = openedCamera();
@@ -233,12 +217,12 @@ void Service::takeOver(const HttpQuery& form, const std::string& by) {
 }
 
 void Service::choose(SoupServerMessage* message, const HttpQuery& form, const std::string& by) {
-  const Optics chosen = opticsFrom(valueOf(form, "product_name"), valueOf(form, "focal_length_um"));
+  const Optics chosen = opticsFrom(fieldOf(form, "product_name"), fieldOf(form, "focal_length_um"));
   const auto work = [this, chosen, by, state = stateDirectory(), camera = startedCamera()]() -> SideWork::Outcome {
     storeChosenOptics(state, chosen, camera);
     return [this, chosen, by](SoupServerMessage* asking) {
       noteChosen(chosen, by);
-      if (asking != nullptr) answerDocument(asking, SOUP_STATUS_ACCEPTED, document());
+      if (asking != nullptr) answerDocument(asking, document(), SOUP_STATUS_ACCEPTED);
     };
   };
   if (!m_storing.start(message, work)) {

@@ -14,6 +14,7 @@
 #include "platform/workstation/parameters/stored_parameters.h"
 #include "platform/workstation/system/health.h"
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/forms.h"
 #include "platform/workstation/web/feed_viewers.h"
 
 namespace workstation {
@@ -24,10 +25,6 @@ using nlohmann::ordered_json;
 constexpr const char* kPath = "/platform/events";
 constexpr std::chrono::hours kHistory{12};
 constexpr guint kHeartbeat_ms = 1000;
-
-std::string oneLine(const ordered_json& json) {
-  return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
 
 /// A change or a beginning or end of watching, as the feed tells it.
 ordered_json messageOf(const EventRecord& record) {

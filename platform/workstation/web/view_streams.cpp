@@ -14,6 +14,7 @@
 #include "platform/workstation/camera/video_service.h"
 #include "platform/workstation/views/size_stream.h"
 #include "platform/workstation/views/stream_choice.h"
+#include "platform/workstation/web/access/forms.h"
 
 namespace workstation {
 namespace {
@@ -34,14 +35,9 @@ constexpr const char* kBoundary = "velmor-picture";
 constexpr const char* kStreamType = "multipart/x-mixed-replace; boundary=velmor-picture";
 constexpr const char* kSnapshotType = "image/jpeg";
 
-std::string valueOf(const HttpQuery& query, std::string_view key) {
-  const auto found = query.find(key);
-  return found == query.end() ? "" : found->second;
-}
-
 /// How the viewers' streams are turned, as lines "name=value".
 void listAppearance(SoupServerMessage* message, const HttpQuery& query) {
-  if (valueOf(query, "action") != "list" || valueOf(query, "group") != kAppearanceGroup) {
+  if (fieldOf(query, "action") != "list" || fieldOf(query, "group") != kAppearanceGroup) {
     return answerLine(message, SOUP_STATUS_BAD_REQUEST,
                       std::string("offered is action=list&group=") + kAppearanceGroup + " only");
   }
@@ -54,7 +50,7 @@ void listAppearance(SoupServerMessage* message, const HttpQuery& query) {
 
 /// The size of the workstation's own view that a query asks for; nothing where it is not offered.
 std::optional<StreamSize> requestedOwnSize(const HttpQuery& query, const std::vector<StreamSize>& offered) {
-  const std::string text = query.contains("resolution") ? valueOf(query, "resolution") : toString(kApplicationStream);
+  const std::string text = query.contains("resolution") ? fieldOf(query, "resolution") : toString(kApplicationStream);
   if (text == toString(kApplicationStream)) return kApplicationStream;
   const auto found =
       std::find_if(offered.begin(), offered.end(), [&](StreamSize size) { return toString(size) == text; });

@@ -9,7 +9,7 @@ const HttpQuery& formOf(const ProgramRequest& request) {
   return *request.parameters;
 }
 
-std::string fieldOf(const HttpQuery& form, const char* key) {
+std::string fieldOf(const HttpQuery& form, std::string_view key) {
   const auto found = form.find(key);
   return found == form.end() ? "" : found->second;
 }
@@ -28,9 +28,13 @@ Refusal refusalOf(const PeopleRefusal& refused) {
           refused.what()};
 }
 
-void answerDocument(SoupServerMessage* message, const nlohmann::ordered_json& document) {
-  const std::string text = document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
+std::string oneLine(const nlohmann::ordered_json& json) {
+  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void answerDocument(SoupServerMessage* message, const nlohmann::ordered_json& document, unsigned int status) {
+  const std::string text = oneLine(document);
+  soup_server_message_set_status(message, status, nullptr);
   soup_server_message_set_response(message, "application/json", SOUP_MEMORY_COPY, text.data(), text.size());
 }
 

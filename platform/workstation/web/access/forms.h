@@ -1,10 +1,11 @@
-// What the services of people have in common: forms that come in the body only, answers in JSON.
+// What the page's services have in common: forms that come in the body only, answers in JSON.
 #pragma once
 
 #include <libsoup/soup.h>
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 
 #include "platform/workstation/people/people.h"
 #include "platform/workstation/web/http_server.h"
@@ -21,13 +22,17 @@ struct Refusal {
 const HttpQuery& formOf(const ProgramRequest& request);
 
 /// Empty without one.
-std::string fieldOf(const HttpQuery& form, const char* key);
+std::string fieldOf(const HttpQuery& form, std::string_view key);
 
 /// Throws Refusal.
 Role roleFieldOf(const HttpQuery& form);
 
 Refusal refusalOf(const PeopleRefusal& refused);
 
-void answerDocument(SoupServerMessage* message, const nlohmann::ordered_json& document);
+/// Without line feeds; what is no UTF-8 is replaced.
+std::string oneLine(const nlohmann::ordered_json& json);
+
+void answerDocument(SoupServerMessage* message, const nlohmann::ordered_json& document,
+                    unsigned int status = SOUP_STATUS_OK);
 
 }  // namespace workstation

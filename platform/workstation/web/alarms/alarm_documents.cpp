@@ -3,15 +3,12 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/forms.h"
 
 namespace workstation {
 namespace {
 
 using nlohmann::ordered_json;
-
-std::string oneLine(const ordered_json& json) {
-  return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
 
 ordered_json timeOrNull(const std::optional<TimeStamp>& time) {
   return time ? ordered_json(utcText(*time)) : ordered_json();

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/workstation/system/utc_text.h"
+#include "platform/workstation/web/access/forms.h"
 #include "platform/workstation/web/access/visitor.h"
 #include "platform/workstation/web/alarms/alarm_documents.h"
 #include "platform/workstation/web/alarms/pending_replies.h"
@@ -22,17 +23,6 @@ constexpr const char* kFeedPath = "/platform/alarms/feed";
 constexpr const char* kCallsPath = "/platform/calls";
 constexpr guint kHeartbeat_ms = 5000;
 
-/// A request that cannot be followed: a status and a line for whoever asked.
-struct Refusal {
-  unsigned int status;
-  std::string line;
-};
-
-std::string valueOf(const HttpQuery& form, std::string_view key) {
-  const auto found = form.find(key);
-  return found == form.end() ? "" : found->second;
-}
-
 /// Of whatever is wrong a line becomes the answer.
 template <typename Function>
 void guarded(SoupServerMessage* message, Function function) {
@@ -43,11 +33,6 @@ void guarded(SoupServerMessage* message, Function function) {
   } catch (const std::exception& mistake) {
     answerLine(message, SOUP_STATUS_BAD_REQUEST, mistake.what());
   }
-}
-
-const HttpQuery& formOf(const ProgramRequest& request) {
-  if (request.query || !request.parameters) throw Refusal{SOUP_STATUS_BAD_REQUEST, "Send a form as the body."};
-  return *request.parameters;
 }
 
 DeskReply accepted(DeskReply reply) {
@@ -200,11 +185,11 @@ void AlarmService::Implementation::onPast(std::uint64_t /*version*/) {
 
 void AlarmService::Implementation::obey(SoupServerMessage* message, const ProgramRequest& request) {
   const HttpQuery& form = formOf(request);
-  const std::string action = valueOf(form, "action");
+  const std::string action = fieldOf(form, "action");
   const std::string by = visitorOf(message).name;
   if (action == "answer") return answer(message, form);
   if (action == "pause") {
-    accepted(m_desk.pause(minutesFrom(valueOf(form, "minutes")), by, valueOf(form, "reason")));
+    accepted(m_desk.pause(minutesFrom(fieldOf(form, "minutes")), by, fieldOf(form, "reason")));
   } else if (action == "unpause") {
     accepted(m_desk.unpause(by));
   } else if (action == "test") {
@@ -216,9 +201,9 @@ void AlarmService::Implementation::obey(SoupServerMessage* message, const Progra
 }
 
 void AlarmService::Implementation::answer(SoupServerMessage* message, const HttpQuery& form) {
-  const auto what = answerFrom(valueOf(form, "what"));
-  const std::string id = valueOf(form, "id");
-  const std::string reason = valueOf(form, "reason");
+  const auto what = answerFrom(fieldOf(form, "what"));
+  const std::string id = fieldOf(form, "id");
+  const std::string reason = fieldOf(form, "reason");
   if (!what) throw Refusal{SOUP_STATUS_BAD_REQUEST, "what is coming, seen, false_alarm or resolved."};
   if (*what == AnswerKind::kFalseAlarm && reason.find_first_not_of(" \t\r\n") == std::string::npos) {
     throw Refusal{SOUP_STATUS_BAD_REQUEST, "A false alarm needs a reason: what was it really?"};
@@ -252,7 +237,7 @@ void AlarmService::Implementation::setCalls(SoupServerMessage* message, const Pr
                       "What is set for calls cannot be read yet, so nothing takes its place.");
   }
   const CallSettings before = m_desk.calls();
-  const CallSettings calls = parseCallSettings(valueOf(formOf(request), "document"), before);
+  const CallSettings calls = parseCallSettings(fieldOf(formOf(request), "document"), before);
   const std::string document = documentOf(calls, false);
   const std::uint64_t reply = m_replies.add(message, m_settings.patience, [](SoupServerMessage* late) {
     answerLine(late, SOUP_STATUS_ACCEPTED, "The disk does not answer: what was set counts once it is stored.");
