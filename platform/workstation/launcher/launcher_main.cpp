@@ -1,5 +1,6 @@
 // velmor_run: checks a source and its settings, lays out the files and runs the program on them.
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -166,6 +167,7 @@ int run(const std::vector<std::string>& arguments) {
   announce(request, plan);
   const workstation::StartWatch watch(plan.place.directory());
   const Program program = workstation::startProgram(plan);
+  ::malloc_trim(0);  // what was looked through has gone, and the wait may last for months
   if (!request.truth) {
     watchStart(program, plan.place.directory());
   }
