@@ -93,13 +93,15 @@ needs_networks() {
   done
 }
 
-# targets_for ARGUMENT...: what of the build goes to `targets`: a room is watched by a part of it, so that the first start
-# is sooner; other commands have programs of their own.
+# targets_for ARGUMENT...: what of the build goes to `targets`: a room is watched, and a video replayed, by a part of it, so
+# that the first start is sooner; other commands have programs of their own, and so have traces.
 targets_for() {
-  targets=(velmor_run velmor_care velmor_camera)
+  targets=(velmor_run velmor_care)
+  [[ "${1:-}" == replay ]] || targets+=(velmor_camera)
+  needs_networks "$@" || [[ "${1:-}" == @(camera|tls) ]] || targets=(all)
   local argument
   for argument in "$@"; do
-    [[ "$argument" != @(evaluate|explain|model|replay|--truth|--truth=*) ]] || targets=(all)
+    [[ "$argument" != @(evaluate|model|--truth|--truth=*) ]] || targets=(all)
   done
 }
 

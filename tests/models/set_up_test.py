@@ -354,8 +354,11 @@ class Surroundings(SetUpTest):
         watching = "velmor_run velmor_care velmor_camera"
         for line in ([], ["--source", "rtsp://a/b", "--settings", "s.json"], ["camera", "check", "rtsp://a/b"], ["tls"]):
             self.assertEqual(built(*line), watching)
-        for line in (["replay", "demo"], ["evaluate"], ["model", "check", "a.onnx"], ["--source", "a", "--truth=b"],
-                     ["explain", "a.jsonl"], ["--truth", "b"]):
+        self.assertEqual(built("replay", "demo", "--trace", "out"), "velmor_run velmor_care")
+        trace = pathlib.Path(self.folder) / "a trace"
+        trace.write_text('{"kind": "trace"}', encoding="utf-8")
+        for line in (["replay", str(trace)], ["evaluate"], ["model", "check", "a.onnx"], ["--source", "a", "--truth=b"],
+                     ["explain", "a.jsonl"], ["replay", "demo", "--truth", "b"]):
             self.assertEqual(built(*line), "all")
 
     def test_help_comes_before_anything_is_installed_or_built(self):
