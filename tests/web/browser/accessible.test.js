@@ -182,7 +182,7 @@ const thumbOf = (locator) =>
 test("in forced colours an alarm has an edge, a fall's another than an exit's, and a switch shows where it stands", async () => {
   const exit = { ...calling, id: "x-2", seq: 2, event: "Patient Out of Bed", kind: "exit" };
   looksOn("carer", { alarms: [calling, exit] });
-  const page = await demo.open({ width: 360, forcedColors: "active" });
+  const page = await demo.open({ width: 360, forcedColors: "active", reducedMotion: "reduce" }); // a thumb is there at once
   const edges = [];
   for (const { id } of [calling, exit]) edges.push(await edgeOf(page.locator(`[data-alarm="${id}"]`)));
   for (const { style, width, colour, ground } of edges)

@@ -165,6 +165,7 @@ async function addInAHurry(page, first, second) {
     ward.people[carer] = await page.getByRole("alert").locator("code").textContent();
     await press(page, "Noted");
   };
+  await name.waitFor(); // the view's own list has come: what is held back below is asked for by an addition
   let goOn;
   const typed = new Promise((resolve) => {
     goOn = resolve;
