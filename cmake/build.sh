@@ -136,18 +136,31 @@ logged() {
   local log=$1
   shift
   mkdir -p "$(dirname "$log")"
-  if ! "$@" >"$log" 2>&1 </dev/null; then
-    cat "$log" >&2
-    echo "failed: $* (this log: $log)" >&2
-    return 1
-  fi
+  "$@" >"$log" 2>&1 </dev/null || told_failure "$log" "$@"
+}
+
+# told_failure FILE COMMAND...: shows the log of a command that has failed, and fails.
+told_failure() {
+  local log=$1
+  shift
+  cat "$log" >&2
+  echo "failed: $* (this log: $log)" >&2
+  return 1
 }
 
 # build FOLDER CMAKE_OPTION...: configures and builds one tree, one build of it at a time: what `targets` names of it, or
 # what is usual.
 build() {
+  start_build "$@"
+  await_build
+}
+
+# start_build FOLDER CMAKE_OPTION...: the same, but what takes minutes goes on beside what the shell does next, until
+# await_build; it ends with the shell, whatever ends that.
+start_build() {
   local folder=$1
   shift
+  builder=
   if ! mkdir -p "$folder" 2>/dev/null || [[ ! -w build ]]; then
     echo "$PWD/build: cannot be written to, and the program is built there; use a checkout of your own" >&2
     return 1
@@ -155,9 +168,23 @@ build() {
   exec 9>"$folder.lock"
   flock 9
   logged "$folder.log" cmake -S . -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
-  if ! ninja -C "$folder" -n "${targets[@]:-all}" | grep -q 'no work to do'; then
+  build_command=(ninja -C "$folder" -j "$(nproc)" "${targets[@]:-all}") build_log=$folder.log
+  if ! "${build_command[@]}" -n | grep -q 'no work to do'; then
     echo "Building $folder (a few minutes the first time)" >&2
-    logged "$folder.log" ninja -C "$folder" -j "$(nproc)" "${targets[@]:-all}"
+    set -m  # in a process group of its own, so that all of it can be ended
+    "${build_command[@]}" >"$build_log" 2>&1 </dev/null &
+    builder=$!
+    set +m
+    trap 'kill -- "-$builder" 2>/dev/null || true' EXIT
+  fi
+}
+
+await_build() {
+  if [[ -n "$builder" ]]; then
+    local status=0
+    wait "$builder" || status=$?
+    trap - EXIT
+    ((status == 0)) || told_failure "$build_log" "${build_command[@]}"
   fi
   exec 9>&-
 }

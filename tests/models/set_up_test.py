@@ -7,6 +7,7 @@ import os
 import pathlib
 import resource
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -360,6 +361,38 @@ class Surroundings(SetUpTest):
         for line in (["replay", str(trace)], ["evaluate"], ["model", "check", "a.onnx"], ["--source", "a", "--truth=b"],
                      ["explain", "a.jsonl"], ["replay", "demo", "--truth", "b"]):
             self.assertEqual(built(*line), "all")
+
+    def test_the_build_goes_on_beside_a_download_and_ends_with_the_start(self):
+        commands = self.folder / "commands"
+        commands.mkdir()
+        (commands / "cmake").write_text("#!/bin/bash\n", encoding="utf-8")
+        (commands / "ninja").write_text('#!/bin/bash\n[[ "$*" == *" -n"* ]] && echo work && exit\n'
+                                        "echo compiles; echo > begun; read -r status < go_on; exit $status\n", encoding="utf-8")
+        for command in commands.iterdir():
+            command.chmod(0o755)
+        for pipe in ("begun", "go_on", "downloads"):
+            os.mkfifo(self.folder / pipe)
+
+        def started(meanwhile):
+            shell = f'source "$0"; start_build build/x; read < begun; {meanwhile}; await_build; echo built'
+            return subprocess.Popen(["bash", "-euc", shell, str(ROOT / "cmake/build.sh")], cwd=self.folder, text=True,
+                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True,
+                                    env={**os.environ, "PATH": f"{commands}:{os.environ['PATH']}"})
+
+        def ended(shell):
+            out, said = shell.communicate(timeout=60)
+            subprocess.run(["flock", "build/x.lock", "true"], cwd=self.folder, check=True, timeout=60)  # no builder is left
+            return shell.returncode, out, said.partition("\n")[2]
+
+        self.assertEqual(ended(started("echo 0 > go_on")), (0, "built\n", ""))
+        status, out, said = ended(started("echo 7 > go_on"))
+        self.assertEqual((status, out), (1, ""))
+        self.assertRegex(said, r"^compiles\nfailed: ninja -C build/x .*\(this log: build/x.log\)\n$")
+        self.assertEqual(ended(started("exit 3")), (3, "", ""))
+        interrupted = started("echo > downloads; sleep 60")
+        (self.folder / "downloads").read_text(encoding="utf-8")
+        os.killpg(interrupted.pid, signal.SIGINT)
+        self.assertEqual(ended(interrupted), (-signal.SIGINT, "", ""))
 
     def test_help_comes_before_anything_is_installed_or_built(self):
         tree = pathlib.Path(self.folder) / "tree"
